@@ -1,0 +1,15 @@
+#pragma once
+
+#include "platform/hal/attributecontainer.h"
+#include "platform/hal/attributecontaineraccessor.h"
+
+namespace hal {
+
+/// A handle on a device.
+class PLATFORM_API DeviceAccessor : public AttributeContainerAccessor {
+ public:
+  DeviceAccessor() = default;
+  explicit DeviceAccessor(Device* device) : AttributeContainerAccessor(device) {}
+};
+
+}  // namespace hal

@@ -1,0 +1,132 @@
+#include "simulation/description.h"
+
+#include <cmath>
+#include <set>
+#include <utility>
+
+namespace simulation {
+namespace {
+
+/// Walks a description once, checks it and adds up what it takes.
+class Checker {
+ public:
+  PoolSize check(const MachineDescription& description) {
+    for (const Container& container : description.containers) {
+      checkContainer(container);
+    }
+    for (const Actuator& actuator : description.actuators) {
+      checkActuator(actuator);
+    }
+    for (const Sensor& sensor : description.sensors) {
+      checkSensor(sensor, description.actuators.size());
+    }
+    if (size_.attributes > static_cast<std::size_t>(maxAttributes)) {
+      throw Error("the device pool is full: " + std::to_string(size_.attributes) +
+                  " attributes, at most " + std::to_string(maxAttributes) + " fit");
+    }
+    return size_;
+  }
+
+ private:
+  void checkContainer(const Container& container) {
+    if (container.kind == hal::subDeviceKind) {
+      throw Error("container '" + container.name +
+                  "' is a sub-device; describe it as an actuator or a sensor");
+    }
+    takeContainerName(container.kind, container.name);
+    std::set<std::string> names;
+    for (const Attribute& attribute : container.attributes) {
+      const std::string owned = "attribute '" + attribute.name + "' of '" + container.name + "'";
+      if (attribute.name.empty()) {
+        throw Error("an attribute of '" + container.name + "' has an empty name");
+      }
+      if (!names.insert(attribute.name).second) {
+        throw Error(owned + " stands twice");
+      }
+      takeAttribute(owned, attribute);
+    }
+  }
+
+  void checkActuator(const Actuator& actuator) {
+    takeContainerName(hal::subDeviceKind, actuator.name);
+    if (!(actuator.minimum <= actuator.maximum)) {
+      throw Error("actuator '" + actuator.name + "' has a minimum above its maximum");
+    }
+    if (!(actuator.maximumVelocity >= 0)) {
+      throw Error("actuator '" + actuator.name + "' has a negative maximum velocity");
+    }
+    for (const Attribute& attribute : attributesOf(actuator)) {
+      takeAttribute("the value of actuator '" + actuator.name + "'", attribute);
+    }
+  }
+
+  void checkSensor(const Sensor& sensor, std::size_t actuators) {
+    takeContainerName(hal::subDeviceKind, sensor.name);
+    if (sensor.actuator < 0 || static_cast<std::size_t>(sensor.actuator) >= actuators) {
+      throw Error("sensor '" + sensor.name + "' follows the unknown actuator " +
+                  std::to_string(sensor.actuator));
+    }
+    if (!(sensor.timeConstant > 0) || !std::isfinite(sensor.multiplier) ||
+        !std::isfinite(sensor.offset)) {
+      throw Error("sensor '" + sensor.name +
+                  "' needs a time constant above 0 and a finite multiplier and offset");
+    }
+    for (const Attribute& attribute : attributesOf(sensor)) {
+      takeAttribute("the value of sensor '" + sensor.name + "'", attribute);
+    }
+  }
+
+  void takeContainerName(std::uint8_t kind, const std::string& name) {
+    if (name.empty()) {
+      throw Error("a container of kind " + std::to_string(kind) + " has an empty name");
+    }
+    if (!containerNames_.emplace(kind, name).second) {
+      throw Error("two containers of kind " + std::to_string(kind) + " are named '" + name + "'");
+    }
+    size_.textBytes += name.size() + 1;
+  }
+
+  void takeAttribute(const std::string& owner, const Attribute& attribute) {
+    const std::uint8_t typeCode = attribute.typeCode;
+    const Value& value = attribute.value;
+    bool fits = std::holds_alternative<std::monostate>(value);
+    if (typeCode >= 1 && typeCode <= 6) {
+      fits = std::holds_alternative<std::int32_t>(value);
+    } else if (typeCode == hal::floatTypeCode) {
+      fits = std::holds_alternative<float>(value);
+    } else if (typeCode == 8 || typeCode == 9) {
+      fits = std::holds_alternative<std::string>(value);
+    }
+    if (!fits) {
+      throw Error(owner + " does not fit its type code " + std::to_string(typeCode) +
+                  " (1 to 6: integer, 7: float, 8 and 9: text, others: none)");
+    }
+    ++size_.attributes;
+    size_.textBytes += attribute.name.size() + 1;
+    if (const auto* text = std::get_if<std::string>(&value)) {
+      size_.textBytes += text->size() + 1;
+    }
+  }
+
+  std::set<std::pair<std::uint8_t, std::string>> containerNames_;
+  PoolSize size_;
+};
+
+}  // namespace
+
+std::vector<Attribute> attributesOf(const Actuator& actuator) {
+  return {{"Value", actuator.typeCode, actuator.value},
+          {"Minimum", hal::floatTypeCode, actuator.minimum},
+          {"Maximum", hal::floatTypeCode, actuator.maximum},
+          {"MaximumVelocity", hal::floatTypeCode, actuator.maximumVelocity}};
+}
+
+std::vector<Attribute> attributesOf(const Sensor& sensor) {
+  return {{"Value", hal::floatTypeCode, sensor.offset}};
+}
+
+PoolSize checkDescription(const MachineDescription& description) {
+  return Checker().check(description);
+}
+
+}  // namespace simulation

@@ -1,0 +1,24 @@
+#pragma once
+
+#include <cstddef>
+#include <vector>
+
+#include "simulation/machine.h"
+
+namespace simulation {
+
+/// The attributes that an actuator and a sensor have, in the order of their
+/// indexes; "Value" comes first.
+std::vector<Attribute> attributesOf(const Actuator& actuator);
+std::vector<Attribute> attributesOf(const Sensor& sensor);
+
+/// What a sound description takes in shared memory.
+struct PoolSize {
+  std::size_t attributes = 0;
+  std::size_t textBytes = 0;
+};
+
+/// Throws `Error` with what is wrong and what would be right.
+PoolSize checkDescription(const MachineDescription& description);
+
+}  // namespace simulation
