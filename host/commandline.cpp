@@ -1,0 +1,98 @@
+#include "host/commandline.h"
+
+#include <CLI/CLI.hpp>
+#include <charconv>
+#include <cmath>
+#include <map>
+#include <system_error>
+
+#include "host/runcommand.h"
+
+namespace host {
+namespace {
+
+constexpr int usageStatus = 2;
+
+/// "10ms" or "10", within bounds.
+std::uint32_t milliseconds(const std::string& option, const std::string& text, std::uint32_t least,
+                           std::uint32_t most) {
+  std::uint32_t value = 0;
+  const char* const end = text.data() + text.size();
+  const auto [stop, failure] = std::from_chars(text.data(), end, value);
+  const std::string unit(stop, end);
+  if (failure != std::errc() || (!unit.empty() && unit != "ms") || value < least || value > most) {
+    throw CLI::ValidationError(option,
+                               "'" + text + "' is not a whole number of milliseconds from " +
+                                   std::to_string(least) + "ms to " + std::to_string(most) + "ms");
+  }
+  return value;
+}
+
+void addRun(CLI::App& app, RunOptions& options) {
+  constexpr std::uint32_t longestCycleMs = 1000;
+  constexpr std::uint32_t longestLeadMs = 70'000'000;
+  CLI::App* run = app.add_subcommand("run", "Move a robot description along a motion");
+  run->footer(
+      "Example:\n"
+      "  torvex run examples/humanoid/humanoid.urdf examples/humanoid/wave.yaml --trace "
+      "wave.csv\n\n"
+      "Exit status: 0 when every command was delivered and reached; 1 when not, saying which;\n"
+      "2 for bad input or usage; 130 or 143 when stopped by INT or TERM.");
+  run->add_option("ROBOT", options.robotPath, "Robot description (URDF)")->required();
+  run->add_option("MOTION", options.motionPath, "Motion (trajectory_msgs/JointTrajectory in YAML)")
+      ->required();
+  run->add_option("--clock", options.clock,
+                  "realtime: a cycle thread on the monotonic clock; simulated: as fast as it goes")
+      ->transform(CLI::CheckedTransformer(std::map<std::string, Clock>{
+          {"realtime", Clock::realtime}, {"simulated", Clock::simulated}}))
+      ->default_str("realtime");
+  run->add_option_function<std::string>(
+         "--cycle",
+         [&options](const std::string& text) {
+           options.cycleMs = milliseconds("--cycle", text, 1, longestCycleMs);
+         },
+         "Control cycle in whole milliseconds")
+      ->type_name("TIME")
+      ->default_str("10ms");
+  run->add_option("--start", options.startTick,
+                  "Tick of the first cycle, in milliseconds modulo 2^32")
+      ->type_name("TICK")
+      ->default_str("0");
+  run->add_option_function<std::string>(
+         "--lead",
+         [&options](const std::string& text) {
+           options.leadMs = milliseconds("--lead", text, 1, longestLeadMs);
+         },
+         "Time to approach the first point (default: what the joints need)")
+      ->type_name("TIME");
+  run->add_option("--tolerance", options.tolerance,
+                  "How far a joint may end from its command, in its unit")
+      ->check([](const std::string& text) {
+        const double value = std::strtod(text.c_str(), nullptr);
+        return std::isfinite(value) && value > 0 ? std::string() : "must be above 0";
+      })
+      ->capture_default_str();
+  run->add_option("--trace", options.tracePath, "Write every cycle to this CSV file")
+      ->type_name("FILE.csv");
+  run->add_option("--pool", options.poolName, "Name of the device pool in shared memory")
+      ->type_name("NAME")
+      ->capture_default_str();
+}
+
+}  // namespace
+
+int runCommandLine(int argc, char** argv) {
+  CLI::App app("Runs the timed commands of a machine with actuators", "torvex");
+  app.set_version_flag("--version", TORVEX_VERSION);
+  app.require_subcommand(1);
+  RunOptions options;
+  addRun(app, options);
+  try {
+    app.parse(argc, argv);
+  } catch (const CLI::ParseError& error) {
+    return app.exit(error) == 0 ? 0 : usageStatus;
+  }
+  return runCommand(options);
+}
+
+}  // namespace host

@@ -1,0 +1,62 @@
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <string>
+#include <vector>
+
+#include "host/input/jointtrajectory.h"
+#include "host/schedule.h"
+
+class TimedCommandManager;
+
+namespace host {
+
+/// What became of the items of one joint.
+struct FeedCount {
+  /// Items handed over, again after a refusal included.
+  std::uint64_t sent = 0;
+  /// Items that the timeline took.
+  std::uint64_t delivered = 0;
+  /// Items that it took after they were due.
+  std::uint64_t late = 0;
+  /// Pushes that it refused, to be fed again.
+  std::uint64_t refused = 0;
+};
+
+/// Hands a motion over to the timelines as a sliding window: the present value
+/// as an anchor at the first cycle, then the points, never more than
+/// `windowItems` ahead. Used by one thread at a time, beside the cycle.
+class Feeder {
+ public:
+  /// `names` are the commands' names and `present` the values that the
+  /// actuators have, one a column of the motion.
+  Feeder(const Motion& motion, const Schedule& schedule, std::vector<std::string> names,
+         const std::vector<float>& present);
+
+  /// Feeds what the window has room for after the cycle at `timeMs` has run
+  /// (-1 before the first). A list that a timeline refuses is fed again by a
+  /// later call.
+  void feed(TimedCommandManager& commands, std::int64_t timeMs);
+
+  [[nodiscard]] bool allDelivered() const;
+  /// Items of one joint: the anchor and the points.
+  [[nodiscard]] std::size_t itemCount() const { return motion_.times.size() + 1; }
+  [[nodiscard]] std::int64_t lastItemMs() const { return itemMs(itemCount() - 1); }
+  [[nodiscard]] const std::vector<FeedCount>& counts() const { return counts_; }
+
+ private:
+  [[nodiscard]] std::int64_t itemMs(std::size_t item) const;
+  [[nodiscard]] float itemValue(std::size_t item, std::size_t column) const;
+  void feedColumn(TimedCommandManager& commands, std::size_t column, std::size_t end);
+
+  const Motion& motion_;
+  const Schedule& schedule_;
+  const std::vector<std::string> names_;
+  const std::vector<float> present_;
+  /// Items that are due by the latest cycle.
+  std::size_t consumed_ = 0;
+  std::vector<FeedCount> counts_;
+};
+
+}  // namespace host

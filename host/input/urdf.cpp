@@ -1,0 +1,235 @@
+#include "host/input/urdf.h"
+
+#include <fmt/format.h>
+
+#include <algorithm>
+#include <cmath>
+#include <cstring>
+#include <map>
+#include <pugixml.hpp>
+#include <vector>
+
+#include "host/input/source.h"
+
+namespace host {
+namespace {
+
+constexpr std::size_t maxFileBytes = std::size_t{64} << 20;
+constexpr int maxDepth = 100;
+
+struct DepthLimit : pugi::xml_tree_walker {
+  pugi::xml_node tooDeep;
+
+  bool for_each(pugi::xml_node& node) override {
+    if (depth() >= maxDepth) {
+      tooDeep = node;
+    }
+    return !tooDeep;
+  }
+};
+
+/// What a mimic joint follows: `multiplier` * master + `offset`.
+struct Mimicry {
+  pugi::xml_node joint;
+  std::string master;
+  double multiplier = 1.0;
+  double offset = 0.0;
+};
+
+class UrdfReader {
+ public:
+  explicit UrdfReader(const std::string& path) : path_(path), text_(readFile(path, maxFileBytes)) {}
+
+  Robot read() {
+    const pugi::xml_node root = parse();
+    robot_.name = root.attribute("name").value();
+    for (const pugi::xml_node joint : root.children("joint")) {
+      readJoint(joint);
+    }
+    if (robot_.machine.actuators.empty()) {
+      fail(root, "the robot has no movable joint");
+    }
+    for (const auto& [name, mimicry] : mimicries_) {
+      addMimicSensor(name, mimicry);
+    }
+    return std::move(robot_);
+  }
+
+ private:
+  pugi::xml_node parse() {
+    const pugi::xml_parse_result result =
+        document_.load_buffer(text_.data(), text_.size(), pugi::parse_default, pugi::encoding_utf8);
+    if (!result) {
+      fail(static_cast<std::size_t>(result.offset),
+           fmt::format("not well-formed XML: {}", result.description()));
+    }
+    DepthLimit limit;
+    document_.traverse(limit);
+    if (limit.tooDeep) {
+      fail(limit.tooDeep, fmt::format("elements lie more than {} deep", maxDepth));
+    }
+    const pugi::xml_node root = document_.document_element();
+    if (std::strcmp(root.name(), "robot") != 0) {
+      fail(root, fmt::format("the root element is <{}> instead of <robot>", root.name()));
+    }
+    return root;
+  }
+
+  [[noreturn]] void fail(std::size_t offset, const std::string& what) const {
+    throw InputError(path_, positionAt(text_, offset), what);
+  }
+
+  /// Points at the "<" of an element.
+  [[noreturn]] void fail(const pugi::xml_node& node, const std::string& what) const {
+    fail(static_cast<std::size_t>(std::max<std::ptrdiff_t>(node.offset_debug() - 1, 0)), what);
+  }
+
+  void readJoint(const pugi::xml_node& joint) {
+    const std::string name = joint.attribute("name").value();
+    const std::string type = joint.attribute("type").value();
+    if (name.empty()) {
+      fail(joint, "a joint needs a name");
+    }
+    if (!jointNames_.insert(name).second) {
+      fail(joint, fmt::format("a second joint is named '{}'", name));
+    }
+    if (type == "fixed" || type == "floating" || type == "planar") {
+      robot_.uncommandedJoints.insert(name);
+    } else if (type == "revolute" || type == "prismatic" || type == "continuous") {
+      readMovableJoint(joint, name, type == "continuous");
+    } else {
+      fail(joint, fmt::format("joint '{}' has the type '{}'; use revolute, continuous, prismatic, "
+                              "fixed, floating or planar",
+                              name, type));
+    }
+  }
+
+  void readMovableJoint(const pugi::xml_node& joint, const std::string& name, bool continuous) {
+    const pugi::xml_node mimic = joint.child("mimic");
+    if (mimic) {
+      robot_.uncommandedJoints.insert(name);
+      mimicries_.emplace_back(
+          name, Mimicry{joint, mimic.attribute("joint").value(), number(mimic, "multiplier", 1.0),
+                        number(mimic, "offset", 0.0)});
+      takeAttributes(joint, simulation::MachineDescription::attributesPerSensor);
+      return;
+    }
+    simulation::Actuator actuator;
+    actuator.name = name;
+    readLimits(joint, continuous, actuator);
+    actuator.value = std::clamp(0.0F, actuator.minimum, actuator.maximum);
+    takeAttributes(joint, simulation::MachineDescription::attributesPerActuator +
+                              simulation::MachineDescription::attributesPerSensor);
+    const int index = static_cast<int>(robot_.machine.actuators.size());
+    robot_.machine.actuators.push_back(std::move(actuator));
+    actuators_.emplace(name, index);
+    addSensor(joint, name, index, 1.0, 0.0);
+  }
+
+  void readLimits(const pugi::xml_node& joint, bool continuous, simulation::Actuator& actuator) {
+    const pugi::xml_node limit = joint.child("limit");
+    if (!limit) {
+      if (!continuous) {
+        fail(joint, fmt::format("joint '{}' needs a <limit> with lower, upper and velocity",
+                                actuator.name));
+      }
+      return;
+    }
+    if (!continuous) {
+      if (!limit.attribute("velocity")) {
+        fail(limit, fmt::format("the limit of joint '{}' needs a velocity", actuator.name));
+      }
+      actuator.minimum = static_cast<float>(number(limit, "lower", 0.0));
+      actuator.maximum = static_cast<float>(number(limit, "upper", 0.0));
+      if (actuator.minimum > actuator.maximum) {
+        fail(limit,
+             fmt::format("joint '{}' has its lower limit above its upper limit", actuator.name));
+      }
+    }
+    if (limit.attribute("velocity")) {
+      actuator.maximumVelocity = static_cast<float>(number(limit, "velocity", 0.0));
+      if (actuator.maximumVelocity < 0) {
+        fail(limit, fmt::format("joint '{}' has a negative velocity limit", actuator.name));
+      }
+    }
+  }
+
+  double number(const pugi::xml_node& element, const char* attribute, double otherwise) const {
+    const pugi::xml_attribute found = element.attribute(attribute);
+    if (!found) {
+      return otherwise;
+    }
+    std::string text = found.value();
+    text.erase(0, text.find_first_not_of(" \t\r\n"));
+    text.erase(text.find_last_not_of(" \t\r\n") + 1);
+    double value = 0.0;
+    if (!parseNumber(text, value) || !std::isfinite(static_cast<float>(value))) {
+      fail(element, fmt::format("{}=\"{}\" is not a finite decimal number of single precision",
+                                attribute, found.value()));
+    }
+    return value;
+  }
+
+  void takeAttributes(const pugi::xml_node& joint, int count) {
+    attributeCount_ += count;
+    if (attributeCount_ > simulation::maxAttributes) {
+      fail(joint, fmt::format("the joints up to here need {} attributes; a device pool holds {}",
+                              attributeCount_, simulation::maxAttributes));
+    }
+  }
+
+  void addSensor(const pugi::xml_node& joint, const std::string& jointName, int actuator,
+                 double multiplier, double offset) {
+    simulation::Sensor sensor;
+    sensor.name = jointName + "/Sensor";
+    sensor.actuator = actuator;
+    sensor.multiplier = static_cast<float>(multiplier);
+    sensor.offset = static_cast<float>(offset);
+    if (jointNames_.count(sensor.name) != 0) {
+      fail(joint, fmt::format("a joint is named '{}', which is the name of the sensor of '{}'",
+                              sensor.name, jointName));
+    }
+    robot_.machine.sensors.push_back(std::move(sensor));
+  }
+
+  /// Follows mimicry of mimicry down to an actuator.
+  void addMimicSensor(const std::string& name, const Mimicry& mimicry) {
+    double multiplier = mimicry.multiplier;
+    double offset = mimicry.offset;
+    std::string master = mimicry.master;
+    for (std::size_t turn = 0; turn <= mimicries_.size(); ++turn) {
+      const auto actuator = actuators_.find(master);
+      if (actuator != actuators_.end()) {
+        addSensor(mimicry.joint, name, actuator->second, multiplier, offset);
+        return;
+      }
+      const auto next = std::find_if(mimicries_.begin(), mimicries_.end(),
+                                     [&](const auto& entry) { return entry.first == master; });
+      if (next == mimicries_.end()) {
+        fail(mimicry.joint,
+             fmt::format("joint '{}' mimics '{}', which is no movable joint", name, master));
+      }
+      offset += multiplier * next->second.offset;
+      multiplier *= next->second.multiplier;
+      master = next->second.master;
+    }
+    fail(mimicry.joint, fmt::format("joint '{}' mimics itself by way of others", name));
+  }
+
+  const std::string path_;
+  const std::string text_;
+  pugi::xml_document document_;
+  Robot robot_;
+  std::set<std::string> jointNames_;
+  std::map<std::string, int> actuators_;
+  std::vector<std::pair<std::string, Mimicry>> mimicries_;
+  int attributeCount_ = 0;
+};
+
+}  // namespace
+
+Robot readUrdf(const std::string& path) {
+  return UrdfReader(path).read();
+}
+
+}  // namespace host

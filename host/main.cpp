@@ -1,0 +1,5 @@
+#include "host/commandline.h"
+
+int main(int argc, char** argv) {
+  return host::runCommandLine(argc, argv);
+}

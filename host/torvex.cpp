@@ -1,0 +1,264 @@
+#include "host/torvex.h"
+
+#include <time.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <cmath>
+#include <cstring>
+#include <future>
+
+#include "host/stopsignal.h"
+#include "registry/attrfullnamemanager.h"
+#include "registry/torvexmanager.h"
+
+namespace {
+
+constexpr std::int64_t nsPerMs = 1'000'000;
+constexpr std::int64_t nsPerSecond = 1'000'000'000;
+/// How long the measured values may take to settle after the last command.
+constexpr std::int64_t longestSettlingMs = 2000;
+
+std::int64_t monotonicNs() {
+  timespec now{};
+  clock_gettime(CLOCK_MONOTONIC, &now);
+  return now.tv_sec * nsPerSecond + now.tv_nsec;
+}
+
+void sleepUntil(std::int64_t timeNs) {
+  const timespec deadline{timeNs / nsPerSecond, timeNs % nsPerSecond};
+  while (clock_nanosleep(CLOCK_MONOTONIC, TIMER_ABSTIME, &deadline, nullptr) == EINTR) {
+  }
+}
+
+bool sameBits(float a, float b) {
+  return std::memcmp(&a, &b, sizeof a) == 0;
+}
+
+std::vector<host::MovedJoint> movedJoints(const host::Robot& robot, const host::Motion& motion,
+                                          const simulation::Machine& machine) {
+  std::vector<host::MovedJoint> joints;
+  for (std::size_t column = 0; column < motion.actuators.size(); ++column) {
+    host::MovedJoint joint;
+    joint.actuator = motion.actuators[column];
+    const auto& actuator = robot.machine.actuators[static_cast<std::size_t>(joint.actuator)];
+    joint.name = actuator.name;
+    joint.command = &machine.actuatorValue(joint.actuator);
+    joint.measured = &machine.sensorValue(joint.actuator);
+    joint.minimum = actuator.minimum;
+    joint.maximum = actuator.maximum;
+    joint.finalTarget = std::clamp(motion.position(motion.times.size() - 1, column),
+                                   actuator.minimum, actuator.maximum);
+    joint.lastCommand = joint.command->loadFloat();
+    joints.push_back(std::move(joint));
+  }
+  return joints;
+}
+
+std::vector<std::string> commandNames(const std::vector<host::MovedJoint>& joints) {
+  std::vector<std::string> names;
+  for (const host::MovedJoint& joint : joints) {
+    names.push_back(joint.name + "/Value");
+  }
+  return names;
+}
+
+std::vector<float> presentValues(const std::vector<host::MovedJoint>& joints) {
+  std::vector<float> values;
+  for (const host::MovedJoint& joint : joints) {
+    values.push_back(joint.lastCommand);
+  }
+  return values;
+}
+
+}  // namespace
+
+double host::MovedJoint::trackingError() const {
+  return std::abs(static_cast<double>(measured->loadFloat()) -
+                  static_cast<double>(command->loadFloat()));
+}
+
+Torvex::Torvex(const host::Robot& robot, const host::Motion& motion, const host::Schedule& schedule,
+               const host::RunOptions& options, host::Trace* trace)
+    : schedule_(schedule),
+      options_(options),
+      trace_(trace),
+      machine_(options.poolName, robot.machine),
+      joints_(movedJoints(robot, motion, machine_)),
+      feeder_(motion, schedule, commandNames(joints_), presentValues(joints_)),
+      latestCycleMs_(-std::int64_t{schedule.cycleMs}),
+      row_(1 + 2 * joints_.size()) {
+  setTorvexManager(this);
+  setAttrFullNameManager(&names_);
+  setTimedCommandManager(&commands_);
+  names_.initNameList(0);
+  commands_.initTimedCommand(0);
+  warmNodePool();
+  feed(latestCycleMs_);
+}
+
+Torvex::~Torvex() {
+  setTimedCommandManager(nullptr);
+  setAttrFullNameManager(nullptr);
+  setTorvexManager(nullptr);
+}
+
+// Growing later would put new nodes below old ones, and every node that a cycle
+// returns would then be searched for among them.
+void Torvex::warmNodePool() {
+  const std::size_t mostQueued = (joints_.size() + 1) * host::windowItems;
+  CommandList nodes;
+  for (std::size_t i = 0; i < mostQueued; ++i) {
+    nodes.emplace_back();
+  }
+  while (!nodes.empty()) {
+    nodes.pop_back();
+  }
+}
+
+void Torvex::run(const Progress& progress) {
+  if (options_.clock == host::Clock::simulated) {
+    runSimulated(progress);
+  } else {
+    runRealtime(progress);
+  }
+}
+
+void Torvex::runSimulated(const Progress& progress) {
+  std::int64_t previousMs = latestCycleMs_;
+  for (std::int64_t timeMs = 0;; timeMs += schedule_.cycleMs) {
+    cycle(timeMs, previousMs);
+    if (hasEnded(timeMs)) {
+      return;
+    }
+    previousMs = timeMs;
+    feed(timeMs);
+    progress(timeMs);
+  }
+}
+
+void Torvex::runRealtime(const Progress& progress) {
+  const std::int64_t originNs = monotonicNs() + schedule_.cycleMs * nsPerMs;
+  const auto guarded = [this, originNs](void (Torvex::*drive)(std::int64_t)) {
+    try {
+      (this->*drive)(originNs);
+    } catch (...) {
+      ended_ = true;
+      throw;
+    }
+  };
+  auto commandThread = std::async(std::launch::async, guarded, &Torvex::driveFeeder);
+  auto cycleThread = std::async(std::launch::async, guarded, &Torvex::driveCycles);
+  constexpr std::int64_t progressNs = 50 * nsPerMs;
+  while (cycleThread.wait_for(std::chrono::nanoseconds(progressNs)) != std::future_status::ready) {
+    progress(latestCycleMs_);
+  }
+  ended_ = true;
+  commandThread.get();
+  cycleThread.get();
+}
+
+void Torvex::driveCycles(std::int64_t originNs) {
+  const std::int64_t cycleNs = schedule_.cycleMs * nsPerMs;
+  std::int64_t previousMs = latestCycleMs_;
+  for (std::int64_t point = 0;;) {
+    sleepUntil(originNs + point * cycleNs);
+    const std::int64_t timeMs = point * schedule_.cycleMs;
+    cycle(timeMs, previousMs);
+    if (hasEnded(timeMs)) {
+      return;
+    }
+    previousMs = timeMs;
+    const std::int64_t next = std::max(point + 1, (monotonicNs() - originNs) / cycleNs + 1);
+    counts_.overruns += static_cast<std::uint64_t>(next - point - 1);
+    point = next;
+  }
+}
+
+/// Feeds in the middle between two cycles.
+void Torvex::driveFeeder(std::int64_t originNs) {
+  const std::int64_t cycleNs = schedule_.cycleMs * nsPerMs;
+  while (!ended_) {
+    const std::int64_t nextMiddle = (monotonicNs() - originNs + cycleNs / 2) / cycleNs;
+    sleepUntil(originNs + nextMiddle * cycleNs + cycleNs / 2);
+    feed(latestCycleMs_);
+  }
+}
+
+void Torvex::feed(std::int64_t timeMs) {
+  if (!allDelivered_) {
+    feeder_.feed(commands_, timeMs);
+    allDelivered_ = feeder_.allDelivered();
+  }
+}
+
+void Torvex::cycle(std::int64_t timeMs, std::int64_t previousMs) {
+  const std::int64_t beginNs = monotonicNs();
+  noteMovesByOthers();
+  commands_.run(schedule_.stamp(timeMs), schedule_.stamp(previousMs));
+  machine_.step(static_cast<double>(timeMs - previousMs) / 1000.0);
+  readBack(timeMs);
+  ++counts_.cycles;
+  counts_.durations.add(static_cast<std::uint64_t>(monotonicNs() - beginNs));
+  if (trace_ != nullptr) {
+    traceRow(timeMs);
+  }
+}
+
+void Torvex::noteMovesByOthers() {
+  for (host::MovedJoint& joint : joints_) {
+    if (!sameBits(joint.command->loadFloat(), joint.lastCommand)) {
+      ++joint.cyclesMovedByOthers;
+    }
+  }
+}
+
+void Torvex::readBack(std::int64_t timeMs) {
+  const std::int64_t sample = timeMs * static_cast<std::int64_t>(host::MovedJoint::shapeSamples) /
+                              (feeder_.lastItemMs() + 1);
+  for (host::MovedJoint& joint : joints_) {
+    joint.lastCommand = joint.command->loadFloat();
+    while (joint.shapeFilled < joint.shape.size() &&
+           static_cast<std::int64_t>(joint.shapeFilled) <= sample) {
+      joint.shape[joint.shapeFilled++] = joint.lastCommand;
+    }
+  }
+}
+
+void Torvex::traceRow(std::int64_t timeMs) {
+  row_[0] = static_cast<double>(timeMs);
+  for (std::size_t i = 0; i < joints_.size(); ++i) {
+    row_[1 + 2 * i] = joints_[i].lastCommand;
+    row_[2 + 2 * i] = joints_[i].measured->loadFloat();
+  }
+  if (options_.clock == host::Clock::simulated) {
+    trace_->pushWaiting(row_);
+  } else if (!trace_->push(row_)) {
+    ++counts_.droppedTraceRows;
+  }
+}
+
+/// Called after the cycle at `timeMs`, which has consumed all that was
+/// delivered before it and was due.
+bool Torvex::hasEnded(std::int64_t timeMs) {
+  const bool deliveredBefore = deliveredByLatestCycle_;
+  deliveredByLatestCycle_ = allDelivered_;
+  latestCycleMs_ = timeMs;
+  if (ended_ || host::StopSignal::received() != 0) {
+    return true;
+  }
+  if (!deliveredBefore || timeMs < feeder_.lastItemMs()) {
+    return false;
+  }
+  if (ranOutMs_ < 0) {
+    ranOutMs_ = timeMs;
+  }
+  return hasSettled() || timeMs - ranOutMs_ >= longestSettlingMs;
+}
+
+bool Torvex::hasSettled() const {
+  constexpr double settledShare = 0.1;
+  return std::all_of(joints_.begin(), joints_.end(), [this](const host::MovedJoint& joint) {
+    return joint.trackingError() <= settledShare * options_.tolerance;
+  });
+}
