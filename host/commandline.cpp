@@ -2,10 +2,9 @@
 
 #include <CLI/CLI.hpp>
 #include <charconv>
-#include <cmath>
-#include <map>
 #include <system_error>
 
+#include "host/input/source.h"
 #include "host/runcommand.h"
 
 namespace host {
@@ -28,6 +27,35 @@ std::uint32_t milliseconds(const std::string& option, const std::string& text, s
   return value;
 }
 
+/// Decimal, or hexadecimal behind 0x.
+std::uint32_t tick(const std::string& text) {
+  const bool hexadecimal = text.rfind("0x", 0) == 0;
+  std::uint32_t value = 0;
+  const char* const end = text.data() + text.size();
+  const auto [stop, failure] =
+      std::from_chars(text.data() + (hexadecimal ? 2 : 0), end, value, hexadecimal ? 16 : 10);
+  if (failure != std::errc() || stop != end) {
+    throw CLI::ValidationError("--start",
+                               "'" + text + "' is not a tick from 0 to 4294967295 (0xFFFFFFFF)");
+  }
+  return value;
+}
+
+Clock clockNamed(const std::string& text) {
+  if (text != "realtime" && text != "simulated") {
+    throw CLI::ValidationError("--clock", "'" + text + "' is neither realtime nor simulated");
+  }
+  return text == "realtime" ? Clock::realtime : Clock::simulated;
+}
+
+double positiveNumber(const std::string& option, const std::string& text) {
+  double value = 0.0;
+  if (!parseNumber(text, value) || value <= 0) {
+    throw CLI::ValidationError(option, "'" + text + "' is not a number above 0");
+  }
+  return value;
+}
+
 void addRun(CLI::App& app, RunOptions& options) {
   constexpr std::uint32_t longestCycleMs = 1000;
   constexpr std::uint32_t longestLeadMs = 70'000'000;
@@ -41,10 +69,10 @@ void addRun(CLI::App& app, RunOptions& options) {
   run->add_option("ROBOT", options.robotPath, "Robot description (URDF)")->required();
   run->add_option("MOTION", options.motionPath, "Motion (trajectory_msgs/JointTrajectory in YAML)")
       ->required();
-  run->add_option("--clock", options.clock,
-                  "realtime: a cycle thread on the monotonic clock; simulated: as fast as it goes")
-      ->transform(CLI::CheckedTransformer(std::map<std::string, Clock>{
-          {"realtime", Clock::realtime}, {"simulated", Clock::simulated}}))
+  run->add_option_function<std::string>(
+         "--clock", [&options](const std::string& text) { options.clock = clockNamed(text); },
+         "realtime: a cycle thread on the monotonic clock; simulated: as fast as it goes")
+      ->type_name("realtime|simulated")
       ->default_str("realtime");
   run->add_option_function<std::string>(
          "--cycle",
@@ -54,8 +82,9 @@ void addRun(CLI::App& app, RunOptions& options) {
          "Control cycle in whole milliseconds")
       ->type_name("TIME")
       ->default_str("10ms");
-  run->add_option("--start", options.startTick,
-                  "Tick of the first cycle, in milliseconds modulo 2^32")
+  run->add_option_function<std::string>(
+         "--start", [&options](const std::string& text) { options.startTick = tick(text); },
+         "Tick of the first cycle, in milliseconds modulo 2^32")
       ->type_name("TICK")
       ->default_str("0");
   run->add_option_function<std::string>(
@@ -65,13 +94,14 @@ void addRun(CLI::App& app, RunOptions& options) {
          },
          "Time to approach the first point (default: what the joints need)")
       ->type_name("TIME");
-  run->add_option("--tolerance", options.tolerance,
-                  "How far a joint may end from its command, in its unit")
-      ->check([](const std::string& text) {
-        const double value = std::strtod(text.c_str(), nullptr);
-        return std::isfinite(value) && value > 0 ? std::string() : "must be above 0";
-      })
-      ->capture_default_str();
+  run->add_option_function<std::string>(
+         "--tolerance",
+         [&options](const std::string& text) {
+           options.tolerance = positiveNumber("--tolerance", text);
+         },
+         "How far a joint may end from its command, in its unit")
+      ->type_name("NUMBER")
+      ->default_str("0.01");
   run->add_option("--trace", options.tracePath, "Write every cycle to this CSV file")
       ->type_name("FILE.csv");
   run->add_option("--pool", options.poolName, "Name of the device pool in shared memory")
@@ -85,6 +115,9 @@ int runCommandLine(int argc, char** argv) {
   CLI::App app("Runs the timed commands of a machine with actuators", "torvex");
   app.set_version_flag("--version", TORVEX_VERSION);
   app.require_subcommand(1);
+  app.failure_message([](const CLI::App*, const CLI::Error& error) {
+    return std::string("torvex: error: ") + error.what() + "; see --help\n";
+  });
   RunOptions options;
   addRun(app, options);
   try {

@@ -7,6 +7,13 @@
 #include "timedcommandmanager/timedcommandmanager.h"
 
 namespace host {
+namespace {
+
+/// The most cycles between two items: half a unit in the last place a cycle
+/// then stays below 1e-5 for values up to 4.
+constexpr std::int64_t longestPartCycles = 200;
+
+}  // namespace
 
 Feeder::Feeder(const Motion& motion, const Schedule& schedule, std::vector<std::string> names,
                const std::vector<float>& present)
@@ -14,14 +21,45 @@ Feeder::Feeder(const Motion& motion, const Schedule& schedule, std::vector<std::
       schedule_(schedule),
       names_(std::move(names)),
       present_(present),
-      counts_(names_.size()) {}
+      counts_(names_.size()) {
+  firstItem_.push_back(0);
+  for (std::size_t way = 0; way < motion.times.size(); ++way) {
+    const std::int64_t partMs = longestPartCycles * schedule.cycleMs;
+    const std::int64_t parts = (knotMs(way + 1) - knotMs(way) + partMs - 1) / partMs;
+    firstItem_.push_back(firstItem_.back() + static_cast<std::size_t>(parts));
+  }
+}
+
+std::int64_t Feeder::knotMs(std::size_t knot) const {
+  return knot == 0 ? 0 : std::int64_t{schedule_.leadMs} + motion_.times[knot - 1];
+}
+
+float Feeder::knotValue(std::size_t knot, std::size_t column) const {
+  return knot == 0 ? present_[column] : motion_.position(knot - 1, column);
+}
+
+Feeder::Place Feeder::placeOf(std::size_t item) const {
+  const auto next = std::upper_bound(firstItem_.begin(), firstItem_.end(), item);
+  const auto way = static_cast<std::size_t>(next - firstItem_.begin()) - 1;
+  const auto part = static_cast<std::int64_t>(item - firstItem_[way]);
+  return {way, part * longestPartCycles * schedule_.cycleMs};
+}
 
 std::int64_t Feeder::itemMs(std::size_t item) const {
-  return item == 0 ? 0 : std::int64_t{schedule_.leadMs} + motion_.times[item - 1];
+  const Place place = placeOf(item);
+  return knotMs(place.way) + place.sinceKnotMs;
 }
 
 float Feeder::itemValue(std::size_t item, std::size_t column) const {
-  return item == 0 ? present_[column] : motion_.position(item - 1, column);
+  const Place place = placeOf(item);
+  const float begin = knotValue(place.way, column);
+  if (place.sinceKnotMs == 0) {
+    return begin;
+  }
+  const double share = static_cast<double>(place.sinceKnotMs) /
+                       static_cast<double>(knotMs(place.way + 1) - knotMs(place.way));
+  const double way = static_cast<double>(knotValue(place.way + 1, column)) - begin;
+  return static_cast<float>(begin + way * share);
 }
 
 void Feeder::feed(TimedCommandManager& commands, std::int64_t timeMs) {

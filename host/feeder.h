@@ -27,6 +27,10 @@ struct FeedCount {
 /// Hands a motion over to the timelines as a sliding window: the present value
 /// as an anchor at the first cycle, then the points, never more than
 /// `windowItems` ahead. Used by one thread at a time, beside the cycle.
+///
+/// The library goes on from what it wrote, in single precision; over thousands
+/// of cycles its roundings add up to some 1e-5. So longer ways between two
+/// points are cut into parts on the straight line.
 class Feeder {
  public:
   /// `names` are the commands' names and `present` the values that the
@@ -40,12 +44,22 @@ class Feeder {
   void feed(TimedCommandManager& commands, std::int64_t timeMs);
 
   [[nodiscard]] bool allDelivered() const;
-  /// Items of one joint: the anchor and the points.
-  [[nodiscard]] std::size_t itemCount() const { return motion_.times.size() + 1; }
+  /// Items of one joint: the anchor, the points, and the cuts between them.
+  [[nodiscard]] std::size_t itemCount() const { return firstItem_.back() + 1; }
   [[nodiscard]] std::int64_t lastItemMs() const { return itemMs(itemCount() - 1); }
   [[nodiscard]] const std::vector<FeedCount>& counts() const { return counts_; }
 
  private:
+  /// Knot 0 is the anchor, knot i + 1 is point i. A way leads from a knot to
+  /// the next and begins with it; the last knot is a way of its own.
+  struct Place {
+    std::size_t way;
+    std::int64_t sinceKnotMs;
+  };
+
+  [[nodiscard]] Place placeOf(std::size_t item) const;
+  [[nodiscard]] std::int64_t knotMs(std::size_t knot) const;
+  [[nodiscard]] float knotValue(std::size_t knot, std::size_t column) const;
   [[nodiscard]] std::int64_t itemMs(std::size_t item) const;
   [[nodiscard]] float itemValue(std::size_t item, std::size_t column) const;
   void feedColumn(TimedCommandManager& commands, std::size_t column, std::size_t end);
@@ -54,6 +68,8 @@ class Feeder {
   const Schedule& schedule_;
   const std::vector<std::string> names_;
   const std::vector<float> present_;
+  /// The item with which each way begins.
+  std::vector<std::size_t> firstItem_;
   /// Items that are due by the latest cycle.
   std::size_t consumed_ = 0;
   std::vector<FeedCount> counts_;

@@ -90,9 +90,7 @@ class UrdfReader {
     if (name.empty()) {
       fail(joint, "a joint needs a name");
     }
-    if (!jointNames_.insert(name).second) {
-      fail(joint, fmt::format("a second joint is named '{}'", name));
-    }
+    takeName(joint, name);
     if (type == "fixed" || type == "floating" || type == "planar") {
       robot_.uncommandedJoints.insert(name);
     } else if (type == "revolute" || type == "prismatic" || type == "continuous") {
@@ -101,6 +99,14 @@ class UrdfReader {
       fail(joint, fmt::format("joint '{}' has the type '{}'; use revolute, continuous, prismatic, "
                               "fixed, floating or planar",
                               name, type));
+    }
+  }
+
+  void takeName(const pugi::xml_node& joint, const std::string& name) {
+    if (!names_.insert(name).second) {
+      fail(joint, fmt::format("a second joint or sensor is named '{}' (joint J has the sensor "
+                              "J/Sensor)",
+                              name));
     }
   }
 
@@ -185,10 +191,7 @@ class UrdfReader {
     sensor.actuator = actuator;
     sensor.multiplier = static_cast<float>(multiplier);
     sensor.offset = static_cast<float>(offset);
-    if (jointNames_.count(sensor.name) != 0) {
-      fail(joint, fmt::format("a joint is named '{}', which is the name of the sensor of '{}'",
-                              sensor.name, jointName));
-    }
+    takeName(joint, sensor.name);
     robot_.machine.sensors.push_back(std::move(sensor));
   }
 
@@ -220,7 +223,8 @@ class UrdfReader {
   const std::string text_;
   pugi::xml_document document_;
   Robot robot_;
-  std::set<std::string> jointNames_;
+  /// Of joints and sensors.
+  std::set<std::string> names_;
   std::map<std::string, int> actuators_;
   std::vector<std::pair<std::string, Mimicry>> mimicries_;
   int attributeCount_ = 0;

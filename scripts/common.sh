@@ -1,0 +1,47 @@
+# Shared by the scripts of this folder: packages and builds.
+set -euo pipefail
+
+root=$(cd "$(dirname "${BASH_SOURCE[0]}")/.." && pwd)
+
+build_packages=(g++ cmake ninja-build libboost-dev libyaml-cpp-dev libpugixml-dev libfmt-dev
+  libcli11-dev)
+test_packages=(libgtest-dev valgrind)
+check_packages=(clang clang-format clang-tidy)
+
+# Installs the packages that are missing; without the right to, names them and stops.
+need_packages() {
+  local missing=() package
+  for package in "$@"; do
+    if [ "$(dpkg-query -W -f='${db:Status-Status}' "$package" 2>/dev/null)" != installed ]; then
+      missing+=("$package")
+    fi
+  done
+  if [ ${#missing[@]} -eq 0 ]; then
+    return
+  fi
+  local as_root=()
+  if [ "$(id -u)" -ne 0 ]; then
+    if ! command -v sudo >/dev/null; then
+      echo "These packages are missing and there is no sudo to install them: ${missing[*]}" >&2
+      exit 1
+    fi
+    as_root=(sudo)
+  fi
+  echo "Installing ${missing[*]}" >&2
+  "${as_root[@]}" apt-get update -qq
+  "${as_root[@]}" env DEBIAN_FRONTEND=noninteractive \
+    apt-get install -y -qq --no-install-recommends "${missing[@]}" >/dev/null
+}
+
+# configure PRESET [CMAKE OPTIONS...]
+configure() {
+  local preset=$1
+  shift
+  (cd "$root" && cmake --preset "$preset" ${CI:+-DCMAKE_COMPILE_WARNING_AS_ERROR=ON} "$@") \
+    >"${TMPDIR:-/tmp}/torvex-configure.$$" 2>&1 || {
+    cat "${TMPDIR:-/tmp}/torvex-configure.$$" >&2
+    rm -f "${TMPDIR:-/tmp}/torvex-configure.$$"
+    exit 1
+  }
+  rm -f "${TMPDIR:-/tmp}/torvex-configure.$$"
+}

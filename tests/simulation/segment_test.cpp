@@ -1,0 +1,161 @@
+#include <fcntl.h>
+#include <gtest/gtest.h>
+#include <sys/mman.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <csignal>
+#include <string>
+
+#include "platform/hal/devicemanager.h"
+#include "simulation/machine.h"
+#include "simulation/observer.h"
+#include "simulation/poollayout.h"
+#include "tests/support/temporary.h"
+
+namespace {
+
+using simulation::Machine;
+
+simulation::MachineDescription oneArm() {
+  simulation::MachineDescription description;
+  description.actuators.emplace_back();
+  description.actuators[0].name = "Arm";
+  return description;
+}
+
+std::string refusal(const std::string& pool) {
+  try {
+    const Machine machine(pool, oneArm());
+    return "accepted";
+  } catch (const simulation::Error& error) {
+    return error.what();
+  }
+}
+
+/// Another process that owns a pool until it is killed.
+class Owner {
+ public:
+  explicit Owner(const std::string& pool) {
+    int ready[2];
+    EXPECT_EQ(pipe(ready), 0);
+    process_ = fork();
+    if (process_ == 0) {
+      const Machine machine(pool, oneArm());
+      (void)!write(ready[1], "x", 1);
+      pause();
+      _exit(0);
+    }
+    char byte = 0;
+    EXPECT_EQ(read(ready[0], &byte, 1), 1);
+    close(ready[0]);
+    close(ready[1]);
+  }
+  ~Owner() {
+    kill(process_, SIGKILL);
+    waitpid(process_, nullptr, 0);
+  }
+
+  Owner(const Owner&) = delete;
+  Owner& operator=(const Owner&) = delete;
+
+ private:
+  pid_t process_ = -1;
+};
+
+TEST(Pool, OfALivingProcessIsRefusedAndOfAKilledOneReplaced) {
+  const Temporary temporary;
+  {
+    const Owner owner(temporary.pool());
+    EXPECT_NE(refusal(temporary.pool()).find("belongs to a running process"), std::string::npos);
+    EXPECT_EQ(simulation::Observer(temporary.pool()).attributeCount(), 4);
+  }
+  ASSERT_TRUE(temporary.poolExists());
+  {
+    const Machine machine(temporary.pool(), oneArm());
+    EXPECT_TRUE(machine.replacedLeftover());
+    EXPECT_NE(refusal(temporary.pool()).find("has a simulated machine already"), std::string::npos);
+  }
+  EXPECT_FALSE(temporary.poolExists());
+}
+
+TEST(Pool, ReplacesAnUnfinishedSegmentButNoForeignOne) {
+  const Temporary temporary;
+  const std::string name = "/torvex." + temporary.pool();
+  const int descriptor = shm_open(name.c_str(), O_RDWR | O_CREAT, 0600);
+  ASSERT_GE(descriptor, 0);
+  EXPECT_EQ(refusal(temporary.pool()), "accepted");
+  const int foreign = shm_open(name.c_str(), O_RDWR | O_CREAT, 0600);
+  const std::string content(4096, 'x');
+  ASSERT_EQ(write(foreign, content.data(), content.size()), 4096);
+  EXPECT_NE(refusal(temporary.pool()).find("is no device pool"), std::string::npos);
+  EXPECT_TRUE(temporary.poolExists());
+  shm_unlink(name.c_str());
+  close(descriptor);
+  close(foreign);
+  EXPECT_NE(refusal("a/b").find("is no pool name"), std::string::npos);
+}
+
+TEST(Observer, ChecksWhatItOpens) {
+  const Temporary temporary;
+  EXPECT_THROW(simulation::Observer{temporary.pool()}, simulation::Error);
+  const Machine machine(temporary.pool(), oneArm());
+  {
+    const simulation::Observer observer(temporary.pool());
+    EXPECT_EQ(observer.containerName(0) + "/" + observer.attributeName(2), "Arm/Maximum");
+    EXPECT_THROW((void)observer.value(4), simulation::Error);
+  }
+  const int descriptor = shm_open(("/torvex." + temporary.pool()).c_str(), O_RDWR, 0600);
+  auto* record = static_cast<simulation::PoolRecord*>(mmap(
+      nullptr, sizeof(simulation::PoolRecord), PROT_READ | PROT_WRITE, MAP_SHARED, descriptor, 0));
+  const simulation::PoolRecord sound = *record;
+  const auto complaint = [&] {
+    try {
+      const simulation::Observer observer(temporary.pool());
+      return std::string("accepted");
+    } catch (const simulation::Error& error) {
+      return std::string(error.what());
+    }
+  };
+  record->layoutVersion = 99;
+  EXPECT_NE(complaint().find("has layout version 99"), std::string::npos) << complaint();
+  record->layoutVersion = sound.layoutVersion;
+  record->sizeBytes += 1;
+  EXPECT_NE(complaint().find("instead of"), std::string::npos) << complaint();
+  record->sizeBytes = sound.sizeBytes;
+  record->magic = 0;
+  EXPECT_NE(complaint().find("no complete device pool"), std::string::npos) << complaint();
+  record->magic = sound.magic;
+  EXPECT_EQ(complaint(), "accepted");
+  munmap(record, sizeof(simulation::PoolRecord));
+  close(descriptor);
+}
+
+TEST(Observer, InAnotherProcessNeverReadsATornValue) {
+  const Temporary temporary;
+  const Machine machine(temporary.pool(), oneArm());
+  const pid_t reader = fork();
+  if (reader == 0) {
+    const simulation::Observer observer(temporary.pool());
+    bool sawBoth[2] = {false, false};
+    for (long i = 0; i < 50'000'000 && !(sawBoth[0] && sawBoth[1] && i > 200'000); ++i) {
+      const std::uint64_t bits = observer.value(0).asTextOffset;
+      if (bits != 0 && bits != ~std::uint64_t{0}) {
+        _exit(1);
+      }
+      sawBoth[bits == 0 ? 0 : 1] = true;
+    }
+    _exit(sawBoth[0] && sawBoth[1] ? 0 : 2);
+  }
+  hal::DeviceAttrGeneric& value = *hal::getDeviceManager()->getAttrWithIndex(0);
+  int status = 0;
+  for (hal::AttrGeneric record; waitpid(reader, &status, WNOHANG) == 0;) {
+    for (int i = 0; i < 1000; ++i) {
+      record.asTextOffset = ~record.asTextOffset;
+      value.set(record);
+    }
+  }
+  EXPECT_EQ(WIFEXITED(status) ? WEXITSTATUS(status) : -1, 0);
+}
+
+}  // namespace

@@ -1,0 +1,209 @@
+// The tool from end to end, as a user starts it.
+
+#include <fcntl.h>
+#include <gtest/gtest.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <cmath>
+#include <csignal>
+#include <map>
+#include <sstream>
+#include <string>
+#include <vector>
+
+#include "tests/support/temporary.h"
+
+namespace {
+
+const std::string robot = EXAMPLES "/humanoid/humanoid.urdf";
+const std::string wave = EXAMPLES "/humanoid/wave.yaml";
+
+/// A started tool; its two outputs come through one pipe.
+class Tool {
+ public:
+  explicit Tool(std::vector<std::string> arguments) {
+    int output[2];
+    EXPECT_EQ(pipe2(output, O_CLOEXEC), 0);
+    process_ = fork();
+    if (process_ == 0) {
+      dup2(output[1], STDOUT_FILENO);
+      dup2(output[1], STDERR_FILENO);
+      std::vector<char*> argv = {const_cast<char*>(TORVEX_TOOL)};
+      for (std::string& argument : arguments) {
+        argv.push_back(argument.data());
+      }
+      argv.push_back(nullptr);
+      execv(TORVEX_TOOL, argv.data());
+      _exit(127);
+    }
+    close(output[1]);
+    output_ = output[0];
+  }
+  ~Tool() { close(output_); }
+
+  Tool(const Tool&) = delete;
+  Tool& operator=(const Tool&) = delete;
+
+  /// Reads on until the text has come; the run is under way behind "lead".
+  void readUntil(const std::string& text) {
+    char byte = 0;
+    while (said_.find(text) == std::string::npos && read(output_, &byte, 1) == 1) {
+      said_ += byte;
+    }
+  }
+  void signal(int number) const { kill(process_, number); }
+  /// The exit status, or minus the signal that ended it.
+  int wait() {
+    char block[4096];
+    for (ssize_t got = 0; (got = read(output_, block, sizeof block)) > 0;) {
+      said_.append(block, static_cast<std::size_t>(got));
+    }
+    int status = 0;
+    waitpid(process_, &status, 0);
+    return WIFEXITED(status) ? WEXITSTATUS(status) : -WTERMSIG(status);
+  }
+  [[nodiscard]] const std::string& said() const { return said_; }
+
+ private:
+  pid_t process_ = -1;
+  int output_ = -1;
+  std::string said_;
+};
+
+int statusOf(const std::vector<std::string>& arguments) {
+  Tool tool(arguments);
+  const int status = tool.wait();
+  EXPECT_GE(status, 0) << tool.said();
+  return status;
+}
+
+/// The columns of a trace by name.
+std::map<std::string, std::vector<float>> columnsOf(const std::string& path) {
+  std::istringstream text(contentsOf(path));
+  std::vector<std::string> names;
+  std::map<std::string, std::vector<float>> columns;
+  std::string line;
+  for (bool first = true; std::getline(text, line); first = false) {
+    std::istringstream fields(line);
+    std::string field;
+    for (std::size_t i = 0; std::getline(fields, field, ','); ++i) {
+      if (first) {
+        names.push_back(field);
+      } else {
+        columns[names[i]].push_back(std::strtof(field.c_str(), nullptr));
+      }
+    }
+  }
+  return columns;
+}
+
+const std::string urdf =
+    "<robot name='r'><joint name='a' type='revolute'>"
+    "<limit lower='-9' upper='9' velocity='9'/></joint></robot>";
+
+TEST(Tool, CommandsTheSameAtEveryTryAndEveryStart) {
+  const Temporary temporary;
+  std::string first;
+  for (const char* start : {"0", "0", "0x7FFFF000", "0xFFFFF000"}) {
+    const std::string trace = temporary.path("t.csv");
+    ASSERT_EQ(statusOf({"run", robot, wave, "--clock", "simulated", "--start", start, "--trace",
+                        trace, "--pool", temporary.pool()}),
+              0);
+    first = first.empty() ? contentsOf(trace) : first;
+    EXPECT_EQ(contentsOf(trace), first) << start;
+  }
+  EXPECT_GT(first.size(), 100000U);
+}
+
+TEST(Tool, FollowsTheLineInRealTime) {
+  const Temporary temporary;
+  const std::string motion = temporary.write("m.yaml",
+                                             "joint_names: [a]\npoints:\n"
+                                             "- {positions: [0.3], time_from_start: 0}\n"
+                                             "- {positions: [-2.7], time_from_start: 0.9}\n");
+  const std::string trace = temporary.path("t.csv");
+  ASSERT_EQ(statusOf({"run", temporary.write("r.urdf", urdf), motion, "--cycle", "1ms", "--trace",
+                      trace, "--pool", temporary.pool()}),
+            0);
+  auto columns = columnsOf(trace);
+  const std::vector<float>& times = columns["time_ms"];
+  const std::vector<float>& commands = columns["a/command"];
+  ASSERT_FALSE(commands.empty());
+  EXPECT_EQ(commands.back(), -2.7F);
+  const double leadMs = 34.0;
+  for (std::size_t i = 0; i < times.size(); ++i) {
+    const double time = times[i];
+    const double line = time < leadMs         ? 0.3 * time / leadMs
+                        : time < leadMs + 900 ? 0.3 - 3.0 * (time - leadMs) / 900.0
+                                              : -2.7;
+    EXPECT_NEAR(commands[i], line, 1e-5) << time;
+  }
+}
+
+TEST(Tool, RefusesBadInputBeforeAnythingMoves) {
+  const Temporary temporary;
+  const std::string machine = temporary.write("r.urdf", urdf);
+  const std::string motion = temporary.write(
+      "m.yaml", "joint_names: [a]\npoints:\n- {positions: [1], time_from_start: 1}\n");
+  const std::string wrong = temporary.write("w.yaml", "joint_names: [a, b]\n");
+  const std::vector<std::pair<std::vector<std::string>, std::string>> cases = {
+      {{}, "torvex: error: A subcommand is required"},
+      {{"run", machine}, "torvex: error: MOTION is required"},
+      {{"run", machine, wrong}, wrong + ":1:18: error: robot 'r' has no joint 'b'"},
+      {{"run", temporary.path("none"), motion}, temporary.path("none: error: cannot be read")},
+      {{"run", machine, motion, "--cycle", "0"}, "torvex: error: --cycle: '0' is not"},
+      {{"run", machine, motion, "--cycle", "1.5ms"}, "torvex: error: --cycle: '1.5ms' is not"},
+      {{"run", machine, motion, "--start", "4294967296"}, "torvex: error: --start:"},
+      {{"run", machine, motion, "--clock", "sundial"}, "torvex: error: --clock:"},
+      {{"run", machine, motion, "--tolerance", "nan"}, "torvex: error: --tolerance:"},
+      {{"run", machine, motion, "--pool", "a/b"}, "torvex: error: 'a/b' is no pool name"},
+      {{"run", machine, motion, "--trace", temporary.path("no/t.csv")},
+       temporary.path("no/t.csv: error: cannot be written")},
+  };
+  for (const auto& [arguments, expected] : cases) {
+    std::vector<std::string> all = arguments;
+    if (arguments.size() == 3) {
+      all.insert(all.end(), {"--trace", temporary.path("t.csv"), "--pool", temporary.pool()});
+    }
+    Tool tool(all);
+    EXPECT_EQ(tool.wait(), 2) << expected;
+    EXPECT_EQ(tool.said().rfind(expected, 0), 0U) << tool.said();
+  }
+  EXPECT_FALSE(temporary.holds("t.csv") || temporary.holds("t.csv.part"));
+  EXPECT_FALSE(temporary.poolExists());
+}
+
+TEST(Tool, StopsWhereItIsWhenAsked) {
+  const Temporary temporary;
+  const std::string trace = temporary.path("t.csv");
+  const std::vector<std::string> command = {"run",    robot,           wave, "--trace", trace,
+                                            "--pool", temporary.pool()};
+  for (const int number : {SIGINT, SIGTERM}) {
+    Tool tool(command);
+    tool.readUntil("lead");
+    tool.signal(number);
+    EXPECT_EQ(tool.wait(), 128 + number) << tool.said();
+    EXPECT_EQ(contentsOf(trace).rfind("time_ms,", 0), 0U);
+    EXPECT_EQ(contentsOf(trace).back(), '\n');
+    EXPECT_FALSE(temporary.poolExists());
+  }
+  {
+    Tool killed(command);
+    killed.readUntil("lead");
+    Tool refused(command);
+    EXPECT_EQ(refused.wait(), 2);
+    killed.signal(SIGKILL);
+    EXPECT_EQ(killed.wait(), -SIGKILL);
+  }
+  Tool again(command);
+  again.readUntil("lead");
+  EXPECT_NE(again.said().find("in place of one that a killed process left"), std::string::npos);
+  Tool beside({"run", robot, wave, "--clock", "simulated", "--pool", temporary.pool() + ".2"});
+  EXPECT_EQ(beside.wait(), 0) << beside.said();
+  again.signal(SIGTERM);
+  EXPECT_EQ(again.wait(), 143);
+  EXPECT_FALSE(temporary.holds("t.csv.part"));
+}
+
+}  // namespace
