@@ -56,25 +56,15 @@ double positiveNumber(const std::string& option, const std::string& text) {
   return value;
 }
 
-void addRun(CLI::App& app, RunOptions& options) {
+void addTiming(CLI::App& run, RunOptions& options) {
   constexpr std::uint32_t longestCycleMs = 1000;
   constexpr std::uint32_t longestLeadMs = 70'000'000;
-  CLI::App* run = app.add_subcommand("run", "Move a robot description along a motion");
-  run->footer(
-      "Example:\n"
-      "  torvex run examples/humanoid/humanoid.urdf examples/humanoid/wave.yaml --trace "
-      "wave.csv\n\n"
-      "Exit status: 0 when every command was delivered and reached; 1 when not, saying which;\n"
-      "2 for bad input or usage; 130 or 143 when stopped by INT or TERM.");
-  run->add_option("ROBOT", options.robotPath, "Robot description (URDF)")->required();
-  run->add_option("MOTION", options.motionPath, "Motion (trajectory_msgs/JointTrajectory in YAML)")
-      ->required();
-  run->add_option_function<std::string>(
+  run.add_option_function<std::string>(
          "--clock", [&options](const std::string& text) { options.clock = clockNamed(text); },
          "realtime: a cycle thread on the monotonic clock; simulated: as fast as it goes")
       ->type_name("realtime|simulated")
       ->default_str("realtime");
-  run->add_option_function<std::string>(
+  run.add_option_function<std::string>(
          "--cycle",
          [&options](const std::string& text) {
            options.cycleMs = milliseconds("--cycle", text, 1, longestCycleMs);
@@ -82,19 +72,33 @@ void addRun(CLI::App& app, RunOptions& options) {
          "Control cycle in whole milliseconds")
       ->type_name("TIME")
       ->default_str("10ms");
-  run->add_option_function<std::string>(
+  run.add_option_function<std::string>(
          "--start", [&options](const std::string& text) { options.startTick = tick(text); },
          "Tick of the first cycle, in milliseconds modulo 2^32")
       ->type_name("TICK")
       ->default_str("0");
-  run->add_option_function<std::string>(
+  run.add_option_function<std::string>(
          "--lead",
          [&options](const std::string& text) {
            options.leadMs = milliseconds("--lead", text, 1, longestLeadMs);
          },
          "Time to approach the first point (default: what the joints need)")
       ->type_name("TIME");
-  run->add_option_function<std::string>(
+}
+
+void addRun(CLI::App& app, RunOptions& options) {
+  CLI::App& run = *app.add_subcommand("run", "Move a robot description along a motion");
+  run.footer(
+      "Example:\n"
+      "  torvex run examples/humanoid/humanoid.urdf examples/humanoid/wave.yaml --trace "
+      "wave.csv\n\n"
+      "Exit status: 0 when every command was delivered and reached; 1 when not, saying which;\n"
+      "2 for bad input or usage; 128 and the signal's number when a signal stopped it.");
+  run.add_option("ROBOT", options.robotPath, "Robot description (URDF)")->required();
+  run.add_option("MOTION", options.motionPath, "Motion (trajectory_msgs/JointTrajectory in YAML)")
+      ->required();
+  addTiming(run, options);
+  run.add_option_function<std::string>(
          "--tolerance",
          [&options](const std::string& text) {
            options.tolerance = positiveNumber("--tolerance", text);
@@ -102,9 +106,9 @@ void addRun(CLI::App& app, RunOptions& options) {
          "How far a joint may end from its command, in its unit")
       ->type_name("NUMBER")
       ->default_str("0.01");
-  run->add_option("--trace", options.tracePath, "Write every cycle to this CSV file")
+  run.add_option("--trace", options.tracePath, "Write every cycle to this CSV file")
       ->type_name("FILE.csv");
-  run->add_option("--pool", options.poolName, "Name of the device pool in shared memory")
+  run.add_option("--pool", options.poolName, "Name of the device pool in shared memory")
       ->type_name("NAME")
       ->capture_default_str();
 }

@@ -16,11 +16,11 @@ constexpr std::int64_t longestPartCycles = 200;
 }  // namespace
 
 Feeder::Feeder(const Motion& motion, const Schedule& schedule, std::vector<std::string> names,
-               const std::vector<float>& present)
+               std::vector<float> present)
     : motion_(motion),
       schedule_(schedule),
       names_(std::move(names)),
-      present_(present),
+      present_(std::move(present)),
       counts_(names_.size()) {
   firstItem_.push_back(0);
   for (std::size_t way = 0; way < motion.times.size(); ++way) {

@@ -36,7 +36,7 @@ class Feeder {
   /// `names` are the commands' names and `present` the values that the
   /// actuators have, one a column of the motion.
   Feeder(const Motion& motion, const Schedule& schedule, std::vector<std::string> names,
-         const std::vector<float>& present);
+         std::vector<float> present);
 
   /// Feeds what the window has room for after the cycle at `timeMs` has run
   /// (-1 before the first). A list that a timeline refuses is fed again by a

@@ -68,13 +68,13 @@ std::string runReport(Torvex& torvex) {
                   microseconds(durations.quantile(0.5)), microseconds(durations.quantile(0.99)),
                   microseconds(durations.maximum()));
   const std::size_t width = longestName(torvex.joints());
-  text += fmt::format("\n{:<{}} {:>7} {:>9} {:>7} {:>7} {:>7} {:>9} {:>9} {:>9}  course\n", "joint",
+  text += fmt::format("\n{:<{}} {:>6} {:>9} {:>7} {:>7} {:>5} {:>8} {:>8} {:>8}  course\n", "joint",
                       width, "sent", "delivered", "refused", "limited", "moved", "target",
                       "command", "measured");
   for (std::size_t i = 0; i < torvex.joints().size(); ++i) {
     const MovedJoint& joint = torvex.joints()[i];
     const FeedCount& fed = torvex.feeder().counts()[i];
-    text += fmt::format("{:<{}} {:>7} {:>9} {:>7} {:>7} {:>7} {:>9.4f} {:>9.4f} {:>9.4f}  {}\n",
+    text += fmt::format("{:<{}} {:>6} {:>9} {:>7} {:>7} {:>5} {:>8.4f} {:>8.4f} {:>8.4f}  {}\n",
                         joint.name, width, fed.sent, fed.delivered, fed.refused,
                         torvex.machine().counters(joint.actuator).limited,
                         joint.cyclesMovedByOthers, joint.finalTarget, joint.command->loadFloat(),

@@ -1,11 +1,10 @@
 #include "host/torvex.h"
 
-#include <time.h>
-
 #include <algorithm>
 #include <cerrno>
 #include <cmath>
 #include <cstring>
+#include <ctime>
 #include <future>
 
 #include "host/stopsignal.h"
@@ -31,8 +30,10 @@ void sleepUntil(std::int64_t timeNs) {
   }
 }
 
-bool sameBits(float a, float b) {
-  return std::memcmp(&a, &b, sizeof a) == 0;
+std::uint32_t bitsOf(float value) {
+  std::uint32_t bits = 0;
+  std::memcpy(&bits, &value, sizeof bits);
+  return bits;
 }
 
 std::vector<host::MovedJoint> movedJoints(const host::Robot& robot, const host::Motion& motion,
@@ -207,7 +208,7 @@ void Torvex::cycle(std::int64_t timeMs, std::int64_t previousMs) {
 
 void Torvex::noteMovesByOthers() {
   for (host::MovedJoint& joint : joints_) {
-    if (!sameBits(joint.command->loadFloat(), joint.lastCommand)) {
+    if (bitsOf(joint.command->loadFloat()) != bitsOf(joint.lastCommand)) {
       ++joint.cyclesMovedByOthers;
     }
   }

@@ -24,7 +24,7 @@ namespace host {
 /// One joint of the motion, as the cycle sees it.
 struct MovedJoint {
   /// How many samples of its commands are kept, spread over the motion.
-  static constexpr std::size_t shapeSamples = 32;
+  static constexpr std::size_t shapeSamples = 20;
 
   std::string name;
   int actuator = 0;

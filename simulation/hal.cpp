@@ -69,7 +69,8 @@ AttributeContainer* DeviceManager::foundAttributeContainerWithNames(const char* 
 }
 
 void DeviceAttrGeneric::set(const AttrGeneric& newValue) {
-  __atomic_store(&value, &newValue, __ATOMIC_RELAXED);
+  AttrGeneric stored = newValue;
+  __atomic_store(&value, &stored, __ATOMIC_RELAXED);
   if (tracksChanges()) {
     trackChange();
   }

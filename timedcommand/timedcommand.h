@@ -50,7 +50,7 @@ class TORVEX_EXPORT TimedCommand {
 
     /// Leaves `time` and `ignore` open: set both before use. An item with an
     /// open flag must not be copied; build it in place.
-    commandItem() {}  // NOLINT(cppcoreguidelines-pro-type-member-init)
+    commandItem() {}  // NOLINT(modernize-use-equals-default): that would set them to zero
     commandItem(const hal::AttrGeneric& value_, std::uint32_t time_, bool ignore_ = false)
         : value(value_), time(time_), ignore(ignore_) {}
   };

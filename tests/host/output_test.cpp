@@ -3,7 +3,6 @@
 #include <algorithm>
 #include <cstdint>
 #include <cstdlib>
-#include <cstring>
 #include <limits>
 #include <random>
 #include <sstream>
@@ -14,6 +13,7 @@
 #include "host/input/source.h"
 #include "host/outputfile.h"
 #include "host/trace.h"
+#include "tests/support/bits.h"
 #include "tests/support/temporary.h"
 
 namespace {
@@ -27,7 +27,7 @@ TEST(OutputFile, AppearsWholeOrNotAtAll) {
   }
   EXPECT_EQ(contentsOf(path), "old");
   EXPECT_FALSE(temporary.holds("out.part"));
-  temporary.write("out.part", "what a killed process left");
+  (void)temporary.write("out.part", "what a killed process left");
   host::OutputFile file(path);
   file.write("new", 3);
   EXPECT_EQ(contentsOf(path), "old");
@@ -57,7 +57,7 @@ TEST(Trace, WritesFloatsThatReadBackExactly) {
     std::getline(text, line);
     EXPECT_EQ(line.substr(0, 12), "10000000000,");
     const float read = std::strtof(line.c_str() + 12, nullptr);
-    EXPECT_EQ(std::memcmp(&read, &value, sizeof read), 0) << line;
+    EXPECT_EQ(bitsOf(read), bitsOf(value)) << line;
   }
   EXPECT_FALSE(std::getline(text, line));
 }

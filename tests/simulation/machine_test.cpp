@@ -14,6 +14,7 @@
 #include "platform/hal/devicepool.h"
 #include "platform/hal/subdevicelist.h"
 #include "platform/zr/zrcriticalsectionwrite.h"
+#include "tests/support/bits.h"
 #include "tests/support/temporary.h"
 
 namespace {
@@ -125,8 +126,7 @@ TEST(Machine, ReadsBackEveryBitThatWasWritten) {
     float written = 0.0F;
     std::memcpy(&written, &bits, sizeof bits);
     arm.setValueFloat(written);
-    const float read = arm.getValueFloat();
-    EXPECT_EQ(std::memcmp(&read, &written, sizeof read), 0) << std::hex << bits;
+    EXPECT_EQ(bitsOf(arm.getValueFloat()), bits);
   }
 }
 
@@ -199,7 +199,7 @@ TEST(Machine, RefusesADescriptionThatIsNotSound) {
        [](auto& d) {
          d.containers[1].attributes.clear();
          for (int i = 0; i < 65524; ++i) {
-           d.containers[1].attributes.push_back({"A" + std::to_string(i), 6, i});
+           d.containers[1].attributes.emplace_back("A" + std::to_string(i), 6, i);
          }
        }},
   };
@@ -222,7 +222,7 @@ TEST(Machine, HoldsAsManyAttributesAsIndexesCanName) {
   const Temporary temporary;
   MachineDescription description = smallMachine();
   for (int i = 0; i < simulation::maxAttributes - 13; ++i) {
-    description.containers[1].attributes.push_back({"A" + std::to_string(i), 6, i});
+    description.containers[1].attributes.emplace_back("A" + std::to_string(i), 6, i);
   }
   const Machine machine(temporary.pool(), description);
   EXPECT_EQ(hal::getDevicePool()->attributeCount, 65535);

@@ -1,8 +1,8 @@
 #pragma once
 
-#include <stdlib.h>
 #include <unistd.h>
 
+#include <cstdlib>
 #include <filesystem>
 #include <fstream>
 #include <iterator>
@@ -24,7 +24,7 @@ class Temporary {
     return (folder_ / name).string();
   }
   [[nodiscard]] std::string pool() const { return folder_.filename().string(); }
-  std::string write(const std::string& name, const std::string& text) const {
+  [[nodiscard]] std::string write(const std::string& name, const std::string& text) const {
     std::ofstream(path(name)) << text;
     return path(name);
   }
