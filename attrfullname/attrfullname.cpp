@@ -103,7 +103,7 @@ const std::string& AttrFullName::storeName(int index, std::string&& name) {
 
 int AttrFullName::getAttributeIndexWithName(const std::string& name) {
   const bool isFullKey = beginsWith(name, subDevicePrefix) || beginsWith(name, devicePrefix);
-  const auto found = nameToIndex.find(isFullKey ? name : subDevicePrefix + name);
+  const auto found = isFullKey ? nameToIndex.find(name) : nameToIndex.find(subDevicePrefix + name);
   return found == nameToIndex.end() ? -1 : found->second;
 }
 

@@ -37,7 +37,8 @@ class TORVEX_EXPORT AttrFullName {
   int getAttributeIndexWithName(const std::string& name);
 
   /// The key of an attribute, empty when it has none. `index` must be below the
-  /// number of attributes; this is not tested.
+  /// number of attributes; this is not tested. The reference is the table's own
+  /// entry: do not write to it; it holds until the table is built again.
   std::string& getAttributeNameWithIndex(int index);
 
   /// The key of the attribute with this index; empty when there is no such

@@ -6,8 +6,6 @@ set(CMAKE_EXPORT_COMPILE_COMMANDS ON)
 set(CMAKE_RUNTIME_OUTPUT_DIRECTORY ${PROJECT_BINARY_DIR})
 set(CMAKE_LIBRARY_OUTPUT_DIRECTORY ${PROJECT_BINARY_DIR})
 
-find_package(Threads REQUIRED)
-
 add_library(torvex_compile_options INTERFACE)
 target_compile_features(torvex_compile_options INTERFACE cxx_std_17)
 target_compile_options(torvex_compile_options INTERFACE

@@ -1,7 +1,5 @@
 #include "registry/brokermanager.h"
 
-#include <utility>
-
 namespace {
 boost::shared_ptr<ZR::ZRBroker> gBroker;
 }  // namespace
@@ -10,6 +8,8 @@ boost::shared_ptr<ZR::ZRBroker> getBrokerManager() {
   return gBroker;
 }
 
+// A copy, not a move: the argument holds its reference until the call returns.
+// NOLINTNEXTLINE(performance-unnecessary-value-param)
 void setBrokerManager(boost::shared_ptr<ZR::ZRBroker> broker) {
-  gBroker = std::move(broker);
+  gBroker = broker;
 }

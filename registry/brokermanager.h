@@ -15,5 +15,5 @@ TORVEX_EXPORT boost::shared_ptr<ZR::ZRBroker> getBrokerManager();
 
 /// Keeps a reference on `broker` and lets go of the previous one, whose life
 /// may end with it. An empty pointer clears the slot. What is still held when
-/// the library is unloaded is let go then.
+/// the process ends is let go then.
 TORVEX_EXPORT void setBrokerManager(boost::shared_ptr<ZR::ZRBroker> broker);

@@ -53,6 +53,10 @@ class TORVEX_EXPORT TimedCommand {
     commandItem() {}  // NOLINT(modernize-use-equals-default): that would set them to zero
     commandItem(const hal::AttrGeneric& value_, std::uint32_t time_, bool ignore_ = false)
         : value(value_), time(time_), ignore(ignore_) {}
+
+    /// The order of a timeline. It holds for equal stamps, both ways, and is no
+    /// strict weak order: among equal stamps the later arrival comes first.
+    bool operator<(const commandItem& other) const { return timeDifference(time, other.time) <= 0; }
   };
 
   /// Every list of commands has this type, so that nodes move between lists by
@@ -85,12 +89,14 @@ class TORVEX_EXPORT TimedCommand {
   ~TimedCommand() = default;
 
   /// Grows the node pool by a few nodes and leaves the timeline empty: queued
-  /// commands are discarded. Set-up; takes the lock; may throw `std::bad_alloc`.
+  /// commands are discarded. Set-up; takes the lock. May throw `std::bad_alloc`;
+  /// the timeline then holds open items and must not be copied.
   void preAllocate();
 
   /// Chooses the law: linear for float attributes, unless a bound sub-device
   /// forbids it; the step law otherwise. Set-up, after `deviceAttr`,
-  /// `isSubDevice` and `subDeviceAccessor` are set.
+  /// `isSubDevice` and `subDeviceAccessor` are set. What the platform throws
+  /// passes through; the law is then the linear one.
   void testIfInterpolationPossible();
 
   /// Merges `commands`, in any order and of any length, into the timeline.
@@ -114,7 +120,9 @@ class TORVEX_EXPORT TimedCommand {
   /// before. Nothing happens, not even a lock, while the timeline is empty.
   ///
   /// Cycle thread only. Allocates nothing. Exceptions of the platform pass
-  /// through with the lock released.
+  /// through with the lock released. The step law then keeps the command; the
+  /// linear law has removed what it reached, and its value is not written again
+  /// once the timeline is empty.
   void run(unsigned int time, unsigned int previousTime);
 
   /// The step law: writes every command that is overdue, in order, and the
@@ -133,11 +141,12 @@ class TORVEX_EXPORT TimedCommand {
 
   /// The first item still queued. The timeline must not be empty; this is not
   /// tested. The pointer is used without the lock and holds until a cycle or a
-  /// push removes the item. Takes the lock.
+  /// push removes the item. Takes the lock and lets through what it throws. Any
+  /// thread, but not inside the cycle's own pass.
   commandItem* getNextCommand();
 
   /// Removes the first item and returns it. The timeline must not be empty;
-  /// this is not tested. Takes the lock.
+  /// this is not tested. Threads, lock and exceptions as `getNextCommand`.
   commandItem popNexCommand();
 
   /// The attribute, not owned.
@@ -162,7 +171,6 @@ class TORVEX_EXPORT TimedCommand {
 
  private:
   [[nodiscard]] TORVEX_NO_EXPORT bool looksEmpty() const;
-  [[nodiscard]] TORVEX_NO_EXPORT bool actuatorWasMoved() const;
   TORVEX_NO_EXPORT void resynchronise(unsigned int time);
   TORVEX_NO_EXPORT void startSegment(float value, unsigned int time);
   TORVEX_NO_EXPORT void output(float value);
@@ -174,18 +182,26 @@ class TORVEX_EXPORT TimedCommand {
 
 using CommandList = TimedCommand::CommandList;
 
-/// A list node is two links and an item; the pool is chosen by its size alone.
+// One node pool per process: the host's lists and the library's must draw from
+// the same one, however the host is linked. So only the library holds the pools,
+// and hands them out through these exported functions.
+namespace boost {
+
+/// A list node is two links and an item; its pool is chosen by its size alone.
 struct CommandNodeLayout {
   void* links[2];
   TimedCommand::commandItem item;
 };
 
-// One node pool per process: the host's lists and the library's must draw from
-// the same one. The second pool is only named by the allocator type.
-namespace boost {
-extern template class TORVEX_EXPORT singleton_pool<pool_allocator_tag, sizeof(CommandNodeLayout),
-                                                   default_user_allocator_new_delete, mutex, 32, 0>;
-extern template class TORVEX_EXPORT
-    singleton_pool<pool_allocator_tag, sizeof(TimedCommand::commandItem),
-                   default_user_allocator_new_delete, mutex, 32, 0>;
+using CommandNodePool = singleton_pool<pool_allocator_tag, sizeof(CommandNodeLayout),
+                                       default_user_allocator_new_delete, mutex, 32, 0>;
+/// Named by the allocator type; nothing is allocated from it.
+using CommandItemPool = singleton_pool<pool_allocator_tag, sizeof(TimedCommand::commandItem),
+                                       default_user_allocator_new_delete, mutex, 32, 0>;
+
+template <>
+TORVEX_EXPORT CommandNodePool::pool_type& CommandNodePool::get_pool();
+template <>
+TORVEX_EXPORT CommandItemPool::pool_type& CommandItemPool::get_pool();
+
 }  // namespace boost

@@ -2,6 +2,8 @@
 
 #include <cstddef>
 #include <cstring>
+#include <list>
+#include <new>
 
 #include "attrfullname/attrfullname.h"
 #include "platform/hal/devicemanager.h"
@@ -9,12 +11,29 @@
 #include "platform/hal/subdevicelist.h"
 #include "registry/attrfullnamemanager.h"
 
-// Loading the library creates both node pools, before the first timeline.
+#ifdef __GLIBCXX__
+static_assert(sizeof(boost::CommandNodeLayout) ==
+              sizeof(std::_List_node<TimedCommand::commandItem>));
+#endif
+
+// Using `create_object` makes loading the library create the pool, before the
+// first timeline.
 namespace boost {
-template class singleton_pool<pool_allocator_tag, sizeof(CommandNodeLayout),
-                              default_user_allocator_new_delete, mutex, 32, 0>;
-template class singleton_pool<pool_allocator_tag, sizeof(TimedCommand::commandItem),
-                              default_user_allocator_new_delete, mutex, 32, 0>;
+
+template <>
+CommandNodePool::pool_type& CommandNodePool::get_pool() {
+  static pool_type* const pool = new (&storage) pool_type;
+  create_object.do_nothing();
+  return *pool;
+}
+
+template <>
+CommandItemPool::pool_type& CommandItemPool::get_pool() {
+  static pool_type* const pool = new (&storage) pool_type;
+  create_object.do_nothing();
+  return *pool;
+}
+
 }  // namespace boost
 
 namespace {
@@ -22,6 +41,11 @@ namespace {
 constexpr unsigned char allSubDevices = 1;
 
 TimedCommandManager* gTimedCommandManager = nullptr;
+
+bool isAtEnd(hal::SubDeviceIterator& subDevice, hal::SubDeviceList& subDevices) {
+  hal::SubDeviceIterator end = subDevices.end();
+  return subDevice == end;
+}
 
 }  // namespace
 
@@ -34,13 +58,20 @@ void setTimedCommandManager(TimedCommandManager* manager) {
 }
 
 void TimedCommandManager::initTimedCommand(int startIndex) {
+  hal::SubDeviceIterator subDevice(allSubDevices);
+  hal::SubDeviceList subDevices;
   const int count = hal::getDevicePool()->attributeCount;
   sizeTable(startIndex, count);
   for (int index = startIndex; index < count; ++index) {
     commandTable[static_cast<std::size_t>(index)].deviceAttr =
         hal::getDeviceManager()->getAttrWithIndex(index);
   }
-  listActuators();
+  actuatorCommands.clear();
+  for (subDevice = subDevices.find(); !isAtEnd(subDevice, subDevices); subDevice++) {
+    if (subDevice->isActuator()) {
+      listValueTimelines(subDevice);
+    }
+  }
 }
 
 // Timelines are copied from one prototype, so that a build has one lock.
@@ -54,31 +85,15 @@ void TimedCommandManager::sizeTable(int startIndex, int count) {
   }
 }
 
-void TimedCommandManager::listActuators() {
-  actuatorCommands.clear();
-  hal::SubDeviceList subDevices;
-  hal::SubDeviceIterator subDevice(allSubDevices);
-  hal::SubDeviceIterator end(allSubDevices);
-  for (subDevice = subDevices.find();; subDevice++) {
-    end = subDevices.end();
-    if (subDevice == end) {
-      return;
-    }
-    if (subDevice->isActuator()) {
-      listValueTimelines(*subDevice);
-    }
-  }
-}
-
-void TimedCommandManager::listValueTimelines(hal::SubDeviceAccessor& actuator) {
-  for (int index = actuator.getFirstAttrIndex(); index <= actuator.getLastAttrIndex(); ++index) {
+void TimedCommandManager::listValueTimelines(hal::SubDeviceIterator& actuator) {
+  for (int index = actuator->getFirstAttrIndex(); index <= actuator->getLastAttrIndex(); ++index) {
     TimedCommand& timeline = commandTable[static_cast<std::size_t>(index)];
     const char* name = hal::getDeviceManager()->getNameByAttribute(timeline.deviceAttr);
     if (name == nullptr || std::strcmp(name, "Value") != 0) {
       continue;
     }
     timeline.isSubDevice = 1;
-    timeline.subDeviceAccessor = actuator;
+    timeline.subDeviceAccessor = *actuator;
     timeline.preAllocate();
     timeline.testIfInterpolationPossible();
     actuatorCommands.push_back(&timeline);
@@ -107,7 +122,7 @@ int TimedCommandManager::testActuatorName(const std::string& name) {
 }
 
 void TimedCommandManager::run(unsigned int time, unsigned int previousTime) {
-  for (TimedCommand* timeline : actuatorCommands) {
-    timeline->run(time, previousTime);
+  for (int i = 0; i < static_cast<int>(actuatorCommands.size()); ++i) {
+    actuatorCommands[static_cast<std::size_t>(i)]->run(time, previousTime);
   }
 }

@@ -6,6 +6,10 @@
 #include "timedcommand/timedcommand.h"
 #include "torvex_export.h"
 
+namespace hal {
+class SubDeviceIterator;
+}
+
 /// The table of timelines, one per attribute index, and the list of those that
 /// the control cycle drives: the "Value" attributes of the actuators.
 ///
@@ -23,8 +27,12 @@ class TORVEX_EXPORT TimedCommandManager {
   /// keep their commands, except that every actuator "Value" timeline that is
   /// found is emptied.
   ///
+  /// Timelines that are kept also keep their lock and their marks; with a
+  /// `startIndex` above the old size, those in between have no attribute.
+  ///
   /// Set-up, one thread. Lets through what the platform throws, and
-  /// `std::bad_alloc`: a failure before the table is sized leaves it as it was.
+  /// `std::bad_alloc`: a failure before the table is sized leaves it as it was;
+  /// after a later one neither run nor add until a build has succeeded.
   void initTimedCommand(int startIndex);
 
   /// Hands `commands` to the timeline of an attribute, whose index must be
@@ -56,8 +64,7 @@ class TORVEX_EXPORT TimedCommandManager {
 
  private:
   TORVEX_NO_EXPORT void sizeTable(int startIndex, int count);
-  TORVEX_NO_EXPORT void listActuators();
-  TORVEX_NO_EXPORT void listValueTimelines(hal::SubDeviceAccessor& actuator);
+  TORVEX_NO_EXPORT void listValueTimelines(hal::SubDeviceIterator& actuator);
 };
 
 /// The process-wide slot of the manager.

@@ -1,6 +1,7 @@
 #include "host/input/jointtrajectory.h"
 
 #include <fmt/format.h>
+#include <yaml-cpp/depthguard.h>
 #include <yaml-cpp/yaml.h>
 
 #include <algorithm>
@@ -58,6 +59,9 @@ class TrajectoryReader {
                                            : "the file holds more than one document");
       }
       return documents.front();
+    } catch (const YAML::DeepRecursion& error) {
+      throw InputError(motion_.path, positionOf(error.mark),
+                       "not readable as YAML: nested too deeply");
     } catch (const YAML::Exception& error) {
       throw InputError(motion_.path, positionOf(error.mark),
                        fmt::format("not readable as YAML: {}", error.msg));

@@ -8,7 +8,6 @@ namespace hal {
 /// A handle on a device.
 class PLATFORM_API DeviceAccessor : public AttributeContainerAccessor {
  public:
-  DeviceAccessor() = default;
   explicit DeviceAccessor(Device* device) : AttributeContainerAccessor(device) {}
 };
 

@@ -6,7 +6,8 @@ namespace hal {
 
 /// A setting of the machine that outlives its power supply.
 struct Preference {
-  /// NUL-terminated. The first character is a mark that is part of no key.
+  /// NUL-terminated, never null or empty: the first character is a mark that is
+  /// part of no key.
   boost::interprocess::offset_ptr<char> name;
 };
 

@@ -35,7 +35,8 @@ class PLATFORM_API SubDeviceAccessor : public AttributeContainerAccessor {
   /// Writes the command register.
   void setValueFloat(float value);
 
-  /// `value` moved into the actuator's limits.
+  /// `value` moved into the actuator's limits. What is not a number comes back
+  /// as it is.
   [[nodiscard]] float limitMinMaxFloat(float value) const;
 };
 

@@ -14,6 +14,7 @@ class PLATFORM_API ZRCriticalSectionWrite {
   /// Waits until nobody else holds `mutex`, which must not be empty. Called
   /// inside the control cycle. When it throws, nothing is held.
   explicit ZRCriticalSectionWrite(boost::shared_ptr<ZRMutexRW> mutex);
+  /// Lets the lock go; must not throw.
   ~ZRCriticalSectionWrite();
 
   ZRCriticalSectionWrite(const ZRCriticalSectionWrite&) = delete;

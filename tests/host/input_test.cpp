@@ -1,6 +1,7 @@
 #include <gtest/gtest.h>
 
 #include <cmath>
+#include <sstream>
 #include <string>
 #include <vector>
 
@@ -36,6 +37,27 @@ std::string complaint(const Temporary& temporary, const Read& read) {
   }
 }
 
+/// Runs every text of a file of bad inputs, each behind a line ">>> " with how
+/// its message must begin.
+template <typename Read>
+void expectComplaints(const std::string& faults, const std::string& inputName, const Read& read) {
+  const Temporary temporary;
+  std::istringstream cases(contentsOf(BAD_INPUT "/" + faults));
+  std::string line;
+  int count = 0;
+  for (std::getline(cases, line); cases; ++count) {
+    const std::string expected = inputName + ":" + line.substr(4);
+    std::string text;
+    while (std::getline(cases, line) && line.rfind(">>> ", 0) != 0) {
+      text += line + "\n";
+    }
+    const std::string path = temporary.write(inputName, text);
+    const std::string said = complaint(temporary, [&] { read(path); });
+    EXPECT_EQ(said.rfind(expected, 0), 0U) << said << "\nexpected " << expected;
+  }
+  EXPECT_GT(count, 10);
+}
+
 TEST(Urdf, MakesActuatorsAndSensors) {
   const Temporary temporary;
   const host::Robot robot = host::readUrdf(temporary.write(
@@ -62,51 +84,8 @@ TEST(Urdf, MakesActuatorsAndSensors) {
 }
 
 TEST(Urdf, SaysWhatIsWrongAndWhere) {
+  expectComplaints("urdf.txt", "r.urdf", [](const std::string& path) { host::readUrdf(path); });
   const Temporary temporary;
-  std::string deep = "<robot>";
-  for (int i = 0; i < 200; ++i) {
-    deep += "<a>";
-  }
-  for (int i = 0; i < 200; ++i) {
-    deep += "</a>";
-  }
-  const struct {
-    std::string text;
-    const char* expected;
-  } faults[] = {
-      {"", "r.urdf:1:1: error: not well-formed XML"},
-      {"<robot>\n  <joint", "r.urdf:2:8: error: not well-formed XML"},
-      {"<machine/>", "r.urdf:1:1: error: the root element is <machine> instead of <robot>"},
-      {robotText(""), "r.urdf:2:1: error: the robot has no movable joint"},
-      {robotText(joint("", "revolute", limit)), "r.urdf:3:3: error: a joint needs a name"},
-      {robotText(joint("a", "revolute", limit) + joint("a", "fixed", "")),
-       "r.urdf:4:3: error: a second joint or sensor is named 'a'"},
-      {robotText(joint("a", "hinge", limit)), "r.urdf:3:3: error: joint 'a' has the type 'hinge'"},
-      {robotText(joint("a", "revolute", "")), "r.urdf:3:3: error: joint 'a' needs a <limit>"},
-      {robotText(joint("a", "revolute", "<limit lower='0' upper='1'/>")),
-       "r.urdf:3:35: error: the limit of joint 'a' needs a velocity"},
-      {robotText(joint("a", "revolute", "<limit lower='2' upper='1' velocity='1'/>")),
-       "r.urdf:3:35: error: joint 'a' has its lower limit above"},
-      {robotText(joint("a", "revolute", "<limit lower='nan' upper='1' velocity='1'/>")),
-       "r.urdf:3:35: error: lower=\"nan\" is not a finite decimal number"},
-      {robotText(joint("a", "revolute", "<limit lower='0' upper='1e99' velocity='1'/>")),
-       "r.urdf:3:35: error: upper=\"1e99\" is not a finite decimal number"},
-      {robotText(joint("a", "revolute", "<limit velocity='-1'/>")),
-       "r.urdf:3:35: error: joint 'a' has a negative velocity limit"},
-      {robotText(joint("a", "revolute", limit) + joint("m", "revolute", "<mimic joint='x'/>")),
-       "r.urdf:4:3: error: joint 'm' mimics 'x', which is no movable joint"},
-      {robotText(joint("a", "revolute", limit) + joint("m", "revolute", "<mimic joint='n'/>") +
-                 joint("n", "revolute", "<mimic joint='m'/>")),
-       "r.urdf:4:3: error: joint 'm' mimics itself"},
-      {robotText(joint("a", "revolute", limit) + joint("a/Sensor", "revolute", limit)),
-       "r.urdf:4:3: error: a second joint or sensor is named 'a/Sensor'"},
-      {deep + "</robot>", "r.urdf:1:305: error: elements lie more than 100 deep"},
-  };
-  for (const auto& fault : faults) {
-    const std::string path = temporary.write("r.urdf", fault.text);
-    const std::string said = complaint(temporary, [&] { host::readUrdf(path); });
-    EXPECT_EQ(said.rfind(fault.expected, 0), 0U) << said << "\nexpected " << fault.expected;
-  }
   EXPECT_EQ(complaint(temporary, [&] { host::readUrdf(temporary.path("none")); }),
             "none: error: cannot be read: No such file or directory");
   EXPECT_EQ(complaint(temporary, [&] { host::readUrdf(temporary.path("")); }),
@@ -151,56 +130,10 @@ points:
 }
 
 TEST(JointTrajectory, SaysWhatIsWrongAndWhere) {
-  const std::string names = "joint_names: [a, b]\n";
-  const std::string point = "- {positions: [0, 0], time_from_start: 1}\n";
-  const struct {
-    std::string text;
-    const char* expected;
-  } faults[] = {
-      {"", "m.yaml:1:1: error: the file holds no trajectory"},
-      {"a: [1\n", "m.yaml:2:1: error: not readable as YAML"},
-      {"- 1\n", "m.yaml:1:1: error: the trajectory must be a map"},
-      {"joint_names: [a]\n", "m.yaml:1:1: error: the key 'points' is missing"},
-      {names + "points: []\n", "m.yaml:2:9: error: points: a list of at least one point"},
-      {names + "points:\n" + point + "speed: 1\n", "m.yaml:4:1: error: unknown key 'speed'"},
-      {names + names + "points:\n" + point,
-       "m.yaml:2:1: error: the key 'joint_names' stands twice"},
-      {"joint_names: [a, x]\npoints:\n" + point, "m.yaml:1:18: error: robot 'r' has no joint 'x'"},
-      {"joint_names: [a, f]\npoints:\n" + point, "m.yaml:1:18: error: joint 'f' has no actuator"},
-      {"joint_names: [a, a]\npoints:\n" + point, "m.yaml:1:18: error: joint 'a' is named twice"},
-      {names + "points:\n- {positions: [0], time_from_start: 1}\n",
-       "m.yaml:3:15: error: 1 positions for 2 joints"},
-      {names + "points:\n- {positions: [0, 0], positions: [0, 0], time_from_start: 1}\n",
-       "m.yaml:3:23: error: the key 'positions' stands twice"},
-      {names + "points:\n- {positions: [0, .nan], time_from_start: 1}\n",
-       "m.yaml:3:19: error: a position is '.nan'; a finite decimal number is needed"},
-      {names + "points:\n- {positions: [0, \"1.5\"], time_from_start: 1}\n",
-       "m.yaml:3:19: error: a position is text in quotes"},
-      {names + "points:\n- {positions: [0, one], time_from_start: 1}\n",
-       "m.yaml:3:19: error: a position is 'one'"},
-      {names + "points:\n- {positions: [0, 1e40], time_from_start: 1}\n",
-       "m.yaml:3:19: error: a position lies beyond single precision"},
-      {names + "points:\n- {positions: [0, 0], time_from_start: -1}\n",
-       "m.yaml:3:40: error: time_from_start is negative"},
-      {names + "points:\n- {positions: [0, 0], time_from_start: .inf}\n",
-       "m.yaml:3:40: error: time_from_start is '.inf'"},
-      {names + "points:\n- {positions: [0, 0], time_from_start: {sec: 1.5, nanosec: 0}}\n",
-       "m.yaml:3:46: error: seconds must be a whole number"},
-      {names + "points:\n- {positions: [0, 0], time_from_start: {sec: 1, nsecs: 0}}\n",
-       "m.yaml:3:40: error: time_from_start mixes two spellings"},
-      {names + "points:\n" + point + "- {positions: [0, 0], time_from_start: 1.0004}\n",
-       "m.yaml:4:40: error: two points fall on the millisecond 1000"},
-      {names + "points:\n" + point + "- {positions: [0, 0], time_from_start: 0.5}\n",
-       "m.yaml:4:40: error: time_from_start goes back from 1000 ms to 500 ms"},
-      {names + "points:\n" + point + "---\nmore: 1\n",
-       "m.yaml:1:1: error: the file holds more than one document"},
-      {std::string(20000, '['), "m.yaml:1:"},
-  };
   const Temporary temporary;
-  for (const auto& fault : faults) {
-    const std::string said = complaint(temporary, [&] { readMotion(temporary, fault.text); });
-    EXPECT_EQ(said.rfind(fault.expected, 0), 0U) << said << "\nexpected " << fault.expected;
-  }
+  const host::Robot robot = host::readUrdf(temporary.write("r.urdf", twoJoints));
+  expectComplaints("trajectory.txt", "m.yaml",
+                   [&](const std::string& path) { host::readJointTrajectory(path, robot); });
 }
 
 TEST(Schedule, ApproachesWithinTheVelocityLimits) {
@@ -221,23 +154,25 @@ TEST(Schedule, ApproachesWithinTheVelocityLimits) {
 
 TEST(Schedule, RefusesWhatCannotBeMoved) {
   const Temporary temporary;
-  const host::Robot robot = host::readUrdf(temporary.write(
-      "r.urdf", robotText(joint("a", "revolute", "<limit lower='-1' upper='1' velocity='0'/>"))));
-  std::string points;
-  for (int i = 0; i < 40; ++i) {
-    points += "- {positions: [0], time_from_start: " + std::to_string(0.001 * i) + "}\n";
-  }
-  const auto plan = [&](const std::string& text, std::uint32_t cycleMs) {
-    const host::Motion motion = host::readJointTrajectory(
-        temporary.write("m.yaml", "joint_names: [a]\npoints:\n" + text), robot);
+  const std::string frozen = "<limit lower='-1' upper='1' velocity='0'/>";
+  const host::Robot robot =
+      host::readUrdf(temporary.write("r.urdf", robotText(joint("a", "revolute", frozen))));
+  const auto plan = [&](const std::vector<double>& positions, std::uint32_t cycleMs) {
+    host::Motion motion{temporary.path("m.yaml"), {0}, {}, {}, {}, {}};
+    for (const double position : positions) {
+      motion.times.push_back(static_cast<std::uint32_t>(motion.times.size()));
+      motion.positions.push_back(static_cast<float>(position));
+      motion.places.push_back({motion.times.size(), 3});
+    }
     host::RunOptions options;
     options.cycleMs = cycleMs;
     return complaint(temporary, [&] { (void)host::planSchedule(robot, motion, options); });
   };
-  EXPECT_EQ(plan("- {positions: [1], time_from_start: 0}\n", 10),
-            "m.yaml:3:3: error: joint 'a' cannot move there: its velocity limit is 0");
-  EXPECT_EQ(plan(points, 15), "accepted");
-  EXPECT_EQ(plan(points, 16).rfind("m.yaml:34:3: error: 32 points within two cycles of 16 ms", 0),
+  EXPECT_EQ(plan({1.0}, 10),
+            "m.yaml:1:3: error: joint 'a' cannot move there: its velocity limit is 0");
+  const std::vector<double> dense(40);
+  EXPECT_EQ(plan(dense, 15), "accepted");
+  EXPECT_EQ(plan(dense, 16).rfind("m.yaml:32:3: error: 32 points within two cycles of 16 ms", 0),
             0U);
 }
 

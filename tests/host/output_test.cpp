@@ -62,20 +62,6 @@ TEST(Trace, WritesFloatsThatReadBackExactly) {
   EXPECT_FALSE(std::getline(text, line));
 }
 
-TEST(Trace, CountsTheRowsThatItHasNoRoomFor) {
-  const Temporary temporary;
-  host::Trace trace(temporary.path("t.csv"), {"a"});
-  const int rows = 100000;
-  int dropped = 0;
-  for (int i = 0; i < rows; ++i) {
-    dropped += trace.push({static_cast<double>(i), 0.0, 0.0}) ? 0 : 1;
-  }
-  trace.finish();
-  const std::string text = contentsOf(temporary.path("t.csv"));
-  EXPECT_EQ(std::count(text.begin(), text.end(), '\n'), 1 + rows - dropped);
-  EXPECT_GT(dropped, 0) << "nothing wrote so fast";
-}
-
 TEST(Histogram, QuantilesLieWithinABucketOfTheTruth) {
   std::mt19937_64 random(7);
   std::vector<std::uint64_t> values;

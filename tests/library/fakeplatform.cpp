@@ -1,115 +1,71 @@
 #include "fakeplatform.h"
 
-#include <gtest/gtest.h>
-
-#include <cstring>
+#include <algorithm>
+#include <cstdio>
 
 #include "platform/hal/devicemanager.h"
 #include "platform/hal/subdevicelist.h"
 #include "platform/zr/zrcriticalsectionwrite.h"
 
-namespace {
-
-FakePlatform* platform = nullptr;
-
-struct FakeMutex : ZR::ZRMutexRW {
-  bool held = false;
-};
-
-const FakeContainer& fake(const hal::AttributeContainer* container) {
-  return *static_cast<const FakeContainer*>(container);
-}
-
-void recordValue(const std::string& call, float value) {
-  if (platform->recording) {
-    platform->record(call + " " + textOf(value));
-  }
-}
-
-}  // namespace
-
-std::string textOf(float value) {
-  char text[32];
-  std::snprintf(text, sizeof text, "%.9g", static_cast<double>(value));
-  return text;
-}
-
-FakePlatform::FakePlatform() {
-  platform = this;
-}
-
-FakePlatform::~FakePlatform() {
-  EXPECT_EQ(locksHeld, 0);
-  platform = nullptr;
-}
-
 FakeContainer& FakePlatform::add(const char* name,
-                                 std::initializer_list<const char*> attributeNames,
-                                 std::uint8_t kind) {
-  FakeContainer& container = containers.emplace_back();
+                                 std::initializer_list<const char*> attributeNames) {
+  FakeContainer& container = containers[name];
   container.name = const_cast<char*>(name);
-  container.kind = kind;
   container.firstAttrIndex = pool.attributeCount;
   for (const char* attributeName : attributeNames) {
-    hal::DeviceAttrGeneric& attribute = attributes.emplace_back();
-    attribute.typeCode = hal::floatTypeCode;
-    attribute.name = const_cast<char*>(attributeName);
-    ++pool.attributeCount;
+    attributes[pool.attributeCount].typeCode = hal::floatTypeCode;
+    attributes[pool.attributeCount].name = const_cast<char*>(attributeName);
+    owners[pool.attributeCount++] = &container;
   }
   container.lastAttrIndex = pool.attributeCount - 1;
   return container;
 }
 
-FakeContainer& FakePlatform::addActuator(const char* name,
-                                         std::initializer_list<const char*> attributeNames) {
-  FakeContainer& container = add(name, attributeNames);
-  container.actuator = true;
-  return container;
-}
-
 void FakePlatform::record(const std::string& call) {
-  if (recording) {
-    calls_ += (calls_.empty() ? "" : ", ") + call;
-  }
-  if (!failing.empty() && call.find(failing) != std::string::npos) {
-    throw FakeFailure(call);
+  calls.append(calls.empty() ? "" : " ").append(call);
+  if (!failing.empty() && call.rfind(failing, 0) == 0) {
+    throw FakeFailure();
   }
 }
 
-std::string FakePlatform::take() {
-  std::string taken;
-  taken.swap(calls_);
-  return taken;
+std::string callWith(const char* name, float value) {
+  char text[64];
+  std::snprintf(text, sizeof text, "%s:%.9g", name, double{value});
+  return text;
 }
+
+namespace {
+struct FakeMutex : ZR::ZRMutexRW {
+  ~FakeMutex() { EXPECT_FALSE(held); }
+  bool held = false;
+};
+
+FakeContainer& fake(hal::AttributeContainer* container) {
+  return *static_cast<FakeContainer*>(container);
+}
+}  // namespace
 
 namespace ZR {
-
 boost::shared_ptr<ZRMutexRW> ZRMutexRW::createZRMutexRW() {
-  platform->record("new lock");
-  return boost::shared_ptr<ZRMutexRW>(boost::shared_ptr<FakeMutex>(new FakeMutex));
+  FakePlatform::used->record("new-lock");
+  return boost::shared_ptr<FakeMutex>(new FakeMutex);
 }
 
 ZRCriticalSectionWrite::ZRCriticalSectionWrite(boost::shared_ptr<ZRMutexRW> mutex)
     : mutex_(std::move(mutex)) {
-  platform->record("lock");
-  auto& lock = static_cast<FakeMutex&>(*mutex_);
-  EXPECT_FALSE(lock.held) << "taken recursively";
-  lock.held = true;
-  ++platform->locksHeld;
+  FakePlatform::used->record("lock");
+  EXPECT_FALSE(std::exchange(static_cast<FakeMutex&>(*mutex_).held, true)) << "taken recursively";
 }
 
 ZRCriticalSectionWrite::~ZRCriticalSectionWrite() {
+  FakePlatform::used->record("unlock");
   static_cast<FakeMutex&>(*mutex_).held = false;
-  --platform->locksHeld;
-  platform->record("unlock");
 }
-
 }  // namespace ZR
 
 namespace hal {
-
 DevicePool* getDevicePool() {
-  return &platform->pool;
+  return &FakePlatform::used->pool;
 }
 
 DeviceManager* getDeviceManager() {
@@ -118,45 +74,34 @@ DeviceManager* getDeviceManager() {
 }
 
 DeviceAttrGeneric* DeviceManager::getAttrWithIndex(int index) {
-  platform->record("attribute " + std::to_string(index));
-  const auto position = static_cast<std::size_t>(index);
-  return position < platform->attributes.size() ? &platform->attributes[position] : nullptr;
+  FakePlatform::used->record("attribute-" + std::to_string(index));
+  const auto found = FakePlatform::used->attributes.find(index);
+  return found == FakePlatform::used->attributes.end() ? nullptr : &found->second;
 }
 
 const char* DeviceManager::getNameByAttribute(DeviceAttrGeneric* attribute) {
   return attribute->name.get();
 }
 
-AttributeContainer* DeviceManager::getAttributeContainerWithIndex(int index, int& position) {
-  for (FakeContainer& container : platform->containers) {
-    position = index - container.firstAttrIndex;
-    if (position >= 0 && index <= container.lastAttrIndex) {
-      return &container;
-    }
-  }
-  return nullptr;
+AttributeContainer* DeviceManager::getAttributeContainerWithIndex(int index, int& /*position*/) {
+  return FakePlatform::used->owners[index];
 }
 
 AttributeContainer* DeviceManager::foundAttributeContainerWithNames(const char* name) {
-  for (FakeContainer& container : platform->containers) {
-    if (std::strcmp(container.name.get(), name) == 0) {
-      return &container;
-    }
-  }
-  return nullptr;
+  const auto found = FakePlatform::used->containers.find(name);
+  return found == FakePlatform::used->containers.end() ? nullptr : &found->second;
 }
 
 void DeviceAttrGeneric::set(const AttrGeneric& newValue) {
-  recordValue("set", newValue.asFloat);
+  FakePlatform::used->record(callWith("set", newValue.asFloat));
   value = newValue;
 }
 
 void DeviceAttrGeneric::trackChange() {
-  recordValue("track", value.asFloat);
+  FakePlatform::used->record(callWith("track", value.asFloat));
 }
 
 const char* AttributeContainerAccessor::getName() const {
-  platform->record(std::string("name of ") + container_->name.get());
   return container_->name.get();
 }
 
@@ -177,25 +122,18 @@ bool SubDeviceAccessor::isInterpolationPossible() const {
 }
 
 float SubDeviceAccessor::getValueFloat() const {
-  auto& actuator = const_cast<FakeContainer&>(fake(container_));
-  platform->record("read");
-  if (actuator.readings.empty()) {
-    return actuator.command;
-  }
-  const float reading = actuator.readings.front();
-  actuator.readings.pop_front();
-  return reading;
+  FakePlatform::used->record("read");
+  return fake(container_).command;
 }
 
 float SubDeviceAccessor::limitMinMaxFloat(float value) const {
-  recordValue("limit", value);
-  const float raised = value < fake(container_).minimum ? fake(container_).minimum : value;
-  return raised > fake(container_).maximum ? fake(container_).maximum : raised;
+  FakePlatform::used->record(callWith("limit", value));
+  return std::clamp(value, -fake(container_).limit, fake(container_).limit);
 }
 
 void SubDeviceAccessor::setValueFloat(float value) {
-  recordValue("write", value);
-  const_cast<FakeContainer&>(fake(container_)).command = value;
+  FakePlatform::used->record(callWith("write", value));
+  fake(container_).command = value;
 }
 
 AttributeContainerIterator::AttributeContainerIterator(unsigned char selection)
@@ -206,7 +144,8 @@ bool AttributeContainerIterator::operator==(AttributeContainerIterator& other) {
 }
 
 SubDeviceAccessor* SubDeviceIterator::operator->() {
-  current_ = SubDeviceAccessor(&platform->containers[static_cast<std::size_t>(position_)]);
+  current_ =
+      SubDeviceAccessor(&std::next(FakePlatform::used->containers.begin(), position_)->second);
   return &current_;
 }
 
@@ -224,8 +163,7 @@ SubDeviceIterator SubDeviceList::find() {
 
 SubDeviceIterator SubDeviceList::end() {
   SubDeviceIterator past(1);
-  past.position_ = static_cast<int>(platform->containers.size());
+  past.position_ = static_cast<int>(FakePlatform::used->containers.size());
   return past;
 }
-
 }  // namespace hal
