@@ -16,7 +16,7 @@ struct RunOptions {
   std::uint32_t cycleMs = 10;
   /// The tick, in milliseconds modulo 2^32, of the first cycle.
   std::uint32_t startTick = 0;
-  /// From the first cycle to the first point; computed when not given.
+  /// From the first cycle to the start of the motion; computed when not given.
   std::optional<std::uint32_t> leadMs;
   /// In the unit of the joint.
   double tolerance = 0.01;

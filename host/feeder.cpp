@@ -15,13 +15,8 @@ constexpr std::int64_t longestPartCycles = 200;
 
 }  // namespace
 
-Feeder::Feeder(const Motion& motion, const Schedule& schedule, std::vector<std::string> names,
-               std::vector<float> present)
-    : motion_(motion),
-      schedule_(schedule),
-      names_(std::move(names)),
-      present_(std::move(present)),
-      counts_(names_.size()) {
+Feeder::Feeder(const Motion& motion, const Schedule& schedule, std::vector<FedColumn> columns)
+    : motion_(motion), schedule_(schedule), columns_(std::move(columns)), counts_(columns_.size()) {
   firstItem_.push_back(0);
   for (std::size_t way = 0; way < motion.times.size(); ++way) {
     const std::int64_t partMs = longestPartCycles * schedule.cycleMs;
@@ -34,8 +29,15 @@ std::int64_t Feeder::knotMs(std::size_t knot) const {
   return knot == 0 ? 0 : std::int64_t{schedule_.leadMs} + motion_.times[knot - 1];
 }
 
+// The first point is approached no further than the actuator can go: the lead
+// would not suffice for more.
 float Feeder::knotValue(std::size_t knot, std::size_t column) const {
-  return knot == 0 ? present_[column] : motion_.position(knot - 1, column);
+  const FedColumn& fed = columns_[column];
+  if (knot == 0) {
+    return fed.present;
+  }
+  const float value = motion_.position(knot - 1, column);
+  return knot == 1 ? std::clamp(value, fed.minimum, fed.maximum) : value;
 }
 
 Feeder::Place Feeder::placeOf(std::size_t item) const {
@@ -67,7 +69,7 @@ void Feeder::feed(TimedCommandManager& commands, std::int64_t timeMs) {
     ++consumed_;
   }
   const std::size_t end = std::min(consumed_ + windowItems, itemCount());
-  for (std::size_t column = 0; column < names_.size(); ++column) {
+  for (std::size_t column = 0; column < columns_.size(); ++column) {
     feedColumn(commands, column, end);
   }
 }
@@ -85,8 +87,8 @@ void Feeder::feedColumn(TimedCommandManager& commands, std::size_t column, std::
     list.emplace_back(hal::AttrGeneric(itemValue(item, column)), schedule_.stamp(itemMs(item)));
   }
   count.sent += end - begin;
-  if (!commands.AddTimedCommand(names_[column], list, TimedCommand::MERGE)) {
-    throw std::logic_error("the name table does not know " + names_[column]);
+  if (!commands.AddTimedCommand(columns_[column].name, list, TimedCommand::MERGE)) {
+    throw std::logic_error("the name table does not know " + columns_[column].name);
   }
   if (!list.empty()) {
     ++count.refused;

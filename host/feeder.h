@@ -24,6 +24,17 @@ struct FeedCount {
   std::uint64_t refused = 0;
 };
 
+/// Where the items of one column of a motion go.
+struct FedColumn {
+  /// A name as `TimedCommandManager::AddTimedCommand` takes it.
+  std::string name;
+  /// Where the actuator stands.
+  float present = 0.0F;
+  /// Its limits, which bound the approach.
+  float minimum = 0.0F;
+  float maximum = 0.0F;
+};
+
 /// Hands a motion over to the timelines as a sliding window: the present value
 /// as an anchor at the first cycle, then the points, never more than
 /// `windowItems` ahead. Used by one thread at a time, beside the cycle.
@@ -33,10 +44,8 @@ struct FeedCount {
 /// points are cut into parts on the straight line.
 class Feeder {
  public:
-  /// `names` are the commands' names and `present` the values that the
-  /// actuators have, one a column of the motion.
-  Feeder(const Motion& motion, const Schedule& schedule, std::vector<std::string> names,
-         std::vector<float> present);
+  /// `motion` and `schedule` must outlive the feeder.
+  Feeder(const Motion& motion, const Schedule& schedule, std::vector<FedColumn> columns);
 
   /// Feeds what the window has room for after the cycle at `timeMs` has run
   /// (-1 before the first). A list that a timeline refuses is fed again by a
@@ -66,8 +75,7 @@ class Feeder {
 
   const Motion& motion_;
   const Schedule& schedule_;
-  const std::vector<std::string> names_;
-  const std::vector<float> present_;
+  const std::vector<FedColumn> columns_;
   /// The item with which each way begins.
   std::vector<std::size_t> firstItem_;
   /// Items that are due by the latest cycle.

@@ -82,8 +82,12 @@ void LiveView::show(const std::vector<MovedJoint>& joints, std::int64_t timeMs,
   constexpr std::size_t besideName = barColumns + 13;
   const std::size_t nameColumns =
       std::clamp<std::size_t>(size.columns, besideName + 8, besideName + 32) - besideName;
-  const std::size_t shown = std::min(joints.size(), size.rows > 3 ? size.rows - 3 : 0);
-  std::string lines = progressBar(timeMs, lastMs);
+  const bool wide = size.columns >= besideName + 8;
+  const std::size_t shown = wide && size.rows > 3 ? std::min(joints.size(), size.rows - 3) : 0;
+  std::string lines = progressBar(timeMs, lastMs).substr(0, size.columns - 1);
+  if (lines.back() != '\n') {
+    lines += '\n';
+  }
   for (std::size_t i = 0; i < shown; ++i) {
     lines += jointLine(joints[i], nameColumns);
   }

@@ -1,5 +1,17 @@
+#include <fcntl.h>
+
 #include "host/commandline.h"
 
+/// Otherwise the next file opened would take the place of a closed standard
+/// stream, and the report would be written into it.
+void openStandardStreams() {
+  int descriptor = 0;
+  while (descriptor >= 0 && descriptor <= 2) {
+    descriptor = open("/dev/null", O_RDWR | O_CLOEXEC);
+  }
+}
+
 int main(int argc, char** argv) {
+  openStandardStreams();
   return host::runCommandLine(argc, argv);
 }

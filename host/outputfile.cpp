@@ -8,8 +8,8 @@
 
 #include <cerrno>
 #include <cstring>
+#include <filesystem>
 #include <system_error>
-#include <utility>
 
 #include "host/input/source.h"
 
@@ -34,6 +34,21 @@ void checkPlace(const std::string& path) {
   }
 }
 
+/// The file that a symbolic link leads to.
+std::string resolved(const std::string& path) {
+  std::error_code failure;
+  const std::filesystem::path real = std::filesystem::canonical(path, failure);
+  return failure ? path : real.string();
+}
+
+/// False when the file has meanwhile taken its place under another name.
+bool isStillNamed(int descriptor, const std::string& path) {
+  struct stat opened {};
+  struct stat named {};
+  return fstat(descriptor, &opened) == 0 && lstat(path.c_str(), &named) == 0 &&
+         S_ISREG(opened.st_mode) && opened.st_ino == named.st_ino && opened.st_dev == named.st_dev;
+}
+
 void syncFolderOf(const std::string& path) {
   const std::size_t slash = path.rfind('/');
   const std::string folder = slash == std::string::npos ? "." : path.substr(0, slash + 1);
@@ -46,21 +61,24 @@ void syncFolderOf(const std::string& path) {
 
 }  // namespace
 
-OutputFile::OutputFile(std::string path) : path_(std::move(path)), partPath_(path_ + ".part") {
+OutputFile::OutputFile(const std::string& path)
+    : path_(resolved(path)), partPath_(path_ + ".torvex-part") {
   checkPlace(path_);
   constexpr mode_t everybodyReads = 0644;
-  descriptor_ = open(partPath_.c_str(), O_WRONLY | O_CREAT | O_CLOEXEC, everybodyReads);
+  descriptor_ = open(partPath_.c_str(), O_WRONLY | O_CREAT | O_CLOEXEC | O_NOFOLLOW | O_NONBLOCK,
+                     everybodyReads);
   if (descriptor_ < 0) {
     throw unwritable(path_, std::strerror(errno));
   }
-  if (flock(descriptor_, LOCK_EX | LOCK_NB) != 0) {
-    close(descriptor_);
-    throw unwritable(path_, "another process is writing it");
+  const char* obstacle = nullptr;
+  if (flock(descriptor_, LOCK_EX | LOCK_NB) != 0 || !isStillNamed(descriptor_, partPath_)) {
+    obstacle = "another process is writing it";
+  } else if (ftruncate(descriptor_, 0) != 0) {
+    obstacle = std::strerror(errno);
   }
-  if (ftruncate(descriptor_, 0) != 0) {
-    const int error = errno;
+  if (obstacle != nullptr) {
     close(descriptor_);
-    throw unwritable(path_, std::strerror(error));
+    throw unwritable(path_, obstacle);
   }
 }
 

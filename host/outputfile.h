@@ -5,13 +5,13 @@
 
 namespace host {
 
-/// A file that appears whole or not at all: it is written as FILE.part beside
-/// its place and takes it on `commit`. A part that a killed process left behind
-/// is written over; one that another process is writing is not.
+/// A file that appears whole or not at all: it is written as FILE.torvex-part
+/// beside its place and takes it on `commit`. A part that a killed process left
+/// behind is written over; one that another process is writing is not.
 class OutputFile {
  public:
   /// Throws `InputError` when the file cannot be written there.
-  explicit OutputFile(std::string path);
+  explicit OutputFile(const std::string& path);
   /// Without `commit`, the part is removed and the place is left as it was.
   ~OutputFile();
 

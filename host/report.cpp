@@ -55,7 +55,7 @@ std::string loadedReport(const Robot& robot, const Motion& motion, const Schedul
   text += fmt::format("clock   {}, cycle {} ms, from tick {}\n",
                       options.clock == Clock::realtime ? "real time" : "simulated time",
                       schedule.cycleMs, schedule.startTick);
-  return text + fmt::format("lead    {} ms to the first point: {}\n", schedule.leadMs,
+  return text + fmt::format("lead    {} ms to the start of the motion: {}\n", schedule.leadMs,
                             schedule.leadReason);
 }
 

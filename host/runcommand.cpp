@@ -4,8 +4,10 @@
 
 #include <cstdio>
 #include <exception>
+#include <filesystem>
 #include <optional>
 #include <string>
+#include <system_error>
 #include <vector>
 
 #include "host/input/jointtrajectory.h"
@@ -34,27 +36,52 @@ std::vector<std::string> jointNames(const Robot& robot, const Motion& motion) {
   return names;
 }
 
-void print(const std::string& text) {
-  fmt::print("{}", text);
-  std::fflush(stdout);
+/// To a standard stream, which may fail: that must not end a run.
+void say(std::FILE* stream, const std::string& text) {
+  std::fputs(text.c_str(), stream);
+  std::fflush(stream);
 }
 
-void printLines(const char* kind, const std::vector<std::string>& lines) {
+void sayLines(const char* kind, const std::vector<std::string>& lines) {
   for (const std::string& line : lines) {
-    fmt::print(stderr, "torvex: {}: {}\n", kind, line);
+    say(stderr, fmt::format("torvex: {}: {}\n", kind, line));
   }
 }
 
-int outcome(Torvex& torvex) {
-  print(runReport(torvex));
-  printLines("warning", warnings(torvex));
+void checkTracePath(const RunOptions& options) {
+  for (const std::string& input : {options.robotPath, options.motionPath}) {
+    std::error_code none;
+    if (std::filesystem::equivalent(options.tracePath, input, none)) {
+      throw InputError(options.tracePath, {}, "the trace would replace an input of the run");
+    }
+  }
+}
+
+/// Why the trace is not there; empty when it is.
+std::vector<std::string> finish(Trace& trace) {
+  try {
+    trace.finish();
+    return {};
+  } catch (const std::exception& error) {
+    return {fmt::format("the trace was not written: {}", error.what())};
+  }
+}
+
+int outcome(Torvex& torvex, const std::vector<std::string>& traceFailures) {
+  say(stdout, runReport(torvex));
+  sayLines("warning", warnings(torvex));
+  sayLines("error", traceFailures);
   if (const int signal = StopSignal::received()) {
-    fmt::print(stderr, "torvex: stopped by signal {}\n", signal);
+    say(stderr, fmt::format("torvex: stopped by signal {}\n", signal));
     return signalStatus + signal;
   }
   const std::vector<std::string> reasons = shortfalls(torvex);
-  printLines("error", reasons);
-  return reasons.empty() ? okStatus : shortfallStatus;
+  sayLines("error", reasons);
+  if (std::ferror(stdout) != 0) {
+    say(stderr, "torvex: error: standard output cannot be written\n");
+  }
+  const bool allDone = reasons.empty() && traceFailures.empty() && std::ferror(stdout) == 0;
+  return allDone ? okStatus : shortfallStatus;
 }
 
 int run(const RunOptions& options) {
@@ -69,18 +96,16 @@ int run(const RunOptions& options) {
   const StopSignal stopSignal;
   std::optional<Trace> trace;
   if (!options.tracePath.empty()) {
+    checkTracePath(options);
     trace.emplace(options.tracePath, jointNames(robot, motion));
   }
   Torvex torvex(robot, motion, schedule, options, trace ? &*trace : nullptr);
-  print(loadedReport(robot, motion, schedule, options, torvex.machine().replacedLeftover()));
+  say(stdout, loadedReport(robot, motion, schedule, options, torvex.machine().replacedLeftover()));
   torvex.run([&](std::int64_t timeMs) {
     view.show(torvex.joints(), timeMs, torvex.feeder().lastItemMs());
   });
   view.clear();
-  if (trace) {
-    trace->finish();
-  }
-  return outcome(torvex);
+  return outcome(torvex, trace ? finish(*trace) : std::vector<std::string>());
 }
 
 }  // namespace
@@ -89,13 +114,13 @@ int runCommand(const RunOptions& options) {
   try {
     return run(options);
   } catch (const InputError& error) {
-    fmt::print(stderr, "{}\n", error.what());
+    say(stderr, fmt::format("{}\n", error.what()));
     return badInputStatus;
   } catch (const simulation::Error& error) {
-    fmt::print(stderr, "torvex: error: {}\n", error.what());
+    say(stderr, fmt::format("torvex: error: {}\n", error.what()));
     return badInputStatus;
   } catch (const std::exception& error) {
-    fmt::print(stderr, "torvex: error: {}\n", error.what());
+    say(stderr, fmt::format("torvex: error: {}\n", error.what()));
     return shortfallStatus;
   }
 }

@@ -18,7 +18,7 @@ constexpr std::size_t windowItems = 32;
 struct Schedule {
   std::uint32_t startTick = 0;
   std::uint32_t cycleMs = 1;
-  /// From the first cycle to the first point; a multiple of the cycle.
+  /// From the first cycle to the start of the motion; a multiple of the cycle.
   std::uint32_t leadMs = 1;
   /// Why the lead is what it is, in words for a user.
   std::string leadReason;

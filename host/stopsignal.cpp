@@ -20,18 +20,25 @@ StopSignal::StopSignal() {
   struct sigaction action {};
   action.sa_handler = note;
   sigemptyset(&action.sa_mask);
-  for (int i = 0; i < 4; ++i) {
+  for (std::size_t i = 0; i < stopping.size(); ++i) {
     sigaction(stopping[i], &action, &previous_[i]);
+    if (stopping[i] == SIGHUP && previous_[i].sa_handler == SIG_IGN) {
+      sigaction(SIGHUP, &previous_[i], nullptr);  // started to outlive its terminal
+    }
   }
   action.sa_handler = SIG_IGN;
-  sigaction(SIGPIPE, &action, &previousPipe_);
+  for (std::size_t i = 0; i < failing.size(); ++i) {
+    sigaction(failing[i], &action, &previousFailing_[i]);
+  }
 }
 
 StopSignal::~StopSignal() {
-  for (int i = 0; i < 4; ++i) {
+  for (std::size_t i = 0; i < stopping.size(); ++i) {
     sigaction(stopping[i], &previous_[i], nullptr);
   }
-  sigaction(SIGPIPE, &previousPipe_, nullptr);
+  for (std::size_t i = 0; i < failing.size(); ++i) {
+    sigaction(failing[i], &previousFailing_[i], nullptr);
+  }
 }
 
 int StopSignal::received() noexcept {

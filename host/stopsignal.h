@@ -1,11 +1,12 @@
 #pragma once
 
+#include <array>
 #include <csignal>
 
 namespace host {
 
-/// Turns INT, TERM, HUP and QUIT into a wish to stop, for as long as it lives,
-/// and ignores PIPE. One at a time.
+/// Turns INT, TERM, HUP (unless it was ignored) and QUIT into a wish to stop, for
+/// as long as it lives, and lets failing writes fail. One at a time.
 class StopSignal {
  public:
   StopSignal();
@@ -19,10 +20,12 @@ class StopSignal {
   [[nodiscard]] static int received() noexcept;
 
  private:
-  static constexpr int stopping[] = {SIGINT, SIGTERM, SIGHUP, SIGQUIT};
+  static constexpr std::array<int, 4> stopping = {SIGINT, SIGTERM, SIGHUP, SIGQUIT};
+  /// What a write can raise; it then fails with an error of its own.
+  static constexpr std::array<int, 2> failing = {SIGPIPE, SIGXFSZ};
 
-  struct sigaction previous_[4]{};
-  struct sigaction previousPipe_ {};
+  std::array<struct sigaction, stopping.size()> previous_{};
+  std::array<struct sigaction, failing.size()> previousFailing_{};
 };
 
 }  // namespace host

@@ -6,6 +6,7 @@
 #include <cstring>
 #include <ctime>
 #include <future>
+#include <memory>
 
 #include "host/stopsignal.h"
 #include "registry/attrfullnamemanager.h"
@@ -56,20 +57,14 @@ std::vector<host::MovedJoint> movedJoints(const host::Robot& robot, const host::
   return joints;
 }
 
-std::vector<std::string> commandNames(const std::vector<host::MovedJoint>& joints) {
-  std::vector<std::string> names;
+/// By full key: a joint's name may itself look like one.
+std::vector<host::FedColumn> fedColumns(const std::vector<host::MovedJoint>& joints) {
+  std::vector<host::FedColumn> columns;
   for (const host::MovedJoint& joint : joints) {
-    names.push_back(joint.name + "/Value");
+    columns.push_back({"Device/SubDeviceList/" + joint.name + "/Value", joint.lastCommand,
+                       joint.minimum, joint.maximum});
   }
-  return names;
-}
-
-std::vector<float> presentValues(const std::vector<host::MovedJoint>& joints) {
-  std::vector<float> values;
-  for (const host::MovedJoint& joint : joints) {
-    values.push_back(joint.lastCommand);
-  }
-  return values;
+  return columns;
 }
 
 }  // namespace
@@ -86,7 +81,7 @@ Torvex::Torvex(const host::Robot& robot, const host::Motion& motion, const host:
       trace_(trace),
       machine_(options.poolName, robot.machine),
       joints_(movedJoints(robot, motion, machine_)),
-      feeder_(motion, schedule, commandNames(joints_), presentValues(joints_)),
+      feeder_(motion, schedule, fedColumns(joints_)),
       latestCycleMs_(-std::int64_t{schedule.cycleMs}),
       row_(1 + 2 * joints_.size()) {
   setTorvexManager(this);
@@ -148,8 +143,13 @@ void Torvex::runRealtime(const Progress& progress) {
       throw;
     }
   };
-  auto commandThread = std::async(std::launch::async, guarded, &Torvex::driveFeeder);
-  auto cycleThread = std::async(std::launch::async, guarded, &Torvex::driveCycles);
+  std::future<void> commandThread;
+  std::future<void> cycleThread;
+  // Whatever goes wrong here, the threads end before their futures wait for them.
+  const std::unique_ptr<std::atomic<bool>, void (*)(std::atomic<bool>*)> endAtExit(
+      &ended_, [](std::atomic<bool>* ended) { *ended = true; });
+  commandThread = std::async(std::launch::async, guarded, &Torvex::driveFeeder);
+  cycleThread = std::async(std::launch::async, guarded, &Torvex::driveCycles);
   constexpr std::int64_t progressNs = 50 * nsPerMs;
   while (cycleThread.wait_for(std::chrono::nanoseconds(progressNs)) != std::future_status::ready) {
     progress(latestCycleMs_);

@@ -37,11 +37,13 @@ need_packages() {
 configure() {
   local preset=$1
   shift
-  (cd "$root" && cmake --preset "$preset" ${CI:+-DCMAKE_COMPILE_WARNING_AS_ERROR=ON} "$@") \
-    >"${TMPDIR:-/tmp}/torvex-configure.$$" 2>&1 || {
-    cat "${TMPDIR:-/tmp}/torvex-configure.$$" >&2
-    rm -f "${TMPDIR:-/tmp}/torvex-configure.$$"
+  local log
+  log=$(mktemp)
+  if ! (cd "$root" && cmake --preset "$preset" \
+    ${CI:+-DCMAKE_COMPILE_WARNING_AS_ERROR=ON} "$@") >"$log" 2>&1; then
+    cat "$log" >&2
+    rm -f "$log"
     exit 1
-  }
-  rm -f "${TMPDIR:-/tmp}/torvex-configure.$$"
+  fi
+  rm -f "$log"
 }

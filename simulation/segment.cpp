@@ -132,7 +132,10 @@ void Segment::removeLeftover() {
 void Segment::reserve(std::size_t sizeBytes) {
   try {
     // Reserved now: a page that is missing later would be a signal, not an error.
-    const int failure = posix_fallocate(descriptorOf(object_), 0, static_cast<off_t>(sizeBytes));
+    int failure = EINTR;
+    while (failure == EINTR) {
+      failure = posix_fallocate(descriptorOf(object_), 0, static_cast<off_t>(sizeBytes));
+    }
     if (failure != 0) {
       throw Error("no room for a device pool of " + std::to_string(sizeBytes) +
                   " bytes in /dev/shm: " + std::strerror(failure));

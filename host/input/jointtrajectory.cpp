@@ -12,7 +12,8 @@
 namespace host {
 namespace {
 
-constexpr std::size_t maxFileBytes = std::size_t{256} << 20;
+/// The parser takes some fifty times as much memory.
+constexpr std::size_t maxFileBytes = std::size_t{32} << 20;
 /// Stamps further apart do not compare; leaves room for the lead.
 constexpr double longestMotionSeconds = 1'000'000.0;
 
@@ -110,8 +111,8 @@ class TrajectoryReader {
     if (!node.IsScalar()) {
       fail(node, fmt::format("{} must be a number", what));
     }
-    if (node.Tag() == "!") {
-      fail(node, fmt::format("{} is text in quotes; write the number without them", what));
+    if (node.Tag() != "?") {
+      fail(node, fmt::format("{} is text in quotes or behind a tag; write the plain number", what));
     }
     double value = 0.0;
     if (!parseNumber(node.Scalar(), value)) {

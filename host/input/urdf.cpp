@@ -16,6 +16,8 @@ namespace {
 
 constexpr std::size_t maxFileBytes = std::size_t{64} << 20;
 constexpr int maxDepth = 100;
+/// From one mimic joint to the next.
+constexpr std::size_t longestMimicry = 100;
 
 struct DepthLimit : pugi::xml_tree_walker {
   pugi::xml_node tooDeep;
@@ -49,8 +51,11 @@ class UrdfReader {
     if (robot_.machine.actuators.empty()) {
       fail(root, "the robot has no movable joint");
     }
-    for (const auto& [name, mimicry] : mimicries_) {
-      addMimicSensor(name, mimicry);
+    for (const pugi::xml_node joint : root.children("joint")) {
+      const auto mimicry = mimicries_.find(joint.attribute("name").value());
+      if (mimicry != mimicries_.end()) {
+        addMimicSensor(mimicry->first, mimicry->second);
+      }
     }
     return std::move(robot_);
   }
@@ -69,6 +74,11 @@ class UrdfReader {
       fail(limit.tooDeep, fmt::format("elements lie more than {} deep", maxDepth));
     }
     const pugi::xml_node root = document_.document_element();
+    for (const pugi::xml_node node : document_.children()) {
+      if (node.type() == pugi::node_element && node != root) {
+        fail(node, "a second root element");
+      }
+    }
     if (std::strcmp(root.name(), "robot") != 0) {
       fail(root, fmt::format("the root element is <{}> instead of <robot>", root.name()));
     }
@@ -85,8 +95,8 @@ class UrdfReader {
   }
 
   void readJoint(const pugi::xml_node& joint) {
-    const std::string name = joint.attribute("name").value();
-    const std::string type = joint.attribute("type").value();
+    const std::string name = attribute(joint, "name").value();
+    const std::string type = attribute(joint, "type").value();
     if (name.empty()) {
       fail(joint, "a joint needs a name");
     }
@@ -111,11 +121,11 @@ class UrdfReader {
   }
 
   void readMovableJoint(const pugi::xml_node& joint, const std::string& name, bool continuous) {
-    const pugi::xml_node mimic = joint.child("mimic");
+    const pugi::xml_node mimic = onlyChild(joint, "mimic");
     if (mimic) {
       robot_.uncommandedJoints.insert(name);
-      mimicries_.emplace_back(
-          name, Mimicry{joint, mimic.attribute("joint").value(), number(mimic, "multiplier", 1.0),
+      mimicries_.emplace(
+          name, Mimicry{joint, attribute(mimic, "joint").value(), number(mimic, "multiplier", 1.0),
                         number(mimic, "offset", 0.0)});
       takeAttributes(joint, simulation::MachineDescription::attributesPerSensor);
       return;
@@ -133,7 +143,7 @@ class UrdfReader {
   }
 
   void readLimits(const pugi::xml_node& joint, bool continuous, simulation::Actuator& actuator) {
-    const pugi::xml_node limit = joint.child("limit");
+    const pugi::xml_node limit = onlyChild(joint, "limit");
     if (!limit) {
       if (!continuous) {
         fail(joint, fmt::format("joint '{}' needs a <limit> with lower, upper and velocity",
@@ -142,8 +152,11 @@ class UrdfReader {
       return;
     }
     if (!continuous) {
-      if (!limit.attribute("velocity")) {
-        fail(limit, fmt::format("the limit of joint '{}' needs a velocity", actuator.name));
+      for (const char* needed : {"lower", "upper", "velocity"}) {
+        if (!limit.attribute(needed)) {
+          fail(limit, fmt::format("the limit of joint '{}' needs the attribute {}", actuator.name,
+                                  needed));
+        }
       }
       actuator.minimum = static_cast<float>(number(limit, "lower", 0.0));
       actuator.maximum = static_cast<float>(number(limit, "upper", 0.0));
@@ -160,8 +173,30 @@ class UrdfReader {
     }
   }
 
-  double number(const pugi::xml_node& element, const char* attribute, double otherwise) const {
-    const pugi::xml_attribute found = element.attribute(attribute);
+  /// The parser takes the first of attributes or elements that stand twice.
+  pugi::xml_attribute attribute(const pugi::xml_node& element, const char* name) const {
+    pugi::xml_attribute found;
+    for (const pugi::xml_attribute candidate : element.attributes()) {
+      if (std::strcmp(candidate.name(), name) == 0) {
+        if (found) {
+          fail(element, fmt::format("the attribute {} stands twice", name));
+        }
+        found = candidate;
+      }
+    }
+    return found;
+  }
+
+  pugi::xml_node onlyChild(const pugi::xml_node& element, const char* name) const {
+    const pugi::xml_node child = element.child(name);
+    if (const pugi::xml_node second = child.next_sibling(name)) {
+      fail(second, fmt::format("a second <{}>", name));
+    }
+    return child;
+  }
+
+  double number(const pugi::xml_node& element, const char* name, double otherwise) const {
+    const pugi::xml_attribute found = attribute(element, name);
     if (!found) {
       return otherwise;
     }
@@ -171,7 +206,7 @@ class UrdfReader {
     double value = 0.0;
     if (!parseNumber(text, value) || !std::isfinite(static_cast<float>(value))) {
       fail(element, fmt::format("{}=\"{}\" is not a finite decimal number of single precision",
-                                attribute, found.value()));
+                                name, found.value()));
     }
     return value;
   }
@@ -196,27 +231,28 @@ class UrdfReader {
   }
 
   /// Follows mimicry of mimicry down to an actuator.
-  void addMimicSensor(const std::string& name, const Mimicry& mimicry) {
-    double multiplier = mimicry.multiplier;
-    double offset = mimicry.offset;
-    std::string master = mimicry.master;
-    for (std::size_t turn = 0; turn <= mimicries_.size(); ++turn) {
-      const auto actuator = actuators_.find(master);
-      if (actuator != actuators_.end()) {
-        addSensor(mimicry.joint, name, actuator->second, multiplier, offset);
-        return;
-      }
-      const auto next = std::find_if(mimicries_.begin(), mimicries_.end(),
-                                     [&](const auto& entry) { return entry.first == master; });
+  void addMimicSensor(const std::string& name, Mimicry mimicry) {
+    for (std::size_t turn = 0; actuators_.count(mimicry.master) == 0; ++turn) {
+      const auto next = mimicries_.find(mimicry.master);
       if (next == mimicries_.end()) {
-        fail(mimicry.joint,
-             fmt::format("joint '{}' mimics '{}', which is no movable joint", name, master));
+        fail(mimicry.joint, fmt::format("joint '{}' mimics '{}', which is no movable joint", name,
+                                        mimicry.master));
       }
-      offset += multiplier * next->second.offset;
-      multiplier *= next->second.multiplier;
-      master = next->second.master;
+      if (turn == longestMimicry) {
+        fail(mimicry.joint, fmt::format("joint '{}' mimics itself, or another by way of more "
+                                        "than {}",
+                                        name, longestMimicry));
+      }
+      mimicry.offset += mimicry.multiplier * next->second.offset;
+      mimicry.multiplier *= next->second.multiplier;
+      mimicry.master = next->second.master;
     }
-    fail(mimicry.joint, fmt::format("joint '{}' mimics itself by way of others", name));
+    if (!std::isfinite(static_cast<float>(mimicry.multiplier)) ||
+        !std::isfinite(static_cast<float>(mimicry.offset))) {
+      fail(mimicry.joint, fmt::format("joint '{}' mimics beyond single precision", name));
+    }
+    addSensor(mimicry.joint, name, actuators_.at(mimicry.master), mimicry.multiplier,
+              mimicry.offset);
   }
 
   const std::string path_;
@@ -226,7 +262,7 @@ class UrdfReader {
   /// Of joints and sensors.
   std::set<std::string> names_;
   std::map<std::string, int> actuators_;
-  std::vector<std::pair<std::string, Mimicry>> mimicries_;
+  std::map<std::string, Mimicry> mimicries_;
   int attributeCount_ = 0;
 };
 

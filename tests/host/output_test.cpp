@@ -26,15 +26,15 @@ TEST(OutputFile, AppearsWholeOrNotAtAll) {
     dropped.write("half", 4);
   }
   EXPECT_EQ(contentsOf(path), "old");
-  EXPECT_FALSE(temporary.holds("out.part"));
-  (void)temporary.write("out.part", "what a killed process left");
+  EXPECT_FALSE(temporary.holds("out.torvex-part"));
+  (void)temporary.write("out.torvex-part", "what a killed process left");
   host::OutputFile file(path);
   file.write("new", 3);
   EXPECT_EQ(contentsOf(path), "old");
   EXPECT_THROW(host::OutputFile{path}, host::InputError) << "it is being written";
   file.commit();
   EXPECT_EQ(contentsOf(path), "new");
-  EXPECT_FALSE(temporary.holds("out.part"));
+  EXPECT_FALSE(temporary.holds("out.torvex-part"));
   EXPECT_THROW(host::OutputFile{temporary.path("none/out")}, host::InputError);
   EXPECT_THROW(host::OutputFile{temporary.path("")}, host::InputError);
 }

@@ -78,7 +78,7 @@ TEST(Feeder, FeedsAgainWhatATimelineRefused) {
   setAttrFullNameManager(&names);
   TimedCommandManager commands;
   commands.initTimedCommand(0);
-  host::Feeder feeder(prepared.motion, schedule, {"j0/Value"}, {0.0F});
+  host::Feeder feeder(prepared.motion, schedule, {{"j0/Value", 0.0F, -2.0F, 2.0F}});
   CommandList others;
   for (std::uint32_t i = 0; i < 500; ++i) {
     others.emplace_back(hal::AttrGeneric(1.0F), schedule.stamp(100'000 + i));

@@ -148,7 +148,7 @@ TEST(Tool, RefusesBadInputBeforeAnythingMoves) {
     EXPECT_EQ(tool.wait(), 2) << expected;
     EXPECT_EQ(tool.said().rfind(expected, 0), 0U) << tool.said();
   }
-  EXPECT_FALSE(temporary.holds("t.csv") || temporary.holds("t.csv.part"));
+  EXPECT_FALSE(temporary.holds("t.csv") || temporary.holds("t.csv.torvex-part"));
 }
 
 TEST(Tool, StopsWhereItIsWhenAsked) {
@@ -180,7 +180,7 @@ TEST(Tool, StopsWhereItIsWhenAsked) {
   EXPECT_EQ(beside.wait(), 0) << beside.said();
   again.signal(SIGTERM);
   EXPECT_EQ(again.wait(), 143);
-  EXPECT_FALSE(temporary.holds("t.csv.part"));
+  EXPECT_FALSE(temporary.holds("t.csv.torvex-part"));
 }
 
 }  // namespace
