@@ -1,15 +1,21 @@
 #include <fcntl.h>
+#include <unistd.h>
 
 #include "host/commandline.h"
+
+namespace {
 
 /// Otherwise the next file opened would take the place of a closed standard
 /// stream, and the report would be written into it.
 void openStandardStreams() {
   int descriptor = 0;
-  while (descriptor >= 0 && descriptor <= 2) {
+  while (descriptor >= 0 && descriptor <= STDERR_FILENO) {
     descriptor = open("/dev/null", O_RDWR | O_CLOEXEC);
   }
+  close(descriptor);
 }
+
+}  // namespace
 
 int main(int argc, char** argv) {
   openStandardStreams();

@@ -9,7 +9,6 @@ boost::shared_ptr<ZR::ZRBroker> getBrokerManager() {
 }
 
 // A copy, not a move: the argument holds its reference until the call returns.
-// NOLINTNEXTLINE(performance-unnecessary-value-param)
 void setBrokerManager(boost::shared_ptr<ZR::ZRBroker> broker) {
-  gBroker = broker;
+  gBroker = broker;  // NOLINT(performance-unnecessary-value-param)
 }

@@ -22,14 +22,14 @@ namespace boost {
 
 template <>
 CommandNodePool::pool_type& CommandNodePool::get_pool() {
-  static pool_type* const pool = new (&storage) pool_type;
+  static auto* const pool = new (&storage) pool_type;
   create_object.do_nothing();
   return *pool;
 }
 
 template <>
 CommandItemPool::pool_type& CommandItemPool::get_pool() {
-  static pool_type* const pool = new (&storage) pool_type;
+  static auto* const pool = new (&storage) pool_type;
   create_object.do_nothing();
   return *pool;
 }
