@@ -9,6 +9,7 @@
 #include <memory>
 
 #include "host/stopsignal.h"
+#include "platform/zr/zrcriticalsectionwrite.h"
 #include "registry/attrfullnamemanager.h"
 #include "registry/torvexmanager.h"
 
@@ -57,12 +58,15 @@ std::vector<host::MovedJoint> movedJoints(const host::Robot& robot, const host::
   return joints;
 }
 
-/// By full key: a joint's name may itself look like one.
+/// The full key: a joint's name may itself look like one.
+std::string commandKey(const host::MovedJoint& joint) {
+  return "Device/SubDeviceList/" + joint.name + "/Value";
+}
+
 std::vector<host::FedColumn> fedColumns(const std::vector<host::MovedJoint>& joints) {
   std::vector<host::FedColumn> columns;
   for (const host::MovedJoint& joint : joints) {
-    columns.push_back({"Device/SubDeviceList/" + joint.name + "/Value", joint.lastCommand,
-                       joint.minimum, joint.maximum});
+    columns.push_back({commandKey(joint), joint.lastCommand, joint.minimum, joint.maximum});
   }
   return columns;
 }
@@ -89,6 +93,7 @@ Torvex::Torvex(const host::Robot& robot, const host::Motion& motion, const host:
   setTimedCommandManager(&commands_);
   names_.initNameList(0);
   commands_.initTimedCommand(0);
+  findTimelines();
   warmNodePool();
   feed(latestCycleMs_);
 }
@@ -97,6 +102,13 @@ Torvex::~Torvex() {
   setTimedCommandManager(nullptr);
   setAttrFullNameManager(nullptr);
   setTorvexManager(nullptr);
+}
+
+void Torvex::findTimelines() {
+  for (host::MovedJoint& joint : joints_) {
+    const int index = commands_.testActuatorName(commandKey(joint));
+    joint.timeline = &commands_.commandTable.at(static_cast<std::size_t>(index));
+  }
 }
 
 // Growing later would put new nodes below old ones, and every node that a cycle
@@ -248,13 +260,21 @@ bool Torvex::hasEnded(std::int64_t timeMs) {
   if (ended_ || host::StopSignal::received() != 0) {
     return true;
   }
-  if (!deliveredBefore || timeMs < feeder_.lastItemMs()) {
+  if (!deliveredBefore || timeMs < feeder_.lastItemMs() || !haveTimelinesRunOut()) {
     return false;
   }
   if (ranOutMs_ < 0) {
     ranOutMs_ = timeMs;
   }
   return hasSettled() || timeMs - ranOutMs_ >= longestSettlingMs;
+}
+
+/// Others may have queued commands beyond the motion.
+bool Torvex::haveTimelinesRunOut() const {
+  return std::all_of(joints_.begin(), joints_.end(), [](const host::MovedJoint& joint) {
+    const ZR::ZRCriticalSectionWrite section(joint.timeline->mutex);
+    return joint.timeline->commandList.empty();
+  });
 }
 
 bool Torvex::hasSettled() const {

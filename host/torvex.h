@@ -28,6 +28,7 @@ struct MovedJoint {
 
   std::string name;
   int actuator = 0;
+  const TimedCommand* timeline = nullptr;
   const hal::DeviceAttrGeneric* command = nullptr;
   const hal::DeviceAttrGeneric* measured = nullptr;
   float minimum = 0.0F;
@@ -83,6 +84,7 @@ class Torvex {
   [[nodiscard]] const host::CycleCount& counts() const { return counts_; }
 
  private:
+  void findTimelines();
   void warmNodePool();
   void runSimulated(const Progress& progress);
   void runRealtime(const Progress& progress);
@@ -95,6 +97,7 @@ class Torvex {
   void readBack(std::int64_t timeMs);
   void traceRow(std::int64_t timeMs);
   [[nodiscard]] bool hasEnded(std::int64_t timeMs);
+  [[nodiscard]] bool haveTimelinesRunOut() const;
   [[nodiscard]] bool hasSettled() const;
 
   const host::Schedule& schedule_;

@@ -116,6 +116,19 @@ TEST(Run, CountsCyclesInWhichOthersMoveAnActuator) {
   EXPECT_EQ(warned[0].rfind("j1: its value was not what the last cycle wrote", 0), 0U);
 }
 
+TEST(Run, WaitsForWhatOthersQueuedBeyondTheMotion) {
+  const Prepared prepared(1, 2, 100);
+  const host::Schedule schedule = prepared.schedule();
+  Torvex torvex(prepared.robot, prepared.motion, schedule, prepared.options, nullptr);
+  CommandList others;
+  others.emplace_back(hal::AttrGeneric(1.0F), schedule.stamp(5000));
+  getTimedCommandManager()->AddTimedCommand("j0/Value", others, TimedCommand::MERGE);
+  torvex.run([](std::int64_t) {});
+  EXPECT_GE(torvex.counts().cycles, 501U);
+  EXPECT_EQ(torvex.joints()[0].lastCommand, 1.0F);
+  EXPECT_EQ(host::shortfalls(torvex).size(), 1U) << "another command than the motion's last";
+}
+
 TEST(Run, SaysWhichJointDidNotArrive) {
   Prepared setup(2, 50, 20);
   setup.robot.machine.actuators[1].maximumVelocity = 0.01F;
