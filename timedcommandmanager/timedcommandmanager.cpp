@@ -11,7 +11,7 @@
 #include "platform/hal/subdevicelist.h"
 #include "registry/attrfullnamemanager.h"
 
-#ifdef __GLIBCXX__
+#if defined(__GLIBCXX__) && !defined(_GLIBCXX_DEBUG)
 static_assert(sizeof(boost::CommandNodeLayout) ==
               sizeof(std::_List_node<TimedCommand::commandItem>));
 #endif
