@@ -55,7 +55,7 @@ class Feeder {
   [[nodiscard]] bool allDelivered() const;
   /// Items of one joint: the anchor, the points, and the cuts between them.
   [[nodiscard]] std::size_t itemCount() const { return firstItem_.back() + 1; }
-  [[nodiscard]] std::int64_t lastItemMs() const { return itemMs(itemCount() - 1); }
+  [[nodiscard]] std::int64_t lastItemMs() const { return knotMs(motion_.times.size()); }
   [[nodiscard]] const std::vector<FeedCount>& counts() const { return counts_; }
 
  private:

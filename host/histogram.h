@@ -13,7 +13,6 @@ class Histogram {
  public:
   void add(std::uint64_t nanoseconds) noexcept;
 
-  [[nodiscard]] std::uint64_t count() const { return count_; }
   /// 0 while nothing was added.
   [[nodiscard]] std::uint64_t minimum() const { return count_ == 0 ? 0 : minimum_; }
   [[nodiscard]] std::uint64_t maximum() const { return maximum_; }

@@ -216,6 +216,7 @@ void Torvex::cycle(std::int64_t timeMs, std::int64_t previousMs) {
   if (trace_ != nullptr) {
     traceRow(timeMs);
   }
+  latestCycleMs_ = timeMs;
 }
 
 void Torvex::noteMovesByOthers() {
@@ -251,16 +252,12 @@ void Torvex::traceRow(std::int64_t timeMs) {
   }
 }
 
-/// Called after the cycle at `timeMs`, which has consumed all that was
-/// delivered before it and was due.
 bool Torvex::hasEnded(std::int64_t timeMs) {
-  const bool deliveredBefore = deliveredByLatestCycle_;
-  deliveredByLatestCycle_ = allDelivered_;
-  latestCycleMs_ = timeMs;
   if (ended_ || host::StopSignal::received() != 0) {
     return true;
   }
-  if (!deliveredBefore || timeMs < feeder_.lastItemMs() || !haveTimelinesRunOut()) {
+  // The time first: as long as it is early, no lock is taken.
+  if (timeMs < feeder_.lastItemMs() || !allDelivered_ || !haveTimelinesRunOut()) {
     return false;
   }
   if (ranOutMs_ < 0) {

@@ -113,8 +113,6 @@ class Torvex {
   std::atomic<bool> allDelivered_{false};
   std::atomic<bool> ended_{false};
   std::atomic<std::int64_t> latestCycleMs_;
-  /// Whether all was delivered when the latest cycle had run.
-  bool deliveredByLatestCycle_ = false;
   std::int64_t ranOutMs_ = -1;
   std::vector<double> row_;
   host::CycleCount counts_;

@@ -26,9 +26,6 @@ class Trace {
   Trace(const Trace&) = delete;
   Trace& operator=(const Trace&) = delete;
 
-  /// How many numbers a row has.
-  [[nodiscard]] std::size_t rowLength() const { return rowLength_; }
-
   /// One row, from the cycle thread. Wait-free: when the queue is full the row
   /// is dropped, and the result is false.
   bool push(const std::vector<double>& row) noexcept;
