@@ -2,105 +2,159 @@
 
 #include <algorithm>
 #include <stdexcept>
-#include <utility>
 
 #include "timedcommandmanager/timedcommandmanager.h"
 
 namespace host {
 namespace {
 
-/// The most cycles between two items: half a unit in the last place a cycle
-/// then stays below 1e-5 for values up to 4.
-constexpr std::int64_t longestPartCycles = 200;
+bool isOpen(const QueuedItem& item) {
+  return !item.handedOver;
+}
+
+/// What the next push carries. Open items go in up to the window's end, and
+/// wherever the timeline holds later ones; a mode has to go in at once.
+std::vector<QueuedItem*> nextItems(CommandQueue& queue, std::size_t inTimeline, bool atOnce,
+                                   std::size_t most, std::int64_t timeMs) {
+  std::vector<QueuedItem*> items;
+  std::size_t windowEnd = windowItems;
+  for (std::size_t i = 0; i < queue.size() && items.size() < most; ++i) {
+    QueuedItem& item = queue[i];
+    windowEnd += item.timeMs <= timeMs ? 1 : 0;
+    if (i >= windowEnd && inTimeline == 0 && !atOnce) {
+      break;
+    }
+    if (isOpen(item)) {
+      items.push_back(&item);
+    } else {
+      --inTimeline;
+    }
+  }
+  return items;
+}
+
+/// The most items of these lists that a timeline holds at once.
+std::size_t mostQueuedOf(const std::vector<PlannedList>& lists) {
+  std::size_t most = 0;
+  for (const PlannedList& list : lists) {
+    const auto overdue = std::count_if(
+        list.items.begin(), list.items.end(),
+        [&](const PlannedItem& item) { return item.timeMs < list.handOverMs; });
+    const std::size_t whole = list.mode == TimedCommand::CLEAR_BEFORE ? list.items.size() : 0;
+    most = std::max({most, whole, static_cast<std::size_t>(overdue)});
+  }
+  return std::min<std::size_t>(2 * windowItems + most, TimedCommand::MAX_TIMELINE_ITEMS);
+}
 
 }  // namespace
 
-Feeder::Feeder(const Motion& motion, const Schedule& schedule, std::vector<FedColumn> columns)
-    : motion_(motion), schedule_(schedule), columns_(std::move(columns)), counts_(columns_.size()) {
-  firstItem_.push_back(0);
-  for (std::size_t way = 0; way < motion.times.size(); ++way) {
-    const std::int64_t partMs = longestPartCycles * schedule.cycleMs;
-    const std::int64_t parts = (knotMs(way + 1) - knotMs(way) + partMs - 1) / partMs;
-    firstItem_.push_back(firstItem_.back() + static_cast<std::size_t>(parts));
+Feeder::Feeder(const Plan& plan, const std::vector<std::string>& keys, std::uint32_t startTick)
+    : schedule_(plan.schedule), startTick_(startTick) {
+  for (std::size_t i = 0; i < plan.actuators.size(); ++i) {
+    Channel channel;
+    channel.key = keys[i];
+    channel.lists = &plan.actuators[i].lists;
+    channels_.push_back(std::move(channel));
   }
-}
-
-std::int64_t Feeder::knotMs(std::size_t knot) const {
-  return knot == 0 ? 0 : std::int64_t{schedule_.leadMs} + motion_.times[knot - 1];
-}
-
-// The first point is approached no further than the actuator can go: the lead
-// would not suffice for more.
-float Feeder::knotValue(std::size_t knot, std::size_t column) const {
-  const FedColumn& fed = columns_[column];
-  if (knot == 0) {
-    return fed.present;
-  }
-  const float value = motion_.position(knot - 1, column);
-  return knot == 1 ? std::clamp(value, fed.minimum, fed.maximum) : value;
-}
-
-Feeder::Place Feeder::placeOf(std::size_t item) const {
-  const auto next = std::upper_bound(firstItem_.begin(), firstItem_.end(), item);
-  const auto way = static_cast<std::size_t>(next - firstItem_.begin()) - 1;
-  const auto part = static_cast<std::int64_t>(item - firstItem_[way]);
-  return {way, part * longestPartCycles * schedule_.cycleMs};
-}
-
-std::int64_t Feeder::itemMs(std::size_t item) const {
-  const Place place = placeOf(item);
-  return knotMs(place.way) + place.sinceKnotMs;
-}
-
-float Feeder::itemValue(std::size_t item, std::size_t column) const {
-  const Place place = placeOf(item);
-  const float begin = knotValue(place.way, column);
-  if (place.sinceKnotMs == 0) {
-    return begin;
-  }
-  const double share = static_cast<double>(place.sinceKnotMs) /
-                       static_cast<double>(knotMs(place.way + 1) - knotMs(place.way));
-  const double way = static_cast<double>(knotValue(place.way + 1, column)) - begin;
-  return static_cast<float>(begin + way * share);
 }
 
 void Feeder::feed(TimedCommandManager& commands, std::int64_t timeMs) {
-  while (consumed_ < itemCount() && itemMs(consumed_) <= timeMs) {
-    ++consumed_;
-  }
-  const std::size_t end = std::min(consumed_ + windowItems, itemCount());
-  for (std::size_t column = 0; column < columns_.size(); ++column) {
-    feedColumn(commands, column, end);
+  for (Channel& channel : channels_) {
+    CommandQueue& queue = channel.queue;
+    while (!queue.empty() && queue.front().handedOver && queue.front().timeMs <= timeMs) {
+      queue.pop_front();
+      --channel.inTimeline;
+    }
+    // A list waits until the one before it has been taken.
+    while (deliver(commands, channel, timeMs) && takeNextList(channel, timeMs)) {
+    }
   }
 }
 
-void Feeder::feedColumn(TimedCommandManager& commands, std::size_t column, std::size_t end) {
-  FeedCount& count = counts_[column];
-  // What is late goes in before what is next, a window's worth at a time.
-  const std::size_t begin = count.delivered;
-  end = std::min(end, begin + windowItems);
-  if (begin >= end) {
-    return;
+bool Feeder::takeNextList(Channel& channel, std::int64_t timeMs) const {
+  const std::int64_t nextCycleMs = timeMs + schedule_.cycleMs;
+  if (channel.nextList == channel.lists->size() ||
+      (*channel.lists)[channel.nextList].handOverMs > nextCycleMs) {
+    return false;
   }
+  const PlannedList& list = (*channel.lists)[channel.nextList++];
+  const std::vector<QueuedItem> removed = pushList(channel.queue, list);
+  channel.count.cleared += removed.size();
+  channel.inTimeline -= static_cast<std::size_t>(
+      std::count_if(removed.begin(), removed.end(), [](const auto& item) { return !isOpen(item); }));
+  // Behind older items that are still open, the timeline holds nothing to clear.
+  const auto open = std::find_if(channel.queue.begin(), channel.queue.end(), isOpen);
+  const bool comesNext = open == channel.queue.end() || open->motion == list.motion;
+  channel.mode = comesNext ? list.mode : TimedCommand::MERGE;
+  channel.pushItems =
+      channel.mode == TimedCommand::CLEAR_BEFORE ? list.items.size() : windowItems;
+  return true;
+}
+
+bool Feeder::deliver(TimedCommandManager& commands, Channel& channel, std::int64_t timeMs) const {
+  for (;;) {
+    const bool atOnce = channel.mode != TimedCommand::MERGE;
+    const std::vector<QueuedItem*> items =
+        nextItems(channel.queue, channel.inTimeline, atOnce, channel.pushItems, timeMs);
+    if (items.empty() && !atOnce) {
+      return true;
+    }
+    if (!push(commands, channel, items, timeMs)) {
+      return false;
+    }
+    channel.mode = TimedCommand::MERGE;
+    channel.pushItems = windowItems;
+  }
+}
+
+/// False when the timeline refused the items.
+bool Feeder::push(TimedCommandManager& commands, Channel& channel,
+                  const std::vector<QueuedItem*>& items, std::int64_t timeMs) const {
   CommandList list;
-  for (std::size_t item = begin; item < end; ++item) {
-    list.emplace_back(hal::AttrGeneric(itemValue(item, column)), schedule_.stamp(itemMs(item)));
+  for (const QueuedItem* item : items) {
+    list.emplace_back(item->value, startTick_ + static_cast<std::uint32_t>(item->timeMs));
   }
-  count.sent += end - begin;
-  if (!commands.AddTimedCommand(columns_[column].name, list, TimedCommand::MERGE)) {
-    throw std::logic_error("the name table does not know " + columns_[column].name);
+  channel.count.sent += items.size();
+  if (!commands.AddTimedCommand(channel.key, list, channel.mode)) {
+    throw std::logic_error("the name table does not know " + channel.key);
   }
   if (!list.empty()) {
-    ++count.refused;
-    return;
+    ++channel.count.refused;
+    return false;
   }
-  count.late += consumed_ > begin ? std::min(end, consumed_) - begin : 0;
-  count.delivered = end;
+  for (QueuedItem* item : items) {
+    item->handedOver = true;
+    channel.count.late += item->dueMs <= timeMs ? 1 : 0;
+  }
+  channel.count.delivered += items.size();
+  channel.inTimeline += items.size();
+  return true;
 }
 
 bool Feeder::allDelivered() const {
-  return std::all_of(counts_.begin(), counts_.end(),
-                     [this](const FeedCount& count) { return count.delivered == itemCount(); });
+  for (std::size_t i = 0; i < channels_.size(); ++i) {
+    if (waiting(i) > 0 || channels_[i].nextList < channels_[i].lists->size()) {
+      return false;
+    }
+  }
+  return true;
+}
+
+std::size_t Feeder::waiting(std::size_t actuator) const {
+  const Channel& channel = channels_[actuator];
+  std::size_t count = channel.queue.size() - channel.inTimeline;
+  for (std::size_t next = channel.nextList; next < channel.lists->size(); ++next) {
+    count += (*channel.lists)[next].items.size();
+  }
+  return count;
+}
+
+std::size_t Feeder::mostQueued() const {
+  std::size_t most = 0;
+  for (const Channel& channel : channels_) {
+    most += mostQueuedOf(*channel.lists);
+  }
+  return most;
 }
 
 }  // namespace host

@@ -5,14 +5,15 @@
 #include <string>
 #include <vector>
 
-#include "host/input/jointtrajectory.h"
-#include "host/schedule.h"
+#include "host/commandqueue.h"
+#include "host/plan.h"
+#include "host/window.h"
 
 class TimedCommandManager;
 
 namespace host {
 
-/// What became of the items of one joint.
+/// What became of the items of one actuator.
 struct FeedCount {
   /// Items handed over, again after a refusal included.
   std::uint64_t sent = 0;
@@ -22,65 +23,59 @@ struct FeedCount {
   std::uint64_t late = 0;
   /// Pushes that it refused, to be fed again.
   std::uint64_t refused = 0;
+  /// Items that a later list cleared before they were due.
+  std::uint64_t cleared = 0;
 };
 
-/// Where the items of one column of a motion go.
-struct FedColumn {
-  /// A name as `TimedCommandManager::AddTimedCommand` takes it.
-  std::string name;
-  /// Where the actuator stands.
-  float present = 0.0F;
-  /// Its limits, which bound the approach.
-  float minimum = 0.0F;
-  float maximum = 0.0F;
-};
-
-/// Hands a motion over to the timelines as a sliding window: the present value
-/// as an anchor at the first cycle, then the points, never more than
-/// `windowItems` ahead. Used by one thread at a time, beside the cycle.
-///
-/// The library goes on from what it wrote, in single precision; over thousands
-/// of cycles its roundings add up to some 1e-5. So longer ways between two
-/// points are cut into parts on the straight line.
+/// Hands a plan over to the timelines: each list at its moment and with its
+/// mode, its items as a sliding window, never more than `windowItems` ahead. What
+/// is not handed over yet counts as queued: a later list clears it by the same
+/// rule as the timeline. Used by one thread at a time, beside the cycle.
 class Feeder {
  public:
-  /// `motion` and `schedule` must outlive the feeder.
-  Feeder(const Motion& motion, const Schedule& schedule, std::vector<FedColumn> columns);
+  /// The plan must outlive the feeder. `keys` says where the items of each of its
+  /// actuators go, as `TimedCommandManager::AddTimedCommand` takes it.
+  Feeder(const Plan& plan, const std::vector<std::string>& keys, std::uint32_t startTick);
 
-  /// Feeds what the window has room for after the cycle at `timeMs` has run
-  /// (-1 before the first). A list that a timeline refuses is fed again by a
-  /// later call.
+  /// Feeds what the next cycle and the window have room for, after the cycle at
+  /// `timeMs` has run. What a timeline refuses is fed again by a later call.
   void feed(TimedCommandManager& commands, std::int64_t timeMs);
 
   [[nodiscard]] bool allDelivered() const;
-  /// Items of one joint: the anchor, the points, and the cuts between them.
-  [[nodiscard]] std::size_t itemCount() const { return firstItem_.back() + 1; }
-  [[nodiscard]] std::int64_t lastItemMs() const { return knotMs(motion_.times.size()); }
-  [[nodiscard]] const std::vector<FeedCount>& counts() const { return counts_; }
+  [[nodiscard]] const std::string& key(std::size_t actuator) const {
+    return channels_[actuator].key;
+  }
+  [[nodiscard]] const FeedCount& count(std::size_t actuator) const {
+    return channels_[actuator].count;
+  }
+  /// Items that are neither delivered nor cleared yet.
+  [[nodiscard]] std::size_t waiting(std::size_t actuator) const;
+  /// The most items that all timelines together hold at once.
+  [[nodiscard]] std::size_t mostQueued() const;
 
  private:
-  /// Knot 0 is the anchor, knot i + 1 is point i. A way leads from a knot to
-  /// the next and begins with it; the last knot is a way of its own.
-  struct Place {
-    std::size_t way;
-    std::int64_t sinceKnotMs;
+  /// The way to one timeline.
+  struct Channel {
+    std::string key;
+    const std::vector<PlannedList>* lists;
+    std::size_t nextList = 0;
+    CommandQueue queue;
+    /// How many items of the queue the timeline holds.
+    std::size_t inTimeline = 0;
+    /// Of the next push, and how many items it carries at most.
+    TimedCommand::commandType mode = TimedCommand::MERGE;
+    std::size_t pushItems = windowItems;
+    FeedCount count;
   };
 
-  [[nodiscard]] Place placeOf(std::size_t item) const;
-  [[nodiscard]] std::int64_t knotMs(std::size_t knot) const;
-  [[nodiscard]] float knotValue(std::size_t knot, std::size_t column) const;
-  [[nodiscard]] std::int64_t itemMs(std::size_t item) const;
-  [[nodiscard]] float itemValue(std::size_t item, std::size_t column) const;
-  void feedColumn(TimedCommandManager& commands, std::size_t column, std::size_t end);
+  bool takeNextList(Channel& channel, std::int64_t timeMs) const;
+  bool deliver(TimedCommandManager& commands, Channel& channel, std::int64_t timeMs) const;
+  bool push(TimedCommandManager& commands, Channel& channel,
+            const std::vector<QueuedItem*>& items, std::int64_t timeMs) const;
 
-  const Motion& motion_;
   const Schedule& schedule_;
-  const std::vector<FedColumn> columns_;
-  /// The item with which each way begins.
-  std::vector<std::size_t> firstItem_;
-  /// Items that are due by the latest cycle.
-  std::size_t consumed_ = 0;
-  std::vector<FeedCount> counts_;
+  const std::uint32_t startTick_;
+  std::vector<Channel> channels_;
 };
 
 }  // namespace host

@@ -36,21 +36,23 @@ std::string progressBar(std::int64_t timeMs, std::int64_t lastMs) {
                      static_cast<double>(lastMs) / 1000.0);
 }
 
-/// A joint without limits is shown over one turn about zero.
-std::size_t columnOf(const MovedJoint& joint, float value) {
-  const double least = std::isfinite(joint.minimum) ? joint.minimum : -M_PI;
-  const double most = std::isfinite(joint.maximum) ? joint.maximum : M_PI;
-  const double share = most > least ? (static_cast<double>(value) - least) / (most - least) : 0.5;
+/// An actuator without limits is shown over one turn about zero.
+std::size_t columnOf(const MovedActuator& actuator, double value) {
+  const double least = std::isfinite(actuator.minimum) ? actuator.minimum : -M_PI;
+  const double most = std::isfinite(actuator.maximum) ? actuator.maximum : M_PI;
+  const double share = most > least ? (value - least) / (most - least) : 0.5;
   return static_cast<std::size_t>(
       std::lround(std::clamp(share, 0.0, 1.0) * static_cast<double>(barColumns - 1)));
 }
 
-std::string jointLine(const MovedJoint& joint, std::size_t nameColumns) {
+std::string actuatorLine(const MovedActuator& actuator, std::size_t nameColumns) {
   std::string bar(barColumns, '.');
-  bar[columnOf(joint, joint.measured->loadFloat())] = 'o';
-  bar[columnOf(joint, joint.command->loadFloat())] = '#';
-  return fmt::format("{:<{}.{}} [{}] {:8.3f}\n", joint.name, nameColumns, nameColumns, bar,
-                     joint.command->loadFloat());
+  if (const auto measured = actuator.measuredValue()) {
+    bar[columnOf(actuator, *measured)] = 'o';
+  }
+  bar[columnOf(actuator, actuator.commanded())] = '#';
+  return fmt::format("{:<{}.{}} [{}] {:8.3f}\n", actuator.name, nameColumns, nameColumns, bar,
+                     actuator.commanded());
 }
 
 std::int64_t nowNs() {
@@ -71,7 +73,7 @@ void LiveView::announce(const std::string& what) {
   }
 }
 
-void LiveView::show(const std::vector<MovedJoint>& joints, std::int64_t timeMs,
+void LiveView::show(const std::vector<MovedActuator>& actuators, std::int64_t timeMs,
                     std::int64_t lastMs) {
   constexpr std::int64_t drawEveryNs = 100'000'000;
   if (!onTerminal_ || nowNs() < nextDrawNs_) {
@@ -83,13 +85,13 @@ void LiveView::show(const std::vector<MovedJoint>& joints, std::int64_t timeMs,
   const std::size_t nameColumns =
       std::clamp<std::size_t>(size.columns, besideName + 8, besideName + 32) - besideName;
   const bool wide = size.columns >= besideName + 8;
-  const std::size_t shown = wide && size.rows > 3 ? std::min(joints.size(), size.rows - 3) : 0;
+  const std::size_t shown = wide && size.rows > 3 ? std::min(actuators.size(), size.rows - 3) : 0;
   std::string lines = progressBar(timeMs, lastMs).substr(0, size.columns - 1);
   if (lines.back() != '\n') {
     lines += '\n';
   }
   for (std::size_t i = 0; i < shown; ++i) {
-    lines += jointLine(joints[i], nameColumns);
+    lines += actuatorLine(actuators[i], nameColumns);
   }
   draw(lines, shown + 1);
 }

@@ -9,8 +9,8 @@
 
 namespace host {
 
-/// Shows on a terminal how a run goes on: how far it is, and where each joint
-/// stands between its limits. Silent where standard error is no terminal.
+/// Shows on a terminal how a run goes on: how far it is, and where each
+/// actuator stands between its limits. Silent where standard error is no terminal.
 class LiveView {
  public:
   LiveView();
@@ -24,7 +24,7 @@ class LiveView {
   void announce(const std::string& what);
 
   /// Draws the state, ten times a second at most.
-  void show(const std::vector<MovedJoint>& joints, std::int64_t timeMs, std::int64_t lastMs);
+  void show(const std::vector<MovedActuator>& actuators, std::int64_t timeMs, std::int64_t lastMs);
 
   /// Takes away what is shown.
   void clear();

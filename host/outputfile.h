@@ -18,6 +18,9 @@ class OutputFile {
   OutputFile(const OutputFile&) = delete;
   OutputFile& operator=(const OutputFile&) = delete;
 
+  /// For another process to write to.
+  [[nodiscard]] int descriptor() const { return descriptor_; }
+
   /// Throws `std::system_error`, with the path in its text.
   void write(const char* bytes, std::size_t count);
   void commit();

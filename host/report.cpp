@@ -12,49 +12,65 @@ std::string microseconds(std::uint64_t nanoseconds) {
   return fmt::format("{:.1f}", static_cast<double>(nanoseconds) / 1000.0);
 }
 
-/// The course of a joint's commands between their least and greatest value.
-std::string drawShape(const MovedJoint& joint) {
+std::string orDash(const std::optional<double>& number) {
+  return number ? fmt::format("{:.4f}", *number) : "-";
+}
+
+/// The course of the commands between their least and greatest value.
+std::string drawCourse(const Recording& recording, std::size_t column) {
   static constexpr const char* levels[] = {"▁", "▂", "▃", "▄", "▅", "▆", "▇", "█"};
-  const auto end = joint.shape.begin() + static_cast<std::ptrdiff_t>(joint.shapeFilled);
-  if (joint.shape.begin() == end) {
-    return {};
+  constexpr std::size_t samples = 20;
+  std::vector<double> values;
+  for (std::size_t i = 0; i < samples && recording.rows() > 0; ++i) {
+    values.push_back(recording.at(i * (recording.rows() - 1) / (samples - 1), column));
   }
-  const auto [least, most] = std::minmax_element(joint.shape.begin(), end);
+  const auto [least, most] = std::minmax_element(values.begin(), values.end());
   std::string drawn;
-  for (auto sample = joint.shape.begin(); sample != end; ++sample) {
-    const float share = *most > *least ? (*sample - *least) / (*most - *least) : 0.0F;
-    drawn += levels[std::lround(share * 7.0F)];
+  for (const double value : values) {
+    const double share = *most > *least ? (value - *least) / (*most - *least) : 0.0;
+    drawn += levels[std::lround(share * 7.0)];
   }
   return drawn;
 }
 
-std::size_t longestName(const std::vector<MovedJoint>& joints) {
-  std::size_t longest = 5;
-  for (const MovedJoint& joint : joints) {
-    longest = std::max(longest, joint.name.size());
+std::size_t longestName(const std::vector<MovedActuator>& actuators) {
+  std::size_t longest = 8;
+  for (const MovedActuator& actuator : actuators) {
+    longest = std::max(longest, actuator.name.size());
   }
   return longest;
 }
 
+std::string describe(const Motion& motion) {
+  const double seconds = motion.times.empty() ? 0.0 : motion.times.back() / 1000.0;
+  const std::string size = fmt::format("{} points on {} actuator{} in {:.3f} s",
+                                       motion.times.size(), motion.actuators.size(),
+                                       motion.actuators.size() == 1 ? "" : "s", seconds);
+  return motion.atMs ? fmt::format("list    {} at {:.3f} s: {} ({}:{})\n", modeName(motion.mode),
+                                   *motion.atMs / 1000.0, size, motion.path, motion.place.line)
+                     : fmt::format("motion  {} ({})\n", size, motion.path);
+}
+
 }  // namespace
 
-std::string loadedReport(const Robot& robot, const Motion& motion, const Schedule& schedule,
-                         const RunOptions& options, bool replacedLeftover) {
-  const auto& machine = robot.machine;
+std::string loadedReport(const MachineFile& machine, const std::vector<Motion>& motions,
+                         const Schedule& schedule, const RunOptions& options,
+                         bool replacedLeftover) {
   std::string text =
-      fmt::format("robot   {}: {} actuators, {} sensors ({})\n", robot.name,
-                  machine.actuators.size(), machine.sensors.size(), options.robotPath);
-  text += fmt::format("motion  {} points on {} joints in {:.3f} s ({})\n", motion.times.size(),
-                      motion.actuators.size(), static_cast<double>(motion.times.back()) / 1000.0,
-                      motion.path);
-  for (const std::string& note : motion.notes) {
-    text += fmt::format("note    {}\n", note);
+      fmt::format("machine {}: {} actuators, {} sensors ({})\n", machine.name,
+                  machine.description.actuators.size(), machine.description.sensors.size(),
+                  options.machinePath);
+  for (const Motion& motion : motions) {
+    text += describe(motion);
+    for (const std::string& note : motion.notes) {
+      text += fmt::format("note    {}\n", note);
+    }
   }
   text += fmt::format("pool    /dev/shm/torvex.{}{}\n", options.poolName,
                       replacedLeftover ? ", in place of one that a killed process left" : "");
   text += fmt::format("clock   {}, cycle {} ms, from tick {}\n",
                       options.clock == Clock::realtime ? "real time" : "simulated time",
-                      schedule.cycleMs, schedule.startTick);
+                      schedule.cycleMs, options.startTick);
   return text + fmt::format("lead    {} ms to the start of the motion: {}\n", schedule.leadMs,
                             schedule.leadReason);
 }
@@ -67,39 +83,42 @@ std::string runReport(Torvex& torvex) {
                   counts.cycles, counts.overruns, microseconds(durations.minimum()),
                   microseconds(durations.quantile(0.5)), microseconds(durations.quantile(0.99)),
                   microseconds(durations.maximum()));
-  const std::size_t width = longestName(torvex.joints());
-  text += fmt::format("\n{:<{}} {:>6} {:>9} {:>7} {:>7} {:>5} {:>8} {:>8} {:>8}  course\n", "joint",
-                      width, "sent", "delivered", "refused", "limited", "moved", "target",
-                      "command", "measured");
-  for (std::size_t i = 0; i < torvex.joints().size(); ++i) {
-    const MovedJoint& joint = torvex.joints()[i];
-    const FeedCount& fed = torvex.feeder().counts()[i];
-    text += fmt::format("{:<{}} {:>6} {:>9} {:>7} {:>7} {:>5} {:>8.4f} {:>8.4f} {:>8.4f}  {}\n",
-                        joint.name, width, fed.sent, fed.delivered, fed.refused,
-                        torvex.machine().counters(joint.actuator).limited,
-                        joint.cyclesMovedByOthers, joint.finalTarget, joint.command->loadFloat(),
-                        joint.measured->loadFloat(), drawShape(joint));
+  const std::size_t width = longestName(torvex.actuators());
+  text += fmt::format("\n{:<{}} {:>6} {:>9} {:>7} {:>7} {:>7} {:>5} {:>8} {:>8} {:>8}  course\n",
+                      "actuator", width, "sent", "delivered", "refused", "cleared", "limited",
+                      "moved", "target", "command", "measured");
+  std::size_t column = 1;
+  for (std::size_t i = 0; i < torvex.actuators().size(); ++i) {
+    const MovedActuator& actuator = torvex.actuators()[i];
+    const FeedCount& fed = torvex.feeder().count(i);
+    text += fmt::format("{:<{}} {:>6} {:>9} {:>7} {:>7} {:>7} {:>5} {:>8} {:>8.4f} {:>8}  {}\n",
+                        actuator.name, width, fed.sent, fed.delivered, fed.refused, fed.cleared,
+                        torvex.machine().counters(actuator.index).limited,
+                        actuator.cyclesMovedByOthers, orDash(actuator.finalTarget),
+                        actuator.commanded(), orDash(actuator.measuredValue()),
+                        drawCourse(torvex.recording(), column));
+    column += actuator.measured == nullptr ? 1 : 2;
   }
   return text;
 }
 
 std::vector<std::string> shortfalls(Torvex& torvex) {
   std::vector<std::string> reasons;
-  for (std::size_t i = 0; i < torvex.joints().size(); ++i) {
-    const MovedJoint& joint = torvex.joints()[i];
-    const std::uint64_t delivered = torvex.feeder().counts()[i].delivered;
-    if (delivered != torvex.feeder().itemCount()) {
-      reasons.push_back(fmt::format("{}: {} of {} items were delivered", joint.name, delivered,
-                                    torvex.feeder().itemCount()));
+  for (std::size_t i = 0; i < torvex.actuators().size(); ++i) {
+    const MovedActuator& actuator = torvex.actuators()[i];
+    const std::uint64_t delivered = torvex.feeder().count(i).delivered;
+    if (const std::size_t waiting = torvex.feeder().waiting(i); waiting > 0) {
+      reasons.push_back(fmt::format("{}: {} of {} items were delivered", actuator.name, delivered,
+                                    delivered + waiting));
     }
-    if (!(joint.command->loadFloat() == joint.finalTarget)) {
-      reasons.push_back(fmt::format("{}: the last command is {} instead of {}", joint.name,
-                                    joint.command->loadFloat(), joint.finalTarget));
+    if (actuator.finalTarget && !(actuator.commanded() == *actuator.finalTarget)) {
+      reasons.push_back(fmt::format("{}: the last command is {} instead of {}", actuator.name,
+                                    actuator.commanded(), *actuator.finalTarget));
     }
-    if (!(joint.trackingError() <= torvex.options().tolerance)) {
+    if (!(actuator.trackingError() <= torvex.options().tolerance)) {
       reasons.push_back(fmt::format("{}: measured {} for the command {}, more than {} away",
-                                    joint.name, joint.measured->loadFloat(),
-                                    joint.command->loadFloat(), torvex.options().tolerance));
+                                    actuator.name, *actuator.measuredValue(), actuator.commanded(),
+                                    torvex.options().tolerance));
     }
   }
   return reasons;
@@ -112,17 +131,16 @@ std::vector<std::string> warnings(const Torvex& torvex) {
     texts.push_back(
         fmt::format("the trace lacks {} rows: the disk did not keep up", counts.droppedTraceRows));
   }
-  for (std::size_t i = 0; i < torvex.joints().size(); ++i) {
-    const MovedJoint& joint = torvex.joints()[i];
-    if (torvex.feeder().counts()[i].late > 0) {
-      texts.push_back(fmt::format("{}: {} items came after they were due", joint.name,
-                                  torvex.feeder().counts()[i].late));
+  for (std::size_t i = 0; i < torvex.actuators().size(); ++i) {
+    const MovedActuator& actuator = torvex.actuators()[i];
+    if (const std::uint64_t late = torvex.feeder().count(i).late; late > 0) {
+      texts.push_back(fmt::format("{}: {} items came after they were due", actuator.name, late));
     }
-    if (counts.cycles > 1 && joint.cyclesMovedByOthers * 10 >= counts.cycles * 9) {
+    if (counts.cycles > 1 && actuator.cyclesMovedByOthers * 10 >= counts.cycles * 9) {
       texts.push_back(fmt::format(
           "{}: its value was not what the last cycle wrote in {} of {} cycles; either somebody "
           "else commands it, or it does not read back what is written",
-          joint.name, joint.cyclesMovedByOthers, counts.cycles));
+          actuator.name, actuator.cyclesMovedByOthers, counts.cycles));
     }
   }
   return texts;

@@ -8,10 +8,11 @@
 namespace host {
 
 /// What was loaded, for standard output.
-std::string loadedReport(const Robot& robot, const Motion& motion, const Schedule& schedule,
-                         const RunOptions& options, bool replacedLeftover);
+std::string loadedReport(const MachineFile& machine, const std::vector<Motion>& motions,
+                         const Schedule& schedule, const RunOptions& options,
+                         bool replacedLeftover);
 
-/// The cycle's figures and a row a joint, for standard output.
+/// The cycle's figures and a row an actuator, for standard output.
 std::string runReport(Torvex& torvex);
 
 /// Why the run did not do what was asked, one reason a line; empty when it did.

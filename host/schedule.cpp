@@ -5,6 +5,8 @@
 #include <algorithm>
 #include <cmath>
 
+#include "host/window.h"
+
 namespace host {
 namespace {
 
@@ -16,21 +18,20 @@ struct Approach {
   double distance = 0.0;
   double velocity = unlimitedVelocity;
   bool limited = false;
+  const Motion* motion = nullptr;
 
   [[nodiscard]] double milliseconds() const { return std::ceil(distance / velocity * 1000.0); }
 };
 
-const simulation::Actuator& actuatorOf(const Robot& robot, const Motion& motion,
-                                       std::size_t column) {
-  return robot.machine.actuators[static_cast<std::size_t>(motion.actuators[column])];
-}
-
 void checkThatItCanMove(const Motion& motion, std::size_t column,
                         const simulation::Actuator& actuator) {
+  if (actuator.maximumVelocity != 0) {
+    return;
+  }
   for (std::size_t point = 0; point < motion.times.size(); ++point) {
     const float target =
-        std::clamp(motion.position(point, column), actuator.minimum, actuator.maximum);
-    if (actuator.maximumVelocity == 0 && target != std::get<float>(actuator.value)) {
+        std::clamp(motion.value(point, column).asFloat, actuator.minimum, actuator.maximum);
+    if (target != std::get<float>(actuator.value)) {
       throw InputError(
           motion.path, motion.places[point],
           fmt::format("joint '{}' cannot move there: its velocity limit is 0", actuator.name));
@@ -38,37 +39,50 @@ void checkThatItCanMove(const Motion& motion, std::size_t column,
   }
 }
 
-/// The joint that needs longest from where it stands to the first point.
-Approach slowestApproach(const Robot& robot, const Motion& motion) {
+Approach approachOf(const Motion& motion, std::size_t column,
+                    const simulation::Actuator& actuator) {
+  const float first =
+      std::clamp(motion.value(0, column).asFloat, actuator.minimum, actuator.maximum);
+  Approach approach;
+  approach.joint = actuator.name;
+  approach.distance = std::abs(double{first} - double{std::get<float>(actuator.value)});
+  approach.limited = std::isfinite(actuator.maximumVelocity);
+  if (approach.limited && actuator.maximumVelocity > 0) {
+    approach.velocity = actuator.maximumVelocity;
+  }
+  approach.motion = &motion;
+  return approach;
+}
+
+/// The joint that needs longest from where it stands to its first point.
+Approach slowestApproach(const MachineFile& machine, const std::vector<Motion>& motions) {
   Approach slowest;
-  for (std::size_t column = 0; column < motion.actuators.size(); ++column) {
-    const simulation::Actuator& actuator = actuatorOf(robot, motion, column);
-    checkThatItCanMove(motion, column, actuator);
-    const float first = std::clamp(motion.position(0, column), actuator.minimum, actuator.maximum);
-    Approach approach;
-    approach.joint = actuator.name;
-    approach.distance = std::abs(static_cast<double>(first) - std::get<float>(actuator.value));
-    approach.limited = std::isfinite(actuator.maximumVelocity);
-    if (approach.limited && actuator.maximumVelocity > 0) {
-      approach.velocity = actuator.maximumVelocity;
-    }
-    if (approach.milliseconds() > slowest.milliseconds()) {
-      slowest = approach;
+  for (const Motion& motion : motions) {
+    for (std::size_t column = 0; column < motion.actuators.size(); ++column) {
+      const auto& actuator =
+          machine.description.actuators[static_cast<std::size_t>(motion.actuators[column])];
+      if (!actuator.interpolates) {
+        continue;
+      }
+      checkThatItCanMove(motion, column, actuator);
+      const Approach approach = motion.atMs ? Approach() : approachOf(motion, column, actuator);
+      if (approach.milliseconds() > slowest.milliseconds()) {
+        slowest = approach;
+      }
     }
   }
   return slowest;
 }
 
-std::string leadReason(const Approach& slowest, const RunOptions& options) {
+std::string leadReason(const Approach& slowest, const Timing& timing) {
   if (slowest.distance == 0.0) {
-    return "every joint stands at its first point";
+    return "nothing has to be approached first";
   }
   const std::string need =
       fmt::format("{} has {:.4g} to go, {} {:.4g} a second", slowest.joint, slowest.distance,
                   slowest.limited ? "at most" : "without a limit, at", slowest.velocity);
-  return options.leadMs && *options.leadMs < slowest.milliseconds()
-             ? fmt::format("too short: {}", need)
-             : need;
+  return timing.leadMs && *timing.leadMs < slowest.milliseconds() ? fmt::format("too short: {}", need)
+                                                                  : need;
 }
 
 /// The items queued ahead must reach over two cycles, or the actuator would
@@ -87,23 +101,25 @@ void checkDensity(const Motion& motion, std::uint32_t cycleMs) {
 
 }  // namespace
 
-Schedule planSchedule(const Robot& robot, const Motion& motion, const RunOptions& options) {
-  checkDensity(motion, options.cycleMs);
-  const Approach slowest = slowestApproach(robot, motion);
+Schedule planSchedule(const MachineFile& machine, const std::vector<Motion>& motions,
+                      const Timing& timing) {
+  for (const Motion& motion : motions) {
+    checkDensity(motion, timing.cycleMs);
+  }
+  const Approach slowest = slowestApproach(machine, motions);
   constexpr double longestLeadMs = 7e7;
   const double neededMs = slowest.milliseconds();
-  if (neededMs > longestLeadMs && !options.leadMs) {
-    throw InputError(motion.path, motion.places.front(),
+  if (neededMs > longestLeadMs && !timing.leadMs) {
+    throw InputError(slowest.motion->path, slowest.motion->places.front(),
                      fmt::format("joint '{}' would need {:.0f} s to the first point", slowest.joint,
                                  neededMs / 1000.0));
   }
   Schedule schedule;
-  schedule.startTick = options.startTick;
-  schedule.cycleMs = options.cycleMs;
-  const auto wanted = options.leadMs.value_or(static_cast<std::uint32_t>(neededMs));
-  const std::uint32_t cycles = (wanted + options.cycleMs - 1) / options.cycleMs;
-  schedule.leadMs = std::max(cycles, 1U) * options.cycleMs;
-  schedule.leadReason = leadReason(slowest, options);
+  schedule.cycleMs = timing.cycleMs;
+  const auto wanted = timing.leadMs.value_or(static_cast<std::uint32_t>(neededMs));
+  const std::uint32_t cycles = (wanted + timing.cycleMs - 1) / timing.cycleMs;
+  schedule.leadMs = std::max(cycles, 1U) * timing.cycleMs;
+  schedule.leadReason = leadReason(slowest, timing);
   return schedule;
 }
 

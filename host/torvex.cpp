@@ -3,9 +3,9 @@
 #include <algorithm>
 #include <cerrno>
 #include <cmath>
-#include <cstring>
 #include <ctime>
 #include <future>
+#include <map>
 #include <memory>
 
 #include "host/stopsignal.h"
@@ -32,62 +32,132 @@ void sleepUntil(std::int64_t timeNs) {
   }
 }
 
-std::uint32_t bitsOf(float value) {
-  std::uint32_t bits = 0;
-  std::memcpy(&bits, &value, sizeof bits);
+/// The first four bytes of the value, which hold the float or the integer.
+std::int32_t bitsOf(const hal::DeviceAttrGeneric& attribute) {
+  std::int32_t bits = 0;
+  __atomic_load(&attribute.value.asInt, &bits, __ATOMIC_RELAXED);
   return bits;
 }
 
-std::vector<host::MovedJoint> movedJoints(const host::Robot& robot, const host::Motion& motion,
-                                          const simulation::Machine& machine) {
-  std::vector<host::MovedJoint> joints;
-  for (std::size_t column = 0; column < motion.actuators.size(); ++column) {
-    host::MovedJoint joint;
-    joint.actuator = motion.actuators[column];
-    const auto& actuator = robot.machine.actuators[static_cast<std::size_t>(joint.actuator)];
-    joint.name = actuator.name;
-    joint.command = &machine.actuatorValue(joint.actuator);
-    joint.measured = &machine.sensorValue(joint.actuator);
-    joint.minimum = actuator.minimum;
-    joint.maximum = actuator.maximum;
-    joint.finalTarget = std::clamp(motion.position(motion.times.size() - 1, column),
-                                   actuator.minimum, actuator.maximum);
-    joint.lastCommand = joint.command->loadFloat();
-    joints.push_back(std::move(joint));
+double numberIn(const hal::DeviceAttrGeneric& attribute) {
+  return attribute.typeCode == hal::floatTypeCode ? double{attribute.loadFloat()}
+                                                  : static_cast<double>(bitsOf(attribute));
+}
+
+/// What measures each actuator that has a sensor of its name.
+std::map<std::string, const hal::DeviceAttrGeneric*> sensorsByName(
+    const host::MachineFile& machine, const simulation::Machine& simulated) {
+  std::map<std::string, const hal::DeviceAttrGeneric*> values;
+  int index = 0;
+  for (const simulation::Sensor& sensor : machine.description.sensors) {
+    values.emplace(sensor.name, &simulated.sensorValue(index++));
   }
-  return joints;
+  return values;
 }
 
-/// The full key: a joint's name may itself look like one.
-std::string commandKey(const host::MovedJoint& joint) {
-  return "Device/SubDeviceList/" + joint.name + "/Value";
+/// The linear law limits what it writes.
+std::optional<double> finalTarget(const host::Course& course,
+                                  const simulation::Actuator& actuator) {
+  if (course.stopsOnTheWay) {
+    return std::nullopt;
+  }
+  const double last = course.path.back().value;
+  return actuator.interpolates
+             ? std::clamp(last, double{actuator.minimum}, double{actuator.maximum})
+             : last;
 }
 
-std::vector<host::FedColumn> fedColumns(const std::vector<host::MovedJoint>& joints) {
-  std::vector<host::FedColumn> columns;
-  for (const host::MovedJoint& joint : joints) {
-    columns.push_back({commandKey(joint), joint.lastCommand, joint.minimum, joint.maximum});
+const simulation::Actuator& actuatorAt(const host::MachineFile& machine, int index) {
+  return machine.description.actuators[static_cast<std::size_t>(index)];
+}
+
+std::vector<host::Course> coursesOf(const host::MachineFile& machine, const host::Plan& plan) {
+  std::vector<host::Course> courses;
+  for (const host::PlannedActuator& planned : plan.actuators) {
+    courses.push_back(courseOf(planned, actuatorAt(machine, planned.index), plan.schedule));
+  }
+  return courses;
+}
+
+std::int64_t lastTime(const std::vector<host::Course>& courses) {
+  std::int64_t lastMs = 0;
+  for (const host::Course& course : courses) {
+    lastMs = std::max(lastMs, course.path.back().timeMs);
+  }
+  return lastMs;
+}
+
+std::vector<host::MovedActuator> movedActuators(const host::MachineFile& machine,
+                                                const host::Plan& plan,
+                                                const std::vector<host::Course>& courses,
+                                                const simulation::Machine& simulated) {
+  const auto sensors = sensorsByName(machine, simulated);
+  std::vector<host::MovedActuator> moved;
+  for (std::size_t i = 0; i < plan.actuators.size(); ++i) {
+    const int index = plan.actuators[i].index;
+    const simulation::Actuator& actuator = actuatorAt(machine, index);
+    host::MovedActuator added;
+    added.name = actuator.name;
+    added.index = index;
+    added.command = &simulated.actuatorValue(index);
+    const auto sensor = sensors.find(actuator.name + "/Sensor");
+    added.measured = sensor == sensors.end() ? nullptr : sensor->second;
+    added.minimum = actuator.minimum;
+    added.maximum = actuator.maximum;
+    added.finalTarget = finalTarget(courses[i], actuator);
+    added.lastBits = bitsOf(*added.command);
+    moved.push_back(std::move(added));
+  }
+  return moved;
+}
+
+std::vector<host::TracedColumn> tracedColumns(const std::vector<host::MovedActuator>& actuators) {
+  std::vector<host::TracedColumn> columns;
+  for (const host::MovedActuator& actuator : actuators) {
+    columns.push_back({actuator.name + "/command", actuator.command});
+    if (actuator.measured != nullptr) {
+      columns.push_back({actuator.name + "/measured", actuator.measured});
+    }
   }
   return columns;
 }
 
-}  // namespace
-
-double host::MovedJoint::trackingError() const {
-  return std::abs(static_cast<double>(measured->loadFloat()) -
-                  static_cast<double>(command->loadFloat()));
+std::vector<std::string> commandKeys(const host::MachineFile& machine, const host::Plan& plan) {
+  std::vector<std::string> keys;
+  for (const host::PlannedActuator& planned : plan.actuators) {
+    keys.push_back(host::valueKey(actuatorAt(machine, planned.index)));
+  }
+  return keys;
 }
 
-Torvex::Torvex(const host::Robot& robot, const host::Motion& motion, const host::Schedule& schedule,
-               const host::RunOptions& options, host::Trace* trace)
-    : schedule_(schedule),
+}  // namespace
+
+double host::MovedActuator::commanded() const {
+  return numberIn(*command);
+}
+
+std::optional<double> host::MovedActuator::measuredValue() const {
+  return measured == nullptr ? std::nullopt : std::optional(numberIn(*measured));
+}
+
+double host::MovedActuator::trackingError() const {
+  return measured == nullptr ? 0.0 : std::abs(numberIn(*measured) - commanded());
+}
+
+Torvex::Torvex(const host::MachineFile& machine, const host::Plan& plan,
+               const host::RunOptions& options)
+    : schedule_(plan.schedule),
       options_(options),
-      trace_(trace),
-      machine_(options.poolName, robot.machine),
-      joints_(movedJoints(robot, motion, machine_)),
-      feeder_(motion, schedule, fedColumns(joints_)),
-      latestCycleMs_(-std::int64_t{schedule.cycleMs}),
-      row_(1 + 2 * joints_.size()) {
+      machine_(options.poolName, machine.description),
+      courses_(coursesOf(machine, plan)),
+      actuators_(movedActuators(machine, plan, courses_, machine_)),
+      columns_(tracedColumns(actuators_)),
+      lastItemMs_(lastTime(courses_)),
+      feeder_(plan, commandKeys(machine, plan), options.startTick),
+      recording_(1 + columns_.size(),
+                 (lastItemMs_ + longestSettlingMs) / plan.schedule.cycleMs + 1),
+      latestCycleMs_(-std::int64_t{plan.schedule.cycleMs}),
+      row_(1 + columns_.size()) {
   setTorvexManager(this);
   setAttrFullNameManager(&names_);
   setTimedCommandManager(&commands_);
@@ -105,18 +175,17 @@ Torvex::~Torvex() {
 }
 
 void Torvex::findTimelines() {
-  for (host::MovedJoint& joint : joints_) {
-    const int index = commands_.testActuatorName(commandKey(joint));
-    joint.timeline = &commands_.commandTable.at(static_cast<std::size_t>(index));
+  for (std::size_t i = 0; i < actuators_.size(); ++i) {
+    const int index = commands_.testActuatorName(feeder_.key(i));
+    actuators_[i].timeline = &commands_.commandTable.at(static_cast<std::size_t>(index));
   }
 }
 
 // Growing later would put new nodes below old ones, and every node that a cycle
 // returns would then be searched for among them.
 void Torvex::warmNodePool() {
-  const std::size_t mostQueued = (joints_.size() + 1) * host::windowItems;
   CommandList nodes;
-  for (std::size_t i = 0; i < mostQueued; ++i) {
+  for (std::size_t i = 0; i < feeder_.mostQueued(); ++i) {
     nodes.emplace_back();
   }
   while (!nodes.empty()) {
@@ -208,42 +277,37 @@ void Torvex::feed(std::int64_t timeMs) {
 void Torvex::cycle(std::int64_t timeMs, std::int64_t previousMs) {
   const std::int64_t beginNs = monotonicNs();
   noteMovesByOthers();
-  commands_.run(schedule_.stamp(timeMs), schedule_.stamp(previousMs));
+  commands_.run(stamp(timeMs), stamp(previousMs));
   machine_.step(static_cast<double>(timeMs - previousMs) / 1000.0);
   readBack(timeMs);
   ++counts_.cycles;
   counts_.durations.add(static_cast<std::uint64_t>(monotonicNs() - beginNs));
-  if (trace_ != nullptr) {
-    traceRow(timeMs);
-  }
+  writeDown();
   latestCycleMs_ = timeMs;
 }
 
 void Torvex::noteMovesByOthers() {
-  for (host::MovedJoint& joint : joints_) {
-    if (bitsOf(joint.command->loadFloat()) != bitsOf(joint.lastCommand)) {
-      ++joint.cyclesMovedByOthers;
+  for (host::MovedActuator& actuator : actuators_) {
+    if (bitsOf(*actuator.command) != actuator.lastBits) {
+      ++actuator.cyclesMovedByOthers;
     }
   }
 }
 
 void Torvex::readBack(std::int64_t timeMs) {
-  const std::int64_t sample = timeMs * static_cast<std::int64_t>(host::MovedJoint::shapeSamples) /
-                              (feeder_.lastItemMs() + 1);
-  for (host::MovedJoint& joint : joints_) {
-    joint.lastCommand = joint.command->loadFloat();
-    while (joint.shapeFilled < joint.shape.size() &&
-           static_cast<std::int64_t>(joint.shapeFilled) <= sample) {
-      joint.shape[joint.shapeFilled++] = joint.lastCommand;
-    }
+  for (host::MovedActuator& actuator : actuators_) {
+    actuator.lastBits = bitsOf(*actuator.command);
   }
+  row_[0] = static_cast<double>(timeMs);
+  for (std::size_t i = 0; i < columns_.size(); ++i) {
+    row_[1 + i] = numberIn(*columns_[i].attribute);
+  }
+  recording_.add(row_);
 }
 
-void Torvex::traceRow(std::int64_t timeMs) {
-  row_[0] = static_cast<double>(timeMs);
-  for (std::size_t i = 0; i < joints_.size(); ++i) {
-    row_[1 + 2 * i] = joints_[i].lastCommand;
-    row_[2 + 2 * i] = joints_[i].measured->loadFloat();
+void Torvex::writeDown() {
+  if (trace_ == nullptr) {
+    return;
   }
   if (options_.clock == host::Clock::simulated) {
     trace_->pushWaiting(row_);
@@ -252,12 +316,16 @@ void Torvex::traceRow(std::int64_t timeMs) {
   }
 }
 
+std::uint32_t Torvex::stamp(std::int64_t timeMs) const {
+  return options_.startTick + static_cast<std::uint32_t>(timeMs);
+}
+
 bool Torvex::hasEnded(std::int64_t timeMs) {
   if (ended_ || host::StopSignal::received() != 0) {
     return true;
   }
   // The time first: as long as it is early, no lock is taken.
-  if (timeMs < feeder_.lastItemMs() || !allDelivered_ || !haveTimelinesRunOut()) {
+  if (timeMs < lastItemMs_ || !allDelivered_ || !haveTimelinesRunOut()) {
     return false;
   }
   if (ranOutMs_ < 0) {
@@ -268,15 +336,15 @@ bool Torvex::hasEnded(std::int64_t timeMs) {
 
 /// Others may have queued commands beyond the motion.
 bool Torvex::haveTimelinesRunOut() const {
-  return std::all_of(joints_.begin(), joints_.end(), [](const host::MovedJoint& joint) {
-    const ZR::ZRCriticalSectionWrite section(joint.timeline->mutex);
-    return joint.timeline->commandList.empty();
+  return std::all_of(actuators_.begin(), actuators_.end(), [](const auto& actuator) {
+    const ZR::ZRCriticalSectionWrite section(actuator.timeline->mutex);
+    return actuator.timeline->commandList.empty();
   });
 }
 
 bool Torvex::hasSettled() const {
   constexpr double settledShare = 0.1;
-  return std::all_of(joints_.begin(), joints_.end(), [this](const host::MovedJoint& joint) {
-    return joint.trackingError() <= settledShare * options_.tolerance;
+  return std::all_of(actuators_.begin(), actuators_.end(), [this](const auto& actuator) {
+    return actuator.trackingError() <= settledShare * options_.tolerance;
   });
 }

@@ -1,46 +1,46 @@
 #pragma once
 
-#include <array>
 #include <atomic>
 #include <cstddef>
 #include <cstdint>
 #include <functional>
+#include <optional>
 #include <string>
 #include <vector>
 
 #include "attrfullname/attrfullname.h"
-#include "host/commandline.h"
+#include "host/course.h"
 #include "host/feeder.h"
 #include "host/histogram.h"
-#include "host/input/jointtrajectory.h"
-#include "host/input/urdf.h"
-#include "host/schedule.h"
+#include "host/plan.h"
+#include "host/recording.h"
+#include "host/runoptions.h"
 #include "host/trace.h"
 #include "simulation/machine.h"
 #include "timedcommandmanager/timedcommandmanager.h"
 
 namespace host {
 
-/// One joint of the motion, as the cycle sees it.
-struct MovedJoint {
-  /// How many samples of its commands are kept, spread over the motion.
-  static constexpr std::size_t shapeSamples = 20;
-
+/// One commanded actuator, as the cycle sees it.
+struct MovedActuator {
   std::string name;
-  int actuator = 0;
+  /// In the machine's description.
+  int index = 0;
   const TimedCommand* timeline = nullptr;
   const hal::DeviceAttrGeneric* command = nullptr;
+  /// Null when no sensor bears its name.
   const hal::DeviceAttrGeneric* measured = nullptr;
   float minimum = 0.0F;
   float maximum = 0.0F;
-  /// The last point's value, within the limits.
-  float finalTarget = 0.0F;
+  /// What it is to hold at the end; open when a list stops it on its way.
+  std::optional<double> finalTarget;
   /// What the command register held at the end of the latest cycle.
-  float lastCommand = 0.0F;
+  std::int32_t lastBits = 0;
   std::uint64_t cyclesMovedByOthers = 0;
-  std::array<float, shapeSamples> shape{};
-  std::size_t shapeFilled = 0;
 
+  [[nodiscard]] double commanded() const;
+  [[nodiscard]] std::optional<double> measuredValue() const;
+  /// 0 without a sensor.
   [[nodiscard]] double trackingError() const;
 };
 
@@ -54,24 +54,34 @@ struct CycleCount {
   Histogram durations;
 };
 
+/// A quantity that is written down every cycle.
+struct TracedColumn {
+  /// "NAME/command" or "NAME/measured".
+  std::string name;
+  const hal::DeviceAttrGeneric* attribute = nullptr;
+};
+
 }  // namespace host
 
 /// The reference host: a simulated machine and the library that drives it,
-/// for one run of one motion.
+/// for one run of one plan.
 class Torvex {
  public:
   /// Called now and then, outside the control cycle, with the time in
   /// milliseconds of the latest cycle.
   using Progress = std::function<void(std::int64_t timeMs)>;
 
-  /// Starts everything up, ready for the first cycle. `trace` may be null.
-  /// The arguments must outlive the object. Throws `simulation::Error`.
-  Torvex(const host::Robot& robot, const host::Motion& motion, const host::Schedule& schedule,
-         const host::RunOptions& options, host::Trace* trace);
+  /// Starts everything up, ready for the first cycle. The arguments must outlive
+  /// the object. Throws `simulation::Error`.
+  Torvex(const host::MachineFile& machine, const host::Plan& plan, const host::RunOptions& options);
   ~Torvex();
 
   Torvex(const Torvex&) = delete;
   Torvex& operator=(const Torvex&) = delete;
+
+  /// Every cycle writes a row of `columns()`, behind the time, to this trace. Set
+  /// before `run`, which must end before the trace does.
+  void setTrace(host::Trace* trace) { trace_ = trace; }
 
   /// Runs until every timeline has run out and the measured values have
   /// settled, or a signal asks to stop. Lets through what a cycle throws.
@@ -80,8 +90,15 @@ class Torvex {
   [[nodiscard]] const host::RunOptions& options() const { return options_; }
   [[nodiscard]] simulation::Machine& machine() { return machine_; }
   [[nodiscard]] const host::Feeder& feeder() const { return feeder_; }
-  [[nodiscard]] const std::vector<host::MovedJoint>& joints() const { return joints_; }
+  [[nodiscard]] const std::vector<host::MovedActuator>& actuators() const { return actuators_; }
+  [[nodiscard]] const std::vector<host::TracedColumn>& columns() const { return columns_; }
+  /// What was planned for each actuator.
+  [[nodiscard]] const std::vector<host::Course>& courses() const { return courses_; }
+  /// Rows of the time in milliseconds and the columns.
+  [[nodiscard]] const host::Recording& recording() const { return recording_; }
   [[nodiscard]] const host::CycleCount& counts() const { return counts_; }
+  /// When the last command is due, in milliseconds.
+  [[nodiscard]] std::int64_t lastItemMs() const { return lastItemMs_; }
 
  private:
   void findTimelines();
@@ -95,20 +112,25 @@ class Torvex {
   void cycle(std::int64_t timeMs, std::int64_t previousMs);
   void noteMovesByOthers();
   void readBack(std::int64_t timeMs);
-  void traceRow(std::int64_t timeMs);
+  void writeDown();
+  [[nodiscard]] std::uint32_t stamp(std::int64_t timeMs) const;
   [[nodiscard]] bool hasEnded(std::int64_t timeMs);
   [[nodiscard]] bool haveTimelinesRunOut() const;
   [[nodiscard]] bool hasSettled() const;
 
   const host::Schedule& schedule_;
   const host::RunOptions& options_;
-  host::Trace* const trace_;
+  host::Trace* trace_ = nullptr;
 
   simulation::Machine machine_;
   AttrFullName names_;
   TimedCommandManager commands_;
-  std::vector<host::MovedJoint> joints_;
+  std::vector<host::Course> courses_;
+  std::vector<host::MovedActuator> actuators_;
+  std::vector<host::TracedColumn> columns_;
+  std::int64_t lastItemMs_ = 0;
   host::Feeder feeder_;
+  host::Recording recording_;
 
   std::atomic<bool> allDelivered_{false};
   std::atomic<bool> ended_{false};

@@ -4,6 +4,7 @@
 
 #include <algorithm>
 #include <chrono>
+#include <cmath>
 #include <iterator>
 
 namespace host {
@@ -31,21 +32,31 @@ std::string csvField(const std::string& text) {
   return quoted + "\"";
 }
 
+/// The shortest text that reads back exactly: most values are single floats.
+void appendNumber(fmt::memory_buffer& text, double value) {
+  const auto single = static_cast<float>(value);
+  if (double{single} == value || std::isnan(value)) {
+    fmt::format_to(std::back_inserter(text), ",{}", single);
+  } else {
+    fmt::format_to(std::back_inserter(text), ",{}", value);
+  }
+}
+
 void appendRow(fmt::memory_buffer& text, const std::vector<double>& row) {
   fmt::format_to(std::back_inserter(text), "{}", static_cast<std::int64_t>(row[0]));
   for (std::size_t i = 1; i < row.size(); ++i) {
-    fmt::format_to(std::back_inserter(text), ",{}", static_cast<float>(row[i]));
+    appendNumber(text, row[i]);
   }
   text.push_back('\n');
 }
 
 }  // namespace
 
-Trace::Trace(const std::string& path, const std::vector<std::string>& joints)
-    : file_(path), rowLength_(1 + 2 * joints.size()), queue_(queueLength(rowLength_)) {
+Trace::Trace(const std::string& path, const std::vector<std::string>& columns)
+    : file_(path), rowLength_(1 + columns.size()), queue_(queueLength(rowLength_)) {
   std::string header = "time_ms";
-  for (const std::string& joint : joints) {
-    header += "," + csvField(joint + "/command") + "," + csvField(joint + "/measured");
+  for (const std::string& column : columns) {
+    header += "," + csvField(column);
   }
   header += "\n";
   file_.write(header.data(), header.size());

@@ -13,13 +13,13 @@
 
 namespace host {
 
-/// Writes a row a cycle to a CSV file: the time in milliseconds, then for each
-/// joint its command and its measured value. Rows leave the cycle through a
+/// Writes a row a cycle to a CSV file: the time in milliseconds, then a value for
+/// each column. Rows leave the cycle through a
 /// bounded queue to a thread of the trace's own.
 class Trace {
  public:
   /// Throws `InputError` when the file cannot be written.
-  Trace(const std::string& path, const std::vector<std::string>& joints);
+  Trace(const std::string& path, const std::vector<std::string>& columns);
   /// Without `finish`, nothing of the trace remains.
   ~Trace();
 

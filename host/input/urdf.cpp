@@ -14,7 +14,6 @@
 namespace host {
 namespace {
 
-constexpr std::size_t maxFileBytes = std::size_t{64} << 20;
 constexpr int maxDepth = 100;
 /// From one mimic joint to the next.
 constexpr std::size_t longestMimicry = 100;
@@ -40,15 +39,16 @@ struct Mimicry {
 
 class UrdfReader {
  public:
-  explicit UrdfReader(const std::string& path) : path_(path), text_(readFile(path, maxFileBytes)) {}
+  UrdfReader(const std::string& path, const std::string& text) : path_(path), text_(text) {}
 
-  Robot read() {
+  MachineFile read() {
     const pugi::xml_node root = parse();
+    robot_.path = path_;
     robot_.name = root.attribute("name").value();
     for (const pugi::xml_node joint : root.children("joint")) {
       readJoint(joint);
     }
-    if (robot_.machine.actuators.empty()) {
+    if (robot_.description.actuators.empty()) {
       fail(root, "the robot has no movable joint");
     }
     for (const pugi::xml_node joint : root.children("joint")) {
@@ -136,8 +136,8 @@ class UrdfReader {
     actuator.value = std::clamp(0.0F, actuator.minimum, actuator.maximum);
     takeAttributes(joint, simulation::MachineDescription::attributesPerActuator +
                               simulation::MachineDescription::attributesPerSensor);
-    const int index = static_cast<int>(robot_.machine.actuators.size());
-    robot_.machine.actuators.push_back(std::move(actuator));
+    const int index = static_cast<int>(robot_.description.actuators.size());
+    robot_.description.actuators.push_back(std::move(actuator));
     actuators_.emplace(name, index);
     addSensor(joint, name, index, 1.0, 0.0);
   }
@@ -227,7 +227,7 @@ class UrdfReader {
     sensor.multiplier = static_cast<float>(multiplier);
     sensor.offset = static_cast<float>(offset);
     takeName(joint, sensor.name);
-    robot_.machine.sensors.push_back(std::move(sensor));
+    robot_.description.sensors.push_back(std::move(sensor));
   }
 
   /// Follows mimicry of mimicry down to an actuator.
@@ -255,10 +255,10 @@ class UrdfReader {
               mimicry.offset);
   }
 
-  const std::string path_;
-  const std::string text_;
+  const std::string& path_;
+  const std::string& text_;
   pugi::xml_document document_;
-  Robot robot_;
+  MachineFile robot_;
   /// Of joints and sensors.
   std::set<std::string> names_;
   std::map<std::string, int> actuators_;
@@ -268,8 +268,8 @@ class UrdfReader {
 
 }  // namespace
 
-Robot readUrdf(const std::string& path) {
-  return UrdfReader(path).read();
+MachineFile readUrdf(const std::string& path, const std::string& text) {
+  return UrdfReader(path, text).read();
 }
 
 }  // namespace host

@@ -1,24 +1,17 @@
 #pragma once
 
-#include <set>
 #include <string>
 
-#include "simulation/machine.h"
+#include "host/input/machinefile.h"
 
 namespace host {
 
-/// A robot description, as a machine to be simulated.
-struct Robot {
-  std::string name;
-  /// Actuator i bears a joint's name and sensor i, named J/Sensor, measures it;
-  /// the sensors of mimic joints follow.
-  simulation::MachineDescription machine;
-  /// Joints without an actuator: mimic, fixed, floating and planar ones.
-  std::set<std::string> uncommandedJoints;
-};
+/// Reads the text of a URDF file. Only the joints count: names, types, limits,
+/// mimicry. Actuator and sensor i belong to one joint; the sensors of mimic
+/// joints follow. Throws `InputError`.
+MachineFile readUrdf(const std::string& path, const std::string& text);
 
-/// Reads a URDF file. Only the joints count: names, types, limits, mimicry.
-/// Throws `InputError`.
-Robot readUrdf(const std::string& path);
+/// No URDF file may be longer.
+constexpr std::size_t maxUrdfBytes = std::size_t{64} << 20;
 
 }  // namespace host

@@ -1,0 +1,89 @@
+#include "host/commands/options.h"
+
+#include <charconv>
+#include <system_error>
+
+#include "host/input/source.h"
+
+namespace host {
+namespace {
+
+/// "10ms" or "10", within bounds.
+std::uint32_t milliseconds(const std::string& option, const std::string& text, std::uint32_t least,
+                           std::uint32_t most) {
+  std::uint32_t value = 0;
+  const char* const end = text.data() + text.size();
+  const auto [stop, failure] = std::from_chars(text.data(), end, value);
+  const std::string unit(stop, end);
+  if (failure != std::errc() || (!unit.empty() && unit != "ms") || value < least || value > most) {
+    throw CLI::ValidationError(option,
+                               "'" + text + "' is not a whole number of milliseconds from " +
+                                   std::to_string(least) + "ms to " + std::to_string(most) + "ms");
+  }
+  return value;
+}
+
+}  // namespace
+
+double positiveNumber(const std::string& option, const std::string& text) {
+  double value = 0.0;
+  if (!parseNumber(text, value) || value <= 0) {
+    throw CLI::ValidationError(option, "'" + text + "' is not a number above 0");
+  }
+  return value;
+}
+
+std::uint32_t tick(const std::string& text) {
+  const bool hexadecimal = text.rfind("0x", 0) == 0;
+  std::uint32_t value = 0;
+  const char* const end = text.data() + text.size();
+  const auto [stop, failure] =
+      std::from_chars(text.data() + (hexadecimal ? 2 : 0), end, value, hexadecimal ? 16 : 10);
+  if (failure != std::errc() || stop != end) {
+    throw CLI::ValidationError("--start",
+                               "'" + text + "' is not a tick from 0 to 4294967295 (0xFFFFFFFF)");
+  }
+  return value;
+}
+
+void addMachine(CLI::App& command, std::string& path) {
+  command.add_option("MACHINE", path, "Machine: a robot description (URDF) or a machine file (YAML)")
+      ->required();
+}
+
+void addMotions(CLI::App& command, std::vector<std::string>& paths) {
+  command
+      .add_option("MOTION", paths,
+                  "Motions: trajectory_msgs/JointTrajectory or lists of commands, in YAML")
+      ->required();
+}
+
+void addTiming(CLI::App& command, Timing& timing) {
+  constexpr std::uint32_t longestCycleMs = 1000;
+  constexpr std::uint32_t longestLeadMs = 70'000'000;
+  command
+      .add_option_function<std::string>(
+          "--cycle",
+          [&timing](const std::string& text) {
+            timing.cycleMs = milliseconds("--cycle", text, 1, longestCycleMs);
+          },
+          "Control cycle in whole milliseconds")
+      ->type_name("TIME")
+      ->default_str("10ms");
+  command
+      .add_option_function<std::string>(
+          "--lead",
+          [&timing](const std::string& text) {
+            timing.leadMs = milliseconds("--lead", text, 1, longestLeadMs);
+          },
+          "Time to approach the first points of trajectories (default: what they need)")
+      ->type_name("TIME");
+}
+
+void addPool(CLI::App& command, std::string& name) {
+  command.add_option("--pool", name, "Name of the device pool in shared memory")
+      ->type_name("NAME")
+      ->capture_default_str();
+}
+
+}  // namespace host

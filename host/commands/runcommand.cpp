@@ -1,0 +1,190 @@
+#include "host/commands/runcommand.h"
+
+#include <fmt/format.h>
+
+#include <exception>
+#include <filesystem>
+#include <memory>
+#include <optional>
+#include <system_error>
+
+#include "host/commands/status.h"
+#include "host/input/motion.h"
+#include "host/input/source.h"
+#include "host/liveview.h"
+#include "host/plot/plot.h"
+#include "host/report.h"
+#include "host/stopsignal.h"
+#include "host/torvex.h"
+#include "host/trace.h"
+
+namespace host {
+namespace {
+
+void complainLines(const char* kind, const std::vector<std::string>& lines) {
+  for (const std::string& line : lines) {
+    complain(fmt::format("torvex: {}: {}\n", kind, line));
+  }
+}
+
+void checkOutputPath(const RunOptions& options, const std::string& path, const char* what) {
+  std::vector<std::string> inputs = options.motionPaths;
+  inputs.push_back(options.machinePath);
+  for (const std::string& input : inputs) {
+    std::error_code none;
+    if (std::filesystem::equivalent(path, input, none)) {
+      throw InputError(path, {}, fmt::format("the {} would replace an input of the run", what));
+    }
+  }
+}
+
+std::string titleOf(const MachineFile& machine, const RunOptions& options) {
+  std::vector<std::string> motions;
+  for (const std::string& path : options.motionPaths) {
+    motions.push_back(std::filesystem::path(path).filename().string());
+  }
+  return fmt::format("{}: {}", machine.name, fmt::join(motions, ", "));
+}
+
+std::vector<std::string> columnNames(const Torvex& torvex) {
+  std::vector<std::string> names;
+  for (const TracedColumn& column : torvex.columns()) {
+    names.push_back(column.name);
+  }
+  return names;
+}
+
+/// What a run leaves behind; opened before anything moves.
+struct Outputs {
+  std::optional<Trace> trace;
+  std::optional<Plot> plot;
+};
+
+/// Why they are not there; empty when they are.
+std::vector<std::string> finish(Outputs& outputs, const Torvex& torvex, const Plan& plan) {
+  std::vector<std::string> failures;
+  const auto attempt = [&](const char* what, const auto& action) {
+    try {
+      action();
+    } catch (const std::exception& error) {
+      failures.push_back(fmt::format("the {} was not written: {}", what, error.what()));
+    }
+  };
+  if (outputs.trace) {
+    attempt("trace", [&] { outputs.trace->finish(); });
+  }
+  if (outputs.plot) {
+    attempt("picture", [&] { outputs.plot->draw(torvex, plan); });
+  }
+  return failures;
+}
+
+int outcome(Torvex& torvex, const std::vector<std::string>& outputFailures) {
+  say(runReport(torvex));
+  complainLines("warning", warnings(torvex));
+  complainLines("error", outputFailures);
+  if (const int signal = StopSignal::received()) {
+    complain(fmt::format("torvex: stopped by signal {}\n", signal));
+    return signalStatus + signal;
+  }
+  const std::vector<std::string> reasons = shortfalls(torvex);
+  complainLines("error", reasons);
+  if (outputFailed()) {
+    complain("torvex: error: standard output cannot be written\n");
+  }
+  return reasons.empty() && outputFailures.empty() && !outputFailed() ? okStatus : shortfallStatus;
+}
+
+int run(const RunOptions& options) {
+  LiveView view;
+  view.announce("reading " + options.machinePath);
+  const MachineFile machine = readMachineFile(options.machinePath);
+  view.announce("reading motions");
+  const std::vector<Motion> motions = readMotionFiles(options.motionPaths, machine);
+  const Plan plan = planRun(machine, motions, options.timing);
+  view.clear();
+
+  const StopSignal stopSignal;
+  Outputs outputs;
+  Torvex torvex(machine, plan, options);
+  if (!options.tracePath.empty()) {
+    checkOutputPath(options, options.tracePath, "trace");
+    torvex.setTrace(&outputs.trace.emplace(options.tracePath, columnNames(torvex)));
+  }
+  if (!options.plotPath.empty()) {
+    checkOutputPath(options, options.plotPath, "picture");
+    outputs.plot.emplace(options.plotPath, titleOf(machine, options));
+  }
+  say(loadedReport(machine, motions, plan.schedule, options, torvex.machine().replacedLeftover()));
+  for (const std::string& warning : lateItems(motions)) {
+    complain(warning + "\n");
+  }
+  torvex.run([&](std::int64_t timeMs) {
+    view.show(torvex.actuators(), timeMs, torvex.lastItemMs());
+  });
+  view.clear();
+  const std::vector<std::string> failures = finish(outputs, torvex, plan);
+  return outcome(torvex, failures);
+}
+
+Clock clockNamed(const std::string& text) {
+  if (text != "realtime" && text != "simulated") {
+    throw CLI::ValidationError("--clock", "'" + text + "' is neither realtime nor simulated");
+  }
+  return text == "realtime" ? Clock::realtime : Clock::simulated;
+}
+
+void addClock(CLI::App& command, RunOptions& options) {
+  command
+      .add_option_function<std::string>(
+          "--clock", [&options](const std::string& text) { options.clock = clockNamed(text); },
+          "realtime: a cycle thread on the monotonic clock; simulated: as fast as it goes")
+      ->type_name("realtime|simulated")
+      ->default_str("realtime");
+  command
+      .add_option_function<std::string>(
+          "--start", [&options](const std::string& text) { options.startTick = tick(text); },
+          "Tick of the first cycle, in milliseconds modulo 2^32")
+      ->type_name("TICK")
+      ->default_str("0");
+}
+
+void addOutputs(CLI::App& command, RunOptions& options) {
+  command.add_option("--trace", options.tracePath, "Write every cycle to this CSV file")
+      ->type_name("FILE.csv");
+  command
+      .add_option("--plot", options.plotPath,
+                  "Draw commands and measured values over time (needs gnuplot)")
+      ->type_name("FILE.svg");
+}
+
+}  // namespace
+
+void addRunCommand(CLI::App& app, Command& chosen) {
+  CLI::App& command = *app.add_subcommand("run", "Move a machine along motions");
+  const auto options = std::make_shared<RunOptions>();
+  command.footer(
+      "Example:\n"
+      "  torvex run examples/humanoid/humanoid.yaml examples/humanoid/wave.yaml "
+      "--trace wave.csv --plot wave.svg\n\n"
+      "Exit status: 0 when every command was delivered and reached; 1 when not, saying which;\n"
+      "2 for bad input or usage; 128 and the signal's number when a signal stopped it.");
+  addMachine(command, options->machinePath);
+  addMotions(command, options->motionPaths);
+  addClock(command, *options);
+  addTiming(command, options->timing);
+  command
+      .add_option_function<std::string>(
+          "--tolerance",
+          [&tolerance = options->tolerance](const std::string& text) {
+            tolerance = positiveNumber("--tolerance", text);
+          },
+          "How far an actuator may end from its command, in its unit")
+      ->type_name("NUMBER")
+      ->default_str("0.01");
+  addOutputs(command, *options);
+  addPool(command, options->poolName);
+  command.callback([options, &chosen] { chosen = [options] { return run(*options); }; });
+}
+
+}  // namespace host

@@ -1,0 +1,358 @@
+#include "host/input/machinefile.h"
+
+#include <fmt/format.h>
+
+#include <algorithm>
+#include <cmath>
+#include <filesystem>
+#include <limits>
+#include <utility>
+#include <variant>
+
+#include "host/input/urdf.h"
+#include "host/input/yaml.h"
+
+namespace host {
+namespace {
+
+constexpr std::uint8_t lastIntegerTypeCode = 6;
+
+bool isText(std::uint8_t typeCode) {
+  return typeCode == 8 || typeCode == 9;
+}
+
+class MachineFileReader {
+ public:
+  explicit MachineFileReader(const YamlFile& yaml) : yaml_(yaml) {}
+
+  MachineFile read() {
+    const YAML::Node& root = yaml_.root();
+    const auto fields = yaml_.fields(
+        root, "the machine",
+        {"name", "urdf", "time_constant", "joints", "devices", "actuators", "sensors"});
+    readUrdfNamedIn(fields);
+    machine_.path = yaml_.path();
+    if (const auto name = fields.find("name"); name != fields.end()) {
+      machine_.name = yaml_.name(name->second, "name");
+    }
+    readTimeConstant(fields);
+    for (const YAML::Node& joint : yaml_.entries(fields, "joints")) {
+      readJoint(joint);
+    }
+    for (const YAML::Node& device : yaml_.entries(fields, "devices")) {
+      readDevice(device);
+    }
+    for (const YAML::Node& actuator : yaml_.entries(fields, "actuators")) {
+      readActuator(actuator);
+    }
+    for (const YAML::Node& sensor : yaml_.entries(fields, "sensors")) {
+      readSensor(sensor);
+    }
+    if (machine_.description.actuators.empty()) {
+      yaml_.fail(root, "the machine has no actuator; give it a urdf or actuators");
+    }
+    return std::move(machine_);
+  }
+
+ private:
+  using Fields = YamlFile::Fields;
+
+  void readUrdfNamedIn(const Fields& fields) {
+    const auto urdf = fields.find("urdf");
+    if (urdf == fields.end()) {
+      return;
+    }
+    const std::filesystem::path named = yaml_.name(urdf->second, "urdf");
+    const std::string path =
+        (std::filesystem::path(yaml_.path()).parent_path() / named).lexically_normal().string();
+    std::string text;
+    try {
+      text = readFile(path, maxUrdfBytes);
+    } catch (const InputError& error) {
+      yaml_.fail(urdf->second, fmt::format("the URDF cannot be taken: {}", error.what()));
+    }
+    machine_ = readUrdf(path, text);
+    const auto& description = machine_.description;
+    for (std::size_t i = 0; i < description.actuators.size(); ++i) {
+      subDevices_.insert(description.actuators[i].name);
+      actuators_.emplace(description.actuators[i].name, static_cast<int>(i));
+    }
+    for (std::size_t i = 0; i < description.sensors.size(); ++i) {
+      subDevices_.insert(description.sensors[i].name);
+      sensors_.emplace(description.sensors[i].name, i);
+    }
+    attributeCount_ = simulation::MachineDescription::attributesPerActuator *
+                          static_cast<int>(description.actuators.size()) +
+                      simulation::MachineDescription::attributesPerSensor *
+                          static_cast<int>(description.sensors.size());
+  }
+
+  void readTimeConstant(const Fields& fields) {
+    const auto found = fields.find("time_constant");
+    if (found == fields.end()) {
+      return;
+    }
+    timeConstant_ = timeConstant(found->second);
+    for (simulation::Sensor& sensor : machine_.description.sensors) {
+      sensor.timeConstant = timeConstant_;
+    }
+  }
+
+  double timeConstant(const YAML::Node& node) const {
+    const double seconds = yaml_.number(node, "time_constant");
+    if (seconds <= 0) {
+      yaml_.fail(node, "time_constant must be a number of seconds above 0");
+    }
+    return seconds;
+  }
+
+  void readJoint(const YAML::Node& node) {
+    const auto fields = yaml_.fields(node, "a joint", {"name", "value", "time_constant"});
+    const YAML::Node& nameNode = yaml_.required(fields, node, "name");
+    const std::string name = yaml_.name(nameNode, "name");
+    if (!joints_.insert(name).second) {
+      yaml_.fail(nameNode, fmt::format("joint '{}' is named twice", name));
+    }
+    const auto sensor = sensors_.find(name + "/Sensor");
+    if (sensor == sensors_.end()) {
+      yaml_.fail(nameNode, fmt::format("the URDF has no movable joint '{}'", name));
+    }
+    if (const auto seconds = fields.find("time_constant"); seconds != fields.end()) {
+      machine_.description.sensors[sensor->second].timeConstant = timeConstant(seconds->second);
+    }
+    if (const auto value = fields.find("value"); value != fields.end()) {
+      const auto actuator = actuators_.find(name);
+      if (actuator == actuators_.end()) {
+        yaml_.fail(value->second, fmt::format("joint '{}' follows another; it has no value of its "
+                                              "own",
+                                              name));
+      }
+      readInitialValue(
+          value->second,
+          machine_.description.actuators[static_cast<std::size_t>(actuator->second)]);
+    }
+  }
+
+  void readDevice(const YAML::Node& node) {
+    const auto fields = yaml_.fields(node, "a device", {"name", "attributes"});
+    const YAML::Node& nameNode = yaml_.required(fields, node, "name");
+    simulation::Container device;
+    device.name = yaml_.name(nameNode, "name");
+    if (!devices_.insert(device.name).second) {
+      yaml_.fail(nameNode, fmt::format("a second device is named '{}'", device.name));
+    }
+    std::set<std::string> names;
+    for (const YAML::Node& entry : yaml_.entries(fields, "attributes")) {
+      takeAttributes(entry, 1);
+      device.attributes.push_back(readAttribute(entry));
+      if (!names.insert(device.attributes.back().name).second) {
+        yaml_.fail(entry, fmt::format("a second attribute of '{}' is named '{}'", device.name,
+                                      device.attributes.back().name));
+      }
+    }
+    machine_.description.containers.push_back(std::move(device));
+  }
+
+  simulation::Attribute readAttribute(const YAML::Node& node) const {
+    const auto fields = yaml_.fields(node, "an attribute", {"name", "type", "value"});
+    simulation::Attribute attribute;
+    attribute.name = yaml_.name(yaml_.required(fields, node, "name"), "name");
+    attribute.typeCode =
+        typeCode(yaml_.required(fields, node, "type"), 0, std::numeric_limits<std::uint8_t>::max());
+    attribute.value = readValue(fields, attribute.typeCode);
+    return attribute;
+  }
+
+  std::uint8_t typeCode(const YAML::Node& node, double least, double most) const {
+    return static_cast<std::uint8_t>(yaml_.wholeNumber(node, "type", least, most));
+  }
+
+  simulation::Value readValue(const Fields& fields, std::uint8_t typeCode) const {
+    const auto found = fields.find("value");
+    const bool given = found != fields.end();
+    if (typeCode >= 1 && typeCode <= lastIntegerTypeCode) {
+      return given ? integer(found->second) : 0;
+    }
+    if (typeCode == hal::floatTypeCode) {
+      return given ? yaml_.singleNumber(found->second, "value") : 0.0F;
+    }
+    if (isText(typeCode)) {
+      return given ? yaml_.text(found->second, "value") : std::string();
+    }
+    if (given) {
+      yaml_.fail(found->second,
+                 fmt::format("an attribute of type {} has no value (1 to 6: integer, 7: float, 8 "
+                             "and 9: text)",
+                             typeCode));
+    }
+    return std::monostate();
+  }
+
+  std::int32_t integer(const YAML::Node& node) const {
+    return static_cast<std::int32_t>(
+        yaml_.wholeNumber(node, "value", std::numeric_limits<std::int32_t>::min(),
+                          std::numeric_limits<std::int32_t>::max()));
+  }
+
+  void readActuator(const YAML::Node& node) {
+    const auto fields =
+        yaml_.fields(node, "an actuator",
+                     {"name", "type", "law", "value", "minimum", "maximum", "maximum_velocity"});
+    simulation::Actuator actuator;
+    actuator.name = subDeviceName(fields, node);
+    takeAttributes(node, simulation::MachineDescription::attributesPerActuator);
+    if (const auto type = fields.find("type"); type != fields.end()) {
+      actuator.typeCode = typeCode(type->second, 1, hal::floatTypeCode);
+    }
+    readLaw(fields, actuator);
+    readLimits(fields, node, actuator);
+    if (const auto value = fields.find("value"); value != fields.end()) {
+      readInitialValue(value->second, actuator);
+    } else {
+      setDefaultValue(node, actuator);
+    }
+    actuators_.emplace(actuator.name, static_cast<int>(machine_.description.actuators.size()));
+    machine_.description.actuators.push_back(std::move(actuator));
+  }
+
+  void readLaw(const Fields& fields, simulation::Actuator& actuator) const {
+    const bool isFloat = actuator.typeCode == hal::floatTypeCode;
+    actuator.interpolates = isFloat;
+    const auto found = fields.find("law");
+    if (found == fields.end()) {
+      return;
+    }
+    const std::string law = yaml_.text(found->second, "law");
+    if (law != "linear" && law != "step") {
+      yaml_.fail(found->second, fmt::format("law is '{}'; use linear or step", law));
+    }
+    if (law == "linear" && !isFloat) {
+      yaml_.fail(found->second, "only an actuator of type 7 (float) can follow the linear law");
+    }
+    actuator.interpolates = law == "linear";
+  }
+
+  void readLimits(const Fields& fields, const YAML::Node& node,
+                  simulation::Actuator& actuator) const {
+    for (const auto& [key, limit] : {std::pair{"minimum", &actuator.minimum},
+                                     std::pair{"maximum", &actuator.maximum},
+                                     std::pair{"maximum_velocity", &actuator.maximumVelocity}}) {
+      if (const auto found = fields.find(key); found != fields.end()) {
+        *limit = yaml_.singleNumber(found->second, key);
+      }
+    }
+    if (actuator.minimum > actuator.maximum) {
+      yaml_.fail(yaml_.required(fields, node, "minimum"), "minimum lies above maximum");
+    }
+    if (actuator.maximumVelocity < 0) {
+      yaml_.fail(yaml_.required(fields, node, "maximum_velocity"), "maximum_velocity is negative");
+    }
+  }
+
+  void readInitialValue(const YAML::Node& node, simulation::Actuator& actuator) const {
+    const double value = yaml_.number(node, "value");
+    if (value < double{actuator.minimum} || value > double{actuator.maximum}) {
+      yaml_.fail(node, fmt::format("the value {} of '{}' lies outside its limits {} to {}", value,
+                                   actuator.name, actuator.minimum, actuator.maximum));
+    }
+    actuator.value = actuator.typeCode == hal::floatTypeCode
+                         ? simulation::Value(yaml_.singleNumber(node, "value"))
+                         : integer(node);
+  }
+
+  /// As near to 0 as the limits allow.
+  void setDefaultValue(const YAML::Node& node, simulation::Actuator& actuator) const {
+    const float nearest = std::clamp(0.0F, actuator.minimum, actuator.maximum);
+    if (actuator.typeCode == hal::floatTypeCode) {
+      actuator.value = nearest;
+    } else if (nearest == 0.0F) {
+      actuator.value = 0;
+    } else {
+      yaml_.fail(node, "the key 'value' is missing: 0 lies outside the limits");
+    }
+  }
+
+  void readSensor(const YAML::Node& node) {
+    const auto fields = yaml_.fields(
+        node, "a sensor", {"name", "actuator", "multiplier", "offset", "time_constant"});
+    simulation::Sensor sensor;
+    sensor.name = subDeviceName(fields, node);
+    takeAttributes(node, simulation::MachineDescription::attributesPerSensor);
+    const YAML::Node& followed = yaml_.required(fields, node, "actuator");
+    const auto actuator = actuators_.find(yaml_.name(followed, "actuator"));
+    if (actuator == actuators_.end()) {
+      yaml_.fail(followed, fmt::format("the machine has no actuator '{}'", followed.Scalar()));
+    }
+    sensor.actuator = actuator->second;
+    sensor.timeConstant = timeConstant_;
+    if (const auto found = fields.find("multiplier"); found != fields.end()) {
+      sensor.multiplier = yaml_.singleNumber(found->second, "multiplier");
+    }
+    if (const auto found = fields.find("offset"); found != fields.end()) {
+      sensor.offset = yaml_.singleNumber(found->second, "offset");
+    }
+    if (const auto found = fields.find("time_constant"); found != fields.end()) {
+      sensor.timeConstant = timeConstant(found->second);
+    }
+    machine_.description.sensors.push_back(std::move(sensor));
+  }
+
+  std::string subDeviceName(const Fields& fields, const YAML::Node& owner) {
+    const YAML::Node& node = yaml_.required(fields, owner, "name");
+    std::string name = yaml_.name(node, "name");
+    if (!subDevices_.insert(name).second) {
+      yaml_.fail(node, fmt::format("a second actuator or sensor is named '{}'", name));
+    }
+    return name;
+  }
+
+  void takeAttributes(const YAML::Node& node, int count) {
+    attributeCount_ += count;
+    if (attributeCount_ > simulation::maxAttributes) {
+      yaml_.fail(node, fmt::format("the machine up to here needs {} attributes; a device pool "
+                                   "holds {}",
+                                   attributeCount_, simulation::maxAttributes));
+    }
+  }
+
+  const YamlFile& yaml_;
+  MachineFile machine_;
+  double timeConstant_ = simulation::Sensor().timeConstant;
+  std::set<std::string> joints_;
+  std::set<std::string> devices_;
+  /// Names of actuators and sensors.
+  std::set<std::string> subDevices_;
+  std::map<std::string, int> actuators_;
+  /// Those of the URDF, by name.
+  std::map<std::string, std::size_t> sensors_;
+  int attributeCount_ = 0;
+};
+
+bool looksLikeXml(const std::string& text) {
+  const std::size_t first = text.find_first_not_of(" \t\r\n\xEF\xBB\xBF");
+  return first != std::string::npos && text[first] == '<';
+}
+
+}  // namespace
+
+MachineFile readMachineFile(const std::string& path) {
+  const std::string text = readFile(path, maxUrdfBytes);
+  if (looksLikeXml(text)) {
+    return readUrdf(path, text);
+  }
+  return MachineFileReader(YamlFile(path, text)).read();
+}
+
+std::map<std::string, int> actuatorIndexes(const MachineFile& machine) {
+  std::map<std::string, int> indexes;
+  for (const simulation::Actuator& actuator : machine.description.actuators) {
+    indexes.emplace(actuator.name, static_cast<int>(indexes.size()));
+  }
+  return indexes;
+}
+
+std::string valueKey(const simulation::Actuator& actuator) {
+  return "Device/SubDeviceList/" + actuator.name + "/Value";
+}
+
+}  // namespace host

@@ -1,0 +1,31 @@
+#pragma once
+
+#include <map>
+#include <set>
+#include <string>
+
+#include "simulation/machine.h"
+
+namespace host {
+
+/// A machine as a file describes it, to be simulated.
+struct MachineFile {
+  std::string path;
+  std::string name;
+  /// What measures actuator A is the sensor named A/Sensor, if there is one.
+  simulation::MachineDescription description;
+  /// Joints of the URDF without an actuator: mimic, fixed, floating and planar ones.
+  std::set<std::string> uncommandedJoints;
+};
+
+/// Reads a URDF or a machine file (YAML), whichever it is. Throws `InputError`.
+MachineFile readMachineFile(const std::string& path);
+
+/// The index of each actuator by its name.
+std::map<std::string, int> actuatorIndexes(const MachineFile& machine);
+
+/// The full key of an actuator's value. A name may itself look like a key, so a
+/// bare form would not do.
+std::string valueKey(const simulation::Actuator& actuator);
+
+}  // namespace host

@@ -1,0 +1,144 @@
+#include "host/input/motion.h"
+
+#include <fmt/format.h>
+
+#include <algorithm>
+#include <array>
+#include <set>
+
+#include "host/input/jointtrajectory.h"
+#include "host/input/pointreader.h"
+#include "host/input/yaml.h"
+#include "host/window.h"
+
+namespace host {
+namespace {
+
+using Fields = YamlFile::Fields;
+
+constexpr std::array modes = {TimedCommand::MERGE, TimedCommand::REPLACE,
+                              TimedCommand::CLEAR_AFTER, TimedCommand::CLEAR_BEFORE};
+
+TimedCommand::commandType readMode(const YamlFile& yaml, const YAML::Node& node) {
+  const std::string name = yaml.text(node, "mode");
+  const auto* const mode = std::find_if(
+      modes.begin(), modes.end(), [&](auto candidate) { return name == modeName(candidate); });
+  if (mode == modes.end()) {
+    yaml.fail(node, fmt::format("mode is '{}'; use merge, replace, clear_after or clear_before",
+                                name.substr(0, 40)));
+  }
+  return *mode;
+}
+
+void readItems(const PointReader& reader, const Fields& list, const YAML::Node& owner,
+               Motion& motion) {
+  const YamlFile& yaml = reader.yaml();
+  const YAML::Node& keyNode = yaml.required(list, owner, "key");
+  const std::string key = yaml.name(keyNode, "key");
+  const int actuator = reader.actuatorWithKey(key);
+  if (actuator < 0) {
+    yaml.fail(keyNode, fmt::format("'{}' is not the \"Value\" of an actuator of machine '{}'; "
+                                   "'torvex list' shows them",
+                                   key, reader.machine().name));
+  }
+  motion.actuators.push_back(actuator);
+  for (const YAML::Node& item : yaml.entries(list, "items")) {
+    const Fields fields = yaml.fields(item, "an item", {"time", "value"});
+    reader.addTime(yaml.required(fields, item, "time"), "time", motion);
+    motion.places.push_back(YamlFile::placeOf(item));
+    motion.values.push_back(reader.value(yaml.required(fields, item, "value"), actuator, "value"));
+  }
+}
+
+void checkCount(const YamlFile& yaml, const YAML::Node& node, const Motion& motion) {
+  if (motion.times.empty() && motion.mode != TimedCommand::REPLACE) {
+    yaml.fail(node, "items is empty: that does something with the mode replace only");
+  }
+  if (motion.mode == TimedCommand::CLEAR_BEFORE && motion.times.size() > maxClearBeforeItems) {
+    yaml.fail(node, fmt::format("a clear_before list is handed over in one push, because its last "
+                                "item decides what is cleared: at most {} items, this one has {}",
+                                maxClearBeforeItems, motion.times.size()));
+  }
+}
+
+Motion readList(const PointReader& reader, const YAML::Node& node) {
+  const YamlFile& yaml = reader.yaml();
+  const Fields fields =
+      yaml.fields(node, "a list", {"at", "from", "mode", "trajectory", "key", "items"});
+  Motion motion;
+  motion.path = yaml.path();
+  motion.place = YamlFile::placeOf(node);
+  motion.atMs = yaml.milliseconds(yaml.required(fields, node, "at"), "at");
+  const auto from = fields.find("from");
+  motion.fromMs =
+      from == fields.end() ? *motion.atMs : yaml.milliseconds(from->second, "from");
+  motion.mode = readMode(yaml, yaml.required(fields, node, "mode"));
+  const auto trajectory = fields.find("trajectory");
+  if ((trajectory != fields.end()) == (fields.count("items") != 0)) {
+    yaml.fail(node, "a list needs either a trajectory, or a key and items");
+  }
+  if (trajectory == fields.end()) {
+    readItems(reader, fields, node, motion);
+  } else if (const auto key = fields.find("key"); key != fields.end()) {
+    yaml.fail(key->second, "a trajectory names its joints itself; the key belongs to items");
+  } else {
+    readJointTrajectory(reader, trajectory->second, motion);
+  }
+  checkCount(yaml, node, motion);
+  return motion;
+}
+
+std::vector<Motion> readLists(const PointReader& reader) {
+  const YamlFile& yaml = reader.yaml();
+  const Fields fields = yaml.fields(yaml.root(), "the file", {"lists"});
+  std::vector<Motion> motions;
+  for (const YAML::Node& list : yaml.entries(fields, "lists")) {
+    motions.push_back(readList(reader, list));
+  }
+  if (motions.empty()) {
+    yaml.fail(yaml.root(), "lists: at least one list is needed");
+  }
+  return motions;
+}
+
+std::vector<Motion> readMotionFile(const std::string& path, const MachineFile& machine) {
+  const YamlFile yaml(path, readFile(path, YamlFile::maxBytes));
+  const PointReader reader(yaml, machine);
+  if (yaml.root().IsMap() && yaml.root()["lists"]) {
+    return readLists(reader);
+  }
+  Motion motion;
+  motion.path = path;
+  motion.place = YamlFile::placeOf(yaml.root());
+  readJointTrajectory(reader, yaml.root(), motion);
+  return {std::move(motion)};
+}
+
+}  // namespace
+
+std::vector<Motion> readMotionFiles(const std::vector<std::string>& paths,
+                                    const MachineFile& machine) {
+  std::vector<Motion> motions;
+  for (const std::string& path : paths) {
+    for (Motion& motion : readMotionFile(path, machine)) {
+      motions.push_back(std::move(motion));
+    }
+  }
+  return motions;
+}
+
+const char* modeName(TimedCommand::commandType mode) {
+  switch (mode) {
+    case TimedCommand::REPLACE:
+      return "replace";
+    case TimedCommand::CLEAR_AFTER:
+      return "clear_after";
+    case TimedCommand::CLEAR_BEFORE:
+      return "clear_before";
+    case TimedCommand::MERGE:
+      break;
+  }
+  return "merge";
+}
+
+}  // namespace host

@@ -1,0 +1,39 @@
+#pragma once
+
+#include <map>
+#include <string>
+
+#include "host/input/motion.h"
+#include "host/input/yaml.h"
+
+namespace host {
+
+/// Reads the points of a motion: values that suit their actuators, and times
+/// that rise.
+class PointReader {
+ public:
+  /// The arguments must outlive the reader.
+  PointReader(const YamlFile& yaml, const MachineFile& machine);
+
+  [[nodiscard]] const YamlFile& yaml() const { return yaml_; }
+  [[nodiscard]] const MachineFile& machine() const { return machine_; }
+
+  /// The index of the actuator with this name; -1 when there is none.
+  [[nodiscard]] int actuatorNamed(const std::string& name) const;
+  /// The same, by the bare or full key of its value.
+  [[nodiscard]] int actuatorWithKey(const std::string& key) const;
+
+  /// The record that commands the value at `node`.
+  [[nodiscard]] hal::AttrGeneric value(const YAML::Node& node, int actuator,
+                                       const char* what) const;
+
+  /// Adds the time at `node`, which must lie behind the point before.
+  void addTime(const YAML::Node& node, const char* what, Motion& motion) const;
+
+ private:
+  const YamlFile& yaml_;
+  const MachineFile& machine_;
+  const std::map<std::string, int> actuators_;
+};
+
+}  // namespace host

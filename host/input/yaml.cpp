@@ -1,0 +1,174 @@
+#include "host/input/yaml.h"
+
+#include <fmt/format.h>
+#include <yaml-cpp/depthguard.h>
+
+#include <algorithm>
+#include <cmath>
+#include <vector>
+
+namespace host {
+namespace {
+
+/// Stamps further apart do not compare; leaves room for the lead.
+constexpr double longestSeconds = 1'000'000.0;
+
+Position positionOf(const YAML::Mark& mark) {
+  return mark.is_null() ? Position{1, 1}
+                        : Position{static_cast<std::size_t>(mark.line) + 1,
+                                   static_cast<std::size_t>(mark.column) + 1};
+}
+
+YAML::Node load(const std::string& path, const std::string& text) {
+  if (text.size() > YamlFile::maxBytes) {
+    throw InputError(path, {}, fmt::format("is longer than {} bytes", YamlFile::maxBytes));
+  }
+  try {
+    const std::vector<YAML::Node> documents = YAML::LoadAll(text);
+    // A stream that was cut off a topic ends in a document without content.
+    const bool single =
+        !documents.empty() && std::all_of(documents.begin() + 1, documents.end(),
+                                          [](const YAML::Node& node) { return node.IsNull(); });
+    if (!single) {
+      throw InputError(path, {1, 1},
+                       documents.empty() ? "the file is empty"
+                                         : "the file holds more than one document");
+    }
+    return documents.front();
+  } catch (const YAML::DeepRecursion& error) {
+    throw InputError(path, positionOf(error.mark), "not readable as YAML: nested too deeply");
+  } catch (const YAML::Exception& error) {
+    throw InputError(path, positionOf(error.mark),
+                     fmt::format("not readable as YAML: {}", error.msg));
+  }
+}
+
+}  // namespace
+
+YamlFile::YamlFile(const std::string& path, const std::string& text)
+    : path_(path), root_(load(path, text)) {}
+
+Position YamlFile::placeOf(const YAML::Node& node) {
+  return positionOf(node.Mark());
+}
+
+void YamlFile::fail(const YAML::Node& node, const std::string& what) const {
+  throw InputError(path_, placeOf(node), what);
+}
+
+YamlFile::Fields YamlFile::fields(const YAML::Node& node, const std::string& what,
+                                  const std::set<std::string>& known) const {
+  if (!node.IsMap()) {
+    fail(node, fmt::format("{} must be a map with {}", what, fmt::join(known, ", ")));
+  }
+  Fields found;
+  for (const auto& entry : node) {
+    const std::string key = entry.first.IsScalar() ? entry.first.Scalar() : "";
+    if (known.count(key) == 0) {
+      fail(entry.first, fmt::format("unknown key '{}' in {}; known are {}", key, what,
+                                    fmt::join(known, ", ")));
+    }
+    if (!found.emplace(key, entry.second).second) {
+      fail(entry.first, fmt::format("the key '{}' stands twice", key));
+    }
+  }
+  return found;
+}
+
+const YAML::Node& YamlFile::required(const Fields& fields, const YAML::Node& owner,
+                                     const char* key) const {
+  const auto found = fields.find(key);
+  if (found == fields.end()) {
+    fail(owner, fmt::format("the key '{}' is missing", key));
+  }
+  return found->second;
+}
+
+YAML::Node YamlFile::entries(const Fields& fields, const char* key) const {
+  const auto found = fields.find(key);
+  if (found == fields.end()) {
+    return YAML::Node(YAML::NodeType::Sequence);
+  }
+  if (!found->second.IsSequence()) {
+    fail(found->second, fmt::format("{} must be a list", key));
+  }
+  return found->second;
+}
+
+std::string YamlFile::name(const YAML::Node& node, const char* what) const {
+  std::string name = text(node, what);
+  if (name.empty()) {
+    fail(node, fmt::format("{} is empty", what));
+  }
+  return name;
+}
+
+std::string YamlFile::text(const YAML::Node& node, const char* what) const {
+  if (!node.IsScalar()) {
+    fail(node, fmt::format("{} must be text", what));
+  }
+  if (node.Scalar().find('\0') != std::string::npos) {
+    fail(node, fmt::format("{} holds a NUL character", what));
+  }
+  return node.Scalar();
+}
+
+double YamlFile::number(const YAML::Node& node, const char* what) const {
+  if (!node.IsScalar()) {
+    fail(node, fmt::format("{} must be a number", what));
+  }
+  if (node.Tag() != "?") {
+    fail(node, fmt::format("{} is text in quotes or behind a tag; write the plain number", what));
+  }
+  double value = 0.0;
+  if (!parseNumber(node.Scalar(), value)) {
+    fail(node, fmt::format("{} is '{}'; a finite decimal number is needed", what,
+                           node.Scalar().substr(0, 40)));
+  }
+  return value;
+}
+
+float YamlFile::singleNumber(const YAML::Node& node, const char* what) const {
+  const auto value = static_cast<float>(number(node, what));
+  if (!std::isfinite(value)) {
+    fail(node, fmt::format("{} lies beyond single precision", what));
+  }
+  return value;
+}
+
+double YamlFile::wholeNumber(const YAML::Node& node, const char* what, double least,
+                             double most) const {
+  const double value = number(node, what);
+  if (value != std::floor(value) || value < least || value > most) {
+    fail(node, fmt::format("{} must be a whole number from {} to {}", what, least, most));
+  }
+  return value;
+}
+
+double YamlFile::seconds(const YAML::Node& node, const char* what) const {
+  if (!node.IsMap()) {
+    return number(node, what);
+  }
+  const Fields parts = fields(node, what, {"sec", "nanosec", "secs", "nsecs"});
+  const bool oldSpelling = parts.count("secs") != 0 || parts.count("nsecs") != 0;
+  if (oldSpelling && (parts.count("sec") != 0 || parts.count("nanosec") != 0)) {
+    fail(node, fmt::format("{} mixes two spellings; use sec and nanosec", what));
+  }
+  return wholeNumber(required(parts, node, oldSpelling ? "secs" : "sec"), "seconds", -1e9, 1e9) +
+         wholeNumber(required(parts, node, oldSpelling ? "nsecs" : "nanosec"), "nanoseconds", 0,
+                     999'999'999) /
+             1e9;
+}
+
+std::uint32_t YamlFile::milliseconds(const YAML::Node& node, const char* what) const {
+  const double time = seconds(node, what);
+  if (time < 0) {
+    fail(node, fmt::format("{} is negative", what));
+  }
+  if (time > longestSeconds) {
+    fail(node, fmt::format("{} lies beyond {} seconds", what, longestSeconds));
+  }
+  return static_cast<std::uint32_t>(std::llround(time * 1000.0));
+}
+
+}  // namespace host

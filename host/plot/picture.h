@@ -1,0 +1,13 @@
+#pragma once
+
+#include <string>
+
+#include "host/torvex.h"
+
+namespace host {
+
+/// The script by which gnuplot draws a run as SVG to its standard output.
+std::string pictureScript(const Torvex& torvex, const Plan& plan,
+                          const std::string& title);
+
+}  // namespace host

@@ -1,0 +1,20 @@
+#include "host/plot/plot.h"
+
+#include "host/input/source.h"
+#include "host/plot/gnuplot.h"
+#include "host/plot/picture.h"
+
+namespace host {
+
+Plot::Plot(const std::string& path, const std::string& title) : file_(path), title_(title) {
+  if (!hasGnuplot()) {
+    throw InputError(path, {}, "cannot be drawn: gnuplot is not installed (package gnuplot-nox)");
+  }
+}
+
+void Plot::draw(const Torvex& torvex, const Plan& plan) {
+  runGnuplot(pictureScript(torvex, plan, title_), file_.descriptor());
+  file_.commit();
+}
+
+}  // namespace host

@@ -1,0 +1,36 @@
+#pragma once
+
+#include <cstdint>
+#include <optional>
+#include <string>
+#include <vector>
+
+namespace host {
+
+enum class Clock { realtime, simulated };
+
+/// What decides when commands are due.
+struct Timing {
+  std::uint32_t cycleMs = 10;
+  /// From the first cycle to the start of the motion; computed when not given.
+  std::optional<std::uint32_t> leadMs;
+};
+
+/// What `torvex run` was asked to do.
+struct RunOptions {
+  std::string machinePath;
+  std::vector<std::string> motionPaths;
+  Clock clock = Clock::realtime;
+  Timing timing;
+  /// The tick, in milliseconds modulo 2^32, of the first cycle.
+  std::uint32_t startTick = 0;
+  /// In the unit of the actuator.
+  double tolerance = 0.01;
+  /// Empty: no trace.
+  std::string tracePath;
+  /// Empty: no picture.
+  std::string plotPath;
+  std::string poolName = "torvex";
+};
+
+}  // namespace host
