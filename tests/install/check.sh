@@ -10,9 +10,10 @@ trap '[ $? -eq 0 ] || cat "$work/log" >&3; rm -rf "$work"' EXIT
 set -x
 
 cmake --install "$build" --prefix "$work/installed"
-version=$("$work/installed/bin/torvex" --version)
+tool=$(cd "$work/installed" && find . -type f -name torvex)
+version=$("$work/installed/$tool" --version)
 mv "$work/installed" "$work/moved"
-[ "$("$work/moved/bin/torvex" --version)" = "$version" ]
+[ "$("$work/moved/$tool" --version)" = "$version" ]
 
 package=$(dirname "$(find "$work/moved" -name torvex.pc)")
 for reference in "$source" "$build" "$work"; do
