@@ -5,7 +5,7 @@ root=$(cd "$(dirname "${BASH_SOURCE[0]}")/.." && pwd)
 
 build_packages=(g++ cmake ninja-build libboost-dev libyaml-cpp-dev libpugixml-dev libfmt-dev
   libcli11-dev)
-test_packages=(libgtest-dev valgrind)
+test_packages=(libgtest-dev pkgconf valgrind)
 check_packages=(clang clang-format clang-tidy)
 
 # Installs the packages that are missing; without the right to, names them and stops.

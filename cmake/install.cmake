@@ -1,0 +1,50 @@
+# What `cmake --install` lays down, and how other projects find it. Everything
+# refers to everything else relatively, so that the whole may be moved.
+
+include(GNUInstallDirs)
+include(CMakePackageConfigHelpers)
+
+set(headers ${CMAKE_INSTALL_INCLUDEDIR}/torvex)
+set(package ${CMAKE_INSTALL_LIBDIR}/cmake/torvex)
+set(made ${PROJECT_BINARY_DIR}/package)
+
+install(DIRECTORY attrfullname platform registry timedcommand timedcommandmanager
+  DESTINATION ${headers} FILES_MATCHING PATTERN "*.h")
+install(FILES ${PROJECT_BINARY_DIR}/include/torvex_export.h DESTINATION ${headers})
+install(TARGETS torvex EXPORT torvex INCLUDES DESTINATION ${headers})
+set_target_properties(torvex PROPERTIES INSTALL_RPATH "$ORIGIN")
+
+if(TORVEX_SIMULATION)
+  install(FILES simulation/machine.h simulation/observer.h DESTINATION ${headers}/simulation)
+  install(TARGETS torvex_simulation EXPORT torvex INCLUDES DESTINATION ${headers})
+  set_target_properties(torvex_simulation PROPERTIES
+    EXPORT_NAME simulation INSTALL_RPATH "$ORIGIN")
+endif()
+if(TORVEX_HOST)
+  file(RELATIVE_PATH toLibraries ${CMAKE_INSTALL_FULL_BINDIR} ${CMAKE_INSTALL_FULL_LIBDIR})
+  install(TARGETS torvex_tool)
+  set_target_properties(torvex_tool PROPERTIES INSTALL_RPATH "$ORIGIN/${toLibraries}")
+endif()
+
+# find_package(torvex)
+install(EXPORT torvex NAMESPACE torvex:: FILE torvexTargets.cmake DESTINATION ${package})
+configure_package_config_file(cmake/torvexConfig.cmake.in ${made}/torvexConfig.cmake
+  INSTALL_DESTINATION ${package} NO_SET_AND_CHECK_MACRO)
+write_basic_package_version_file(${made}/torvexConfigVersion.cmake
+  COMPATIBILITY SameMajorVersion)
+install(FILES ${made}/torvexConfig.cmake ${made}/torvexConfigVersion.cmake
+  DESTINATION ${package})
+
+# pkg-config, one file a library: torvex_pkg_config(PACKAGE LIBRARY DESCRIPTION)
+function(torvex_pkg_config PACKAGE LIBRARY DESCRIPTION)
+  file(RELATIVE_PATH toPrefix ${CMAKE_INSTALL_FULL_LIBDIR}/pkgconfig ${CMAKE_INSTALL_PREFIX})
+  file(RELATIVE_PATH libraries ${CMAKE_INSTALL_PREFIX} ${CMAKE_INSTALL_FULL_LIBDIR})
+  file(RELATIVE_PATH includes ${CMAKE_INSTALL_PREFIX} ${CMAKE_INSTALL_FULL_INCLUDEDIR})
+  configure_file(cmake/package.pc.in ${made}/${PACKAGE}.pc @ONLY)
+  install(FILES ${made}/${PACKAGE}.pc DESTINATION ${CMAKE_INSTALL_LIBDIR}/pkgconfig)
+endfunction()
+
+torvex_pkg_config(torvex torvex "${PROJECT_DESCRIPTION}")
+if(TORVEX_SIMULATION)
+  torvex_pkg_config(torvex-simulation torvex_simulation "A simulated platform for torvex")
+endif()
