@@ -60,9 +60,9 @@ class LimitChecker {
     const float limit = below ? actuator_.minimum : actuator_.maximum;
     targets_[point.motion].add(
         std::abs(point.value - double{limit}), point,
-        fmt::format("{} is to be {:.6g} at {:.3f} s, {} its {} {:.6g}", actuator_.name,
-                    point.value, seconds(point), below ? "below" : "above",
-                    below ? "minimum" : "maximum", limit));
+        fmt::format("{} is to be {:.6g} at {:.3f} s, {} its {} {:.6g}", actuator_.name, point.value,
+                    seconds(point), below ? "below" : "above", below ? "minimum" : "maximum",
+                    limit));
   }
 
   /// The way that ends at point `end`, on the way to a point that a motion asks for.
@@ -100,8 +100,8 @@ class LimitChecker {
       const Position place = motion->places[worst.place->point];
       const std::string others =
           worst.count > 1 ? fmt::format(" (the worst of {} {}s)", worst.count, what) : "";
-      texts.push_back(fmt::format("{}:{}:{}: warning: {}{}", motion->path, place.line,
-                                  place.column, worst.text, others));
+      texts.push_back(fmt::format("{}:{}:{}: warning: {}{}", motion->path, place.line, place.column,
+                                  worst.text, others));
     }
   }
 

@@ -55,8 +55,8 @@ class CourseBuilder {
       return last.value;
     }
     const CoursePoint next = pointOf(queue_.front());
-    const double share = static_cast<double>(timeMs - last.timeMs) /
-                         static_cast<double>(next.timeMs - last.timeMs);
+    const double share =
+        static_cast<double>(timeMs - last.timeMs) / static_cast<double>(next.timeMs - last.timeMs);
     return last.value + (next.value - last.value) * share;
   }
 
@@ -74,12 +74,14 @@ class CourseBuilder {
 }  // namespace
 
 double commandedNumber(const simulation::Actuator& actuator, const hal::AttrGeneric& value) {
-  return actuator.typeCode == hal::floatTypeCode ? double{value.asFloat} : static_cast<double>(value.asInt);
+  return actuator.typeCode == hal::floatTypeCode ? double{value.asFloat}
+                                                 : static_cast<double>(value.asInt);
 }
 
 double initialNumber(const simulation::Actuator& actuator) {
   const auto* const integer = std::get_if<std::int32_t>(&actuator.value);
-  return integer != nullptr ? static_cast<double>(*integer) : double{std::get<float>(actuator.value)};
+  return integer != nullptr ? static_cast<double>(*integer)
+                            : double{std::get<float>(actuator.value)};
 }
 
 Course courseOf(const PlannedActuator& planned, const simulation::Actuator& actuator,

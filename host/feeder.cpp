@@ -18,10 +18,13 @@ std::vector<QueuedItem*> nextItems(CommandQueue& queue, std::size_t inTimeline, 
                                    std::size_t most, std::int64_t timeMs) {
   std::vector<QueuedItem*> items;
   std::size_t windowEnd = windowItems;
-  for (std::size_t i = 0; i < queue.size() && items.size() < most; ++i) {
+  for (std::size_t i = 0; i < queue.size(); ++i) {
     QueuedItem& item = queue[i];
     windowEnd += item.timeMs <= timeMs ? 1 : 0;
-    if (i >= windowEnd && inTimeline == 0 && !atOnce) {
+    const bool full = items.size() >= most || (i >= windowEnd && inTimeline == 0 && !atOnce);
+    // Pushed one after the other, items with equal times would change places.
+    const bool tied = !items.empty() && items.back()->timeMs == item.timeMs;
+    if (full && !tied) {
       break;
     }
     if (isOpen(item)) {
@@ -33,13 +36,25 @@ std::vector<QueuedItem*> nextItems(CommandQueue& queue, std::size_t inTimeline, 
   return items;
 }
 
+/// Items with equal stamps stand in reverse: the timeline turns them round.
+CommandList pushedList(const std::vector<QueuedItem*>& items, std::uint32_t startTick) {
+  CommandList list;
+  auto tied = list.end();
+  for (const QueuedItem* item : items) {
+    const std::uint32_t stamp = startTick + static_cast<std::uint32_t>(item->timeMs);
+    const bool isTied = !list.empty() && list.back().time == stamp;
+    tied = list.emplace(isTied ? tied : list.end(), item->value, stamp);
+  }
+  return list;
+}
+
 /// The most items of these lists that a timeline holds at once.
 std::size_t mostQueuedOf(const std::vector<PlannedList>& lists) {
   std::size_t most = 0;
   for (const PlannedList& list : lists) {
-    const auto overdue = std::count_if(
-        list.items.begin(), list.items.end(),
-        [&](const PlannedItem& item) { return item.timeMs < list.handOverMs; });
+    const auto overdue =
+        std::count_if(list.items.begin(), list.items.end(),
+                      [&](const PlannedItem& item) { return item.timeMs < list.handOverMs; });
     const std::size_t whole = list.mode == TimedCommand::CLEAR_BEFORE ? list.items.size() : 0;
     most = std::max({most, whole, static_cast<std::size_t>(overdue)});
   }
@@ -80,14 +95,13 @@ bool Feeder::takeNextList(Channel& channel, std::int64_t timeMs) const {
   const PlannedList& list = (*channel.lists)[channel.nextList++];
   const std::vector<QueuedItem> removed = pushList(channel.queue, list);
   channel.count.cleared += removed.size();
-  channel.inTimeline -= static_cast<std::size_t>(
-      std::count_if(removed.begin(), removed.end(), [](const auto& item) { return !isOpen(item); }));
+  channel.inTimeline -= static_cast<std::size_t>(std::count_if(
+      removed.begin(), removed.end(), [](const auto& item) { return !isOpen(item); }));
   // Behind older items that are still open, the timeline holds nothing to clear.
   const auto open = std::find_if(channel.queue.begin(), channel.queue.end(), isOpen);
   const bool comesNext = open == channel.queue.end() || open->motion == list.motion;
   channel.mode = comesNext ? list.mode : TimedCommand::MERGE;
-  channel.pushItems =
-      channel.mode == TimedCommand::CLEAR_BEFORE ? list.items.size() : windowItems;
+  channel.pushItems = channel.mode == TimedCommand::CLEAR_BEFORE ? list.items.size() : windowItems;
   return true;
 }
 
@@ -110,10 +124,7 @@ bool Feeder::deliver(TimedCommandManager& commands, Channel& channel, std::int64
 /// False when the timeline refused the items.
 bool Feeder::push(TimedCommandManager& commands, Channel& channel,
                   const std::vector<QueuedItem*>& items, std::int64_t timeMs) const {
-  CommandList list;
-  for (const QueuedItem* item : items) {
-    list.emplace_back(item->value, startTick_ + static_cast<std::uint32_t>(item->timeMs));
-  }
+  CommandList list = pushedList(items, startTick_);
   channel.count.sent += items.size();
   if (!commands.AddTimedCommand(channel.key, list, channel.mode)) {
     throw std::logic_error("the name table does not know " + channel.key);

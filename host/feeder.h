@@ -70,8 +70,8 @@ class Feeder {
 
   bool takeNextList(Channel& channel, std::int64_t timeMs) const;
   bool deliver(TimedCommandManager& commands, Channel& channel, std::int64_t timeMs) const;
-  bool push(TimedCommandManager& commands, Channel& channel,
-            const std::vector<QueuedItem*>& items, std::int64_t timeMs) const;
+  bool push(TimedCommandManager& commands, Channel& channel, const std::vector<QueuedItem*>& items,
+            std::int64_t timeMs) const;
 
   const Schedule& schedule_;
   const std::uint32_t startTick_;

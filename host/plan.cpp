@@ -18,9 +18,8 @@ PlannedList plannedList(const Motion& motion, std::size_t column, const Schedule
   list.handOverMs = motion.atMs ? std::int64_t{schedule.leadMs} + *motion.atMs : 0;
   list.mode = motion.mode;
   for (std::size_t point = 0; point < motion.times.size(); ++point) {
-    list.items.push_back(
-        {std::int64_t{schedule.leadMs} + motion.fromMs + motion.times[point],
-         motion.value(point, column), static_cast<std::uint32_t>(point)});
+    list.items.push_back({std::int64_t{schedule.leadMs} + motion.fromMs + motion.times[point],
+                          motion.value(point, column), static_cast<std::uint32_t>(point)});
   }
   return list;
 }

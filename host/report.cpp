@@ -43,9 +43,9 @@ std::size_t longestName(const std::vector<MovedActuator>& actuators) {
 
 std::string describe(const Motion& motion) {
   const double seconds = motion.times.empty() ? 0.0 : motion.times.back() / 1000.0;
-  const std::string size = fmt::format("{} points on {} actuator{} in {:.3f} s",
-                                       motion.times.size(), motion.actuators.size(),
-                                       motion.actuators.size() == 1 ? "" : "s", seconds);
+  const std::string size =
+      fmt::format("{} points on {} actuator{} in {:.3f} s", motion.times.size(),
+                  motion.actuators.size(), motion.actuators.size() == 1 ? "" : "s", seconds);
   return motion.atMs ? fmt::format("list    {} at {:.3f} s: {} ({}:{})\n", modeName(motion.mode),
                                    *motion.atMs / 1000.0, size, motion.path, motion.place.line)
                      : fmt::format("motion  {} ({})\n", size, motion.path);
@@ -56,10 +56,9 @@ std::string describe(const Motion& motion) {
 std::string loadedReport(const MachineFile& machine, const std::vector<Motion>& motions,
                          const Schedule& schedule, const RunOptions& options,
                          bool replacedLeftover) {
-  std::string text =
-      fmt::format("machine {}: {} actuators, {} sensors ({})\n", machine.name,
-                  machine.description.actuators.size(), machine.description.sensors.size(),
-                  options.machinePath);
+  std::string text = fmt::format("machine {}: {} actuators, {} sensors ({})\n", machine.name,
+                                 machine.description.actuators.size(),
+                                 machine.description.sensors.size(), options.machinePath);
   for (const Motion& motion : motions) {
     text += describe(motion);
     for (const std::string& note : motion.notes) {
@@ -91,12 +90,12 @@ std::string runReport(Torvex& torvex) {
   for (std::size_t i = 0; i < torvex.actuators().size(); ++i) {
     const MovedActuator& actuator = torvex.actuators()[i];
     const FeedCount& fed = torvex.feeder().count(i);
-    text += fmt::format("{:<{}} {:>6} {:>9} {:>7} {:>7} {:>7} {:>5} {:>8} {:>8.4f} {:>8}  {}\n",
-                        actuator.name, width, fed.sent, fed.delivered, fed.refused, fed.cleared,
-                        torvex.machine().counters(actuator.index).limited,
-                        actuator.cyclesMovedByOthers, orDash(actuator.finalTarget),
-                        actuator.commanded(), orDash(actuator.measuredValue()),
-                        drawCourse(torvex.recording(), column));
+    text +=
+        fmt::format("{:<{}} {:>6} {:>9} {:>7} {:>7} {:>7} {:>5} {:>8} {:>8.4f} {:>8}  {}\n",
+                    actuator.name, width, fed.sent, fed.delivered, fed.refused, fed.cleared,
+                    torvex.machine().counters(actuator.index).limited, actuator.cyclesMovedByOthers,
+                    orDash(actuator.finalTarget), actuator.commanded(),
+                    orDash(actuator.measuredValue()), drawCourse(torvex.recording(), column));
     column += actuator.measured == nullptr ? 1 : 2;
   }
   return text;

@@ -81,8 +81,9 @@ std::string leadReason(const Approach& slowest, const Timing& timing) {
   const std::string need =
       fmt::format("{} has {:.4g} to go, {} {:.4g} a second", slowest.joint, slowest.distance,
                   slowest.limited ? "at most" : "without a limit, at", slowest.velocity);
-  return timing.leadMs && *timing.leadMs < slowest.milliseconds() ? fmt::format("too short: {}", need)
-                                                                  : need;
+  return timing.leadMs && *timing.leadMs < slowest.milliseconds()
+             ? fmt::format("too short: {}", need)
+             : need;
 }
 
 /// The items queued ahead must reach over two cycles, or the actuator would

@@ -4,7 +4,8 @@ set -euo pipefail
 root=$(cd "$(dirname "${BASH_SOURCE[0]}")/.." && pwd)
 
 build_packages=(g++ cmake ninja-build libboost-dev libyaml-cpp-dev libpugixml-dev libfmt-dev
-  libcli11-dev)
+  libcli11-dev nlohmann-json3-dev)
+run_packages=(gnuplot-nox)
 test_packages=(libgtest-dev pkgconf valgrind)
 check_packages=(clang clang-format clang-tidy)
 

@@ -47,7 +47,8 @@ std::uint32_t tick(const std::string& text) {
 }
 
 void addMachine(CLI::App& command, std::string& path) {
-  command.add_option("MACHINE", path, "Machine: a robot description (URDF) or a machine file (YAML)")
+  command
+      .add_option("MACHINE", path, "Machine: a robot description (URDF) or a machine file (YAML)")
       ->required();
 }
 

@@ -119,9 +119,8 @@ int run(const RunOptions& options) {
   for (const std::string& warning : lateItems(motions)) {
     complain(warning + "\n");
   }
-  torvex.run([&](std::int64_t timeMs) {
-    view.show(torvex.actuators(), timeMs, torvex.lastItemMs());
-  });
+  torvex.run(
+      [&](std::int64_t timeMs) { view.show(torvex.actuators(), timeMs, torvex.lastItemMs()); });
   view.clear();
   const std::vector<std::string> failures = finish(outputs, torvex, plan);
   return outcome(torvex, failures);

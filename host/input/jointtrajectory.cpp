@@ -54,8 +54,8 @@ void readPoint(const PointReader& reader, const YAML::Node& point, const Fields&
   motion.places.push_back(YamlFile::placeOf(point));
   const YAML::Node& positions = yaml.required(fields, point, "positions");
   if (!positions.IsSequence() || positions.size() != motion.actuators.size()) {
-    yaml.fail(positions, fmt::format("{} positions for {} joints", positions.size(),
-                                     motion.actuators.size()));
+    yaml.fail(positions,
+              fmt::format("{} positions for {} joints", positions.size(), motion.actuators.size()));
   }
   std::size_t column = 0;
   for (const YAML::Node& position : positions) {

@@ -127,9 +127,8 @@ class MachineFileReader {
                                               "own",
                                               name));
       }
-      readInitialValue(
-          value->second,
-          machine_.description.actuators[static_cast<std::size_t>(actuator->second)]);
+      readInitialValue(value->second,
+                       machine_.description.actuators[static_cast<std::size_t>(actuator->second)]);
     }
   }
 
@@ -189,9 +188,9 @@ class MachineFileReader {
   }
 
   std::int32_t integer(const YAML::Node& node) const {
-    return static_cast<std::int32_t>(
-        yaml_.wholeNumber(node, "value", std::numeric_limits<std::int32_t>::min(),
-                          std::numeric_limits<std::int32_t>::max()));
+    return static_cast<std::int32_t>(yaml_.wholeNumber(node, "value",
+                                                       std::numeric_limits<std::int32_t>::min(),
+                                                       std::numeric_limits<std::int32_t>::max()));
   }
 
   void readActuator(const YAML::Node& node) {
@@ -234,9 +233,9 @@ class MachineFileReader {
 
   void readLimits(const Fields& fields, const YAML::Node& node,
                   simulation::Actuator& actuator) const {
-    for (const auto& [key, limit] : {std::pair{"minimum", &actuator.minimum},
-                                     std::pair{"maximum", &actuator.maximum},
-                                     std::pair{"maximum_velocity", &actuator.maximumVelocity}}) {
+    for (const auto& [key, limit] :
+         {std::pair{"minimum", &actuator.minimum}, std::pair{"maximum", &actuator.maximum},
+          std::pair{"maximum_velocity", &actuator.maximumVelocity}}) {
       if (const auto found = fields.find(key); found != fields.end()) {
         *limit = yaml_.singleNumber(found->second, key);
       }
@@ -273,8 +272,8 @@ class MachineFileReader {
   }
 
   void readSensor(const YAML::Node& node) {
-    const auto fields = yaml_.fields(
-        node, "a sensor", {"name", "actuator", "multiplier", "offset", "time_constant"});
+    const auto fields = yaml_.fields(node, "a sensor",
+                                     {"name", "actuator", "multiplier", "offset", "time_constant"});
     simulation::Sensor sensor;
     sensor.name = subDeviceName(fields, node);
     takeAttributes(node, simulation::MachineDescription::attributesPerSensor);

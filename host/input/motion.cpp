@@ -16,8 +16,8 @@ namespace {
 
 using Fields = YamlFile::Fields;
 
-constexpr std::array modes = {TimedCommand::MERGE, TimedCommand::REPLACE,
-                              TimedCommand::CLEAR_AFTER, TimedCommand::CLEAR_BEFORE};
+constexpr std::array modes = {TimedCommand::MERGE, TimedCommand::REPLACE, TimedCommand::CLEAR_AFTER,
+                              TimedCommand::CLEAR_BEFORE};
 
 TimedCommand::commandType readMode(const YamlFile& yaml, const YAML::Node& node) {
   const std::string name = yaml.text(node, "mode");
@@ -70,8 +70,7 @@ Motion readList(const PointReader& reader, const YAML::Node& node) {
   motion.place = YamlFile::placeOf(node);
   motion.atMs = yaml.milliseconds(yaml.required(fields, node, "at"), "at");
   const auto from = fields.find("from");
-  motion.fromMs =
-      from == fields.end() ? *motion.atMs : yaml.milliseconds(from->second, "from");
+  motion.fromMs = from == fields.end() ? *motion.atMs : yaml.milliseconds(from->second, "from");
   motion.mode = readMode(yaml, yaml.required(fields, node, "mode"));
   const auto trajectory = fields.find("trajectory");
   if ((trajectory != fields.end()) == (fields.count("items") != 0)) {

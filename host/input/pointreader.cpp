@@ -42,8 +42,8 @@ void PointReader::addTime(const YAML::Node& node, const char* what, Motion& moti
     yaml_.fail(node, fmt::format("two points fall on the millisecond {}", timeMs));
   }
   if (!motion.times.empty() && timeMs < motion.times.back()) {
-    yaml_.fail(node, fmt::format("{} goes back from {} ms to {} ms", what, motion.times.back(),
-                                 timeMs));
+    yaml_.fail(node,
+               fmt::format("{} goes back from {} ms to {} ms", what, motion.times.back(), timeMs));
   }
   motion.times.push_back(timeMs);
 }

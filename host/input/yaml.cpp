@@ -30,9 +30,9 @@ YAML::Node load(const std::string& path, const std::string& text) {
         !documents.empty() && std::all_of(documents.begin() + 1, documents.end(),
                                           [](const YAML::Node& node) { return node.IsNull(); });
     if (!single) {
-      throw InputError(path, {1, 1},
-                       documents.empty() ? "the file is empty"
-                                         : "the file holds more than one document");
+      throw InputError(
+          path, {1, 1},
+          documents.empty() ? "the file is empty" : "the file holds more than one document");
     }
     return documents.front();
   } catch (const YAML::DeepRecursion& error) {
@@ -65,8 +65,8 @@ YamlFile::Fields YamlFile::fields(const YAML::Node& node, const std::string& wha
   for (const auto& entry : node) {
     const std::string key = entry.first.IsScalar() ? entry.first.Scalar() : "";
     if (known.count(key) == 0) {
-      fail(entry.first, fmt::format("unknown key '{}' in {}; known are {}", key, what,
-                                    fmt::join(known, ", ")));
+      fail(entry.first,
+           fmt::format("unknown key '{}' in {}; known are {}", key, what, fmt::join(known, ", ")));
     }
     if (!found.emplace(key, entry.second).second) {
       fail(entry.first, fmt::format("the key '{}' stands twice", key));

@@ -38,8 +38,8 @@ Dots simplified(const Dots& curve, double tolerance) {
 Dots recorded(const Recording& recording, std::size_t column, std::int64_t leadMs) {
   Dots curve;
   for (std::size_t row = 0; row < recording.rows(); ++row) {
-    curve.push_back({(recording.at(row, 0) - static_cast<double>(leadMs)) / 1000.0,
-                     recording.at(row, column)});
+    curve.push_back(
+        {(recording.at(row, 0) - static_cast<double>(leadMs)) / 1000.0, recording.at(row, column)});
   }
   return curve;
 }

@@ -29,7 +29,7 @@ struct Geometry {
   explicit Geometry(std::size_t panels) {
     columns = panels <= 2 ? 1 : panels <= 8 ? 2 : panels <= 24 ? 3 : 4;
     rows = (panels + columns - 1) / columns;
-    panelHeight = columns == 1 ? 280.0 : columns == 2 ? 210.0 : 160.0;
+    panelHeight = columns == 1 ? 280.0 : columns == 2 ? 220.0 : 172.0;
   }
 
   [[nodiscard]] double height() const {
@@ -72,8 +72,8 @@ class Picture {
     add("set terminal svg size {:.0f},{:.0f} dynamic noenhanced font 'sans-serif,11' background "
         "'#ffffff'\n",
         Geometry::width, geometry_.height());
-    add("set encoding utf8\nset multiplot\nunset key\nset tics nomirror scale 0.5 font ',10'\n");
-    add("set border 3 lc rgb '#666666'\nset title offset 0,-0.7\nset style data lines\n");
+    add("set encoding utf8\nset multiplot\nunset key\n");
+    add("set title offset 0,-0.6\nset style data lines\n");
     drawHeader(title);
   }
 
@@ -100,12 +100,12 @@ class Picture {
   void drawHeader(const std::string& title) {
     constexpr double legendY = 46.0;
     label(title, 20.0, 20.0, "font ',14'");
-    label("seconds after the start of the motion", Geometry::width / 2.0,
-          geometry_.height() - 12.0, "center font ',11'");
+    label("seconds after the start of the motion", Geometry::width / 2.0, geometry_.height() - 12.0,
+          "center font ',11'");
     double x = 20.0;
     const auto entry = [&](const char* text, const std::string& style, double room) {
-      add("set arrow from screen {:.5f},{:.5f} to screen {:.5f},{:.5f} nohead {}\n",
-          Geometry::x(x), geometry_.y(legendY), Geometry::x(x + 28.0), geometry_.y(legendY), style);
+      add("set arrow from screen {:.5f},{:.5f} to screen {:.5f},{:.5f} nohead {}\n", Geometry::x(x),
+          geometry_.y(legendY), Geometry::x(x + 28.0), geometry_.y(legendY), style);
       label(text, x + 36.0, legendY, "");
       x += room;
     };
@@ -135,7 +135,7 @@ class Picture {
     const double top = Geometry::header + static_cast<double>(row) * geometry_.panelHeight;
     add("set margins at screen {:.5f}, screen {:.5f}, screen {:.5f}, screen {:.5f}\n",
         Geometry::x(left + 56.0), Geometry::x(left + panelWidth - 14.0),
-        geometry_.y(top + geometry_.panelHeight - 18.0), geometry_.y(top + 22.0));
+        geometry_.y(top + geometry_.panelHeight - 26.0), geometry_.y(top + 22.0));
     add("set title {} font ',11'\n", quoted(panel.title));
     drawAxes(panel);
     for (const Panel::HandOver& handOver : panel.handOvers) {
@@ -156,7 +156,7 @@ class Picture {
     constexpr double margin = 0.06;
     add("set xrange [{:.6g}:{:.6g}]\nset yrange [{:.9g}:{:.9g}]\n", firstSecond_,
         firstSecond_ + seconds, panel.least - margin * span, panel.most + margin * span);
-    add("set xtics {:.3g}\nset ytics {:.3g}\n",
+    add("set xtics nomirror {:.3g}\nset ytics nomirror {:.3g}\n",
         markDistance(seconds, geometry_.columns == 1 ? 12.0 : 8.0), markDistance(span, 3.0));
   }
 
@@ -175,8 +175,8 @@ class Picture {
       plots += fmt::format("{}${} {}", plots.empty() ? "" : ", ", name, style);
     };
     for (const double limit : panel.limits) {
-      plots += fmt::format("{}{:.9g} lw 1.2 lc rgb '{}'", plots.empty() ? "" : ", ", limit,
-                           limitColour);
+      plots +=
+          fmt::format("{}{:.9g} lw 1.2 lc rgb '{}'", plots.empty() ? "" : ", ", limit, limitColour);
     }
     curve("measured", panel.measured, fmt::format("lw 3.5 lc rgb '{}'", measuredColour));
     curve("command", panel.command, fmt::format("lw 1.6 lc rgb '{}'", commandColour));
@@ -194,8 +194,7 @@ class Picture {
 
 }  // namespace
 
-std::string pictureScript(const Torvex& torvex, const Plan& plan,
-                          const std::string& title) {
+std::string pictureScript(const Torvex& torvex, const Plan& plan, const std::string& title) {
   const std::vector<Panel> panels = panelsOf(torvex, plan);
   return Picture(panels, title).draw();
 }

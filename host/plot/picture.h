@@ -7,7 +7,6 @@
 namespace host {
 
 /// The script by which gnuplot draws a run as SVG to its standard output.
-std::string pictureScript(const Torvex& torvex, const Plan& plan,
-                          const std::string& title);
+std::string pictureScript(const Torvex& torvex, const Plan& plan, const std::string& title);
 
 }  // namespace host

@@ -5,10 +5,11 @@
 #include <string>
 #include <vector>
 
-#include "host/input/jointtrajectory.h"
+#include "host/check.h"
+#include "host/input/machinefile.h"
+#include "host/input/motion.h"
 #include "host/input/source.h"
-#include "host/input/urdf.h"
-#include "host/schedule.h"
+#include "host/plan.h"
 #include "tests/support/temporary.h"
 
 namespace {
@@ -25,7 +26,10 @@ std::string robotText(const std::string& joints) {
 
 const std::string fewJoints = robotText(
     joint("a", "revolute", limit) + joint("b", "prismatic", limit) + joint("f", "fixed", "") +
-    joint("z", "revolute", "<limit lower='-1' upper='1' velocity='0'/>"));
+    joint("z", "revolute", "<limit lower='-1' upper='1' velocity='0'/>") +
+    joint("t", "revolute", "<mimic joint='a'/>"));
+
+const std::string fewActuators = "name: r\nurdf: few.urdf\nactuators: [{name: l, type: 1}]\n";
 
 /// The message of the InputError that `read` throws, less the folder.
 template <typename Read>
@@ -43,6 +47,7 @@ std::string complaint(const Temporary& temporary, const Read& read) {
 template <typename Read>
 void expectComplaints(const std::string& faults, const std::string& inputName, const Read& read) {
   const Temporary temporary;
+  (void)temporary.write("few.urdf", fewJoints);
   std::istringstream cases(contentsOf(BAD_INPUT "/" + faults));
   std::string line;
   int count = 0;
@@ -61,7 +66,7 @@ void expectComplaints(const std::string& faults, const std::string& inputName, c
 
 TEST(Urdf, MakesActuatorsAndSensors) {
   const Temporary temporary;
-  const host::Robot robot = host::readUrdf(temporary.write(
+  const host::MachineFile robot = host::readMachineFile(temporary.write(
       "r.urdf",
       robotText(joint("twin2", "revolute", R"(<mimic joint="twin" multiplier="2" offset="1"/>)") +
                 joint("high", "revolute", R"(<limit lower="0.5" upper=" 2 " velocity="3"/>)") +
@@ -69,7 +74,7 @@ TEST(Urdf, MakesActuatorsAndSensors) {
                 joint("twin", "prismatic", R"(<mimic joint="high" multiplier="-3" offset="4"/>)") +
                 joint("f", "fixed", "") +
                 "  <transmission><joint name=\"high\"/></transmission>\n")));
-  const auto& machine = robot.machine;
+  const auto& machine = robot.description;
   ASSERT_EQ(machine.actuators.size(), 2U);
   EXPECT_EQ(machine.actuators[0].name, "high");
   EXPECT_EQ(std::get<float>(machine.actuators[0].value), 0.5F) << "0 lies outside its limits";
@@ -85,11 +90,12 @@ TEST(Urdf, MakesActuatorsAndSensors) {
 }
 
 TEST(Urdf, SaysWhatIsWrongAndWhere) {
-  expectComplaints("urdf.txt", "r.urdf", [](const std::string& path) { host::readUrdf(path); });
+  expectComplaints("urdf.txt", "r.urdf",
+                   [](const std::string& path) { host::readMachineFile(path); });
   const Temporary temporary;
-  EXPECT_EQ(complaint(temporary, [&] { host::readUrdf(temporary.path("none")); }),
+  EXPECT_EQ(complaint(temporary, [&] { host::readMachineFile(temporary.path("none")); }),
             "none: error: cannot be read: No such file or directory");
-  EXPECT_EQ(complaint(temporary, [&] { host::readUrdf(temporary.path("")); }),
+  EXPECT_EQ(complaint(temporary, [&] { host::readMachineFile(temporary.path("")); }),
             ": error: cannot be read: Is a directory");
 }
 
@@ -100,19 +106,49 @@ TEST(Urdf, CountsAttributesWhileItReads) {
     joints += joint("j" + std::to_string(i), "continuous", "");
   }
   const std::string path = temporary.write("r.urdf", robotText(joints));
-  EXPECT_EQ(complaint(temporary, [&] { host::readUrdf(path); }),
+  EXPECT_EQ(complaint(temporary, [&] { host::readMachineFile(path); }),
             "r.urdf:13110:3: error: the joints up to here need 65540 attributes; a device pool "
             "holds 65535");
 }
 
-host::Motion readMotion(const Temporary& temporary, const std::string& text) {
-  const host::Robot robot = host::readUrdf(temporary.write("r.urdf", fewJoints));
-  return host::readJointTrajectory(temporary.write("m.yaml", text), robot);
+TEST(MachineFile, AddsToAUrdf) {
+  const Temporary temporary;
+  (void)temporary.write("few.urdf", fewJoints);
+  const host::MachineFile machine = host::readMachineFile(temporary.write("m.yaml", R"(
+urdf: few.urdf
+time_constant: 0.5
+joints: [{name: a, value: -0.5}, {name: t, time_constant: 0.25}]
+devices: [{name: D, attributes: [{name: N, type: 6, value: -3}, {name: T, type: 9, value: ":x"}]}]
+actuators:
+- {name: l, type: 2, value: 3, minimum: 0, maximum: 9}
+- {name: s, law: step}
+sensors: [{name: q, actuator: l, multiplier: 2, offset: -1}]
+)"));
+  const auto& description = machine.description;
+  EXPECT_EQ(machine.name, "r") << "the URDF's own";
+  EXPECT_EQ(std::get<float>(description.actuators[0].value), -0.5F);
+  EXPECT_EQ(std::get<std::int32_t>(description.actuators[3].value), 3);
+  EXPECT_FALSE(description.actuators[3].interpolates || description.actuators[4].interpolates);
+  EXPECT_EQ(description.sensors[0].timeConstant, 0.5);
+  EXPECT_EQ(description.sensors[3].timeConstant, 0.25) << "of the mimic joint";
+  EXPECT_EQ(description.sensors[4].actuator, 3);
+  EXPECT_EQ(std::get<std::string>(description.containers[0].attributes[1].value), ":x");
+}
+
+TEST(MachineFile, SaysWhatIsWrongAndWhere) {
+  expectComplaints("machine.txt", "m.yaml",
+                   [](const std::string& path) { (void)host::readMachineFile(path); });
+}
+
+std::vector<host::Motion> readMotions(const Temporary& temporary, const std::string& text) {
+  (void)temporary.write("few.urdf", fewJoints);
+  const auto machine = host::readMachineFile(temporary.write("r.yaml", fewActuators));
+  return host::readMotionFiles({temporary.write("m.yaml", text)}, machine);
 }
 
 TEST(JointTrajectory, ReadsBothSpellingsOfTimeAndNumbers) {
   const Temporary temporary;
-  const host::Motion motion = readMotion(temporary, R"(header:
+  const host::Motion motion = readMotions(temporary, R"(header:
   stamp: {secs: 12, nsecs: 0}
 joint_names: ["b", a]
 points:
@@ -123,21 +159,88 @@ points:
   time_from_start: {secs: 1, nsecs: 499999}
 - {positions: [3., 4], time_from_start: 1.0015, effort: [2, 2]}
 ---
-)");
+)")
+                                  .front();
   EXPECT_EQ(motion.actuators, (std::vector<int>{1, 0}));
   EXPECT_EQ(motion.times, (std::vector<std::uint32_t>{0, 1000, 1002}));
-  EXPECT_EQ(motion.positions, (std::vector<float>{0.1F, -2.0F, 1e-3F, 0.5F, 3.0F, 4.0F}));
+  std::vector<float> values;
+  for (const hal::AttrGeneric& value : motion.values) {
+    values.push_back(value.asFloat);
+  }
+  EXPECT_EQ(values, (std::vector<float>{0.1F, -2.0F, 1e-3F, 0.5F, 3.0F, 4.0F}));
   EXPECT_EQ(motion.notes.size(), 3U) << "the stamp, velocities and efforts are read over";
+}
+
+TEST(Lists, ReadMomentsModesAndKeys) {
+  const Temporary temporary;
+  const auto motions = readMotions(temporary, R"(lists:
+- {at: 2, mode: clear_after, key: Device/SubDeviceList/l/Value, items: [{time: 0.5, value: -7}]}
+- {at: 2, from: 1.5, mode: clear_before, trajectory: {joint_names: [l, b], points: [
+    {positions: [1, 0.5], time_from_start: 0.46}, {positions: [2, 1], time_from_start: 9}]}}
+- {at: 3, mode: replace, key: b/Value, items: []}
+)");
+  ASSERT_EQ(motions.size(), 3U);
+  EXPECT_EQ(motions[0].fromMs, 2000U) << "the hand-over";
+  EXPECT_EQ(motions[0].value(0, 0).asInt, -7);
+  EXPECT_EQ(motions[1].fromMs, 1500U);
+  EXPECT_EQ(motions[1].mode, TimedCommand::CLEAR_BEFORE);
+  EXPECT_EQ(motions[1].value(1, 0).asInt, 2) << "of the actuator's own type";
+  EXPECT_EQ(motions[1].value(1, 1).asFloat, 1.0F);
+  EXPECT_EQ(host::lateItems(motions),
+            (std::vector<std::string>{temporary.path("m.yaml") +
+                                      ":3:3: warning: 1 of 2 items late by 40 ms"}));
+}
+
+TEST(Lists, SayWhatIsWrongAndWhere) {
+  const Temporary temporary;
+  (void)temporary.write("few.urdf", fewJoints);
+  const auto machine = host::readMachineFile(temporary.write("r.yaml", fewActuators));
+  expectComplaints("lists.txt", "m.yaml",
+                   [&](const std::string& path) { (void)host::readMotionFiles({path}, machine); });
+  std::string text = "lists:\n- {at: 0, mode: clear_before, key: a/Value, items: [";
+  for (int i = 0; i < 480; ++i) {
+    text += "{time: " + std::to_string(i) + ", value: 0},";
+  }
+  EXPECT_EQ(complaint(temporary, [&] { readMotions(temporary, text + "]}\n"); }),
+            "m.yaml:2:3: error: a clear_before list is handed over in one push, because its last "
+            "item decides what is cleared: at most 479 items, this one has 480");
 }
 
 TEST(JointTrajectory, SaysWhatIsWrongAndWhere) {
   const Temporary temporary;
-  const host::Robot robot = host::readUrdf(temporary.write("r.urdf", fewJoints));
-  host::RunOptions options;
-  options.cycleMs = 16;
+  const auto machine = host::readMachineFile(temporary.write("r.urdf", fewJoints));
+  host::Timing timing;
+  timing.cycleMs = 16;
   expectComplaints("trajectory.txt", "m.yaml", [&](const std::string& path) {
-    (void)host::planSchedule(robot, host::readJointTrajectory(path, robot), options);
+    (void)host::planRun(machine, host::readMotionFiles({path}, machine), timing);
   });
+  const std::string path = temporary.write(
+      "m.yaml", "joint_names: [a]\npoints: [{positions: [0], time_from_start: 0}]\n");
+  EXPECT_EQ(
+      complaint(
+          temporary,
+          [&] {
+            (void)host::planRun(machine, host::readMotionFiles({path, path}, machine), timing);
+          }),
+      "m.yaml:1:1: error: 'a' is moved by " + path +
+          " already; put one of the two into a list, with the moment of its hand-over");
+}
+
+TEST(Check, NamesTargetsAndSlopesBeyondTheLimits) {
+  const Temporary temporary;
+  const auto motions = readMotions(temporary, R"(lists:
+- {at: 1, mode: merge, key: a/Value, items: [{time: 1, value: 2}, {time: 2, value: -1.5}]}
+- {at: 2.5, mode: clear_after, key: a/Value, items: [{time: 0.25, value: 1.25}]}
+- {at: 1, mode: merge, key: l/Value, items: [{time: 1, value: 99}, {time: 1.01, value: 0}]}
+)");
+  const auto machine = host::readMachineFile(temporary.path("r.yaml"));
+  const host::Plan plan = host::planRun(machine, motions, {});
+  const std::string path = temporary.path("m.yaml");
+  EXPECT_EQ(host::limitWarnings(machine, plan),
+            (std::vector<std::string>{
+                path + ":2:67: warning: a is to be -1.5 at 3.000 s, below its minimum -1",
+                path + ":3:54: warning: a moves 3.712 a second to be 1.25 at 2.750 s, above its "
+                       "limit 2"}));
 }
 
 }  // namespace

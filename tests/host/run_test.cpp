@@ -2,20 +2,22 @@
 
 #include <algorithm>
 #include <cmath>
+#include <random>
 #include <string>
 
 #include "host/report.h"
 #include "host/torvex.h"
 #include "registry/attrfullnamemanager.h"
+#include "tests/support/bits.h"
 #include "tests/support/temporary.h"
 
 namespace {
 
-/// A robot of some joints and a motion of some points for it, in simulated time.
+/// A machine of some joints and a motion of some points for it, in simulated time.
 struct Prepared {
   Temporary temporary;
-  host::Robot robot;
-  host::Motion motion;
+  host::MachineFile machine;
+  std::vector<host::Motion> motions{1};
   host::RunOptions options;
 
   Prepared(int joints, int points, std::uint32_t stepMs) {
@@ -24,27 +26,40 @@ struct Prepared {
       actuator.name = "j" + std::to_string(i);
       actuator.minimum = -2.0F;
       actuator.maximum = 2.0F;
-      robot.machine.actuators.push_back(actuator);
+      machine.description.actuators.push_back(actuator);
       simulation::Sensor sensor;
       sensor.name = actuator.name + "/Sensor";
       sensor.actuator = i;
-      robot.machine.sensors.push_back(sensor);
-      motion.actuators.push_back(i);
+      machine.description.sensors.push_back(sensor);
+      motions[0].actuators.push_back(i);
     }
     for (int point = 0; point < points; ++point) {
-      motion.times.push_back(stepMs * static_cast<std::uint32_t>(point));
-      motion.places.emplace_back();
+      motions[0].times.push_back(stepMs * static_cast<std::uint32_t>(point));
+      motions[0].places.emplace_back();
       for (int i = 0; i < joints; ++i) {
-        motion.positions.push_back(std::sin(0.05F * static_cast<float>(point + i)));
+        motions[0].values.emplace_back(std::sin(0.05F * static_cast<float>(point + i)));
       }
     }
     options.clock = host::Clock::simulated;
     options.poolName = temporary.pool();
   }
 
-  [[nodiscard]] host::Schedule schedule() const {
-    return host::planSchedule(robot, motion, options);
+  [[nodiscard]] host::Plan plan() const { return host::planRun(machine, motions, options.timing); }
+};
+
+/// The library on a machine, without a host.
+struct Library {
+  simulation::Machine machine;
+  AttrFullName names;
+  TimedCommandManager commands;
+
+  explicit Library(const Prepared& prepared)
+      : machine(prepared.temporary.pool(), prepared.machine.description) {
+    names.initNameList(0);
+    setAttrFullNameManager(&names);
+    commands.initTimedCommand(0);
   }
+  ~Library() { setAttrFullNameManager(nullptr); }
 };
 
 std::size_t longestTimeline() {
@@ -57,60 +72,129 @@ std::size_t longestTimeline() {
 
 TEST(Run, FeedsALongMotionThroughAShortWindow) {
   const Prepared setup(30, 20000, 7);
-  const host::Schedule schedule = setup.schedule();
-  Torvex torvex(setup.robot, setup.motion, schedule, setup.options, nullptr);
+  const host::Plan plan = setup.plan();
+  Torvex torvex(setup.machine, plan, setup.options);
   std::size_t longest = longestTimeline();
   torvex.run([&](std::int64_t) { longest = std::max(longest, longestTimeline()); });
   EXPECT_EQ(longest, host::windowItems);
   EXPECT_EQ(host::shortfalls(torvex), std::vector<std::string>());
-  for (const host::FeedCount& count : torvex.feeder().counts()) {
-    EXPECT_EQ(count.delivered, 20001U);
-    EXPECT_EQ(count.refused + count.late, 0U);
+  for (std::size_t i = 0; i < 30; ++i) {
+    EXPECT_EQ(torvex.feeder().count(i).delivered, 20001U);
+    EXPECT_EQ(torvex.feeder().count(i).refused + torvex.feeder().count(i).late, 0U);
   }
 }
 
 TEST(Feeder, FeedsAgainWhatATimelineRefused) {
   const Prepared prepared(1, 300, 10);
-  const host::Schedule schedule = prepared.schedule();
-  const simulation::Machine machine(prepared.temporary.pool(), prepared.robot.machine);
-  AttrFullName names;
-  names.initNameList(0);
-  setAttrFullNameManager(&names);
-  TimedCommandManager commands;
-  commands.initTimedCommand(0);
-  host::Feeder feeder(prepared.motion, schedule, {{"j0/Value", 0.0F, -2.0F, 2.0F}});
+  const host::Plan plan = prepared.plan();
+  Library library(prepared);
+  host::Feeder feeder(plan, {"j0/Value"}, 0);
   CommandList others;
   for (std::uint32_t i = 0; i < 500; ++i) {
-    others.emplace_back(hal::AttrGeneric(1.0F), schedule.stamp(100'000 + i));
+    others.emplace_back(hal::AttrGeneric(1.0F), 100'000 + i);
   }
-  commands.AddTimedCommand("j0/Value", others, TimedCommand::MERGE);
-  for (std::int64_t timeMs = 0; timeMs <= feeder.lastItemMs() + 10; timeMs += 10) {
-    feeder.feed(commands, timeMs - 10);
+  library.commands.AddTimedCommand("j0/Value", others, TimedCommand::MERGE);
+  for (std::uint32_t timeMs = 0; timeMs <= 3010; timeMs += 10) {
+    feeder.feed(library.commands, std::int64_t{timeMs} - 10);
     if (timeMs == 200) {
       CommandList nothing;
-      commands.AddTimedCommand("j0/Value", nothing, TimedCommand::REPLACE);
+      library.commands.AddTimedCommand("j0/Value", nothing, TimedCommand::REPLACE);
     }
-    commands.run(schedule.stamp(timeMs), schedule.stamp(timeMs - 10));
+    library.commands.run(timeMs, timeMs - 10);
   }
-  setAttrFullNameManager(nullptr);
-  const host::FeedCount& count = feeder.counts()[0];
+  const host::FeedCount& count = feeder.count(0);
   EXPECT_EQ(count.refused, 21U) << "until the others' commands were cleared";
   EXPECT_EQ(count.sent, 301U + 21U * host::windowItems);
   EXPECT_EQ(count.delivered, 301U);
   EXPECT_EQ(count.late, 21U);
   EXPECT_TRUE(feeder.allDelivered());
-  EXPECT_EQ(machine.actuatorValue(0).loadFloat(), prepared.motion.position(299, 0));
+  EXPECT_EQ(library.machine.actuatorValue(0).loadFloat(),
+            prepared.motions[0].value(299, 0).asFloat);
+}
+
+/// Lists of all modes with up to 99 points, handed over while others run.
+std::vector<host::Motion> randomLists(std::minstd_rand& engine) {
+  const auto random = [&] { return static_cast<std::uint32_t>(engine()); };
+  std::vector<host::Motion> motions;
+  for (std::uint32_t at = 0; at < 2000; at += random() % 300) {
+    host::Motion list;
+    list.atMs = at;
+    list.fromMs = at - std::min(at, random() % 200);
+    list.mode = static_cast<TimedCommand::commandType>(1 + random() % 4);
+    list.actuators = {0};
+    const std::uint32_t points = 1 + random() % 99;
+    for (std::uint32_t time = 0; list.times.size() < points; time += 1 + random() % 60) {
+      list.times.push_back(time);
+      list.places.emplace_back();
+      list.values.emplace_back(static_cast<float>(random() % 1000) / 250.0F - 2.0F);
+    }
+    motions.push_back(std::move(list));
+  }
+  return motions;
+}
+
+/// What the actuator is told in each cycle when `hand` hands over what is due by
+/// the cycle at this time.
+template <typename Hand>
+std::vector<std::uint32_t> courseWith(const Prepared& prepared, const Hand& hand) {
+  Library library(prepared);
+  std::vector<std::uint32_t> course;
+  for (std::int64_t timeMs = 0; timeMs < 9000; timeMs += 10) {
+    hand(library.commands, timeMs);
+    const auto stamp = static_cast<std::uint32_t>(timeMs);
+    library.commands.run(stamp, stamp - 10);
+    course.push_back(bitsOf(library.machine.actuatorValue(0).loadFloat()));
+  }
+  return course;
+}
+
+// The window must not be seen from outside: handed over whole, each list at its
+// moment, the commands would lead the same way.
+TEST(Feeder, MovesAsIfEveryListWereHandedOverWhole) {
+  std::minstd_rand random(3);
+  int compared = 0;
+  for (int round = 0; round < 200; ++round) {
+    Prepared prepared(1, 0, 0);
+    prepared.machine.description.actuators[0].interpolates = round % 2 == 0;
+    prepared.motions = randomLists(random);
+    const host::Plan plan = prepared.plan();
+    bool refused = false;
+    std::size_t next = 0;
+    const auto& lists = plan.actuators[0].lists;
+    const auto whole = courseWith(prepared, [&](TimedCommandManager& commands, std::int64_t time) {
+      for (; next < lists.size() && lists[next].handOverMs <= time; ++next) {
+        CommandList items;
+        for (const host::PlannedItem& item : lists[next].items) {
+          items.emplace_back(item.value, static_cast<std::uint32_t>(item.timeMs));
+        }
+        commands.AddTimedCommand("j0/Value", items, lists[next].mode);
+        refused = refused || !items.empty();
+      }
+    });
+    host::Feeder feeder(plan, {"j0/Value"}, 0);
+    const auto fed = courseWith(prepared, [&](TimedCommandManager& commands, std::int64_t timeMs) {
+      feeder.feed(commands, timeMs - 10);
+    });
+    if (!refused) {
+      ++compared;
+      EXPECT_EQ(fed, whole) << "round " << round;
+    }
+    EXPECT_TRUE(feeder.allDelivered());
+    EXPECT_EQ(feeder.count(0).late + feeder.count(0).refused, 0U);
+  }
+  EXPECT_GT(compared, 100);
 }
 
 TEST(Run, CountsCyclesInWhichOthersMoveAnActuator) {
   const Prepared setup(2, 50, 20);
-  const host::Schedule schedule = setup.schedule();
-  Torvex torvex(setup.robot, setup.motion, schedule, setup.options, nullptr);
+  const host::Plan plan = setup.plan();
+  Torvex torvex(setup.machine, plan, setup.options);
   torvex.run([&](std::int64_t timeMs) {
     torvex.machine().moveFromOutside(1, 1.5F + 1e-4F * static_cast<float>(timeMs));
   });
-  EXPECT_EQ(torvex.joints()[0].cyclesMovedByOthers, 0U);
-  EXPECT_EQ(torvex.joints()[1].cyclesMovedByOthers, torvex.machine().counters(1).movedFromOutside);
+  EXPECT_EQ(torvex.actuators()[0].cyclesMovedByOthers, 0U);
+  EXPECT_EQ(torvex.actuators()[1].cyclesMovedByOthers,
+            torvex.machine().counters(1).movedFromOutside);
   const std::vector<std::string> warned = host::warnings(torvex);
   ASSERT_EQ(warned.size(), 1U);
   EXPECT_EQ(warned[0].rfind("j1: its value was not what the last cycle wrote", 0), 0U);
@@ -118,23 +202,23 @@ TEST(Run, CountsCyclesInWhichOthersMoveAnActuator) {
 
 TEST(Run, WaitsForWhatOthersQueuedBeyondTheMotion) {
   const Prepared prepared(1, 2, 100);
-  const host::Schedule schedule = prepared.schedule();
-  Torvex torvex(prepared.robot, prepared.motion, schedule, prepared.options, nullptr);
+  const host::Plan plan = prepared.plan();
+  Torvex torvex(prepared.machine, plan, prepared.options);
   CommandList others;
-  others.emplace_back(hal::AttrGeneric(1.0F), schedule.stamp(5000));
+  others.emplace_back(hal::AttrGeneric(1.0F), 5000);
   getTimedCommandManager()->AddTimedCommand("j0/Value", others, TimedCommand::MERGE);
   torvex.run([](std::int64_t) {});
   EXPECT_GE(torvex.counts().cycles, 501U);
-  EXPECT_EQ(torvex.joints()[0].lastCommand, 1.0F);
+  EXPECT_EQ(torvex.actuators()[0].commanded(), 1.0);
   EXPECT_EQ(host::shortfalls(torvex).size(), 1U) << "another command than the motion's last";
 }
 
 TEST(Run, SaysWhichJointDidNotArrive) {
   Prepared setup(2, 50, 20);
-  setup.robot.machine.actuators[1].maximumVelocity = 0.01F;
-  setup.options.leadMs = 10;
-  const host::Schedule schedule = setup.schedule();
-  Torvex torvex(setup.robot, setup.motion, schedule, setup.options, nullptr);
+  setup.machine.description.actuators[1].maximumVelocity = 0.01F;
+  setup.options.timing.leadMs = 10;
+  const host::Plan plan = setup.plan();
+  Torvex torvex(setup.machine, plan, setup.options);
   torvex.run([](std::int64_t) {});
   const std::vector<std::string> reasons = host::shortfalls(torvex);
   ASSERT_EQ(reasons.size(), 1U);

@@ -16,8 +16,9 @@
 
 namespace {
 
-const std::string robot = EXAMPLES "/humanoid/humanoid.urdf";
+const std::string humanoid = EXAMPLES "/humanoid/humanoid.yaml";
 const std::string wave = EXAMPLES "/humanoid/wave.yaml";
+const std::string greeting = EXAMPLES "/humanoid/greeting.yaml";
 
 /// A started tool; its two outputs come through one pipe.
 class Tool {
@@ -87,8 +88,8 @@ TEST(Tool, CommandsTheSameAtEveryTryAndEveryStart) {
   std::string first;
   for (const char* start : {"0", "0", "0x7FFFF000", "0xFFFFF000"}) {
     const std::string trace = temporary.path("t.csv");
-    ASSERT_EQ(statusOf({"run", robot, wave, "--clock", "simulated", "--start", start, "--trace",
-                        trace, "--pool", temporary.pool()}),
+    ASSERT_EQ(statusOf({"run", humanoid, wave, greeting, "--clock", "simulated", "--start", start,
+                        "--trace", trace, "--pool", temporary.pool()}),
               0);
     first = first.empty() ? contentsOf(trace) : first;
     EXPECT_EQ(contentsOf(trace), first) << start;
@@ -128,9 +129,11 @@ TEST(Tool, RefusesBadInputBeforeAnythingMoves) {
   const std::string wrong = temporary.write("w.yaml", "joint_names: [a, b]\n");
   const std::string none = temporary.path("none");
   const std::vector<std::pair<std::vector<std::string>, std::string>> cases = {
-      {{machine, wrong}, wrong + ":1:18: error: robot 'r' has no joint 'b'"},
+      {{machine, wrong}, wrong + ":1:18: error: machine 'r' has no joint 'b'"},
       {{none, motion}, none + ": error: cannot be read"},
       {{machine, motion, "--trace", none + "/t.csv"}, none + "/t.csv: error: cannot be written"},
+      {{machine, motion, "--plot", none + "/p.svg"}, none + "/p.svg: error: cannot be written"},
+      {{machine, motion, "--plot", machine}, machine + ": error: the picture would replace"},
       {{machine}, "torvex: error: MOTION is required"},
       {{machine, motion, "--cycle", "0"}, "torvex: error: --cycle: '0' is not"},
       {{machine, motion, "--cycle", "1.5ms"}, "torvex: error: --cycle: '1.5ms' is not"},
@@ -151,11 +154,45 @@ TEST(Tool, RefusesBadInputBeforeAnythingMoves) {
   EXPECT_FALSE(temporary.holds("t.csv") || temporary.holds("t.csv.torvex-part"));
 }
 
+TEST(Tool, DrawsWhatItDid) {
+  const Temporary temporary;
+  const std::string path = temporary.path("p.svg");
+  std::vector<std::string> command = {"run",       humanoid, wave, greeting, "--clock",
+                                      "simulated", "--plot", path, "--pool", temporary.pool()};
+  ASSERT_EQ(statusOf(command), 0);
+  const std::string picture = contentsOf(path);
+  EXPECT_EQ(picture.rfind("<?xml", 0), 0U);
+  for (const char* text : {">humanoid: wave.yaml, greeting.yaml<", ">right_ankle_roll ",
+                           ">chest_light<", ">clear_after<", "</svg>"}) {
+    EXPECT_NE(picture.find(text), std::string::npos) << text;
+  }
+  const std::string searched = getenv("PATH");
+  setenv("PATH", temporary.path("").c_str(), 1);
+  Tool without(command);
+  EXPECT_EQ(without.wait(), 2);
+  setenv("PATH", searched.c_str(), 1);
+  EXPECT_EQ(without.said().rfind(path + ": error: cannot be drawn: gnuplot is not installed", 0),
+            0U)
+      << without.said();
+  EXPECT_EQ(contentsOf(path), picture);
+}
+
+TEST(Tool, ChecksWithoutMoving) {
+  const Temporary temporary;
+  const std::string fast =
+      temporary.write("m.yaml",
+                      "joint_names: [head_yaw]\npoints:\n- {positions: [0], time_from_start: 0}\n"
+                      "- {positions: [1], time_from_start: 0.1}\n");
+  EXPECT_EQ(statusOf({"check", humanoid, wave, greeting}), 0);
+  EXPECT_EQ(statusOf({"check", humanoid, fast}), 1);
+  EXPECT_EQ(statusOf({"check", humanoid, humanoid}), 2);
+}
+
 TEST(Tool, StopsWhereItIsWhenAsked) {
   const Temporary temporary;
   const std::string trace = temporary.path("t.csv");
-  const std::vector<std::string> command = {"run",    robot,           wave, "--trace", trace,
-                                            "--pool", temporary.pool()};
+  const std::vector<std::string> command = {"run",     humanoid, wave,     greeting,
+                                            "--trace", trace,    "--pool", temporary.pool()};
   for (const int number : {SIGINT, SIGTERM}) {
     Tool tool(command);
     tool.readUntil("lead");
@@ -176,7 +213,7 @@ TEST(Tool, StopsWhereItIsWhenAsked) {
   Tool again(command);
   again.readUntil("lead");
   EXPECT_NE(again.said().find("in place of one that a killed process left"), std::string::npos);
-  Tool beside({"run", robot, wave, "--clock", "simulated", "--pool", temporary.pool() + ".2"});
+  Tool beside({"run", humanoid, wave, "--clock", "simulated", "--pool", temporary.pool() + ".2"});
   EXPECT_EQ(beside.wait(), 0) << beside.said();
   again.signal(SIGTERM);
   EXPECT_EQ(again.wait(), 143);
