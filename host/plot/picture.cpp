@@ -66,8 +66,12 @@ class Picture {
   Picture(const std::vector<Panel>& panels, const std::string& title)
       : panels_(panels), geometry_(panels.size()) {
     for (const Panel& panel : panels) {
-      firstSecond_ = std::min(firstSecond_, panel.command.front().seconds);
-      lastSecond_ = std::max(lastSecond_, panel.command.back().seconds);
+      for (const auto* dots : {&panel.command, &panel.reached, &panel.cleared}) {
+        if (!dots->empty()) {
+          firstSecond_ = std::min(firstSecond_, dots->front().seconds);
+          lastSecond_ = std::max(lastSecond_, dots->back().seconds);
+        }
+      }
     }
     add("set terminal svg size {:.0f},{:.0f} dynamic noenhanced font 'sans-serif,11' background "
         "'#ffffff'\n",
@@ -142,7 +146,7 @@ class Picture {
       add("set arrow from {0:.6g}, graph 0 to {0:.6g}, graph 1 nohead back lw 1.2 dt 2 lc rgb "
           "'{1}'\n",
           handOver.seconds, handOverColour);
-      add("set label '{}' at {:.6g}, graph 0.98 right rotate by 90 offset -0.7,0 font ',9' tc rgb "
+      add("set label '{}' at {:.6g}, graph 0.98 right rotate by 90 offset 1.0,0 font ',9' tc rgb "
           "'{}'\n",
           handOver.mode, handOver.seconds, handOverColour);
     }
