@@ -5,7 +5,6 @@
 #include <cmath>
 #include <ctime>
 #include <future>
-#include <map>
 #include <memory>
 
 #include "host/stopsignal.h"
@@ -32,41 +31,6 @@ void sleepUntil(std::int64_t timeNs) {
   }
 }
 
-/// The first four bytes of the value, which hold the float or the integer.
-std::int32_t bitsOf(const hal::DeviceAttrGeneric& attribute) {
-  std::int32_t bits = 0;
-  __atomic_load(&attribute.value.asInt, &bits, __ATOMIC_RELAXED);
-  return bits;
-}
-
-double numberIn(const hal::DeviceAttrGeneric& attribute) {
-  return attribute.typeCode == hal::floatTypeCode ? double{attribute.loadFloat()}
-                                                  : static_cast<double>(bitsOf(attribute));
-}
-
-/// What measures each actuator that has a sensor of its name.
-std::map<std::string, const hal::DeviceAttrGeneric*> sensorsByName(
-    const host::MachineFile& machine, const simulation::Machine& simulated) {
-  std::map<std::string, const hal::DeviceAttrGeneric*> values;
-  int index = 0;
-  for (const simulation::Sensor& sensor : machine.description.sensors) {
-    values.emplace(sensor.name, &simulated.sensorValue(index++));
-  }
-  return values;
-}
-
-/// The linear law limits what it writes.
-std::optional<double> finalTarget(const host::Course& course,
-                                  const simulation::Actuator& actuator) {
-  if (course.stopsOnTheWay) {
-    return std::nullopt;
-  }
-  const double last = course.path.back().value;
-  return actuator.interpolates
-             ? std::clamp(last, double{actuator.minimum}, double{actuator.maximum})
-             : last;
-}
-
 const simulation::Actuator& actuatorAt(const host::MachineFile& machine, int index) {
   return machine.description.actuators[static_cast<std::size_t>(index)];
 }
@@ -87,41 +51,6 @@ std::int64_t lastTime(const std::vector<host::Course>& courses) {
   return lastMs;
 }
 
-std::vector<host::MovedActuator> movedActuators(const host::MachineFile& machine,
-                                                const host::Plan& plan,
-                                                const std::vector<host::Course>& courses,
-                                                const simulation::Machine& simulated) {
-  const auto sensors = sensorsByName(machine, simulated);
-  std::vector<host::MovedActuator> moved;
-  for (std::size_t i = 0; i < plan.actuators.size(); ++i) {
-    const int index = plan.actuators[i].index;
-    const simulation::Actuator& actuator = actuatorAt(machine, index);
-    host::MovedActuator added;
-    added.name = actuator.name;
-    added.index = index;
-    added.command = &simulated.actuatorValue(index);
-    const auto sensor = sensors.find(actuator.name + "/Sensor");
-    added.measured = sensor == sensors.end() ? nullptr : sensor->second;
-    added.minimum = actuator.minimum;
-    added.maximum = actuator.maximum;
-    added.finalTarget = finalTarget(courses[i], actuator);
-    added.lastBits = bitsOf(*added.command);
-    moved.push_back(std::move(added));
-  }
-  return moved;
-}
-
-std::vector<host::TracedColumn> tracedColumns(const std::vector<host::MovedActuator>& actuators) {
-  std::vector<host::TracedColumn> columns;
-  for (const host::MovedActuator& actuator : actuators) {
-    columns.push_back({actuator.name + "/command", actuator.command});
-    if (actuator.measured != nullptr) {
-      columns.push_back({actuator.name + "/measured", actuator.measured});
-    }
-  }
-  return columns;
-}
-
 std::vector<std::string> commandKeys(const host::MachineFile& machine, const host::Plan& plan) {
   std::vector<std::string> keys;
   for (const host::PlannedActuator& planned : plan.actuators) {
@@ -131,18 +60,6 @@ std::vector<std::string> commandKeys(const host::MachineFile& machine, const hos
 }
 
 }  // namespace
-
-double host::MovedActuator::commanded() const {
-  return numberIn(*command);
-}
-
-std::optional<double> host::MovedActuator::measuredValue() const {
-  return measured == nullptr ? std::nullopt : std::optional(numberIn(*measured));
-}
-
-double host::MovedActuator::trackingError() const {
-  return measured == nullptr ? 0.0 : std::abs(numberIn(*measured) - commanded());
-}
 
 Torvex::Torvex(const host::MachineFile& machine, const host::Plan& plan,
                const host::RunOptions& options)
@@ -288,7 +205,7 @@ void Torvex::cycle(std::int64_t timeMs, std::int64_t previousMs) {
 
 void Torvex::noteMovesByOthers() {
   for (host::MovedActuator& actuator : actuators_) {
-    if (bitsOf(*actuator.command) != actuator.lastBits) {
+    if (host::bitsIn(*actuator.command) != actuator.lastBits) {
       ++actuator.cyclesMovedByOthers;
     }
   }
@@ -296,11 +213,11 @@ void Torvex::noteMovesByOthers() {
 
 void Torvex::readBack(std::int64_t timeMs) {
   for (host::MovedActuator& actuator : actuators_) {
-    actuator.lastBits = bitsOf(*actuator.command);
+    actuator.lastBits = host::bitsIn(*actuator.command);
   }
   row_[0] = static_cast<double>(timeMs);
   for (std::size_t i = 0; i < columns_.size(); ++i) {
-    row_[1 + i] = numberIn(*columns_[i].attribute);
+    row_[1 + i] = host::numberIn(*columns_[i].attribute);
   }
   recording_.add(row_);
 }

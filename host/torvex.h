@@ -4,14 +4,13 @@
 #include <cstddef>
 #include <cstdint>
 #include <functional>
-#include <optional>
-#include <string>
 #include <vector>
 
 #include "attrfullname/attrfullname.h"
 #include "host/course.h"
 #include "host/feeder.h"
 #include "host/histogram.h"
+#include "host/movedactuator.h"
 #include "host/plan.h"
 #include "host/recording.h"
 #include "host/runoptions.h"
@@ -21,29 +20,6 @@
 
 namespace host {
 
-/// One commanded actuator, as the cycle sees it.
-struct MovedActuator {
-  std::string name;
-  /// In the machine's description.
-  int index = 0;
-  const TimedCommand* timeline = nullptr;
-  const hal::DeviceAttrGeneric* command = nullptr;
-  /// Null when no sensor bears its name.
-  const hal::DeviceAttrGeneric* measured = nullptr;
-  float minimum = 0.0F;
-  float maximum = 0.0F;
-  /// What it is to hold at the end; open when a list stops it on its way.
-  std::optional<double> finalTarget;
-  /// What the command register held at the end of the latest cycle.
-  std::int32_t lastBits = 0;
-  std::uint64_t cyclesMovedByOthers = 0;
-
-  [[nodiscard]] double commanded() const;
-  [[nodiscard]] std::optional<double> measuredValue() const;
-  /// 0 without a sensor.
-  [[nodiscard]] double trackingError() const;
-};
-
 /// What the cycle counted.
 struct CycleCount {
   std::uint64_t cycles = 0;
@@ -52,13 +28,6 @@ struct CycleCount {
   std::uint64_t droppedTraceRows = 0;
   /// Without handing over the trace row, which may wait in simulated time.
   Histogram durations;
-};
-
-/// A quantity that is written down every cycle.
-struct TracedColumn {
-  /// "NAME/command" or "NAME/measured".
-  std::string name;
-  const hal::DeviceAttrGeneric* attribute = nullptr;
 };
 
 }  // namespace host

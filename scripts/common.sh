@@ -48,3 +48,12 @@ configure() {
   fi
   rm -f "$log"
 }
+
+# Builds what moves the examples and draws them.
+build_tool() {
+  need_packages "${build_packages[@]}" "${run_packages[@]}"
+  if [ ! -f "$root/build/release/build.ninja" ]; then
+    configure release -DTORVEX_TESTS=OFF
+  fi
+  cmake --build "$root/build/release" --target torvex_tool >&2
+}

@@ -28,8 +28,8 @@ int check(const CheckOptions& options) {
   for (const std::string& warning : warnings) {
     complain(warning + "\n");
   }
-  say(fmt::format("{}: {} motions and lists for {} actuators, {} warnings\n", machine.name,
-                  motions.size(), plan.actuators.size(), warnings.size()));
+  say(fmt::format("{}: lists of commands: {}, actuators they move: {}, warnings: {}\n",
+                  machine.name, motions.size(), plan.actuators.size(), warnings.size()));
   return warnings.empty() && !outputFailed() ? okStatus : shortfallStatus;
 }
 
