@@ -90,7 +90,7 @@ class LimitChecker {
                     actuator_.maximumVelocity));
   }
 
-  double seconds(const CoursePoint& point) const {
+  [[nodiscard]] double seconds(const CoursePoint& point) const {
     return static_cast<double>(point.timeMs - schedule_.leadMs) / 1000.0;
   }
 

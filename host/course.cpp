@@ -46,7 +46,7 @@ class CourseBuilder {
     }
   }
 
-  double valueAt(std::int64_t timeMs) const {
+  [[nodiscard]] double valueAt(std::int64_t timeMs) const {
     if (course_.path.empty()) {
       return initialNumber(actuator_);
     }
@@ -60,7 +60,7 @@ class CourseBuilder {
     return last.value + (next.value - last.value) * share;
   }
 
-  CoursePoint pointOf(const QueuedItem& item) const {
+  [[nodiscard]] CoursePoint pointOf(const QueuedItem& item) const {
     return {item.timeMs, commandedNumber(actuator_, item.value),
             item.point == PlannedItem::ownPoint ? nullptr : item.motion, item.point};
   }

@@ -98,7 +98,7 @@ class MachineFileReader {
     }
   }
 
-  double timeConstant(const YAML::Node& node) const {
+  [[nodiscard]] double timeConstant(const YAML::Node& node) const {
     const double seconds = yaml_.number(node, "time_constant");
     if (seconds <= 0) {
       yaml_.fail(node, "time_constant must be a number of seconds above 0");
@@ -152,7 +152,7 @@ class MachineFileReader {
     machine_.description.containers.push_back(std::move(device));
   }
 
-  simulation::Attribute readAttribute(const YAML::Node& node) const {
+  [[nodiscard]] simulation::Attribute readAttribute(const YAML::Node& node) const {
     const auto fields = yaml_.fields(node, "an attribute", {"name", "type", "value"});
     simulation::Attribute attribute;
     attribute.name = yaml_.name(yaml_.required(fields, node, "name"), "name");
@@ -162,11 +162,11 @@ class MachineFileReader {
     return attribute;
   }
 
-  std::uint8_t typeCode(const YAML::Node& node, double least, double most) const {
+  [[nodiscard]] std::uint8_t typeCode(const YAML::Node& node, double least, double most) const {
     return static_cast<std::uint8_t>(yaml_.wholeNumber(node, "type", least, most));
   }
 
-  simulation::Value readValue(const Fields& fields, std::uint8_t typeCode) const {
+  [[nodiscard]] simulation::Value readValue(const Fields& fields, std::uint8_t typeCode) const {
     const auto found = fields.find("value");
     const bool given = found != fields.end();
     if (typeCode >= 1 && typeCode <= lastIntegerTypeCode) {
@@ -187,7 +187,7 @@ class MachineFileReader {
     return std::monostate();
   }
 
-  std::int32_t integer(const YAML::Node& node) const {
+  [[nodiscard]] std::int32_t integer(const YAML::Node& node) const {
     return static_cast<std::int32_t>(yaml_.wholeNumber(node, "value",
                                                        std::numeric_limits<std::int32_t>::min(),
                                                        std::numeric_limits<std::int32_t>::max()));

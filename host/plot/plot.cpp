@@ -1,12 +1,14 @@
 #include "host/plot/plot.h"
 
+#include <utility>
+
 #include "host/input/source.h"
 #include "host/plot/gnuplot.h"
 #include "host/plot/picture.h"
 
 namespace host {
 
-Plot::Plot(const std::string& path, const std::string& title) : file_(path), title_(title) {
+Plot::Plot(const std::string& path, std::string title) : file_(path), title_(std::move(title)) {
   if (!hasGnuplot()) {
     throw InputError(path, {}, "cannot be drawn: gnuplot is not installed (package gnuplot-nox)");
   }

@@ -12,7 +12,7 @@ class Plot {
  public:
   /// Throws `InputError` when the file cannot be written, and when gnuplot is not
   /// there.
-  Plot(const std::string& path, const std::string& title);
+  Plot(const std::string& path, std::string title);
 
   /// Draws the run and puts the file in its place. Throws what went wrong.
   void draw(const Torvex& torvex, const Plan& plan);
