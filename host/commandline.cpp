@@ -3,6 +3,7 @@
 #include <CLI/CLI.hpp>
 
 #include "host/commands/checkcommand.h"
+#include "host/commands/listcommand.h"
 #include "host/commands/runcommand.h"
 #include "host/commands/status.h"
 
@@ -18,6 +19,7 @@ int runCommandLine(int argc, char** argv) {
   Command chosen;
   addRunCommand(app, chosen);
   addCheckCommand(app, chosen);
+  addListCommand(app, chosen);
   try {
     app.parse(argc, argv);
   } catch (const CLI::ParseError& error) {

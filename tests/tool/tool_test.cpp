@@ -8,6 +8,7 @@
 #include <algorithm>
 #include <csignal>
 #include <cstdio>
+#include <nlohmann/json.hpp>
 #include <sstream>
 #include <string>
 #include <vector>
@@ -218,6 +219,18 @@ TEST(Tool, StopsWhereItIsWhenAsked) {
   again.signal(SIGTERM);
   EXPECT_EQ(again.wait(), 143);
   EXPECT_FALSE(temporary.holds("t.csv.torvex-part"));
+}
+
+TEST(Tool, ListsWhatTheLibrarySees) {
+  Tool tool({"list", humanoid, "--json"});
+  ASSERT_EQ(tool.wait(), 0) << tool.said();
+  const auto attributes = nlohmann::json::parse(tool.said());
+  EXPECT_EQ(attributes.at(9), nlohmann::json::parse(R"({"index": 9, "type": 7, "meaning": "float",
+      "key": "Device/SubDeviceList/torso_pitch/Value", "container": "sub-device", "actuator": true,
+      "law": "linear", "minimum": -0.35, "maximum": 0.75, "maximum_velocity": 2.0})"));
+  EXPECT_EQ(attributes.at(0).at("key"), "Device/DeviceList/MainBoard/Version");
+  EXPECT_EQ(attributes.at(113).at("law"), "step");
+  EXPECT_TRUE(attributes.at(113).at("maximum_velocity").is_null());
 }
 
 }  // namespace
