@@ -6,6 +6,7 @@
 #include "host/commands/listcommand.h"
 #include "host/commands/runcommand.h"
 #include "host/commands/status.h"
+#include "host/commands/watchcommand.h"
 
 namespace host {
 
@@ -20,6 +21,7 @@ int runCommandLine(int argc, char** argv) {
   addRunCommand(app, chosen);
   addCheckCommand(app, chosen);
   addListCommand(app, chosen);
+  addWatchCommand(app, chosen);
   try {
     app.parse(argc, argv);
   } catch (const CLI::ParseError& error) {

@@ -9,6 +9,7 @@
 #include <csignal>
 #include <cstdio>
 #include <nlohmann/json.hpp>
+#include <set>
 #include <sstream>
 #include <string>
 #include <vector>
@@ -53,6 +54,14 @@ class Tool {
     while (said_.find(text) == std::string::npos && read(output_, &byte, 1) == 1) {
       said_ += byte;
     }
+  }
+  /// The next line, with its end; empty behind the last one.
+  std::string line() {
+    const std::size_t begin = said_.size();
+    for (char byte = 0; byte != '\n' && read(output_, &byte, 1) == 1;) {
+      said_ += byte;
+    }
+    return said_.substr(begin);
   }
   void signal(int number) const { kill(process_, number); }
   /// The exit status, or minus the signal that ended it.
@@ -231,6 +240,24 @@ TEST(Tool, ListsWhatTheLibrarySees) {
   EXPECT_EQ(attributes.at(0).at("key"), "Device/DeviceList/MainBoard/Version");
   EXPECT_EQ(attributes.at(113).at("law"), "step");
   EXPECT_TRUE(attributes.at(113).at("maximum_velocity").is_null());
+}
+
+TEST(Tool, WatchesARunningMachineUntilItEnds) {
+  const Temporary temporary;
+  Tool run({"run", humanoid, wave, "--pool", temporary.pool()});
+  run.readUntil("lead");
+  const std::string key = "Device/SubDeviceList/torso_yaw/Value";
+  EXPECT_EQ(statusOf({"watch", "nope/Value", "--pool", temporary.pool()}), 2);
+  Tool watch({"watch", "torso_yaw/Value", "--json", "--pool", temporary.pool()});
+  std::set<float> seen;
+  for (std::string line = watch.line(); !line.empty() && seen.size() < 3; line = watch.line()) {
+    seen.insert(nlohmann::json::parse(line)["values"][key].get<float>());
+  }
+  run.signal(SIGTERM);
+  EXPECT_EQ(run.wait(), 143);
+  EXPECT_EQ(watch.wait(), 0) << watch.said();
+  EXPECT_EQ(seen.size(), 3U);
+  EXPECT_EQ(statusOf({"watch", "--pool", temporary.pool()}), 2);
 }
 
 }  // namespace
