@@ -3,8 +3,10 @@
 #include <CLI/CLI.hpp>
 
 #include "host/commands/checkcommand.h"
+#include "host/commands/listcommand.h"
 #include "host/commands/runcommand.h"
 #include "host/commands/status.h"
+#include "host/commands/watchcommand.h"
 
 namespace host {
 
@@ -18,6 +20,8 @@ int runCommandLine(int argc, char** argv) {
   Command chosen;
   addRunCommand(app, chosen);
   addCheckCommand(app, chosen);
+  addListCommand(app, chosen);
+  addWatchCommand(app, chosen);
   try {
     app.parse(argc, argv);
   } catch (const CLI::ParseError& error) {

@@ -1,7 +1,6 @@
 #include "host/liveview.h"
 
 #include <fmt/format.h>
-#include <sys/ioctl.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -9,23 +8,12 @@
 #include <cmath>
 #include <cstdio>
 
+#include "host/terminalsize.h"
+
 namespace host {
 namespace {
 
 constexpr std::size_t barColumns = 41;
-
-struct TerminalSize {
-  std::size_t rows = 24;
-  std::size_t columns = 80;
-};
-
-TerminalSize terminalSize() {
-  winsize size{};
-  if (ioctl(STDERR_FILENO, TIOCGWINSZ, &size) != 0 || size.ws_row == 0 || size.ws_col == 0) {
-    return {};
-  }
-  return {size.ws_row, size.ws_col};
-}
 
 std::string progressBar(std::int64_t timeMs, std::int64_t lastMs) {
   const double share =
@@ -80,7 +68,7 @@ void LiveView::show(const std::vector<MovedActuator>& actuators, std::int64_t ti
     return;
   }
   nextDrawNs_ = nowNs() + drawEveryNs;
-  const TerminalSize size = terminalSize();
+  const TerminalSize size = terminalSize(STDERR_FILENO);
   constexpr std::size_t besideName = barColumns + 13;
   const std::size_t nameColumns =
       std::clamp<std::size_t>(size.columns, besideName + 8, besideName + 32) - besideName;

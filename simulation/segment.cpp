@@ -1,7 +1,6 @@
 #include "simulation/segment.h"
 
 #include <fcntl.h>
-#include <sys/file.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -22,8 +21,18 @@ int descriptorOf(const bip::shared_memory_object& object) {
   return object.get_mapping_handle().handle;
 }
 
+struct flock wholeSegment(short type) {
+  struct flock whole {};
+  whole.l_type = type;
+  whole.l_whence = SEEK_SET;
+  return whole;
+}
+
+/// The lock belongs to the open segment, not to the process: two machines of
+/// one process keep each other out, too.
 bool lock(const bip::shared_memory_object& object) {
-  return flock(descriptorOf(object), LOCK_EX | LOCK_NB) == 0;
+  struct flock wanted = wholeSegment(F_WRLCK);
+  return fcntl(descriptorOf(object), F_OFD_SETLK, &wanted) == 0;
 }
 
 /// Whether the name still designates this segment and not a later one.
@@ -66,6 +75,11 @@ std::string segmentName(const std::string& poolName) {
                 "' is no pool name: use 1 to 200 letters, digits, '.', '_' and '-'");
   }
   return "torvex." + poolName;
+}
+
+bool isOwned(const bip::shared_memory_object& object) noexcept {
+  struct flock found = wholeSegment(F_RDLCK);
+  return fcntl(descriptorOf(object), F_OFD_GETLK, &found) == 0 && found.l_type != F_UNLCK;
 }
 
 Segment::Segment(const std::string& poolName, std::size_t sizeBytes)

@@ -11,6 +11,10 @@ namespace simulation {
 /// name with other characters than letters, digits, ".", "_" and "-".
 std::string segmentName(const std::string& poolName);
 
+/// Whether a living process owns this segment. Only asks: takes no lock that a
+/// machine which starts meanwhile could meet.
+bool isOwned(const boost::interprocess::shared_memory_object& object) noexcept;
+
 /// A shared-memory segment of this process. The owner holds a lock on it that
 /// the system releases with the process, however it ends; so a segment whose
 /// lock is free was left behind.

@@ -4,6 +4,7 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <csignal>
 #include <string>
 
 #include "platform/hal/devicemanager.h"
@@ -63,14 +64,19 @@ TEST(Observer, ChecksWhatItOpens) {
   const Temporary temporary;
   EXPECT_THROW(simulation::Observer{temporary.pool()}, simulation::Error);
   const Machine machine(temporary.pool(), oneArm());
+  const int descriptor = shm_open(("/torvex." + temporary.pool()).c_str(), O_RDWR, 0600);
+  auto* record = static_cast<simulation::PoolRecord*>(mmap(
+      nullptr, sizeof(simulation::PoolRecord), PROT_READ | PROT_WRITE, MAP_SHARED, descriptor, 0));
   {
     const simulation::Observer observer(temporary.pool());
     EXPECT_EQ(observer.containerName(0) + "/" + observer.attributeName(2), "Arm/Maximum");
     EXPECT_THROW((void)observer.value(4), simulation::Error);
+    hal::AttrGeneric text;
+    text.asTextOffset = record->sizeBytes;
+    EXPECT_THROW((void)observer.text(text), simulation::Error);
+    record->attributes = nullptr;
+    EXPECT_THROW((void)observer.value(0), simulation::Error);
   }
-  const int descriptor = shm_open(("/torvex." + temporary.pool()).c_str(), O_RDWR, 0600);
-  auto* record = static_cast<simulation::PoolRecord*>(mmap(
-      nullptr, sizeof(simulation::PoolRecord), PROT_READ | PROT_WRITE, MAP_SHARED, descriptor, 0));
   const auto expectComplaint = [&](auto& field, const char* expected) {
     const auto sound = field;
     field = 99;
@@ -87,6 +93,27 @@ TEST(Observer, ChecksWhatItOpens) {
   expectComplaint(record->magic, "is no complete device pool");
   munmap(record, sizeof(simulation::PoolRecord));
   close(descriptor);
+}
+
+TEST(Observer, SeesThatTheOwnerWasKilled) {
+  const Temporary temporary;
+  int ready[2];
+  ASSERT_EQ(pipe(ready), 0);
+  const pid_t owner = fork();
+  if (owner == 0) {
+    const Machine machine(temporary.pool(), oneArm());
+    (void)!write(ready[1], "", 1);
+    pause();
+  }
+  close(ready[1]);
+  char byte = 1;
+  ASSERT_EQ(read(ready[0], &byte, 1), 1);
+  const simulation::Observer observer(temporary.pool());
+  EXPECT_TRUE(observer.isOwned());
+  kill(owner, SIGKILL);
+  waitpid(owner, nullptr, 0);
+  EXPECT_FALSE(observer.isOwned());
+  EXPECT_EQ(refusal(temporary.pool()), "accepted");  // nothing stays behind
 }
 
 TEST(Observer, InAnotherProcessNeverReadsATornValue) {

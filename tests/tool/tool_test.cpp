@@ -8,6 +8,8 @@
 #include <algorithm>
 #include <csignal>
 #include <cstdio>
+#include <nlohmann/json.hpp>
+#include <set>
 #include <sstream>
 #include <string>
 #include <vector>
@@ -52,6 +54,14 @@ class Tool {
     while (said_.find(text) == std::string::npos && read(output_, &byte, 1) == 1) {
       said_ += byte;
     }
+  }
+  /// The next line, with its end; empty behind the last one.
+  std::string line() {
+    const std::size_t begin = said_.size();
+    for (char byte = 0; byte != '\n' && read(output_, &byte, 1) == 1;) {
+      said_ += byte;
+    }
+    return said_.substr(begin);
   }
   void signal(int number) const { kill(process_, number); }
   /// The exit status, or minus the signal that ended it.
@@ -218,6 +228,36 @@ TEST(Tool, StopsWhereItIsWhenAsked) {
   again.signal(SIGTERM);
   EXPECT_EQ(again.wait(), 143);
   EXPECT_FALSE(temporary.holds("t.csv.torvex-part"));
+}
+
+TEST(Tool, ListsWhatTheLibrarySees) {
+  Tool tool({"list", humanoid, "--json"});
+  ASSERT_EQ(tool.wait(), 0) << tool.said();
+  const auto attributes = nlohmann::json::parse(tool.said());
+  EXPECT_EQ(attributes.at(9), nlohmann::json::parse(R"({"index": 9, "type": 7, "meaning": "float",
+      "key": "Device/SubDeviceList/torso_pitch/Value", "container": "sub-device", "actuator": true,
+      "law": "linear", "minimum": -0.35, "maximum": 0.75, "maximum_velocity": 2.0})"));
+  EXPECT_EQ(attributes.at(0).at("key"), "Device/DeviceList/MainBoard/Version");
+  EXPECT_EQ(attributes.at(113).at("law"), "step");
+  EXPECT_TRUE(attributes.at(113).at("maximum_velocity").is_null());
+}
+
+TEST(Tool, WatchesARunningMachineUntilItEnds) {
+  const Temporary temporary;
+  Tool run({"run", humanoid, wave, "--pool", temporary.pool()});
+  run.readUntil("lead");
+  const std::string key = "Device/SubDeviceList/torso_yaw/Value";
+  EXPECT_EQ(statusOf({"watch", "nope/Value", "--pool", temporary.pool()}), 2);
+  Tool watch({"watch", "torso_yaw/Value", "--json", "--pool", temporary.pool()});
+  std::set<float> seen;
+  for (std::string line = watch.line(); !line.empty() && seen.size() < 3; line = watch.line()) {
+    seen.insert(nlohmann::json::parse(line)["values"][key].get<float>());
+  }
+  run.signal(SIGTERM);
+  EXPECT_EQ(run.wait(), 143);
+  EXPECT_EQ(watch.wait(), 0) << watch.said();
+  EXPECT_EQ(seen.size(), 3U);
+  EXPECT_EQ(statusOf({"watch", "--pool", temporary.pool()}), 2);
 }
 
 }  // namespace

@@ -1,0 +1,13 @@
+#pragma once
+
+#include <string>
+
+namespace host {
+
+/// Writes to standard output, in one piece where the system takes it so, while
+/// a `StopSignal` lives. The result is the status to exit with, if it is not
+/// `okStatus`: after a signal, and when writing fails, which is said; but a pipe
+/// that its reader closed is not worth a word.
+int writeOut(const std::string& text);
+
+}  // namespace host

@@ -1,0 +1,39 @@
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <nlohmann/json.hpp>
+#include <string>
+#include <vector>
+
+namespace host {
+
+/// What the value of an attribute is.
+enum class ValueType { none, integer, real, text };
+
+/// By the attribute's type code.
+ValueType valueType(std::uint8_t typeCode);
+
+/// Members keep the order in which they came. Numbers are single, as the device
+/// pool's are: they print in the fewest digits that read back as the same float.
+using Json = nlohmann::basic_json<nlohmann::ordered_map, std::vector, std::string, bool,
+                                  std::int64_t, std::uint64_t, float>;
+
+/// What is no UTF-8 in texts becomes U+FFFD, floats that are not finite become
+/// null. A negative indent makes one line.
+std::string printed(const Json& json, int indent);
+
+/// A value for the eye: a text in quotes, "-" for null, "inf" and "nan".
+std::string shown(const Json& value);
+
+/// A name for the eye: on one line, nothing in it that controls a terminal.
+std::string shownName(const std::string& name);
+
+/// How many columns of a terminal a text takes: one a code point.
+std::size_t columnsOf(const std::string& text);
+
+/// The text, or its end behind "…" when it takes more columns than these (at
+/// least 1): the ends of keys tell more than their beginnings.
+std::string cutInFront(const std::string& text, std::size_t columns);
+
+}  // namespace host
