@@ -8,14 +8,14 @@ set(headers ${CMAKE_INSTALL_INCLUDEDIR}/torvex)
 set(package ${CMAKE_INSTALL_LIBDIR}/cmake/torvex)
 set(made ${PROJECT_BINARY_DIR}/package)
 
-install(DIRECTORY attrfullname platform registry timedcommand timedcommandmanager
+install(DIRECTORY attrfullname platform preferences registry timedcommand timedcommandmanager
   DESTINATION ${headers} FILES_MATCHING PATTERN "*.h")
 install(FILES ${PROJECT_BINARY_DIR}/include/torvex_export.h DESTINATION ${headers})
 install(TARGETS torvex EXPORT torvex INCLUDES DESTINATION ${headers})
 set_target_properties(torvex PROPERTIES INSTALL_RPATH "$ORIGIN")
 
 if(TORVEX_SIMULATION)
-  install(FILES simulation/machine.h simulation/observer.h DESTINATION ${headers}/simulation)
+  install(FILES simulation/framework.h simulation/machine.h simulation/observer.h DESTINATION ${headers}/simulation)
   install(TARGETS torvex_simulation EXPORT torvex INCLUDES DESTINATION ${headers})
   set_target_properties(torvex_simulation PROPERTIES
     EXPORT_NAME simulation INSTALL_RPATH "$ORIGIN")

@@ -1,119 +1,13 @@
 #include "host/outputfile.h"
 
-#include <fcntl.h>
-#include <fmt/format.h>
-#include <sys/file.h>
-#include <sys/stat.h>
-#include <unistd.h>
-
-#include <cerrno>
-#include <cstring>
-#include <filesystem>
-#include <system_error>
-
 #include "host/input/source.h"
+#include "simulation/machine.h"
 
 namespace host {
-namespace {
 
-InputError unwritable(const std::string& path, const char* why) {
-  return {path, {}, fmt::format("cannot be written: {}", why)};
-}
-
-/// Replacing a file asks only for its folder's permission; ask for its own too.
-void checkPlace(const std::string& path) {
-  struct stat present {};
-  if (stat(path.c_str(), &present) != 0) {
-    return;
-  }
-  if (!S_ISREG(present.st_mode)) {
-    throw unwritable(path, "it is not a regular file");
-  }
-  if (access(path.c_str(), W_OK) != 0) {
-    throw unwritable(path, std::strerror(errno));
-  }
-}
-
-/// The file that a symbolic link leads to.
-std::string resolved(const std::string& path) {
-  std::error_code failure;
-  const std::filesystem::path real = std::filesystem::canonical(path, failure);
-  return failure ? path : real.string();
-}
-
-/// False when the file has meanwhile taken its place under another name.
-bool isStillNamed(int descriptor, const std::string& path) {
-  struct stat opened {};
-  struct stat named {};
-  return fstat(descriptor, &opened) == 0 && lstat(path.c_str(), &named) == 0 &&
-         S_ISREG(opened.st_mode) && opened.st_ino == named.st_ino && opened.st_dev == named.st_dev;
-}
-
-void syncFolderOf(const std::string& path) {
-  const std::size_t slash = path.rfind('/');
-  const std::string folder = slash == std::string::npos ? "." : path.substr(0, slash + 1);
-  const int descriptor = open(folder.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
-  if (descriptor >= 0) {
-    fsync(descriptor);
-    close(descriptor);
-  }
-}
-
-}  // namespace
-
-OutputFile::OutputFile(const std::string& path)
-    : path_(resolved(path)), partPath_(path_ + ".torvex-part") {
-  checkPlace(path_);
-  constexpr mode_t everybodyReads = 0644;
-  descriptor_ = open(partPath_.c_str(), O_WRONLY | O_CREAT | O_CLOEXEC | O_NOFOLLOW | O_NONBLOCK,
-                     everybodyReads);
-  if (descriptor_ < 0) {
-    throw unwritable(path_, std::strerror(errno));
-  }
-  const char* obstacle = nullptr;
-  if (flock(descriptor_, LOCK_EX | LOCK_NB) != 0 || !isStillNamed(descriptor_, partPath_)) {
-    obstacle = "another process is writing it";
-  } else if (ftruncate(descriptor_, 0) != 0) {
-    obstacle = std::strerror(errno);
-  }
-  if (obstacle != nullptr) {
-    close(descriptor_);
-    throw unwritable(path_, obstacle);
-  }
-}
-
-OutputFile::~OutputFile() {
-  if (descriptor_ >= 0) {
-    unlink(partPath_.c_str());
-    close(descriptor_);
-  }
-}
-
-void OutputFile::fail() const {
-  throw std::system_error(errno, std::generic_category(), path_);
-}
-
-void OutputFile::write(const char* bytes, std::size_t count) {
-  while (count > 0) {
-    const ssize_t written = ::write(descriptor_, bytes, count);
-    if (written < 0) {
-      if (errno == EINTR) {
-        continue;
-      }
-      fail();
-    }
-    bytes += written;
-    count -= static_cast<std::size_t>(written);
-  }
-}
-
-void OutputFile::commit() {
-  if (fsync(descriptor_) != 0 || rename(partPath_.c_str(), path_.c_str()) != 0) {
-    fail();
-  }
-  close(descriptor_);
-  descriptor_ = -1;
-  syncFolderOf(path_);
+OutputFile::OutputFile(const std::string& path) try : simulation::OutputFile(path) {
+} catch (const simulation::Error& error) {
+  throw InputError(path, {}, error.what());
 }
 
 }  // namespace host

@@ -20,6 +20,13 @@ class Checker {
     for (const Sensor& sensor : description.sensors) {
       checkSensor(sensor, description.actuators.size());
     }
+    for (const Preference& preference : description.preferences) {
+      checkPreference(preference);
+    }
+    if (description.preferences.size() > static_cast<std::size_t>(maxPreferences)) {
+      throw Error("the device pool is full: " + std::to_string(description.preferences.size()) +
+                  " preferences, at most " + std::to_string(maxPreferences) + " fit");
+    }
     if (size_.attributes > static_cast<std::size_t>(maxAttributes)) {
       throw Error("the device pool is full: " + std::to_string(size_.attributes) +
                   " attributes, at most " + std::to_string(maxAttributes) + " fit");
@@ -83,12 +90,29 @@ class Checker {
     if (!containerNames_.emplace(kind, name).second) {
       throw Error("two containers of kind " + std::to_string(kind) + " are named '" + name + "'");
     }
+    owners_.insert(name);
     size_.textBytes += name.size() + 1;
   }
 
+  void checkPreference(const Preference& preference) {
+    if (preference.name.empty()) {
+      throw Error("a preference of '" + preference.owner + "' has an empty name");
+    }
+    if (owners_.count(preference.owner) == 0) {
+      throw Error("preference '" + preference.name + "' belongs to the unknown '" +
+                  preference.owner + "'");
+    }
+    size_.textBytes += preference.name.size() + 1;
+    takeValue("preference '" + preference.name + "'", preference.typeCode, preference.value);
+  }
+
   void takeAttribute(const std::string& owner, const Attribute& attribute) {
-    const std::uint8_t typeCode = attribute.typeCode;
-    const Value& value = attribute.value;
+    takeValue(owner, attribute.typeCode, attribute.value);
+    ++size_.attributes;
+    size_.textBytes += attribute.name.size() + 1;
+  }
+
+  void takeValue(const std::string& owner, std::uint8_t typeCode, const Value& value) {
     bool fits = std::holds_alternative<std::monostate>(value);
     if (typeCode >= 1 && typeCode <= 6) {
       fits = std::holds_alternative<std::int32_t>(value);
@@ -101,14 +125,13 @@ class Checker {
       throw Error(owner + " does not fit its type code " + std::to_string(typeCode) +
                   " (1 to 6: integer, 7: float, 8 and 9: text, others: none)");
     }
-    ++size_.attributes;
-    size_.textBytes += attribute.name.size() + 1;
     if (const auto* text = std::get_if<std::string>(&value)) {
       size_.textBytes += text->size() + 1;
     }
   }
 
   std::set<std::pair<std::uint8_t, std::string>> containerNames_;
+  std::set<std::string> owners_;
   PoolSize size_;
 };
 

@@ -23,8 +23,9 @@ class PLATFORM_API Error : public std::runtime_error {
   using std::runtime_error::runtime_error;
 };
 
-/// The pool numbers attributes in 16 bits.
+/// The pool numbers attributes and preferences in 16 bits.
 constexpr int maxAttributes = 65535;
+constexpr int maxPreferences = 65535;
 
 /// No value, an integer (type codes 1 to 6), a float (7) or a text (8 and 9).
 using Value = std::variant<std::monostate, std::int32_t, float, std::string>;
@@ -74,6 +75,18 @@ struct Sensor {
   double timeConstant = 0.02;
 };
 
+/// A setting of the machine that outlives its power supply.
+struct Preference {
+  /// The name of a container or sub-device.
+  std::string owner;
+  /// As stored: the first character is a mark that is part of no key.
+  std::string name;
+  std::uint8_t typeCode = hal::floatTypeCode;
+  Value value = 0.0F;
+  /// False: an empty slot of the table.
+  bool inUse = true;
+};
+
 /// Indexes are given out in this order: containers, actuators, sensors.
 struct MachineDescription {
   static constexpr int attributesPerActuator = 4;
@@ -82,6 +95,8 @@ struct MachineDescription {
   std::vector<Container> containers;
   std::vector<Actuator> actuators;
   std::vector<Sensor> sensors;
+  /// In the order of the device pool's table.
+  std::vector<Preference> preferences;
 };
 
 /// How often something happened to an actuator, modulo 2^32.
@@ -107,8 +122,8 @@ class PLATFORM_API Machine {
   ///
   /// Throws `Error` when the description is not sound (an empty name, two
   /// sub-devices or two other containers of one kind with the same name, a
-  /// value that does not fit its type code, a sensor on an unknown actuator,
-  /// more than `maxAttributes` attributes), when a living process owns the
+  /// value that does not fit its type code, a sensor on an unknown actuator, a
+  /// preference of an unknown owner, more attributes or preferences than fit), when a living process owns the
   /// segment, when something else does, when memory is short, and when this
   /// process has a machine already.
   Machine(const std::string& poolName, const MachineDescription& description);

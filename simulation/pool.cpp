@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cmath>
 #include <cstring>
+#include <map>
 #include <new>
 
 namespace simulation {
@@ -11,11 +12,14 @@ namespace {
 Pool* gCurrentPool = nullptr;
 
 std::size_t segmentSize(const MachineDescription& description, const PoolSize& size) {
-  constexpr std::size_t paddingBetweenTables = 4 * alignof(std::max_align_t);
+  constexpr std::size_t paddingBetweenTables = 6 * alignof(std::max_align_t);
   const std::size_t subDevices = description.actuators.size() + description.sensors.size();
   return sizeof(PoolRecord) + size.attributes * sizeof(hal::DeviceAttrGeneric) +
          description.containers.size() * sizeof(hal::AttributeContainer) +
-         subDevices * sizeof(SubDeviceRecord) + size.textBytes + paddingBetweenTables;
+         subDevices * sizeof(SubDeviceRecord) +
+         description.preferences.size() *
+             (sizeof(hal::Preference) + sizeof(SharedPtr<hal::Preference>)) +
+         size.textBytes + paddingBetweenTables;
 }
 
 double numberIn(const hal::DeviceAttrGeneric& attribute) {
@@ -52,6 +56,12 @@ Pool::Pool(const std::string& poolName, const MachineDescription& description, P
   record_->attributes = carve<hal::DeviceAttrGeneric>(size.attributes);
   record_->containers = carve<hal::AttributeContainer>(description.containers.size());
   record_->subDevices = carve<SubDeviceRecord>(actuatorCount_ + description.sensors.size());
+  const std::size_t preferences = description.preferences.size();
+  record_->preferences = carve<SharedPtr<hal::Preference>>(preferences);
+  auto* const preference = carve<hal::Preference>(preferences);
+  for (std::size_t i = 0; i < preferences; ++i) {
+    record_->preferences[static_cast<std::ptrdiff_t>(i)] = preference + i;
+  }
   text_ = carve<char>(size.textBytes);
   for (const Container& container : description.containers) {
     addContainer(container);
@@ -62,6 +72,7 @@ Pool::Pool(const std::string& poolName, const MachineDescription& description, P
   for (const Sensor& sensor : description.sensors) {
     addSensor(sensor);
   }
+  addPreferences(description.preferences);
   step(0.0);
   record_->sizeBytes = segmentSize(description, size);
   __atomic_store_n(&record_->magic, PoolRecord::expectedMagic, __ATOMIC_RELEASE);
@@ -138,6 +149,30 @@ void Pool::addSensor(const Sensor& sensor) {
   added.value = addAttribute(added, attributesOf(sensor)[0]);
   SubDeviceRecord& followed = actuator(sensor.actuator);
   sensors_.push_back({&followed, &added, sensor, numberIn(*followed.value)});
+}
+
+void Pool::addPreferences(const std::vector<Preference>& preferences) {
+  std::map<std::string, hal::AttributeContainer*> owners;
+  for (int i = 0; i < record_->containerCount; ++i) {
+    owners.emplace(record_->containers[i].name.get(), &record_->containers[i]);
+  }
+  for (int i = 0; i < record_->subDeviceCount; ++i) {
+    owners.emplace(record_->subDevices[i].name.get(), &record_->subDevices[i]);
+  }
+  for (const Preference& preference : preferences) {
+    hal::Preference& added = *record_->preferences[record_->preferenceCount++];
+    added.name = storeText(preference.name);
+    added.owner = owners.at(preference.owner);
+    added.typeCode = preference.typeCode;
+    added.inUse = preference.inUse ? 1 : 0;
+    if (const auto* integer = std::get_if<std::int32_t>(&preference.value)) {
+      added.value.asInt = *integer;
+    } else if (const auto* number = std::get_if<float>(&preference.value)) {
+      added.value.asFloat = *number;
+    } else if (const auto* text = std::get_if<std::string>(&preference.value)) {
+      added.value.asText = storeText(*text);
+    }
+  }
 }
 
 SubDeviceRecord& Pool::actuator(int index) const {

@@ -48,6 +48,7 @@ class Pool {
   void addContainer(const Container& container);
   void addActuator(const Actuator& actuator);
   void addSensor(const Sensor& sensor);
+  void addPreferences(const std::vector<Preference>& preferences);
 
   Segment segment_;
   std::size_t used_ = 0;

@@ -28,7 +28,7 @@ struct SubDeviceRecord : hal::SubDevice {
 /// unfinished.
 struct PoolRecord : hal::DevicePool {
   static constexpr std::uint64_t expectedMagic = 0x6c6f6f7078767274;  // "trvxpool"
-  static constexpr std::uint32_t expectedVersion = 1;
+  static constexpr std::uint32_t expectedVersion = 2;
 
   std::uint32_t layoutVersion = expectedVersion;
   std::uint64_t magic = 0;
