@@ -5,8 +5,9 @@
 
 namespace host {
 
-OutputFile::OutputFile(const std::string& path) try : simulation::OutputFile(path) {
-} catch (const simulation::Error& error) {
+OutputFile::OutputFile(const std::string& path) try : simulation
+  ::OutputFile(path) {}
+catch (const simulation::Error& error) {
   throw InputError(path, {}, error.what());
 }
 

@@ -5,6 +5,8 @@
 #include <string>
 #include <vector>
 
+#include "host/preferenceexport.h"
+
 namespace host {
 
 enum class Clock { realtime, simulated };
@@ -31,6 +33,9 @@ struct RunOptions {
   /// Empty: no picture.
   std::string plotPath;
   std::string poolName = "torvex";
+  /// What is exported at the end, and where to.
+  std::vector<PreferenceExport> exports;
+  std::string preferenceDirectory = ".";
 };
 
 }  // namespace host

@@ -10,6 +10,7 @@
 #include "host/stopsignal.h"
 #include "platform/zr/zrcriticalsectionwrite.h"
 #include "registry/attrfullnamemanager.h"
+#include "registry/brokermanager.h"
 #include "registry/torvexmanager.h"
 
 namespace {
@@ -66,6 +67,7 @@ Torvex::Torvex(const host::MachineFile& machine, const host::Plan& plan,
     : schedule_(plan.schedule),
       options_(options),
       machine_(options.poolName, machine.description),
+      framework_(options.preferenceDirectory),
       courses_(coursesOf(machine, plan)),
       actuators_(movedActuators(machine, plan, courses_, machine_)),
       columns_(tracedColumns(actuators_)),
@@ -75,6 +77,7 @@ Torvex::Torvex(const host::MachineFile& machine, const host::Plan& plan,
                  (lastItemMs_ + longestSettlingMs) / plan.schedule.cycleMs + 1),
       latestCycleMs_(-std::int64_t{plan.schedule.cycleMs}),
       row_(1 + columns_.size()) {
+  setBrokerManager(framework_.broker());
   setTorvexManager(this);
   setAttrFullNameManager(&names_);
   setTimedCommandManager(&commands_);
@@ -89,6 +92,7 @@ Torvex::~Torvex() {
   setTimedCommandManager(nullptr);
   setAttrFullNameManager(nullptr);
   setTorvexManager(nullptr);
+  setBrokerManager(nullptr);
 }
 
 void Torvex::findTimelines() {

@@ -15,6 +15,7 @@
 #include "host/recording.h"
 #include "host/runoptions.h"
 #include "host/trace.h"
+#include "simulation/framework.h"
 #include "simulation/machine.h"
 #include "timedcommandmanager/timedcommandmanager.h"
 
@@ -92,6 +93,7 @@ class Torvex {
   host::Trace* trace_ = nullptr;
 
   simulation::Machine machine_;
+  const simulation::Framework framework_;
   AttrFullName names_;
   TimedCommandManager commands_;
   std::vector<host::Course> courses_;

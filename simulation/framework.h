@@ -30,6 +30,10 @@ class PLATFORM_API Framework {
   boost::shared_ptr<ZR::ZRBroker> broker_;
 };
 
+/// False when a name is empty or would lead out of the preference directory: the
+/// service refuses it.
+PLATFORM_API bool isPreferenceFileName(const std::string& fileName);
+
 /// Reads a file that the service wrote: exactly what was put in. Throws
 /// `ZR::ZRException`, with the path, when it cannot be read or is no such file.
 PLATFORM_API ZR::ZRValue readPreferenceFile(const std::string& path);

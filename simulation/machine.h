@@ -118,13 +118,14 @@ class PLATFORM_API Machine {
  public:
   /// Lays the machine out in the shared-memory segment of this name (letters,
   /// digits, ".", "_" and "-"). A segment left by a process that was killed is
-  /// replaced.
+  /// replaced. With an empty name the machine is this process's alone: nobody can
+  /// watch it, and nothing of it can stay behind.
   ///
   /// Throws `Error` when the description is not sound (an empty name, two
   /// sub-devices or two other containers of one kind with the same name, a
   /// value that does not fit its type code, a sensor on an unknown actuator, a
-  /// preference of an unknown owner, more attributes or preferences than fit), when a living process owns the
-  /// segment, when something else does, when memory is short, and when this
+  /// preference of an unknown owner, more attributes or preferences than fit), when a living
+  /// process owns the segment, when something else does, when memory is short, and when this
   /// process has a machine already.
   Machine(const std::string& poolName, const MachineDescription& description);
   /// Removes the segment.

@@ -140,16 +140,6 @@ ZR::ZRValue read(const pugi::xml_node& node) {
   return value;
 }
 
-void checkFileName(const std::string& directory, const std::string& fileName) {
-  const bool stays = !fileName.empty() && fileName != "." && fileName != ".." &&
-                     fileName.find('/') == std::string::npos &&
-                     fileName.find('\0') == std::string::npos;
-  if (!stays) {
-    throw ZR::ZRException("'" + fileName + "' is no name of a preference file in " + directory +
-                          ": it is empty or leads out of the directory");
-  }
-}
-
 void replaceFile(const std::string& directory, const std::string& fileName,
                  const std::string& content) {
   const std::string path = (std::filesystem::path(directory) / fileName).string();
@@ -170,7 +160,10 @@ void replaceFile(const std::string& directory, const std::string& fileName,
 
 void writePreferenceFile(const std::string& directory, const std::string& fileName,
                          const ZR::ZRValue& tree) {
-  checkFileName(directory, fileName);
+  if (!isPreferenceFileName(fileName)) {
+    throw ZR::ZRException("'" + fileName + "' is no name of a preference file in " + directory +
+                          ": it is empty or leads out of the directory");
+  }
   pugi::xml_document document;
   pugi::xml_node root = document.append_child(rootName);
   root.append_attribute("version") = version;
@@ -178,6 +171,11 @@ void writePreferenceFile(const std::string& directory, const std::string& fileNa
   std::ostringstream text;
   document.save(text, "  ");
   replaceFile(directory, fileName, text.str());
+}
+
+bool isPreferenceFileName(const std::string& fileName) {
+  return !fileName.empty() && fileName != "." && fileName != ".." &&
+         fileName.find('/') == std::string::npos && fileName.find('\0') == std::string::npos;
 }
 
 ZR::ZRValue readPreferenceFile(const std::string& path) {

@@ -4,6 +4,7 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <boost/interprocess/anonymous_shared_memory.hpp>
 #include <cerrno>
 #include <cstddef>
 #include <cstdint>
@@ -83,7 +84,12 @@ bool isOwned(const bip::shared_memory_object& object) noexcept {
 }
 
 Segment::Segment(const std::string& poolName, std::size_t sizeBytes)
-    : name_(segmentName(poolName)) {
+    : name_(poolName.empty() ? "" : segmentName(poolName)) {
+  if (name_.empty()) {
+    bip::mapped_region region(bip::anonymous_shared_memory(sizeBytes));
+    region_.swap(region);
+    return;
+  }
   // Each turn can be lost to a process that starts at the same moment; it then
   // owns the segment, which the next turn finds out.
   constexpr int turns = 16;
@@ -96,7 +102,7 @@ Segment::Segment(const std::string& poolName, std::size_t sizeBytes)
 }
 
 Segment::~Segment() {
-  if (stillNamed(object_, name_)) {
+  if (!name_.empty() && stillNamed(object_, name_)) {
     bip::shared_memory_object::remove(name_.c_str());
   }
 }

@@ -20,7 +20,8 @@ bool isOwned(const boost::interprocess::shared_memory_object& object) noexcept;
 /// lock is free was left behind.
 class Segment {
  public:
-  /// A new segment, all zero, its memory reserved. Replaces one left behind.
+  /// A new segment, all zero, its memory reserved. Replaces one left behind. An
+  /// empty name makes one that this process alone has.
   /// Throws `Error` when a living process owns the name, when what bears it is
   /// no device pool, and when memory is short.
   Segment(const std::string& poolName, std::size_t sizeBytes);

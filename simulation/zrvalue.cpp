@@ -84,8 +84,8 @@ void ZRValue::arraySetSize(int size) {
 ZRValue& ZRValue::operator[](int index) {
   auto& array = content_->as<Content::Array>("an array");
   if (index < 0 || index >= getSize()) {
-    throw ZRException("the array has " + std::to_string(getSize()) + " elements and none with the " +
-                      "index " + std::to_string(index));
+    throw ZRException("the array has " + std::to_string(getSize()) +
+                      " elements and none with the " + "index " + std::to_string(index));
   }
   return array[static_cast<std::size_t>(index)];
 }

@@ -1,7 +1,6 @@
 #include "host/commands/listcommand.h"
 
 #include <fmt/format.h>
-#include <unistd.h>
 
 #include <algorithm>
 #include <array>
@@ -71,7 +70,7 @@ Json listed(int index, const std::string& key, bool actuator) {
 
 /// All attributes, asked from the library on a machine of its own.
 Json attributesOf(const simulation::MachineDescription& description) {
-  const simulation::Machine machine("list." + std::to_string(getpid()), description);
+  const simulation::Machine machine("", description);
   AttrFullName names;
   TimedCommandManager commands;
   names.initNameList(0);
@@ -129,7 +128,7 @@ std::string table(const Json& attributes) {
 
 int list(const ListOptions& options) {
   const MachineFile machine = readMachineFile(options.machinePath);
-  const StopSignal stopSignal;  // the pool must not stay behind
+  const StopSignal stopSignal;  // a closed pipe is then an error to meet
   const Json attributes = attributesOf(machine.description);
   return writeOut(options.json ? printed(attributes, 2) + "\n" : table(attributes));
 }

@@ -81,9 +81,16 @@ void addTiming(CLI::App& command, Timing& timing) {
       ->type_name("TIME");
 }
 
+void addPreferenceDirectory(CLI::App& command, std::string& path) {
+  command.add_option("--directory", path, "Preference directory, created when it is missing")
+      ->type_name("DIR")
+      ->capture_default_str();
+}
+
 void addPool(CLI::App& command, std::string& name) {
   command.add_option("--pool", name, "Name of the device pool in shared memory")
       ->type_name("NAME")
+      ->check([](const std::string& given) { return given.empty() ? "is empty" : ""; })
       ->capture_default_str();
 }
 

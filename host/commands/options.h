@@ -21,6 +21,7 @@ std::uint32_t tick(const std::string& text);
 void addMachine(CLI::App& command, std::string& path);
 void addMotions(CLI::App& command, std::vector<std::string>& paths);
 void addTiming(CLI::App& command, Timing& timing);
+void addPreferenceDirectory(CLI::App& command, std::string& path);
 void addPool(CLI::App& command, std::string& name);
 
 }  // namespace host

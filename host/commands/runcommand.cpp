@@ -76,6 +76,10 @@ std::vector<std::string> finish(Outputs& outputs, const Torvex& torvex, const Pl
   if (outputs.plot) {
     attempt("picture", [&] { outputs.plot->draw(torvex, plan); });
   }
+  const RunOptions& options = torvex.options();
+  for (const PreferenceExport& wanted : options.exports) {
+    attempt("export", [&] { say(exportPreferences(wanted, options.preferenceDirectory)); });
+  }
   return failures;
 }
 
@@ -104,6 +108,9 @@ int run(const RunOptions& options) {
   const Plan plan = planRun(machine, motions, options.timing);
   view.clear();
 
+  for (const PreferenceExport& wanted : options.exports) {
+    checkExport(machine, wanted);
+  }
   const StopSignal stopSignal;
   Outputs outputs;
   Torvex torvex(machine, plan, options);
@@ -124,6 +131,14 @@ int run(const RunOptions& options) {
   view.clear();
   const std::vector<std::string> failures = finish(outputs, torvex, plan);
   return outcome(torvex, failures);
+}
+
+PreferenceExport exportNamed(const std::string& text) {
+  const std::size_t equals = text.find('=');
+  if (equals == std::string::npos) {
+    throw CLI::ValidationError("--export", "'" + text + "' is not CONTAINER=FILE");
+  }
+  return {text.substr(0, equals), text.substr(equals + 1)};
 }
 
 Clock clockNamed(const std::string& text) {
@@ -157,6 +172,22 @@ void addOutputs(CLI::App& command, RunOptions& options) {
       ->type_name("FILE.svg");
 }
 
+void addExports(CLI::App& command, RunOptions& options) {
+  command
+      .add_option_function<std::vector<std::string>>(
+          "--export",
+          [&options](const std::vector<std::string>& texts) {
+            for (const std::string& text : texts) {
+              options.exports.push_back(exportNamed(text));
+            }
+          },
+          "Write the preferences of a container to a file at the end; may be repeated")
+      ->type_name("CONTAINER=FILE")
+      ->expected(1)
+      ->take_all();
+  addPreferenceDirectory(command, options.preferenceDirectory);
+}
+
 }  // namespace
 
 void addRunCommand(CLI::App& app, Command& chosen) {
@@ -182,6 +213,7 @@ void addRunCommand(CLI::App& app, Command& chosen) {
       ->type_name("NUMBER")
       ->default_str("0.01");
   addOutputs(command, *options);
+  addExports(command, *options);
   addPool(command, options->poolName);
   command.callback([options, &chosen] { chosen = [options] { return run(*options); }; });
 }

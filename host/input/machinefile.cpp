@@ -7,19 +7,15 @@
 #include <filesystem>
 #include <limits>
 #include <utility>
-#include <variant>
 
+#include "host/input/typedvalue.h"
 #include "host/input/urdf.h"
 #include "host/input/yaml.h"
 
 namespace host {
 namespace {
 
-constexpr std::uint8_t lastIntegerTypeCode = 6;
-
-bool isText(std::uint8_t typeCode) {
-  return typeCode == 8 || typeCode == 9;
-}
+constexpr std::uint8_t lastTypeCode = std::numeric_limits<std::uint8_t>::max();
 
 class MachineFileReader {
  public:
@@ -27,9 +23,9 @@ class MachineFileReader {
 
   MachineFile read() {
     const YAML::Node& root = yaml_.root();
-    const auto fields = yaml_.fields(
-        root, "the machine",
-        {"name", "urdf", "time_constant", "joints", "devices", "actuators", "sensors"});
+    const auto fields = yaml_.fields(root, "the machine",
+                                     {"name", "urdf", "time_constant", "joints", "devices",
+                                      "actuators", "sensors", "preferences"});
     readUrdfNamedIn(fields);
     machine_.path = yaml_.path();
     if (const auto name = fields.find("name"); name != fields.end()) {
@@ -47,6 +43,10 @@ class MachineFileReader {
     }
     for (const YAML::Node& sensor : yaml_.entries(fields, "sensors")) {
       readSensor(sensor);
+    }
+    // Last: whatever it is, the owner is known by then.
+    for (const YAML::Node& preference : yaml_.entries(fields, "preferences")) {
+      readPreference(preference);
     }
     if (machine_.description.actuators.empty()) {
       yaml_.fail(root, "the machine has no actuator; give it a urdf or actuators");
@@ -156,41 +156,9 @@ class MachineFileReader {
     const auto fields = yaml_.fields(node, "an attribute", {"name", "type", "value"});
     simulation::Attribute attribute;
     attribute.name = yaml_.name(yaml_.required(fields, node, "name"), "name");
-    attribute.typeCode =
-        typeCode(yaml_.required(fields, node, "type"), 0, std::numeric_limits<std::uint8_t>::max());
-    attribute.value = readValue(fields, attribute.typeCode);
+    attribute.typeCode = readTypeCode(yaml_, yaml_.required(fields, node, "type"), 0, lastTypeCode);
+    attribute.value = readValue(yaml_, fields, attribute.typeCode);
     return attribute;
-  }
-
-  [[nodiscard]] std::uint8_t typeCode(const YAML::Node& node, double least, double most) const {
-    return static_cast<std::uint8_t>(yaml_.wholeNumber(node, "type", least, most));
-  }
-
-  [[nodiscard]] simulation::Value readValue(const Fields& fields, std::uint8_t typeCode) const {
-    const auto found = fields.find("value");
-    const bool given = found != fields.end();
-    if (typeCode >= 1 && typeCode <= lastIntegerTypeCode) {
-      return given ? integer(found->second) : 0;
-    }
-    if (typeCode == hal::floatTypeCode) {
-      return given ? yaml_.singleNumber(found->second, "value") : 0.0F;
-    }
-    if (isText(typeCode)) {
-      return given ? yaml_.text(found->second, "value") : std::string();
-    }
-    if (given) {
-      yaml_.fail(found->second,
-                 fmt::format("an attribute of type {} has no value (1 to 6: integer, 7: float, 8 "
-                             "and 9: text)",
-                             typeCode));
-    }
-    return std::monostate();
-  }
-
-  [[nodiscard]] std::int32_t integer(const YAML::Node& node) const {
-    return static_cast<std::int32_t>(yaml_.wholeNumber(node, "value",
-                                                       std::numeric_limits<std::int32_t>::min(),
-                                                       std::numeric_limits<std::int32_t>::max()));
   }
 
   void readActuator(const YAML::Node& node) {
@@ -201,7 +169,7 @@ class MachineFileReader {
     actuator.name = subDeviceName(fields, node);
     takeAttributes(node, simulation::MachineDescription::attributesPerActuator);
     if (const auto type = fields.find("type"); type != fields.end()) {
-      actuator.typeCode = typeCode(type->second, 1, hal::floatTypeCode);
+      actuator.typeCode = readTypeCode(yaml_, type->second, 1, hal::floatTypeCode);
     }
     readLaw(fields, actuator);
     readLimits(fields, node, actuator);
@@ -256,7 +224,7 @@ class MachineFileReader {
     }
     actuator.value = actuator.typeCode == hal::floatTypeCode
                          ? simulation::Value(yaml_.singleNumber(node, "value"))
-                         : integer(node);
+                         : readInteger(yaml_, node, "value");
   }
 
   /// As near to 0 as the limits allow.
@@ -294,6 +262,30 @@ class MachineFileReader {
       sensor.timeConstant = timeConstant(found->second);
     }
     machine_.description.sensors.push_back(std::move(sensor));
+  }
+
+  void readPreference(const YAML::Node& node) {
+    const auto fields =
+        yaml_.fields(node, "a preference", {"owner", "name", "type", "value", "in_use"});
+    simulation::Preference preference;
+    const YAML::Node& owner = yaml_.required(fields, node, "owner");
+    preference.owner = yaml_.name(owner, "owner");
+    if (devices_.count(preference.owner) == 0 && subDevices_.count(preference.owner) == 0) {
+      yaml_.fail(owner, fmt::format("the machine has no device, actuator or sensor '{}'",
+                                    preference.owner));
+    }
+    preference.name = yaml_.name(yaml_.required(fields, node, "name"), "name");
+    preference.typeCode =
+        readTypeCode(yaml_, yaml_.required(fields, node, "type"), 0, lastTypeCode);
+    preference.value = readValue(yaml_, fields, preference.typeCode);
+    if (const auto found = fields.find("in_use"); found != fields.end()) {
+      preference.inUse = yaml_.truth(found->second, "in_use");
+    }
+    machine_.description.preferences.push_back(std::move(preference));
+    if (machine_.description.preferences.size() > simulation::maxPreferences) {
+      yaml_.fail(node,
+                 fmt::format("a device pool holds {} preferences", simulation::maxPreferences));
+    }
   }
 
   std::string subDeviceName(const Fields& fields, const YAML::Node& owner) {

@@ -2,7 +2,7 @@
 
 #include <fmt/format.h>
 
-#include <limits>
+#include "host/input/typedvalue.h"
 
 namespace host {
 
@@ -30,9 +30,7 @@ hal::AttrGeneric PointReader::value(const YAML::Node& node, int actuator, const 
     return hal::AttrGeneric(yaml_.singleNumber(node, what));
   }
   hal::AttrGeneric record;
-  record.asInt = static_cast<std::int32_t>(
-      yaml_.wholeNumber(node, what, std::numeric_limits<std::int32_t>::min(),
-                        std::numeric_limits<std::int32_t>::max()));
+  record.asInt = readInteger(yaml_, node, what);
   return record;
 }
 

@@ -136,6 +136,14 @@ float YamlFile::singleNumber(const YAML::Node& node, const char* what) const {
   return value;
 }
 
+bool YamlFile::truth(const YAML::Node& node, const char* what) const {
+  const std::string given = text(node, what);
+  if (given != "true" && given != "false") {
+    fail(node, fmt::format("{} is '{}'; use true or false", what, given.substr(0, 40)));
+  }
+  return given == "true";
+}
+
 double YamlFile::wholeNumber(const YAML::Node& node, const char* what, double least,
                              double most) const {
   const double value = number(node, what);

@@ -47,6 +47,8 @@ class YamlFile {
   [[nodiscard]] double number(const YAML::Node& node, const char* what) const;
   /// The same, within single precision.
   [[nodiscard]] float singleNumber(const YAML::Node& node, const char* what) const;
+  /// true or false.
+  [[nodiscard]] bool truth(const YAML::Node& node, const char* what) const;
   [[nodiscard]] double wholeNumber(const YAML::Node& node, const char* what, double least,
                                    double most) const;
   /// {sec, nanosec}, {secs, nsecs} or a number of seconds.

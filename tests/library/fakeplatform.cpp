@@ -6,6 +6,7 @@
 #include "platform/hal/devicemanager.h"
 #include "platform/hal/subdevicelist.h"
 #include "platform/zr/zrcriticalsectionwrite.h"
+#include "platform/zr/zrpreferencesproxy.h"
 
 FakeContainer& FakePlatform::add(const char* name,
                                  std::initializer_list<const char*> attributeNames) {
@@ -19,6 +20,19 @@ FakeContainer& FakePlatform::add(const char* name,
   }
   container.lastAttrIndex = pool.attributeCount - 1;
   return container;
+}
+
+hal::Preference& FakePlatform::prefer(FakeContainer& owner, const char* name,
+                                      std::uint8_t typeCode) {
+  hal::Preference& added = preferences.emplace_back();
+  added.owner = &owner;
+  added.name = const_cast<char*>(name);
+  added.typeCode = typeCode;
+  added.inUse = 1;
+  preferenceTable.emplace_back(&added);
+  pool.preferences = preferenceTable.data();
+  ++pool.preferenceCount;
+  return added;
 }
 
 void FakePlatform::record(const std::string& call) {
@@ -40,10 +54,19 @@ struct FakeMutex : ZR::ZRMutexRW {
   bool held = false;
 };
 
+struct FakeProxy : ZR::ZRProxy {
+  ~FakeProxy() override { FakePlatform::used->record("end"); }
+};
+
 FakeContainer& fake(hal::AttributeContainer* container) {
   return *static_cast<FakeContainer*>(container);
 }
 }  // namespace
+
+boost::shared_ptr<ZR::ZRProxy> FakeBroker::getProxy(const std::string& moduleName, int option) {
+  FakePlatform::used->record("get:" + moduleName + ":" + std::to_string(option));
+  return boost::shared_ptr<FakeProxy>(new FakeProxy);
+}
 
 namespace ZR {
 boost::shared_ptr<ZRMutexRW> ZRMutexRW::createZRMutexRW() {
@@ -60,6 +83,14 @@ ZRCriticalSectionWrite::ZRCriticalSectionWrite(boost::shared_ptr<ZRMutexRW> mute
 ZRCriticalSectionWrite::~ZRCriticalSectionWrite() {
   FakePlatform::used->record("unlock");
   static_cast<FakeMutex&>(*mutex_).held = false;
+}
+ZRPreferencesProxy::ZRPreferencesProxy(const boost::shared_ptr<ZRProxy>& service)
+    : service_(service) {}
+
+void ZRPreferencesProxy::writePrefFile(const std::string& fileName, const ZRValue& tree,
+                                       const bool& flag) {
+  FakePlatform::used->written = tree;
+  FakePlatform::used->record("file:" + fileName + (flag ? ":true" : ":false"));
 }
 }  // namespace ZR
 

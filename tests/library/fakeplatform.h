@@ -2,6 +2,7 @@
 
 #include <gtest/gtest.h>
 
+#include <list>
 #include <map>
 #include <string>
 #include <utility>
@@ -9,6 +10,8 @@
 #include "platform/hal/attributecontainer.h"
 #include "platform/hal/deviceattrgeneric.h"
 #include "platform/hal/devicepool.h"
+#include "platform/zr/zrbroker.h"
+#include "platform/zr/zrvalue.h"
 
 /// Thrown by the operation that a test has chosen to fail.
 struct FakeFailure {};
@@ -27,6 +30,8 @@ struct FakePlatform {
 
   /// A sub-device and the next attributes, all float; their names may be null.
   FakeContainer& add(const char* name, std::initializer_list<const char*> attributeNames);
+  /// The next preference, without a value.
+  hal::Preference& prefer(FakeContainer& owner, const char* name, std::uint8_t typeCode);
   void record(const std::string& call);
   std::string take() { return std::exchange(calls, std::string()); }
 
@@ -40,6 +45,16 @@ struct FakePlatform {
   std::map<int, FakeContainer*> owners;
   /// In the order in which the library meets them: by name.
   std::map<std::string, FakeContainer> containers;
+  std::list<hal::Preference> preferences;
+  std::vector<boost::interprocess::offset_ptr<hal::Preference>> preferenceTable;
+  /// What the preferences service was handed last.
+  ZR::ZRValue written;
+};
+
+/// Writes down what it is asked for; its proxies write down when they end.
+struct FakeBroker : ZR::ZRBroker {
+  boost::shared_ptr<ZR::ZRProxy> getProxy(const std::string& moduleName, int option) override;
+  boost::shared_ptr<ZR::ZRBroker> getThis() override { return nullptr; }
 };
 
 /// A call with a value, written so that no two values look alike.

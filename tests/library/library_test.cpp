@@ -7,8 +7,6 @@
 #include "registry/brokermanager.h"
 #include "timedcommandmanager/timedcommandmanager.h"
 
-class ZR::ZRBroker {};
-
 namespace {
 
 /// A small machine, built, with a command of value 1 at time 10 everywhere.
@@ -164,7 +162,8 @@ TEST_F(Machine, PreferencesGiveTheirStoredNameLessItsMark) {
                                   {"/Arm/Speed", nullptr, ""},
                                   {"/Bus/1", "Value", ""}};
   for (const auto& [stored, attributeName, key] : cases) {
-    hal::Preference preference{const_cast<char*>(stored)};
+    hal::Preference preference;
+    preference.name = const_cast<char*>(stored);
     platform.attributes[0].name = const_cast<char*>(attributeName);
     EXPECT_EQ(names.getZRMemoryNameForPreference(&preference, &platform.attributes[0]), key);
     EXPECT_EQ(names.getZRMemoryNameForPreference(&preference, nullptr), "");
@@ -173,7 +172,7 @@ TEST_F(Machine, PreferencesGiveTheirStoredNameLessItsMark) {
 
 TEST(Registry, BrokerLivesAsLongAsAnybodyHoldsIt) {
   EXPECT_EQ(getBrokerManager(), nullptr);
-  setBrokerManager(boost::shared_ptr<ZR::ZRBroker>(new ZR::ZRBroker));
+  setBrokerManager(boost::shared_ptr<FakeBroker>(new FakeBroker));
   const boost::weak_ptr<ZR::ZRBroker> broker = getBrokerManager();
   setBrokerManager(getBrokerManager());
   EXPECT_EQ(broker.use_count(), 1);

@@ -14,6 +14,7 @@
 #include <string>
 #include <vector>
 
+#include "simulation/framework.h"
 #include "tests/support/temporary.h"
 
 namespace {
@@ -196,6 +197,76 @@ TEST(Tool, ChecksWithoutMoving) {
   EXPECT_EQ(statusOf({"check", humanoid, wave, greeting}), 0);
   EXPECT_EQ(statusOf({"check", humanoid, fast}), 1);
   EXPECT_EQ(statusOf({"check", humanoid, humanoid}), 2);
+}
+
+TEST(Tool, ExportsAThousandPreferencesInOrder) {
+  const Temporary temporary;
+  std::string machine = "actuators: [{name: a}]\ndevices: [{name: D}, {name: E}]\npreferences:\n";
+  for (int i = 0; i < 1000; ++i) {
+    machine += "- {owner: D, name: /D/" + std::to_string(i) +
+               ", type: 1, value: " + std::to_string(7 * i) + "}\n";
+  }
+  const std::string path = temporary.write("m.yaml", machine);
+  Tool tool({"export", path, "D", "d.xml", "--directory", temporary.path("made")});
+  EXPECT_EQ(tool.wait(), 0);
+  const std::string file = temporary.path("made/d.xml");
+  EXPECT_EQ(tool.said(), "D: 1000 preferences are in " + file + "\n");
+  ZR::ZRValue tree = simulation::readPreferenceFile(file);
+  ASSERT_EQ(tree.getSize(), 1000);
+  for (int i = 0; i < 1000; ++i) {
+    EXPECT_EQ(tree[i][0].asString(), "Key" + std::to_string(i + 1));
+    EXPECT_EQ(tree[i][1].asString(), "");
+    EXPECT_EQ(tree[i][2].asInt(), 7 * i);
+    EXPECT_EQ(tree[i][3].asString(), "D/" + std::to_string(i));
+  }
+  Tool nothing({"export", path, "E", "e.xml", "--directory", temporary.path("made")});
+  EXPECT_EQ(nothing.wait(), 0);
+  EXPECT_EQ(nothing.said(), "E has no preferences in use: nothing was written\n");
+  EXPECT_FALSE(temporary.holds("made/e.xml"));
+  EXPECT_EQ(statusOf({"export", path, "d", "d.xml"}), 2) << "case counts";
+  EXPECT_EQ(statusOf({"export", path, "D", "../d.xml"}), 2);
+  EXPECT_EQ(statusOf({"export", path, "D", "x", "--directory", file}), 1);
+}
+
+TEST(Tool, ExportsTheLivePoolAtTheEndOfARun) {
+  const Temporary temporary;
+  std::vector<std::string> command = {"run",
+                                      humanoid,
+                                      wave,
+                                      "--clock",
+                                      "simulated",
+                                      "--pool",
+                                      temporary.pool(),
+                                      "--directory",
+                                      temporary.path(""),
+                                      "--export",
+                                      "MainBoard=board.xml",
+                                      "--export"};
+  command.emplace_back("head_yaw=head.xml");
+  ASSERT_EQ(statusOf(command), 0);
+  EXPECT_EQ(simulation::readPreferenceFile(temporary.path("board.xml")).getSize(), 4);
+  EXPECT_EQ(simulation::readPreferenceFile(temporary.path("head.xml"))[0][2].asFloat(), 0.0125F);
+  command.back() = "nobody=head.xml";
+  Tool refused(command);
+  EXPECT_EQ(refused.wait(), 2);
+  EXPECT_EQ(refused.said().rfind("torvex: error: machine 'humanoid' has no device", 0), 0U);
+}
+
+TEST(Tool, KilledInAnExportLeavesTheOldFileOrTheNewOne) {
+  const Temporary temporary;
+  std::string machine = "actuators: [{name: a}]\npreferences:\n";
+  for (int i = 0; i < 300; ++i) {
+    machine += "- {owner: a, name: /" + std::to_string(i) + ", type: 8, value: x}\n";
+  }
+  const std::string path = temporary.write("m.yaml", machine);
+  const std::string file = temporary.write("p.xml", "old");
+  for (int microseconds = 0; contentsOf(file) == "old"; microseconds += 200) {
+    Tool tool({"export", path, "a", "p.xml", "--directory", temporary.path("")});
+    usleep(static_cast<unsigned int>(microseconds));
+    tool.signal(SIGKILL);
+    (void)tool.wait();
+  }
+  EXPECT_EQ(simulation::readPreferenceFile(file).getSize(), 300);
 }
 
 TEST(Tool, StopsWhereItIsWhenAsked) {

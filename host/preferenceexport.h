@@ -1,0 +1,25 @@
+#pragma once
+
+#include <string>
+
+#include "host/input/machinefile.h"
+
+namespace host {
+
+/// The preferences of one container, to be written to one preference file.
+struct PreferenceExport {
+  std::string container;
+  /// A name within the preference directory.
+  std::string file;
+};
+
+/// Throws `simulation::Error` when the machine has no device, actuator or sensor of
+/// this name, and when the file's name leads out of the preference directory.
+void checkExport(const MachineFile& machine, const PreferenceExport& wanted);
+
+/// Exports from the device pool of this process through the registered broker,
+/// and says in words for a user what was written, or that nothing was. Throws
+/// `ZR::ZRException` when it could not be written.
+std::string exportPreferences(const PreferenceExport& wanted, const std::string& directory);
+
+}  // namespace host
