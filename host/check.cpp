@@ -32,8 +32,8 @@ struct Worst {
 
 class LimitChecker {
  public:
-  LimitChecker(const simulation::Actuator& actuator, const Schedule& schedule)
-      : actuator_(actuator), schedule_(schedule) {}
+  LimitChecker(int index, const simulation::Actuator& actuator, const Schedule& schedule)
+      : index_(index), actuator_(actuator), schedule_(schedule) {}
 
   std::vector<std::string> check(const Course& course) {
     for (std::size_t i = 0; i < course.path.size(); ++i) {
@@ -53,16 +53,28 @@ class LimitChecker {
 
  private:
   void checkTarget(const CoursePoint& point) {
-    const bool below = point.value < double{actuator_.minimum};
-    if (point.motion == nullptr || !(below || point.value > double{actuator_.maximum})) {
+    if (point.motion == nullptr) {
+      return;
+    }
+    const double asked = askedValue(point);
+    const bool below = asked < double{actuator_.minimum};
+    if (!below && asked <= double{actuator_.maximum}) {
       return;
     }
     const float limit = below ? actuator_.minimum : actuator_.maximum;
     targets_[point.motion].add(
-        std::abs(point.value - double{limit}), point,
-        fmt::format("{} is to be {:.6g} at {:.3f} s, {} its {} {:.6g}", actuator_.name, point.value,
+        std::abs(asked - double{limit}), point,
+        fmt::format("{} is to be {:.6g} at {:.3f} s, {} its {} {:.6g}", actuator_.name, asked,
                     seconds(point), below ? "below" : "above", below ? "minimum" : "maximum",
                     limit));
+  }
+
+  /// The first point of an approach was moved into the limits.
+  [[nodiscard]] double askedValue(const CoursePoint& point) const {
+    const std::vector<int>& columns = point.motion->actuators;
+    const auto column = std::find(columns.begin(), columns.end(), index_) - columns.begin();
+    return commandedNumber(actuator_,
+                           point.motion->value(point.point, static_cast<std::size_t>(column)));
   }
 
   /// The way that ends at point `end`, on the way to a point that a motion asks for.
@@ -105,6 +117,7 @@ class LimitChecker {
     }
   }
 
+  const int index_;
   const simulation::Actuator& actuator_;
   const Schedule& schedule_;
   std::map<const Motion*, Worst> targets_;
@@ -116,9 +129,8 @@ class LimitChecker {
 std::vector<std::string> limitWarnings(const MachineFile& machine, const Plan& plan) {
   std::vector<std::string> texts;
   for (const PlannedActuator& planned : plan.actuators) {
-    const auto& actuator = machine.description.actuators[static_cast<std::size_t>(planned.index)];
-    LimitChecker checker(actuator, plan.schedule);
-    const auto found = checker.check(courseOf(planned, actuator, plan.schedule));
+    const auto found = LimitChecker(planned.index, machine.actuator(planned.index), plan.schedule)
+                           .check(planned.course);
     texts.insert(texts.end(), found.begin(), found.end());
   }
   return texts;

@@ -1,7 +1,7 @@
 #include "host/commandqueue.h"
 
 #include <algorithm>
-#include <iterator>
+#include <utility>
 
 namespace host {
 namespace {
@@ -15,6 +15,9 @@ std::pair<CommandQueue::iterator, CommandQueue::iterator> removedRange(CommandQu
                                                                        const PlannedList& list) {
   if (list.mode == TimedCommand::REPLACE) {
     return {queue.begin(), queue.end()};
+  }
+  if (list.items.empty()) {
+    return {queue.end(), queue.end()};
   }
   QueuedItem boundary;
   if (list.mode == TimedCommand::CLEAR_AFTER) {
@@ -30,6 +33,14 @@ std::pair<CommandQueue::iterator, CommandQueue::iterator> removedRange(CommandQu
 
 }  // namespace
 
+std::size_t dueCount(const CommandQueue& queue, std::int64_t timeMs) {
+  std::size_t count = 0;
+  while (count < queue.size() && queue[count].timeMs < timeMs) {
+    ++count;
+  }
+  return count + (count < queue.size() && queue[count].timeMs == timeMs ? 1 : 0);
+}
+
 std::vector<QueuedItem> pushList(CommandQueue& queue, const PlannedList& list) {
   const auto [begin, end] = removedRange(queue, list);
   std::vector<QueuedItem> removed(begin, end);
@@ -38,10 +49,12 @@ std::vector<QueuedItem> pushList(CommandQueue& queue, const PlannedList& list) {
   for (const PlannedItem& item : list.items) {
     added.push_back({item, list.motion, std::max(item.timeMs, list.handOverMs), false});
   }
-  CommandQueue merged;
-  std::merge(added.begin(), added.end(), queue.begin(), queue.end(), std::back_inserter(merged),
-             earlier);
-  queue = std::move(merged);
+  if (!added.empty()) {
+    const auto place = std::lower_bound(queue.begin(), queue.end(), added.front(), earlier);
+    const auto first = queue.insert(place, added.begin(), added.end());
+    std::inplace_merge(first, first + static_cast<std::ptrdiff_t>(added.size()), queue.end(),
+                       earlier);
+  }
   return removed;
 }
 

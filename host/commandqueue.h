@@ -4,7 +4,7 @@
 #include <deque>
 #include <vector>
 
-#include "host/plan.h"
+#include "host/plannedlist.h"
 
 namespace host {
 
@@ -20,6 +20,10 @@ struct QueuedItem : PlannedItem {
 /// number: what its timeline holds, and behind that what the host has not
 /// handed over yet.
 using CommandQueue = std::deque<QueuedItem>;
+
+/// How many items a cycle at this time takes: those that are overdue, and of those
+/// due exactly now the first.
+std::size_t dueCount(const CommandQueue& queue, std::int64_t timeMs);
 
 /// Takes a list in by the rules of a timeline: removes what its mode asks for,
 /// then merges, a new item before a queued one with the same time. Returns what

@@ -1,9 +1,11 @@
 #include "host/course.h"
 
-#include <algorithm>
+#include <fmt/format.h>
+
 #include <limits>
 
 #include "host/commandqueue.h"
+#include "host/window.h"
 
 namespace host {
 namespace {
@@ -25,8 +27,11 @@ class CourseBuilder {
   void handOver(const PlannedList& list) {
     const std::int64_t lastCycleMs = schedule_.cycleBefore(list.handOverMs);
     reach(lastCycleMs);
-    course_.stopsOnTheWay = list.items.empty() && !queue_.empty();
-    if (!list.items.empty() || !queue_.empty() || course_.path.empty()) {
+    course_.stopsOnTheWay = list.items.empty() && (course_.stopsOnTheWay || !queue_.empty());
+    if (course_.path.empty()) {
+      // The very first way begins in the cycle that finds it.
+      course_.path.push_back({lastCycleMs + schedule_.cycleMs, initialNumber(actuator_)});
+    } else if (!list.items.empty() || !queue_.empty()) {
       course_.path.push_back({lastCycleMs, valueAt(lastCycleMs)});
     }
     for (const QueuedItem& item : pushList(queue_, list)) {
@@ -34,22 +39,46 @@ class CourseBuilder {
         course_.cleared.push_back(pointOf(item));
       }
     }
+    checkDensity();
+    takeLate(lastCycleMs);
   }
 
   void reach(std::int64_t timeMs) {
-    while (!queue_.empty() && queue_.front().timeMs <= timeMs) {
-      CoursePoint reached = pointOf(queue_.front());
-      // What comes too late is reached as soon as it is there.
-      reached.timeMs = std::max(reached.timeMs, course_.path.back().timeMs);
-      course_.path.push_back(reached);
+    for (std::size_t due = dueCount(queue_, timeMs); due > 0; --due) {
+      course_.path.push_back(pointOf(queue_.front()));
       queue_.pop_front();
     }
   }
 
-  [[nodiscard]] double valueAt(std::int64_t timeMs) const {
-    if (course_.path.empty()) {
-      return initialNumber(actuator_);
+  /// The actuator goes to the last of them at once.
+  void takeLate(std::int64_t lastCycleMs) {
+    std::size_t late = 0;
+    while (late < queue_.size() && queue_[late].timeMs <= lastCycleMs) {
+      ++late;
     }
+    if (late > 0) {
+      course_.path.push_back(pointOf(queue_[late - 1]));
+      course_.path.back().timeMs = lastCycleMs;
+      queue_.erase(queue_.begin(), queue_.begin() + static_cast<std::ptrdiff_t>(late));
+    }
+  }
+
+  void checkDensity() const {
+    const std::int64_t spanMs = std::int64_t{windowCycles} * schedule_.cycleMs;
+    for (std::size_t i = mostItemsInWindow; i < queue_.size(); ++i) {
+      const QueuedItem& item = queue_[i];
+      if (item.timeMs - queue_[i - mostItemsInWindow].timeMs < spanMs &&
+          item.point != PlannedItem::ownPoint) {
+        throw InputError(
+            item.motion->path, item.motion->places[item.point],
+            fmt::format("more than {} commands for '{}' within {} cycles of {} ms; use "
+                        "a shorter --cycle",
+                        mostItemsInWindow, actuator_.name, windowCycles, schedule_.cycleMs));
+      }
+    }
+  }
+
+  [[nodiscard]] double valueAt(std::int64_t timeMs) const {
     const CoursePoint& last = course_.path.back();
     if (queue_.empty() || !actuator_.interpolates || timeMs <= last.timeMs) {
       return last.value;
@@ -84,9 +113,9 @@ double initialNumber(const simulation::Actuator& actuator) {
                             : double{std::get<float>(actuator.value)};
 }
 
-Course courseOf(const PlannedActuator& planned, const simulation::Actuator& actuator,
+Course courseOf(const std::vector<PlannedList>& lists, const simulation::Actuator& actuator,
                 const Schedule& schedule) {
-  return CourseBuilder(actuator, schedule).build(planned.lists);
+  return CourseBuilder(actuator, schedule).build(lists);
 }
 
 }  // namespace host

@@ -1,10 +1,10 @@
 #pragma once
 
 #include <cstdint>
-#include <optional>
 #include <vector>
 
-#include "host/plan.h"
+#include "host/plannedlist.h"
+#include "host/schedule.h"
 
 namespace host {
 
@@ -21,7 +21,8 @@ struct CoursePoint {
 
 /// The way of one actuator through all lists, as far as it can be told ahead.
 struct Course {
-  /// What is reached, in order; begins with where the actuator stands.
+  /// What is reached, in order; begins with where the actuator stands. Of items
+  /// that come too late, the last one.
   std::vector<CoursePoint> path;
   /// Commanded points that a later list clears before they are due.
   std::vector<CoursePoint> cleared;
@@ -34,7 +35,9 @@ double commandedNumber(const simulation::Actuator& actuator, const hal::AttrGene
 /// The number that the actuator holds before it moves.
 double initialNumber(const simulation::Actuator& actuator);
 
-Course courseOf(const PlannedActuator& planned, const simulation::Actuator& actuator,
+/// The way through these lists, in the order of their hand-overs. Throws
+/// `InputError` when more items are due within two cycles than a timeline holds.
+Course courseOf(const std::vector<PlannedList>& lists, const simulation::Actuator& actuator,
                 const Schedule& schedule);
 
 }  // namespace host

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <stdexcept>
+#include <utility>
 
 #include "timedcommandmanager/timedcommandmanager.h"
 
@@ -10,30 +11,6 @@ namespace {
 
 bool isOpen(const QueuedItem& item) {
   return !item.handedOver;
-}
-
-/// What the next push carries. Open items go in up to the window's end, and
-/// wherever the timeline holds later ones; a mode has to go in at once.
-std::vector<QueuedItem*> nextItems(CommandQueue& queue, std::size_t inTimeline, bool atOnce,
-                                   std::size_t most, std::int64_t timeMs) {
-  std::vector<QueuedItem*> items;
-  std::size_t windowEnd = windowItems;
-  for (std::size_t i = 0; i < queue.size(); ++i) {
-    QueuedItem& item = queue[i];
-    windowEnd += item.timeMs <= timeMs ? 1 : 0;
-    const bool full = items.size() >= most || (i >= windowEnd && inTimeline == 0 && !atOnce);
-    // Pushed one after the other, items with equal times would change places.
-    const bool tied = !items.empty() && items.back()->timeMs == item.timeMs;
-    if (full && !tied) {
-      break;
-    }
-    if (isOpen(item)) {
-      items.push_back(&item);
-    } else {
-      --inTimeline;
-    }
-  }
-  return items;
 }
 
 /// Items with equal stamps stand in reverse: the timeline turns them round.
@@ -48,7 +25,7 @@ CommandList pushedList(const std::vector<QueuedItem*>& items, std::uint32_t star
   return list;
 }
 
-/// The most items of these lists that a timeline holds at once.
+/// About the most items of these lists that a timeline holds at once.
 std::size_t mostQueuedOf(const std::vector<PlannedList>& lists) {
   std::size_t most = 0;
   for (const PlannedList& list : lists) {
@@ -75,13 +52,14 @@ Feeder::Feeder(const Plan& plan, const std::vector<std::string>& keys, std::uint
 
 void Feeder::feed(TimedCommandManager& commands, std::int64_t timeMs) {
   for (Channel& channel : channels_) {
-    CommandQueue& queue = channel.queue;
-    while (!queue.empty() && queue.front().handedOver && queue.front().timeMs <= timeMs) {
-      queue.pop_front();
+    for (std::size_t due = dueCount(channel.queue, timeMs);
+         due > 0 && channel.queue.front().handedOver; --due) {
+      channel.queue.pop_front();
       --channel.inTimeline;
     }
-    // A list waits until the one before it has been taken.
-    while (deliver(commands, channel, timeMs) && takeNextList(channel, timeMs)) {
+    deliver(commands, channel, timeMs);
+    while (takeNextList(channel, timeMs)) {
+      deliver(commands, channel, timeMs);
     }
   }
 }
@@ -95,38 +73,75 @@ bool Feeder::takeNextList(Channel& channel, std::int64_t timeMs) const {
   const PlannedList& list = (*channel.lists)[channel.nextList++];
   const std::vector<QueuedItem> removed = pushList(channel.queue, list);
   channel.count.cleared += removed.size();
-  channel.inTimeline -= static_cast<std::size_t>(std::count_if(
-      removed.begin(), removed.end(), [](const auto& item) { return !isOpen(item); }));
-  // Behind older items that are still open, the timeline holds nothing to clear.
-  const auto open = std::find_if(channel.queue.begin(), channel.queue.end(), isOpen);
-  const bool comesNext = open == channel.queue.end() || open->motion == list.motion;
-  channel.mode = comesNext ? list.mode : TimedCommand::MERGE;
-  channel.pushItems = channel.mode == TimedCommand::CLEAR_BEFORE ? list.items.size() : windowItems;
+  channel.inTimeline -= removed.size() - static_cast<std::size_t>(
+                                             std::count_if(removed.begin(), removed.end(), isOpen));
+  channel.push = {list.mode, list.motion, windowItems};
+  if (list.mode == TimedCommand::CLEAR_BEFORE) {
+    channel.push.most = list.items.size();
+  } else if (list.mode == TimedCommand::CLEAR_AFTER) {
+    // Its first item decides; older ones that are still open go in before the rest.
+    const auto open = std::find_if(channel.queue.begin(), channel.queue.end(), isOpen);
+    channel.push.most = open->motion == list.motion ? windowItems : 1;
+  }
   return true;
 }
 
-bool Feeder::deliver(TimedCommandManager& commands, Channel& channel, std::int64_t timeMs) const {
+/// What the next push carries: what has to go in at once, or open items up to the
+/// end of the window.
+Feeder::Items Feeder::nextItems(Channel& channel, std::int64_t timeMs) const {
+  const bool atOnce = channel.push.mode != TimedCommand::MERGE;
+  const std::int64_t nearMs = timeMs + std::int64_t{windowCycles} * schedule_.cycleMs;
+  Items items;
+  std::size_t windowEnd = windowItems;
+  for (std::size_t i = 0; i < channel.queue.size(); ++i) {
+    QueuedItem& item = channel.queue[i];
+    windowEnd += item.timeMs <= timeMs ? 1 : 0;
+    const bool beyond = !atOnce && i >= windowEnd && item.timeMs > nearMs;
+    // Pushed one after the other, items with equal times would change places.
+    const bool tied = !items.empty() && items.back()->timeMs == item.timeMs;
+    if ((beyond || items.size() >= channel.push.most) && !tied) {
+      break;
+    }
+    const bool meant =
+        !atOnce || channel.push.motion == nullptr || item.motion == channel.push.motion;
+    if (isOpen(item) && meant) {
+      items.push_back(&item);
+    }
+  }
+  return items;
+}
+
+void Feeder::deliver(TimedCommandManager& commands, Channel& channel, std::int64_t timeMs) const {
   for (;;) {
-    const bool atOnce = channel.mode != TimedCommand::MERGE;
-    const std::vector<QueuedItem*> items =
-        nextItems(channel.queue, channel.inTimeline, atOnce, channel.pushItems, timeMs);
-    if (items.empty() && !atOnce) {
-      return true;
+    const Items items = nextItems(channel, timeMs);
+    if (items.empty() && channel.push.mode != TimedCommand::REPLACE) {
+      channel.push = Push();
+      return;
     }
-    if (!push(commands, channel, items, timeMs)) {
-      return false;
+    if (channel.inTimeline + items.size() > TimedCommand::MAX_TIMELINE_ITEMS) {
+      // Full of what earlier lists want far ahead: it begins anew with what is next.
+      for (QueuedItem& item : channel.queue) {
+        item.handedOver = false;
+      }
+      channel.inTimeline = 0;
+      channel.push = {TimedCommand::REPLACE, nullptr, windowItems};
+      continue;
     }
-    channel.mode = TimedCommand::MERGE;
-    channel.pushItems = windowItems;
+    // A refusal, too, has cleared what the mode asks for.
+    const bool taken = push(commands, channel, items, timeMs);
+    channel.push = Push();
+    if (!taken) {
+      return;
+    }
   }
 }
 
 /// False when the timeline refused the items.
-bool Feeder::push(TimedCommandManager& commands, Channel& channel,
-                  const std::vector<QueuedItem*>& items, std::int64_t timeMs) const {
+bool Feeder::push(TimedCommandManager& commands, Channel& channel, const Items& items,
+                  std::int64_t timeMs) const {
   CommandList list = pushedList(items, startTick_);
   channel.count.sent += items.size();
-  if (!commands.AddTimedCommand(channel.key, list, channel.mode)) {
+  if (!commands.AddTimedCommand(channel.key, list, channel.push.mode)) {
     throw std::logic_error("the name table does not know " + channel.key);
   }
   if (!list.empty()) {

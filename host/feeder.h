@@ -27,10 +27,10 @@ struct FeedCount {
   std::uint64_t cleared = 0;
 };
 
-/// Hands a plan over to the timelines: each list at its moment and with its
-/// mode, its items as a sliding window, never more than `windowItems` ahead. What
-/// is not handed over yet counts as queued: a later list clears it by the same
-/// rule as the timeline. Used by one thread at a time, beside the cycle.
+/// Hands a plan over to the timelines: each list at its moment and with its mode,
+/// its items as a sliding window. What is not handed over yet counts as queued: a
+/// later list clears it by the same rule as the timeline. Used by one thread at a
+/// time, beside the cycle.
 class Feeder {
  public:
   /// The plan must outlive the feeder. `keys` says where the items of each of its
@@ -50,10 +50,16 @@ class Feeder {
   }
   /// Items that are neither delivered nor cleared yet.
   [[nodiscard]] std::size_t waiting(std::size_t actuator) const;
-  /// The most items that all timelines together hold at once.
+  /// About the most items that all timelines together hold at once.
   [[nodiscard]] std::size_t mostQueued() const;
 
  private:
+  /// What the next push must carry at once: items of one motion, or of any.
+  struct Push {
+    TimedCommand::commandType mode = TimedCommand::MERGE;
+    const Motion* motion = nullptr;
+    std::size_t most = windowItems;
+  };
   /// The way to one timeline.
   struct Channel {
     std::string key;
@@ -62,16 +68,16 @@ class Feeder {
     CommandQueue queue;
     /// How many items of the queue the timeline holds.
     std::size_t inTimeline = 0;
-    /// Of the next push, and how many items it carries at most.
-    TimedCommand::commandType mode = TimedCommand::MERGE;
-    std::size_t pushItems = windowItems;
+    Push push;
     FeedCount count;
   };
+  using Items = std::vector<QueuedItem*>;
 
-  bool takeNextList(Channel& channel, std::int64_t timeMs) const;
-  bool deliver(TimedCommandManager& commands, Channel& channel, std::int64_t timeMs) const;
-  bool push(TimedCommandManager& commands, Channel& channel, const std::vector<QueuedItem*>& items,
-            std::int64_t timeMs) const;
+  [[nodiscard]] bool takeNextList(Channel& channel, std::int64_t timeMs) const;
+  [[nodiscard]] Items nextItems(Channel& channel, std::int64_t timeMs) const;
+  void deliver(TimedCommandManager& commands, Channel& channel, std::int64_t timeMs) const;
+  [[nodiscard]] bool push(TimedCommandManager& commands, Channel& channel, const Items& items,
+                          std::int64_t timeMs) const;
 
   const Schedule& schedule_;
   const std::uint32_t startTick_;

@@ -55,14 +55,12 @@ std::int32_t bitsIn(const hal::DeviceAttrGeneric& attribute) {
 }
 
 std::vector<MovedActuator> movedActuators(const MachineFile& machine, const Plan& plan,
-                                          const std::vector<Course>& courses,
                                           const simulation::Machine& simulated) {
   const auto sensors = sensorsByName(machine, simulated);
   std::vector<MovedActuator> moved;
   for (std::size_t i = 0; i < plan.actuators.size(); ++i) {
     const int index = plan.actuators[i].index;
-    const simulation::Actuator& actuator =
-        machine.description.actuators[static_cast<std::size_t>(index)];
+    const simulation::Actuator& actuator = machine.actuator(index);
     MovedActuator added;
     added.name = actuator.name;
     added.index = index;
@@ -71,18 +69,20 @@ std::vector<MovedActuator> movedActuators(const MachineFile& machine, const Plan
     added.measured = sensor == sensors.end() ? nullptr : sensor->second;
     added.minimum = actuator.minimum;
     added.maximum = actuator.maximum;
-    added.finalTarget = finalTarget(courses[i], actuator);
+    added.finalTarget = finalTarget(plan.actuators[i].course, actuator);
     added.lastBits = bitsIn(*added.command);
     moved.push_back(std::move(added));
   }
   return moved;
 }
 
-std::vector<TracedColumn> tracedColumns(const std::vector<MovedActuator>& actuators) {
+std::vector<TracedColumn> tracedColumns(std::vector<MovedActuator>& actuators) {
   std::vector<TracedColumn> columns;
-  for (const MovedActuator& actuator : actuators) {
+  for (MovedActuator& actuator : actuators) {
+    actuator.commandColumn = columns.size();
     columns.push_back({actuator.name + "/command", actuator.command});
     if (actuator.measured != nullptr) {
+      actuator.measuredColumn = columns.size();
       columns.push_back({actuator.name + "/measured", actuator.measured});
     }
   }

@@ -23,6 +23,9 @@ struct MovedActuator {
   const hal::DeviceAttrGeneric* measured = nullptr;
   float minimum = 0.0F;
   float maximum = 0.0F;
+  /// Where the traced columns hold it.
+  std::size_t commandColumn = 0;
+  std::optional<std::size_t> measuredColumn;
   /// What it is to hold at the end; open when a list stops it on its way.
   std::optional<double> finalTarget;
   /// What the command register held at the end of the latest cycle.
@@ -49,12 +52,12 @@ double numberIn(const hal::DeviceAttrGeneric& attribute);
 std::int32_t bitsIn(const hal::DeviceAttrGeneric& attribute);
 
 /// The actuators of a plan on a machine that was laid out in memory; `timeline`
-/// is left open. One course for each.
+/// is left open.
 std::vector<MovedActuator> movedActuators(const MachineFile& machine, const Plan& plan,
-                                          const std::vector<Course>& courses,
                                           const simulation::Machine& simulated);
 
 /// For each actuator its command and, where there is a sensor, what it measures.
-std::vector<TracedColumn> tracedColumns(const std::vector<MovedActuator>& actuators);
+/// Tells the actuators where they are.
+std::vector<TracedColumn> tracedColumns(std::vector<MovedActuator>& actuators);
 
 }  // namespace host

@@ -5,12 +5,25 @@
 #include <algorithm>
 #include <map>
 
+#include "host/window.h"
+
 namespace host {
 namespace {
 
 /// The most cycles between two items: half a unit in the last place a cycle
 /// then stays below 1e-5 for values up to 4.
 constexpr std::int64_t longestPartCycles = 200;
+
+/// Of the late items but the first, which may decide what is cleared, and the last.
+void leaveOutPassedOver(PlannedList& list) {
+  const auto late =
+      std::count_if(list.items.begin(), list.items.end(),
+                    [&list](const PlannedItem& item) { return item.timeMs < list.handOverMs; });
+  constexpr auto kept = static_cast<std::ptrdiff_t>(mostLateItems);
+  if (late > kept) {
+    list.items.erase(list.items.begin() + 1, list.items.begin() + 1 + late - kept);
+  }
+}
 
 PlannedList plannedList(const Motion& motion, std::size_t column, const Schedule& schedule) {
   PlannedList list;
@@ -21,6 +34,7 @@ PlannedList plannedList(const Motion& motion, std::size_t column, const Schedule
     list.items.push_back({std::int64_t{schedule.leadMs} + motion.fromMs + motion.times[point],
                           motion.value(point, column), static_cast<std::uint32_t>(point)});
   }
+  leaveOutPassedOver(list);
   return list;
 }
 
@@ -37,7 +51,7 @@ void cutLongWays(std::uint32_t cycleMs, PlannedList& list) {
   const std::int64_t partMs = longestPartCycles * cycleMs;
   std::vector<PlannedItem> cut;
   for (const PlannedItem& end : list.items) {
-    if (!cut.empty()) {
+    if (!cut.empty() && cut.back().timeMs >= list.handOverMs) {
       const PlannedItem begin = cut.back();
       const double way = double{end.value.asFloat} - double{begin.value.asFloat};
       const auto duration = static_cast<double>(end.timeMs - begin.timeMs);
@@ -78,7 +92,7 @@ Plan planRun(const MachineFile& machine, const std::vector<Motion>& motions, con
   for (const Motion& motion : motions) {
     for (std::size_t column = 0; column < motion.actuators.size(); ++column) {
       const int index = motion.actuators[column];
-      const auto& actuator = machine.description.actuators[static_cast<std::size_t>(index)];
+      const auto& actuator = machine.actuator(index);
       PlannedList list = plannedList(motion, column, plan.schedule);
       if (!motion.atMs && actuator.interpolates) {
         addApproach(actuator, list);
@@ -90,12 +104,13 @@ Plan planRun(const MachineFile& machine, const std::vector<Motion>& motions, con
     std::stable_sort(lists.begin(), lists.end(), [](const auto& one, const auto& other) {
       return one.handOverMs < other.handOverMs;
     });
-    const auto& actuator = machine.description.actuators[static_cast<std::size_t>(index)];
+    const auto& actuator = machine.actuator(index);
     const bool alone = lists.size() == 1 && lists.front().mode != TimedCommand::CLEAR_BEFORE;
     if (alone && actuator.interpolates) {
       cutLongWays(plan.schedule.cycleMs, lists.front());
     }
-    plan.actuators.push_back({index, std::move(lists)});
+    Course course = courseOf(lists, actuator, plan.schedule);
+    plan.actuators.push_back({index, std::move(lists), std::move(course)});
   }
   return plan;
 }

@@ -19,6 +19,10 @@ bool hasName(const Containers& containers, const std::string& name) {
 
 }  // namespace
 
+std::string PreferenceExport::pathIn(const std::string& directory) const {
+  return (std::filesystem::path(directory) / file).string();
+}
+
 void checkExport(const MachineFile& machine, const PreferenceExport& wanted) {
   const simulation::MachineDescription& description = machine.description;
   const std::string& name = wanted.container;
@@ -39,7 +43,7 @@ std::string exportPreferences(const PreferenceExport& wanted, const std::string&
   if (!done.keyAdded) {
     return fmt::format("{} has no preferences in use: nothing was written\n", wanted.container);
   }
-  const std::string path = (std::filesystem::path(directory) / wanted.file).string();
+  const std::string path = wanted.pathIn(directory);
   return fmt::format("{}: {} preferences are in {}\n", wanted.container,
                      simulation::readPreferenceFile(path).getSize(), path);
 }

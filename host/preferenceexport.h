@@ -11,6 +11,8 @@ struct PreferenceExport {
   std::string container;
   /// A name within the preference directory.
   std::string file;
+
+  [[nodiscard]] std::string pathIn(const std::string& directory) const;
 };
 
 /// Throws `simulation::Error` when the machine has no device, actuator or sensor of

@@ -21,4 +21,10 @@ void Recording::add(const std::vector<double>& row) noexcept {
   }
 }
 
+void Recording::addLast(const std::vector<double>& row) {
+  if (rows() == 0 || timeMs(rows() - 1) < row.front()) {
+    values_.insert(values_.end(), row.begin(), row.end());
+  }
+}
+
 }  // namespace host

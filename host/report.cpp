@@ -22,7 +22,7 @@ std::string drawCourse(const Recording& recording, std::size_t column) {
   constexpr std::size_t samples = 20;
   std::vector<double> values;
   for (std::size_t i = 0; i < samples && recording.rows() > 0; ++i) {
-    values.push_back(recording.at(i * (recording.rows() - 1) / (samples - 1), column));
+    values.push_back(recording.value(i * (recording.rows() - 1) / (samples - 1), column));
   }
   const auto [least, most] = std::minmax_element(values.begin(), values.end());
   std::string drawn;
@@ -86,17 +86,15 @@ std::string runReport(Torvex& torvex) {
   text += fmt::format("\n{:<{}} {:>6} {:>9} {:>7} {:>7} {:>7} {:>5} {:>8} {:>8} {:>8}  course\n",
                       "actuator", width, "sent", "delivered", "refused", "cleared", "limited",
                       "moved", "target", "command", "measured");
-  std::size_t column = 1;
   for (std::size_t i = 0; i < torvex.actuators().size(); ++i) {
     const MovedActuator& actuator = torvex.actuators()[i];
     const FeedCount& fed = torvex.feeder().count(i);
-    text +=
-        fmt::format("{:<{}} {:>6} {:>9} {:>7} {:>7} {:>7} {:>5} {:>8} {:>8.4f} {:>8}  {}\n",
-                    actuator.name, width, fed.sent, fed.delivered, fed.refused, fed.cleared,
-                    torvex.machine().counters(actuator.index).limited, actuator.cyclesMovedByOthers,
-                    orDash(actuator.finalTarget), actuator.commanded(),
-                    orDash(actuator.measuredValue()), drawCourse(torvex.recording(), column));
-    column += actuator.measured == nullptr ? 1 : 2;
+    text += fmt::format("{:<{}} {:>6} {:>9} {:>7} {:>7} {:>7} {:>5} {:>8} {:>8.4f} {:>8}  {}\n",
+                        actuator.name, width, fed.sent, fed.delivered, fed.refused, fed.cleared,
+                        torvex.machine().counters(actuator.index).limited,
+                        actuator.cyclesMovedByOthers, orDash(actuator.finalTarget),
+                        actuator.commanded(), orDash(actuator.measuredValue()),
+                        drawCourse(torvex.recording(), actuator.commandColumn));
   }
   return text;
 }

@@ -5,8 +5,6 @@
 #include <algorithm>
 #include <cmath>
 
-#include "host/window.h"
-
 namespace host {
 namespace {
 
@@ -59,8 +57,7 @@ Approach slowestApproach(const MachineFile& machine, const std::vector<Motion>& 
   Approach slowest;
   for (const Motion& motion : motions) {
     for (std::size_t column = 0; column < motion.actuators.size(); ++column) {
-      const auto& actuator =
-          machine.description.actuators[static_cast<std::size_t>(motion.actuators[column])];
+      const auto& actuator = machine.actuator(motion.actuators[column]);
       if (!actuator.interpolates) {
         continue;
       }
@@ -86,27 +83,10 @@ std::string leadReason(const Approach& slowest, const Timing& timing) {
              : need;
 }
 
-/// The items queued ahead must reach over two cycles, or the actuator would
-/// wait for the host.
-void checkDensity(const Motion& motion, std::uint32_t cycleMs) {
-  constexpr std::size_t reach = windowItems - 1;
-  for (std::size_t point = reach; point < motion.times.size(); ++point) {
-    if (motion.times[point] - motion.times[point - reach] < 2 * cycleMs) {
-      throw InputError(motion.path, motion.places[point],
-                       fmt::format("{} points within two cycles of {} ms are more than the host "
-                                   "queues ahead; use a shorter --cycle",
-                                   windowItems, cycleMs));
-    }
-  }
-}
-
 }  // namespace
 
 Schedule planSchedule(const MachineFile& machine, const std::vector<Motion>& motions,
                       const Timing& timing) {
-  for (const Motion& motion : motions) {
-    checkDensity(motion, timing.cycleMs);
-  }
   const Approach slowest = slowestApproach(machine, motions);
   constexpr double longestLeadMs = 7e7;
   const double neededMs = slowest.milliseconds();

@@ -27,8 +27,7 @@ struct Schedule {
 
 /// Plans the run of motions by a machine that stands as described: the lead is
 /// what the joint with the longest way to the first point of a trajectory needs
-/// at its velocity limit. Throws `InputError` when a joint cannot move there,
-/// and when more points follow each other closely than the host queues ahead.
+/// at its velocity limit. Throws `InputError` when a joint cannot move there.
 Schedule planSchedule(const MachineFile& machine, const std::vector<Motion>& motions,
                       const Timing& timing);
 

@@ -32,22 +32,10 @@ void sleepUntil(std::int64_t timeNs) {
   }
 }
 
-const simulation::Actuator& actuatorAt(const host::MachineFile& machine, int index) {
-  return machine.description.actuators[static_cast<std::size_t>(index)];
-}
-
-std::vector<host::Course> coursesOf(const host::MachineFile& machine, const host::Plan& plan) {
-  std::vector<host::Course> courses;
-  for (const host::PlannedActuator& planned : plan.actuators) {
-    courses.push_back(courseOf(planned, actuatorAt(machine, planned.index), plan.schedule));
-  }
-  return courses;
-}
-
-std::int64_t lastTime(const std::vector<host::Course>& courses) {
+std::int64_t lastTime(const host::Plan& plan) {
   std::int64_t lastMs = 0;
-  for (const host::Course& course : courses) {
-    lastMs = std::max(lastMs, course.path.back().timeMs);
+  for (const host::PlannedActuator& planned : plan.actuators) {
+    lastMs = std::max(lastMs, planned.course.path.back().timeMs);
   }
   return lastMs;
 }
@@ -55,7 +43,7 @@ std::int64_t lastTime(const std::vector<host::Course>& courses) {
 std::vector<std::string> commandKeys(const host::MachineFile& machine, const host::Plan& plan) {
   std::vector<std::string> keys;
   for (const host::PlannedActuator& planned : plan.actuators) {
-    keys.push_back(host::valueKey(actuatorAt(machine, planned.index)));
+    keys.push_back(host::valueKey(machine.actuator(planned.index)));
   }
   return keys;
 }
@@ -68,10 +56,9 @@ Torvex::Torvex(const host::MachineFile& machine, const host::Plan& plan,
       options_(options),
       machine_(options.poolName, machine.description),
       framework_(options.preferenceDirectory),
-      courses_(coursesOf(machine, plan)),
-      actuators_(movedActuators(machine, plan, courses_, machine_)),
+      actuators_(movedActuators(machine, plan, machine_)),
       columns_(tracedColumns(actuators_)),
-      lastItemMs_(lastTime(courses_)),
+      lastItemMs_(lastTime(plan)),
       feeder_(plan, commandKeys(machine, plan), options.startTick),
       recording_(1 + columns_.size(),
                  (lastItemMs_ + longestSettlingMs) / plan.schedule.cycleMs + 1),
@@ -106,7 +93,7 @@ void Torvex::findTimelines() {
 // returns would then be searched for among them.
 void Torvex::warmNodePool() {
   CommandList nodes;
-  for (std::size_t i = 0; i < feeder_.mostQueued(); ++i) {
+  for (std::size_t left = feeder_.mostQueued(); left > 0; --left) {
     nodes.emplace_back();
   }
   while (!nodes.empty()) {
@@ -120,6 +107,7 @@ void Torvex::run(const Progress& progress) {
   } else {
     runRealtime(progress);
   }
+  recording_.addLast(row_);
 }
 
 void Torvex::runSimulated(const Progress& progress) {

@@ -7,7 +7,6 @@
 #include <vector>
 
 #include "attrfullname/attrfullname.h"
-#include "host/course.h"
 #include "host/feeder.h"
 #include "host/histogram.h"
 #include "host/movedactuator.h"
@@ -62,8 +61,6 @@ class Torvex {
   [[nodiscard]] const host::Feeder& feeder() const { return feeder_; }
   [[nodiscard]] const std::vector<host::MovedActuator>& actuators() const { return actuators_; }
   [[nodiscard]] const std::vector<host::TracedColumn>& columns() const { return columns_; }
-  /// What was planned for each actuator.
-  [[nodiscard]] const std::vector<host::Course>& courses() const { return courses_; }
   /// Rows of the time in milliseconds and the columns.
   [[nodiscard]] const host::Recording& recording() const { return recording_; }
   [[nodiscard]] const host::CycleCount& counts() const { return counts_; }
@@ -96,7 +93,6 @@ class Torvex {
   const simulation::Framework framework_;
   AttrFullName names_;
   TimedCommandManager commands_;
-  std::vector<host::Course> courses_;
   std::vector<host::MovedActuator> actuators_;
   std::vector<host::TracedColumn> columns_;
   std::int64_t lastItemMs_ = 0;

@@ -14,8 +14,8 @@
 namespace host {
 
 /// Writes a row a cycle to a CSV file: the time in milliseconds, then a value for
-/// each column. Rows leave the cycle through a
-/// bounded queue to a thread of the trace's own.
+/// each column. Rows leave the cycle through a bounded queue to a thread of the
+/// trace's own.
 class Trace {
  public:
   /// Throws `InputError` when the file cannot be written.

@@ -33,11 +33,15 @@ void checkPlace(const std::string& path) {
   }
 }
 
-/// The file that a symbolic link leads to.
+/// The file that a symbolic link leads to, there or not.
 std::string resolved(const std::string& path) {
+  constexpr int longestChain = 40;
+  std::filesystem::path place = path;
   std::error_code failure;
-  const std::filesystem::path real = std::filesystem::canonical(path, failure);
-  return failure ? path : real.string();
+  for (int link = 0; link < longestChain && std::filesystem::is_symlink(place, failure); ++link) {
+    place = place.parent_path() / std::filesystem::read_symlink(place, failure);
+  }
+  return place.string();
 }
 
 /// False when the file has meanwhile taken its place under another name.

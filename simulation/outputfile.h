@@ -20,9 +20,6 @@ class PLATFORM_API OutputFile {
   OutputFile(const OutputFile&) = delete;
   OutputFile& operator=(const OutputFile&) = delete;
 
-  /// For another process to write to.
-  [[nodiscard]] int descriptor() const { return descriptor_; }
-
   /// Throws `std::system_error`, with the path in its text.
   void write(const char* bytes, std::size_t count);
   void commit();

@@ -11,9 +11,9 @@
 
 #include "attrfullname/attrfullname.h"
 #include "host/commands/output.h"
-#include "host/commands/values.h"
 #include "host/input/machinefile.h"
 #include "host/stopsignal.h"
+#include "host/values.h"
 #include "platform/hal/devicemanager.h"
 #include "simulation/machine.h"
 #include "timedcommandmanager/timedcommandmanager.h"

@@ -5,7 +5,7 @@
 #include <string>
 #include <vector>
 
-#include "host/commands/values.h"
+#include "host/values.h"
 #include "simulation/observer.h"
 
 namespace host {

@@ -27,14 +27,28 @@ void complainLines(const char* kind, const std::vector<std::string>& lines) {
   }
 }
 
-void checkOutputPath(const RunOptions& options, const std::string& path, const char* what) {
-  std::vector<std::string> inputs = options.motionPaths;
-  inputs.push_back(options.machinePath);
+void checkOutputPath(const std::string& path, const char* what,
+                     const std::vector<std::string>& inputs) {
   for (const std::string& input : inputs) {
     std::error_code none;
     if (std::filesystem::equivalent(path, input, none)) {
       throw InputError(path, {}, fmt::format("the {} would replace an input of the run", what));
     }
+  }
+}
+
+/// No output may take the place of an input, or of another output.
+void checkOutputPaths(const RunOptions& options, const MachineFile& machine) {
+  std::vector<std::string> inputs = options.motionPaths;
+  inputs.insert(inputs.end(), machine.paths.begin(), machine.paths.end());
+  checkOutputPath(options.tracePath, "trace", inputs);
+  checkOutputPath(options.plotPath, "picture", inputs);
+  for (const PreferenceExport& wanted : options.exports) {
+    checkExport(machine, wanted);
+    checkOutputPath(wanted.pathIn(options.preferenceDirectory), "preference file", inputs);
+  }
+  if (!options.tracePath.empty() && options.tracePath == options.plotPath) {
+    throw InputError(options.plotPath, {}, "the picture would replace the trace");
   }
 }
 
@@ -108,18 +122,14 @@ int run(const RunOptions& options) {
   const Plan plan = planRun(machine, motions, options.timing);
   view.clear();
 
-  for (const PreferenceExport& wanted : options.exports) {
-    checkExport(machine, wanted);
-  }
+  checkOutputPaths(options, machine);
   const StopSignal stopSignal;
   Outputs outputs;
   Torvex torvex(machine, plan, options);
   if (!options.tracePath.empty()) {
-    checkOutputPath(options, options.tracePath, "trace");
     torvex.setTrace(&outputs.trace.emplace(options.tracePath, columnNames(torvex)));
   }
   if (!options.plotPath.empty()) {
-    checkOutputPath(options, options.plotPath, "picture");
     outputs.plot.emplace(options.plotPath, titleOf(machine, options));
   }
   say(loadedReport(machine, motions, plan.schedule, options, torvex.machine().replacedLeftover()));

@@ -27,7 +27,7 @@ class MachineFileReader {
                                      {"name", "urdf", "time_constant", "joints", "devices",
                                       "actuators", "sensors", "preferences"});
     readUrdfNamedIn(fields);
-    machine_.path = yaml_.path();
+    machine_.paths.push_back(yaml_.path());
     if (const auto name = fields.find("name"); name != fields.end()) {
       machine_.name = yaml_.name(name->second, "name");
     }

@@ -3,6 +3,7 @@
 #include <map>
 #include <set>
 #include <string>
+#include <vector>
 
 #include "simulation/machine.h"
 
@@ -10,12 +11,17 @@ namespace host {
 
 /// A machine as a file describes it, to be simulated.
 struct MachineFile {
-  std::string path;
+  /// All that was read.
+  std::vector<std::string> paths;
   std::string name;
   /// What measures actuator A is the sensor named A/Sensor, if there is one.
   simulation::MachineDescription description;
   /// Joints of the URDF without an actuator: mimic, fixed, floating and planar ones.
   std::set<std::string> uncommandedJoints;
+
+  [[nodiscard]] const simulation::Actuator& actuator(int index) const {
+    return description.actuators[static_cast<std::size_t>(index)];
+  }
 };
 
 /// Reads a URDF or a machine file (YAML), whichever it is. Throws `InputError`.

@@ -87,12 +87,23 @@ Motion readList(const PointReader& reader, const YAML::Node& node) {
   return motion;
 }
 
-std::vector<Motion> readLists(const PointReader& reader) {
+/// A short file may name one list many times.
+void takeCommands(const YamlFile& yaml, const YAML::Node& node, const Motion& motion,
+                  std::size_t& count) {
+  constexpr std::size_t mostCommands = 2'000'000;
+  count += motion.values.size();
+  if (count > mostCommands) {
+    yaml.fail(node, fmt::format("the motions up to here hold more than {} commands", mostCommands));
+  }
+}
+
+std::vector<Motion> readLists(const PointReader& reader, std::size_t& count) {
   const YamlFile& yaml = reader.yaml();
   const Fields fields = yaml.fields(yaml.root(), "the file", {"lists"});
   std::vector<Motion> motions;
   for (const YAML::Node& list : yaml.entries(fields, "lists")) {
     motions.push_back(readList(reader, list));
+    takeCommands(yaml, list, motions.back(), count);
   }
   if (motions.empty()) {
     yaml.fail(yaml.root(), "lists: at least one list is needed");
@@ -100,16 +111,18 @@ std::vector<Motion> readLists(const PointReader& reader) {
   return motions;
 }
 
-std::vector<Motion> readMotionFile(const std::string& path, const MachineFile& machine) {
+std::vector<Motion> readMotionFile(const std::string& path, const MachineFile& machine,
+                                   std::size_t& count) {
   const YamlFile yaml(path, readFile(path, YamlFile::maxBytes));
   const PointReader reader(yaml, machine);
   if (yaml.root().IsMap() && yaml.root()["lists"]) {
-    return readLists(reader);
+    return readLists(reader, count);
   }
   Motion motion;
   motion.path = path;
   motion.place = YamlFile::placeOf(yaml.root());
   readJointTrajectory(reader, yaml.root(), motion);
+  takeCommands(yaml, yaml.root(), motion, count);
   return {std::move(motion)};
 }
 
@@ -118,8 +131,9 @@ std::vector<Motion> readMotionFile(const std::string& path, const MachineFile& m
 std::vector<Motion> readMotionFiles(const std::vector<std::string>& paths,
                                     const MachineFile& machine) {
   std::vector<Motion> motions;
+  std::size_t count = 0;
   for (const std::string& path : paths) {
-    for (Motion& motion : readMotionFile(path, machine)) {
+    for (Motion& motion : readMotionFile(path, machine, count)) {
       motions.push_back(std::move(motion));
     }
   }

@@ -24,8 +24,7 @@ int PointReader::actuatorWithKey(const std::string& key) const {
 }
 
 hal::AttrGeneric PointReader::value(const YAML::Node& node, int actuator, const char* what) const {
-  const simulation::Actuator& commanded =
-      machine_.description.actuators[static_cast<std::size_t>(actuator)];
+  const simulation::Actuator& commanded = machine_.actuator(actuator);
   if (commanded.typeCode == hal::floatTypeCode) {
     return hal::AttrGeneric(yaml_.singleNumber(node, what));
   }
@@ -36,6 +35,10 @@ hal::AttrGeneric PointReader::value(const YAML::Node& node, int actuator, const 
 
 void PointReader::addTime(const YAML::Node& node, const char* what, Motion& motion) const {
   const std::uint32_t timeMs = yaml_.milliseconds(node, what);
+  if (std::int64_t{motion.fromMs} + timeMs > YamlFile::longestMs) {
+    yaml_.fail(node, fmt::format("{} lies beyond {} seconds after the start", what,
+                                 YamlFile::longestMs / 1000));
+  }
   if (!motion.times.empty() && timeMs == motion.times.back()) {
     yaml_.fail(node, fmt::format("two points fall on the millisecond {}", timeMs));
   }

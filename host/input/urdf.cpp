@@ -43,7 +43,7 @@ class UrdfReader {
 
   MachineFile read() {
     const pugi::xml_node root = parse();
-    robot_.path = path_;
+    robot_.paths = {path_};
     robot_.name = root.attribute("name").value();
     for (const pugi::xml_node joint : root.children("joint")) {
       readJoint(joint);

@@ -10,9 +10,6 @@
 namespace host {
 namespace {
 
-/// Stamps further apart do not compare; leaves room for the lead.
-constexpr double longestSeconds = 1'000'000.0;
-
 Position positionOf(const YAML::Mark& mark) {
   return mark.is_null() ? Position{1, 1}
                         : Position{static_cast<std::size_t>(mark.line) + 1,
@@ -173,8 +170,8 @@ std::uint32_t YamlFile::milliseconds(const YAML::Node& node, const char* what) c
   if (time < 0) {
     fail(node, fmt::format("{} is negative", what));
   }
-  if (time > longestSeconds) {
-    fail(node, fmt::format("{} lies beyond {} seconds", what, longestSeconds));
+  if (time * 1000.0 > static_cast<double>(longestMs)) {
+    fail(node, fmt::format("{} lies beyond {} seconds", what, longestMs / 1000));
   }
   return static_cast<std::uint32_t>(std::llround(time * 1000.0));
 }

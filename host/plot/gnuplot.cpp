@@ -1,42 +1,36 @@
 #include "host/plot/gnuplot.h"
 
-#include <fcntl.h>
 #include <fmt/format.h>
 #include <spawn.h>
-#include <sys/mman.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
 #include <cerrno>
+#include <csignal>
+#include <cstdio>
 #include <memory>
 #include <stdexcept>
-#include <string>
 #include <system_error>
 #include <vector>
+
+#include "host/stopsignal.h"
 
 namespace host {
 namespace {
 
-class Descriptor {
- public:
-  explicit Descriptor(int number) : number_(number) {
-    if (number < 0) {
-      throw std::system_error(errno, std::generic_category(), "gnuplot");
-    }
+using File = std::unique_ptr<std::FILE, int (*)(std::FILE*)>;
+
+/// Gone when it is closed.
+File temporaryFile() {
+  File file(std::tmpfile(), std::fclose);
+  if (file == nullptr) {
+    throw std::system_error(errno, std::generic_category(), "a temporary file");
   }
-  ~Descriptor() { close(number_); }
-
-  Descriptor(const Descriptor&) = delete;
-  Descriptor& operator=(const Descriptor&) = delete;
-
-  [[nodiscard]] int number() const { return number_; }
-
- private:
-  const int number_;
-};
+  return file;
+}
 
 /// The exit status; minus the signal that ended it; 127 when it is not there.
-int runWith(std::vector<std::string> arguments, int input, int output) {
+int runGnuplot(std::vector<std::string> arguments, const File& input, const File& output) {
   constexpr int notFound = 127;
   std::vector<char*> argv;
   for (std::string& argument : arguments) {
@@ -45,8 +39,8 @@ int runWith(std::vector<std::string> arguments, int input, int output) {
   argv.push_back(nullptr);
   posix_spawn_file_actions_t actions;
   posix_spawn_file_actions_init(&actions);
-  posix_spawn_file_actions_adddup2(&actions, input, STDIN_FILENO);
-  posix_spawn_file_actions_adddup2(&actions, output, STDOUT_FILENO);
+  posix_spawn_file_actions_adddup2(&actions, fileno(input.get()), STDIN_FILENO);
+  posix_spawn_file_actions_adddup2(&actions, fileno(output.get()), STDOUT_FILENO);
   pid_t process = 0;
   const int failure = posix_spawnp(&process, argv[0], &actions, nullptr, argv.data(), environ);
   posix_spawn_file_actions_destroy(&actions);
@@ -55,36 +49,45 @@ int runWith(std::vector<std::string> arguments, int input, int output) {
   }
   int status = 0;
   while (waitpid(process, &status, 0) < 0 && errno == EINTR) {
+    if (StopSignal::received() != 0) {
+      kill(process, SIGTERM);
+    }
   }
   return WIFEXITED(status) ? WEXITSTATUS(status) : -WTERMSIG(status);
 }
 
-void writeAll(int descriptor, const std::string& text) {
-  for (std::size_t done = 0; done < text.size();) {
-    const ssize_t written = write(descriptor, text.data() + done, text.size() - done);
-    if (written < 0 && errno != EINTR) {
-      throw std::system_error(errno, std::generic_category(), "the script for gnuplot");
-    }
-    done += written < 0 ? 0 : static_cast<std::size_t>(written);
+std::string contentsOf(const File& file) {
+  std::rewind(file.get());
+  std::string contents;
+  char block[1 << 16];
+  while (const std::size_t got = std::fread(block, 1, sizeof block, file.get())) {
+    contents.append(block, got);
   }
+  return contents;
 }
 
 }  // namespace
 
 bool hasGnuplot() {
-  const Descriptor nothing(open("/dev/null", O_RDWR | O_CLOEXEC));
-  return runWith({"gnuplot", "--version"}, nothing.number(), nothing.number()) == 0;
+  const File nothing = temporaryFile();
+  return runGnuplot({"gnuplot", "--version"}, nothing, temporaryFile()) == 0;
 }
 
-void runGnuplot(const std::string& script, int output) {
-  const Descriptor input(memfd_create("torvex-plot", MFD_CLOEXEC));
-  writeAll(input.number(), script);
-  lseek(input.number(), 0, SEEK_SET);
+std::string drawnByGnuplot(const std::string& script) {
+  const File input = temporaryFile();
+  const bool written = std::fwrite(script.data(), 1, script.size(), input.get()) == script.size();
+  if (!written || std::fflush(input.get()) != 0) {
+    throw std::system_error(errno, std::generic_category(), "the script for gnuplot");
+  }
+  std::rewind(input.get());
+  const File output = temporaryFile();
   // Without the user's own settings.
-  const int status = runWith({"gnuplot", "-d", "-"}, input.number(), output);
-  if (status != 0) {
+  const int status = runGnuplot({"gnuplot", "-d", "-"}, input, output);
+  std::string drawn = contentsOf(output);
+  if (status != 0 || drawn.find("</svg>") == std::string::npos) {
     throw std::runtime_error(fmt::format("gnuplot ended with status {}", status));
   }
+  return drawn;
 }
 
 }  // namespace host

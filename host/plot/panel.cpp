@@ -5,6 +5,8 @@
 #include <algorithm>
 #include <cmath>
 
+#include "host/values.h"
+
 namespace host {
 namespace {
 
@@ -38,8 +40,10 @@ Dots simplified(const Dots& curve, double tolerance) {
 Dots recorded(const Recording& recording, std::size_t column, std::int64_t leadMs) {
   Dots curve;
   for (std::size_t row = 0; row < recording.rows(); ++row) {
-    curve.push_back(
-        {(recording.at(row, 0) - static_cast<double>(leadMs)) / 1000.0, recording.at(row, column)});
+    if (std::isfinite(recording.value(row, column))) {
+      curve.push_back({(recording.timeMs(row) - static_cast<double>(leadMs)) / 1000.0,
+                       recording.value(row, column)});
+    }
   }
   return curve;
 }
@@ -63,6 +67,9 @@ void coverRange(Panel& panel) {
       most = std::max(most, dot.value);
     }
   }
+  if (least > most) {
+    least = most = 0.0;
+  }
   const double narrowest = std::max(0.01, 1e-3 * std::max(std::abs(least), std::abs(most)));
   const double widening = std::max(0.0, narrowest - (most - least)) / 2.0;
   panel.least = least - widening;
@@ -85,7 +92,7 @@ void addLimits(const MovedActuator& actuator, Panel& panel) {
     }
   }
   if (!offScale.empty()) {
-    panel.title += fmt::format(" (off scale: limit {})", offScale);
+    panel.title += fmt::format(" (limit {})", offScale);
   }
 }
 
@@ -100,35 +107,61 @@ void leaveOutClouds(Panel& panel) {
   }
 }
 
-void addHandOvers(const PlannedActuator& planned, std::int64_t leadMs, Panel& panel) {
+/// Those that stand at one place are written as one; of very many, the modes are
+/// left out.
+void addHandOvers(const PlannedActuator& planned, std::int64_t leadMs, double lastSecond,
+                  Panel& panel) {
+  constexpr std::size_t mostLabels = 24;
   for (const PlannedList& list : planned.lists) {
-    if (list.motion->atMs) {
-      panel.handOvers.push_back(
-          {static_cast<double>(list.handOverMs - leadMs) / 1000.0, modeName(list.mode)});
+    const double seconds = static_cast<double>(list.handOverMs - leadMs) / 1000.0;
+    if (!list.motion->atMs || seconds > lastSecond) {
+      continue;
+    }
+    const std::string mode = modeName(list.mode);
+    if (panel.handOvers.empty() || panel.handOvers.back().seconds != seconds) {
+      panel.handOvers.push_back({seconds, mode});
+    } else if (panel.handOvers.back().modes.find(mode) == std::string::npos) {
+      panel.handOvers.back().modes += ", " + mode;
     }
   }
+  if (panel.handOvers.size() > mostLabels) {
+    for (Panel::HandOver& handOver : panel.handOvers) {
+      handOver.modes.clear();
+    }
+  }
+}
+
+/// A run that was stopped did not come to them.
+void leaveOutBehind(double lastSecond, Dots& dots) {
+  dots.erase(std::remove_if(dots.begin(), dots.end(),
+                            [&](const Panel::Dot& dot) { return dot.seconds > lastSecond; }),
+             dots.end());
 }
 
 }  // namespace
 
 std::vector<Panel> panelsOf(const Torvex& torvex, const Plan& plan) {
   const std::int64_t leadMs = plan.schedule.leadMs;
+  const Recording& recording = torvex.recording();
+  const double lastSecond =
+      (recording.timeMs(recording.rows() - 1) - static_cast<double>(leadMs)) / 1000.0;
   std::vector<Panel> panels;
-  std::size_t column = 1;
   for (std::size_t i = 0; i < plan.actuators.size(); ++i) {
     const MovedActuator& actuator = torvex.actuators()[i];
     Panel panel;
-    panel.title = actuator.name;
-    panel.command = recorded(torvex.recording(), column++, leadMs);
-    if (actuator.measured != nullptr) {
-      panel.measured = recorded(torvex.recording(), column++, leadMs);
+    constexpr std::size_t mostTitleColumns = 30;
+    panel.title = cutInFront(actuator.name, mostTitleColumns);
+    panel.command = recorded(recording, actuator.commandColumn, leadMs);
+    if (actuator.measuredColumn) {
+      panel.measured = recorded(recording, *actuator.measuredColumn, leadMs);
     }
-    panel.reached = commanded(torvex.courses()[i].path, leadMs);
-    panel.cleared = commanded(torvex.courses()[i].cleared, leadMs);
+    panel.reached = commanded(plan.actuators[i].course.path, leadMs);
+    leaveOutBehind(lastSecond, panel.reached);
+    panel.cleared = commanded(plan.actuators[i].course.cleared, leadMs);
     coverRange(panel);
     addLimits(actuator, panel);
     leaveOutClouds(panel);
-    addHandOvers(plan.actuators[i], leadMs, panel);
+    addHandOvers(plan.actuators[i], leadMs, lastSecond, panel);
     constexpr double visible = 1.0 / 1000.0;
     const double tolerance = visible * (panel.most - panel.least);
     panel.command = simplified(panel.command, tolerance);

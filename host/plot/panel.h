@@ -17,7 +17,8 @@ struct Panel {
   };
   struct HandOver {
     double seconds;
-    const char* mode;
+    /// Of all lists at this moment.
+    std::string modes;
   };
 
   std::string title;

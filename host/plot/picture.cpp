@@ -7,6 +7,7 @@
 #include <vector>
 
 #include "host/plot/panel.h"
+#include "host/values.h"
 
 namespace host {
 namespace {
@@ -40,17 +41,22 @@ struct Geometry {
   [[nodiscard]] double y(double pixels) const { return 1.0 - pixels / height(); }
 };
 
-/// In single quotes gnuplot takes everything as it stands.
-std::string quoted(const std::string& text) {
-  std::string result = "'";
-  for (const char character : text) {
-    const bool control = static_cast<unsigned char>(character) < ' ' || character == '\x7f';
-    result += control ? '?' : character;
-    if (character == '\'') {
-      result += '\'';
-    }
+void replaceAll(std::string& text, const std::string& what, const std::string& by) {
+  for (std::size_t at = 0; (at = text.find(what, at)) != std::string::npos; at += by.size()) {
+    text.replace(at, what.size(), by);
   }
-  return result + "'";
+}
+
+/// In single quotes gnuplot takes everything as it stands. XML does not hold
+/// every character, and ends a section at a certain three.
+std::string quoted(const std::string& text) {
+  std::string result = shownName(text);
+  for (const char* forbidden : {"\xEF\xBF\xBE", "\xEF\xBF\xBF", "\x7f"}) {
+    replaceAll(result, forbidden, "?");
+  }
+  replaceAll(result, "]]>", "]] >");
+  replaceAll(result, "'", "''");
+  return "'" + result + "'";
 }
 
 /// The distance of about so many marks: 1, 2 or 5 times a power of ten.
@@ -146,9 +152,9 @@ class Picture {
       add("set arrow from {0:.6g}, graph 0 to {0:.6g}, graph 1 nohead back lw 1.2 dt 2 lc rgb "
           "'{1}'\n",
           handOver.seconds, handOverColour);
-      add("set label '{}' at {:.6g}, graph 0.98 right rotate by 90 offset 1.0,0 font ',9' tc rgb "
+      add("set label {} at {:.6g}, graph 0.98 right rotate by 90 offset 1.0,0 font ',9' tc rgb "
           "'{}'\n",
-          handOver.mode, handOver.seconds, handOverColour);
+          quoted(handOver.modes), handOver.seconds, handOverColour);
     }
     drawCurves(panel);
     add("unset arrow\nunset label\n");

@@ -15,7 +15,8 @@ Plot::Plot(const std::string& path, std::string title) : file_(path), title_(std
 }
 
 void Plot::draw(const Torvex& torvex, const Plan& plan) {
-  runGnuplot(pictureScript(torvex, plan, title_), file_.descriptor());
+  const std::string drawn = drawnByGnuplot(pictureScript(torvex, plan, title_));
+  file_.write(drawn.data(), drawn.size());
   file_.commit();
 }
 

@@ -210,10 +210,23 @@ TEST(JointTrajectory, SaysWhatIsWrongAndWhere) {
   const Temporary temporary;
   const auto machine = host::readMachineFile(temporary.write("r.urdf", fewJoints));
   host::Timing timing;
-  timing.cycleMs = 16;
+  timing.cycleMs = 200;
   expectComplaints("trajectory.txt", "m.yaml", [&](const std::string& path) {
     (void)host::planRun(machine, host::readMotionFiles({path}, machine), timing);
   });
+  std::string dense = "joint_names: [a]\npoints:\n";
+  for (int i = 0; i < 300; ++i) {
+    dense += "- {positions: [0], time_from_start: " + std::to_string(i) + "e-3}\n";
+  }
+  (void)temporary.write("dense.yaml", dense);
+  EXPECT_EQ(complaint(temporary,
+                      [&] {
+                        const auto motions =
+                            host::readMotionFiles({temporary.path("dense.yaml")}, machine);
+                        (void)host::planRun(machine, motions, timing);
+                      })
+                .substr(0, 57),
+            "dense.yaml:259:3: error: more than 256 commands for 'a' w");
   const std::string path = temporary.write(
       "m.yaml", "joint_names: [a]\npoints: [{positions: [0], time_from_start: 0}]\n");
   EXPECT_EQ(

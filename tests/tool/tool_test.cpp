@@ -173,7 +173,7 @@ TEST(Tool, DrawsWhatItDid) {
   ASSERT_EQ(statusOf(command), 0);
   const std::string picture = contentsOf(path);
   EXPECT_EQ(picture.rfind("<?xml", 0), 0U);
-  for (const char* text : {">humanoid: wave.yaml, greeting.yaml<", ">right_ankle_roll ",
+  for (const char* text : {">humanoid: wave.yaml, greeting.yaml<", ">right_ankle_roll (limit",
                            ">chest_light<", ">clear_after<", "</svg>"}) {
     EXPECT_NE(picture.find(text), std::string::npos) << text;
   }

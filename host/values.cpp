@@ -1,4 +1,4 @@
-#include "host/commands/values.h"
+#include "host/values.h"
 
 #include <fmt/format.h>
 
