@@ -4,6 +4,7 @@
 #include <cerrno>
 #include <cmath>
 #include <ctime>
+#include <functional>
 #include <future>
 #include <memory>
 
@@ -48,6 +49,16 @@ std::vector<std::string> commandKeys(const host::MachineFile& machine, const hos
   return keys;
 }
 
+/// Each block of nodes that the pool takes from the heap is twice as long as the
+/// one before.
+std::size_t inWholeBlocks(std::size_t nodes) {
+  std::size_t total = 0;
+  for (std::size_t block = 32; total < nodes; block *= 2) {
+    total += block;
+  }
+  return total;
+}
+
 }  // namespace
 
 Torvex::Torvex(const host::MachineFile& machine, const host::Plan& plan,
@@ -90,14 +101,18 @@ void Torvex::findTimelines() {
 }
 
 // Growing later would put new nodes below old ones, and every node that a cycle
-// returns would then be searched for among them.
+// returns would then be searched for among them. For the same reason whole blocks are
+// taken, and go back from the highest address to the lowest.
 void Torvex::warmNodePool() {
   CommandList nodes;
-  for (std::size_t left = feeder_.mostQueued(); left > 0; --left) {
-    nodes.emplace_back();
+  std::vector<CommandList::iterator> falling;
+  for (std::size_t left = inWholeBlocks(feeder_.mostQueued()); left > 0; --left) {
+    falling.push_back(nodes.emplace(nodes.end()));
   }
-  while (!nodes.empty()) {
-    nodes.pop_back();
+  std::sort(falling.begin(), falling.end(),
+            [](auto one, auto other) { return std::less<>()(&*other, &*one); });
+  for (const auto node : falling) {
+    nodes.erase(node);
   }
 }
 
