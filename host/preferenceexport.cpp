@@ -4,7 +4,11 @@
 
 #include <algorithm>
 #include <filesystem>
+#include <set>
 
+#include "host/outputpaths.h"
+#include "platform/hal/attributecontainer.h"
+#include "platform/hal/devicepool.h"
 #include "preferences/exportqelvopreferences.h"
 #include "simulation/framework.h"
 
@@ -17,35 +21,47 @@ bool hasName(const Containers& containers, const std::string& name) {
                      [&](const auto& container) { return container.name == name; });
 }
 
+/// Of the preferences in use of a container, in the pool of this process.
+std::size_t keyCount(const std::string& container) {
+  const hal::DevicePool& pool = *hal::getDevicePool();
+  std::set<std::string> keys;
+  for (int i = 0; i < pool.preferenceCount; ++i) {
+    const hal::Preference& preference = *pool.preferences[i];
+    if (preference.inUse != 0 && container == preference.owner->name.get()) {
+      keys.emplace(preference.name.get() + 1);
+    }
+  }
+  return keys.size();
+}
+
 }  // namespace
 
 std::string PreferenceExport::pathIn(const std::string& directory) const {
   return (std::filesystem::path(directory) / file).string();
 }
 
-void checkExport(const MachineFile& machine, const PreferenceExport& wanted) {
+void checkExport(const MachineFile& machine, const PreferenceExport& wanted,
+                 const std::string& directory) {
   const simulation::MachineDescription& description = machine.description;
   const std::string& name = wanted.container;
   if (!hasName(description.containers, name) && !hasName(description.actuators, name) &&
       !hasName(description.sensors, name)) {
-    throw simulation::Error(fmt::format(
-        "machine '{}' has no device, actuator or sensor '{}'; 'torvex list' shows them in the keys",
-        machine.name, name));
+    throw simulation::Error(
+        fmt::format("machine '{}' has no device, actuator or sensor '{}'", machine.name, name));
   }
   if (!simulation::isPreferenceFileName(wanted.file)) {
     throw simulation::Error(fmt::format(
         "'{}' is no name of a preference file; choose its folder with --directory", wanted.file));
   }
+  checkFolder(directory);
 }
 
 std::string exportPreferences(const PreferenceExport& wanted, const std::string& directory) {
   const ExportQelvoPreferences done(wanted.container.c_str(), wanted.file.c_str());
-  if (!done.keyAdded) {
-    return fmt::format("{} has no preferences in use: nothing was written\n", wanted.container);
-  }
-  const std::string path = wanted.pathIn(directory);
-  return fmt::format("{}: {} preferences are in {}\n", wanted.container,
-                     simulation::readPreferenceFile(path).getSize(), path);
+  return done.keyAdded
+             ? fmt::format("{}: keys exported: {}, to {}\n", wanted.container,
+                           keyCount(wanted.container), wanted.pathIn(directory))
+             : fmt::format("{} has no preferences in use: nothing was written\n", wanted.container);
 }
 
 }  // namespace host

@@ -16,8 +16,10 @@ struct PreferenceExport {
 };
 
 /// Throws `simulation::Error` when the machine has no device, actuator or sensor of
-/// this name, and when the file's name leads out of the preference directory.
-void checkExport(const MachineFile& machine, const PreferenceExport& wanted);
+/// this name, and when the file's name leads out of the preference directory;
+/// `InputError` when that can neither be written to nor made.
+void checkExport(const MachineFile& machine, const PreferenceExport& wanted,
+                 const std::string& directory);
 
 /// Exports from the device pool of this process through the registered broker,
 /// and says in words for a user what was written, or that nothing was. Throws

@@ -39,7 +39,8 @@ class TORVEX_EXPORT ExportQelvoPreferences {
 
   /// Puts a key and its value into `tree`, which begins as an empty array with the
   /// first key of this object, and whenever it is invalid. The result is 1, or -1
-  /// when the tree is no array; nothing has then changed.
+  /// when the tree is no array; nothing has then changed. Entries of another shape
+  /// than described above make the values throw.
   int xAddAKey(std::string key, ZR::ZRValue& value, ZR::ZRValue& tree);
 
   /// Writes a tree through the preferences service of the registered broker.

@@ -87,6 +87,7 @@ class Checker {
     if (name.empty()) {
       throw Error("a container of kind " + std::to_string(kind) + " has an empty name");
     }
+    checkText("the name of a container", name);
     if (!containerNames_.emplace(kind, name).second) {
       throw Error("two containers of kind " + std::to_string(kind) + " are named '" + name + "'");
     }
@@ -102,11 +103,20 @@ class Checker {
       throw Error("preference '" + preference.name + "' belongs to the unknown '" +
                   preference.owner + "'");
     }
+    checkText("a preference's name", preference.name);
     size_.textBytes += preference.name.size() + 1;
     takeValue("preference '" + preference.name + "'", preference.typeCode, preference.value);
   }
 
+  /// In the pool, texts end at the first NUL.
+  static void checkText(const std::string& owner, const std::string& text) {
+    if (text.find('\0') != std::string::npos) {
+      throw Error(owner + " holds a NUL character");
+    }
+  }
+
   void takeAttribute(const std::string& owner, const Attribute& attribute) {
+    checkText(owner, attribute.name);
     takeValue(owner, attribute.typeCode, attribute.value);
     ++size_.attributes;
     size_.textBytes += attribute.name.size() + 1;
@@ -126,6 +136,7 @@ class Checker {
                   " (1 to 6: integer, 7: float, 8 and 9: text, others: none)");
     }
     if (const auto* text = std::get_if<std::string>(&value)) {
+      checkText(owner, *text);
       size_.textBytes += text->size() + 1;
     }
   }

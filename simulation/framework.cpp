@@ -67,12 +67,13 @@ namespace ZR {
 ZRPreferencesProxy::ZRPreferencesProxy(const boost::shared_ptr<ZRProxy>& service)
     : service_(service) {
   if (dynamic_cast<simulation::PreferencesService*>(service.get()) == nullptr) {
-    throw ZRException("a proxy of another module is no proxy of the preferences service");
+    throw ZRException("this is no proxy of the preferences service");
   }
 }
 
 ZRPreferencesProxy::ZRPreferencesProxy(const boost::shared_ptr<ZRBroker>& broker)
-    : ZRPreferencesProxy(broker->getProxy(simulation::preferencesModule, 0)) {}
+    : ZRPreferencesProxy(broker == nullptr ? nullptr
+                                           : broker->getProxy(simulation::preferencesModule, 0)) {}
 
 void ZRPreferencesProxy::writePrefFile(const std::string& fileName, const ZRValue& tree,
                                        const bool& /*flag*/) {

@@ -30,8 +30,8 @@ class PLATFORM_API Framework {
   boost::shared_ptr<ZR::ZRBroker> broker_;
 };
 
-/// False when a name is empty or would lead out of the preference directory: the
-/// service refuses it.
+/// False when a name is empty, would lead out of the preference directory, or is
+/// that of a part file: the service refuses it. It refuses a symbolic link, too.
 PLATFORM_API bool isPreferenceFileName(const std::string& fileName);
 
 /// Reads a file that the service wrote: exactly what was put in. Throws

@@ -20,10 +20,12 @@ Error unwritable(const char* why) {
 }
 
 /// Replacing a file asks only for its folder's permission; ask for its own too.
-void checkPlace(const std::string& path) {
+/// The result is what the new file may permit.
+mode_t checkPlace(const std::string& path) {
   struct stat present {};
   if (stat(path.c_str(), &present) != 0) {
-    return;
+    constexpr mode_t everybodyReads = 0644;
+    return everybodyReads;
   }
   if (!S_ISREG(present.st_mode)) {
     throw unwritable("it is not a regular file");
@@ -31,6 +33,8 @@ void checkPlace(const std::string& path) {
   if (access(path.c_str(), W_OK) != 0) {
     throw unwritable(std::strerror(errno));
   }
+  constexpr mode_t permissions = 07777;
+  return present.st_mode & permissions;
 }
 
 /// The file that a symbolic link leads to, there or not.
@@ -44,12 +48,14 @@ std::string resolved(const std::string& path) {
   return place.string();
 }
 
-/// False when the file has meanwhile taken its place under another name.
+/// False when the file has meanwhile taken its place under another name, or has a
+/// second one.
 bool isStillNamed(int descriptor, const std::string& path) {
   struct stat opened {};
   struct stat named {};
   return fstat(descriptor, &opened) == 0 && lstat(path.c_str(), &named) == 0 &&
-         S_ISREG(opened.st_mode) && opened.st_ino == named.st_ino && opened.st_dev == named.st_dev;
+         S_ISREG(opened.st_mode) && opened.st_nlink == 1 && opened.st_ino == named.st_ino &&
+         opened.st_dev == named.st_dev;
 }
 
 void syncFolderOf(const std::string& path) {
@@ -66,10 +72,9 @@ void syncFolderOf(const std::string& path) {
 
 OutputFile::OutputFile(const std::string& path)
     : path_(resolved(path)), partPath_(path_ + ".torvex-part") {
-  checkPlace(path_);
-  constexpr mode_t everybodyReads = 0644;
-  descriptor_ = open(partPath_.c_str(), O_WRONLY | O_CREAT | O_CLOEXEC | O_NOFOLLOW | O_NONBLOCK,
-                     everybodyReads);
+  const mode_t mode = checkPlace(path_);
+  descriptor_ =
+      open(partPath_.c_str(), O_WRONLY | O_CREAT | O_CLOEXEC | O_NOFOLLOW | O_NONBLOCK, mode);
   if (descriptor_ < 0) {
     throw unwritable(std::strerror(errno));
   }

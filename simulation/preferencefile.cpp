@@ -1,13 +1,16 @@
 #include "simulation/preferencefile.h"
 
 #include <boost/locale/utf.hpp>
+#include <cerrno>
 #include <charconv>
 #include <cmath>
 #include <cstdint>
 #include <cstring>
 #include <filesystem>
+#include <fstream>
+#include <iterator>
+#include <new>
 #include <pugixml.hpp>
-#include <sstream>
 #include <string>
 #include <system_error>
 
@@ -23,6 +26,8 @@ using Utf8 = boost::locale::utf::utf_traits<char>;
 
 constexpr char rootName[] = "preferences";
 constexpr char version[] = "1";
+/// Reading and writing recurse.
+constexpr int maxDepth = 100;
 /// Attributes keep their white space as it stands.
 constexpr unsigned int parseOptions = pugi::parse_minimal | pugi::parse_escapes;
 
@@ -49,14 +54,28 @@ std::string hexadecimal(const std::string& bytes) {
   return text;
 }
 
-std::string bytesOf(const std::string& hexadecimal) {
-  std::string bytes;
-  for (std::size_t i = 0; i + 1 < hexadecimal.size(); i += 2) {
-    unsigned char byte = 0;
-    std::from_chars(hexadecimal.data() + i, hexadecimal.data() + i + 2, byte, 16);
-    bytes += static_cast<char>(byte);
+/// Grows a text that throws when memory is short.
+struct TextWriter : pugi::xml_writer {
+  std::string text;
+
+  void write(const void* data, std::size_t size) override {
+    text.append(static_cast<const char*>(data), size);
   }
-  return bytes;
+};
+
+/// The parser's own operations fail in silence when memory is short.
+pugi::xml_node addChild(pugi::xml_node parent, const char* name) {
+  const pugi::xml_node child = parent.append_child(name);
+  if (!child) {
+    throw std::bad_alloc();
+  }
+  return child;
+}
+
+void addAttribute(pugi::xml_node node, const char* name, const std::string& value) {
+  if (!node.append_attribute(name).set_value(value.c_str())) {
+    throw std::bad_alloc();
+  }
 }
 
 /// The shortest text that reads back as the same float; the bits of what is not
@@ -67,85 +86,124 @@ void writeFloat(float number, pugi::xml_node node) {
     std::uint32_t bits = 0;
     std::memcpy(&bits, &number, sizeof bits);
     std::to_chars(text, text + sizeof text - 1, bits, 16);
-    node.append_attribute("nan") = text;
+    addAttribute(node, "nan", text);
     return;
   }
   std::to_chars(text, text + sizeof text - 1, number);
-  node.append_attribute("value") = text;
+  addAttribute(node, "value", text);
 }
 
-float readFloat(const pugi::xml_node& node) {
-  float number = 0.0F;
-  const std::string nan = node.attribute("nan").value();
-  if (!nan.empty()) {
-    std::uint32_t bits = 0;
-    std::from_chars(nan.data(), nan.data() + nan.size(), bits, 16);
-    std::memcpy(&number, &bits, sizeof bits);
-    return number;
+void write(const ZR::ZRValue& value, pugi::xml_node parent, int depth) {
+  if (depth > maxDepth) {
+    throw ZR::ZRException("arrays lie more than " + std::to_string(maxDepth) + " deep");
   }
-  const std::string text = node.attribute("value").value();
-  std::from_chars(text.data(), text.data() + text.size(), number);
-  return number;
-}
-
-void write(const ZR::ZRValue& value, pugi::xml_node parent) {
   switch (value.getType()) {
     case ZR::ZRValue::arrayType: {
-      pugi::xml_node node = parent.append_child("array");
+      const pugi::xml_node node = addChild(parent, "array");
       for (int i = 0; i < value.getSize(); ++i) {
-        write(value[i], node);
+        write(value[i], node, depth + 1);
       }
       break;
     }
     case ZR::ZRValue::intType:
-      parent.append_child("int").append_attribute("value") = value.asInt();
+      addAttribute(addChild(parent, "int"), "value", std::to_string(value.asInt()));
       break;
     case ZR::ZRValue::floatType:
-      writeFloat(value.asFloat(), parent.append_child("float"));
+      writeFloat(value.asFloat(), addChild(parent, "float"));
       break;
     case ZR::ZRValue::stringType: {
       const std::string& text = value.asString();
-      pugi::xml_node node = parent.append_child("string");
-      if (fitsXml(text)) {
-        node.append_attribute("value") = text.c_str();
-      } else {
-        node.append_attribute("bytes") = hexadecimal(text).c_str();
-      }
+      const bool fits = fitsXml(text);
+      addAttribute(addChild(parent, "string"), fits ? "value" : "bytes",
+                   fits ? text : hexadecimal(text));
       break;
     }
     default:
-      parent.append_child("invalid");
+      addChild(parent, "invalid");
   }
 }
 
-ZR::ZRValue read(const pugi::xml_node& node) {
+[[noreturn]] void refuse(const pugi::xml_node& node) {
+  throw ZR::ZRException(std::string("<") + node.name() + "> holds no value that was written here");
+}
+
+/// The only attribute of an element.
+std::string attribute(const pugi::xml_node& node, const char* name) {
+  const pugi::xml_attribute found = node.first_attribute();
+  if (std::strcmp(found.name(), name) != 0 || found.next_attribute() || node.first_child()) {
+    refuse(node);
+  }
+  return found.value();
+}
+
+template <typename Number, typename... Format>
+Number parsed(const pugi::xml_node& node, const std::string& text, Format... format) {
+  Number number{};
+  const char* const end = text.data() + text.size();
+  const auto [stop, failure] = std::from_chars(text.data(), end, number, format...);
+  if (failure != std::errc() || stop != end) {
+    refuse(node);
+  }
+  return number;
+}
+
+float readFloat(const pugi::xml_node& node) {
+  if (!node.attribute("nan")) {
+    return parsed<float>(node, attribute(node, "value"));
+  }
+  const auto bits = parsed<std::uint32_t>(node, attribute(node, "nan"), 16);
+  float number = 0.0F;
+  std::memcpy(&number, &bits, sizeof number);
+  if (!std::isnan(number)) {
+    refuse(node);
+  }
+  return number;
+}
+
+std::string readText(const pugi::xml_node& node) {
+  if (!node.attribute("bytes")) {
+    return attribute(node, "value");
+  }
+  const std::string digits = attribute(node, "bytes");
+  std::string bytes;
+  for (std::size_t i = 0; i < digits.size(); i += 2) {
+    const std::string pair = digits.substr(i, 2);
+    if (pair.size() != 2) {
+      refuse(node);
+    }
+    bytes += static_cast<char>(parsed<std::uint8_t>(node, pair, 16));
+  }
+  return bytes;
+}
+
+ZR::ZRValue read(const pugi::xml_node& node, int depth) {
   ZR::ZRValue value;
   const std::string type = node.name();
-  if (type == "array") {
-    value.arraySetSize(0);
+  if (type == "array" && depth <= maxDepth) {
+    value.arraySetSize(static_cast<int>(std::distance(node.begin(), node.end())));
+    int next = 0;
     for (const pugi::xml_node element : node.children()) {
-      value.arraySetSize(value.getSize() + 1);
-      value[value.getSize() - 1] = read(element);
+      value[next++] = read(element, depth + 1);
     }
   } else if (type == "int") {
-    value = node.attribute("value").as_int();
+    value = parsed<int>(node, attribute(node, "value"));
   } else if (type == "float") {
     value = readFloat(node);
   } else if (type == "string") {
-    const pugi::xml_attribute bytes = node.attribute("bytes");
-    value = ZR::ZRValue(bytes ? bytesOf(bytes.value()) : node.attribute("value").value());
+    value = ZR::ZRValue(readText(node));
   } else if (type != "invalid") {
-    throw ZR::ZRException("<" + type + "> is no type of value");
+    refuse(node);
   }
   return value;
 }
 
-void replaceFile(const std::string& directory, const std::string& fileName,
-                 const std::string& content) {
-  const std::string path = (std::filesystem::path(directory) / fileName).string();
+void replaceFile(const std::string& path, const std::string& content) {
   const std::string failed = "the preference file " + path + " was not written: ";
   try {
-    std::filesystem::create_directories(directory);
+    std::filesystem::create_directories(std::filesystem::path(path).parent_path());
+    if (std::filesystem::is_symlink(path)) {
+      throw Error("it is a symbolic link");
+    }
     OutputFile file(path);
     file.write(content.data(), content.size());
     file.commit();
@@ -156,39 +214,57 @@ void replaceFile(const std::string& directory, const std::string& fileName,
   }
 }
 
+bool endsWith(const std::string& text, const std::string& end) {
+  return text.size() >= end.size() && text.compare(text.size() - end.size(), end.size(), end) == 0;
+}
+
 }  // namespace
 
 void writePreferenceFile(const std::string& directory, const std::string& fileName,
                          const ZR::ZRValue& tree) {
   if (!isPreferenceFileName(fileName)) {
     throw ZR::ZRException("'" + fileName + "' is no name of a preference file in " + directory +
-                          ": it is empty or leads out of the directory");
+                          ": it is empty, leads out of the directory or is that of a part");
   }
   pugi::xml_document document;
-  pugi::xml_node root = document.append_child(rootName);
-  root.append_attribute("version") = version;
-  write(tree, root);
-  std::ostringstream text;
-  document.save(text, "  ");
-  replaceFile(directory, fileName, text.str());
+  const pugi::xml_node root = addChild(document, rootName);
+  addAttribute(root, "version", version);
+  write(tree, root, 1);
+  TextWriter writer;
+  document.save(writer, "  ");
+  replaceFile((std::filesystem::path(directory) / fileName).string(), writer.text);
 }
 
 bool isPreferenceFileName(const std::string& fileName) {
   return !fileName.empty() && fileName != "." && fileName != ".." &&
-         fileName.find('/') == std::string::npos && fileName.find('\0') == std::string::npos;
+         fileName.find('/') == std::string::npos && fileName.find('\0') == std::string::npos &&
+         !endsWith(fileName, ".torvex-part");
 }
 
 ZR::ZRValue readPreferenceFile(const std::string& path) {
+  std::ifstream file(path, std::ios::binary);
+  if (!std::filesystem::is_regular_file(path) || !file) {
+    throw ZR::ZRException(path + ": " + std::strerror(errno != 0 ? errno : EISDIR));
+  }
+  const std::string text{std::istreambuf_iterator<char>(file), {}};
   pugi::xml_document document;
-  const pugi::xml_parse_result result = document.load_file(path.c_str(), parseOptions);
+  const pugi::xml_parse_result result =
+      document.load_buffer(text.data(), text.size(), parseOptions, pugi::encoding_utf8);
   if (!result) {
     throw ZR::ZRException(path + ": " + result.description());
   }
-  const pugi::xml_node root = document.child(rootName);
-  if (std::strcmp(root.attribute("version").value(), version) != 0) {
+  const pugi::xml_node root = document.first_child();
+  const pugi::xml_node tree = root.first_child();
+  const bool isOurs = std::strcmp(root.name(), rootName) == 0 &&
+                      std::strcmp(root.attribute("version").value(), version) == 0;
+  if (!isOurs || root.next_sibling() || !tree || tree.next_sibling()) {
     throw ZR::ZRException(path + ": no preference file of version " + version);
   }
-  return read(root.first_child());
+  try {
+    return read(tree, 1);
+  } catch (const ZR::ZRException& error) {
+    throw ZR::ZRException(path + ": " + error.what());
+  }
 }
 
 }  // namespace simulation

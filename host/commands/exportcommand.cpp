@@ -3,6 +3,7 @@
 #include <memory>
 
 #include "host/commands/status.h"
+#include "host/outputpaths.h"
 #include "host/preferenceexport.h"
 #include "registry/brokermanager.h"
 #include "simulation/framework.h"
@@ -18,7 +19,8 @@ struct ExportOptions {
 
 int exportFrom(const ExportOptions& options) {
   const MachineFile machine = readMachineFile(options.machinePath);
-  checkExport(machine, options.wanted);
+  checkExport(machine, options.wanted, options.directory);
+  checkOutputs({{options.wanted.pathIn(options.directory), "preference file"}}, machine.paths);
   const simulation::Machine simulated("", machine.description);
   const simulation::Framework framework(options.directory);
   setBrokerManager(framework.broker());

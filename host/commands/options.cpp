@@ -84,6 +84,7 @@ void addTiming(CLI::App& command, Timing& timing) {
 void addPreferenceDirectory(CLI::App& command, std::string& path) {
   command.add_option("--directory", path, "Preference directory, created when it is missing")
       ->type_name("DIR")
+      ->check([](const std::string& given) { return given.empty() ? "is empty" : ""; })
       ->capture_default_str();
 }
 

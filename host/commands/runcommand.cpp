@@ -6,12 +6,12 @@
 #include <filesystem>
 #include <memory>
 #include <optional>
-#include <system_error>
 
 #include "host/commands/status.h"
 #include "host/input/motion.h"
 #include "host/input/source.h"
 #include "host/liveview.h"
+#include "host/outputpaths.h"
 #include "host/plot/plot.h"
 #include "host/report.h"
 #include "host/stopsignal.h"
@@ -27,29 +27,22 @@ void complainLines(const char* kind, const std::vector<std::string>& lines) {
   }
 }
 
-void checkOutputPath(const std::string& path, const char* what,
-                     const std::vector<std::string>& inputs) {
-  for (const std::string& input : inputs) {
-    std::error_code none;
-    if (std::filesystem::equivalent(path, input, none)) {
-      throw InputError(path, {}, fmt::format("the {} would replace an input of the run", what));
-    }
-  }
-}
-
-/// No output may take the place of an input, or of another output.
 void checkOutputPaths(const RunOptions& options, const MachineFile& machine) {
   std::vector<std::string> inputs = options.motionPaths;
   inputs.insert(inputs.end(), machine.paths.begin(), machine.paths.end());
-  checkOutputPath(options.tracePath, "trace", inputs);
-  checkOutputPath(options.plotPath, "picture", inputs);
+  std::vector<NamedOutput> outputs;
+  if (!options.tracePath.empty()) {
+    outputs.push_back({options.tracePath, "trace"});
+  }
+  if (!options.plotPath.empty()) {
+    outputs.push_back({options.plotPath, "picture"});
+  }
   for (const PreferenceExport& wanted : options.exports) {
-    checkExport(machine, wanted);
-    checkOutputPath(wanted.pathIn(options.preferenceDirectory), "preference file", inputs);
+    checkExport(machine, wanted, options.preferenceDirectory);
+    outputs.push_back(
+        {wanted.pathIn(options.preferenceDirectory), "preference file of " + wanted.container});
   }
-  if (!options.tracePath.empty() && options.tracePath == options.plotPath) {
-    throw InputError(options.plotPath, {}, "the picture would replace the trace");
-  }
+  checkOutputs(outputs, inputs);
 }
 
 std::string titleOf(const MachineFile& machine, const RunOptions& options) {

@@ -12,7 +12,8 @@ namespace ZR {
 ///
 /// One thread at a time. Not meant for the control cycle. Everything but the
 /// tests of the type may throw `std::bad_alloc`; what asks for another type than
-/// the value's, or for an element that is not there, throws `ZRException`.
+/// the value's, for an element that is not there, or for a negative size, throws
+/// `ZRException`.
 class PLATFORM_API ZRValue {
  public:
   enum Type : int { invalidType = 0, arrayType = 1, intType = 2, floatType = 3, stringType = 4 };
@@ -36,7 +37,7 @@ class PLATFORM_API ZRValue {
   /// The number of an array's elements; 0 for any other type.
   [[nodiscard]] int getSize() const noexcept;
 
-  /// Makes it an array of so many elements. Those of an array that are within
+  /// Makes it an array of so many elements, at least 0. Those of an array that are within
   /// the size stay; new ones are invalid.
   void arraySetSize(int size);
   /// An element of an array, counted from 0.

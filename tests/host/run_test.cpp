@@ -185,6 +185,29 @@ TEST(Feeder, MovesAsIfEveryListWereHandedOverWhole) {
   EXPECT_GT(compared, 100);
 }
 
+// However long the lists before it are, and however far ahead they reach.
+TEST(Run, StopsAtTheMomentOfAnEmptyReplace) {
+  Prepared prepared(1, 5000, 10);
+  host::Motion& moving = prepared.motions[0];
+  host::Motion later = moving;
+  later.times = {100'000};
+  later.values.resize(1);
+  host::Motion stop = later;
+  stop.times.clear();
+  stop.values.clear();
+  moving.atMs = later.atMs = 0;
+  stop.atMs = 1000;
+  stop.mode = TimedCommand::REPLACE;
+  prepared.motions = {later, moving, stop};
+  const host::Plan plan = prepared.plan();
+  Torvex torvex(prepared.machine, plan, prepared.options);
+  torvex.run([](std::int64_t) {});
+  EXPECT_LT(torvex.counts().cycles, 140U) << "the stop, and the sensor settles";
+  EXPECT_EQ(torvex.feeder().count(0).refused, 0U);
+  EXPECT_EQ(torvex.feeder().count(0).cleared, 4900U + 1U);
+  EXPECT_EQ(host::shortfalls(torvex), std::vector<std::string>());
+}
+
 TEST(Run, CountsCyclesInWhichOthersMoveAnActuator) {
   const Prepared setup(2, 50, 20);
   const host::Plan plan = setup.plan();

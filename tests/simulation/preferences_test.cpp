@@ -4,6 +4,7 @@
 #include <filesystem>
 #include <limits>
 #include <string>
+#include <vector>
 
 #include "platform/hal/devicepool.h"
 #include "platform/zr/zrexception.h"
@@ -90,8 +91,45 @@ TEST(PreferenceFile, RefusesWithThePathAndLeavesTheOldOne) {
   }
   EXPECT_NE(complaint("full", "x").find(temporary.path("full") + "/x"), std::string::npos);
   EXPECT_NE(complaint("", "folder").find("not a regular file"), std::string::npos);
+  std::filesystem::create_symlink(old, temporary.path("link.xml"));
+  EXPECT_NE(complaint("", "link.xml").find("symbolic link"), std::string::npos);
   EXPECT_EQ(contentsOf(old), "old");
-  EXPECT_THROW((void)simulation::readPreferenceFile(old), ZR::ZRException);
+}
+
+TEST(PreferenceFile, RefusesToReadWhatWasNotWrittenSo) {
+  const Temporary temporary;
+  std::string deep;
+  for (int depth = 0; depth < 50000; ++depth) {
+    deep += "<array>";
+  }
+  for (const std::string& damage : std::vector<std::string>{
+           "", "<int/>", R"(<int value="12x"/>)", R"(<int value="99999999999"/>)",
+           R"(<float value="1e999"/>)", R"(<float nan="3f800000"/>)", R"(<string bytes="414"/>)",
+           R"(<string bytes="zz"/>)", "<string/>", "<foo/>", "<invalid/><invalid/>",
+           R"(<array>text</array>)", R"(<int value="1" more=""/>)", deep}) {
+    const std::string path =
+        temporary.write("p.xml", "<preferences version=\"1\">" + damage + "</preferences>");
+    try {
+      (void)simulation::readPreferenceFile(path);
+      ADD_FAILURE() << "accepted: " << damage.substr(0, 40);
+    } catch (const ZR::ZRException& error) {
+      EXPECT_EQ(std::string(error.what()).rfind(path, 0), 0U) << error.what();
+    }
+  }
+}
+
+TEST(PreferenceFile, RefusesAnArrayWithinTooManyOthers) {
+  const Temporary temporary;
+  const simulation::Framework framework(temporary.path(""));
+  ZR::ZRValue tree;
+  ZR::ZRValue* inner = &tree;
+  for (int depth = 0; depth < 200; ++depth) {
+    inner->arraySetSize(1);
+    inner = &(*inner)[0];
+  }
+  ZR::ZRPreferencesProxy proxy(framework.broker());
+  EXPECT_THROW(proxy.writePrefFile("p.xml", tree, false), ZR::ZRException);
+  EXPECT_FALSE(temporary.holds("p.xml"));
 }
 
 TEST(Broker, HandsOutThePreferencesServiceAlone) {

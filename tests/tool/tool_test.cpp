@@ -144,7 +144,8 @@ TEST(Tool, RefusesBadInputBeforeAnythingMoves) {
       {{none, motion}, none + ": error: cannot be read"},
       {{machine, motion, "--trace", none + "/t.csv"}, none + "/t.csv: error: cannot be written"},
       {{machine, motion, "--plot", none + "/p.svg"}, none + "/p.svg: error: cannot be written"},
-      {{machine, motion, "--plot", machine}, machine + ": error: the picture would replace"},
+      {{machine, motion, "--plot", machine},
+       machine + ": error: the picture would replace an input"},
       {{machine}, "torvex: error: MOTION is required"},
       {{machine, motion, "--cycle", "0"}, "torvex: error: --cycle: '0' is not"},
       {{machine, motion, "--cycle", "1.5ms"}, "torvex: error: --cycle: '1.5ms' is not"},
@@ -210,7 +211,7 @@ TEST(Tool, ExportsAThousandPreferencesInOrder) {
   Tool tool({"export", path, "D", "d.xml", "--directory", temporary.path("made")});
   EXPECT_EQ(tool.wait(), 0);
   const std::string file = temporary.path("made/d.xml");
-  EXPECT_EQ(tool.said(), "D: 1000 preferences are in " + file + "\n");
+  EXPECT_EQ(tool.said(), "D: keys exported: 1000, to " + file + "\n");
   ZR::ZRValue tree = simulation::readPreferenceFile(file);
   ASSERT_EQ(tree.getSize(), 1000);
   for (int i = 0; i < 1000; ++i) {
@@ -225,7 +226,9 @@ TEST(Tool, ExportsAThousandPreferencesInOrder) {
   EXPECT_FALSE(temporary.holds("made/e.xml"));
   EXPECT_EQ(statusOf({"export", path, "d", "d.xml"}), 2) << "case counts";
   EXPECT_EQ(statusOf({"export", path, "D", "../d.xml"}), 2);
-  EXPECT_EQ(statusOf({"export", path, "D", "x", "--directory", file}), 1);
+  EXPECT_EQ(statusOf({"export", path, "D", "x", "--directory", file}), 2);
+  EXPECT_EQ(statusOf({"export", path, "D", "m.yaml", "--directory", temporary.path("none/..")}), 2);
+  EXPECT_EQ(contentsOf(path), machine) << "no output replaces an input";
 }
 
 TEST(Tool, ExportsTheLivePoolAtTheEndOfARun) {
@@ -246,10 +249,17 @@ TEST(Tool, ExportsTheLivePoolAtTheEndOfARun) {
   ASSERT_EQ(statusOf(command), 0);
   EXPECT_EQ(simulation::readPreferenceFile(temporary.path("board.xml")).getSize(), 4);
   EXPECT_EQ(simulation::readPreferenceFile(temporary.path("head.xml"))[0][2].asFloat(), 0.0125F);
-  command.back() = "nobody=head.xml";
-  Tool refused(command);
-  EXPECT_EQ(refused.wait(), 2);
-  EXPECT_EQ(refused.said().rfind("torvex: error: machine 'humanoid' has no device", 0), 0U);
+  const std::string file = temporary.path("board.xml");
+  for (const auto& [wrong, expected] :
+       {std::pair<const char*, std::string>{"nobody=head.xml",
+                                            "torvex: error: machine 'humanoid' has no device"},
+        {"head_yaw=board.xml",
+         file + ": error: the preference file of head_yaw would replace the"}}) {
+    command.back() = wrong;
+    Tool refused(command);
+    EXPECT_EQ(refused.wait(), 2);
+    EXPECT_EQ(refused.said().rfind(expected, 0), 0U) << refused.said();
+  }
 }
 
 TEST(Tool, KilledInAnExportLeavesTheOldFileOrTheNewOne) {
