@@ -59,9 +59,9 @@ void checkExport(const MachineFile& machine, const PreferenceExport& wanted,
 std::string exportPreferences(const PreferenceExport& wanted, const std::string& directory) {
   const ExportQelvoPreferences done(wanted.container.c_str(), wanted.file.c_str());
   return done.keyAdded
-             ? fmt::format("{}: keys exported: {}, to {}\n", wanted.container,
+             ? fmt::format("{}: keys exported: {}, to {}", wanted.container,
                            keyCount(wanted.container), wanted.pathIn(directory))
-             : fmt::format("{} has no preferences in use: nothing was written\n", wanted.container);
+             : fmt::format("{} has no preferences in use: nothing was written", wanted.container);
 }
 
 }  // namespace host

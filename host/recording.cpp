@@ -11,7 +11,9 @@ constexpr std::int64_t mostRows = 4096;
 
 Recording::Recording(std::size_t rowLength, std::int64_t cycles)
     : rowLength_(rowLength), stride_(cycles / mostRows + 1) {
-  values_.reserve(static_cast<std::size_t>(std::min(cycles, mostRows)) * rowLength);
+  // Written once, so that no cycle waits for the pages.
+  values_.resize(static_cast<std::size_t>(std::min(cycles, mostRows)) * rowLength);
+  values_.clear();
 }
 
 void Recording::add(const std::vector<double>& row) noexcept {

@@ -12,8 +12,41 @@ std::string microseconds(std::uint64_t nanoseconds) {
   return fmt::format("{:.1f}", static_cast<double>(nanoseconds) / 1000.0);
 }
 
+std::string quantiles(const Histogram& histogram) {
+  return fmt::format("in us: p50 {}, p99 {}, p99.9 {}, max {}\n",
+                     microseconds(histogram.quantile(0.5)), microseconds(histogram.quantile(0.99)),
+                     microseconds(histogram.quantile(0.999)), microseconds(histogram.maximum()));
+}
+
 std::string orDash(const std::optional<double>& number) {
   return number ? fmt::format("{:.4f}", *number) : "-";
+}
+
+Json quantilesJson(const Histogram& histogram) {
+  return {{"p50", histogram.quantile(0.5)},
+          {"p99", histogram.quantile(0.99)},
+          {"p99.9", histogram.quantile(0.999)},
+          {"max", histogram.maximum()}};
+}
+
+Json numberOrNull(const std::optional<double>& number) {
+  return number ? Json(static_cast<float>(*number)) : Json();
+}
+
+Json actuatorJson(Torvex& torvex, std::size_t i) {
+  const MovedActuator& actuator = torvex.actuators()[i];
+  const FeedCount& fed = torvex.feeder().count(i);
+  return {{"name", actuator.name},
+          {"sent", fed.sent},
+          {"delivered", fed.delivered},
+          {"late", fed.late},
+          {"refused", fed.refused},
+          {"cleared", fed.cleared},
+          {"limited", torvex.machine().counters(actuator.index).limited},
+          {"moved", actuator.cyclesMovedByOthers},
+          {"target", numberOrNull(actuator.finalTarget)},
+          {"command", numberOrNull(actuator.commanded())},
+          {"measured", numberOrNull(actuator.measuredValue())}};
 }
 
 /// The course of the commands between their least and greatest value.
@@ -76,12 +109,11 @@ std::string loadedReport(const MachineFile& machine, const std::vector<Motion>& 
 
 std::string runReport(Torvex& torvex) {
   const CycleCount& counts = torvex.counts();
-  const Histogram& durations = counts.durations;
-  std::string text =
-      fmt::format("\ncycles  {}, overruns {}; duration in us: min {}, median {}, p99 {}, max {}\n",
-                  counts.cycles, counts.overruns, microseconds(durations.minimum()),
-                  microseconds(durations.quantile(0.5)), microseconds(durations.quantile(0.99)),
-                  microseconds(durations.maximum()));
+  std::string text = fmt::format("\ncycles  {}, overruns {}\n", counts.cycles, counts.overruns);
+  if (torvex.options().clock == Clock::realtime) {
+    text += "latency   " + quantiles(counts.latencies);
+  }
+  text += "duration  " + quantiles(counts.durations);
   const std::size_t width = longestName(torvex.actuators());
   text += fmt::format("\n{:<{}} {:>6} {:>9} {:>7} {:>7} {:>7} {:>5} {:>8} {:>8} {:>8}  course\n",
                       "actuator", width, "sent", "delivered", "refused", "cleared", "limited",
@@ -97,6 +129,32 @@ std::string runReport(Torvex& torvex) {
                         drawCourse(torvex.recording(), actuator.commandColumn));
   }
   return text;
+}
+
+Json runJson(Torvex& torvex, const Outcome& outcome) {
+  const RunOptions& options = torvex.options();
+  const CycleCount& counts = torvex.counts();
+  const bool realtime = options.clock == Clock::realtime;
+  Json actuators = Json::array();
+  for (std::size_t i = 0; i < torvex.actuators().size(); ++i) {
+    actuators.push_back(actuatorJson(torvex, i));
+  }
+  return {{"machine", outcome.machine},
+          {"machine_file", options.machinePath},
+          {"motions", options.motionPaths},
+          {"pool", options.poolName},
+          {"clock", realtime ? "realtime" : "simulated"},
+          {"cycle_ms", options.timing.cycleMs},
+          {"cycles", counts.cycles},
+          {"overruns", counts.overruns},
+          {"dropped_trace_rows", counts.droppedTraceRows},
+          {"latency_ns", realtime ? quantilesJson(counts.latencies) : Json()},
+          {"duration_ns", quantilesJson(counts.durations)},
+          {"actuators", actuators},
+          {"exports", outcome.exports},
+          {"warnings", outcome.warnings},
+          {"errors", outcome.errors},
+          {"signal", outcome.signal == 0 ? Json() : Json(outcome.signal)}};
 }
 
 std::vector<std::string> shortfalls(Torvex& torvex) {

@@ -4,6 +4,7 @@
 #include <vector>
 
 #include "host/torvex.h"
+#include "host/values.h"
 
 namespace host {
 
@@ -14,6 +15,21 @@ std::string loadedReport(const MachineFile& machine, const std::vector<Motion>& 
 
 /// The cycle's figures and a row an actuator, for standard output.
 std::string runReport(Torvex& torvex);
+
+/// What is known of a run beside its counts.
+struct Outcome {
+  std::string machine;
+  std::vector<std::string> warnings;
+  std::vector<std::string> errors;
+  /// What was exported, a line each.
+  std::vector<std::string> exports;
+  /// That stopped it; 0 when none did.
+  int signal = 0;
+};
+
+/// The same and more as one object: times in milliseconds, latencies and durations in
+/// nanoseconds.
+Json runJson(Torvex& torvex, const Outcome& outcome);
 
 /// Why the run did not do what was asked, one reason a line; empty when it did.
 std::vector<std::string> shortfalls(Torvex& torvex);

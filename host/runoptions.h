@@ -6,6 +6,7 @@
 #include <vector>
 
 #include "host/preferenceexport.h"
+#include "host/realtime.h"
 
 namespace host {
 
@@ -24,6 +25,8 @@ struct RunOptions {
   std::vector<std::string> motionPaths;
   Clock clock = Clock::realtime;
   Timing timing;
+  /// Of the cycle thread, in real time.
+  ThreadPlace cyclePlace;
   /// The tick, in milliseconds modulo 2^32, of the first cycle.
   std::uint32_t startTick = 0;
   /// In the unit of the actuator.
@@ -36,6 +39,8 @@ struct RunOptions {
   /// What is exported at the end, and where to.
   std::vector<PreferenceExport> exports;
   std::string preferenceDirectory = ".";
+  /// The outcome as a JSON object instead of tables.
+  bool json = false;
 };
 
 }  // namespace host

@@ -8,6 +8,7 @@
 #include <future>
 #include <memory>
 
+#include "host/realtime.h"
 #include "host/stopsignal.h"
 #include "platform/zr/zrcriticalsectionwrite.h"
 #include "registry/attrfullnamemanager.h"
@@ -20,6 +21,8 @@ constexpr std::int64_t nsPerMs = 1'000'000;
 constexpr std::int64_t nsPerSecond = 1'000'000'000;
 /// How long the measured values may take to settle after the last command.
 constexpr std::int64_t longestSettlingMs = 2000;
+/// Until the first cycle, for the threads to take their places.
+constexpr std::int64_t startUpMs = 50;
 
 std::int64_t monotonicNs() {
   timespec now{};
@@ -139,9 +142,11 @@ void Torvex::runSimulated(const Progress& progress) {
 }
 
 void Torvex::runRealtime(const Progress& progress) {
-  const std::int64_t originNs = monotonicNs() + schedule_.cycleMs * nsPerMs;
-  const auto guarded = [this, originNs](void (Torvex::*drive)(std::int64_t)) {
+  const std::int64_t originNs = monotonicNs() + startUpMs * nsPerMs;
+  const auto guarded = [this, originNs](const host::ThreadPlace& place,
+                                        void (Torvex::*drive)(std::int64_t)) {
     try {
+      host::takePlace(place);
       (this->*drive)(originNs);
     } catch (...) {
       ended_ = true;
@@ -153,8 +158,10 @@ void Torvex::runRealtime(const Progress& progress) {
   // Whatever goes wrong here, the threads end before their futures wait for them.
   const std::unique_ptr<std::atomic<bool>, void (*)(std::atomic<bool>*)> endAtExit(
       &ended_, [](std::atomic<bool>* ended) { *ended = true; });
-  commandThread = std::async(std::launch::async, guarded, &Torvex::driveFeeder);
-  cycleThread = std::async(std::launch::async, guarded, &Torvex::driveCycles);
+  const host::ThreadPlace& cyclePlace = options_.cyclePlace;
+  const host::ThreadPlace commandPlace{cyclePlace.priority - 1, std::nullopt};
+  commandThread = std::async(std::launch::async, guarded, commandPlace, &Torvex::driveFeeder);
+  cycleThread = std::async(std::launch::async, guarded, cyclePlace, &Torvex::driveCycles);
   constexpr std::int64_t progressNs = 50 * nsPerMs;
   while (cycleThread.wait_for(std::chrono::nanoseconds(progressNs)) != std::future_status::ready) {
     progress(latestCycleMs_);
@@ -168,7 +175,9 @@ void Torvex::driveCycles(std::int64_t originNs) {
   const std::int64_t cycleNs = schedule_.cycleMs * nsPerMs;
   std::int64_t previousMs = latestCycleMs_;
   for (std::int64_t point = 0;;) {
-    sleepUntil(originNs + point * cycleNs);
+    const std::int64_t plannedNs = originNs + point * cycleNs;
+    sleepUntil(plannedNs);
+    counts_.latencies.add(static_cast<std::uint64_t>(monotonicNs() - plannedNs));
     const std::int64_t timeMs = point * schedule_.cycleMs;
     cycle(timeMs, previousMs);
     if (hasEnded(timeMs)) {

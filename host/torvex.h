@@ -28,6 +28,8 @@ struct CycleCount {
   std::uint64_t droppedTraceRows = 0;
   /// Without handing over the trace row, which may wait in simulated time.
   Histogram durations;
+  /// From the moment a cycle was planned for to its begin; nothing in simulated time.
+  Histogram latencies;
 };
 
 }  // namespace host

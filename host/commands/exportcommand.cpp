@@ -24,7 +24,7 @@ int exportFrom(const ExportOptions& options) {
   const simulation::Machine simulated("", machine.description);
   const simulation::Framework framework(options.directory);
   setBrokerManager(framework.broker());
-  say(exportPreferences(options.wanted, options.directory));
+  say(exportPreferences(options.wanted, options.directory) + "\n");
   setBrokerManager(nullptr);
   return outputFailed() ? shortfallStatus : okStatus;
 }

@@ -23,6 +23,30 @@ std::uint32_t milliseconds(const std::string& option, const std::string& text, s
   return value;
 }
 
+int wholeNumber(const std::string& text) {
+  int value = -1;
+  const char* const end = text.data() + text.size();
+  const auto [stop, failure] = std::from_chars(text.data(), end, value);
+  return failure == std::errc() && stop == end ? value : -1;
+}
+
+int priority(const std::string& text) {
+  const int value = wholeNumber(text);
+  if (value < 2 || value > 99) {
+    throw CLI::ValidationError("--priority", "'" + text + "' is not a priority from 2 to 99");
+  }
+  return value;
+}
+
+int processor(const std::string& text) {
+  const int value = wholeNumber(text);
+  if (!isAllowedProcessor(value)) {
+    throw CLI::ValidationError("--affinity",
+                               "'" + text + "' is not a processor that this process may run on");
+  }
+  return value;
+}
+
 }  // namespace
 
 double positiveNumber(const std::string& option, const std::string& text) {
@@ -79,6 +103,20 @@ void addTiming(CLI::App& command, Timing& timing) {
           },
           "Time to approach the first points of trajectories (default: what they need)")
       ->type_name("TIME");
+}
+
+void addCyclePlace(CLI::App& command, ThreadPlace& place) {
+  command
+      .add_option_function<std::string>(
+          "--priority", [&place](const std::string& text) { place.priority = priority(text); },
+          "Real-time priority of the cycle thread, 2 to 99; commands come one below")
+      ->type_name("NUMBER")
+      ->default_str(std::to_string(place.priority));
+  command
+      .add_option_function<std::string>(
+          "--affinity", [&place](const std::string& text) { place.processor = processor(text); },
+          "The processor that the cycle thread runs on (default: any)")
+      ->type_name("CPU");
 }
 
 void addPreferenceDirectory(CLI::App& command, std::string& path) {

@@ -22,6 +22,8 @@ void addMachine(CLI::App& command, std::string& path);
 void addMotions(CLI::App& command, std::vector<std::string>& paths);
 void addTiming(CLI::App& command, Timing& timing);
 void addPreferenceDirectory(CLI::App& command, std::string& path);
+/// What the thread of the cycle asks of the machine, in real time.
+void addCyclePlace(CLI::App& command, ThreadPlace& place);
 void addPool(CLI::App& command, std::string& name);
 
 }  // namespace host

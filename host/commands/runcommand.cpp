@@ -13,10 +13,12 @@
 #include "host/liveview.h"
 #include "host/outputpaths.h"
 #include "host/plot/plot.h"
+#include "host/realtime.h"
 #include "host/report.h"
 #include "host/stopsignal.h"
 #include "host/torvex.h"
 #include "host/trace.h"
+#include "host/values.h"
 
 namespace host {
 namespace {
@@ -25,6 +27,10 @@ void complainLines(const char* kind, const std::vector<std::string>& lines) {
   for (const std::string& line : lines) {
     complain(fmt::format("torvex: {}: {}\n", kind, line));
   }
+}
+
+std::string joinedLines(const std::vector<std::string>& lines) {
+  return lines.empty() ? "" : fmt::format("{}\n", fmt::join(lines, "\n"));
 }
 
 void checkOutputPaths(const RunOptions& options, const MachineFile& machine) {
@@ -67,14 +73,12 @@ struct Outputs {
   std::optional<Plot> plot;
 };
 
-/// Why they are not there; empty when they are.
-std::vector<std::string> finish(Outputs& outputs, const Torvex& torvex, const Plan& plan) {
-  std::vector<std::string> failures;
+void finish(Outputs& outputs, const Torvex& torvex, const Plan& plan, Outcome& outcome) {
   const auto attempt = [&](const char* what, const auto& action) {
     try {
       action();
     } catch (const std::exception& error) {
-      failures.push_back(fmt::format("the {} was not written: {}", what, error.what()));
+      outcome.errors.push_back(fmt::format("the {} was not written: {}", what, error.what()));
     }
   };
   if (outputs.trace) {
@@ -85,25 +89,54 @@ std::vector<std::string> finish(Outputs& outputs, const Torvex& torvex, const Pl
   }
   const RunOptions& options = torvex.options();
   for (const PreferenceExport& wanted : options.exports) {
-    attempt("export", [&] { say(exportPreferences(wanted, options.preferenceDirectory)); });
+    attempt("export", [&] {
+      outcome.exports.push_back(exportPreferences(wanted, options.preferenceDirectory));
+    });
   }
-  return failures;
 }
 
-int outcome(Torvex& torvex, const std::vector<std::string>& outputFailures) {
-  say(runReport(torvex));
-  complainLines("warning", warnings(torvex));
-  complainLines("error", outputFailures);
-  if (const int signal = StopSignal::received()) {
-    complain(fmt::format("torvex: stopped by signal {}\n", signal));
-    return signalStatus + signal;
+/// Says all of it, and the status to exit with.
+int conclude(Torvex& torvex, Outcome& outcome) {
+  const std::vector<std::string> noted = warnings(torvex);
+  outcome.warnings.insert(outcome.warnings.end(), noted.begin(), noted.end());
+  outcome.signal = StopSignal::received();
+  if (outcome.signal == 0) {
+    const std::vector<std::string> reasons = shortfalls(torvex);
+    outcome.errors.insert(outcome.errors.end(), reasons.begin(), reasons.end());
   }
-  const std::vector<std::string> reasons = shortfalls(torvex);
-  complainLines("error", reasons);
+  say(torvex.options().json ? printed(runJson(torvex, outcome), 2) + "\n"
+                            : joinedLines(outcome.exports) + runReport(torvex));
+  complainLines("warning", noted);
+  complainLines("error", outcome.errors);
+  if (outcome.signal != 0) {
+    complain(fmt::format("torvex: stopped by signal {}\n", outcome.signal));
+    return signalStatus + outcome.signal;
+  }
   if (outputFailed()) {
     complain("torvex: error: standard output cannot be written\n");
   }
-  return reasons.empty() && outputFailures.empty() && !outputFailed() ? okStatus : shortfallStatus;
+  return outcome.errors.empty() && !outputFailed() ? okStatus : shortfallStatus;
+}
+
+/// What is known before anything moves.
+Outcome announce(Torvex& torvex, const MachineFile& machine, const std::vector<Motion>& motions,
+                 const Schedule& schedule) {
+  const RunOptions& options = torvex.options();
+  Outcome outcome;
+  outcome.machine = machine.name;
+  if (!options.json) {
+    say(loadedReport(machine, motions, schedule, options, torvex.machine().replacedLeftover()));
+  }
+  outcome.warnings = lateItems(motions);
+  for (const std::string& warning : outcome.warnings) {
+    complain(warning + "\n");
+  }
+  if (options.clock == Clock::realtime) {
+    const std::vector<std::string> refused = prepareRealtime(options.cyclePlace);
+    complainLines("warning", refused);
+    outcome.warnings.insert(outcome.warnings.end(), refused.begin(), refused.end());
+  }
+  return outcome;
 }
 
 int run(const RunOptions& options) {
@@ -125,15 +158,12 @@ int run(const RunOptions& options) {
   if (!options.plotPath.empty()) {
     outputs.plot.emplace(options.plotPath, titleOf(machine, options));
   }
-  say(loadedReport(machine, motions, plan.schedule, options, torvex.machine().replacedLeftover()));
-  for (const std::string& warning : lateItems(motions)) {
-    complain(warning + "\n");
-  }
+  Outcome outcome = announce(torvex, machine, motions, plan.schedule);
   torvex.run(
       [&](std::int64_t timeMs) { view.show(torvex.actuators(), timeMs, torvex.lastItemMs()); });
   view.clear();
-  const std::vector<std::string> failures = finish(outputs, torvex, plan);
-  return outcome(torvex, failures);
+  finish(outputs, torvex, plan, outcome);
+  return conclude(torvex, outcome);
 }
 
 PreferenceExport exportNamed(const std::string& text) {
@@ -206,6 +236,7 @@ void addRunCommand(CLI::App& app, Command& chosen) {
   addMotions(command, options->motionPaths);
   addClock(command, *options);
   addTiming(command, options->timing);
+  addCyclePlace(command, options->cyclePlace);
   command
       .add_option_function<std::string>(
           "--tolerance",
@@ -218,6 +249,7 @@ void addRunCommand(CLI::App& app, Command& chosen) {
   addOutputs(command, *options);
   addExports(command, *options);
   addPool(command, options->poolName);
+  command.add_flag("--json", options->json, "The outcome as a JSON object instead of tables");
   command.callback([options, &chosen] { chosen = [options] { return run(*options); }; });
 }
 
