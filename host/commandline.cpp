@@ -3,6 +3,7 @@
 #include <CLI/CLI.hpp>
 
 #include "host/commands/checkcommand.h"
+#include "host/commands/doctorcommand.h"
 #include "host/commands/exportcommand.h"
 #include "host/commands/listcommand.h"
 #include "host/commands/runcommand.h"
@@ -21,6 +22,7 @@ int runCommandLine(int argc, char** argv) {
   Command chosen;
   addRunCommand(app, chosen);
   addCheckCommand(app, chosen);
+  addDoctorCommand(app, chosen);
   addExportCommand(app, chosen);
   addListCommand(app, chosen);
   addWatchCommand(app, chosen);
