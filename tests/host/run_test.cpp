@@ -1,51 +1,16 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
-#include <cmath>
 #include <random>
 #include <string>
 
 #include "host/report.h"
 #include "host/torvex.h"
 #include "registry/attrfullnamemanager.h"
+#include "tests/host/prepared.h"
 #include "tests/support/bits.h"
-#include "tests/support/temporary.h"
 
 namespace {
-
-/// A machine of some joints and a motion of some points for it, in simulated time.
-struct Prepared {
-  Temporary temporary;
-  host::MachineFile machine;
-  std::vector<host::Motion> motions{1};
-  host::RunOptions options;
-
-  Prepared(int joints, int points, std::uint32_t stepMs) {
-    for (int i = 0; i < joints; ++i) {
-      simulation::Actuator actuator;
-      actuator.name = "j" + std::to_string(i);
-      actuator.minimum = -2.0F;
-      actuator.maximum = 2.0F;
-      machine.description.actuators.push_back(actuator);
-      simulation::Sensor sensor;
-      sensor.name = actuator.name + "/Sensor";
-      sensor.actuator = i;
-      machine.description.sensors.push_back(sensor);
-      motions[0].actuators.push_back(i);
-    }
-    for (int point = 0; point < points; ++point) {
-      motions[0].times.push_back(stepMs * static_cast<std::uint32_t>(point));
-      motions[0].places.emplace_back();
-      for (int i = 0; i < joints; ++i) {
-        motions[0].values.emplace_back(std::sin(0.05F * static_cast<float>(point + i)));
-      }
-    }
-    options.clock = host::Clock::simulated;
-    options.poolName = temporary.pool();
-  }
-
-  [[nodiscard]] host::Plan plan() const { return host::planRun(machine, motions, options.timing); }
-};
 
 /// The library on a machine, without a host.
 struct Library {

@@ -150,6 +150,10 @@ TEST(Tool, RefusesBadInputBeforeAnythingMoves) {
       {{machine, motion, "--cycle", "0"}, "torvex: error: --cycle: '0' is not"},
       {{machine, motion, "--cycle", "1.5ms"}, "torvex: error: --cycle: '1.5ms' is not"},
       {{machine, motion, "--start", "4294967296"}, "torvex: error: --start:"},
+      {{machine, motion, "--priority", "1"}, "torvex: error: --priority: '1' is not"},
+      {{machine, motion, "--priority", "100"}, "torvex: error: --priority: '100' is not"},
+      {{machine, motion, "--affinity", "-1"}, "torvex: error: --affinity: '-1' is not"},
+      {{machine, motion, "--affinity", "1024"}, "torvex: error: --affinity: '1024' is not"},
       {{machine, motion, "--clock", "sundial"}, "torvex: error: --clock:"},
       {{machine, motion, "--tolerance", "nan"}, "torvex: error: --tolerance:"},
       {{machine, motion, "--pool", "a/b"}, "torvex: error: 'a/b' is no pool name"},
@@ -164,6 +168,29 @@ TEST(Tool, RefusesBadInputBeforeAnythingMoves) {
     EXPECT_EQ(tool.said().rfind(expected, 0), 0U) << tool.said();
   }
   EXPECT_FALSE(temporary.holds("t.csv") || temporary.holds("t.csv.torvex-part"));
+}
+
+/// The outcome of a run, behind the warnings.
+nlohmann::json outcomeOf(const std::string& clock) {
+  const Temporary temporary;
+  const std::string motion = temporary.write(
+      "m.yaml", "joint_names: [a]\npoints:\n- {positions: [0.1], time_from_start: 0.2}\n");
+  Tool tool({"run", temporary.write("r.urdf", urdf), motion, "--json", "--clock", clock, "--cycle",
+             "1ms", "--pool", temporary.pool()});
+  EXPECT_EQ(tool.wait(), 0) << tool.said();
+  return nlohmann::json::parse(tool.said().substr(tool.said().find('{')));
+}
+
+TEST(Tool, TellsTheOutcomeAsJson) {
+  const nlohmann::json real = outcomeOf("realtime");
+  EXPECT_GE(real["cycles"].get<int>() + real["overruns"].get<int>(), 200);
+  EXPECT_LE(real["latency_ns"]["p50"], real["latency_ns"]["p99.9"]);
+  EXPECT_LE(real["duration_ns"]["p99.9"], real["duration_ns"]["max"]);
+  EXPECT_EQ(real["actuators"][0]["delivered"], real["actuators"][0]["sent"]);
+  EXPECT_EQ(real["actuators"][0]["command"].get<float>(), 0.1F);
+  const nlohmann::json simulated = outcomeOf("simulated");
+  EXPECT_TRUE(simulated["latency_ns"].is_null());
+  EXPECT_TRUE(simulated["warnings"].empty()) << "it asks nothing of the machine";
 }
 
 TEST(Tool, DrawsWhatItDid) {
