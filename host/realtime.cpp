@@ -53,11 +53,8 @@ const char* const memoryAdvice =
     "CAP_IPC_LOCK";
 
 bool isAllowedProcessor(int processor) {
-  cpu_set_t allowed;
-  CPU_ZERO(&allowed);
   return processor >= 0 && processor < CPU_SETSIZE &&
-         sched_getaffinity(0, sizeof allowed, &allowed) == 0 &&
-         CPU_ISSET(static_cast<std::size_t>(processor), &allowed);
+         std::async(std::launch::async, pinTo, processor).get() == 0;
 }
 
 int takePlace(const ThreadPlace& place) noexcept {

@@ -19,7 +19,8 @@ struct ThreadPlace {
 extern const char* const schedulingAdvice;
 extern const char* const memoryAdvice;
 
-/// Whether the system lets this process run on the processor of this number.
+/// Whether a thread of this process may run on the processor of this number. It is
+/// tried: an isolated processor is not among those where threads run by default.
 bool isAllowedProcessor(int processor);
 
 /// Puts the calling thread in its place, as far as the machine grants it, and touches
