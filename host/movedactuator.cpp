@@ -58,8 +58,8 @@ std::vector<MovedActuator> movedActuators(const MachineFile& machine, const Plan
                                           const simulation::Machine& simulated) {
   const auto sensors = sensorsByName(machine, simulated);
   std::vector<MovedActuator> moved;
-  for (std::size_t i = 0; i < plan.actuators.size(); ++i) {
-    const int index = plan.actuators[i].index;
+  for (const PlannedActuator& planned : plan.actuators) {
+    const int index = planned.index;
     const simulation::Actuator& actuator = machine.actuator(index);
     MovedActuator added;
     added.name = actuator.name;
@@ -69,7 +69,7 @@ std::vector<MovedActuator> movedActuators(const MachineFile& machine, const Plan
     added.measured = sensor == sensors.end() ? nullptr : sensor->second;
     added.minimum = actuator.minimum;
     added.maximum = actuator.maximum;
-    added.finalTarget = finalTarget(plan.actuators[i].course, actuator);
+    added.finalTarget = finalTarget(planned.course, actuator);
     added.lastBits = bitsIn(*added.command);
     moved.push_back(std::move(added));
   }

@@ -68,6 +68,8 @@ void ExportQelvoPreferences::createZRValueFromPreference(const char* containerNa
   }
 }
 
+// The key is a copy by contract.
+// NOLINTNEXTLINE(performance-unnecessary-value-param)
 int ExportQelvoPreferences::xAddAKey(std::string key, ZR::ZRValue& value, ZR::ZRValue& tree) {
   if (!keyAdded || !tree.isValid()) {
     tree.arraySetSize(0);

@@ -64,9 +64,9 @@ void Framework::setReachable(bool reachable) {
 
 namespace ZR {
 
-ZRPreferencesProxy::ZRPreferencesProxy(const boost::shared_ptr<ZRProxy>& service)
-    : service_(service) {
-  if (dynamic_cast<simulation::PreferencesService*>(service.get()) == nullptr) {
+ZRPreferencesProxy::ZRPreferencesProxy(boost::shared_ptr<ZRProxy> service)
+    : service_(std::move(service)) {
+  if (dynamic_cast<simulation::PreferencesService*>(service_.get()) == nullptr) {
     throw ZRException("this is no proxy of the preferences service");
   }
 }

@@ -15,8 +15,8 @@
 namespace simulation {
 namespace {
 
-Error unwritable(const char* why) {
-  return Error(std::string("cannot be written: ") + why);
+Error unwritable(const std::string& why) {
+  return Error{"cannot be written: " + why};
 }
 
 /// Replacing a file asks only for its folder's permission; ask for its own too.

@@ -17,7 +17,7 @@ class PLATFORM_API ZRPreferencesProxy {
  public:
   /// On a proxy of the service, or on the broker that has it. Throws `ZRException`
   /// when it is another module's, or not there; an empty broker is not there.
-  explicit ZRPreferencesProxy(const boost::shared_ptr<ZRProxy>& service);
+  explicit ZRPreferencesProxy(boost::shared_ptr<ZRProxy> service);
   explicit ZRPreferencesProxy(const boost::shared_ptr<ZRBroker>& broker);
 
   /// Has the service write `tree` to the preference file `fileName`. What `flag`

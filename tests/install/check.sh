@@ -17,7 +17,7 @@ mv "$work/installed" "$work/moved"
 
 package=$(dirname "$(find "$work/moved" -name torvex.pc)")
 for reference in "$source" "$build" "$work"; do
-  ! grep -rF "$reference" "$package" "$package/../cmake" || exit 1
+  ! grep -rE "(^|[^[:alnum:]_}./-])$reference(/|\"|$)" "$package" "$package/../cmake" || exit 1
 done
 
 cp -r "$source/examples" "$work/examples"

@@ -84,8 +84,8 @@ ZRCriticalSectionWrite::~ZRCriticalSectionWrite() {
   FakePlatform::used->record("unlock");
   static_cast<FakeMutex&>(*mutex_).held = false;
 }
-ZRPreferencesProxy::ZRPreferencesProxy(const boost::shared_ptr<ZRProxy>& service)
-    : service_(service) {}
+ZRPreferencesProxy::ZRPreferencesProxy(boost::shared_ptr<ZRProxy> service)
+    : service_(std::move(service)) {}
 
 void ZRPreferencesProxy::writePrefFile(const std::string& fileName, const ZRValue& tree,
                                        const bool& flag) {
