@@ -6,6 +6,9 @@
 
 #include <benchmark/benchmark.h>
 
+#include <functional>
+#include <string>
+
 namespace bench {
 
 /// Each registers one group of benchmarks. They run in random order, again and
@@ -15,6 +18,10 @@ void addPushBenchmarks();
 void addPoolBenchmarks();
 void addNameBenchmarks();
 void addBusyBenchmarks();
+
+/// Registers one benchmark.
+benchmark::internal::Benchmark* add(const std::string& name,
+                                    std::function<void(benchmark::State&)> run);
 
 /// The counter that every benchmark sets and the table shows.
 constexpr const char* nsCounter = "ns";

@@ -112,7 +112,7 @@ void consume(benchmark::State& state, Timelines& timelines) {
   unsigned int time = 1;
   timelines.push(time);
   Stopwatch watch;
-  for (auto iteration : state) {
+  for ([[maybe_unused]] auto iteration : state) {
     timelines.push(time + 1);
     watch.start();
     timelines.run(time);
@@ -132,7 +132,7 @@ void runCycles(benchmark::State& state, std::size_t actuators, Situation situati
       timelines.push(farAhead);
     }
     unsigned int time = 1;
-    for (auto iteration : state) {
+    for ([[maybe_unused]] auto iteration : state) {
       timelines.run(time++);
     }
   }
@@ -143,7 +143,7 @@ void runFloor(benchmark::State& state, std::size_t actuators) {
   Rig rig(actuators, Law::linear, 0);
   Segments segments(rig);
   unsigned int time = 1;
-  for (auto iteration : state) {
+  for ([[maybe_unused]] auto iteration : state) {
     segments.run(time++);
   }
   countItems(state, static_cast<double>(actuators));
@@ -154,22 +154,22 @@ void runLockedFloor(benchmark::State& state, std::size_t actuators) {
   Segments segments(rig);
   const auto lock = ZR::ZRMutexRW::createZRMutexRW();
   unsigned int time = 1;
-  for (auto iteration : state) {
+  for ([[maybe_unused]] auto iteration : state) {
     segments.runLocked(time++, lock);
   }
   countItems(state, static_cast<double>(actuators));
 }
 
 void addSituation(const std::string& name, Situation situation, std::size_t actuators) {
-  const auto add = [&](const char* whose, auto run) {
-    auto* added = benchmark::RegisterBenchmark(
-        (name + whose).c_str(), [=](benchmark::State& state) { run(state, actuators, situation); });
+  const auto addWhose = [&](const char* whose, auto run) {
+    auto* added =
+        add(name + whose, [=](benchmark::State& state) { run(state, actuators, situation); });
     if (situation == Situation::consuming) {
       added->UseManualTime();
     }
   };
-  add("/torvex", runCycles<Torvex>);
-  add("/vector", runCycles<Vectors>);
+  addWhose("/torvex", runCycles<Torvex>);
+  addWhose("/vector", runCycles<Vectors>);
 }
 
 }  // namespace
@@ -181,8 +181,9 @@ void addCycleBenchmarks() {
     addSituation(group + "/on_the_way", Situation::onTheWay, actuators);
     addSituation(group + "/waiting_step", Situation::waitingStep, actuators);
     addSituation(group + "/consuming", Situation::consuming, actuators);
-    benchmark::RegisterBenchmark((group + "/floor").c_str(), runFloor, actuators);
-    benchmark::RegisterBenchmark((group + "/floor_with_lock").c_str(), runLockedFloor, actuators);
+    add(group + "/floor", [=](benchmark::State& state) { runFloor(state, actuators); });
+    add(group + "/floor_with_lock",
+        [=](benchmark::State& state) { runLockedFloor(state, actuators); });
   }
 }
 

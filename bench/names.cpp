@@ -61,7 +61,7 @@ void lookUp(benchmark::State& state, int attributes, Form form) {
     name = form.prefix + actuatorName(actuator(random)) + "/" + form.attribute;
   }
   std::size_t next = 0;
-  for (auto iteration : state) {
+  for ([[maybe_unused]] auto iteration : state) {
     benchmark::DoNotOptimize(names.getAttributeIndexWithName(wanted[next++ % wanted.size()]));
   }
   countItems(state, 1);
@@ -86,7 +86,7 @@ void buildNames(benchmark::State& state, int attributes, int first) {
   const simulation::Machine machine("", describe(attributes));
   const AttrFullName held = first == 0 ? AttrFullName() : namesBelow(first);
   Stopwatch watch;
-  for (auto iteration : state) {
+  for ([[maybe_unused]] auto iteration : state) {
     AttrFullName names = held;
     watch.start();
     names.initNameList(first);
@@ -102,7 +102,7 @@ void buildTimelines(benchmark::State& state, int attributes, int first) {
   held.initTimedCommand(0);
   held.commandTable.resize(static_cast<std::size_t>(first));
   Stopwatch watch;
-  for (auto iteration : state) {
+  for ([[maybe_unused]] auto iteration : state) {
     TimedCommandManager commands = held;
     watch.start();
     commands.initTimedCommand(first);
@@ -113,10 +113,12 @@ void buildTimelines(benchmark::State& state, int attributes, int first) {
 
 void addBuild(const std::string& name, void (*build)(benchmark::State&, int, int), int attributes) {
   const std::string prefix = "build/" + std::to_string(attributes) + "/" + name;
-  benchmark::RegisterBenchmark((prefix + "/full").c_str(), build, attributes, 0)->UseManualTime();
-  benchmark::RegisterBenchmark((prefix + "/extended").c_str(), build, attributes,
-                               firstNew(attributes))
-      ->UseManualTime();
+  add(prefix + "/full", [=](benchmark::State& state) {
+    build(state, attributes, 0);
+  })->UseManualTime();
+  add(prefix + "/extended", [=](benchmark::State& state) {
+    build(state, attributes, firstNew(attributes));
+  })->UseManualTime();
 }
 
 }  // namespace
@@ -125,9 +127,8 @@ void addNameBenchmarks() {
   for (const int attributes : {100, 10'000, simulation::maxAttributes}) {
     for (const Form form : {Form{"full_key", "Device/SubDeviceList/", "Value"},
                             Form{"bare_name", "", "Value"}, Form{"unknown", "", "Volume"}}) {
-      benchmark::RegisterBenchmark(
-          ("look_up/" + std::to_string(attributes) + "/" + form.name).c_str(), lookUp, attributes,
-          form);
+      add("look_up/" + std::to_string(attributes) + "/" + form.name,
+          [=](benchmark::State& state) { lookUp(state, attributes, form); });
     }
     addBuild("names", buildNames, attributes);
     addBuild("timelines", buildTimelines, attributes);

@@ -58,7 +58,7 @@ template <void (*fill)(Queues&, const Load&)>
 void drain(benchmark::State& state, Load load, bool warmed) {
   Queues queues(load.timelines);
   Stopwatch watch;
-  for (auto iteration : state) {
+  for ([[maybe_unused]] auto iteration : state) {
     preparePool(load, warmed);
     fill(queues, load);
     watch.start();
@@ -79,7 +79,7 @@ void stream(benchmark::State& state, Load load, bool warmed) {
     removeOneEach(queues);
   }
   Stopwatch watch;
-  for (auto iteration : state) {
+  for ([[maybe_unused]] auto iteration : state) {
     loadInterleaved(queues, {load.timelines, 1});
     watch.start();
     removeOneEach(queues);
@@ -88,12 +88,12 @@ void stream(benchmark::State& state, Load load, bool warmed) {
   countItems(state, static_cast<double>(load.timelines));
 }
 
-void add(const std::string& shape, void (*run)(benchmark::State&, Load, bool), Load load) {
+void addShape(const std::string& shape, void (*run)(benchmark::State&, Load, bool), Load load) {
   const std::string name = "removal/" + shape + "/" + std::to_string(load.items());
   for (const bool warmed : {false, true}) {
-    benchmark::RegisterBenchmark((name + (warmed ? "/warmed" : "/not_warmed")).c_str(), run, load,
-                                 warmed)
-        ->UseManualTime();
+    add(name + (warmed ? "/warmed" : "/not_warmed"), [=](benchmark::State& state) {
+      run(state, load, warmed);
+    })->UseManualTime();
   }
 }
 
@@ -101,9 +101,9 @@ void add(const std::string& shape, void (*run)(benchmark::State&, Load, bool), L
 
 void addPoolBenchmarks() {
   for (const Load load : {Load{30, 16}, Load{30, 100}, Load{30, 500}, Load{100, 510}}) {
-    add("bulk_drain", drain<loadInBulk>, load);
-    add("interleaved_drain", drain<loadInterleaved>, load);
-    add("stream", stream, load);
+    addShape("bulk_drain", drain<loadInBulk>, load);
+    addShape("interleaved_drain", drain<loadInterleaved>, load);
+    addShape("stream", stream, load);
   }
 }
 

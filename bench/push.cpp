@@ -34,7 +34,7 @@ void push(benchmark::State& state, const Case& pushCase) {
   Rig rig(1, Law::linear, longestQueue + largestList);
   Target target(rig.timeline(0));
   Stopwatch watch;
-  for (auto iteration : state) {
+  for ([[maybe_unused]] auto iteration : state) {
     target.restore(pushCase.queued);
     watch.start();
     const bool taken = target.push(pushCase);
@@ -116,16 +116,16 @@ using SortingVector = Vector<VectorTimeline::Sorting::always>;
 using LookingVector = Vector<VectorTimeline::Sorting::whenNeeded>;
 
 template <typename Target>
-void add(const std::string& name, const Case& pushCase) {
-  benchmark::RegisterBenchmark(name.c_str(), push<Target>, pushCase)->UseManualTime();
+void addCase(const std::string& name, const Case& pushCase) {
+  add(name, [=](benchmark::State& state) { push<Target>(state, pushCase); })->UseManualTime();
 }
 
 void addBothOrders(const std::string& name, Case pushCase) {
-  add<Torvex>(name + "/ascending/torvex", pushCase);
-  add<SortingVector>(name + "/ascending/vector", pushCase);
+  addCase<Torvex>(name + "/ascending/torvex", pushCase);
+  addCase<SortingVector>(name + "/ascending/vector", pushCase);
   std::shuffle(pushCase.pushed.begin(), pushCase.pushed.end(), std::mt19937(1));
-  add<Torvex>(name + "/shuffled/torvex", pushCase);
-  add<SortingVector>(name + "/shuffled/vector", pushCase);
+  addCase<Torvex>(name + "/shuffled/torvex", pushCase);
+  addCase<SortingVector>(name + "/shuffled/vector", pushCase);
 }
 
 void addMode(const std::string& mode, TimedCommand::commandType type) {
@@ -149,10 +149,10 @@ void addPushBenchmarks() {
   addMode("replace", TimedCommand::REPLACE);
   addMode("clear_after", TimedCommand::CLEAR_AFTER);
   addMode("clear_before", TimedCommand::CLEAR_BEFORE);
-  add<FrontFirst>("push/replace/1_into_250/ascending/front_first",
-                  makeCase(TimedCommand::REPLACE, longestQueue, 1));
-  add<LookingVector>("push/merge/500_into_0/ascending/vector_looking_first",
-                     makeCase(TimedCommand::MERGE, 0, largestList));
+  addCase<FrontFirst>("push/replace/1_into_250/ascending/front_first",
+                      makeCase(TimedCommand::REPLACE, longestQueue, 1));
+  addCase<LookingVector>("push/merge/500_into_0/ascending/vector_looking_first",
+                         makeCase(TimedCommand::MERGE, 0, largestList));
 }
 
 }  // namespace bench
