@@ -18,12 +18,15 @@ using Clock = std::chrono::steady_clock;
 
 constexpr std::size_t actuators = 30;
 constexpr std::size_t listLength = 500;
-constexpr unsigned int ticksBetweenItems = 20;
+constexpr unsigned int ticksToFirstItem = 20;
+/// Few items are reached even where no list refills the queues: each one reached leaves
+/// a node that later ones are searched among.
+constexpr unsigned int ticksBetweenItems = 1000;
 constexpr unsigned int cycles = 2000;
 constexpr std::chrono::milliseconds tick(1);
 
 CommandList listAfter(unsigned int time) {
-  return commandsAt(risingStamps(listLength, time + ticksBetweenItems, ticksBetweenItems));
+  return commandsAt(risingStamps(listLength, time + ticksToFirstItem, ticksBetweenItems));
 }
 
 /// Replaces the commands of one actuator after the other, until it is destroyed.
