@@ -1,0 +1,110 @@
+// One node given back to the pool: ns, against the nodes in the process.
+
+#include <string>
+
+#include "bench/benchmarks.h"
+#include "bench/nodes.h"
+#include "bench/stopwatch.h"
+#include "timedcommand/timedcommand.h"
+
+namespace bench {
+
+namespace {
+
+struct Load {
+  std::size_t timelines;
+  std::size_t itemsEach;
+
+  [[nodiscard]] std::size_t items() const { return timelines * itemsEach; }
+};
+
+using Queues = std::vector<CommandList>;
+
+void addItem(CommandList& queue) {
+  queue.emplace_back(hal::AttrGeneric(1.0F), 0U);
+}
+
+void loadInBulk(Queues& queues, const Load& load) {
+  for (CommandList& queue : queues) {
+    for (std::size_t i = 0; i < load.itemsEach; ++i) {
+      addItem(queue);
+    }
+  }
+}
+
+void loadInterleaved(Queues& queues, const Load& load) {
+  for (std::size_t i = 0; i < load.itemsEach; ++i) {
+    for (CommandList& queue : queues) {
+      addItem(queue);
+    }
+  }
+}
+
+/// As in a cycle in which every timeline reaches a command.
+void removeOneEach(Queues& queues) {
+  for (CommandList& queue : queues) {
+    queue.pop_front();
+  }
+}
+
+void preparePool(const Load& load, bool warmed) {
+  emptyNodePool();
+  if (warmed) {
+    warmNodePool(load.items());
+  }
+}
+
+template <void (*fill)(Queues&, const Load&)>
+void drain(benchmark::State& state, Load load, bool warmed) {
+  Queues queues(load.timelines);
+  Stopwatch watch;
+  for ([[maybe_unused]] auto iteration : state) {
+    preparePool(load, warmed);
+    fill(queues, load);
+    watch.start();
+    for (std::size_t i = 0; i < load.itemsEach; ++i) {
+      removeOneEach(queues);
+    }
+    state.SetIterationTime(watch.stop());
+  }
+  countItems(state, static_cast<double>(load.items()));
+}
+
+/// Queues half full, their items replaced again and again.
+void stream(benchmark::State& state, Load load, bool warmed) {
+  Queues queues(load.timelines);
+  preparePool(load, warmed);
+  loadInBulk(queues, load);
+  for (std::size_t i = 0; i < load.itemsEach / 2; ++i) {
+    removeOneEach(queues);
+  }
+  Stopwatch watch;
+  for ([[maybe_unused]] auto iteration : state) {
+    loadInterleaved(queues, {load.timelines, 1});
+    watch.start();
+    removeOneEach(queues);
+    state.SetIterationTime(watch.stop());
+  }
+  countItems(state, static_cast<double>(load.timelines));
+}
+
+void addShape(const std::string& shape, void (*run)(benchmark::State&, Load, bool), Load load) {
+  const std::string name = "removal/" + shape + "/" + std::to_string(load.items());
+  for (const bool warmed : {false, true}) {
+    add(name + (warmed ? "/warmed" : "/not_warmed"), [=](benchmark::State& state) {
+      run(state, load, warmed);
+    })->UseManualTime();
+  }
+}
+
+}  // namespace
+
+void addPoolBenchmarks() {
+  for (const Load load : {Load{30, 16}, Load{30, 100}, Load{30, 500}, Load{100, 510}}) {
+    addShape("bulk_drain", drain<loadInBulk>, load);
+    addShape("interleaved_drain", drain<loadInterleaved>, load);
+    addShape("stream", stream, load);
+  }
+}
+
+}  // namespace bench

@@ -1,0 +1,107 @@
+#include "bench/report.h"
+
+#include <cmath>
+#include <cstdio>
+#include <iostream>
+#include <limits>
+
+#include "bench/benchmarks.h"
+
+namespace bench {
+
+namespace {
+
+struct Goal {
+  const char* what;
+  const char* measured;
+  const char* base;
+  const char* counter;
+  /// The largest ratio; infinite where one is only shown.
+  double most;
+};
+
+constexpr double open = std::numeric_limits<double>::infinity();
+
+constexpr Goal goals[] = {
+    {"linear law on the way / floor with lock, 100 actuators", "cycle/100/on_the_way/torvex",
+     "cycle/100/floor_with_lock", nsCounter, 1.5},
+    {"idle timeline / floor without lock, 100 actuators", "cycle/100/idle/torvex",
+     "cycle/100/floor", nsCounter, 0.15},
+    {"500 ascending items built and pushed / sorted vector",
+     "push/merge/500_into_0/ascending/torvex", "push/merge/500_into_0/ascending/vector", nsCounter,
+     1.2},
+    {"the same / a vector that is sorted only when it must be",
+     "push/merge/500_into_0/ascending/torvex",
+     "push/merge/500_into_0/ascending/vector_looking_first", nsCounter, open},
+    {"REPLACE of 250 items by 1 / released from the front",
+     "push/replace/1_into_250/ascending/torvex", "push/replace/1_into_250/ascending/front_first",
+     nsCounter, 0.07},
+    {"p99 of a cycle beside 650 lists of 500 a second / beside none", "beside_lists/650",
+     "beside_lists/0", "p99", 2.0},
+};
+
+void printGoal(const Goal& goal, double ratio) {
+  if (std::isnan(ratio)) {
+    std::printf("%-64s %8s\n", goal.what, "-");
+  } else if (std::isinf(goal.most)) {
+    std::printf("%-64s %8.3f\n", goal.what, ratio);
+  } else {
+    std::printf("%-64s %8.3f %8.2f  %s\n", goal.what, ratio, goal.most,
+                ratio <= goal.most ? "reached" : "missed");
+  }
+}
+
+}  // namespace
+
+bool Report::ReportContext(const Context& context) {
+  PrintBasicContext(&std::cout, context);
+  return true;
+}
+
+void Report::ReportRuns(const std::vector<Run>& runs) {
+  for (const Run& run : runs) {
+    if (run.error_occurred) {
+      std::printf("%s: %s\n", run.run_name.function_name.c_str(), run.error_message.c_str());
+      failed_ = true;
+    } else if (run.aggregate_name == "median") {
+      lines_[run.family_index].benchmark = run.run_name.function_name;
+      lines_[run.family_index].medians = run.counters;
+    } else if (run.aggregate_name == "cv") {
+      lines_[run.family_index].spread = run.counters.at(nsCounter);
+    }
+  }
+}
+
+void Report::Finalize() {
+  std::printf("\nMedians. ns: for each actuator, item, node, name or attribute.\n");
+  std::printf("%-58s %12s %8s\n", "benchmark", "ns", "cv");
+  for (const auto& [order, line] : lines_) {
+    print(line);
+  }
+  std::printf("\n%-64s %8s %8s\n", "goals", "ratio", "at most");
+  for (const Goal& goal : goals) {
+    printGoal(goal, median(goal.measured, goal.counter) / median(goal.base, goal.counter));
+  }
+}
+
+void Report::print(const Line& line) {
+  std::printf("%-58s %12.2f %7.1f%%", line.benchmark.c_str(), line.medians.at(nsCounter).value,
+              100.0 * line.spread);
+  for (const auto& [name, counter] : line.medians) {
+    if (name != nsCounter) {
+      std::printf("  %s %.0f", name.c_str(), counter.value);
+    }
+  }
+  std::printf("\n");
+}
+
+double Report::median(const std::string& benchmark, const char* counter) const {
+  for (const auto& [order, line] : lines_) {
+    if (line.benchmark == benchmark) {
+      return line.medians.at(counter).value;
+    }
+  }
+  return std::numeric_limits<double>::quiet_NaN();
+}
+
+}  // namespace bench
