@@ -5,6 +5,7 @@
 #include "bench/benchmarks.h"
 #include "bench/nodes.h"
 #include "bench/stopwatch.h"
+#include "host/nodepool.h"
 #include "timedcommand/timedcommand.h"
 
 namespace bench {
@@ -50,7 +51,7 @@ void removeOneEach(Queues& queues) {
 void preparePool(const Load& load, bool warmed) {
   emptyNodePool();
   if (warmed) {
-    warmNodePool(load.items());
+    host::warmNodePool(load.items());
   }
 }
 

@@ -4,10 +4,10 @@
 #include <cerrno>
 #include <cmath>
 #include <ctime>
-#include <functional>
 #include <future>
 #include <memory>
 
+#include "host/nodepool.h"
 #include "host/realtime.h"
 #include "host/stopsignal.h"
 #include "platform/zr/zrcriticalsectionwrite.h"
@@ -52,16 +52,6 @@ std::vector<std::string> commandKeys(const host::MachineFile& machine, const hos
   return keys;
 }
 
-/// Each block of nodes that the pool takes from the heap is twice as long as the
-/// one before.
-std::size_t inWholeBlocks(std::size_t nodes) {
-  std::size_t total = 0;
-  for (std::size_t block = 32; total < nodes; block *= 2) {
-    total += block;
-  }
-  return total;
-}
-
 }  // namespace
 
 Torvex::Torvex(const host::MachineFile& machine, const host::Plan& plan,
@@ -85,7 +75,7 @@ Torvex::Torvex(const host::MachineFile& machine, const host::Plan& plan,
   names_.initNameList(0);
   commands_.initTimedCommand(0);
   findTimelines();
-  warmNodePool();
+  host::warmNodePool(feeder_.mostQueued());
   feed(latestCycleMs_);
 }
 
@@ -100,22 +90,6 @@ void Torvex::findTimelines() {
   for (std::size_t i = 0; i < actuators_.size(); ++i) {
     const int index = commands_.testActuatorName(feeder_.key(i));
     actuators_[i].timeline = &commands_.commandTable.at(static_cast<std::size_t>(index));
-  }
-}
-
-// Growing later would put new nodes below old ones, and every node that a cycle
-// returns would then be searched for among them. For the same reason whole blocks are
-// taken, and go back from the highest address to the lowest.
-void Torvex::warmNodePool() {
-  CommandList nodes;
-  std::vector<CommandList::iterator> falling;
-  for (std::size_t left = inWholeBlocks(feeder_.mostQueued()); left > 0; --left) {
-    falling.push_back(nodes.emplace(nodes.end()));
-  }
-  std::sort(falling.begin(), falling.end(),
-            [](auto one, auto other) { return std::less<>()(&*other, &*one); });
-  for (const auto node : falling) {
-    nodes.erase(node);
   }
 }
 

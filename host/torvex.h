@@ -71,7 +71,6 @@ class Torvex {
 
  private:
   void findTimelines();
-  void warmNodePool();
   void runSimulated(const Progress& progress);
   void runRealtime(const Progress& progress);
   void driveCycles(std::int64_t originNs);

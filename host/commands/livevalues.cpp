@@ -6,14 +6,12 @@
 #include <set>
 #include <utility>
 
+#include "host/attributekey.h"
 #include "platform/hal/attributecontainer.h"
 #include "simulation/machine.h"
 
 namespace host {
 namespace {
-
-constexpr char devicePrefix[] = "Device/DeviceList/";
-constexpr char subDevicePrefix[] = "Device/SubDeviceList/";
 
 /// Empty when the attribute has none.
 std::string keyOf(const simulation::Observer& observer, int index) {
@@ -23,11 +21,6 @@ std::string keyOf(const simulation::Observer& observer, int index) {
   }
   return (kind == hal::deviceKind ? devicePrefix : subDevicePrefix) +
          observer.containerName(index) + "/" + observer.attributeName(index);
-}
-
-std::string fullKey(const std::string& key) {
-  const bool isFull = key.rfind(devicePrefix, 0) == 0 || key.rfind(subDevicePrefix, 0) == 0;
-  return isFull ? key : subDevicePrefix + key;
 }
 
 [[noreturn]] void refuse(const std::string& key, const std::map<std::string, int>& indexes) {

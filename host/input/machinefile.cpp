@@ -8,6 +8,7 @@
 #include <limits>
 #include <utility>
 
+#include "host/attributekey.h"
 #include "host/input/typedvalue.h"
 #include "host/input/urdf.h"
 #include "host/input/yaml.h"
@@ -343,7 +344,7 @@ std::map<std::string, int> actuatorIndexes(const MachineFile& machine) {
 }
 
 std::string valueKey(const simulation::Actuator& actuator) {
-  return "Device/SubDeviceList/" + actuator.name + "/Value";
+  return subDevicePrefix + actuator.name + "/Value";
 }
 
 }  // namespace host

@@ -2,12 +2,17 @@
 
 #include <fmt/format.h>
 
+#include "host/attributekey.h"
 #include "host/input/typedvalue.h"
 
 namespace host {
 
 PointReader::PointReader(const YamlFile& yaml, const MachineFile& machine)
-    : yaml_(yaml), machine_(machine), actuators_(actuatorIndexes(machine)) {}
+    : yaml_(yaml), machine_(machine), actuators_(actuatorIndexes(machine)) {
+  for (const auto& [name, index] : actuators_) {
+    keys_.emplace(valueKey(machine.actuator(index)), index);
+  }
+}
 
 int PointReader::actuatorNamed(const std::string& name) const {
   const auto found = actuators_.find(name);
@@ -15,12 +20,8 @@ int PointReader::actuatorNamed(const std::string& name) const {
 }
 
 int PointReader::actuatorWithKey(const std::string& key) const {
-  static const std::string prefix = "Device/SubDeviceList/";
-  static const std::string suffix = "/Value";
-  const std::string bare = key.rfind(prefix, 0) == 0 ? key.substr(prefix.size()) : key;
-  const bool isValue = bare.size() > suffix.size() &&
-                       bare.compare(bare.size() - suffix.size(), suffix.size(), suffix) == 0;
-  return isValue ? actuatorNamed(bare.substr(0, bare.size() - suffix.size())) : -1;
+  const auto found = keys_.find(fullKey(key));
+  return found == keys_.end() ? -1 : found->second;
 }
 
 hal::AttrGeneric PointReader::value(const YAML::Node& node, int actuator, const char* what) const {

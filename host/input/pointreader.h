@@ -34,6 +34,8 @@ class PointReader {
   const YamlFile& yaml_;
   const MachineFile& machine_;
   const std::map<std::string, int> actuators_;
+  /// The same by the keys of their values.
+  std::map<std::string, int> keys_;
 };
 
 }  // namespace host

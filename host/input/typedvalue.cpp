@@ -5,6 +5,8 @@
 #include <limits>
 #include <variant>
 
+#include "host/values.h"
+
 namespace host {
 
 std::uint8_t readTypeCode(const YamlFile& yaml, const YAML::Node& node, std::uint8_t least,
@@ -22,14 +24,15 @@ simulation::Value readValue(const YamlFile& yaml, const YamlFile::Fields& fields
                             std::uint8_t typeCode) {
   const auto found = fields.find("value");
   const bool given = found != fields.end();
-  if (typeCode >= 1 && typeCode <= 6) {
-    return given ? readInteger(yaml, found->second, "value") : 0;
-  }
-  if (typeCode == hal::floatTypeCode) {
-    return given ? yaml.singleNumber(found->second, "value") : 0.0F;
-  }
-  if (typeCode == 8 || typeCode == 9) {
-    return given ? yaml.text(found->second, "value") : std::string();
+  switch (valueType(typeCode)) {
+    case ValueType::integer:
+      return given ? readInteger(yaml, found->second, "value") : 0;
+    case ValueType::real:
+      return given ? yaml.singleNumber(found->second, "value") : 0.0F;
+    case ValueType::text:
+      return given ? yaml.text(found->second, "value") : std::string();
+    case ValueType::none:
+      break;
   }
   if (given) {
     yaml.fail(found->second, fmt::format("type {} has no value (1 to 6: integer, 7: float, 8 and "

@@ -1,4 +1,4 @@
-#include "bench/nodes.h"
+#include "host/nodepool.h"
 
 #include <algorithm>
 #include <functional>
@@ -6,8 +6,7 @@
 
 #include "timedcommand/timedcommand.h"
 
-namespace bench {
-
+namespace host {
 namespace {
 
 /// Each block that the pool takes from the heap is twice as long as the one before.
@@ -20,10 +19,6 @@ std::size_t inWholeBlocks(std::size_t nodes) {
 }
 
 }  // namespace
-
-void emptyNodePool() {
-  boost::CommandNodePool::purge_memory();
-}
 
 void warmNodePool(std::size_t nodes) {
   CommandList taken;
@@ -38,4 +33,4 @@ void warmNodePool(std::size_t nodes) {
   }
 }
 
-}  // namespace bench
+}  // namespace host

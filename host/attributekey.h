@@ -1,0 +1,14 @@
+#pragma once
+
+#include <string>
+
+namespace host {
+
+constexpr char devicePrefix[] = "Device/DeviceList/";
+constexpr char subDevicePrefix[] = "Device/SubDeviceList/";
+
+/// The key that a full or bare name means, by the rule of the library's name
+/// table: a bare one is a sub-device's.
+std::string fullKey(const std::string& name);
+
+}  // namespace host
