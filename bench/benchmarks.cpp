@@ -2,6 +2,8 @@
 
 #include <utility>
 
+#include "bench/progress.h"
+
 namespace bench {
 
 namespace {
@@ -9,11 +11,15 @@ namespace {
 class Registered : public benchmark::internal::Benchmark {
  public:
   Registered(const std::string& name, std::function<void(benchmark::State&)> run)
-      : Benchmark(name.c_str()), run_(std::move(run)) {}
+      : Benchmark(name.c_str()), name_(name), run_(std::move(run)) {}
 
-  void Run(benchmark::State& state) override { run_(state); }
+  void Run(benchmark::State& state) override {
+    showProgress(name_);
+    run_(state);
+  }
 
  private:
+  std::string name_;
   std::function<void(benchmark::State&)> run_;
 };
 

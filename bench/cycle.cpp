@@ -50,7 +50,7 @@ class Vectors {
 
   void push(unsigned int time) {
     for (VectorTimeline& timeline : timelines_) {
-      std::vector<VectorTimeline::Point> points{{time, 1.0F}};
+      std::vector<VectorTimeline::Point> points{{hal::AttrGeneric(1.0F), time}};
       timeline.push(points, TimedCommand::MERGE, VectorTimeline::Sorting::whenNeeded);
     }
   }

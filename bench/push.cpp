@@ -104,7 +104,7 @@ class Vector {
     std::vector<VectorTimeline::Point> points;
     points.reserve(stamps.size());
     for (const unsigned int stamp : stamps) {
-      points.push_back({stamp, 1.0F});
+      points.emplace_back(hal::AttrGeneric(1.0F), stamp);
     }
     timeline_.push(points, type, sorting);
   }

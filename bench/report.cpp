@@ -6,6 +6,7 @@
 #include <limits>
 
 #include "bench/benchmarks.h"
+#include "bench/progress.h"
 
 namespace bench {
 
@@ -30,12 +31,16 @@ constexpr Goal goals[] = {
     {"500 ascending items built and pushed / sorted vector",
      "push/merge/500_into_0/ascending/torvex", "push/merge/500_into_0/ascending/vector", nsCounter,
      1.2},
-    {"the same / a vector that is sorted only when it must be",
+    {"  of that, the lock of the node pool", "pool_lock/1_time",
+     "push/merge/500_into_0/ascending/vector", nsCounter, open},
+    {"  the same / a vector that is sorted only when it must be",
      "push/merge/500_into_0/ascending/torvex",
      "push/merge/500_into_0/ascending/vector_looking_first", nsCounter, open},
     {"REPLACE of 250 items by 1 / released from the front",
      "push/replace/1_into_250/ascending/torvex", "push/replace/1_into_250/ascending/front_first",
      nsCounter, 0.07},
+    {"  of that, the lock of the node pool", "pool_lock/250_times",
+     "push/replace/1_into_250/ascending/front_first", nsCounter, open},
     {"p99 of a cycle beside 650 lists of 500 a second / beside none", "beside_lists/650",
      "beside_lists/0", "p99", 2.0},
 };
@@ -73,6 +78,7 @@ void Report::ReportRuns(const std::vector<Run>& runs) {
 }
 
 void Report::Finalize() {
+  endProgress();
   std::printf("\nMedians. ns: for each actuator, item, node, name or attribute.\n");
   std::printf("%-58s %12s %8s\n", "benchmark", "ns", "cv");
   for (const auto& [order, line] : lines_) {

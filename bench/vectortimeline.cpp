@@ -61,17 +61,17 @@ void VectorTimeline::follow(unsigned int time, unsigned int previousTime) {
   const Point next = points_.front();
   if (difference(time, next.time) >= 0) {
     points_.erase(points_.begin());
-    write(next.value);
+    write(next.value.asFloat);
     return;
   }
   const auto elapsed = static_cast<float>(difference(time, previousTime));
   const auto span = static_cast<float>(difference(next.time, previousTime));
-  write(elapsed * (next.value - current_) / span + current_);
+  write(elapsed * (next.value.asFloat - current_) / span + current_);
 }
 
 void VectorTimeline::takeStep(unsigned int time) {
   if (difference(time, points_.front().time) >= 0) {
-    write(points_.front().value);
+    write(points_.front().value.asFloat);
     points_.erase(points_.begin());
   }
 }

@@ -12,10 +12,7 @@ namespace bench {
 /// What one would write instead of a timeline: a sorted vector and a mutex.
 class VectorTimeline {
  public:
-  struct Point {
-    unsigned int time;
-    float value;
-  };
+  using Point = TimedCommand::commandItem;
 
   /// What a push does with points that are in order already.
   enum class Sorting { always, whenNeeded };

@@ -8,7 +8,7 @@ build_packages=(g++ cmake ninja-build libboost-dev libyaml-cpp-dev libpugixml-de
 run_packages=(gnuplot-nox)
 test_packages=(libgtest-dev pkgconf valgrind)
 check_packages=(clang clang-format clang-tidy)
-bench_packages=(libbenchmark-dev)
+bench_packages=(libbenchmark-dev jq)
 
 # Installs the packages that are missing; without the right to, names them and stops.
 need_packages() {

@@ -1,5 +1,6 @@
 #include "timedcommand/timedcommand.h"
 
+#include <algorithm>
 #include <iterator>
 #include <limits>
 
@@ -11,11 +12,11 @@ namespace {
 constexpr unsigned int clockModulus = 0x7FFFFFFF;
 constexpr unsigned int largestSpan = 0x40000000;
 
-/// Returns all nodes to the pool, from the back: the pool searches its free
-/// nodes from the lowest address, and later nodes mostly lie higher.
-void releaseAll(CommandList& commands) {
-  while (!commands.empty()) {
-    commands.pop_back();
+/// Returns the nodes before `end` to the pool, from the back: the pool searches
+/// its free nodes from the lowest address, and later nodes mostly lie higher.
+void releaseBefore(CommandList& commands, CommandList::iterator end) {
+  while (end != commands.begin()) {
+    end = commands.erase(std::prev(end));
   }
 }
 
@@ -62,7 +63,7 @@ void TimedCommand::preAllocate() {
   for (int i = 0; i < PREALLOCATED_NODES; ++i) {
     commandList.emplace_front();
   }
-  releaseAll(commandList);
+  releaseBefore(commandList, commandList.end());
 }
 
 void TimedCommand::testIfInterpolationPossible() {
@@ -92,7 +93,7 @@ void TimedCommand::pushTimedCommand(CommandList& commands, commandType type) {
 
 void TimedCommand::trim(const CommandList& commands, commandType type) {
   if (type == REPLACE) {
-    releaseAll(commandList);
+    releaseBefore(commandList, commandList.end());
   }
   if (commands.empty()) {
     return;
@@ -113,9 +114,10 @@ void TimedCommand::removeFrom(unsigned int firstTime) {
 }
 
 void TimedCommand::removeUpTo(unsigned int lastTime) {
-  while (!commandList.empty() && timeDifference(lastTime, commandList.front().time) >= 0) {
-    commandList.pop_front();
-  }
+  releaseBefore(commandList,
+                std::find_if(commandList.begin(), commandList.end(), [=](const commandItem& item) {
+                  return timeDifference(lastTime, item.time) < 0;
+                }));
 }
 
 // The walk of std::list::merge, which a checked standard library refuses to do
