@@ -90,8 +90,8 @@ double quantile(const std::vector<double>& sorted, double share) {
   return sorted[static_cast<std::size_t>(rank) - 1];
 }
 
-void runBesideCommands(benchmark::State& state, int listsPerSecond) {
-  Rig rig(actuators, Law::linear, (actuators + 1) * listLength);
+void runBesideCommands(benchmark::State& state, int listsPerSecond, bool warmed) {
+  Rig rig(actuators, Law::linear, warmed ? (actuators + 1) * listLength : 0);
   for (std::size_t i = 0; i < actuators; ++i) {
     // Not all in one cycle: lists that arrive later do not reach their items together either.
     CommandList commands = listAfter(static_cast<unsigned int>(i));
@@ -114,12 +114,16 @@ void runBesideCommands(benchmark::State& state, int listsPerSecond) {
 }  // namespace
 
 void addBusyBenchmarks() {
-  for (const int listsPerSecond : {0, 100, 650}) {
-    add("beside_lists/" + std::to_string(listsPerSecond),
-        [=](benchmark::State& state) { runBesideCommands(state, listsPerSecond); })
+  const auto addCase = [](const std::string& name, int listsPerSecond, bool warmed) {
+    add(name + std::to_string(listsPerSecond),
+        [=](benchmark::State& state) { runBesideCommands(state, listsPerSecond, warmed); })
         ->UseManualTime()
         ->Iterations(1);
+  };
+  for (const int listsPerSecond : {0, 100, 650}) {
+    addCase("beside_lists/", listsPerSecond, true);
   }
+  addCase("beside_lists/not_warmed/", 650, false);
 }
 
 }  // namespace bench
