@@ -35,15 +35,19 @@ Finding unknown(const char* what, const std::string& advice) {
   return {what, "unknown", Verdict::unknown, advice};
 }
 
+std::string inWords(rlim_t limit) {
+  return limit == RLIM_INFINITY ? "none" : std::to_string(limit);
+}
+
 Finding scheduling() {
   const int priority = ThreadPlace().priority;
-  const int failure = tryPlace({priority, std::nullopt});
+  const int failure = tryPlace({priority, std::nullopt}).priority;
   rlimit limit{};
   getrlimit(RLIMIT_RTPRIO, &limit);
   return judged("scheduling",
                 failure == 0 ? fmt::format("SCHED_FIFO {} granted", priority)
                              : fmt::format("SCHED_FIFO {} refused ({}), limit {}", priority,
-                                           std::strerror(failure), limit.rlim_cur),
+                                           std::strerror(failure), inWords(limit.rlim_cur)),
                 failure == 0, schedulingAdvice);
 }
 

@@ -1,20 +1,16 @@
 #include "host/realtime.h"
 
 #include <fmt/format.h>
-#include <linux/capability.h>
 #include <pthread.h>
 #include <sched.h>
 #include <sys/mman.h>
 #include <sys/prctl.h>
 #include <sys/resource.h>
-#include <sys/syscall.h>
 #include <unistd.h>
 
-#include <array>
 #include <cerrno>
 #include <cstddef>
 #include <cstring>
-#include <future>
 
 namespace host {
 namespace {
@@ -30,18 +26,38 @@ constexpr std::size_t pageSize = 4096;
   static_cast<void>(stack[0]);
 }
 
-bool hasCapability(unsigned int capability) {
-  __user_cap_header_struct header{_LINUX_CAPABILITY_VERSION_3, 0};
-  std::array<__user_cap_data_struct, _LINUX_CAPABILITY_U32S_3> sets{};
-  return syscall(SYS_capget, &header, sets.data()) == 0 &&
-         (sets.at(capability / 32).effective >> (capability % 32) & 1U) != 0;
-}
-
 int pinTo(int processor) noexcept {
   cpu_set_t wanted;
   CPU_ZERO(&wanted);
   CPU_SET(static_cast<std::size_t>(processor), &wanted);
   return pthread_setaffinity_np(pthread_self(), sizeof wanted, &wanted);
+}
+
+Refusal seize(const ThreadPlace& place) noexcept {
+  Refusal refusal;
+  if (place.processor) {
+    const bool countable = *place.processor >= 0 && *place.processor < CPU_SETSIZE;
+    refusal.processor = countable ? pinTo(*place.processor) : EINVAL;
+  }
+  if (place.priority > 0) {
+    sched_param parameters{};
+    parameters.sched_priority = place.priority;
+    refusal.priority = pthread_setschedparam(pthread_self(), SCHED_FIFO, &parameters);
+  }
+  return refusal;
+}
+
+/// Whether so many bytes and a page more cannot be locked. No page is used for it.
+bool isLimited(std::uint64_t bytes) noexcept {
+  const std::size_t size = bytes + pageSize;
+  void* const range =
+      mmap(nullptr, size, PROT_READ, MAP_PRIVATE | MAP_ANONYMOUS | MAP_NORESERVE, -1, 0);
+  if (range == MAP_FAILED) {
+    return true;
+  }
+  const bool refused = mlock2(range, size, MLOCK_ONFAULT) != 0;
+  munmap(range, size);
+  return refused;
 }
 
 }  // namespace
@@ -52,30 +68,31 @@ const char* const memoryAdvice =
     "allow it with 'USER - memlock unlimited' in /etc/security/limits.d, or the capability "
     "CAP_IPC_LOCK";
 
-bool isAllowedProcessor(int processor) {
-  return processor >= 0 && processor < CPU_SETSIZE &&
-         std::async(std::launch::async, pinTo, processor).get() == 0;
-}
-
-int takePlace(const ThreadPlace& place) noexcept {
+Refusal takePlace(const ThreadPlace& place, const char* name) noexcept {
   touchStack();
+  pthread_setname_np(pthread_self(), name);
   // Otherwise a thread without a real-time priority is woken up to 50 us late, on purpose.
   prctl(PR_SET_TIMERSLACK, 1UL, 0UL, 0UL, 0UL);
-  const int unpinned = place.processor ? pinTo(*place.processor) : 0;
+  return seize(place);
+}
+
+Refusal tryPlace(const ThreadPlace& place) noexcept {
+  int policy = SCHED_OTHER;
   sched_param parameters{};
-  parameters.sched_priority = place.priority;
-  const int unscheduled = pthread_setschedparam(pthread_self(), SCHED_FIFO, &parameters);
-  return unscheduled != 0 ? unscheduled : unpinned;
+  cpu_set_t processors;
+  CPU_ZERO(&processors);
+  pthread_getschedparam(pthread_self(), &policy, &parameters);
+  pthread_getaffinity_np(pthread_self(), sizeof processors, &processors);
+  const Refusal refusal = seize(place);
+  pthread_setaffinity_np(pthread_self(), sizeof processors, &processors);
+  pthread_setschedparam(pthread_self(), policy, &parameters);
+  return refusal;
 }
 
-int tryPlace(const ThreadPlace& place) {
-  return std::async(std::launch::async, takePlace, place).get();
-}
-
-std::optional<std::uint64_t> lockableMemory() {
+std::optional<std::uint64_t> lockableMemory() noexcept {
   rlimit limit{};
-  const bool known = getrlimit(RLIMIT_MEMLOCK, &limit) == 0;
-  if (hasCapability(CAP_IPC_LOCK) || !known || limit.rlim_cur == RLIM_INFINITY) {
+  if (getrlimit(RLIMIT_MEMLOCK, &limit) != 0 || limit.rlim_cur == RLIM_INFINITY ||
+      !isLimited(limit.rlim_cur)) {
     return std::nullopt;
   }
   return limit.rlim_cur;
@@ -93,12 +110,22 @@ std::vector<std::string> prepareRealtime(const ThreadPlace& cyclePlace) {
         fmt::format("the memory is not locked ({}), so a cycle may wait for a page; {}",
                     std::strerror(failure), memoryAdvice));
   }
-  if (const int failure = tryPlace(cyclePlace); failure != 0) {
+  const Refusal refusal = tryPlace(cyclePlace);
+  if (refusal.priority != 0) {
     refused.push_back(
         fmt::format("the cycle has no real-time priority ({}), so anything may delay it; {}",
-                    std::strerror(failure), schedulingAdvice));
+                    std::strerror(refusal.priority), schedulingAdvice));
+  }
+  if (refusal.processor != 0) {
+    refused.push_back(fmt::format("the cycle is not kept on processor {} ({})",
+                                  *cyclePlace.processor, std::strerror(refusal.processor)));
   }
   return refused;
+}
+
+ThreadPlace placeBelow(const ThreadPlace& cyclePlace) noexcept {
+  const bool granted = tryPlace(cyclePlace).priority == 0;
+  return {granted ? cyclePlace.priority - 1 : 0, std::nullopt};
 }
 
 }  // namespace host

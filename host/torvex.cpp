@@ -117,10 +117,10 @@ void Torvex::runSimulated(const Progress& progress) {
 
 void Torvex::runRealtime(const Progress& progress) {
   const std::int64_t originNs = monotonicNs() + startUpMs * nsPerMs;
-  const auto guarded = [this, originNs](const host::ThreadPlace& place,
+  const auto guarded = [this, originNs](const host::ThreadPlace& place, const char* name,
                                         void (Torvex::*drive)(std::int64_t)) {
     try {
-      host::takePlace(place);
+      host::takePlace(place, name);
       (this->*drive)(originNs);
     } catch (...) {
       ended_ = true;
@@ -133,9 +133,9 @@ void Torvex::runRealtime(const Progress& progress) {
   const std::unique_ptr<std::atomic<bool>, void (*)(std::atomic<bool>*)> endAtExit(
       &ended_, [](std::atomic<bool>* ended) { *ended = true; });
   const host::ThreadPlace& cyclePlace = options_.cyclePlace;
-  const host::ThreadPlace commandPlace{cyclePlace.priority - 1, std::nullopt};
-  commandThread = std::async(std::launch::async, guarded, commandPlace, &Torvex::driveFeeder);
-  cycleThread = std::async(std::launch::async, guarded, cyclePlace, &Torvex::driveCycles);
+  commandThread = std::async(std::launch::async, guarded, host::placeBelow(cyclePlace), "commands",
+                             &Torvex::driveFeeder);
+  cycleThread = std::async(std::launch::async, guarded, cyclePlace, "cycle", &Torvex::driveCycles);
   constexpr std::int64_t progressNs = 50 * nsPerMs;
   while (cycleThread.wait_for(std::chrono::nanoseconds(progressNs)) != std::future_status::ready) {
     progress(latestCycleMs_);

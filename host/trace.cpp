@@ -60,6 +60,11 @@ Trace::Trace(const std::string& path, const std::vector<std::string>& columns)
   }
   header += "\n";
   file_.write(header.data(), header.size());
+  // Touches every page of the queue, so that no cycle waits for one.
+  const std::vector<double> zeros(rowLength_);
+  while (push(zeros)) {
+  }
+  queue_.reset();
   writer_ = std::thread([this] {
     try {
       writeRows();

@@ -40,7 +40,7 @@ int priority(const std::string& text) {
 
 int processor(const std::string& text) {
   const int value = wholeNumber(text);
-  if (!isAllowedProcessor(value)) {
+  if (tryPlace({0, value}).processor != 0) {
     throw CLI::ValidationError("--affinity",
                                "'" + text + "' is not a processor that this process may run on");
   }
