@@ -25,6 +25,8 @@ benchmark::internal::Benchmark* add(const std::string& name,
 
 /// The counter that every benchmark sets and the table shows.
 constexpr const char* nsCounter = "ns";
+/// Of all repetitions the table shows the largest of this one, of others the median.
+constexpr const char* maxCounter = "max";
 
 /// Sets it: an iteration did its work on so many items.
 inline void countItems(benchmark::State& state, double items) {

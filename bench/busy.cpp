@@ -1,9 +1,13 @@
 // Cycles at 1 kHz beside a command thread: ns for a cycle of all actuators.
 
+#include <pthread.h>
+#include <sched.h>
+
 #include <algorithm>
 #include <atomic>
 #include <chrono>
 #include <cmath>
+#include <random>
 #include <string>
 #include <thread>
 
@@ -18,24 +22,37 @@ using Clock = std::chrono::steady_clock;
 
 constexpr std::size_t actuators = 30;
 constexpr std::size_t listLength = 500;
+constexpr std::size_t shortListLength = 10;
 constexpr unsigned int ticksToFirstItem = 20;
 /// Few items are reached even where no list refills the queues: each one reached leaves
 /// a node that later ones are searched among.
 constexpr unsigned int ticksBetweenItems = 1000;
-constexpr unsigned int cycles = 2000;
+constexpr unsigned int cycles = 5000;
 constexpr std::chrono::milliseconds tick(1);
 
-CommandList listAfter(unsigned int time) {
-  return commandsAt(risingStamps(listLength, time + ticksToFirstItem, ticksBetweenItems));
+/// As a host places its threads: the cycle above, each on a processor of its own. What
+/// the machine refuses is left as it is.
+void takePlace(int priority, unsigned int processor) {
+  cpu_set_t only;
+  CPU_ZERO(&only);
+  CPU_SET(processor % std::max(1U, std::thread::hardware_concurrency()), &only);
+  pthread_setaffinity_np(pthread_self(), sizeof only, &only);
+  sched_param parameters{};
+  parameters.sched_priority = priority;
+  pthread_setschedparam(pthread_self(), SCHED_FIFO, &parameters);
 }
 
-/// Replaces the commands of one actuator after the other, until it is destroyed.
+CommandList listAfter(unsigned int time, std::size_t length) {
+  return commandsAt(risingStamps(length, time + ticksToFirstItem, ticksBetweenItems));
+}
+
+/// Replaces the commands of one actuator after the other, at moments that have nothing
+/// to do with the cycle's, until it is destroyed.
 class CommandThread {
  public:
   CommandThread(Rig& rig, int listsPerSecond) : rig_(rig) {
     if (listsPerSecond > 0) {
-      thread_ = std::thread(&CommandThread::drive, this,
-                            std::chrono::nanoseconds(1'000'000'000 / listsPerSecond));
+      thread_ = std::thread(&CommandThread::drive, this, 2.0 / listsPerSecond);
     }
   }
   ~CommandThread() {
@@ -49,39 +66,60 @@ class CommandThread {
   CommandThread& operator=(const CommandThread&) = delete;
 
   void setTime(unsigned int time) { time_ = time; }
-  [[nodiscard]] unsigned int sent() const { return sent_; }
+  /// Odd while it pushes; two more with each list.
+  [[nodiscard]] unsigned int progress() const { return progress_; }
 
  private:
-  void drive(std::chrono::nanoseconds period) {
-    const Clock::time_point origin = Clock::now();
+  void drive(double longestGapSeconds) {
+    takePlace(79, 0);
+    std::mt19937 random(1);
+    std::uniform_real_distribution<double> gapSeconds(0.0, longestGapSeconds);
+    Clock::time_point moment = Clock::now();
     for (unsigned int list = 0; !ended_; ++list) {
-      std::this_thread::sleep_until(origin + list * period);
-      CommandList commands = listAfter(time_);
+      moment += std::chrono::duration_cast<Clock::duration>(
+          std::chrono::duration<double>(gapSeconds(random)));
+      std::this_thread::sleep_until(moment);
+      CommandList commands = listAfter(time_, listLength);
+      ++progress_;
       rig_.timeline(list % actuators).pushTimedCommand(commands, TimedCommand::REPLACE);
-      ++sent_;
+      ++progress_;
     }
   }
 
   Rig& rig_;
   std::atomic<bool> ended_{false};
   std::atomic<unsigned int> time_{0};
-  std::atomic<unsigned int> sent_{0};
+  std::atomic<unsigned int> progress_{0};
   std::thread thread_;
 };
 
-std::vector<double> measureCycles(Rig& rig, CommandThread& commandThread) {
+struct Cycles {
   std::vector<double> durations;
-  durations.reserve(cycles);
+  /// How many ran while a list was pushed.
+  unsigned int met = 0;
+};
+
+void runCycles(Rig& rig, CommandThread& commandThread, Cycles& measured) {
+  takePlace(80, 1);
   const Clock::time_point origin = Clock::now();
   for (unsigned int time = 1; time <= cycles; ++time) {
     std::this_thread::sleep_until(origin + time * tick);
     commandThread.setTime(time);
+    const unsigned int before = commandThread.progress();
     const Clock::time_point began = Clock::now();
     rig.commands.run(time, time - 1);
-    durations.push_back(std::chrono::duration<double, std::nano>(Clock::now() - began).count());
+    const std::chrono::duration<double, std::nano> duration = Clock::now() - began;
+    measured.met += before % 2 == 1 || commandThread.progress() != before ? 1 : 0;
+    measured.durations.push_back(duration.count());
   }
-  std::sort(durations.begin(), durations.end());
-  return durations;
+}
+
+Cycles measureCycles(Rig& rig, CommandThread& commandThread) {
+  Cycles measured;
+  measured.durations.reserve(cycles);
+  std::thread(runCycles, std::ref(rig), std::ref(commandThread), std::ref(measured)).join();
+  std::sort(measured.durations.begin(), measured.durations.end());
+  return measured;
 }
 
 /// What at least this share of all do not exceed.
@@ -90,24 +128,27 @@ double quantile(const std::vector<double>& sorted, double share) {
   return sorted[static_cast<std::size_t>(rank) - 1];
 }
 
+/// Not warmed, the queues are short at first, and the pool grows while cycles run.
 void runBesideCommands(benchmark::State& state, int listsPerSecond, bool warmed) {
   Rig rig(actuators, Law::linear, warmed ? (actuators + 1) * listLength : 0);
   for (std::size_t i = 0; i < actuators; ++i) {
     // Not all in one cycle: lists that arrive later do not reach their items together either.
-    CommandList commands = listAfter(static_cast<unsigned int>(i));
+    CommandList commands =
+        listAfter(static_cast<unsigned int>(i), warmed ? listLength : shortListLength);
     rig.timeline(i).pushTimedCommand(commands, TimedCommand::REPLACE);
   }
   for ([[maybe_unused]] auto iteration : state) {
     CommandThread commandThread(rig, listsPerSecond);
-    const std::vector<double> durations = measureCycles(rig, commandThread);
-    const double median = quantile(durations, 0.5);
+    const Cycles measured = measureCycles(rig, commandThread);
+    const double median = quantile(measured.durations, 0.5);
     state.SetIterationTime(median * 1e-9);
     state.counters[nsCounter] = median;
     state.counters["p50"] = median;
-    state.counters["p99"] = quantile(durations, 0.99);
-    state.counters["p99.9"] = quantile(durations, 0.999);
-    state.counters["max"] = durations.back();
-    state.counters["lists"] = commandThread.sent();
+    state.counters["p99"] = quantile(measured.durations, 0.99);
+    state.counters["p99.9"] = quantile(measured.durations, 0.999);
+    state.counters[maxCounter] = measured.durations.back();
+    state.counters["met"] = measured.met;
+    state.counters["lists"] = commandThread.progress() / 2;
   }
 }
 

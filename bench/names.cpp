@@ -101,6 +101,7 @@ void buildTimelines(benchmark::State& state, int attributes, int first) {
   TimedCommandManager held;
   held.initTimedCommand(0);
   held.commandTable.resize(static_cast<std::size_t>(first));
+  held.actuatorCommands.clear();
   Stopwatch watch;
   for ([[maybe_unused]] auto iteration : state) {
     TimedCommandManager commands = held;

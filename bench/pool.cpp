@@ -128,7 +128,7 @@ void addPoolBenchmarks() {
     add("pool_lock/" + std::to_string(times) + (times == 1 ? "_time" : "_times"),
         [=](benchmark::State& state) { lockAgain(state, times); });
   }
-  for (const Load load : {Load{30, 16}, Load{30, 100}, Load{30, 500}, Load{100, 510}}) {
+  for (const Load load : {Load{30, 16}, Load{30, 100}, Load{30, 500}, Load{30, 1700}}) {
     addShape("bulk_drain", drain<loadInBulk>, load);
     addShape("interleaved_drain", drain<loadInterleaved>, load);
     addShape("stream", stream, load);

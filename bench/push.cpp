@@ -16,7 +16,7 @@ namespace bench {
 namespace {
 
 constexpr std::size_t largestList = 500;
-constexpr std::size_t longestQueue = 250;
+constexpr std::size_t longQueue = 250;
 
 struct Case {
   TimedCommand::commandType type;
@@ -31,11 +31,11 @@ Case makeCase(TimedCommand::commandType type, std::size_t queued, std::size_t pu
 
 template <typename Target>
 void push(benchmark::State& state, const Case& pushCase) {
-  Rig rig(1, Law::linear, longestQueue + largestList);
+  Rig rig(1, Law::linear, 2 * largestList);
   Target target(rig.timeline(0));
   Stopwatch watch;
   for ([[maybe_unused]] auto iteration : state) {
-    target.restore(pushCase.queued);
+    target.prepare(pushCase);
     watch.start();
     const bool taken = target.push(pushCase);
     state.SetIterationTime(watch.stop());
@@ -50,10 +50,10 @@ class Torvex {
  public:
   explicit Torvex(TimedCommand& timeline) : timeline_(timeline) {}
 
-  void restore(const std::vector<unsigned int>& queued) {
+  void prepare(const Case& pushCase) {
     CommandList commands;
     timeline_.pushTimedCommand(commands, TimedCommand::REPLACE);
-    commands = commandsAt(queued);
+    commands = commandsAt(pushCase.queued);
     timeline_.pushTimedCommand(commands, TimedCommand::MERGE);
   }
   bool push(const Case& pushCase) {
@@ -64,6 +64,24 @@ class Torvex {
 
  protected:
   TimedCommand& timeline_;  // NOLINT(misc-non-private-member-variables-in-classes)
+};
+
+/// Only the push: as long as it takes, the lock of all timelines is held.
+class Held : public Torvex {
+ public:
+  using Torvex::Torvex;
+
+  void prepare(const Case& pushCase) {
+    Torvex::prepare(pushCase);
+    commands_ = commandsAt(pushCase.pushed);
+  }
+  bool push(const Case& pushCase) {
+    timeline_.pushTimedCommand(commands_, pushCase.type);
+    return commands_.empty();
+  }
+
+ private:
+  CommandList commands_;
 };
 
 /// Replaces as one would without thinking of the pool.
@@ -90,9 +108,9 @@ class Vector {
   explicit Vector(const TimedCommand& timeline)
       : timeline_(timeline.subDeviceAccessor, Law::linear) {}
 
-  void restore(const std::vector<unsigned int>& queued) {
+  void prepare(const Case& pushCase) {
     timeline_.clear();
-    pushStamps(queued, TimedCommand::MERGE);
+    pushStamps(pushCase.queued, TimedCommand::MERGE);
   }
   bool push(const Case& pushCase) {
     pushStamps(pushCase.pushed, pushCase.type);
@@ -131,7 +149,7 @@ void addBothOrders(const std::string& name, Case pushCase) {
 void addMode(const std::string& mode, TimedCommand::commandType type) {
   for (const std::size_t pushed :
        {std::size_t{1}, std::size_t{10}, std::size_t{100}, largestList}) {
-    for (const std::size_t queued : {std::size_t{0}, std::size_t{11}, longestQueue}) {
+    for (const std::size_t queued : {std::size_t{0}, std::size_t{11}, longQueue}) {
       if (type == TimedCommand::MERGE && queued + pushed > TimedCommand::MAX_TIMELINE_ITEMS) {
         continue;
       }
@@ -142,15 +160,30 @@ void addMode(const std::string& mode, TimedCommand::commandType type) {
   }
 }
 
+/// The longest pushes, and one as a host should make it: ns for the whole list.
+void addHeld() {
+  const auto addLists = [](std::size_t length, std::size_t queued) {
+    const std::string name =
+        "lock_held/replace/" + std::to_string(length) + "_into_" + std::to_string(queued);
+    Case pushCase = makeCase(TimedCommand::REPLACE, queued, length);
+    addCase<Held>(name + "/ascending", pushCase);
+    std::shuffle(pushCase.pushed.begin(), pushCase.pushed.end(), std::mt19937(1));
+    addCase<Held>(name + "/shuffled", pushCase);
+  };
+  addLists(32, 32);
+  addLists(largestList, largestList);
+}
+
 }  // namespace
 
 void addPushBenchmarks() {
+  addHeld();
   addMode("merge", TimedCommand::MERGE);
   addMode("replace", TimedCommand::REPLACE);
   addMode("clear_after", TimedCommand::CLEAR_AFTER);
   addMode("clear_before", TimedCommand::CLEAR_BEFORE);
   addCase<FrontFirst>("push/replace/1_into_250/ascending/front_first",
-                      makeCase(TimedCommand::REPLACE, longestQueue, 1));
+                      makeCase(TimedCommand::REPLACE, longQueue, 1));
   addCase<LookingVector>("push/merge/500_into_0/ascending/vector_looking_first",
                          makeCase(TimedCommand::MERGE, 0, largestList));
 }

@@ -1,5 +1,6 @@
 #include "bench/report.h"
 
+#include <algorithm>
 #include <cmath>
 #include <cstdio>
 #include <iostream>
@@ -68,12 +69,20 @@ void Report::ReportRuns(const std::vector<Run>& runs) {
     if (run.error_occurred) {
       std::printf("%s: %s\n", run.run_name.function_name.c_str(), run.error_message.c_str());
       failed_ = true;
+    } else if (run.run_type == Run::RT_Iteration) {
+      noteLongest(lines_[run.family_index], run);
     } else if (run.aggregate_name == "median") {
       lines_[run.family_index].benchmark = run.run_name.function_name;
       lines_[run.family_index].medians = run.counters;
     } else if (run.aggregate_name == "cv") {
       lines_[run.family_index].spread = run.counters.at(nsCounter);
     }
+  }
+}
+
+void Report::noteLongest(Line& line, const Run& run) {
+  if (const auto found = run.counters.find(maxCounter); found != run.counters.end()) {
+    line.longest = std::max(line.longest, found->second.value);
   }
 }
 
@@ -95,7 +104,7 @@ void Report::print(const Line& line) {
               100.0 * line.spread);
   for (const auto& [name, counter] : line.medians) {
     if (name != nsCounter) {
-      std::printf("  %s %.0f", name.c_str(), counter.value);
+      std::printf("  %s %.0f", name.c_str(), name == maxCounter ? line.longest : counter.value);
     }
   }
   std::printf("\n");

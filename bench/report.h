@@ -25,8 +25,11 @@ class Report : public benchmark::BenchmarkReporter {
     benchmark::UserCounters medians;
     /// Standard deviation by mean.
     double spread = 0.0;
+    /// The largest of what is a maximum in each repetition.
+    double longest = 0.0;
   };
 
+  static void noteLongest(Line& line, const Run& run);
   static void print(const Line& line);
   /// The median of a counter; not a number when it was not measured.
   [[nodiscard]] double median(const std::string& benchmark, const char* counter) const;

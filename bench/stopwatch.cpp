@@ -6,8 +6,8 @@
 namespace bench {
 
 double Stopwatch::stop() const {
-  static const double cost = readingCost();
   const std::chrono::duration<double> elapsed = Clock::now() - began_;
+  static const double cost = readingCost();
   return std::max(0.0, elapsed.count() - cost);
 }
 
