@@ -4,8 +4,6 @@
 #include <cstdlib>
 #include <iterator>
 
-#include "fakeplatform.h"
-
 namespace model {
 namespace {
 
@@ -58,7 +56,7 @@ void Machine::cycle(Timeline& timeline, std::uint32_t time, std::uint32_t previo
   }
   call("lock");
   if (timeline.linear) {
-    const float actual = timeline.container->command;
+    const float actual = registers[timeline.container];
     const bool agrees = actual <= timeline.currentValue && actual >= timeline.currentValue;
     call(agrees ? "read" : "read read");
     if (!agrees) {
@@ -80,7 +78,7 @@ void Machine::stepLaw(Timeline& timeline, std::uint32_t time) {
       timeline.items.pop_front();
     }
     if (overdue >= 0 && !next.ignore) {
-      attributes[timeline.attribute].value = next.value;
+      values[timeline.attribute] = next.value;
       call(callWith("set", next.value.asFloat));
     }
   }
@@ -116,66 +114,51 @@ void Machine::linearLaw(Timeline& timeline, std::uint32_t time, std::uint32_t pr
 
 void Machine::output(Timeline& timeline) {
   if (timeline.bound) {
-    Container& container = *timeline.container;
+    const float limit = timeline.container->limit;
     call(callWith("limit", timeline.currentValue));
-    container.command = timeline.currentValue =
-        std::clamp(timeline.currentValue, -container.limit, container.limit);
+    timeline.currentValue = std::clamp(timeline.currentValue, -limit, limit);
+    registers[timeline.container] = timeline.currentValue;
     call(callWith("write", timeline.currentValue));
     return;
   }
-  attributes[timeline.attribute].value.asFloat = timeline.currentValue;
-  if (attributes[timeline.attribute].tracked) {
+  values[timeline.attribute].asFloat = timeline.currentValue;
+  if ((platform_.attributes[timeline.attribute].flags & 0x40) != 0) {
     call(callWith("track", timeline.currentValue));
   }
 }
 
-void Machine::build(int start, int count) {
+void Machine::build(int start) {
+  const int count = platform_.pool.attributeCount;
   call("new-lock");
   Timeline added;
   added.lock = ++locks;
-  if (start == 0) {
-    table.clear();
-  }
+  table.resize(start == 0 ? 0 : table.size());
   table.resize(static_cast<std::size_t>(count), added);
   for (int index = start; index < count; ++index) {
     table[static_cast<std::size_t>(index)].attribute = index;
     call("attribute-" + std::to_string(index));
   }
   driven.clear();
-  for (auto& [name, container] : containers) {
-    const int end = container.actuator ? std::min(container.first + container.size, count) : 0;
-    for (int index = container.first; index < end; ++index) {
+  for (auto& [name, container] : platform_.containers) {
+    const int end = container.actuator ? container.lastAttrIndex : -1;
+    for (int index = container.firstAttrIndex; index <= end; ++index) {
       Timeline& timeline = table[static_cast<std::size_t>(index)];
-      const char* attributeName = attributes[timeline.attribute].name;
-      if (attributeName == nullptr || attributeName != std::string("Value")) {
-        continue;
+      const char* attributeName = platform_.attributes[timeline.attribute].name.get();
+      if (attributeName != nullptr && attributeName == std::string("Value")) {
+        call("lock unlock");
+        timeline.items.clear();
+        timeline.bound = true;
+        timeline.container = &container;
+        chooseLaw(timeline);
+        driven.push_back(index);
       }
-      call("lock unlock");
-      timeline.items.clear();
-      timeline.bound = true;
-      timeline.container = &container;
-      chooseLaw(timeline);
-      driven.push_back(index);
     }
   }
 }
 
 void Machine::chooseLaw(Timeline& timeline) {
-  timeline.linear = attributes[timeline.attribute].typeCode == 7 &&
+  timeline.linear = platform_.attributes[timeline.attribute].typeCode == 7 &&
                     (!timeline.bound || timeline.container->interpolation);
-}
-
-int Machine::indexOf(const std::string& key) {
-  int found = -1;
-  for (const auto& [name, container] : containers) {
-    for (int index = container.first; index < container.first + container.size; ++index) {
-      const char* attributeName = attributes[index].name;
-      if (attributeName != nullptr && name + "/" + attributeName == key) {
-        found = std::max(found, index);
-      }
-    }
-  }
-  return found;
 }
 
 }  // namespace model

@@ -9,6 +9,12 @@
 namespace model {
 namespace {
 
+// In the order of the indexes, which is not that of the walk.
+const char* const containerNames[] = {"Leg", "Arm", "Rack", "Paw"};
+// Of equal names the highest index; some have no name.
+const std::map<std::string, int> indexes = {{"Leg/Value", 0},  {"Leg/Offset", 1}, {"Arm/Value", 3},
+                                            {"Rack/value", 5}, {"Rack/Value", 6}, {"Paw/Value", 7}};
+
 std::string textOf(const Items& items) {
   std::string text = std::to_string(items.size()) + " items";
   for (const Item& item : items) {
@@ -65,14 +71,11 @@ std::string textOf(const Operation& done) {
 }
 
 World::World() {
-  // The order of the indexes is not that of the walk.
-  add("Leg", {"Value", "Offset"});
-  add("Arm", {"Value", "Value"});
-  add("Rack", {nullptr, "value", "Value"});
-  add("Paw", {"Value"});
-  machine.containers["Arm"].limit = platform.containers["Arm"].limit = 2;
+  platform.add("Leg", {"Value", "Offset"});
+  platform.add("Arm", {"Value", "Value"}).limit = 2;
+  platform.add("Rack", {nullptr, "value", "Value"});
+  platform.add("Paw", {"Value"});
   for (int i = 0; i < attributeCount; ++i) {
-    machine.attributes[i].tracked = i % 2 == 0;
     platform.attributes[i].flags = i % 2 == 0 ? 0x40 : 0xBF;
   }
   for (int i = attributeCount; i < slots; ++i) {
@@ -98,7 +101,8 @@ std::string World::apply(const Operation& op) {
   } else if (op.kind == Kind::build) {
     applyBuild(op);
   } else if (op.kind == Kind::move) {
-    platform.containers[op.text].command = machine.containers[op.text].command = op.value;
+    FakeContainer& container = platform.containers[op.text];
+    container.command = machine.registers[&container] = op.value;
   } else if (exists(op.slot)) {
     applyToOne(op, real(op.slot), at(op.slot));
   }
@@ -113,16 +117,6 @@ bool World::exists(int slot) const {
 Timeline& World::at(int slot) {
   return slot < attributeCount ? machine.table[static_cast<std::size_t>(slot)]
                                : expectedCopies_[static_cast<std::size_t>(slot - attributeCount)];
-}
-
-void World::add(const char* name, std::initializer_list<const char*> attributeNames) {
-  const int first = platform.pool.attributeCount;
-  machine.containers[name] = {name, first, static_cast<int>(attributeNames.size())};
-  for (const char* attributeName : attributeNames) {
-    machine.attributes[static_cast<int>(machine.attributes.size())].name = attributeName;
-  }
-  platform.add(name, attributeNames);
-  order_.emplace_back(name);
 }
 
 TimedCommand& World::real(int slot) {
@@ -163,60 +157,60 @@ void World::applyPush(const Operation& op, TimedCommand& timeline, Timeline& exp
     timeline.pushTimedCommand(timeline.commandList, mode);
     return machine.push(expected, expected.items, op.other);
   }
-  if (op.way == 0 || op.slot >= attributeCount) {
+  int slot = op.slot;
+  if (op.way == 0 || slot >= attributeCount) {
     timeline.pushTimedCommand(pushed, mode);
-    machine.push(expected, items, op.other);
   } else if (op.way == 1) {
-    expect(manager_.AddTimedCommandWithIndex(op.slot, pushed, mode), "result");
-    machine.push(expected, items, op.other);
+    expect(manager_.AddTimedCommandWithIndex(slot, pushed, mode), "result");
   } else {
-    const int index = machine.indexOf(op.text);
-    if (index >= 0 && !exists(index)) {
+    const auto found = indexes.find(op.text);
+    slot = found == indexes.end() ? -1 : found->second;
+    if (!exists(slot)) {
       return;
     }
-    expect(manager_.AddTimedCommand(op.text, pushed, mode) == (index >= 0), "result");
-    if (index >= 0) {
-      machine.push(at(index), items, op.other);
-      touched_.insert(index);
-    }
+    expect(manager_.AddTimedCommand(op.text, pushed, mode) == (slot >= 0), "result");
+  }
+  if (slot >= 0) {
+    machine.push(at(slot), items, op.other);
+    touched_.insert(slot);
   }
   expect(same(pushed, items), "the caller's list");
 }
 
 void World::applyBind(const Operation& op, TimedCommand& timeline, Timeline& expected) {
-  const std::string& name = order_[static_cast<std::size_t>(op.other)];
-  expected.container = &machine.containers[name];
-  timeline.subDeviceAccessor = hal::SubDeviceAccessor(&platform.containers[name]);
+  FakeContainer& container = platform.containers[containerNames[op.other]];
+  expected.container = &container;
+  timeline.subDeviceAccessor = hal::SubDeviceAccessor(&container);
   timeline.isSubDevice = op.way == 0 ? 0 : 1;
   expected.bound = op.way != 0;
   if (op.way == 2) {
-    timeline.currentValue = expected.currentValue = expected.container->command;
+    timeline.currentValue = expected.currentValue = container.command;
   }
   timeline.testIfInterpolationPossible();
   machine.chooseLaw(expected);
 }
 
 void World::applyBuild(const Operation& op) {
+  // The last index of each container while it is there.
+  const int lastIndexes[] = {1, 3, 6, 7};
   platform.pool.attributeCount = 0;
-  for (std::size_t i = 0; i < order_.size(); ++i) {
-    FakeContainer& container = platform.containers[order_[i]];
-    Container& expected = machine.containers[order_[i]];
+  for (std::size_t i = 0; i < 4; ++i) {
+    FakeContainer& container = platform.containers[containerNames[i]];
     const char letter = i < op.text.size() ? op.text[i] : '.';
     container.lastAttrIndex = container.firstAttrIndex - 1;
     if (i < op.text.size()) {
-      container.lastAttrIndex += expected.size;
-      platform.pool.attributeCount = static_cast<std::uint16_t>(container.lastAttrIndex + 1);
+      container.lastAttrIndex = lastIndexes[i];
+      platform.pool.attributeCount = static_cast<std::uint16_t>(lastIndexes[i] + 1);
     }
-    container.actuator = expected.actuator = letter != '.';
-    container.interpolation = expected.interpolation = letter != 's';
-    for (int index = expected.first; index < expected.first + expected.size; ++index) {
-      machine.attributes[index].typeCode = letter == 'i' ? 5 : 7;
+    container.actuator = letter != '.';
+    container.interpolation = letter != 's';
+    for (int index = container.firstAttrIndex; index <= container.lastAttrIndex; ++index) {
       platform.attributes[index].typeCode = letter == 'i' ? 5 : 7;
     }
   }
   const int start = std::min(op.other, static_cast<int>(machine.table.size()));
   manager_.initTimedCommand(start);
-  machine.build(start, platform.pool.attributeCount);
+  machine.build(start);
   touched_.clear();
   for (int slot = 0; slot < slots; ++slot) {
     touched_.insert(slot);
@@ -237,11 +231,11 @@ void World::compare() {
                       return difference_.empty() && timeline == &real(index);
                     }),
          "driven timelines");
-  for (const auto& [index, attribute] : machine.attributes) {
-    expect(same(platform.attributes[index].value, attribute.value), "attribute");
+  for (const auto& [index, attribute] : platform.attributes) {
+    expect(same(attribute.value, machine.values[index]), "value of an attribute");
   }
-  for (const auto& [name, container] : machine.containers) {
-    expect(same(platform.containers[name].command, container.command), "register of " + name);
+  for (auto& [name, container] : platform.containers) {
+    expect(same(container.command, machine.registers[&container]), "register of " + name);
   }
   for (const int slot : touched_) {
     if (difference_.empty() && exists(slot)) {
@@ -255,9 +249,8 @@ void World::compareTimelines(int slot, const TimedCommand& found, const Timeline
   const Items items(found.commandList.begin(), found.commandList.end());
   expect(found.deviceAttr == &platform.attributes[expected.attribute], "attribute" + of);
   expect(found.isSubDevice == (expected.bound ? 1 : 0), "binding" + of);
-  expect(
-      !expected.bound || expected.container->name == std::string(found.subDeviceAccessor.getName()),
-      "container" + of);
+  expect(!expected.bound || found.subDeviceAccessor.getName() == expected.container->name.get(),
+         "container" + of);
   expect(found.interpolationPossible == (expected.linear ? 1 : 0), "law" + of);
   expect(same(found.currentValue, expected.currentValue), "current value" + of);
   expect(same(found.lastCommandValue, expected.lastCommandValue), "last value" + of);

@@ -6,7 +6,6 @@
 #include <vector>
 
 #include "attrfullname/attrfullname.h"
-#include "fakeplatform.h"
 #include "model.h"
 #include "timedcommandmanager/timedcommandmanager.h"
 
@@ -46,10 +45,9 @@ class World {
   Timeline& at(int slot);
 
   FakePlatform platform;
-  Machine machine;
+  Machine machine = Machine(platform);
 
  private:
-  void add(const char* name, std::initializer_list<const char*> attributeNames);
   TimedCommand& real(int slot);
   void applyToOne(const Operation& op, TimedCommand& timeline, Timeline& expected);
   void applyPush(const Operation& op, TimedCommand& timeline, Timeline& expected);
@@ -59,7 +57,6 @@ class World {
   void compare();
   void compareTimelines(int slot, const TimedCommand& found, const Timeline& expected);
 
-  std::vector<std::string> order_;
   TimedCommandManager manager_;
   AttrFullName names_;
   std::vector<std::unique_ptr<TimedCommand>> copies_;
