@@ -41,7 +41,7 @@ class World {
   /// Does it on both sides. The result says what differs, or nothing.
   std::string apply(const Operation& op);
 
-  bool exists(int slot) const;
+  [[nodiscard]] bool exists(int slot) const;
   Timeline& at(int slot);
 
   FakePlatform platform;
