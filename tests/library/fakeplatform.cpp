@@ -1,6 +1,7 @@
 #include "fakeplatform.h"
 
 #include <algorithm>
+#include <cmath>
 #include <cstdio>
 
 #include "platform/hal/devicemanager.h"
@@ -44,7 +45,7 @@ void FakePlatform::record(const std::string& call) {
 
 std::string callWith(const char* name, float value) {
   char text[64];
-  std::snprintf(text, sizeof text, "%s:%.9g", name, double{value});
+  std::snprintf(text, sizeof text, "%s:%.9g", name, std::isnan(value) ? NAN : double{value});
   return text;
 }
 

@@ -57,5 +57,5 @@ struct FakeBroker : ZR::ZRBroker {
   boost::shared_ptr<ZR::ZRBroker> getThis() override { return nullptr; }
 };
 
-/// A call with a value, written so that no two values look alike.
+/// A call with a value, written so that no two numbers look alike.
 std::string callWith(const char* name, float value);

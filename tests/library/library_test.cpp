@@ -5,6 +5,7 @@
 #include "platform/hal/preference.h"
 #include "registry/attrfullnamemanager.h"
 #include "registry/brokermanager.h"
+#include "registry/torvexmanager.h"
 #include "timedcommandmanager/timedcommandmanager.h"
 
 namespace {
@@ -168,6 +169,24 @@ TEST_F(Machine, PreferencesGiveTheirStoredNameLessItsMark) {
     EXPECT_EQ(names.getZRMemoryNameForPreference(&preference, &platform.attributes[0]), key);
     EXPECT_EQ(names.getZRMemoryNameForPreference(&preference, nullptr), "");
   }
+}
+
+class Torvex {};
+
+template <class Object>
+void expectSlotToHoldTheLastOne(Object* (*get)(), void (*set)(Object*)) {
+  Object objects[2];
+  for (Object* object : {&objects[0], &objects[1], static_cast<Object*>(nullptr)}) {
+    set(object);
+    EXPECT_EQ(get(), object);
+  }
+}
+
+TEST(Registry, SlotsHoldTheLastOne) {
+  EXPECT_EQ(getTorvexManager(), nullptr);
+  expectSlotToHoldTheLastOne(getTorvexManager, setTorvexManager);
+  expectSlotToHoldTheLastOne(getAttrFullNameManager, setAttrFullNameManager);
+  expectSlotToHoldTheLastOne(getTimedCommandManager, setTimedCommandManager);
 }
 
 TEST(Registry, BrokerLivesAsLongAsAnybodyHoldsIt) {

@@ -39,11 +39,10 @@ struct Preferences : testing::Test {
 };
 
 TEST_F(Preferences, BecomeATreeOfUniqueKeys) {
-  platform.prefer(arm, "/Zero", 0);
+  platform.prefer(arm, "/Zero", 5).value.asInt = 3;
   platform.prefer(leg, "/Other", 1);
-  for (const int typeCode : {1, 6}) {
-    platform.prefer(arm, "/Whole", static_cast<std::uint8_t>(typeCode)).value.asInt = -typeCode;
-  }
+  platform.prefer(arm, "/Whole", 1).value.asInt = -1;
+  platform.prefer(arm, "/Sixth", 6).value.asInt = -6;
   platform.prefer(arm, "/Empty", 1).inUse = 0;
   platform.prefer(arm, "/Half", 7).value.asFloat = 0.5F;
   platform.prefer(arm, "/Text", 8).value.asText = const_cast<char*>(":abc");
@@ -51,14 +50,14 @@ TEST_F(Preferences, BecomeATreeOfUniqueKeys) {
   platform.prefer(arm, "/", 9).value.asText = const_cast<char*>("");
   platform.prefer(arm, "/Far", 10);
   platform.prefer(arm, "/Last", 255);
-  platform.prefer(arm, "/Zero", 5).value.asInt = 3;
+  platform.prefer(arm, "/Zero", 0);
   const ExportQelvoPreferences done("Arm", "arm.xml");
   EXPECT_TRUE(done.keyAdded);
   EXPECT_EQ(platform.take(), "get:ZRPreferences:0 file:arm.xml:false end");
   EXPECT_EQ(drawn(platform.written),
-            "[['Key1' '' 3 'Zero'] ['Key2' '' -6 'Whole'] ['Key3' '' f:0.5 'Half'] "
-            "['Key4' '' ':abc' 'Text'] ['Key5' '' 'abc' 'Marked'] ['Key6' '' '' ''] "
-            "['Key7' '' - 'Far'] ['Key8' '' - 'Last']]");
+            "[['Key1' '' - 'Zero'] ['Key2' '' -1 'Whole'] ['Key3' '' -6 'Sixth'] "
+            "['Key4' '' f:0.5 'Half'] ['Key5' '' ':abc' 'Text'] ['Key6' '' 'abc' 'Marked'] "
+            "['Key7' '' '' ''] ['Key8' '' - 'Far'] ['Key9' '' - 'Last']]");
 }
 
 TEST_F(Preferences, WriteNothingWithoutAnyInUse) {
@@ -80,7 +79,7 @@ TEST_F(Preferences, AddKeysOnlyToAnArray) {
   tree = 5;
   EXPECT_EQ(unused.xAddAKey("b", value, tree), -1);
   EXPECT_EQ(drawn(tree), "5");
-  tree.clear();
+  unused.createZRValueFromPreference("none", tree);
   EXPECT_EQ(unused.xAddAKey("b", value, tree), 1);
   EXPECT_EQ(drawn(tree), "[['Key1' '' 7 'b']]");
 }
