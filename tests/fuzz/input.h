@@ -33,8 +33,8 @@ bool isTaken(const std::string& path, const std::string& text, const Read& read)
     std::sscanf(said.c_str() + path.size(), ":%lu:%lu: error: %n", &line, &column, &end);
     require(end > 0 && path.size() + static_cast<std::size_t>(end) < said.size(), said);
     const auto lines = static_cast<std::size_t>(std::count(text.begin(), text.end(), '\n')) + 1;
-    // The YAML parser counts two columns behind the end.
-    require(line >= 1 && line <= lines && column >= 1 && column <= text.size() + 2, said);
+    // The YAML parser turns UTF-16 into UTF-8, and counts two columns behind the end.
+    require(line >= 1 && line <= lines && column >= 1 && column <= 3 * text.size() + 2, said);
     return false;
   }
 }
