@@ -103,7 +103,7 @@ class Script {
   }
 
   /// What a timeline keeps of its items, by the rule of the mode.
-  Items kept(const TimedCommand& timeline, const Items& sorted, int mode) const {
+  [[nodiscard]] Items kept(const TimedCommand& timeline, const Items& sorted, int mode) const {
     Items items(timeline.commandList.begin(), timeline.commandList.end());
     const auto goes = [&](const Item& item) {
       return mode == TimedCommand::REPLACE ||
