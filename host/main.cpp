@@ -1,6 +1,8 @@
 #include <fcntl.h>
 #include <unistd.h>
 
+#include <csignal>
+
 #include "host/commandline.h"
 
 namespace {
@@ -19,5 +21,7 @@ void openStandardStreams() {
 
 int main(int argc, char** argv) {
   openStandardStreams();
+  // A write beyond the limit of a file's size then fails instead of ending the tool.
+  std::signal(SIGXFSZ, SIG_IGN);
   return host::runCommandLine(argc, argv);
 }

@@ -13,6 +13,8 @@ namespace {
 /// The most cycles between two items: half a unit in the last place a cycle
 /// then stays below 1e-5 for values up to 4.
 constexpr std::int64_t longestPartCycles = 200;
+/// Of all ways of a run; a part takes some 60 bytes.
+constexpr std::int64_t mostParts = 5'000'000;
 
 /// Of the late items but the first, which may decide what is cleared, and the last.
 void leaveOutPassedOver(PlannedList& list) {
@@ -47,12 +49,21 @@ void addApproach(const simulation::Actuator& actuator, PlannedList& list) {
   list.items.insert(list.items.begin(), {0, present, PlannedItem::ownPoint});
 }
 
-void cutLongWays(std::uint32_t cycleMs, PlannedList& list) {
+/// Adds to `parts` how many there are.
+void cutLongWays(std::uint32_t cycleMs, PlannedList& list, std::int64_t& parts) {
   const std::int64_t partMs = longestPartCycles * cycleMs;
   std::vector<PlannedItem> cut;
   for (const PlannedItem& end : list.items) {
     if (!cut.empty() && cut.back().timeMs >= list.handOverMs) {
       const PlannedItem begin = cut.back();
+      parts += (end.timeMs - begin.timeMs) / partMs;
+      if (parts > mostParts) {
+        throw InputError(
+            list.motion->path, list.motion->places[end.point],
+            fmt::format("the ways up to here take more than {} parts of {} cycles of {} ms; use a "
+                        "longer --cycle",
+                        mostParts, longestPartCycles, cycleMs));
+      }
       const double way = double{end.value.asFloat} - double{begin.value.asFloat};
       const auto duration = static_cast<double>(end.timeMs - begin.timeMs);
       for (std::int64_t passed = partMs; begin.timeMs + passed < end.timeMs; passed += partMs) {
@@ -100,6 +111,7 @@ Plan planRun(const MachineFile& machine, const std::vector<Motion>& motions, con
       addList(actuator, std::move(list), commanded[index]);
     }
   }
+  std::int64_t parts = 0;
   for (auto& [index, lists] : commanded) {
     std::stable_sort(lists.begin(), lists.end(), [](const auto& one, const auto& other) {
       return one.handOverMs < other.handOverMs;
@@ -107,7 +119,7 @@ Plan planRun(const MachineFile& machine, const std::vector<Motion>& motions, con
     const auto& actuator = machine.actuator(index);
     const bool alone = lists.size() == 1 && lists.front().mode != TimedCommand::CLEAR_BEFORE;
     if (alone && actuator.interpolates) {
-      cutLongWays(plan.schedule.cycleMs, lists.front());
+      cutLongWays(plan.schedule.cycleMs, lists.front(), parts);
     }
     Course course = courseOf(lists, actuator, plan.schedule);
     plan.actuators.push_back({index, std::move(lists), std::move(course)});

@@ -5,14 +5,19 @@
 namespace host {
 namespace {
 
-constexpr std::int64_t mostRows = 4096;
+/// As many as a picture can show, within bounds for memory.
+std::int64_t rowsFor(std::size_t rowLength) {
+  constexpr std::size_t mostRows = 4096;
+  constexpr std::size_t mostNumbers = std::size_t{1} << 23;
+  return static_cast<std::int64_t>(std::min(mostRows, mostNumbers / rowLength));
+}
 
 }  // namespace
 
 Recording::Recording(std::size_t rowLength, std::int64_t cycles)
-    : rowLength_(rowLength), stride_(cycles / mostRows + 1) {
+    : rowLength_(rowLength), stride_(cycles / rowsFor(rowLength) + 1) {
   // Written once, so that no cycle waits for the pages.
-  values_.resize(static_cast<std::size_t>(std::min(cycles, mostRows)) * rowLength);
+  values_.resize(static_cast<std::size_t>(std::min(cycles, rowsFor(rowLength))) * rowLength);
   values_.clear();
 }
 

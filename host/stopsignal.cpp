@@ -27,18 +27,14 @@ StopSignal::StopSignal() {
     }
   }
   action.sa_handler = SIG_IGN;
-  for (std::size_t i = 0; i < failing.size(); ++i) {
-    sigaction(failing[i], &action, &previousFailing_[i]);
-  }
+  sigaction(SIGPIPE, &action, &previousPipe_);
 }
 
 StopSignal::~StopSignal() {
   for (std::size_t i = 0; i < stopping.size(); ++i) {
     sigaction(stopping[i], &previous_[i], nullptr);
   }
-  for (std::size_t i = 0; i < failing.size(); ++i) {
-    sigaction(failing[i], &previousFailing_[i], nullptr);
-  }
+  sigaction(SIGPIPE, &previousPipe_, nullptr);
 }
 
 int StopSignal::received() noexcept {

@@ -6,7 +6,7 @@
 namespace host {
 
 /// Turns INT, TERM, HUP (unless it was ignored) and QUIT into a wish to stop, for
-/// as long as it lives, and lets failing writes fail. One at a time.
+/// as long as it lives, and lets writes to a closed pipe fail. One at a time.
 class StopSignal {
  public:
   StopSignal();
@@ -21,11 +21,9 @@ class StopSignal {
 
  private:
   static constexpr std::array<int, 4> stopping = {SIGINT, SIGTERM, SIGHUP, SIGQUIT};
-  /// What a write can raise; it then fails with an error of its own.
-  static constexpr std::array<int, 2> failing = {SIGPIPE, SIGXFSZ};
 
   std::array<struct sigaction, stopping.size()> previous_{};
-  std::array<struct sigaction, failing.size()> previousFailing_{};
+  struct sigaction previousPipe_ {};
 };
 
 }  // namespace host

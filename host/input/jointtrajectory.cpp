@@ -69,6 +69,11 @@ void readPoints(const PointReader& reader, const YAML::Node& points, Motion& mot
   if (!points.IsSequence() || points.size() == 0) {
     reader.yaml().fail(points, "points: a list of at least one point is needed");
   }
+  // A short file may name one row of positions many times.
+  if (points.size() > mostCommands / motion.actuators.size()) {
+    reader.yaml().fail(points, fmt::format("{} points for {} joints are more than {} commands",
+                                           points.size(), motion.actuators.size(), mostCommands));
+  }
   motion.times.reserve(points.size());
   motion.places.reserve(points.size());
   std::set<std::string> readOver;

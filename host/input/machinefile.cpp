@@ -7,6 +7,7 @@
 #include <filesystem>
 #include <limits>
 #include <utility>
+#include <variant>
 
 #include "host/attributekey.h"
 #include "host/input/typedvalue.h"
@@ -145,6 +146,7 @@ class MachineFileReader {
     for (const YAML::Node& entry : yaml_.entries(fields, "attributes")) {
       takeAttributes(entry, 1);
       device.attributes.push_back(readAttribute(entry));
+      takeText(entry, device.attributes.back());
       if (!names.insert(device.attributes.back().name).second) {
         yaml_.fail(entry, fmt::format("a second attribute of '{}' is named '{}'", device.name,
                                       device.attributes.back().name));
@@ -279,6 +281,8 @@ class MachineFileReader {
     preference.typeCode =
         readTypeCode(yaml_, yaml_.required(fields, node, "type"), 0, lastTypeCode);
     preference.value = readValue(yaml_, fields, preference.typeCode);
+    textBytes_ += preference.owner.size();
+    takeText(node, preference);
     if (const auto found = fields.find("in_use"); found != fields.end()) {
       preference.inUse = yaml_.truth(found->second, "in_use");
     }
@@ -307,6 +311,17 @@ class MachineFileReader {
     }
   }
 
+  /// A short file may name one text many times.
+  template <typename Named>
+  void takeText(const YAML::Node& node, const Named& named) {
+    const auto* const text = std::get_if<std::string>(&named.value);
+    textBytes_ += named.name.size() + (text == nullptr ? 0 : text->size());
+    if (textBytes_ > YamlFile::maxBytes) {
+      yaml_.fail(node, fmt::format("the names and texts up to here are longer than {} bytes",
+                                   YamlFile::maxBytes));
+    }
+  }
+
   const YamlFile& yaml_;
   MachineFile machine_;
   double timeConstant_ = simulation::Sensor().timeConstant;
@@ -318,6 +333,8 @@ class MachineFileReader {
   /// Those of the URDF, by name.
   std::map<std::string, std::size_t> sensors_;
   int attributeCount_ = 0;
+  /// Of attributes and preferences.
+  std::size_t textBytes_ = 0;
 };
 
 bool looksLikeXml(const std::string& text) {

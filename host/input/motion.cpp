@@ -16,6 +16,9 @@ namespace {
 
 using Fields = YamlFile::Fields;
 
+/// A short file may name one list many times.
+constexpr std::size_t mostLists = 100'000;
+
 constexpr std::array modes = {TimedCommand::MERGE, TimedCommand::REPLACE, TimedCommand::CLEAR_AFTER,
                               TimedCommand::CLEAR_BEFORE};
 
@@ -87,10 +90,8 @@ Motion readList(const PointReader& reader, const YAML::Node& node) {
   return motion;
 }
 
-/// A short file may name one list many times.
 void takeCommands(const YamlFile& yaml, const YAML::Node& node, const Motion& motion,
                   std::size_t& count) {
-  constexpr std::size_t mostCommands = 2'000'000;
   count += motion.values.size();
   if (count > mostCommands) {
     yaml.fail(node, fmt::format("the motions up to here hold more than {} commands", mostCommands));
@@ -102,6 +103,9 @@ std::vector<Motion> readLists(const PointReader& reader, std::size_t& count) {
   const Fields fields = yaml.fields(yaml.root(), "the file", {"lists"});
   std::vector<Motion> motions;
   for (const YAML::Node& list : yaml.entries(fields, "lists")) {
+    if (motions.size() == mostLists) {
+      yaml.fail(list, fmt::format("the file up to here holds more than {} lists", mostLists));
+    }
     motions.push_back(readList(reader, list));
     takeCommands(yaml, list, motions.back(), count);
   }

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <cstddef>
 #include <map>
 #include <string>
 
@@ -7,6 +8,9 @@
 #include "host/input/yaml.h"
 
 namespace host {
+
+/// The most commands of all motions of a run.
+constexpr std::size_t mostCommands = 2'000'000;
 
 /// Reads the points of a motion: values that suit their actuators, and times
 /// that rise.

@@ -48,7 +48,8 @@ std::string readFile(const std::string& path, std::size_t maxBytes) {
 }
 
 Position positionAt(const std::string& text, std::size_t offset) {
-  const auto end = text.begin() + static_cast<std::ptrdiff_t>(std::min(offset, text.size()));
+  offset = std::min(offset, text.size());
+  const auto end = text.begin() + static_cast<std::ptrdiff_t>(offset);
   const auto lines = static_cast<std::size_t>(std::count(text.begin(), end, '\n'));
   const std::size_t lastBreak = offset == 0 ? std::string::npos : text.rfind('\n', offset - 1);
   return {lines + 1, lastBreak == std::string::npos ? offset + 1 : offset - lastBreak};

@@ -22,7 +22,7 @@ class InputError : public std::runtime_error {
 /// than `maxBytes`.
 std::string readFile(const std::string& path, std::size_t maxBytes);
 
-/// The place of a byte in a text.
+/// The place of a byte in a text; for any further one, of its end.
 Position positionAt(const std::string& text, std::size_t offset);
 
 /// A finite decimal number, as it stands in the file, nothing around it.

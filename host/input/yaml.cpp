@@ -3,9 +3,9 @@
 #include <fmt/format.h>
 #include <yaml-cpp/depthguard.h>
 
-#include <algorithm>
 #include <cmath>
-#include <vector>
+
+#include "host/input/yamlsurvey.h"
 
 namespace host {
 namespace {
@@ -21,17 +21,8 @@ YAML::Node load(const std::string& path, const std::string& text) {
     throw InputError(path, {}, fmt::format("is longer than {} bytes", YamlFile::maxBytes));
   }
   try {
-    const std::vector<YAML::Node> documents = YAML::LoadAll(text);
-    // A stream that was cut off a topic ends in a document without content.
-    const bool single =
-        !documents.empty() && std::all_of(documents.begin() + 1, documents.end(),
-                                          [](const YAML::Node& node) { return node.IsNull(); });
-    if (!single) {
-      throw InputError(
-          path, {1, 1},
-          documents.empty() ? "the file is empty" : "the file holds more than one document");
-    }
-    return documents.front();
+    surveyYaml(path, text);
+    return YAML::Load(text);
   } catch (const YAML::DeepRecursion& error) {
     throw InputError(path, positionOf(error.mark), "not readable as YAML: nested too deeply");
   } catch (const YAML::Exception& error) {

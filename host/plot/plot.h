@@ -18,6 +18,7 @@ class Plot {
   void draw(const Torvex& torvex, const Plan& plan);
 
  private:
+  const std::string path_;
   OutputFile file_;
   const std::string title_;
 };

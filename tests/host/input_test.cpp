@@ -239,6 +239,50 @@ TEST(JointTrajectory, SaysWhatIsWrongAndWhere) {
           " already; put one of the two into a list, with the moment of its hand-over");
 }
 
+std::string repeated(const std::string& text, int times) {
+  std::string all;
+  for (int i = 0; i < times; ++i) {
+    all += text;
+  }
+  return all;
+}
+
+TEST(Input, RefusesShortFilesThatAskForMuch) {
+  const Temporary temporary;
+  EXPECT_EQ(complaint(temporary, [&] { readMotions(temporary, "{lists: []},"); }),
+            "m.yaml:1:12: error: not readable as YAML: no value begins like this");
+  EXPECT_EQ(complaint(temporary,
+                      [&] {
+                        readMotions(temporary,
+                                    "lists: [&l {at: 0, mode: replace, key: a/Value, "
+                                    "items: []}" +
+                                        repeated(", *l", 100'000) + "]");
+                      }),
+            "m.yaml:1:9: error: the file up to here holds more than 100000 lists");
+  EXPECT_EQ(complaint(temporary,
+                      [&] {
+                        readMotions(temporary, "joint_names: [a, b]\npoints: [&p {}" +
+                                                   repeated(", *p", 1'000'000) + "]");
+                      }),
+            "m.yaml:2:9: error: 1000001 points for 2 joints are more than 2000000 commands");
+  const std::string machine = temporary.write(
+      "m.yaml", "actuators: [{name: a}]\npreferences:\n- &p {owner: a, name: /x, type: 8, value: " +
+                    std::string(1U << 20U, 'x') + "}\n" + repeated("- *p\n", 31));
+  EXPECT_EQ(complaint(temporary, [&] { (void)host::readMachineFile(machine); }),
+            "m.yaml:3:3: error: the names and texts up to here are longer than 33554432 bytes");
+  const auto motions =
+      readMotions(temporary,
+                  "joint_names: [a]\npoints: [{positions: [0], time_from_start: 0},\n"
+                  "{positions: [1], time_from_start: 1e6}]");
+  EXPECT_EQ(complaint(temporary,
+                      [&] {
+                        (void)host::planRun(host::readMachineFile(temporary.path("r.yaml")),
+                                            motions, {1, 1000});
+                      }),
+            "m.yaml:3:1: error: the ways up to here take more than 5000000 parts of 200 cycles of "
+            "1 ms; use a longer --cycle");
+}
+
 TEST(Check, NamesTargetsAndSlopesBeyondTheLimits) {
   const Temporary temporary;
   const auto motions = readMotions(temporary, R"(lists:

@@ -1,0 +1,13 @@
+#pragma once
+
+#include <string>
+
+namespace host {
+
+/// Reads a YAML text without keeping anything of it: one document, and behind it
+/// at most one without content. So the parser that keeps all meets neither a text
+/// on which it would never end, nor one for which it takes too much memory. Throws
+/// `InputError`, and `YAML::Exception` for what is no YAML.
+void surveyYaml(const std::string& path, const std::string& text);
+
+}  // namespace host
