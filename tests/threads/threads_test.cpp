@@ -203,7 +203,10 @@ class Pusher {
   void step() {
     look();
     const bool isParked = pick(2) == 0;
-    const std::uint32_t count = isParked ? pick(pick(4) == 0 ? 530 : 40) : 1 + pick(8);
+    const auto room = static_cast<std::uint32_t>(TimedCommand::MAX_TIMELINE_ITEMS - parked_.size());
+    const std::uint32_t count = !isParked      ? 1 + pick(8)
+                                : pick(4) == 0 ? room + pick(2)
+                                               : pick(pick(4) == 0 ? 530 : 40);
     const std::uint32_t now = rig_.now.get();
     CommandList commands;
     std::multiset<std::uint32_t> offsets;
