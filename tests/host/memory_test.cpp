@@ -8,6 +8,7 @@
 #include <unistd.h>
 
 #include <atomic>
+#include <cstdio>
 #include <cstdlib>
 #include <cstring>
 #include <new>
@@ -144,6 +145,7 @@ void expectOrder(const ToolRun& run, bool all) {
   ASSERT_EQ(whole.status, 0) << whole.said;
   ASSERT_NE(whole.trace + whole.preferences, whole.trace);
   long n = 1;
+  int places = 0;
   for (Ended ended = run(n, all); !testing::Test::HasFailure(); ended = run(n, all)) {
     SCOPED_TRACE("allocation " + std::to_string(n) + (all ? " and all after it" : ""));
     EXPECT_TRUE(ended.status >= 0 && ended.status <= 2) << ended.said;
@@ -157,9 +159,11 @@ void expectOrder(const ToolRun& run, bool all) {
     if (!ended.hadFailure) {
       break;
     }
+    ++places;
     n += every ? 1 : 1 + n / 30;
   }
   EXPECT_GT(n, 1000);
+  std::printf("%d places\n", places);
 }
 
 }  // namespace

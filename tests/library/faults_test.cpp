@@ -1,6 +1,7 @@
 // Every operation of the library, with a fault at each place in turn where the platform
 // is called or memory is taken, until the operation gets through.
 
+#include <cstdio>
 #include <cstdlib>
 #include <functional>
 #include <new>
@@ -312,6 +313,7 @@ void expectRecovery(Fault fault) {
     }
   }
   EXPECT_GT(places, 100);
+  std::printf("%d places\n", places);
 }
 
 TEST(Faults, OfThePlatformLeaveNoTrace) {
