@@ -149,7 +149,8 @@ void expectOrder(const ToolRun& run, bool all) {
   for (Ended ended = run(n, all); !testing::Test::HasFailure(); ended = run(n, all)) {
     SCOPED_TRACE("allocation " + std::to_string(n) + (all ? " and all after it" : ""));
     EXPECT_TRUE(ended.status >= 0 && ended.status <= 2) << ended.said;
-    EXPECT_TRUE(ended.status == 0 || ended.said.find("error") != std::string::npos) << ended.said;
+    EXPECT_TRUE(ended.status == 0 || ended.said.find("torvex: error: ") != std::string::npos)
+        << ended.said;
     EXPECT_TRUE(ended.trace == whole.trace || (ended.trace.empty() && ended.status != 0));
     EXPECT_TRUE(ended.preferences == whole.preferences ||
                 (ended.preferences.empty() && ended.status != 0));

@@ -161,7 +161,10 @@ struct Rig {
 class Pusher {
  public:
   Pusher(Rig& rig, int number)
-      : rig_(rig), stepper_(number), line_(steppers + number), random_(seed * pushers + number) {}
+      : rig_(rig),
+        stepper_(number),
+        line_(steppers + number),
+        random_(seed * pushers + static_cast<unsigned int>(number)) {}
 
   void run() {
     for (int round = 0; round < leastRounds || rig_.pushersEnd.get() == 0; ++round) {
