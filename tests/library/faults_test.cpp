@@ -59,6 +59,8 @@ void operator delete(void* block, std::size_t /*size*/) noexcept {
   release(block);
 }
 
+// The array form of new that throws is not used.
+// NOLINTNEXTLINE(misc-new-delete-overloads)
 void operator delete[](void* block) noexcept {
   release(block);
 }
@@ -287,7 +289,7 @@ bool recovers(const Operation& operation, Fault fault, int n, std::string& expec
       EXPECT_FALSE(throws(rig, operation, Fault::none, 0));
     }
     if (fault == Fault::none) {
-      expected.assign(rig.state().c_str());  // in the memory that it has
+      expected += rig.state();  // in the memory that it has
     }
     EXPECT_EQ(rig.state(), expected);
     failures += rig.platform.failures;

@@ -42,6 +42,8 @@ void* operator new[](std::size_t size, const std::nothrow_t& /*tag*/) noexcept {
   return std::malloc(size);
 }
 
+// The array form of new that throws is not used.
+// NOLINTNEXTLINE(misc-new-delete-overloads)
 void operator delete[](void* block) noexcept {
   std::free(block);
 }
@@ -338,7 +340,7 @@ class Reader {
     char byte = 0;
     EXPECT_EQ(read(output_, &byte, 1), 1);
   }
-  int status() const {
+  [[nodiscard]] int status() const {
     close(output_);
     int status = 0;
     waitpid(process_, &status, 0);
