@@ -11,8 +11,9 @@
 #include "host/commands/watchcommand.h"
 
 namespace host {
+namespace {
 
-int runCommandLine(int argc, char** argv) {
+int parseAndRun(int argc, char** argv) {
   CLI::App app("Runs the timed commands of a machine with actuators", "torvex");
   app.set_version_flag("--version", TORVEX_VERSION);
   app.require_subcommand(1);
@@ -31,7 +32,13 @@ int runCommandLine(int argc, char** argv) {
   } catch (const CLI::ParseError& error) {
     return app.exit(error) == 0 ? okStatus : badInputStatus;
   }
-  return statusOf(chosen);
+  return chosen();
+}
+
+}  // namespace
+
+int runCommandLine(int argc, char** argv) {
+  return statusOf([argc, argv] { return parseAndRun(argc, argv); });
 }
 
 }  // namespace host

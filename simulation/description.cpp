@@ -148,11 +148,15 @@ class Checker {
 
 }  // namespace
 
+// The value is assigned: in GCC 12 a variant's copy that throws destroys what was never made.
 std::vector<Attribute> attributesOf(const Actuator& actuator) {
-  return {{"Value", actuator.typeCode, actuator.value},
-          {"Minimum", hal::floatTypeCode, actuator.minimum},
-          {"Maximum", hal::floatTypeCode, actuator.maximum},
-          {"MaximumVelocity", hal::floatTypeCode, actuator.maximumVelocity}};
+  std::vector<Attribute> attributes = {
+      {"Value", actuator.typeCode, {}},
+      {"Minimum", hal::floatTypeCode, actuator.minimum},
+      {"Maximum", hal::floatTypeCode, actuator.maximum},
+      {"MaximumVelocity", hal::floatTypeCode, actuator.maximumVelocity}};
+  attributes[0].value = actuator.value;
+  return attributes;
 }
 
 std::vector<Attribute> attributesOf(const Sensor& sensor) {

@@ -1,6 +1,7 @@
 #include "simulation/segment.h"
 
 #include <fcntl.h>
+#include <sys/mman.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -36,17 +37,19 @@ bool lock(const bip::shared_memory_object& object) {
   return fcntl(descriptorOf(object), F_OFD_SETLK, &wanted) == 0;
 }
 
-/// Whether the name still designates this segment and not a later one.
-bool stillNamed(const bip::shared_memory_object& object, const std::string& name) {
-  try {
-    const bip::shared_memory_object present(bip::open_only, name.c_str(), bip::read_only);
-    struct stat mine {};
-    struct stat named {};
-    return fstat(descriptorOf(object), &mine) == 0 && fstat(descriptorOf(present), &named) == 0 &&
-           mine.st_ino == named.st_ino && mine.st_dev == named.st_dev;
-  } catch (const bip::interprocess_exception&) {
+/// Whether the name still designates this segment and not a later one. Without the heap:
+/// the destructor asks.
+bool stillNamed(const bip::shared_memory_object& object, const std::string& name) noexcept {
+  const int descriptor = shm_open(name.c_str(), O_RDONLY, 0);
+  if (descriptor < 0) {
     return false;
   }
+  struct stat mine {};
+  struct stat named {};
+  const bool isSame = fstat(descriptorOf(object), &mine) == 0 && fstat(descriptor, &named) == 0 &&
+                      mine.st_ino == named.st_ino && mine.st_dev == named.st_dev;
+  close(descriptor);
+  return isSame;
 }
 
 /// A pool, or one whose owner died before it was finished.
@@ -84,7 +87,7 @@ bool isOwned(const bip::shared_memory_object& object) noexcept {
 }
 
 Segment::Segment(const std::string& poolName, std::size_t sizeBytes)
-    : name_(poolName.empty() ? "" : segmentName(poolName)) {
+    : name_(poolName.empty() ? "" : segmentName(poolName)), systemName_("/" + name_) {
   if (name_.empty()) {
     bip::mapped_region region(bip::anonymous_shared_memory(sizeBytes));
     region_.swap(region);
@@ -102,15 +105,15 @@ Segment::Segment(const std::string& poolName, std::size_t sizeBytes)
 }
 
 Segment::~Segment() {
-  if (!name_.empty() && stillNamed(object_, name_)) {
-    bip::shared_memory_object::remove(name_.c_str());
+  if (!name_.empty() && stillNamed(object_, systemName_)) {
+    shm_unlink(systemName_.c_str());
   }
 }
 
 bool Segment::create() {
   try {
     bip::shared_memory_object created(bip::create_only, name_.c_str(), bip::read_write);
-    if (!lock(created) || !stillNamed(created, name_)) {
+    if (!lock(created) || !stillNamed(created, systemName_)) {
       return false;
     }
     object_.swap(created);
@@ -139,13 +142,13 @@ void Segment::removeLeftover() {
     throw Error("the device pool /dev/shm/" + name_ +
                 " belongs to a running process; choose another pool name");
   }
-  if (!stillNamed(existing, name_)) {
+  if (!stillNamed(existing, systemName_)) {
     return;
   }
   if (!looksLikePool(existing)) {
     throw Error("/dev/shm/" + name_ + " is no device pool; choose another pool name");
   }
-  bip::shared_memory_object::remove(name_.c_str());
+  shm_unlink(systemName_.c_str());
   replacedLeftover_ = true;
 }
 
@@ -163,7 +166,7 @@ void Segment::reserve(std::size_t sizeBytes) {
     bip::mapped_region region(object_, bip::read_write, 0, sizeBytes);
     region_.swap(region);
   } catch (...) {
-    bip::shared_memory_object::remove(name_.c_str());
+    shm_unlink(systemName_.c_str());
     throw;
   }
 }

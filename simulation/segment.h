@@ -40,6 +40,8 @@ class Segment {
   void reserve(std::size_t sizeBytes);
 
   std::string name_;
+  /// With the slash that the system wants.
+  std::string systemName_;
   boost::interprocess::shared_memory_object object_;
   boost::interprocess::mapped_region region_;
   bool replacedLeftover_ = false;

@@ -33,7 +33,10 @@ ZRValue::ZRValue(const std::string& text) : ZRValue() {
   content_->held = text;
 }
 
-ZRValue::ZRValue(const ZRValue& other) : content_(std::make_unique<Content>(*other.content_)) {}
+// Not by copying the variant: in GCC 12 a copy that throws destroys what was never made.
+ZRValue::ZRValue(const ZRValue& other) : ZRValue() {
+  content_->held = other.content_->held;
+}
 
 ZRValue::~ZRValue() = default;
 

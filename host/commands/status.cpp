@@ -2,6 +2,7 @@
 
 #include <cstdio>
 #include <exception>
+#include <new>
 
 #include "host/input/source.h"
 #include "simulation/machine.h"
@@ -22,18 +23,30 @@ void complain(const std::string& text) {
   std::fflush(stderr);
 }
 
+namespace {
+
+/// Without the heap, which may be what is missing.
+int failed(int status, const char* prefix, const char* what) {
+  for (const char* part : {prefix, what, "\n"}) {
+    std::fputs(part, stderr);
+  }
+  std::fflush(stderr);
+  return status;
+}
+
+}  // namespace
+
 int statusOf(const std::function<int()>& command) {
   try {
     return command();
   } catch (const InputError& error) {
-    complain(std::string(error.what()) + "\n");
-    return badInputStatus;
+    return failed(badInputStatus, "", error.what());
   } catch (const simulation::Error& error) {
-    complain(std::string("torvex: error: ") + error.what() + "\n");
-    return badInputStatus;
+    return failed(badInputStatus, "torvex: error: ", error.what());
+  } catch (const std::bad_alloc&) {
+    return failed(shortfallStatus, "torvex: error: ", "memory is short");
   } catch (const std::exception& error) {
-    complain(std::string("torvex: error: ") + error.what() + "\n");
-    return shortfallStatus;
+    return failed(shortfallStatus, "torvex: error: ", error.what());
   }
 }
 

@@ -36,11 +36,23 @@ hal::Preference& FakePlatform::prefer(FakeContainer& owner, const char* name,
   return added;
 }
 
+void FakePlatform::visit() {
+  if (callsToFailure > 0 && --callsToFailure == 0) {
+    ++failures;
+    throw FakeFailure();
+  }
+}
+
 void FakePlatform::record(const std::string& call) {
-  calls.append(calls.empty() ? "" : " ").append(call);
+  note(call);
+  visit();
   if (!failing.empty() && call.rfind(failing, 0) == 0) {
     throw FakeFailure();
   }
+}
+
+void FakePlatform::note(const std::string& call) {
+  calls.append(calls.empty() ? "" : " ").append(call);
 }
 
 std::string callWith(const char* name, float value) {
@@ -56,7 +68,7 @@ struct FakeMutex : ZR::ZRMutexRW {
 };
 
 struct FakeProxy : ZR::ZRProxy {
-  ~FakeProxy() override { FakePlatform::used->record("end"); }
+  ~FakeProxy() override { FakePlatform::used->note("end"); }
 };
 
 FakeContainer& fake(hal::AttributeContainer* container) {
@@ -79,14 +91,18 @@ ZRCriticalSectionWrite::ZRCriticalSectionWrite(boost::shared_ptr<ZRMutexRW> mute
     : mutex_(std::move(mutex)) {
   FakePlatform::used->record("lock");
   EXPECT_FALSE(std::exchange(static_cast<FakeMutex&>(*mutex_).held, true)) << "taken recursively";
+  ++FakePlatform::used->locksHeld;
 }
 
 ZRCriticalSectionWrite::~ZRCriticalSectionWrite() {
-  FakePlatform::used->record("unlock");
+  FakePlatform::used->note("unlock");
+  --FakePlatform::used->locksHeld;
   static_cast<FakeMutex&>(*mutex_).held = false;
 }
 ZRPreferencesProxy::ZRPreferencesProxy(boost::shared_ptr<ZRProxy> service)
-    : service_(std::move(service)) {}
+    : service_(std::move(service)) {
+  FakePlatform::used->visit();
+}
 
 void ZRPreferencesProxy::writePrefFile(const std::string& fileName, const ZRValue& tree,
                                        const bool& flag) {
@@ -97,10 +113,12 @@ void ZRPreferencesProxy::writePrefFile(const std::string& fileName, const ZRValu
 
 namespace hal {
 DevicePool* getDevicePool() {
+  FakePlatform::used->visit();
   return &FakePlatform::used->pool;
 }
 
 DeviceManager* getDeviceManager() {
+  FakePlatform::used->visit();
   static DeviceManager manager;
   return &manager;
 }
@@ -112,14 +130,17 @@ DeviceAttrGeneric* DeviceManager::getAttrWithIndex(int index) {
 }
 
 const char* DeviceManager::getNameByAttribute(DeviceAttrGeneric* attribute) {
+  FakePlatform::used->visit();
   return attribute->name.get();
 }
 
 AttributeContainer* DeviceManager::getAttributeContainerWithIndex(int index, int& /*position*/) {
+  FakePlatform::used->visit();
   return FakePlatform::used->owners[index];
 }
 
 AttributeContainer* DeviceManager::foundAttributeContainerWithNames(const char* name) {
+  FakePlatform::used->visit();
   const auto found = FakePlatform::used->containers.find(name);
   return found == FakePlatform::used->containers.end() ? nullptr : &found->second;
 }
@@ -134,22 +155,27 @@ void DeviceAttrGeneric::trackChange() {
 }
 
 const char* AttributeContainerAccessor::getName() const {
+  FakePlatform::used->visit();
   return container_->name.get();
 }
 
 int AttributeContainerAccessor::getFirstAttrIndex() {
+  FakePlatform::used->visit();
   return container_->firstAttrIndex;
 }
 
 int AttributeContainerAccessor::getLastAttrIndex() {
+  FakePlatform::used->visit();
   return container_->lastAttrIndex;
 }
 
 bool SubDeviceAccessor::isActuator() const {
+  FakePlatform::used->visit();
   return fake(container_).actuator;
 }
 
 bool SubDeviceAccessor::isInterpolationPossible() const {
+  FakePlatform::used->visit();
   return fake(container_).interpolation;
 }
 
@@ -169,13 +195,17 @@ void SubDeviceAccessor::setValueFloat(float value) {
 }
 
 AttributeContainerIterator::AttributeContainerIterator(unsigned char selection)
-    : selection_(selection) {}
+    : selection_(selection) {
+  FakePlatform::used->visit();
+}
 
 bool AttributeContainerIterator::operator==(AttributeContainerIterator& other) {
+  FakePlatform::used->visit();
   return position_ == other.position_;
 }
 
 SubDeviceAccessor* SubDeviceIterator::operator->() {
+  FakePlatform::used->visit();
   current_ =
       SubDeviceAccessor(&std::next(FakePlatform::used->containers.begin(), position_)->second);
   return &current_;
@@ -186,6 +216,7 @@ SubDeviceAccessor& SubDeviceIterator::operator*() {
 }
 
 void SubDeviceIterator::operator++(int) {
+  FakePlatform::used->visit();
   ++position_;
 }
 

@@ -32,7 +32,11 @@ struct FakePlatform {
   FakeContainer& add(const char* name, std::initializer_list<const char*> attributeNames);
   /// The next preference, without a value.
   hal::Preference& prefer(FakeContainer& owner, const char* name, std::uint8_t typeCode);
+  /// Every operation passes here; the one that is to fail throws.
+  void visit();
   void record(const std::string& call);
+  /// For what must not throw.
+  void note(const std::string& call);
   std::string take() { return std::exchange(calls, std::string()); }
 
   inline static FakePlatform* used = nullptr;
@@ -40,6 +44,9 @@ struct FakePlatform {
   std::string calls;
   /// Calls whose text begins so throw; nothing does while it is empty.
   std::string failing;
+  /// So many operations later one throws; none does while it is 0.
+  int callsToFailure = 0, failures = 0;
+  int locksHeld = 0;
   hal::DevicePool pool;
   std::map<int, hal::DeviceAttrGeneric> attributes;
   std::map<int, FakeContainer*> owners;

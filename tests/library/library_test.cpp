@@ -62,15 +62,6 @@ TEST(Timeline, DistancesFollowTheWrapRule) {
   }
 }
 
-TEST_F(Machine, AThrowingPlatformLeavesNoLockAndKeepsTheCommand) {
-  for (const std::string operation : {"lock", "read", "limit", "write", "set"}) {
-    manager.commandTable[0].interpolationPossible = operation == "set" ? 0 : 1;
-    platform.failing = operation;
-    EXPECT_THROW(manager.commandTable[0].run(operation == "set" ? 11 : 9, 5), FakeFailure);
-    EXPECT_EQ(manager.commandTable[0].commandList.size(), 1U) << operation;
-  }
-}
-
 TEST_F(Machine, BuildsBindActuatorValuesAlone) {
   platform.attributes[5].typeCode = 8;
   platform.containers["Leg"].interpolation = false;

@@ -1,0 +1,42 @@
+#pragma once
+
+#include "simulation/machine.h"
+
+// The machine of the threads test, as its own process and the reader know it: some
+// actuators that step, each private to one command thread but the last two, and as
+// many that interpolate, with sensors, where the last is shared.
+
+constexpr int pushers = 3;
+constexpr int merged = pushers, mixed = merged + 1;
+constexpr int steppers = mixed + 1;
+constexpr int swayed = steppers + pushers;
+constexpr int actuators = swayed + 1;
+
+constexpr bool isStepper(int actuator) {
+  return actuator < steppers;
+}
+
+/// A stepper's value tells its actuator and its stamp: half of one and half of another
+/// fit no actuator.
+inline hal::AttrGeneric recordOf(int actuator, std::uint32_t stamp) {
+  const std::uint32_t check = (stamp + 1) * 2654435761U ^ static_cast<std::uint32_t>(actuator);
+  hal::AttrGeneric record;
+  record.asTextOffset = std::uint64_t{check} << 32 | stamp;
+  return record;
+}
+
+inline std::uint32_t stampIn(const hal::AttrGeneric& record) {
+  return static_cast<std::uint32_t>(record.asTextOffset);
+}
+
+/// Whether the actuator may have this value: others stay in a range of their own.
+inline bool isSound(int actuator, const hal::AttrGeneric& value) {
+  return isStepper(actuator)
+             ? value.asTextOffset == recordOf(actuator, stampIn(value)).asTextOffset
+             : value.asTextOffset >> 32 == 0 && value.asFloat >= static_cast<float>(actuator) &&
+                   value.asFloat <= static_cast<float>(actuator + 1);
+}
+
+/// Reads the pool of this name until its machine ends. Writes a byte to standard output
+/// as soon as every value has moved; the result is 0 when all were sound.
+int readPool(const char* poolName);
