@@ -47,7 +47,8 @@ std::thread threadAt(int priority, const Work& work) {
   return thread;
 }
 
-/// On one processor only one of the threads runs at a time, so the order is the proof.
+/// On one processor and with fixed priorities only one of the threads runs at a time, so
+/// the order is the proof, and writing it down needs no lock.
 void hold(std::vector<std::string>& order) {
   const int processor = sched_getcpu();
   cpu_set_t only;
