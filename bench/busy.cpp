@@ -67,6 +67,7 @@ class CommandThread {
   void setTime(unsigned int time) { time_ = time; }
   /// Odd while it pushes; two more with each list.
   [[nodiscard]] unsigned int progress() const { return progress_; }
+  [[nodiscard]] unsigned int lists() const { return progress_ / 2; }
 
  private:
   void drive(double longestGapSeconds) {
@@ -145,7 +146,7 @@ void runBesideCommands(benchmark::State& state, int listsPerSecond, bool warmed)
     state.counters["p99.9"] = quantile(measured.durations, 0.999);
     state.counters[maxCounter] = measured.durations.back();
     state.counters["met"] = measured.met;
-    state.counters["lists"] = commandThread.progress() / 2;
+    state.counters["lists"] = commandThread.lists();
   }
 }
 

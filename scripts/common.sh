@@ -50,6 +50,13 @@ configure() {
   rm -f "$log"
 }
 
+fuzz_build=$root/build/deep/fuzz
+# The build for what libFuzzer feeds.
+configure_fuzz() {
+  configure release -B "$fuzz_build" -DCMAKE_BUILD_TYPE=RelWithDebInfo \
+    -DCMAKE_CXX_COMPILER=clang++ -DTORVEX_FUZZ=ON -DTORVEX_TESTS=OFF -DTORVEX_EXAMPLES=OFF
+}
+
 # Builds what moves the examples and draws them.
 build_tool() {
   need_packages "${build_packages[@]}" "${run_packages[@]}"
