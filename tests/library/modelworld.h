@@ -185,7 +185,7 @@ class World {
       container.lastAttrIndex = container.firstAttrIndex + (i < there ? lengths[i] : 0) - 1;
       container.actuator = i < there && pick_(6) != 0;
       container.interpolation = pick_(6) != 0;
-      const std::uint8_t typeCode = pick_(6) == 0 ? 5 : 7;
+      const std::uint8_t typeCode = pick_(3) != 0 ? 7 : pick_(2) == 0 ? 5 : 8;
       for (int index = container.firstAttrIndex; index <= container.lastAttrIndex; ++index) {
         platform_.attributes[index].typeCode = typeCode;
         ++platform_.pool.attributeCount;
