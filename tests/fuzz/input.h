@@ -13,21 +13,15 @@
 #include "require.h"
 #include "simulation/machine.h"
 
-inline std::string textOf(const std::uint8_t* data, std::size_t size) {
-  return {reinterpret_cast<const char*>(data), size};
-}
-
-/// Runs `read` on this text, which stands in the file at `path`. True when it takes
-/// the text; a refusal must name a place in it.
+/// Runs `read` on this text, which stands in the file at `path`: a refusal must name a
+/// place in it.
 template <typename Read>
-bool isTaken(const std::string& path, const std::string& text, const Read& read) {
+void take(const std::string& path, const std::string& text, const Read& read) {
   try {
     read();
-    return true;
   } catch (const host::InputError& error) {
     const std::string said = error.what();
-    unsigned long line = 0;
-    unsigned long column = 0;
+    unsigned long line = 0, column = 0;
     int end = 0;
     require(said.rfind(path, 0) == 0, said);
     std::sscanf(said.c_str() + path.size(), ":%lu:%lu: error: %n", &line, &column, &end);
@@ -35,7 +29,6 @@ bool isTaken(const std::string& path, const std::string& text, const Read& read)
     const auto lines = static_cast<std::size_t>(std::count(text.begin(), text.end(), '\n')) + 1;
     // The YAML parser turns UTF-16 into UTF-8, and counts two columns behind the end.
     require(line >= 1 && line <= lines && column >= 1 && column <= 3 * text.size() + 2, said);
-    return false;
   }
 }
 

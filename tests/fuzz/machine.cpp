@@ -10,8 +10,8 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
       "few.urdf",
       "<robot name='r'><joint name='a' type='revolute'><limit lower='-1' upper='2' velocity='3'/>"
       "</joint><joint name='t' type='revolute'><mimic joint='a'/></joint></robot>");
-  const std::string text = textOf(data, size);
+  const std::string text(reinterpret_cast<const char*>(data), size);
   const std::string path = folder.write("m.yaml", text);
-  isTaken(path, text, [&] { requireSound(host::readMachineFile(path)); });
+  take(path, text, [&] { requireSound(host::readMachineFile(path)); });
   return 0;
 }

@@ -45,9 +45,9 @@ void requireDelivery(const host::MachineFile& machine, const host::Plan& plan) {
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
   static const Temporary folder;
   static const host::MachineFile machine = fewActuators();
-  const std::string text = textOf(data, size);
+  const std::string text(reinterpret_cast<const char*>(data), size);
   const std::string path = folder.write("m.yaml", text);
-  isTaken(path, text, [&] {
+  take(path, text, [&] {
     const std::vector<host::Motion> motions = host::readMotionFiles({path}, machine);
     const host::Plan plan = host::planRun(machine, motions, {});
     (void)host::limitWarnings(machine, plan);

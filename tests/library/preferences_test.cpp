@@ -1,5 +1,7 @@
 #include "preferences/exportqelvopreferences.h"
 
+#include <gtest/gtest.h>
+
 #include <boost/make_shared.hpp>
 
 #include "fakeplatform.h"
@@ -71,8 +73,7 @@ TEST_F(Preferences, WriteNothingWithoutAnyInUse) {
 
 TEST_F(Preferences, AddKeysOnlyToAnArray) {
   ExportQelvoPreferences unused("none", "f");
-  ZR::ZRValue tree;
-  ZR::ZRValue value;
+  ZR::ZRValue tree, value;
   tree = 5;
   value = 7;
   EXPECT_EQ(unused.xAddAKey("a", value, tree), 1) << "the first key resets the tree";
@@ -82,15 +83,6 @@ TEST_F(Preferences, AddKeysOnlyToAnArray) {
   unused.createZRValueFromPreference("none", tree);
   EXPECT_EQ(unused.xAddAKey("b", value, tree), 1);
   EXPECT_EQ(drawn(tree), "[['Key1' '' 7 'b']]");
-}
-
-TEST_F(Preferences, LetExceptionsThrough) {
-  platform.prefer(arm, "/A", 1);
-  for (const char* operation : {"get", "file"}) {
-    platform.failing = operation;
-    EXPECT_THROW(ExportQelvoPreferences("Arm", "f"), FakeFailure);
-  }
-  EXPECT_EQ(platform.take(), "get:ZRPreferences:0 get:ZRPreferences:0 file:f:false end");
 }
 
 }  // namespace
