@@ -24,13 +24,10 @@ bool isInOrder(const Watched& watched, const hal::AttrGeneric& value) {
 
 int readPool(const char* poolName) {
   const simulation::Observer observer(poolName);
-  std::vector<Watched> values;
+  constexpr int step = simulation::MachineDescription::attributesPerActuator;
+  std::vector<Watched> values = {{swayed, actuators * step, {}}};  // the sensor
   for (int i = 0; i < actuators; ++i) {
-    values.push_back({i, i * simulation::MachineDescription::attributesPerActuator, {}});
-  }
-  for (int i = steppers; i < actuators; ++i) {
-    const int first = actuators * simulation::MachineDescription::attributesPerActuator;
-    values.push_back({i, first + i - steppers, {}});
+    values.push_back({i, i * step, {}});
   }
   for (Watched& watched : values) {
     watched.latest = observer.value(watched.index);
