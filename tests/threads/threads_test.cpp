@@ -258,13 +258,10 @@ void drive(Rig& rig, std::vector<Pusher>& commands, FILE* reader) {
   }
   EXPECT_EQ(std::fgetc(reader), '\0') << "the reader saw every value move";
   std::uint32_t moves = 0;
-  while (std::chrono::steady_clock::now() < end) {
-    if (alone) {
-      std::this_thread::sleep_until(end);
-    } else {
-      rig.machine.moveFromOutside(swayed, static_cast<float>(swayed + moves++ % 2));
-    }
+  while (!alone && std::chrono::steady_clock::now() < end) {
+    rig.machine.moveFromOutside(swayed, static_cast<float>(swayed + moves++ % 2));
   }
+  std::this_thread::sleep_until(end);
   rig.pushersEnd.exchange(1);
   for (std::thread& thread : threads) {
     thread.join();
@@ -313,11 +310,10 @@ int main(int argc, char** argv) {
   }
   testing::InitGoogleTest(&argc, argv);
   for (int i = 1; i < argc; ++i) {
-    const int numbers =
-        std::sscanf(argv[i], "--seed=%u", &seed) + std::sscanf(argv[i], "--seconds=%u", &seconds);
-    if (std::strcmp(argv[i], "--alone") == 0) {
-      alone = true;
-    } else if (numbers < 1) {
+    const bool isAlone = std::strcmp(argv[i], "--alone") == 0;
+    alone = alone || isAlone;
+    if (!isAlone && std::sscanf(argv[i], "--seed=%u", &seed) != 1 &&
+        std::sscanf(argv[i], "--seconds=%u", &seconds) != 1) {
       return 2;
     }
   }

@@ -52,10 +52,12 @@ count_new() {
   done
 }
 
-# The next run replaces what was left behind, and leaves nothing itself.
+# The next run replaces what was left behind, says so, and leaves nothing itself.
 expect_recovery() {
-  local new=0
+  local new=0 leftover=no
+  [ ! -e "/dev/shm/torvex.$pool" ] || leftover=yes
   complete
+  [ $leftover = no ] || grep -q "a killed process left" said || wrong "no word of its pool"
   count_new
   [ $new -eq ${#files[@]} ] || wrong "the next run wrote $new files"
   [ ! -e "/dev/shm/torvex.$pool" ] || wrong "the next run left its pool"
