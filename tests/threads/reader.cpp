@@ -47,8 +47,9 @@ int readPool(const char* poolName) {
         ++watched.moves;
       }
     }
-    if (!haveMoved && std::all_of(values.begin(), values.end(),
-                                  [](const Watched& watched) { return watched.moves > 2; })) {
+    if (!haveMoved && std::all_of(values.begin(), values.end(), [](const Watched& watched) {
+          return watched.actuator == restless || watched.moves > 2;
+        })) {
       haveMoved = write(STDOUT_FILENO, "", 1) == 1;
     }
   }

@@ -1,6 +1,6 @@
 // Command threads in all modes, the cycle, and a reader in another process. Every item
 // is accounted for: written, removed by a later list, queued still, or handed back.
-// Flags: --seconds=N --seed=N --alone: no other party moves an actuator
+// Flags: --seconds=N --seed=N --alone: no other party writes
 
 #include <gtest/gtest.h>
 
@@ -193,7 +193,7 @@ class Pusher {
     CommandList commands;
     std::multiset<std::uint32_t> offsets;
     for (std::uint32_t i = 0; i < count; ++i) {
-      const std::uint32_t stamp = i < due ? now + 1 + 2 * i : startTick + parkedOffset + pick(2000);
+      const std::uint32_t stamp = i < due ? now + 1 + 2 * i : startTick + parkedOffset + pick(300);
       commands.emplace_back(recordOf(stepper_, stamp), stamp, i == 0 && due > 0 && pick(4) == 0);
       offsets.insert(stamp - startTick);
     }
@@ -260,6 +260,9 @@ void drive(Rig& rig, std::vector<Pusher>& commands, FILE* reader) {
   std::uint32_t moves = 0;
   while (!alone && std::chrono::steady_clock::now() < end) {
     rig.machine.moveFromOutside(swayed, static_cast<float>(swayed + moves++ % 2));
+    for (std::uint32_t i = 0; i < 100; ++i) {
+      Rig::value(restless).set(recordOf(restless, startTick - i));
+    }
   }
   std::this_thread::sleep_until(end);
   rig.pushersEnd.exchange(1);
