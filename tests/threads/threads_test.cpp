@@ -20,6 +20,7 @@
 
 #include "attrfullname/attrfullname.h"
 #include "platform/hal/devicemanager.h"
+#include "platform/zr/zrcriticalsectionwrite.h"
 #include "registry/attrfullnamemanager.h"
 #include "tests/support/temporary.h"
 #include "tests/threads/machine.h"
@@ -212,6 +213,9 @@ class Pusher {
       disturb();
     }
     Rig::expect(seen(rig_.written[stepper_]) == written_, "not written", stepper_);
+    const TimedCommand& timeline = rig_.timeline(stepper_);
+    const ZR::ZRCriticalSectionWrite section(timeline.mutex);
+    Rig::expect(timeline.commandList.size() == parked_.size(), "lost or left", stepper_);
   }
 
   /// What the mode does to the parked items.
@@ -257,9 +261,9 @@ void drive(Rig& rig, std::vector<Pusher>& commands, FILE* reader) {
     threads.emplace_back(&Pusher::run, &pusher);
   }
   EXPECT_EQ(std::fgetc(reader), '\0') << "the reader saw every value move";
-  std::uint32_t moves = 0;
-  while (!alone && std::chrono::steady_clock::now() < end) {
-    rig.machine.moveFromOutside(swayed, static_cast<float>(swayed + moves++ % 2));
+  const std::uint32_t moves = alone ? 0 : 20'000;
+  for (std::uint32_t move = 0; move < moves; ++move) {
+    rig.machine.moveFromOutside(swayed, static_cast<float>(swayed + move % 2));
     for (std::uint32_t i = 0; i < 100; ++i) {
       Rig::value(restless).set(recordOf(restless, startTick - i));
     }
