@@ -194,7 +194,7 @@ class Pusher {
     CommandList commands;
     std::multiset<std::uint32_t> offsets;
     for (std::uint32_t i = 0; i < count; ++i) {
-      const std::uint32_t stamp = i < due ? now + 1 + 2 * i : startTick + parkedOffset + pick(300);
+      const std::uint32_t stamp = i < due ? now + 1 + 2 * i : startTick + parkedOffset + pick(60);
       commands.emplace_back(recordOf(stepper_, stamp), stamp, i == 0 && due > 0 && pick(4) == 0);
       offsets.insert(stamp - startTick);
     }
