@@ -1,13 +1,10 @@
 #!/usr/bin/env bash
-# memory.sh SHORT_OF_MEMORY [every]: runs whose memory gives out at one allocation after
-# the other, or at every single one. Each must end with an error that is said, and leave
+# memory.sh SHORT_OF_MEMORY [STEP]: runs whose memory gives out, each at the allocation STEP
+# (9) behind that of the one before. They must end with an error that is said, and leave
 # whole files or none, and no pool.
 set -euo pipefail
 
-program=$(realpath "$1") every=0
-if [ "${2:-}" = every ]; then
-  every=1
-fi
+program=$(realpath "$1") step=${2:-9}
 folder=$(mktemp -d "${TMPDIR:-/tmp}/torvex-test-XXXXXX")
 trap 'rm -rf "$folder"' EXIT
 cd "$folder"
@@ -79,10 +76,12 @@ judge() {
 n=0 extent=once
 attempt 0 once
 whole_trace=$trace whole_board=$board
-[ $status -eq 0 ] && [ "$trace" != old ] && [ "$board" != none ] || wrong "with memory enough"
+if [ $status -ne 0 ] || [ "$trace" = old ] || [ "$board" = none ]; then
+  wrong "with memory enough"
+fi
 places=0
 for extent in once on; do
-  for ((n = 1; ; n += every ? 1 : 1 + n / 30)); do
+  for ((n = 1; ; n += step)); do
     attempt $n $extent
     judge
     [ $status -ge 100 ] || break
