@@ -242,13 +242,13 @@ TEST(Input, RefusesShortFilesThatAskForMuch) {
        "3:1: error: the ways up to here take more than 5000000 parts of 200 cycles of 1 ms; use a "
        "longer --cycle"}};
   const Temporary temporary;
-  for (const auto& [text, cycleMs, expected] : cases) {
+  for (const Case& file : cases) {
     const std::string said = complaint(temporary, [&] {
-      const auto motions = readMotions(temporary, text);
-      (void)host::planRun(host::readMachineFile(temporary.path("r.yaml")), motions,
-                          {cycleMs, 1000});
+      const auto motions = readMotions(temporary, file.text);
+      const auto machine = host::readMachineFile(temporary.path("r.yaml"));
+      (void)host::planRun(machine, motions, {file.cycleMs, 1000});
     });
-    EXPECT_EQ(said.rfind("m.yaml:" + expected, 0), 0U) << said;
+    EXPECT_EQ(said.rfind("m.yaml:" + file.expected, 0), 0U) << said;
   }
   const std::string machine = temporary.write(
       "m.yaml", "actuators: [{name: a}]\npreferences:\n- &p {owner: a, name: /x, type: 8, value: " +
