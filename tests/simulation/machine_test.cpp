@@ -7,13 +7,11 @@
 #include <functional>
 #include <limits>
 #include <string>
-#include <thread>
 #include <vector>
 
 #include "platform/hal/devicemanager.h"
 #include "platform/hal/devicepool.h"
 #include "platform/hal/subdevicelist.h"
-#include "platform/zr/zrcriticalsectionwrite.h"
 #include "tests/support/bits.h"
 #include "tests/support/temporary.h"
 
@@ -147,21 +145,6 @@ TEST(Machine, RefusesADescriptionThatIsNotSound) {
   }
   EXPECT_FALSE(temporary.poolExists());
   EXPECT_THROW((void)hal::getDevicePool(), simulation::Error);
-}
-
-TEST(Lock, LetsOneSectionInAtATime) {
-  const boost::shared_ptr<ZR::ZRMutexRW> mutex = ZR::ZRMutexRW::createZRMutexRW();
-  long counter = 0;
-  const auto count = [&] {
-    for (int turn = 0; turn < 50000; ++turn) {
-      const ZR::ZRCriticalSectionWrite section(mutex);
-      ++counter;
-    }
-  };
-  std::thread beside(count);
-  count();
-  beside.join();
-  EXPECT_EQ(counter, 100000);
 }
 
 }  // namespace

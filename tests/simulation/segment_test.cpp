@@ -7,7 +7,6 @@
 #include <csignal>
 #include <string>
 
-#include "platform/hal/devicemanager.h"
 #include "simulation/machine.h"
 #include "simulation/observer.h"
 #include "simulation/poollayout.h"
@@ -114,33 +113,6 @@ TEST(Observer, SeesThatTheOwnerWasKilled) {
   waitpid(owner, nullptr, 0);
   EXPECT_FALSE(observer.isOwned());
   EXPECT_EQ(refusal(temporary.pool()), "accepted");  // nothing stays behind
-}
-
-TEST(Observer, InAnotherProcessNeverReadsATornValue) {
-  const Temporary temporary;
-  const Machine machine(temporary.pool(), oneArm());
-  const pid_t reader = fork();
-  if (reader == 0) {
-    const simulation::Observer observer(temporary.pool());
-    bool sawBoth[2] = {false, false};
-    for (long i = 0; i < 50'000'000 && !(sawBoth[0] && sawBoth[1] && i > 200'000); ++i) {
-      const std::uint64_t bits = observer.value(0).asTextOffset;
-      if (bits != 0 && bits != ~std::uint64_t{0}) {
-        _exit(1);
-      }
-      sawBoth[bits == 0 ? 0 : 1] = true;
-    }
-    _exit(sawBoth[0] && sawBoth[1] ? 0 : 2);
-  }
-  hal::DeviceAttrGeneric& value = *hal::getDeviceManager()->getAttrWithIndex(0);
-  int status = 0;
-  for (hal::AttrGeneric record; waitpid(reader, &status, WNOHANG) == 0;) {
-    for (int i = 0; i < 1000; ++i) {
-      record.asTextOffset = ~record.asTextOffset;
-      value.set(record);
-    }
-  }
-  EXPECT_EQ(WIFEXITED(status) ? WEXITSTATUS(status) : -1, 0);
 }
 
 }  // namespace

@@ -2,19 +2,13 @@
 
 #include "simulation/machine.h"
 
-// The machine of the threads test, as its own process and the reader know it: some
-// actuators that step, each private to one command thread but the last two, and as
-// many that interpolate, with sensors, where the last is shared.
+// The machine of the threads test, as its own process and the reader know it: a stepping
+// actuator for each command thread alone, one that all share, one that another party sets
+// without a pause, and one that interpolates, with a sensor, that all share.
 
 constexpr int pushers = 3;
-constexpr int merged = pushers, mixed = merged + 1;
-constexpr int steppers = mixed + 1;
-constexpr int swayed = steppers + pushers;
+constexpr int merged = pushers, restless = merged + 1, swayed = restless + 1;
 constexpr int actuators = swayed + 1;
-
-constexpr bool isStepper(int actuator) {
-  return actuator < steppers;
-}
 
 /// A stepper's value tells its actuator and its stamp: half of one and half of another
 /// fit no actuator.
@@ -29,14 +23,14 @@ inline std::uint32_t stampIn(const hal::AttrGeneric& record) {
   return static_cast<std::uint32_t>(record.asTextOffset);
 }
 
-/// Whether the actuator may have this value: others stay in a range of their own.
+/// Whether the actuator may have this value: the swayed one stays in a range of its own.
 inline bool isSound(int actuator, const hal::AttrGeneric& value) {
-  return isStepper(actuator)
-             ? value.asTextOffset == recordOf(actuator, stampIn(value)).asTextOffset
-             : value.asTextOffset >> 32 == 0 && value.asFloat >= static_cast<float>(actuator) &&
-                   value.asFloat <= static_cast<float>(actuator + 1);
+  return actuator == swayed
+             ? value.asTextOffset >> 32 == 0 && value.asFloat >= static_cast<float>(swayed) &&
+                   value.asFloat <= static_cast<float>(swayed + 1)
+             : value.asTextOffset == recordOf(actuator, stampIn(value)).asTextOffset;
 }
 
 /// Reads the pool of this name until its machine ends. Writes a byte to standard output
-/// as soon as every value has moved; the result is 0 when all were sound.
+/// as soon as every value that commands move has moved; the result is 0 when all were sound.
 int readPool(const char* poolName);

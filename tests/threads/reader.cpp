@@ -24,13 +24,10 @@ bool isInOrder(const Watched& watched, const hal::AttrGeneric& value) {
 
 int readPool(const char* poolName) {
   const simulation::Observer observer(poolName);
-  std::vector<Watched> values;
+  constexpr int step = simulation::MachineDescription::attributesPerActuator;
+  std::vector<Watched> values = {{swayed, actuators * step, {}}};  // the sensor
   for (int i = 0; i < actuators; ++i) {
-    values.push_back({i, i * simulation::MachineDescription::attributesPerActuator, {}});
-  }
-  for (int i = steppers; i < actuators; ++i) {
-    const int first = actuators * simulation::MachineDescription::attributesPerActuator;
-    values.push_back({i, first + i - steppers, {}});
+    values.push_back({i, i * step, {}});
   }
   for (Watched& watched : values) {
     watched.latest = observer.value(watched.index);
@@ -50,8 +47,9 @@ int readPool(const char* poolName) {
         ++watched.moves;
       }
     }
-    if (!haveMoved && std::all_of(values.begin(), values.end(),
-                                  [](const Watched& watched) { return watched.moves > 2; })) {
+    if (!haveMoved && std::all_of(values.begin(), values.end(), [](const Watched& watched) {
+          return watched.actuator == restless || watched.moves > 2;
+        })) {
       haveMoved = write(STDOUT_FILENO, "", 1) == 1;
     }
   }

@@ -50,11 +50,6 @@ class Tool {
     }
     return said_.substr(begin);
   }
-  /// Ends the tool at once, and not what it has started.
-  void killNow() {
-    signal(SIGKILL);
-    waitpid(process_, nullptr, 0);
-  }
   void signal(int number) const { kill(process_, number); }
   /// The exit status, or minus the signal that ended it.
   int wait() {

@@ -32,16 +32,31 @@ const std::string urdf =
     "<robot name='r'><joint name='a' type='revolute'>"
     "<limit lower='-9' upper='9' velocity='9'/></joint></robot>";
 
+/// The arguments of a run of the example in simulated time, with more options.
+std::vector<std::string> simulated(const Temporary& temporary,
+                                   const std::vector<std::string>& options) {
+  std::vector<std::string> arguments = {"run",     humanoid,    wave,     greeting,
+                                        "--clock", "simulated", "--pool", temporary.pool()};
+  arguments.insert(arguments.end(), options.begin(), options.end());
+  return arguments;
+}
+
+/// What a tool said as JSON, behind its warnings.
+nlohmann::json outcomeOf(const Tool& tool) {
+  return nlohmann::json::parse(tool.said().substr(tool.said().find('{')));
+}
+
 TEST(Tool, CommandsTheSameAtEveryTryAndEveryStart) {
   const Temporary temporary;
+  const std::string trace = temporary.path("t.csv");
   std::string first;
   for (const char* start : {"0", "0", "0x7FFFF000", "0xFFFFF000"}) {
-    const std::string trace = temporary.path("t.csv");
-    ASSERT_EQ(statusOf({"run", humanoid, wave, greeting, "--clock", "simulated", "--start", start,
-                        "--trace", trace, "--pool", temporary.pool()}),
-              0);
+    Tool tool(simulated(temporary, {"--start", start, "--json", "--trace", trace}));
+    ASSERT_EQ(tool.wait(), 0) << tool.said();
     first = first.empty() ? contentsOf(trace) : first;
     EXPECT_EQ(contentsOf(trace), first) << start;
+    EXPECT_TRUE(outcomeOf(tool)["latency_ns"].is_null());
+    EXPECT_TRUE(outcomeOf(tool)["warnings"].empty()) << "it asks nothing of the machine";
   }
   EXPECT_GT(first.size(), 100000U);
 }
@@ -53,9 +68,9 @@ TEST(Tool, FollowsTheLineInRealTime) {
                                              "- {positions: [0.3], time_from_start: 0}\n"
                                              "- {positions: [-2.7], time_from_start: 0.9}\n");
   const std::string trace = temporary.path("t.csv");
-  ASSERT_EQ(statusOf({"run", temporary.write("r.urdf", urdf), motion, "--cycle", "1ms", "--trace",
-                      trace, "--pool", temporary.pool()}),
-            0);
+  Tool tool({"run", temporary.write("r.urdf", urdf), motion, "--cycle", "1ms", "--json", "--trace",
+             trace, "--pool", temporary.pool()});
+  ASSERT_EQ(tool.wait(), 0) << tool.said();
   std::istringstream rows(contentsOf(trace));
   std::string row;
   std::getline(rows, row);
@@ -68,6 +83,12 @@ TEST(Tool, FollowsTheLineInRealTime) {
   }
   EXPECT_GE(time, 934.0);
   EXPECT_EQ(command, -2.7F);
+  const nlohmann::json outcome = outcomeOf(tool);
+  EXPECT_GE(outcome["cycles"].get<int>() + outcome["overruns"].get<int>(), 934);
+  EXPECT_LE(outcome["latency_ns"]["p50"], outcome["latency_ns"]["p99.9"]);
+  EXPECT_LE(outcome["duration_ns"]["p99.9"], outcome["duration_ns"]["max"]);
+  EXPECT_EQ(outcome["actuators"][0]["delivered"], outcome["actuators"][0]["sent"]);
+  EXPECT_EQ(outcome["actuators"][0]["command"].get<float>(), command);
 }
 
 TEST(Tool, RefusesBadInputBeforeAnythingMoves) {
@@ -79,7 +100,9 @@ TEST(Tool, RefusesBadInputBeforeAnythingMoves) {
   const std::string none = temporary.path("none");
   const std::vector<std::pair<std::vector<std::string>, std::string>> cases = {
       {{machine, wrong}, wrong + ":1:18: error: machine 'r' has no joint 'b'"},
-      {{none, motion}, none + ": error: cannot be read"},
+      {{none, motion}, none + ": error: cannot be read: No such file or directory"},
+      {{machine, motion, motion},
+       motion + ":1:1: error: 'a' is moved by " + motion + " already; put one of the two into a"},
       {{machine, motion, "--trace", none + "/t.csv"}, none + "/t.csv: error: cannot be written"},
       {{machine, motion, "--plot", none + "/p.svg"}, none + "/p.svg: error: cannot be written"},
       {{machine, motion, "--plot", machine},
@@ -108,34 +131,10 @@ TEST(Tool, RefusesBadInputBeforeAnythingMoves) {
   EXPECT_FALSE(temporary.holds("t.csv") || temporary.holds("t.csv.torvex-part"));
 }
 
-/// The outcome of a run, behind the warnings.
-nlohmann::json outcomeOf(const std::string& clock) {
-  const Temporary temporary;
-  const std::string motion = temporary.write(
-      "m.yaml", "joint_names: [a]\npoints:\n- {positions: [0.1], time_from_start: 0.2}\n");
-  Tool tool({"run", temporary.write("r.urdf", urdf), motion, "--json", "--clock", clock, "--cycle",
-             "1ms", "--pool", temporary.pool()});
-  EXPECT_EQ(tool.wait(), 0) << tool.said();
-  return nlohmann::json::parse(tool.said().substr(tool.said().find('{')));
-}
-
-TEST(Tool, TellsTheOutcomeAsJson) {
-  const nlohmann::json real = outcomeOf("realtime");
-  EXPECT_GE(real["cycles"].get<int>() + real["overruns"].get<int>(), 200);
-  EXPECT_LE(real["latency_ns"]["p50"], real["latency_ns"]["p99.9"]);
-  EXPECT_LE(real["duration_ns"]["p99.9"], real["duration_ns"]["max"]);
-  EXPECT_EQ(real["actuators"][0]["delivered"], real["actuators"][0]["sent"]);
-  EXPECT_EQ(real["actuators"][0]["command"].get<float>(), 0.1F);
-  const nlohmann::json simulated = outcomeOf("simulated");
-  EXPECT_TRUE(simulated["latency_ns"].is_null());
-  EXPECT_TRUE(simulated["warnings"].empty()) << "it asks nothing of the machine";
-}
-
 TEST(Tool, DrawsWhatItDid) {
   const Temporary temporary;
   const std::string path = temporary.path("p.svg");
-  std::vector<std::string> command = {"run",       humanoid, wave, greeting, "--clock",
-                                      "simulated", "--plot", path, "--pool", temporary.pool()};
+  const auto command = simulated(temporary, {"--plot", path});
   ASSERT_EQ(statusOf(command), 0);
   const std::string picture = contentsOf(path);
   EXPECT_EQ(picture.rfind("<?xml", 0), 0U);
@@ -172,20 +171,19 @@ TEST(Tool, ExportsAThousandPreferencesInOrder) {
     machine += "- {owner: D, name: /D/" + std::to_string(i) +
                ", type: 1, value: " + std::to_string(7 * i) + "}\n";
   }
-  const std::string path = temporary.write("m.yaml", machine);
-  Tool tool({"export", path, "D", "d.xml", "--directory", temporary.path("made")});
+  const std::string path = temporary.write("m.yaml", machine), made = temporary.path("made");
+  const std::string file = made + "/d.xml";
+  Tool tool({"export", path, "D", "d.xml", "--directory", made});
   EXPECT_EQ(tool.wait(), 0);
-  const std::string file = temporary.path("made/d.xml");
   EXPECT_EQ(tool.said(), "D: keys exported: 1000, to " + file + "\n");
-  ZR::ZRValue tree = simulation::readPreferenceFile(file);
+  const ZR::ZRValue tree = simulation::readPreferenceFile(file);
   ASSERT_EQ(tree.getSize(), 1000);
   for (int i = 0; i < 1000; ++i) {
-    EXPECT_EQ(tree[i][0].asString(), "Key" + std::to_string(i + 1));
-    EXPECT_EQ(tree[i][1].asString(), "");
+    EXPECT_EQ(tree[i][0].asString() + " " + tree[i][3].asString(),
+              "Key" + std::to_string(i + 1) + " D/" + std::to_string(i));
     EXPECT_EQ(tree[i][2].asInt(), 7 * i);
-    EXPECT_EQ(tree[i][3].asString(), "D/" + std::to_string(i));
   }
-  Tool nothing({"export", path, "E", "e.xml", "--directory", temporary.path("made")});
+  Tool nothing({"export", path, "E", "e.xml", "--directory", made});
   EXPECT_EQ(nothing.wait(), 0);
   EXPECT_EQ(nothing.said(), "E has no preferences in use: nothing was written\n");
   EXPECT_FALSE(temporary.holds("made/e.xml"));
@@ -198,23 +196,17 @@ TEST(Tool, ExportsAThousandPreferencesInOrder) {
 
 TEST(Tool, ExportsTheLivePoolAtTheEndOfARun) {
   const Temporary temporary;
-  std::vector<std::string> command = {"run",
-                                      humanoid,
-                                      wave,
-                                      "--clock",
-                                      "simulated",
-                                      "--pool",
-                                      temporary.pool(),
-                                      "--directory",
-                                      temporary.path(""),
-                                      "--export",
-                                      "MainBoard=board.xml",
-                                      "--export"};
-  command.emplace_back("head_yaw=head.xml");
+  auto command = simulated(temporary, {"--directory", temporary.path(""), "--export",
+                                       "MainBoard=board.xml", "--export", "head_yaw=head.xml"});
   ASSERT_EQ(statusOf(command), 0);
-  EXPECT_EQ(simulation::readPreferenceFile(temporary.path("board.xml")).getSize(), 4);
-  EXPECT_EQ(simulation::readPreferenceFile(temporary.path("head.xml"))[0][2].asFloat(), 0.0125F);
   const std::string file = temporary.path("board.xml");
+  const ZR::ZRValue board = simulation::readPreferenceFile(file);
+  ASSERT_EQ(board.getSize(), 4);
+  EXPECT_EQ(board[0][2].asInt(), 70);
+  EXPECT_EQ(board[1][2].asFloat(), 0.8F);
+  EXPECT_EQ(board[2][2].asString(), "en");
+  EXPECT_EQ(board[3][2].asString(), "Hello, <you> & \"others\"");
+  EXPECT_EQ(simulation::readPreferenceFile(temporary.path("head.xml"))[0][2].asFloat(), 0.0125F);
   for (const auto& [wrong, expected] :
        {std::pair<const char*, std::string>{"nobody=head.xml",
                                             "torvex: error: machine 'humanoid' has no device"},
@@ -228,35 +220,21 @@ TEST(Tool, ExportsTheLivePoolAtTheEndOfARun) {
 }
 
 TEST(Tool, StopsWhereItIsWhenAsked) {
-  const Temporary temporary;
+  const Temporary temporary, another;
   const std::string trace = temporary.path("t.csv");
   const std::vector<std::string> command = {"run",     humanoid, wave,     greeting,
                                             "--trace", trace,    "--pool", temporary.pool()};
   for (const int number : {SIGINT, SIGTERM}) {
     Tool tool(command);
     tool.readUntil("lead");
+    EXPECT_EQ(statusOf(command), 2) << "its pool is taken";
+    EXPECT_EQ(statusOf(simulated(another, {})), 0);
     tool.signal(number);
     EXPECT_EQ(tool.wait(), 128 + number) << tool.said();
     EXPECT_EQ(contentsOf(trace).rfind("time_ms,", 0), 0U);
     EXPECT_EQ(contentsOf(trace).back(), '\n');
-    EXPECT_FALSE(temporary.poolExists());
+    EXPECT_FALSE(temporary.poolExists() || temporary.holds("t.csv.torvex-part"));
   }
-  {
-    Tool killed(command);
-    killed.readUntil("lead");
-    Tool refused(command);
-    EXPECT_EQ(refused.wait(), 2);
-    killed.signal(SIGKILL);
-    EXPECT_EQ(killed.wait(), -SIGKILL);
-  }
-  Tool again(command);
-  again.readUntil("lead");
-  EXPECT_NE(again.said().find("in place of one that a killed process left"), std::string::npos);
-  Tool beside({"run", humanoid, wave, "--clock", "simulated", "--pool", temporary.pool() + ".2"});
-  EXPECT_EQ(beside.wait(), 0) << beside.said();
-  again.signal(SIGTERM);
-  EXPECT_EQ(again.wait(), 143);
-  EXPECT_FALSE(temporary.holds("t.csv.torvex-part"));
 }
 
 TEST(Tool, ListsWhatTheLibrarySees) {
