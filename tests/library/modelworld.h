@@ -92,9 +92,10 @@ class World {
     const auto& [name, run] = operations[pick_(pick_(3) == 0 ? 9 : 3)];
     platform_.take();
     machine_.calls.clear();
+    done_ += name;
     (this->*run)();
+    done_ += "\n";
     compare();
-    done_ += std::string(name) + ", ";
     return difference_.empty() ? "" : done_ + "after which\n" + difference_;
   }
 
@@ -103,6 +104,7 @@ class World {
     const std::size_t to = slot();
     const TimedCommand::commandType type = mode();
     Items expected = items(at(to).commandList);
+    done_ += " mode " + std::to_string(type) + textOf(expected);
     CommandList commands(expected.begin(), expected.end());
     const std::size_t index = to - copyCount;
     if (to < copyCount) {
@@ -204,6 +206,7 @@ class World {
   std::uint32_t passTime() {
     const std::uint32_t previous = pick_(10) == 0 ? stamp() : now_;
     now_ = pick_(20) == 0 ? stamp() : now_ + pick_(spread_ / 16 + 3);
+    done_ += " at " + std::to_string(now_) + " after " + std::to_string(previous);
     return previous;
   }
 
@@ -238,7 +241,9 @@ class World {
 
   std::size_t slot() {
     const std::size_t picked = pick_(2) == 0 ? favourite_ : pick_(slotCount);
-    return picked < slotsNow() ? picked : 0;
+    const std::size_t slot = picked < slotsNow() ? picked : 0;
+    done_ += " timeline " + std::to_string(slot);
+    return slot;
   }
 
   [[nodiscard]] std::size_t slotsNow() const { return copyCount + machine_.table.size(); }
