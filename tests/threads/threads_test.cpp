@@ -106,7 +106,7 @@ struct Rig {
   void cycle() {
     std::minstd_rand random(seed);
     std::uint32_t time = startTick;
-    std::uint16_t counted[swayed] = {};
+    std::uint16_t counted[restless] = {};
     while (seen(cyclesEnd) == 0) {
       const std::uint32_t previous = time;
       time += 1 + static_cast<std::uint32_t>(random()) % 3;
@@ -116,7 +116,7 @@ struct Rig {
         hal::AttrGeneric present;
         __atomic_load(&value(i).value, &present, __ATOMIC_RELAXED);
         expect(isSound(i, present), "torn", i);
-        if (i < swayed) {
+        if (i < restless) {
           expect(static_cast<std::int32_t>(time - stampIn(present)) >= 0, "early", i);
           const std::uint16_t count = value(i).changeCount;
           written[i].fetch_add(
@@ -132,7 +132,7 @@ struct Rig {
   simulation::Machine machine{temporary.pool(), described()};
   AttrFullName names;
   TimedCommandManager manager;
-  Shared now{startTick}, cycles{0}, pushersEnd{0}, cyclesEnd{0}, written[swayed] = {};
+  Shared now{startTick}, cycles{0}, pushersEnd{0}, cyclesEnd{0}, written[restless] = {};
 };
 
 /// A command thread. It knows all that becomes of the items for its own stepper, since
