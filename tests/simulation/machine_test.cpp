@@ -5,7 +5,6 @@
 #include <cmath>
 #include <cstring>
 #include <functional>
-#include <limits>
 #include <string>
 #include <vector>
 
