@@ -9,10 +9,14 @@
 #include <cstdio>
 #include <cstring>
 #include <memory>
+#include <string_view>
 #include <system_error>
 
 namespace host {
 namespace {
+
+/// What some editors put before UTF-8; it takes no column.
+constexpr std::string_view byteOrderMark = "\xEF\xBB\xBF";
 
 std::string locate(const std::string& path, Position position) {
   return position.line == 0 ? path : fmt::format("{}:{}:{}", path, position.line, position.column);
@@ -43,6 +47,9 @@ std::string readFile(const std::string& path, std::size_t maxBytes) {
   }
   if (std::ferror(file.get()) != 0) {
     throw unreadable(path, errno);
+  }
+  if (text.compare(0, byteOrderMark.size(), byteOrderMark) == 0) {
+    text.erase(0, byteOrderMark.size());
   }
   return text;
 }

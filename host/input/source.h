@@ -19,7 +19,7 @@ class InputError : public std::runtime_error {
 };
 
 /// The whole file. Throws `InputError` when it cannot be read or is longer
-/// than `maxBytes`.
+/// than `maxBytes`. Leaves out a byte order mark.
 std::string readFile(const std::string& path, std::size_t maxBytes);
 
 /// The place of a byte in a text; for any further one, of its end.

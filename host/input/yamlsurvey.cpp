@@ -27,7 +27,7 @@ class Survey : public YAML::EventHandler {
       fail(mark, "not readable as YAML: no value begins like this");
     }
     if (documents_ == 2) {
-      failAsSecond();
+      failAsSecond(mark);
     }
     ++documents_;
     begin_ = mark.pos;
@@ -56,13 +56,13 @@ class Survey : public YAML::EventHandler {
         path_, {static_cast<std::size_t>(mark.line) + 1, static_cast<std::size_t>(mark.column) + 1},
         what);
   }
-  [[noreturn]] void failAsSecond() const {
-    throw InputError(path_, {1, 1}, "the file holds more than one document");
+  [[noreturn]] void failAsSecond(const YAML::Mark& mark) const {
+    fail(mark, "the file holds more than one document");
   }
 
   void takeContent(const YAML::Mark& mark) {
     if (documents_ == 2) {
-      failAsSecond();
+      failAsSecond(mark);
     }
     countNode(mark);
   }

@@ -34,6 +34,14 @@ void* operator new(std::size_t size) {
   return block == nullptr ? throw std::bad_alloc() : block;
 }
 
+void* operator new[](std::size_t size) {
+  return operator new(size);
+}
+
+void* operator new(std::size_t size, const std::nothrow_t& /*tag*/) noexcept {
+  return take(size);
+}
+
 void* operator new[](std::size_t size, const std::nothrow_t& /*tag*/) noexcept {
   return take(size);
 }
@@ -46,8 +54,6 @@ void operator delete(void* block, std::size_t /*size*/) noexcept {
   std::free(block);
 }
 
-// The array form of new that throws is not used.
-// NOLINTNEXTLINE(misc-new-delete-overloads)
 void operator delete[](void* block) noexcept {
   std::free(block);
 }

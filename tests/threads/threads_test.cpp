@@ -260,8 +260,7 @@ void drive(Rig& rig, std::vector<Pusher>& commands, FILE* reader) {
     threads.emplace_back(&Pusher::run, &pusher);
   }
   EXPECT_EQ(std::fgetc(reader), '\0') << "the reader saw every value move";
-  const std::uint32_t moves = alone ? 0 : 20'000;
-  for (std::uint32_t move = 0; move < moves; ++move) {
+  for (std::uint32_t move = 0; !alone && std::chrono::steady_clock::now() < end; ++move) {
     rig.machine.moveFromOutside(swayed, static_cast<float>(swayed + move % 2));
     for (std::uint32_t i = 0; i < 100; ++i) {
       Rig::value(restless).set(recordOf(restless, startTick - i));
@@ -274,7 +273,6 @@ void drive(Rig& rig, std::vector<Pusher>& commands, FILE* reader) {
   }
   rig.cyclesEnd.exchange(1);
   cycle.join();
-  EXPECT_EQ(rig.machine.counters(swayed).movedFromOutside, moves);
 }
 
 void expectAllNodesInThePool() {
@@ -295,7 +293,7 @@ TEST(Threads, LoseNothingAndTearNothing) {
     commands.emplace_back(*rig, i);
   }
   FILE* const reader =
-      popen((std::string(program) + " --reader=" + rig->temporary.pool()).c_str(), "r");
+      popen(("'" + std::string(program) + "' --reader=" + rig->temporary.pool()).c_str(), "r");
   drive(*rig, commands, reader);
   std::uint32_t taken = 0;
   for (Pusher& pusher : commands) {

@@ -6,9 +6,9 @@ set -euo pipefail
 tool=$(realpath "$1") count=${2:-8} seed=${3:-1}
 RANDOM=$seed
 folder=$(mktemp -d "${TMPDIR:-/tmp}/torvex-test-XXXXXX")
-trap 'rm -rf "$folder"' EXIT
-cd "$folder"
 pool=$(basename "$folder")
+trap 'rm -rf "$folder" "/dev/shm/torvex.$pool"' EXIT
+cd "$folder"
 
 {
   echo "actuators: [{name: a}]"
@@ -83,7 +83,9 @@ for ((kill = 1; kill <= count; kill++)); do
   moment=$(((RANDOM << 15 | RANDOM) % most))
   sleep "$(printf '%d.%06d' $((moment / 1000000)) $((moment % 1000000)))"
   # The tool alone, not what it has started. The braces keep quiet what the shell says of it.
-  { kill -KILL $! && wait $!; } 2>/dev/null || true
+  status=0
+  { kill -KILL $! || true; wait $!; } 2>/dev/null || status=$?
+  [ $status -eq 137 ] || [ $status -eq 0 ] || wrong "it had ended with status $status"
   count_new
   [ ! -e "/dev/shm/torvex.$pool" ] || pools=$((pools + 1))
   parts=$((parts + $(find . -name '*.torvex-part' | wc -l)))
