@@ -19,6 +19,7 @@ class CourseBuilder {
     for (const PlannedList& list : lists) {
       handOver(list);
     }
+    takeLate();
     reach(std::numeric_limits<std::int64_t>::max());
     return std::move(course_);
   }
@@ -26,7 +27,11 @@ class CourseBuilder {
  private:
   void handOver(const PlannedList& list) {
     const std::int64_t lastCycleMs = schedule_.cycleBefore(list.handOverMs);
-    reach(lastCycleMs);
+    if (lastCycleMs > lastCycleMs_) {
+      takeLate();
+      lastCycleMs_ = lastCycleMs;
+      reach(lastCycleMs);
+    }
     course_.stopsOnTheWay = list.items.empty() && (course_.stopsOnTheWay || !queue_.empty());
     if (course_.path.empty()) {
       // The very first way begins in the cycle that finds it.
@@ -40,7 +45,6 @@ class CourseBuilder {
       }
     }
     checkDensity();
-    takeLate(lastCycleMs);
   }
 
   void reach(std::int64_t timeMs) {
@@ -50,15 +54,16 @@ class CourseBuilder {
     }
   }
 
-  /// The actuator goes to the last of them at once.
-  void takeLate(std::int64_t lastCycleMs) {
+  /// Of items that came too late, the actuator goes to the last in the first cycle after
+  /// their hand-over. Until then another list may clear them.
+  void takeLate() {
     std::size_t late = 0;
-    while (late < queue_.size() && queue_[late].timeMs <= lastCycleMs) {
+    while (late < queue_.size() && queue_[late].timeMs <= lastCycleMs_) {
       ++late;
     }
     if (late > 0) {
       course_.path.push_back(pointOf(queue_[late - 1]));
-      course_.path.back().timeMs = lastCycleMs;
+      course_.path.back().timeMs = lastCycleMs_;
       queue_.erase(queue_.begin(), queue_.begin() + static_cast<std::ptrdiff_t>(late));
     }
   }
@@ -97,6 +102,8 @@ class CourseBuilder {
   const simulation::Actuator& actuator_;
   const Schedule& schedule_;
   CommandQueue queue_;
+  /// The last cycle before the latest hand-over.
+  std::int64_t lastCycleMs_ = std::numeric_limits<std::int64_t>::min();
   Course course_;
 };
 

@@ -173,6 +173,23 @@ TEST(Run, StopsAtTheMomentOfAnEmptyReplace) {
   EXPECT_EQ(host::shortfalls(torvex), std::vector<std::string>());
 }
 
+TEST(Run, ReachesNothingLateThatAListOfTheSameMomentClears) {
+  Prepared prepared(1, 2, 100);
+  host::Motion& late = prepared.motions[0];
+  late.atMs = 1000;
+  late.fromMs = 0;
+  host::Motion stop = late;
+  stop.mode = TimedCommand::REPLACE;
+  stop.times.clear();
+  stop.values.clear();
+  prepared.motions.push_back(stop);
+  const host::Plan plan = prepared.plan();
+  Torvex torvex(prepared.machine, plan, prepared.options);
+  torvex.run([](std::int64_t) {});
+  EXPECT_EQ(torvex.feeder().count(0).cleared, 2U);
+  EXPECT_EQ(host::shortfalls(torvex), std::vector<std::string>());
+}
+
 TEST(Run, CountsCyclesInWhichOthersMoveAnActuator) {
   const Prepared setup(2, 50, 20);
   const host::Plan plan = setup.plan();
