@@ -10,12 +10,6 @@
 namespace host {
 namespace {
 
-Position positionOf(const YAML::Mark& mark) {
-  return mark.is_null() ? Position{1, 1}
-                        : Position{static_cast<std::size_t>(mark.line) + 1,
-                                   static_cast<std::size_t>(mark.column) + 1};
-}
-
 YAML::Node load(const std::string& path, const std::string& text) {
   if (text.size() > YamlFile::maxBytes) {
     throw InputError(path, {}, fmt::format("is longer than {} bytes", YamlFile::maxBytes));

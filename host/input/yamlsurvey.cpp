@@ -7,8 +7,6 @@
 #include <cstddef>
 #include <sstream>
 
-#include "host/input/source.h"
-
 namespace host {
 namespace {
 
@@ -52,9 +50,7 @@ class Survey : public YAML::EventHandler {
 
  private:
   [[noreturn]] void fail(const YAML::Mark& mark, const std::string& what) const {
-    throw InputError(
-        path_, {static_cast<std::size_t>(mark.line) + 1, static_cast<std::size_t>(mark.column) + 1},
-        what);
+    throw InputError(path_, positionOf(mark), what);
   }
   [[noreturn]] void failAsSecond(const YAML::Mark& mark) const {
     fail(mark, "the file holds more than one document");
@@ -80,6 +76,12 @@ class Survey : public YAML::EventHandler {
 };
 
 }  // namespace
+
+Position positionOf(const YAML::Mark& mark) {
+  return mark.is_null() ? Position{1, 1}
+                        : Position{static_cast<std::size_t>(mark.line) + 1,
+                                   static_cast<std::size_t>(mark.column) + 1};
+}
 
 void surveyYaml(const std::string& path, const std::string& text) {
   std::istringstream stream(text);

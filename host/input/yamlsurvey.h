@@ -1,8 +1,15 @@
 #pragma once
 
+#include <yaml-cpp/mark.h>
+
 #include <string>
 
+#include "host/input/source.h"
+
 namespace host {
+
+/// The parser counts from 0; where it does not know, the text's begin.
+Position positionOf(const YAML::Mark& mark);
 
 /// Reads a YAML text without keeping anything of it: one document, and behind it
 /// at most one without content. So the parser that keeps all meets neither a text
