@@ -82,16 +82,22 @@ AttrFullName namesBelow(int end) {
   return names;
 }
 
+/// Times what is built on copies of a table.
+template <typename Table, typename Build>
+void timeBuild(benchmark::State& state, const Table& held, const Build& build) {
+  Stopwatch watch;
+  for ([[maybe_unused]] auto iteration : state) {
+    Table table = held;
+    watch.start();
+    build(table);
+    state.SetIterationTime(watch.stop());
+  }
+}
+
 void buildNames(benchmark::State& state, int attributes, int first) {
   const simulation::Machine machine("", describe(attributes));
   const AttrFullName held = first == 0 ? AttrFullName() : namesBelow(first);
-  Stopwatch watch;
-  for ([[maybe_unused]] auto iteration : state) {
-    AttrFullName names = held;
-    watch.start();
-    names.initNameList(first);
-    state.SetIterationTime(watch.stop());
-  }
+  timeBuild(state, held, [first](AttrFullName& names) { names.initNameList(first); });
   countItems(state, attributes - first);
 }
 
@@ -102,13 +108,8 @@ void buildTimelines(benchmark::State& state, int attributes, int first) {
   held.initTimedCommand(0);
   held.commandTable.resize(static_cast<std::size_t>(first));
   held.actuatorCommands.clear();
-  Stopwatch watch;
-  for ([[maybe_unused]] auto iteration : state) {
-    TimedCommandManager commands = held;
-    watch.start();
-    commands.initTimedCommand(first);
-    state.SetIterationTime(watch.stop());
-  }
+  timeBuild(state, held,
+            [first](TimedCommandManager& commands) { commands.initTimedCommand(first); });
   countItems(state, attributes - first);
 }
 
