@@ -12,7 +12,7 @@
 #include <set>
 #include <utility>
 
-#include "host/realtime.h"
+#include "host/engine/realtime.h"
 
 namespace host {
 namespace {

@@ -24,23 +24,24 @@ std::string progressBar(std::int64_t timeMs, std::int64_t lastMs) {
                      static_cast<double>(lastMs) / 1000.0);
 }
 
-/// An actuator without limits is shown over one turn about zero.
-std::size_t columnOf(const MovedActuator& actuator, double value) {
+/// An actuator without limits is shown over one turn about zero; what is no number in the
+/// middle.
+std::size_t columnOf(const simulation::Actuator& actuator, double value) {
   const double least = std::isfinite(actuator.minimum) ? actuator.minimum : -M_PI;
   const double most = std::isfinite(actuator.maximum) ? actuator.maximum : M_PI;
-  const double share = most > least ? (value - least) / (most - least) : 0.5;
-  return static_cast<std::size_t>(
-      std::lround(std::clamp(share, 0.0, 1.0) * static_cast<double>(barColumns - 1)));
+  const double share = (value - least) / (most - least);
+  const double within = std::isnan(share) ? 0.5 : std::clamp(share, 0.0, 1.0);
+  return static_cast<std::size_t>(std::lround(within * static_cast<double>(barColumns - 1)));
 }
 
-std::string actuatorLine(const MovedActuator& actuator, std::size_t nameColumns) {
+std::string axisLine(const Axis& axis, std::size_t nameColumns) {
   std::string bar(barColumns, '.');
-  if (const auto measured = actuator.measuredValue()) {
-    bar[columnOf(actuator, *measured)] = 'o';
+  if (const auto measured = axis.measuredValue()) {
+    bar[columnOf(axis.actuator, *measured)] = 'o';
   }
-  bar[columnOf(actuator, actuator.commanded())] = '#';
-  return fmt::format("{:<{}.{}} [{}] {:8.3f}\n", actuator.name, nameColumns, nameColumns, bar,
-                     actuator.commanded());
+  bar[columnOf(axis.actuator, axis.commanded())] = '#';
+  return fmt::format("{:<{}.{}} [{}] {:8.3f}\n", axis.actuator.name, nameColumns, nameColumns, bar,
+                     axis.commanded());
 }
 
 std::int64_t nowNs() {
@@ -61,8 +62,7 @@ void LiveView::announce(const std::string& what) {
   }
 }
 
-void LiveView::show(const std::vector<MovedActuator>& actuators, std::int64_t timeMs,
-                    std::int64_t lastMs) {
+void LiveView::show(const std::vector<ShownAxis>& axes, std::int64_t timeMs, std::int64_t lastMs) {
   constexpr std::int64_t drawEveryNs = 100'000'000;
   if (!onTerminal_ || nowNs() < nextDrawNs_) {
     return;
@@ -73,13 +73,13 @@ void LiveView::show(const std::vector<MovedActuator>& actuators, std::int64_t ti
   const std::size_t nameColumns =
       std::clamp<std::size_t>(size.columns, besideName + 8, besideName + 32) - besideName;
   const bool wide = size.columns >= besideName + 8;
-  const std::size_t shown = wide && size.rows > 3 ? std::min(actuators.size(), size.rows - 3) : 0;
+  const std::size_t shown = wide && size.rows > 3 ? std::min(axes.size(), size.rows - 3) : 0;
   std::string lines = progressBar(timeMs, lastMs).substr(0, size.columns - 1);
   if (lines.back() != '\n') {
     lines += '\n';
   }
   for (std::size_t i = 0; i < shown; ++i) {
-    lines += actuatorLine(actuators[i], nameColumns);
+    lines += axisLine(axes[i].axis, nameColumns);
   }
   draw(lines, shown + 1);
 }

@@ -5,7 +5,7 @@
 #include <string>
 #include <vector>
 
-#include "host/torvex.h"
+#include "host/engine/torvex.h"
 
 namespace host {
 
@@ -24,7 +24,7 @@ class LiveView {
   void announce(const std::string& what);
 
   /// Draws the state, ten times a second at most.
-  void show(const std::vector<MovedActuator>& actuators, std::int64_t timeMs, std::int64_t lastMs);
+  void show(const std::vector<ShownAxis>& axes, std::int64_t timeMs, std::int64_t lastMs);
 
   /// Takes away what is shown.
   void clear();

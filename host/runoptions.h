@@ -1,23 +1,17 @@
 #pragma once
 
 #include <cstdint>
-#include <optional>
 #include <string>
 #include <vector>
 
+#include "host/engine/pacer.h"
+#include "host/engine/realtime.h"
+#include "host/motion/schedule.h"
 #include "host/preferenceexport.h"
-#include "host/realtime.h"
 
 namespace host {
 
 enum class Clock { realtime, simulated };
-
-/// What decides when commands are due.
-struct Timing {
-  std::uint32_t cycleMs = 10;
-  /// From the first cycle to the start of the motion; computed when not given.
-  std::optional<std::uint32_t> leadMs;
-};
 
 /// What `torvex run` was asked to do.
 struct RunOptions {
@@ -25,6 +19,10 @@ struct RunOptions {
   std::vector<std::string> motionPaths;
   Clock clock = Clock::realtime;
   Timing timing;
+  /// What machine time does after the process was held up.
+  Late late = Late::stand;
+  /// What is a warning otherwise is an error, before anything moves where it can be told.
+  bool strict = false;
   /// Of the cycle thread, in real time.
   ThreadPlace cyclePlace;
   /// The tick, in milliseconds modulo 2^32, of the first cycle.

@@ -152,8 +152,8 @@ class Checker {
 std::vector<Attribute> attributesOf(const Actuator& actuator) {
   std::vector<Attribute> attributes = {
       {"Value", actuator.typeCode, {}},
-      {"Minimum", hal::floatTypeCode, actuator.minimum},
-      {"Maximum", hal::floatTypeCode, actuator.maximum},
+      {"Minimum", hal::floatTypeCode, static_cast<float>(actuator.minimum)},
+      {"Maximum", hal::floatTypeCode, static_cast<float>(actuator.maximum)},
       {"MaximumVelocity", hal::floatTypeCode, actuator.maximumVelocity}};
   attributes[0].value = actuator.value;
   return attributes;

@@ -54,9 +54,10 @@ struct Actuator {
   std::string name;
   Value value = 0.0F;
   std::uint8_t typeCode = hal::floatTypeCode;
-  /// In the unit of the value; an infinite limit is none.
-  float minimum = -std::numeric_limits<float>::infinity();
-  float maximum = std::numeric_limits<float>::infinity();
+  /// In the unit of the value; an infinite limit is none. The device pool holds them in
+  /// single precision.
+  double minimum = -std::numeric_limits<double>::infinity();
+  double maximum = std::numeric_limits<double>::infinity();
   /// In the unit of the value per second.
   float maximumVelocity = std::numeric_limits<float>::infinity();
   bool interpolates = true;

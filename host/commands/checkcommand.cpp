@@ -3,11 +3,13 @@
 #include <fmt/format.h>
 
 #include <memory>
+#include <set>
 
-#include "host/check.h"
 #include "host/commands/status.h"
 #include "host/input/motion.h"
-#include "host/plan.h"
+#include "host/motion/plan.h"
+#include "host/motion/rehearsal.h"
+#include "host/results/findings.h"
 
 namespace host {
 namespace {
@@ -22,15 +24,23 @@ int check(const CheckOptions& options) {
   const MachineFile machine = readMachineFile(options.machinePath);
   const std::vector<Motion> motions = readMotionFiles(options.motionPaths, machine);
   const Plan plan = planRun(machine, motions, options.timing);
-  std::vector<std::string> warnings = lateItems(motions);
-  const std::vector<std::string> beyond = limitWarnings(machine, plan);
-  warnings.insert(warnings.end(), beyond.begin(), beyond.end());
-  for (const std::string& warning : warnings) {
-    complain(warning + "\n");
+  Findings findings(machine, plan);
+  rehearse(machine, plan, findings);
+  bool refused = false;
+  for (const Finding& finding : findings.all()) {
+    refused = refused || finding.isRefusal;
+    complain(shown(finding, finding.isRefusal ? "error" : "warning") + "\n");
   }
-  say(fmt::format("{}: lists of commands: {}, actuators they move: {}, warnings: {}\n",
-                  machine.name, motions.size(), plan.actuators.size(), warnings.size()));
-  return warnings.empty() && !outputFailed() ? okStatus : shortfallStatus;
+  std::set<int> actuators;
+  for (const Motion& motion : motions) {
+    actuators.insert(motion.actuators.begin(), motion.actuators.end());
+  }
+  say(fmt::format("{}: batches: {}, actuators they move: {}, findings: {}\n", machine.name,
+                  motions.size(), actuators.size(), findings.all().size()));
+  if (refused) {
+    return badInputStatus;
+  }
+  return findings.all().empty() && !outputFailed() ? okStatus : shortfallStatus;
 }
 
 }  // namespace
@@ -42,8 +52,8 @@ void addCheckCommand(CLI::App& app, Command& chosen) {
   command.footer(
       "Example:\n"
       "  torvex check examples/humanoid/humanoid.yaml examples/humanoid/wave.yaml\n\n"
-      "Exit status: 0 when all is well; 1 when targets lie outside limits, ways are steeper than\n"
-      "an actuator may move, or items come too late; 2 for what 'torvex run' would refuse.");
+      "Exit status: 0 when all is well; 1 when targets lie outside limits, segments are steeper\n"
+      "than an actuator may move, or points come too late; 2 for what 'torvex run' would refuse.");
   addMachine(command, options->machinePath);
   addMotions(command, options->motionPaths);
   addTiming(command, options->timing);

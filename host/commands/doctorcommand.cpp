@@ -5,10 +5,10 @@
 #include <algorithm>
 #include <memory>
 
+#include "host/base/stopsignal.h"
 #include "host/commands/output.h"
 #include "host/commands/status.h"
 #include "host/diagnosis.h"
-#include "host/stopsignal.h"
 #include "host/values.h"
 
 namespace host {

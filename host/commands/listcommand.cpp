@@ -10,9 +10,9 @@
 #include <vector>
 
 #include "attrfullname/attrfullname.h"
+#include "host/base/stopsignal.h"
 #include "host/commands/output.h"
 #include "host/input/machinefile.h"
-#include "host/stopsignal.h"
 #include "host/values.h"
 #include "platform/hal/devicemanager.h"
 #include "simulation/machine.h"
@@ -47,8 +47,14 @@ Json containerName(std::uint8_t kind) {
   return kind == hal::subDeviceKind ? Json("sub-device") : Json(kind);
 }
 
-Json limit(float value) {
-  return std::isfinite(value) ? Json(value) : Json();
+/// Of an actuator whose values are integers, exactly where it is one.
+Json limit(const simulation::Actuator& actuator, double value) {
+  if (!std::isfinite(value)) {
+    return {};
+  }
+  const bool isInteger = actuator.typeCode != hal::floatTypeCode && value == std::round(value) &&
+                         std::abs(value) <= 4294967296.0;
+  return isInteger ? Json(static_cast<std::int64_t>(value)) : Json(static_cast<float>(value));
 }
 
 Json listed(int index, const std::string& key, bool actuator) {
@@ -86,9 +92,9 @@ Json attributesOf(const simulation::MachineDescription& description) {
     const simulation::Actuator& actuator = description.actuators.at(i);
     Json& value = attributes[static_cast<std::size_t>(timeline - commands.commandTable.data())];
     value["law"] = timeline->interpolationPossible == 1 ? "linear" : "step";
-    value["minimum"] = limit(actuator.minimum);
-    value["maximum"] = limit(actuator.maximum);
-    value["maximum_velocity"] = limit(actuator.maximumVelocity);
+    value["minimum"] = limit(actuator, actuator.minimum);
+    value["maximum"] = limit(actuator, actuator.maximum);
+    value["maximum_velocity"] = limit(actuator, double{actuator.maximumVelocity});
   }
   return attributes;
 }

@@ -85,7 +85,7 @@ void addMotions(CLI::App& command, std::vector<std::string>& paths) {
 
 void addTiming(CLI::App& command, Timing& timing) {
   constexpr std::uint32_t longestCycleMs = 1000;
-  constexpr std::uint32_t longestLeadMs = 70'000'000;
+  constexpr std::uint32_t longestApproachMs = 70'000'000;
   command
       .add_option_function<std::string>(
           "--cycle",
@@ -97,9 +97,9 @@ void addTiming(CLI::App& command, Timing& timing) {
       ->default_str("10ms");
   command
       .add_option_function<std::string>(
-          "--lead",
+          "--approach,--lead",
           [&timing](const std::string& text) {
-            timing.leadMs = milliseconds("--lead", text, 1, longestLeadMs);
+            timing.approachMs = milliseconds("--approach", text, 1, longestApproachMs);
           },
           "Time to approach the first points of trajectories (default: what they need)")
       ->type_name("TIME");

@@ -6,8 +6,8 @@
 #include <cstring>
 #include <string_view>
 
+#include "host/base/stopsignal.h"
 #include "host/commands/status.h"
-#include "host/stopsignal.h"
 
 namespace host {
 

@@ -2,30 +2,41 @@
 
 #include <fmt/format.h>
 
+#include <algorithm>
 #include <exception>
 #include <filesystem>
 #include <memory>
 #include <optional>
 
+#include "host/base/stopsignal.h"
 #include "host/commands/status.h"
+#include "host/engine/realtime.h"
+#include "host/engine/torvex.h"
+#include "host/engine/trace.h"
 #include "host/input/motion.h"
 #include "host/input/source.h"
 #include "host/liveview.h"
+#include "host/motion/plan.h"
+#include "host/motion/rehearsal.h"
 #include "host/outputpaths.h"
-#include "host/plot/plot.h"
-#include "host/realtime.h"
-#include "host/report.h"
-#include "host/stopsignal.h"
-#include "host/torvex.h"
-#include "host/trace.h"
+#include "host/results/findings.h"
+#include "host/results/plot/plot.h"
+#include "host/results/report.h"
+#include "host/results/runjson.h"
+#include "host/results/runlog.h"
 #include "host/values.h"
 
 namespace host {
 namespace {
 
-void complainLines(const char* kind, const std::vector<std::string>& lines) {
-  for (const std::string& line : lines) {
-    complain(fmt::format("torvex: {}: {}\n", kind, line));
+/// Of very many the first ones; `--json` has all.
+void complainAll(const char* kind, const std::vector<Finding>& findings) {
+  constexpr std::size_t most = 50;
+  for (std::size_t i = 0; i < std::min(most, findings.size()); ++i) {
+    complain(shown(findings[i], kind) + "\n");
+  }
+  if (findings.size() > most) {
+    complain(fmt::format("torvex: {}: {} more like these\n", kind, findings.size() - most));
   }
 }
 
@@ -73,19 +84,21 @@ struct Outputs {
   std::optional<Plot> plot;
 };
 
-void finish(Outputs& outputs, const Torvex& torvex, const Plan& plan, Outcome& outcome) {
+void finish(Outputs& outputs, const Torvex& torvex, const RunLog& log, Outcome& outcome) {
   const auto attempt = [&](const char* what, const auto& action) {
     try {
       action();
     } catch (const std::exception& error) {
-      outcome.errors.push_back(fmt::format("the {} was not written: {}", what, error.what()));
+      Finding failure;
+      failure.text = fmt::format("the {} was not written: {}", what, error.what());
+      outcome.errors.push_back(std::move(failure));
     }
   };
   if (outputs.trace) {
     attempt("trace", [&] { outputs.trace->finish(); });
   }
   if (outputs.plot) {
-    attempt("picture", [&] { outputs.plot->draw(torvex, plan); });
+    attempt("picture", [&] { outputs.plot->draw(torvex, log); });
   }
   const RunOptions& options = torvex.options();
   for (const PreferenceExport& wanted : options.exports) {
@@ -95,19 +108,28 @@ void finish(Outputs& outputs, const Torvex& torvex, const Plan& plan, Outcome& o
   }
 }
 
-/// Says all of it, and the status to exit with.
-int conclude(Torvex& torvex, Outcome& outcome) {
-  const std::vector<std::string> noted = warnings(torvex);
-  outcome.warnings.insert(outcome.warnings.end(), noted.begin(), noted.end());
+void append(std::vector<Finding>& all, const std::vector<Finding>& more) {
+  all.insert(all.end(), more.begin(), more.end());
+}
+
+/// What the run did of what was asked, from its events.
+void judge(const Torvex& torvex, const Plan& plan, const Findings& findings, Outcome& outcome) {
   outcome.signal = StopSignal::received();
-  if (outcome.signal == 0) {
-    const std::vector<std::string> reasons = shortfalls(torvex);
-    outcome.errors.insert(outcome.errors.end(), reasons.begin(), reasons.end());
+  std::vector<Finding> noted = findings.all();
+  append(noted, cycleFindings(torvex));
+  for (Finding& finding : noted) {
+    const bool isError = finding.isRefusal || (torvex.options().strict && finding.isOfCycles);
+    (isError ? outcome.errors : outcome.warnings).push_back(std::move(finding));
   }
-  say(torvex.options().json ? printed(runJson(torvex, outcome), 2) + "\n"
-                            : joinedLines(outcome.exports) + runReport(torvex));
-  complainLines("warning", noted);
-  complainLines("error", outcome.errors);
+  outcome.axes = judgedAxes(torvex, plan, outcome);
+}
+
+/// Says all of it, and the status to exit with.
+int conclude(const Torvex& torvex, const Plan& plan, const Outcome& outcome) {
+  say(torvex.options().json ? printed(runJson(torvex, plan, outcome), 2) + "\n"
+                            : joinedLines(outcome.exports) + runReport(torvex, outcome));
+  complainAll("warning", outcome.warnings);
+  complainAll("error", outcome.errors);
   if (outcome.signal != 0) {
     complain(fmt::format("torvex: stopped by signal {}\n", outcome.signal));
     return signalStatus + outcome.signal;
@@ -119,24 +141,27 @@ int conclude(Torvex& torvex, Outcome& outcome) {
 }
 
 /// What is known before anything moves.
-Outcome announce(Torvex& torvex, const MachineFile& machine, const std::vector<Motion>& motions,
-                 const Schedule& schedule) {
+void announce(Torvex& torvex, const MachineFile& machine, const std::vector<Motion>& motions,
+              const Schedule& schedule, Outcome& outcome) {
   const RunOptions& options = torvex.options();
-  Outcome outcome;
-  outcome.machine = machine.name;
   if (!options.json) {
-    say(loadedReport(machine, motions, schedule, options, torvex.machine().replacedLeftover()));
-  }
-  outcome.warnings = lateItems(motions);
-  for (const std::string& warning : outcome.warnings) {
-    complain(warning + "\n");
+    say(loadedReport(machine, motions, schedule, options,
+                     torvex.engine().machine().replacedLeftover()));
   }
   if (options.clock == Clock::realtime) {
-    const std::vector<std::string> refused = prepareRealtime(options.cyclePlace);
-    complainLines("warning", refused);
-    outcome.warnings.insert(outcome.warnings.end(), refused.begin(), refused.end());
+    for (const std::string& refused : prepareRealtime(options.cyclePlace)) {
+      Finding& warning = outcome.warnings.emplace_back();
+      warning.text = refused;
+    }
   }
-  return outcome;
+}
+
+/// Whatever a run would warn of is an error before it.
+bool isRefusedStrictly(const MachineFile& machine, const Plan& plan) {
+  Findings findings(machine, plan);
+  rehearse(machine, plan, findings);
+  complainAll("error", findings.all());
+  return !findings.all().empty();
 }
 
 int run(const RunOptions& options) {
@@ -147,23 +172,33 @@ int run(const RunOptions& options) {
   const std::vector<Motion> motions = readMotionFiles(options.motionPaths, machine);
   const Plan plan = planRun(machine, motions, options.timing);
   view.clear();
-
   checkOutputPaths(options, machine);
+  if (options.strict && isRefusedStrictly(machine, plan)) {
+    return badInputStatus;
+  }
+
   const StopSignal stopSignal;
   Outputs outputs;
+  Findings findings(machine, plan);
+  RunLog log;
   Torvex torvex(machine, plan, options);
+  torvex.addListener(findings);
+  torvex.addListener(log);
   if (!options.tracePath.empty()) {
     torvex.setTrace(&outputs.trace.emplace(options.tracePath, columnNames(torvex)));
   }
   if (!options.plotPath.empty()) {
-    outputs.plot.emplace(options.plotPath, titleOf(machine, options));
+    outputs.plot.emplace(options.plotPath, titleOf(machine, options), plan);
   }
-  Outcome outcome = announce(torvex, machine, motions, plan.schedule);
+  Outcome outcome;
+  outcome.machine = machine.name;
+  announce(torvex, machine, motions, plan.schedule, outcome);
   torvex.run(
-      [&](std::int64_t timeMs) { view.show(torvex.actuators(), timeMs, torvex.lastItemMs()); });
+      [&](std::int64_t timeMs) { view.show(torvex.shownAxes(), timeMs, torvex.lastItemMs()); });
   view.clear();
-  finish(outputs, torvex, plan, outcome);
-  return conclude(torvex, outcome);
+  finish(outputs, torvex, log, outcome);
+  judge(torvex, plan, findings, outcome);
+  return conclude(torvex, plan, outcome);
 }
 
 PreferenceExport exportNamed(const std::string& text) {
@@ -181,6 +216,13 @@ Clock clockNamed(const std::string& text) {
   return text == "realtime" ? Clock::realtime : Clock::simulated;
 }
 
+Late lateNamed(const std::string& text) {
+  if (text != "stand" && text != "catch-up") {
+    throw CLI::ValidationError("--late", "'" + text + "' is neither stand nor catch-up");
+  }
+  return text == "stand" ? Late::stand : Late::catchUp;
+}
+
 void addClock(CLI::App& command, RunOptions& options) {
   command
       .add_option_function<std::string>(
@@ -194,6 +236,18 @@ void addClock(CLI::App& command, RunOptions& options) {
           "Tick of the first cycle, in milliseconds modulo 2^32")
       ->type_name("TICK")
       ->default_str("0");
+}
+
+void addPace(CLI::App& command, RunOptions& options) {
+  command
+      .add_option_function<std::string>(
+          "--late", [&options](const std::string& text) { options.late = lateNamed(text); },
+          "After the process was held up: stand goes on where the motion was, catch-up hurries")
+      ->type_name("stand|catch-up")
+      ->default_str("stand");
+  command.add_flag("--strict", options.strict,
+                   "Refuse what 'torvex check' warns of, before anything moves; exit with 1 when "
+                   "cycles were missed");
 }
 
 void addOutputs(CLI::App& command, RunOptions& options) {
@@ -230,10 +284,13 @@ void addRunCommand(CLI::App& app, Command& chosen) {
       "Example:\n"
       "  torvex run examples/humanoid/humanoid.yaml examples/humanoid/wave.yaml "
       "--trace wave.csv --plot wave.svg\n\n"
-      "Exit status: 0 when every command was delivered and reached; 1 when not, saying which;\n"
-      "2 for bad input or usage; 128 and the signal's number when a signal stopped it.");
+      "Exit status: 0 when every point was reached, cleared by a batch, or moved into the\n"
+      "limits (with a warning); 1 when not, saying which; 2 for bad input or usage; 128 and\n"
+      "the signal's number when a signal stopped it.\n\n" +
+      std::string(reportWords));
   addMachine(command, options->machinePath);
   addMotions(command, options->motionPaths);
+  addPace(command, *options);
   addClock(command, *options);
   addTiming(command, options->timing);
   addCyclePlace(command, options->cyclePlace);

@@ -10,11 +10,11 @@
 #include <string>
 #include <vector>
 
+#include "host/base/stopsignal.h"
 #include "host/commands/livevalues.h"
 #include "host/commands/output.h"
 #include "host/commands/status.h"
 #include "host/commands/watchscreen.h"
-#include "host/stopsignal.h"
 #include "simulation/machine.h"
 #include "simulation/observer.h"
 

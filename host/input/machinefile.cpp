@@ -205,11 +205,16 @@ class MachineFileReader {
   void readLimits(const Fields& fields, const YAML::Node& node,
                   simulation::Actuator& actuator) const {
     for (const auto& [key, limit] :
-         {std::pair{"minimum", &actuator.minimum}, std::pair{"maximum", &actuator.maximum},
-          std::pair{"maximum_velocity", &actuator.maximumVelocity}}) {
+         {std::pair{"minimum", &actuator.minimum}, std::pair{"maximum", &actuator.maximum}}) {
       if (const auto found = fields.find(key); found != fields.end()) {
-        *limit = yaml_.singleNumber(found->second, key);
+        const float single = yaml_.singleNumber(found->second, key);
+        // Integers are compared with it as it stands.
+        *limit = actuator.typeCode == hal::floatTypeCode ? double{single}
+                                                         : yaml_.number(found->second, key);
       }
+    }
+    if (const auto found = fields.find("maximum_velocity"); found != fields.end()) {
+      actuator.maximumVelocity = yaml_.singleNumber(found->second, "maximum_velocity");
     }
     if (actuator.minimum > actuator.maximum) {
       yaml_.fail(yaml_.required(fields, node, "minimum"), "minimum lies above maximum");
@@ -221,7 +226,7 @@ class MachineFileReader {
 
   void readInitialValue(const YAML::Node& node, simulation::Actuator& actuator) const {
     const double value = yaml_.number(node, "value");
-    if (value < double{actuator.minimum} || value > double{actuator.maximum}) {
+    if (value < actuator.minimum || value > actuator.maximum) {
       yaml_.fail(node, fmt::format("the value {} of '{}' lies outside its limits {} to {}", value,
                                    actuator.name, actuator.minimum, actuator.maximum));
     }
@@ -232,10 +237,10 @@ class MachineFileReader {
 
   /// As near to 0 as the limits allow.
   void setDefaultValue(const YAML::Node& node, simulation::Actuator& actuator) const {
-    const float nearest = std::clamp(0.0F, actuator.minimum, actuator.maximum);
+    const double nearest = std::clamp(0.0, actuator.minimum, actuator.maximum);
     if (actuator.typeCode == hal::floatTypeCode) {
-      actuator.value = nearest;
-    } else if (nearest == 0.0F) {
+      actuator.value = static_cast<float>(nearest);
+    } else if (nearest == 0.0) {
       actuator.value = 0;
     } else {
       yaml_.fail(node, "the key 'value' is missing: 0 lies outside the limits");

@@ -9,7 +9,6 @@
 #include "host/input/jointtrajectory.h"
 #include "host/input/pointreader.h"
 #include "host/input/yaml.h"
-#include "host/window.h"
 
 namespace host {
 namespace {
@@ -56,11 +55,6 @@ void readItems(const PointReader& reader, const Fields& list, const YAML::Node& 
 void checkCount(const YamlFile& yaml, const YAML::Node& node, const Motion& motion) {
   if (motion.times.empty() && motion.mode != TimedCommand::REPLACE) {
     yaml.fail(node, "items is empty: that does something with the mode replace only");
-  }
-  if (motion.mode == TimedCommand::CLEAR_BEFORE && motion.times.size() > maxClearBeforeItems) {
-    yaml.fail(node, fmt::format("a clear_before list is handed over in one push, because its last "
-                                "item decides what is cleared: at most {} items, this one has {}",
-                                maxClearBeforeItems, motion.times.size()));
   }
 }
 

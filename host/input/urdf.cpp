@@ -133,7 +133,7 @@ class UrdfReader {
     simulation::Actuator actuator;
     actuator.name = name;
     readLimits(joint, continuous, actuator);
-    actuator.value = std::clamp(0.0F, actuator.minimum, actuator.maximum);
+    actuator.value = static_cast<float>(std::clamp(0.0, actuator.minimum, actuator.maximum));
     takeAttributes(joint, simulation::MachineDescription::attributesPerActuator +
                               simulation::MachineDescription::attributesPerSensor);
     const int index = static_cast<int>(robot_.description.actuators.size());

@@ -5,8 +5,8 @@
 
 #include "host/check.h"
 #include "host/plan.h"
-#include "host/report.h"
-#include "host/torvex.h"
+#include "host/results/report.h"
+#include "host/engine/torvex.h"
 #include "input.h"
 #include "tests/support/temporary.h"
 

@@ -12,7 +12,7 @@
 #include <ctime>
 #include <string_view>
 
-#include "host/torvex.h"
+#include "host/engine/torvex.h"
 #include "tests/host/prepared.h"
 
 // The C library's own, NOLINTBEGIN(bugprone-reserved-identifier)

@@ -9,10 +9,10 @@
 #include <string>
 #include <vector>
 
-#include "host/histogram.h"
+#include "host/engine/histogram.h"
 #include "host/input/source.h"
 #include "host/outputfile.h"
-#include "host/trace.h"
+#include "host/engine/trace.h"
 #include "tests/support/bits.h"
 #include "tests/support/temporary.h"
 

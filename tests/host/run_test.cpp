@@ -4,8 +4,8 @@
 #include <random>
 #include <string>
 
-#include "host/report.h"
-#include "host/torvex.h"
+#include "host/results/report.h"
+#include "host/engine/torvex.h"
 #include "registry/attrfullnamemanager.h"
 #include "tests/host/prepared.h"
 #include "tests/support/bits.h"

@@ -1,0 +1,76 @@
+#pragma once
+
+#include <atomic>
+#include <cstdint>
+#include <limits>
+#include <optional>
+#include <string>
+
+#include "host/engine/window.h"
+#include "host/motion/backlog.h"
+#include "host/motion/pointcounts.h"
+#include "simulation/machine.h"
+
+namespace host {
+
+/// One actuator of the machine, with all that is known of it.
+struct Axis {
+  Axis(int index_, const simulation::Actuator& actuator_) : index(index_), actuator(actuator_) {}
+
+  /// In the machine's description.
+  const int index;
+  const simulation::Actuator& actuator;
+  TimedCommand* timeline = nullptr;
+  const hal::DeviceAttrGeneric* command = nullptr;
+  /// Null when no sensor bears its name.
+  const hal::DeviceAttrGeneric* measured = nullptr;
+
+  // Of the cycle, under the gate.
+
+  /// What the command register held at the end of the latest cycle.
+  std::int32_t lastBits = 0;
+  /// Cycles that found it otherwise, and the latest of them.
+  std::atomic<std::uint64_t> externalWrites{0};
+  std::int64_t lastExternalMs = never;
+
+  // Of the command thread.
+
+  Backlog backlog;
+  /// Where the line to the first point of the backlog begins.
+  SegmentStart start;
+  /// What the timeline holds of it. Changes under the gate.
+  Window window;
+  /// The first cycle in the log that was not looked at yet.
+  std::uint64_t nextCycle = 0;
+  /// When the library took the last item.
+  std::int64_t lastTakenMs = never;
+  /// The cycle that reached the last point.
+  std::int64_t lastReachedMs = never;
+  std::uint64_t externalWritesTold = 0;
+  /// Nodes that it may need beyond those of its own.
+  std::size_t borrowed = 0;
+  /// The point that it is to hold once nothing waits; none at first, and when a batch
+  /// stopped it on its way.
+  std::optional<Point> target;
+  PointCounts counts;
+
+  static constexpr std::int64_t never = std::numeric_limits<std::int64_t>::min();
+
+  [[nodiscard]] bool isIdle() const { return backlog.empty() && window.items().empty(); }
+  [[nodiscard]] Path path(std::int64_t cycleMs, std::int64_t latestMs) const {
+    return {backlog, start, actuator.interpolates, cycleMs, latestMs};
+  }
+
+  [[nodiscard]] double commanded() const;
+  [[nodiscard]] std::optional<double> measuredValue() const;
+  /// 0 without a sensor.
+  [[nodiscard]] double trackingError() const;
+};
+
+/// The number that an integer or a float attribute holds. May be called in the control
+/// cycle, as the next one.
+double numberIn(const hal::DeviceAttrGeneric& attribute);
+/// The four bytes that hold it, which tell any two values apart.
+std::int32_t bitsIn(const hal::DeviceAttrGeneric& attribute);
+
+}  // namespace host

@@ -1,0 +1,72 @@
+#include "host/engine/engine.h"
+
+#include <map>
+#include <mutex>
+
+namespace host {
+
+Engine::Engine(const MachineFile& machine, const EngineOptions& options, Torvex* host)
+    : options_(options),
+      machine_(options.poolName, machine.description),
+      framework_(options.preferenceDirectory),
+      registration_(framework_.broker(), host, names_, commands_),
+      pacer_(options.cycleMs, options.late),
+      streamer_(axes_, gate_, cycles_, teller_, options.cycleMs, options.startTick) {
+  cycles_.latestMs = pacer_.timeMs();
+  names_.initNameList(0);
+  commands_.initTimedCommand(0);
+  addAxes(machine);
+}
+
+void Engine::addAxes(const MachineFile& machine) {
+  std::map<std::string, const hal::DeviceAttrGeneric*> sensors;
+  int number = 0;
+  for (const simulation::Sensor& sensor : machine.description.sensors) {
+    sensors.emplace(sensor.name, &machine_.sensorValue(number++));
+  }
+  for (const simulation::Actuator& actuator : machine.description.actuators) {
+    Axis& axis = axes_.emplace_back(static_cast<int>(axes_.size()), actuator);
+    const int index = commands_.testActuatorName(valueKey(actuator));
+    axis.timeline = &commands_.commandTable.at(static_cast<std::size_t>(index));
+    axis.command = &machine_.actuatorValue(axis.index);
+    const auto sensor = sensors.find(actuator.name + "/Sensor");
+    axis.measured = sensor == sensors.end() ? nullptr : sensor->second;
+    axis.lastBits = bitsIn(*axis.command);
+  }
+}
+
+std::int64_t Engine::goOn() {
+  const std::lock_guard hold(gate_);
+  const std::int64_t boundMs = streamer_.boundMs();
+  const std::int64_t stepMs = pacer_.stepMs(boundMs);
+  if (pacer_.isHeld(stepMs)) {
+    cycles_.heldAtMs = boundMs;
+  }
+  const std::int64_t previousMs = pacer_.timeMs();
+  pacer_.go(stepMs);
+  cycles_.pace = pacer_.count();
+  if (stepMs == 0) {
+    return 0;
+  }
+  const std::int64_t timeMs = pacer_.timeMs();
+  noteExternalWrites(timeMs);
+  commands_.run(stamp(timeMs), stamp(previousMs));
+  for (Axis& axis : axes_) {
+    axis.lastBits = bitsIn(*axis.command);
+  }
+  cycles_.latestMs = timeMs;
+  cycles_.log.add({timeMs, previousMs});
+  return stepMs;
+}
+
+void Engine::noteExternalWrites(std::int64_t timeMs) noexcept {
+  for (Axis& axis : axes_) {
+    if (bitsIn(*axis.command) != axis.lastBits) {
+      axis.externalWrites.store(axis.externalWrites.load(std::memory_order_relaxed) + 1,
+                                std::memory_order_relaxed);
+      axis.lastExternalMs = timeMs;
+    }
+  }
+}
+
+}  // namespace host

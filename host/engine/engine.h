@@ -1,0 +1,103 @@
+#pragma once
+
+#include <cstdint>
+#include <deque>
+#include <optional>
+#include <string>
+
+#include "attrfullname/attrfullname.h"
+#include "host/engine/axis.h"
+#include "host/engine/cyclestate.h"
+#include "host/engine/gate.h"
+#include "host/engine/pacer.h"
+#include "host/engine/registration.h"
+#include "host/engine/streamer.h"
+#include "host/engine/teller.h"
+#include "host/input/machinefile.h"
+#include "simulation/framework.h"
+#include "simulation/machine.h"
+#include "timedcommandmanager/timedcommandmanager.h"
+
+namespace host {
+
+struct EngineOptions {
+  /// The device pool's name in shared memory; empty for one of this process alone.
+  std::string poolName;
+  std::string preferenceDirectory = ".";
+  std::uint32_t cycleMs = 10;
+  /// The tick, in milliseconds modulo 2^32, of machine time 0.
+  std::uint32_t startTick = 0;
+  Late late = Late::stand;
+};
+
+/// A machine and the library that drives it, with everything that commands it on one road.
+/// It has no thread and no clock of its own: `pass` is the work of a command thread, `cycle`
+/// that of the cycle thread, one beside the other or in turn.
+///
+/// The order of locks: gate, timelines, node pool.
+class Engine {
+ public:
+  /// Starts the machine and the library, for a host that the registry is to name. The
+  /// machine must outlive the engine. Throws `simulation::Error`; then nothing is left.
+  Engine(const MachineFile& machine, const EngineOptions& options, Torvex* host = nullptr);
+
+  /// Who is told what becomes of points, by the thread that calls `pass`. Before `start`.
+  void addListener(Listener& listener) { teller_.addListener(listener); }
+
+  /// Hands a batch in, from any thread. Its number, by which events tell of it; none when
+  /// too much waits already. Its values fit its actuators, and its times never fall.
+  std::optional<std::uint32_t> submit(Batch batch) {
+    return streamer_.inbox().put(std::move(batch));
+  }
+
+  /// Once, before the first cycle: lays in memory for what has come so far.
+  void start() { streamer_.start(); }
+
+  /// See `Streamer::pass`.
+  void pass() { streamer_.pass(); }
+
+  /// A cycle is awake, when the clock has come to this point of its grid. The next three are
+  /// the cycle thread's and allocate nothing.
+  void wake(std::int64_t clockCycle) noexcept { pacer_.wake(clockCycle); }
+  /// Whether machine time may go on by all that it should. Waits for nothing.
+  [[nodiscard]] bool canGoOn() const noexcept {
+    return !pacer_.isHeld(pacer_.stepMs(streamer_.boundMs()));
+  }
+  /// Drives the library by the machine time that may pass, and says how much that is, in
+  /// milliseconds; 0 when machine time has to stand: then nothing happened. Waits for the
+  /// gate. Lets through what the platform throws.
+  std::int64_t goOn();
+
+  /// Machine time of the latest cycle, one cycle before 0 at first. Cycle thread.
+  [[nodiscard]] std::int64_t timeMs() const noexcept { return pacer_.timeMs(); }
+  /// Any thread.
+  [[nodiscard]] bool isIdle() const { return streamer_.isIdle(); }
+  /// After the last cycle, or from the cycle thread.
+  [[nodiscard]] const PaceCount& pace() const noexcept { return pacer_.count(); }
+
+  [[nodiscard]] simulation::Machine& machine() { return machine_; }
+  [[nodiscard]] const std::deque<Axis>& axes() const { return axes_; }
+  [[nodiscard]] const EventRing& events() const { return teller_.ring(); }
+
+ private:
+  void addAxes(const MachineFile& machine);
+  void noteExternalWrites(std::int64_t timeMs) noexcept;
+  [[nodiscard]] std::uint32_t stamp(std::int64_t timeMs) const noexcept {
+    return options_.startTick + static_cast<std::uint32_t>(timeMs);
+  }
+
+  const EngineOptions options_;
+  simulation::Machine machine_;
+  const simulation::Framework framework_;
+  AttrFullName names_;
+  TimedCommandManager commands_;
+  const Registration registration_;
+  std::deque<Axis> axes_;
+  Gate gate_;
+  CycleState cycles_;
+  Teller teller_;
+  Pacer pacer_;
+  Streamer streamer_;
+};
+
+}  // namespace host

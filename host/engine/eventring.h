@@ -1,0 +1,50 @@
+#pragma once
+
+#include <array>
+#include <cstddef>
+#include <cstdint>
+#include <mutex>
+#include <vector>
+
+#include "host/motion/event.h"
+
+namespace host {
+
+/// The latest events, for listeners that read them later, on any thread; never the cycle.
+/// Points that are reached are told per batch and cycle: those of several axes as one.
+class EventRing : public Listener {
+ public:
+  using Counts = std::array<std::uint64_t, eventKinds>;
+
+  /// How far a reader has come.
+  struct Cursor {
+    std::uint64_t next = 0;
+    Counts seen{};
+  };
+
+  explicit EventRing(std::size_t length = 10'000);
+
+  void tell(const Event& event, const Point* points) override;
+  /// Lets readers have what was told; until then points that are reached are gathered.
+  void publish();
+
+  /// What has happened since the cursor, which moves on. What was overwritten meanwhile is
+  /// counted, by kind, in `missed`.
+  std::vector<Event> read(Cursor& cursor, Counts& missed) const;
+
+ private:
+  [[nodiscard]] bool joinsGathered(const Event& event);
+  void append(const Event& event);
+
+  /// Of the thread that tells.
+  std::vector<Event> gathered_;
+
+  mutable std::mutex mutex_;
+  std::vector<Event> events_;
+  const std::size_t length_;
+  std::uint64_t count_ = 0;
+  /// Of those that were overwritten.
+  Counts overwritten_{};
+};
+
+}  // namespace host

@@ -1,0 +1,29 @@
+#include "host/engine/inbox.h"
+
+#include <utility>
+
+namespace host {
+
+std::optional<std::uint32_t> Inbox::put(Batch batch) {
+  const std::lock_guard lock(mutex_);
+  const std::size_t points = points_ + batch.motion->values.size();
+  if (points > mostPoints || batches_.size() >= mostBatches) {
+    return std::nullopt;
+  }
+  batches_.push_back(std::move(batch));
+  points_ = points;
+  return count_++;
+}
+
+std::vector<Batch> Inbox::takeAll() {
+  const std::lock_guard lock(mutex_);
+  points_ = 0;
+  return std::exchange(batches_, {});
+}
+
+bool Inbox::empty() const {
+  const std::lock_guard lock(mutex_);
+  return batches_.empty();
+}
+
+}  // namespace host

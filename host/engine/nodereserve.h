@@ -1,0 +1,65 @@
+#pragma once
+
+#include <cstddef>
+#include <vector>
+
+#include "timedcommand/timedcommand.h"
+
+namespace host {
+
+/// All spare nodes of the command lists, kept in lists of its own.
+///
+/// Giving a node back to the node pool costs a walk over the free nodes at lower addresses.
+/// So the pool is left with next to no free nodes, and each axis has an address range of
+/// its own, higher for earlier axes: a cycle that reaches a point of every axis releases
+/// from the highest address to the lowest, and each release finds its place at the head.
+///
+/// Used by one thread. `takeBack` holds the lock of the node pool now and then, which
+/// inherits no priority: call it under the gate, with small numbers.
+class NodeReserve {
+ public:
+  /// Nodes beside those of the axes, from which an axis borrows beyond its range.
+  static constexpr std::size_t commonNodes = 2 * TimedCommand::MAX_TIMELINE_ITEMS;
+
+  NodeReserve() = default;
+  /// Returns what is here to the pool.
+  ~NodeReserve();
+
+  NodeReserve(const NodeReserve&) = delete;
+  NodeReserve& operator=(const NodeReserve&) = delete;
+
+  /// Takes nodes from the pool, so many for each axis and the common ones. Once, before the
+  /// first cycle: blocks of the pool that nobody uses are laid out anew. May throw
+  /// `std::bad_alloc`.
+  void fill(const std::vector<std::size_t>& nodesPerAxis);
+
+  /// How many nodes an axis has for itself.
+  [[nodiscard]] std::size_t ownNodes(std::size_t axis) const { return ranges_[axis].size; }
+  /// How many nodes an axis can get at once.
+  [[nodiscard]] std::size_t available(std::size_t axis) const {
+    return ranges_[axis].spare.size() + common_.size();
+  }
+  /// Moves so many nodes, at most `available`, to the end of a list, to be assigned.
+  void lend(std::size_t axis, std::size_t count, CommandList& to);
+  /// Nodes that were lent and not used.
+  void giveBack(CommandList& nodes);
+  /// Takes back so many of the nodes that timelines have released.
+  void takeBack(std::size_t count);
+
+ private:
+  struct Range {
+    CommandList spare;
+    std::size_t size = 0;
+    /// The lowest address.
+    const void* begin = nullptr;
+  };
+
+  void layOut(CommandList& nodes, const std::vector<std::size_t>& nodesPerAxis);
+  [[nodiscard]] CommandList& homeOf(const TimedCommand::commandItem& node);
+
+  /// In the order of the axes: from high addresses to low ones.
+  std::vector<Range> ranges_;
+  CommandList common_;
+};
+
+}  // namespace host

@@ -1,0 +1,244 @@
+#include "host/engine/streamer.h"
+
+#include <algorithm>
+#include <limits>
+#include <mutex>
+
+#include "host/motion/density.h"
+
+namespace host {
+namespace {
+
+constexpr std::int64_t atOnce = std::numeric_limits<std::int64_t>::min();
+constexpr std::size_t mostInTimeline = TimedCommand::MAX_TIMELINE_ITEMS;
+
+/// Of an axis whose points lie no closer than the cycles.
+std::size_t usualNodes(std::int64_t cycleMs) {
+  const auto cyclesInWindow = static_cast<std::size_t>(windowMs / cycleMs);
+  constexpr std::size_t due = 2;
+  return std::max(windowItems, cyclesInWindow) + refillItems + due;
+}
+
+}  // namespace
+
+Streamer::Streamer(std::deque<Axis>& axes, Gate& gate, CycleState& cycles, Teller& teller,
+                   std::int64_t cycleMs, std::uint32_t startTick)
+    : axes_(axes),
+      gate_(gate),
+      cycles_(cycles),
+      teller_(teller),
+      cycleMs_(cycleMs),
+      timelines_(cycles, teller, cycleMs, startTick),
+      boundMs_(-cycleMs) {}
+
+void Streamer::start() {
+  drainInbox();
+  timelines_.layInNodes(nodesPerAxis());
+  pass();
+}
+
+void Streamer::pass() {
+  drainInbox();
+  latestMs_ = latestMs();
+  tellPace();
+  while (!waiting_.empty() && waiting_.begin()->first.first <= latestMs_ + cycleMs_) {
+    handOver(waiting_.begin()->second);
+    waiting_.erase(waiting_.begin());
+  }
+  careForTimelines();
+  publish();
+  teller_.passOn();
+}
+
+void Streamer::drainInbox() {
+  for (Batch& batch : inbox_.takeAll()) {
+    const std::uint32_t number = nextNumber_++;
+    for (const int actuator : batch.motion->actuators) {
+      axes_[static_cast<std::size_t>(actuator)].counts.points += batch.motion->times.size();
+    }
+    waiting_.emplace(Moment{batch.momentMs.value_or(atOnce), number},
+                     Waiting{std::move(batch), number});
+  }
+}
+
+/// More where the batches that are known have denser points.
+std::vector<std::size_t> Streamer::nodesPerAxis() {
+  std::vector<std::size_t> nodes(axes_.size(), 0);
+  const Backlog nothing;
+  for (const auto& [moment, waiting] : waiting_) {
+    for (const Column& column : columnsOf(waiting)) {
+      nodes[static_cast<std::size_t>(column.axis.index)] +=
+          densityAround(column.points, nothing, TimedCommand::MERGE, -cycleMs_, cycleMs_).inWindow;
+    }
+  }
+  const std::size_t usual = usualNodes(cycleMs_);
+  for (std::size_t& count : nodes) {
+    count = std::clamp(count + refillItems, usual, mostInTimeline);
+  }
+  return nodes;
+}
+
+std::int64_t Streamer::latestMs() {
+  const std::lock_guard hold(gate_);
+  return cycles_.latestMs;
+}
+
+void Streamer::tellPace() {
+  PaceCount pace;
+  {
+    const std::lock_guard hold(gate_);
+    pace = cycles_.pace;
+  }
+  if (pace.stalls > paceTold_.stalls) {
+    Event stalled{EventKind::stalled, Fault::none, latestMs_};
+    stalled.count = pace.stalls - paceTold_.stalls;
+    stalled.amount = static_cast<double>(pace.stalledMs - paceTold_.stalledMs);
+    teller_.tell(stalled, nullptr);
+  }
+  paceTold_ = pace;
+}
+
+void Streamer::handOver(const Waiting& waiting) {
+  const Columns columns = columnsOf(waiting);
+  const Event fault = findFault(columns, waiting);
+  if (fault.reason != Fault::none) {
+    refuse(columns, fault);
+    return;
+  }
+  tellLateHandOver(waiting);
+  GateHold hold(gate_);
+  for (const Column& column : columns) {
+    takeOn(column, waiting);
+    hold.breathe();
+  }
+}
+
+Streamer::Columns Streamer::columnsOf(const Waiting& waiting) {
+  Columns columns;
+  const std::size_t count = waiting.batch.motion->actuators.size();
+  columns.reserve(count);
+  for (std::size_t number = 0; number < count; ++number) {
+    Axis& axis = axes_[static_cast<std::size_t>(waiting.batch.motion->actuators[number])];
+    columns.push_back({axis, number, intakeOf(waiting, axis, number).points()});
+  }
+  return columns;
+}
+
+Intake Streamer::intakeOf(const Waiting& waiting, const Axis& axis, std::size_t column) const {
+  return {waiting.batch, waiting.number, column, axis.actuator, latestMs_, cycleMs_};
+}
+
+/// Looks at all axes of a batch, since it is taken whole or not at all.
+Event Streamer::findFault(const Columns& columns, const Waiting& waiting) {
+  {
+    GateHold hold(gate_);
+    for (const Column& column : columns) {
+      timelines_.look(column.axis);
+      hold.breathe();
+    }
+    latestMs_ = cycles_.latestMs;
+  }
+  for (const Column& column : columns) {
+    Axis& axis = column.axis;
+    hal::AttrGeneric present;
+    present.asInt = bitsIn(*axis.command);
+    std::size_t inTwoCycles = 0;
+    Event fault = intakeOf(waiting, axis, column.number)
+                      .findFault(column.points, axis.backlog, present, inTwoCycles);
+    if (fault.reason == Fault::none && !timelines_.canHold(axis, inTwoCycles)) {
+      fault.reason = Fault::full;
+    }
+    if (fault.reason != Fault::none) {
+      return fault;
+    }
+  }
+  return {};
+}
+
+void Streamer::refuse(const Columns& columns, Event fault) {
+  for (const Column& column : columns) {
+    column.axis.counts.refused += column.points.size();
+    fault.count += column.points.size();
+  }
+  teller_.tell(fault, nullptr);
+}
+
+/// Late is what machine time had to stand for, or what comes after its moment.
+void Streamer::tellLateHandOver(const Waiting& waiting) {
+  if (!waiting.batch.momentMs) {
+    return;
+  }
+  const std::int64_t momentMs = *waiting.batch.momentMs;
+  const std::lock_guard hold(gate_);
+  if (cycles_.latestMs >= momentMs || cycles_.heldAtMs == momentMs - 1) {
+    Event late{EventKind::handedLate, Fault::none, cycles_.latestMs, waiting.number};
+    late.amount = static_cast<double>(std::max<std::int64_t>(cycles_.latestMs - momentMs, 0));
+    teller_.tell(late, nullptr);
+  }
+}
+
+/// Under the gate.
+void Streamer::takeOn(const Column& column, const Waiting& waiting) {
+  Axis& axis = column.axis;
+  timelines_.look(axis);
+  const bool hadFirst = !axis.backlog.empty();
+  const Point first = hadFirst ? axis.backlog.front() : Point();
+  const std::vector<Point> removed = axis.backlog.take(column.points, waiting.batch.motion->mode);
+  const bool hasFirst = !axis.backlog.empty();
+  const bool goesOn = hadFirst && hasFirst && axis.backlog.front().isSamePointAs(first);
+  if (!goesOn) {
+    if (hadFirst && cycles_.latestMs > axis.start.timeMs && first.timeMs > cycles_.latestMs) {
+      timelines_.judge(axis, first);
+    }
+    axis.start = timelines_.presentStart(axis);
+  }
+  if (!hasFirst && hadFirst) {
+    axis.target.reset();
+  }
+  timelines_.rebuild(axis);
+  // No cycle goes beyond what the timeline holds from now on.
+  boundMs_ = std::min(boundMs_.load(), timelines_.boundMs(axis, cycles_.latestMs));
+  axis.counts.cleared += removed.size();
+  Event cleared{EventKind::cleared, Fault::none, cycles_.latestMs, 0, axis.index};
+  cleared.byBatch = waiting.number;
+  tellRuns(cleared, removed, teller_);
+  latestMs_ = cycles_.latestMs;
+  intakeOf(waiting, axis, column.number).tellTaken(column.points, axis.counts, teller_);
+}
+
+void Streamer::careForTimelines() {
+  GateHold hold(gate_);
+  for (Axis& axis : axes_) {
+    if (timelines_.needsCare(axis, cycles_.latestMs)) {
+      timelines_.look(axis);
+      timelines_.fillUp(axis);
+      hold.breathe();
+    }
+  }
+  while (timelines_.takeBackSome()) {
+    hold.breathe();
+  }
+}
+
+void Streamer::publish() {
+  bool idle = waiting_.empty();
+  std::int64_t bound = idle ? unboundedMs : waiting_.begin()->first.first - 1;
+  const std::int64_t latest = latestMs();
+  for (const Axis& axis : axes_) {
+    if (!axis.isIdle()) {
+      idle = false;
+      bound = std::min(bound, timelines_.boundMs(axis, latest));
+    }
+  }
+  boundMs_ = bound;
+  idle_ = idle && areTimelinesEmpty();
+}
+
+/// Others may have queued commands of their own.
+bool Streamer::areTimelinesEmpty() {
+  const std::lock_guard hold(gate_);
+  return std::all_of(axes_.begin(), axes_.end(),
+                     [](const Axis& axis) { return axis.timeline->commandList.empty(); });
+}
+
+}  // namespace host

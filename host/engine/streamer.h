@@ -1,0 +1,92 @@
+#pragma once
+
+#include <atomic>
+#include <cstdint>
+#include <deque>
+#include <map>
+#include <utility>
+#include <vector>
+
+#include "host/engine/axis.h"
+#include "host/engine/cyclestate.h"
+#include "host/engine/gate.h"
+#include "host/engine/inbox.h"
+#include "host/engine/teller.h"
+#include "host/engine/timelines.h"
+#include "host/motion/intake.h"
+
+namespace host {
+
+/// The work of the command thread: takes batches into the backlogs at their moments, keeps
+/// the windows full, tells what became of each point, and says how far the cycle may go.
+///
+/// One thread at a time; `boundMs` and `isIdle` any, `inbox` as its own contract says.
+class Streamer {
+ public:
+  /// The references must outlive the streamer.
+  Streamer(std::deque<Axis>& axes, Gate& gate, CycleState& cycles, Teller& teller,
+           std::int64_t cycleMs, std::uint32_t startTick);
+
+  /// Before the first cycle: lays in the nodes for all that has come, and hands over what
+  /// is due by then. May throw `std::bad_alloc`, as `pass`.
+  void start();
+
+  /// One pass, between two cycles or beside one.
+  void pass();
+
+  [[nodiscard]] Inbox& inbox() { return inbox_; }
+  /// Up to which machine time the cycle may go. Falls under the gate alone.
+  [[nodiscard]] std::int64_t boundMs() const { return boundMs_; }
+  /// Whether no batch waits, no point, and nothing that others have queued.
+  [[nodiscard]] bool isIdle() const { return idle_ && inbox_.empty(); }
+
+ private:
+  /// A batch that waits for its moment.
+  struct Waiting {
+    Batch batch;
+    std::uint32_t number = 0;
+  };
+  /// When it is to be handed over, and of those with one moment which first.
+  using Moment = std::pair<std::int64_t, std::uint32_t>;
+  /// The points of one batch for one axis.
+  struct Column {
+    Axis& axis;
+    std::size_t number;
+    std::vector<Point> points;
+  };
+  using Columns = std::vector<Column>;
+
+  void drainInbox();
+  [[nodiscard]] std::vector<std::size_t> nodesPerAxis();
+  void tellPace();
+  void handOver(const Waiting& waiting);
+  [[nodiscard]] Columns columnsOf(const Waiting& waiting);
+  [[nodiscard]] Intake intakeOf(const Waiting& waiting, const Axis& axis, std::size_t column) const;
+  [[nodiscard]] Event findFault(const Columns& columns, const Waiting& waiting);
+  void refuse(const Columns& columns, Event fault);
+  void takeOn(const Column& column, const Waiting& waiting);
+  void tellLateHandOver(const Waiting& waiting);
+  void careForTimelines();
+  void publish();
+  [[nodiscard]] bool areTimelinesEmpty();
+  [[nodiscard]] std::int64_t latestMs();
+
+  std::deque<Axis>& axes_;
+  Gate& gate_;
+  CycleState& cycles_;
+  Teller& teller_;
+  const std::int64_t cycleMs_;
+  Timelines timelines_;
+
+  Inbox inbox_;
+  std::uint32_t nextNumber_ = 0;
+  std::map<Moment, Waiting> waiting_;
+  PaceCount paceTold_;
+  /// As the latest pass saw it.
+  std::int64_t latestMs_ = 0;
+
+  std::atomic<std::int64_t> boundMs_;
+  std::atomic<bool> idle_{false};
+};
+
+}  // namespace host

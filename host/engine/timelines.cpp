@@ -1,0 +1,313 @@
+#include "host/engine/timelines.h"
+
+#include <algorithm>
+#include <iterator>
+#include <utility>
+
+#include "host/motion/intake.h"
+#include "host/motion/limits.h"
+
+namespace host {
+namespace {
+
+bool isPoint(const WindowItem& item) {
+  return item.kind == WindowItem::Kind::point;
+}
+
+bool isSame(const WindowItem& one, const WindowItem& other) {
+  return one.timeMs == other.timeMs && isSameValue(one.value, other.value);
+}
+
+/// How many items lie alike at the beginning of both.
+std::size_t commonBeginning(const Window::Items& one, const Window::Items& other) {
+  std::size_t common = 0;
+  const std::size_t most = std::min(one.size(), other.size());
+  while (common < most && isSame(one[common], other[common])) {
+    ++common;
+  }
+  return common;
+}
+
+}  // namespace
+
+Timelines::Timelines(const CycleState& cycles, Listener& listener, std::int64_t cycleMs,
+                     std::uint32_t startTick)
+    : cycles_(cycles), listener_(listener), cycleMs_(cycleMs), startTick_(startTick) {}
+
+void Timelines::look(Axis& axis) {
+  const Window::Items& items = axis.window.items();
+  if (axis.timeline->commandList.size() != items.size()) {
+    const TakenBy taken = takenSince(axis);
+    if (axis.timeline->commandList.size() + taken.size() == items.size()) {
+      std::vector<Point> reached;
+      for (std::size_t i = 0; i < taken.size(); ++i) {
+        noteTaken(axis, taken[i], reached);
+        const bool isLastOfCycle = i + 1 == taken.size() || taken[i + 1].timeMs != taken[i].timeMs;
+        if (isLastOfCycle) {
+          tellRuns({EventKind::reached, Fault::none, taken[i].timeMs, 0, axis.index},
+                   std::exchange(reached, {}), listener_);
+        }
+      }
+    } else {
+      reconcile(axis, taken);
+    }
+  }
+  axis.nextCycle = cycles_.log.count();
+  noteExternal(axis);
+  if (axis.backlog.empty()) {
+    borrowed_ -= std::exchange(axis.borrowed, 0);
+  }
+}
+
+bool Timelines::canHold(Axis& axis, std::size_t items) {
+  constexpr std::size_t mostBorrowed = NodeReserve::commonNodes / 2;
+  const std::size_t own = reserve_.ownNodes(numberOf(axis));
+  const std::size_t borrows = std::max(axis.borrowed, items > own ? items - own : 0);
+  if (borrowed_ - axis.borrowed + borrows > mostBorrowed) {
+    return false;
+  }
+  borrowed_ += borrows - axis.borrowed;
+  axis.borrowed = borrows;
+  return true;
+}
+
+/// For each item from the front that the cycles since the last look took by the rule of
+/// the library, the cycle.
+Timelines::TakenBy Timelines::takenSince(const Axis& axis) const {
+  const Window::Items& items = axis.window.items();
+  TakenBy taken;
+  const CycleLog& log = cycles_.log;
+  for (std::uint64_t i = std::max(axis.nextCycle, log.oldest()); i < log.count(); ++i) {
+    const Cycle& cycle = log.at(i);
+    const std::size_t first = taken.size();
+    const std::size_t count =
+        reachedCount(items.size() - first, cycle.timeMs,
+                     [&](std::size_t position) { return items[first + position].timeMs; });
+    taken.insert(taken.end(), count, cycle);
+  }
+  return taken;
+}
+
+/// The front item was taken in this cycle.
+void Timelines::noteTaken(Axis& axis, const Cycle& cycle, std::vector<Point>& reached) {
+  const WindowItem item = axis.window.items().front();
+  axis.window.popFront();
+  ++released_;
+  axis.lastTakenMs = std::max(axis.lastTakenMs, item.timeMs);
+  if (!isPoint(item)) {
+    return;
+  }
+  const Point point = axis.backlog.front();
+  axis.backlog.popFront();
+  judge(axis, point);
+  // The library goes on from the point, or from the cycle before when it came too late.
+  axis.start = {std::max(point.timeMs, cycle.previousMs), double{point.value.asFloat}};
+  axis.lastReachedMs = cycle.timeMs;
+  axis.target = point;
+  ++axis.counts.reached;
+  reached.push_back(point);
+}
+
+/// Others have pushed or cleared: looks for each item where the timeline holds it. What is
+/// not there was reached, if it was due, and else cleared by others.
+void Timelines::reconcile(Axis& axis, const TakenBy& taken) {
+  std::vector<bool> isThere(axis.window.items().size(), false);
+  std::size_t position = 0;
+  for (const TimedCommand::commandItem& held : axis.timeline->commandList) {
+    const Window::Items& items = axis.window.items();
+    std::size_t candidate = position;
+    while (candidate < items.size() && !(stamp(items[candidate].timeMs) == held.time &&
+                                         isSameValue(items[candidate].value, held.value))) {
+      ++candidate;
+    }
+    if (candidate < items.size()) {
+      isThere[candidate] = true;
+      position = candidate + 1;
+    }
+  }
+  std::size_t gone = 0;
+  bool cleared = false;
+  for (std::size_t i = 0; i < isThere.size(); ++i) {
+    const std::size_t at = i - gone;
+    if (isThere[i]) {
+      continue;
+    }
+    ++gone;
+    std::vector<Point> points;
+    if (i < taken.size() && at == 0) {
+      noteTaken(axis, taken[i], points);
+      tellRuns({EventKind::reached, Fault::none, taken[i].timeMs, 0, axis.index}, points,
+               listener_);
+      continue;
+    }
+    const Window::Items& items = axis.window.items();
+    if (isPoint(items[at])) {
+      const auto number = static_cast<std::size_t>(
+          std::count_if(items.begin(), items.begin() + static_cast<std::ptrdiff_t>(at), isPoint));
+      points.push_back(axis.backlog[number]);
+      axis.backlog.erase(number);
+      ++axis.counts.cleared;
+    }
+    axis.window.erase(at);
+    ++released_;
+    cleared = true;
+    Event event{EventKind::cleared, Fault::none, cycles_.latestMs, 0, axis.index};
+    event.byBatch = Event::byOthers;
+    tellRuns(event, points, listener_);
+  }
+  if (cleared) {
+    axis.start = presentStart(axis);
+    rebuild(axis);
+  }
+}
+
+/// Others wrote the register: the library starts from there, and so do samples.
+void Timelines::noteExternal(Axis& axis) {
+  const std::uint64_t writes = axis.externalWrites;
+  if (writes == axis.externalWritesTold) {
+    return;
+  }
+  Event external{EventKind::external, Fault::none, axis.lastExternalMs, 0, axis.index};
+  external.count = writes - axis.externalWritesTold;
+  axis.externalWritesTold = writes;
+  listener_.tell(external, nullptr);
+  if (!axis.actuator.interpolates || axis.backlog.empty() ||
+      axis.lastExternalMs <= axis.lastReachedMs) {
+    return;
+  }
+  axis.start = presentStart(axis);
+  rebuild(axis);
+}
+
+void Timelines::judge(const Axis& axis, const Point& end) {
+  if (!axis.actuator.interpolates) {
+    return;
+  }
+  const double speed = speedOf(axis.start, end.timeMs, double{end.value.asFloat}, cycleMs_);
+  if (isTooFast(axis.actuator, speed)) {
+    Event steep{
+        EventKind::steep, Fault::none, cycles_.latestMs, end.batch, axis.index, end.index, 1};
+    steep.amount = speed;
+    listener_.tell(steep, &end);
+  }
+}
+
+SegmentStart Timelines::presentStart(const Axis& axis) const {
+  if (!axis.actuator.interpolates) {
+    return {cycles_.latestMs, 0.0};
+  }
+  const hal::AttrGeneric present(axis.command->loadFloat());
+  const bool startsAnew = !(present.asFloat == axis.timeline->currentValue);
+  // What lies outside the limits is written back within them by the first pass.
+  return {startsAnew ? cycles_.latestMs + cycleMs_ : cycles_.latestMs,
+          double{limited(axis.actuator, present).asFloat}};
+}
+
+bool Timelines::needsCare(const Axis& axis, std::int64_t latestMs) const {
+  if (axis.isIdle()) {
+    return false;
+  }
+  const Window::Items& items = axis.window.items();
+  return (!items.empty() && items.front().timeMs <= latestMs) ||
+         axis.externalWrites != axis.externalWritesTold ||
+         axis.window.isShort(axis.path(cycleMs_, latestMs));
+}
+
+void Timelines::fillUp(Axis& axis) {
+  if (axis.window.items().empty()) {
+    rebuild(axis);
+    return;
+  }
+  const std::size_t held = axis.window.items().size();
+  if (axis.window.isShort(pathOf(axis))) {
+    axis.window.fill(pathOf(axis), held + reserve_.available(numberOf(axis)));
+  }
+  if (axis.window.items().size() > held && !merge(axis, held)) {
+    axis.window = freshWindow(axis);
+    replace(axis, held);
+  }
+}
+
+void Timelines::rebuild(Axis& axis) {
+  Window fresh = freshWindow(axis);
+  const std::size_t held = axis.window.items().size();
+  const std::size_t common = commonBeginning(axis.window.items(), fresh.items());
+  axis.window = std::move(fresh);
+  if (common < held || !merge(axis, common)) {
+    replace(axis, held);
+  }
+}
+
+Window Timelines::freshWindow(const Axis& axis) const {
+  Window fresh;
+  if (needsAnchor(axis)) {
+    fresh.append(
+        {cycles_.latestMs, hal::AttrGeneric(axis.command->loadFloat()), WindowItem::Kind::anchor});
+  }
+  fresh.fill(pathOf(axis), reserve_.available(numberOf(axis)));
+  return fresh;
+}
+
+/// On an empty timeline whose last command lies further back than stamps compare, the
+/// library would take the next one at once.
+bool Timelines::needsAnchor(const Axis& axis) const {
+  return axis.actuator.interpolates && axis.window.items().empty() && !axis.backlog.empty() &&
+         axis.timeline->commandList.empty() && axis.backlog.front().timeMs > cycles_.latestMs &&
+         axis.command->loadFloat() == axis.timeline->currentValue &&
+         (axis.lastTakenMs == Axis::never || cycles_.latestMs - axis.lastTakenMs > furthestAheadMs);
+}
+
+/// The timeline holds so many items of the window; the others follow. False when others
+/// have left no room for them: then nothing has changed.
+bool Timelines::merge(const Axis& axis, std::size_t held) {
+  const std::size_t more = axis.window.items().size() - held;
+  const std::size_t room = static_cast<std::size_t>(TimedCommand::MAX_TIMELINE_ITEMS) -
+                           axis.timeline->commandList.size();
+  if (more > room) {
+    return false;
+  }
+  if (more > 0) {
+    push(axis, held, TimedCommand::MERGE);
+  }
+  return true;
+}
+
+/// Everything anew, in place of so many items. What others have queued there goes as well.
+void Timelines::replace(const Axis& axis, std::size_t held) {
+  push(axis, 0, TimedCommand::REPLACE);
+  released_ += held;
+  takeBackSome();
+}
+
+void Timelines::push(const Axis& axis, std::size_t from, TimedCommand::commandType mode) {
+  const Window::Items& items = axis.window.items();
+  CommandList nodes;
+  reserve_.lend(numberOf(axis), items.size() - from, nodes);
+  assign(nodes, items, from);
+  axis.timeline->pushTimedCommand(nodes, mode);
+}
+
+/// Items with equal stamps in reverse: the push turns them round.
+void Timelines::assign(CommandList& nodes, const Window::Items& items, std::size_t from) const {
+  auto node = nodes.begin();
+  for (std::size_t first = from; first < items.size();) {
+    std::size_t end = first + 1;
+    while (end < items.size() && items[end].timeMs == items[first].timeMs) {
+      ++end;
+    }
+    for (std::size_t i = end; i-- > first; ++node) {
+      *node = {items[i].value, stamp(items[i].timeMs)};
+    }
+    first = end;
+  }
+}
+
+bool Timelines::takeBackSome() {
+  constexpr std::size_t portion = 64;
+  const std::size_t taken = std::min(released_, portion);
+  reserve_.takeBack(taken);
+  released_ -= taken;
+  return released_ > 0;
+}
+
+}  // namespace host

@@ -1,0 +1,99 @@
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <deque>
+#include <vector>
+
+#include "host/engine/axis.h"
+#include "host/engine/cyclestate.h"
+#include "host/engine/nodereserve.h"
+#include "host/motion/event.h"
+
+namespace host {
+
+/// Keeps the timelines of the library in step with the backlogs: sees what cycles took,
+/// and hands over what the windows are to hold.
+///
+/// Invariant, whenever the gate is free: the timeline of an axis holds exactly the items of
+/// its window, and those are the beginning of its path. So a push changes nothing but the
+/// queue, and equal content means equal motion. What others push or clear is seen by the
+/// difference and told.
+///
+/// Of the command thread, which holds the gate wherever it is said.
+class Timelines {
+ public:
+  /// The references must outlive the object.
+  Timelines(const CycleState& cycles, Listener& listener, std::int64_t cycleMs,
+            std::uint32_t startTick);
+
+  /// Lays in so many nodes for each axis. Before the first cycle.
+  void layInNodes(const std::vector<std::size_t>& nodesPerAxis) { reserve_.fill(nodesPerAxis); }
+
+  /// Whether the nodes suffice for so many items that are due within two cycles. They are
+  /// kept for the axis while points wait.
+  [[nodiscard]] bool canHold(Axis& axis, std::size_t items);
+
+  /// Under the gate: sees what cycles have taken since the last look, and what others wrote.
+  void look(Axis& axis);
+  /// Whether there is anything to see or to hand over. Needs no gate.
+  [[nodiscard]] bool needsCare(const Axis& axis, std::int64_t latestMs) const;
+  /// Under the gate, after a look: hands over what follows in the path.
+  void fillUp(Axis& axis);
+  /// Under the gate, after a look: the path within the window has changed. Hands over what
+  /// differs, or everything anew.
+  void rebuild(Axis& axis);
+
+  /// Where the line to a new first point begins: what the register holds, at the latest
+  /// cycle, or at the next one where the library will start from it anew. Under the gate.
+  [[nodiscard]] SegmentStart presentStart(const Axis& axis) const;
+  /// Tells of a segment that is steeper than the actuator may move.
+  void judge(const Axis& axis, const Point& end);
+
+  /// Under the gate: a bounded portion of the nodes that timelines have released. True
+  /// while there are more.
+  bool takeBackSome();
+
+  [[nodiscard]] Path pathOf(const Axis& axis) const {
+    return axis.path(cycleMs_, cycles_.latestMs);
+  }
+  /// Where the cycle may go as far as this axis is concerned. Needs no gate: what the
+  /// axis holds was there at the latest look.
+  [[nodiscard]] std::int64_t boundMs(const Axis& axis, std::int64_t latestMs) const {
+    return axis.window.boundMs(axis.path(cycleMs_, latestMs));
+  }
+
+ private:
+  /// An item and the cycle that took it.
+  using TakenBy = std::vector<Cycle>;
+
+  [[nodiscard]] TakenBy takenSince(const Axis& axis) const;
+  void noteTaken(Axis& axis, const Cycle& cycle, std::vector<Point>& reached);
+  void reconcile(Axis& axis, const TakenBy& taken);
+  void noteExternal(Axis& axis);
+  [[nodiscard]] bool needsAnchor(const Axis& axis) const;
+  [[nodiscard]] Window freshWindow(const Axis& axis) const;
+  [[nodiscard]] bool merge(const Axis& axis, std::size_t held);
+  void replace(const Axis& axis, std::size_t held);
+  void push(const Axis& axis, std::size_t from, TimedCommand::commandType mode);
+  void assign(CommandList& nodes, const Window::Items& items, std::size_t from) const;
+
+  [[nodiscard]] static std::size_t numberOf(const Axis& axis) {
+    return static_cast<std::size_t>(axis.index);
+  }
+  [[nodiscard]] std::uint32_t stamp(std::int64_t timeMs) const {
+    return startTick_ + static_cast<std::uint32_t>(timeMs);
+  }
+
+  const CycleState& cycles_;
+  Listener& listener_;
+  const std::int64_t cycleMs_;
+  const std::uint32_t startTick_;
+  NodeReserve reserve_;
+  /// Nodes that timelines have released and that are in the pool still.
+  std::size_t released_ = 0;
+  /// Nodes that axes may need beyond those of their own.
+  std::size_t borrowed_ = 0;
+};
+
+}  // namespace host

@@ -1,0 +1,243 @@
+#include "host/engine/torvex.h"
+
+#include <algorithm>
+#include <future>
+#include <memory>
+#include <set>
+#include <stdexcept>
+
+#include "host/base/stopsignal.h"
+#include "host/engine/realtime.h"
+#include "host/engine/wallclock.h"
+
+namespace {
+
+/// How long the measured values may take to settle after the last command.
+constexpr std::int64_t longestSettlingMs = 2000;
+/// Until the first cycle, for the threads to take their places.
+constexpr std::int64_t startUpMs = 50;
+
+std::int64_t lastTime(const host::Plan& plan) {
+  std::int64_t lastMs = 0;
+  for (const host::Batch& batch : plan.batches) {
+    const std::vector<std::uint32_t>& times = batch.motion->times;
+    lastMs = std::max(
+        {lastMs, batch.momentMs.value_or(0), batch.originMs + (times.empty() ? 0 : times.back())});
+  }
+  return lastMs;
+}
+
+host::EngineOptions engineOptions(const host::RunOptions& options) {
+  return {options.poolName, options.preferenceDirectory, options.timing.cycleMs, options.startTick,
+          options.late};
+}
+
+std::string sensorColumn(const std::string& sensor) {
+  static const std::string suffix = "/Sensor";
+  const bool named = sensor.size() > suffix.size() &&
+                     sensor.compare(sensor.size() - suffix.size(), suffix.size(), suffix) == 0;
+  return (named ? sensor.substr(0, sensor.size() - suffix.size()) : sensor) + "/measured";
+}
+
+host::TracedValues tracedValues(host::Engine& engine, const host::MachineFile& machine,
+                                const host::Plan& plan) {
+  std::set<int> commanded;
+  for (const host::Batch& batch : plan.batches) {
+    commanded.insert(batch.motion->actuators.begin(), batch.motion->actuators.end());
+  }
+  host::TracedValues traced;
+  std::vector<host::TracedColumn>& columns = traced.columns;
+  std::set<const hal::DeviceAttrGeneric*> shown;
+  for (const int actuator : commanded) {
+    const host::Axis& axis = engine.axes()[static_cast<std::size_t>(actuator)];
+    host::ShownAxis& added = traced.axes.emplace_back(host::ShownAxis{axis, columns.size(), {}});
+    columns.push_back({axis.actuator.name + "/command", axis.command});
+    if (axis.measured != nullptr) {
+      added.measuredColumn = columns.size();
+      columns.push_back({axis.actuator.name + "/measured", axis.measured});
+      shown.insert(axis.measured);
+    }
+  }
+  int sensor = 0;
+  for (const simulation::Sensor& described : machine.description.sensors) {
+    const hal::DeviceAttrGeneric& value = engine.machine().sensorValue(sensor++);
+    if (shown.count(&value) == 0) {
+      columns.push_back({sensorColumn(described.name), &value});
+    }
+  }
+  return traced;
+}
+
+}  // namespace
+
+Torvex::Torvex(const host::MachineFile& machine, const host::Plan& plan,
+               const host::RunOptions& options)
+    : plan_(plan),
+      options_(options),
+      engine_(machine, engineOptions(options), this),
+      traced_(tracedValues(engine_, machine, plan)),
+      lastItemMs_(lastTime(plan)),
+      history_(traced_.columns.size(),
+               (lastItemMs_ + longestSettlingMs) / options.timing.cycleMs + 1),
+      latestCycleMs_(engine_.timeMs()),
+      row_(host::rowTimes + traced_.columns.size()) {
+  for (const host::Batch& batch : plan.batches) {
+    if (!engine_.submit(batch)) {
+      throw std::runtime_error("the motions hold more batches or points than can wait");
+    }
+  }
+}
+
+void Torvex::run(const Progress& progress) {
+  engine_.start();
+  if (options_.clock == host::Clock::simulated) {
+    runSimulated(progress);
+  } else {
+    runRealtime(progress);
+  }
+  history_.addLast(row_);
+}
+
+/// Commands and cycle take turns, so machine time never has to stand.
+void Torvex::runSimulated(const Progress& progress) {
+  for (std::int64_t clockCycle = 0;; ++clockCycle) {
+    engine_.wake(clockCycle);
+    constexpr int mostPasses = 100'000;
+    for (int passes = 0; !engine_.canGoOn(); ++passes) {
+      if (passes == mostPasses) {
+        throw std::logic_error("machine time does not go on");
+      }
+      engine_.pass();
+    }
+    cycle();
+    engine_.pass();
+    if (hasEnded()) {
+      return;
+    }
+    progress(engine_.timeMs());
+  }
+}
+
+void Torvex::runRealtime(const Progress& progress) {
+  const std::int64_t originNs = host::wallNs() + startUpMs * host::nsPerMs;
+  const auto guarded = [this, originNs](const host::ThreadPlace& place, const char* name,
+                                        void (Torvex::*drive)(std::int64_t)) {
+    try {
+      host::takePlace(place, name);
+      (this->*drive)(originNs);
+    } catch (...) {
+      ended_ = true;
+      throw;
+    }
+  };
+  std::future<void> commandThread;
+  std::future<void> cycleThread;
+  // Whatever goes wrong here, the threads end before their futures wait for them.
+  const std::unique_ptr<std::atomic<bool>, void (*)(std::atomic<bool>*)> endAtExit(
+      &ended_, [](std::atomic<bool>* ended) { *ended = true; });
+  const host::ThreadPlace& cyclePlace = options_.cyclePlace;
+  commandThread = std::async(std::launch::async, guarded, host::placeBelow(cyclePlace), "commands",
+                             &Torvex::driveCommands);
+  cycleThread = std::async(std::launch::async, guarded, cyclePlace, "cycle", &Torvex::driveCycles);
+  constexpr std::int64_t progressNs = 50 * host::nsPerMs;
+  while (cycleThread.wait_for(std::chrono::nanoseconds(progressNs)) != std::future_status::ready) {
+    progress(latestCycleMs_);
+  }
+  ended_ = true;
+  commandThread.get();
+  cycleThread.get();
+  engine_.pass();
+}
+
+void Torvex::driveCycles(std::int64_t originNs) {
+  const std::int64_t cycleNs = options_.timing.cycleMs * host::nsPerMs;
+  const auto gridPoint = [&] { return (host::wallNs() - originNs) / cycleNs; };
+  for (std::int64_t point = 0;;) {
+    const std::int64_t plannedNs = originNs + point * cycleNs;
+    host::sleepUntil(plannedNs);
+    counts_.latencies.add(static_cast<std::uint64_t>(host::wallNs() - plannedNs));
+    point = std::max(point, gridPoint());
+    engine_.wake(point);
+    waitForCommands(originNs + point * cycleNs + cycleNs / 2);
+    cycle();
+    if (hasEnded()) {
+      return;
+    }
+    point = std::max(point + 1, gridPoint() + 1);
+  }
+}
+
+/// In short steps, and never spinning: both threads may share a processor.
+void Torvex::waitForCommands(std::int64_t untilNs) {
+  constexpr std::int64_t stepNs = 50'000;
+  while (!engine_.canGoOn() && !ended_ && host::wallNs() < untilNs) {
+    host::sleepUntil(host::wallNs() + stepNs);
+  }
+}
+
+/// In the middle between two cycles.
+void Torvex::driveCommands(std::int64_t originNs) {
+  const std::int64_t cycleNs = options_.timing.cycleMs * host::nsPerMs;
+  while (!ended_) {
+    const std::int64_t nextMiddle = (host::wallNs() - originNs + cycleNs / 2) / cycleNs;
+    host::sleepUntil(originNs + nextMiddle * cycleNs + cycleNs / 2);
+    engine_.pass();
+  }
+}
+
+void Torvex::cycle() {
+  const std::int64_t beginNs = host::wallNs();
+  const std::int64_t stepMs = engine_.goOn();
+  if (stepMs == 0) {
+    return;
+  }
+  engine_.machine().step(static_cast<double>(stepMs) / 1000.0);
+  readBack();
+  ++counts_.cycles;
+  counts_.durations.add(static_cast<std::uint64_t>(host::wallNs() - beginNs));
+  writeDown();
+  latestCycleMs_ = engine_.timeMs();
+}
+
+void Torvex::readBack() {
+  const std::int64_t timeMs = engine_.timeMs();
+  row_[0] = static_cast<double>(timeMs);
+  row_[1] = static_cast<double>(timeMs - std::int64_t{plan_.schedule.approachMs});
+  for (std::size_t i = 0; i < traced_.columns.size(); ++i) {
+    row_[host::rowTimes + i] = host::numberIn(*traced_.columns[i].attribute);
+  }
+  history_.add(row_);
+}
+
+void Torvex::writeDown() {
+  if (trace_ == nullptr) {
+    return;
+  }
+  if (options_.clock == host::Clock::simulated) {
+    trace_->pushWaiting(row_);
+  } else if (!trace_->push(row_)) {
+    ++counts_.droppedTraceRows;
+  }
+}
+
+bool Torvex::hasEnded() {
+  if (ended_ || host::StopSignal::received() != 0) {
+    return true;
+  }
+  if (!engine_.isIdle()) {
+    return false;
+  }
+  const std::int64_t timeMs = engine_.timeMs();
+  if (idleSinceMs_ < 0) {
+    idleSinceMs_ = timeMs;
+  }
+  return hasSettled() || timeMs - idleSinceMs_ >= longestSettlingMs;
+}
+
+bool Torvex::hasSettled() const {
+  constexpr double settledShare = 0.1;
+  return std::all_of(traced_.axes.begin(), traced_.axes.end(),
+                     [this](const host::ShownAxis& shown) {
+                       return shown.axis.trackingError() <= settledShare * options_.tolerance;
+                     });
+}

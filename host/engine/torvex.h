@@ -1,0 +1,115 @@
+#pragma once
+
+#include <atomic>
+#include <cstddef>
+#include <cstdint>
+#include <functional>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "host/engine/engine.h"
+#include "host/engine/histogram.h"
+#include "host/engine/samplehistory.h"
+#include "host/engine/trace.h"
+#include "host/motion/plan.h"
+#include "host/runoptions.h"
+
+namespace host {
+
+/// What the cycle counted.
+struct CycleCount {
+  std::uint64_t cycles = 0;
+  std::uint64_t droppedTraceRows = 0;
+  /// Without handing over the trace row, which may wait in simulated time.
+  Histogram durations;
+  /// From the moment a cycle was planned for to its begin; nothing in simulated time.
+  Histogram latencies;
+};
+
+/// A quantity that is written down every cycle.
+struct TracedColumn {
+  /// "NAME/command" or "NAME/measured".
+  std::string name;
+  const hal::DeviceAttrGeneric* attribute = nullptr;
+};
+
+/// An axis that the plan commands, and where the traced columns hold it.
+struct ShownAxis {
+  const Axis& axis;
+  std::size_t commandColumn = 0;
+  std::optional<std::size_t> measuredColumn;
+};
+
+/// What is written down of a run: the commanded actuators, in the order of the machine, with
+/// what measures them, and all other sensors.
+struct TracedValues {
+  std::vector<ShownAxis> axes;
+  std::vector<TracedColumn> columns;
+};
+
+}  // namespace host
+
+/// The reference host: an engine, its threads and clocks, for one run of one plan.
+class Torvex {
+ public:
+  /// Called now and then, outside the control cycle, with the machine time in milliseconds
+  /// of the latest cycle.
+  using Progress = std::function<void(std::int64_t timeMs)>;
+
+  /// Starts everything up, ready for the first cycle. The arguments must outlive
+  /// the object. Throws `simulation::Error`.
+  Torvex(const host::MachineFile& machine, const host::Plan& plan, const host::RunOptions& options);
+
+  Torvex(const Torvex&) = delete;
+  Torvex& operator=(const Torvex&) = delete;
+
+  /// Who is told what becomes of points. Before `run`.
+  void addListener(host::Listener& listener) { engine_.addListener(listener); }
+
+  /// Every cycle writes a row of `columns()` to this trace. Set before `run`, which must
+  /// end before the trace does.
+  void setTrace(host::Trace* trace) { trace_ = trace; }
+
+  /// Hands the plan in and runs until every timeline has run out and the measured values
+  /// have settled, or a signal asks to stop. Lets through what a cycle throws.
+  void run(const Progress& progress);
+
+  [[nodiscard]] const host::RunOptions& options() const { return options_; }
+  [[nodiscard]] host::Engine& engine() { return engine_; }
+  [[nodiscard]] const host::Engine& engine() const { return engine_; }
+  [[nodiscard]] const std::vector<host::ShownAxis>& shownAxes() const { return traced_.axes; }
+  [[nodiscard]] const std::vector<host::TracedColumn>& columns() const { return traced_.columns; }
+  [[nodiscard]] const host::SampleHistory& history() const { return history_; }
+  [[nodiscard]] const host::CycleCount& counts() const { return counts_; }
+  /// When the last command is due, in milliseconds of machine time.
+  [[nodiscard]] std::int64_t lastItemMs() const { return lastItemMs_; }
+
+ private:
+  void runSimulated(const Progress& progress);
+  void runRealtime(const Progress& progress);
+  void driveCycles(std::int64_t originNs);
+  void driveCommands(std::int64_t originNs);
+  void waitForCommands(std::int64_t untilNs);
+
+  void cycle();
+  void readBack();
+  void writeDown();
+  [[nodiscard]] bool hasEnded();
+  [[nodiscard]] bool hasSettled() const;
+
+  const host::Plan& plan_;
+  const host::RunOptions& options_;
+  host::Trace* trace_ = nullptr;
+
+  host::Engine engine_;
+  const host::TracedValues traced_;
+  const std::int64_t lastItemMs_;
+  host::SampleHistory history_;
+
+  std::atomic<bool> ended_{false};
+  std::atomic<std::int64_t> latestCycleMs_;
+  std::int64_t idleSinceMs_ = -1;
+  std::vector<double> row_;
+  host::CycleCount counts_;
+};

@@ -1,0 +1,136 @@
+#include "host/engine/trace.h"
+
+#include <fmt/format.h>
+
+#include <algorithm>
+#include <chrono>
+#include <cmath>
+#include <iterator>
+
+#include "host/engine/samplehistory.h"
+
+namespace host {
+namespace {
+
+using namespace std::chrono_literals;
+
+/// Four seconds at a thousand cycles a second, within bounds for memory.
+std::size_t queueLength(std::size_t rowLength) {
+  constexpr std::size_t rows = 4096;
+  constexpr std::size_t mostNumbers = std::size_t{1} << 23;
+  constexpr std::size_t leastRows = 16;
+  return std::max(std::min(rows * rowLength, mostNumbers), leastRows * rowLength);
+}
+
+/// Commas and quotes in a name would break the table.
+std::string csvField(const std::string& text) {
+  if (text.find_first_of(",\"\r\n") == std::string::npos) {
+    return text;
+  }
+  std::string quoted = "\"";
+  for (const char character : text) {
+    quoted.append(character == '"' ? 2 : 1, character);
+  }
+  return quoted + "\"";
+}
+
+/// The shortest text that reads back exactly: most values are single floats.
+void appendNumber(fmt::memory_buffer& text, double value) {
+  const auto single = static_cast<float>(value);
+  if (double{single} == value || std::isnan(value)) {
+    fmt::format_to(std::back_inserter(text), ",{}", single);
+  } else {
+    fmt::format_to(std::back_inserter(text), ",{}", value);
+  }
+}
+
+void appendRow(fmt::memory_buffer& text, const std::vector<double>& row) {
+  fmt::format_to(std::back_inserter(text), "{},{}", static_cast<std::int64_t>(row[0]),
+                 static_cast<std::int64_t>(row[1]));
+  for (std::size_t i = rowTimes; i < row.size(); ++i) {
+    appendNumber(text, row[i]);
+  }
+  text.push_back('\n');
+}
+
+}  // namespace
+
+Trace::Trace(const std::string& path, const std::vector<std::string>& columns)
+    : file_(path), rowLength_(rowTimes + columns.size()), queue_(queueLength(rowLength_)) {
+  std::string header = "time_ms,motion_ms";
+  for (const std::string& column : columns) {
+    header += "," + csvField(column);
+  }
+  header += "\n";
+  file_.write(header.data(), header.size());
+  // Touches every page of the queue, so that no cycle waits for one.
+  const std::vector<double> zeros(rowLength_);
+  while (push(zeros)) {
+  }
+  queue_.reset();
+  writer_ = std::thread([this] {
+    try {
+      writeRows();
+    } catch (...) {
+      failure_ = std::current_exception();
+      broken_ = true;
+    }
+  });
+}
+
+Trace::~Trace() {
+  stop();
+}
+
+bool Trace::push(const std::vector<double>& row) noexcept {
+  if (queue_.write_available() < rowLength_) {
+    return false;
+  }
+  queue_.push(row.data(), row.size());
+  return true;
+}
+
+void Trace::pushWaiting(const std::vector<double>& row) {
+  while (!push(row) && !broken_) {
+    std::this_thread::sleep_for(100us);
+  }
+}
+
+void Trace::writeRows() {
+  constexpr std::size_t blockBytes = 1 << 16;
+  std::vector<double> row(rowLength_);
+  fmt::memory_buffer text;
+  for (bool open = true; open;) {
+    open = !closing_;
+    // Rows are pushed whole, so a first number means that the rest is there.
+    while (queue_.read_available() >= rowLength_) {
+      queue_.pop(row.data(), row.size());
+      appendRow(text, row);
+      if (text.size() >= blockBytes) {
+        file_.write(text.data(), text.size());
+        text.clear();
+      }
+    }
+    if (open) {
+      std::this_thread::sleep_for(1ms);
+    }
+  }
+  file_.write(text.data(), text.size());
+}
+
+void Trace::stop() {
+  closing_ = true;
+  if (writer_.joinable()) {
+    writer_.join();
+  }
+}
+
+void Trace::finish() {
+  stop();
+  if (failure_ != nullptr) {
+    std::rethrow_exception(failure_);
+  }
+  file_.commit();
+}
+
+}  // namespace host

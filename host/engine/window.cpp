@@ -1,0 +1,121 @@
+#include "host/engine/window.h"
+
+#include <algorithm>
+
+#include "host/motion/density.h"
+
+namespace host {
+namespace {
+
+constexpr std::size_t mostInTimeline = TimedCommand::MAX_TIMELINE_ITEMS;
+
+bool isPoint(const WindowItem& item) {
+  return item.kind == WindowItem::Kind::point;
+}
+
+}  // namespace
+
+void Window::clear() {
+  items_.clear();
+  points_ = 0;
+}
+
+void Window::append(const WindowItem& item) {
+  items_.push_back(item);
+  points_ += isPoint(item) ? 1 : 0;
+}
+
+void Window::popFront() {
+  points_ -= isPoint(items_.front()) ? 1 : 0;
+  items_.pop_front();
+}
+
+void Window::erase(std::size_t position) {
+  points_ -= isPoint(items_[position]) ? 1 : 0;
+  items_.erase(items_.begin() + static_cast<std::ptrdiff_t>(position));
+}
+
+/// What follows on the path behind the last item. There is more of it.
+WindowItem Window::next(const Path& path) const {
+  const Point& end = path.backlog[points_];
+  if (path.interpolates) {
+    SegmentStart start = path.start;
+    if (points_ > 0) {
+      const Point& before = path.backlog[points_ - 1];
+      start = {std::max(before.timeMs, path.latestMs), double{before.value.asFloat}};
+    }
+    std::int64_t afterMs = std::max(start.timeMs, path.latestMs);
+    if (!items_.empty()) {
+      afterMs = std::max(afterMs, items_.back().timeMs);
+    }
+    if (const auto sample = sampleAfter(start, end, afterMs, path.cycleMs)) {
+      return {sample->timeMs, hal::AttrGeneric(sample->value), WindowItem::Kind::sample};
+    }
+  }
+  return {end.timeMs, end.value, WindowItem::Kind::point};
+}
+
+/// How many points have the time of this item, from it on.
+std::size_t Window::tiedWith(const Path& path, const WindowItem& item) const {
+  std::size_t end = points_;
+  while (end < path.backlog.size() && path.backlog[end].timeMs == item.timeMs) {
+    ++end;
+  }
+  return std::max<std::size_t>(end - points_, 1);
+}
+
+std::size_t Window::behind(std::int64_t nextMs) const {
+  const auto first = std::upper_bound(
+      items_.begin(), items_.end(), nextMs,
+      [](std::int64_t timeMs, const WindowItem& item) { return timeMs < item.timeMs; });
+  return static_cast<std::size_t>(items_.end() - first);
+}
+
+bool Window::isShort(const Path& path) const {
+  if (isWholePath(path) || items_.size() >= mostInTimeline) {
+    return false;
+  }
+  const std::int64_t nextMs = path.nextMs();
+  const bool reachesFar = !items_.empty() && items_.back().timeMs >= nextMs + windowMs;
+  if (reachesFar && behind(nextMs) >= windowItems) {
+    return false;
+  }
+  return next(path).timeMs <= nextMs + furthestAheadMs;
+}
+
+void Window::fill(const Path& path, std::size_t mostItems) {
+  const std::int64_t nextMs = path.nextMs();
+  const std::size_t most = std::min(mostItems, mostInTimeline);
+  std::size_t behindNext = behind(nextMs);
+  while (!isWholePath(path)) {
+    const WindowItem item = next(path);
+    const bool isTied = !items_.empty() && items_.back().timeMs == item.timeMs;
+    const bool isFull = behindNext >= windowItems + refillItems && item.timeMs > nextMs + windowMs;
+    if (!isTied && (isFull || item.timeMs > nextMs + furthestAheadMs ||
+                    items_.size() + tiedWith(path, item) > most)) {
+      return;
+    }
+    append(item);
+    behindNext += item.timeMs > nextMs ? 1 : 0;
+  }
+}
+
+std::int64_t Window::boundMs(const Path& path) const {
+  if (isWholePath(path)) {
+    return unboundedMs;
+  }
+  if (!path.interpolates) {
+    const std::int64_t nextMs = path.backlog[points_].timeMs;
+    return nextMs > path.nextMs() + furthestAheadMs ? unboundedMs
+                                                    : std::max(nextMs - 1, path.latestMs);
+  }
+  if (items_.empty()) {
+    return path.latestMs;
+  }
+  // A full timeline has no room for what follows until a cycle has taken some.
+  const bool isFull = items_.size() == mostInTimeline;
+  const std::int64_t endMs = items_.back().timeMs;
+  return isFull ? std::max(endMs, path.nextMs()) : endMs;
+}
+
+}  // namespace host

@@ -1,0 +1,69 @@
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+
+#include "host/motion/point.h"
+
+namespace host {
+
+/// What can become of the points of a batch, and of a machine.
+enum class EventKind : std::uint8_t {
+  taken,       ///< points of a batch wait on an axis
+  reached,     ///< points were reached in a cycle
+  cleared,     ///< points were removed by another batch, or by others
+  late,        ///< points were due before they could be reached
+  limited,     ///< a point was moved into the limits
+  steep,       ///< a segment asks for more than the maximum velocity
+  refused,     ///< a batch was refused, and why
+  handedLate,  ///< machine time stood for a batch, or it came after its moment
+  external,    ///< others wrote the command register
+  stalled,     ///< the machine stood, because the process did
+};
+constexpr std::size_t eventKinds = 10;
+
+/// Why a batch is refused.
+enum class Fault : std::uint8_t {
+  none,
+  full,       ///< too many points wait already
+  tooDense,   ///< more points of an axis are due within two cycles than a timeline holds
+  notFinite,  ///< the command register would become infinite or no number
+};
+
+/// What happened. An event about points names one batch, and points whose numbers in the
+/// batch follow each other.
+struct Event {
+  EventKind kind = EventKind::taken;
+  Fault reason = Fault::none;
+  /// The latest cycle, or the one that it happened in: machine time.
+  std::int64_t timeMs = 0;
+  std::uint32_t batch = 0;
+  /// The actuator, as its index in the machine; -1 for all of a batch or machine.
+  int actuator = -1;
+  /// The first of these points.
+  std::uint32_t point = 0;
+  /// How many points; for `external` cycles.
+  std::uint64_t count = 0;
+  /// `cleared`: the batch that did it, or `byOthers`.
+  std::uint32_t byBatch = 0;
+  /// `limited`: what was asked. `steep`: the speed, in units a second. `late`,
+  /// `handedLate` and `stalled`: milliseconds.
+  double amount = 0.0;
+
+  static constexpr std::uint32_t byOthers = ~std::uint32_t{0};
+};
+
+/// Is told what happens, in order, by the thread that makes it happen.
+class Listener {
+ public:
+  Listener() = default;
+  Listener(const Listener&) = delete;
+  Listener& operator=(const Listener&) = delete;
+  virtual ~Listener() = default;
+
+  /// `points` are the `event.count` points that it is about, gone after the call; null where
+  /// it only counts.
+  virtual void tell(const Event& event, const Point* points) = 0;
+};
+
+}  // namespace host

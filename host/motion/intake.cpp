@@ -1,0 +1,98 @@
+#include "host/motion/intake.h"
+
+#include <algorithm>
+
+#include "host/motion/density.h"
+#include "host/motion/limits.h"
+
+namespace host {
+namespace {
+
+/// As the library's sort leaves them.
+void turnTiesRound(std::vector<Point>& points) {
+  for (auto first = points.begin(); first != points.end();) {
+    const auto end = std::find_if(
+        first, points.end(), [&](const Point& point) { return point.timeMs != first->timeMs; });
+    std::reverse(first, end);
+    first = end;
+  }
+}
+
+}  // namespace
+
+std::vector<Point> Intake::points() const {
+  const Motion& motion = *batch.motion;
+  std::vector<Point> points;
+  points.reserve(motion.times.size());
+  for (std::size_t i = 0; i < motion.times.size(); ++i) {
+    points.push_back({batch.originMs + motion.times[i], limited(actuator, motion.value(i, column)),
+                      number, static_cast<std::uint32_t>(i)});
+  }
+  turnTiesRound(points);
+  return points;
+}
+
+Event Intake::findFault(const std::vector<Point>& points, const Backlog& backlog,
+                        const hal::AttrGeneric& present, std::size_t& inTwoCycles) const {
+  Event fault{EventKind::refused, Fault::none, latestMs, number, actuatorIndex()};
+  const auto bad = std::find_if(points.begin(), points.end(), [this](const Point& point) {
+    return !isCommandable(actuator, point.value);
+  });
+  if (bad != points.end() || (!points.empty() && !isCommandable(actuator, present))) {
+    fault.reason = Fault::notFinite;
+    fault.point = bad != points.end() ? bad->index : 0;
+    return fault;
+  }
+  inTwoCycles = densityAround(points, backlog, mode(), latestMs, cycleMs).inTwoCycles;
+  if (inTwoCycles > TimedCommand::MAX_TIMELINE_ITEMS) {
+    fault.reason = Fault::tooDense;
+    fault.amount = static_cast<double>(inTwoCycles);
+  }
+  return fault;
+}
+
+void Intake::tellTaken(const std::vector<Point>& points, PointCounts& counts,
+                       Listener& listener) const {
+  Event taken{EventKind::taken, Fault::none, latestMs, number, actuatorIndex()};
+  taken.count = points.size();
+  listener.tell(taken, points.data());
+  Event late = taken;
+  late.kind = EventKind::late;
+  late.count = 0;
+  const std::int64_t inTimeMs = std::max(batch.momentMs.value_or(latestMs + 1), latestMs + 1);
+  for (const Point& point : points) {
+    if (point.timeMs < inTimeMs) {
+      ++late.count;
+      late.amount = std::max(late.amount, static_cast<double>(inTimeMs - point.timeMs));
+    }
+    const hal::AttrGeneric& asked = batch.motion->value(point.index, column);
+    if (!isSameValue(asked, point.value)) {
+      Event moved{EventKind::limited, Fault::none, latestMs, number,
+                  actuatorIndex(),    point.index, 1};
+      moved.amount = commandedNumber(actuator, asked);
+      listener.tell(moved, &point);
+      ++counts.limited;
+    }
+  }
+  if (late.count > 0) {
+    listener.tell(late, nullptr);
+  }
+  counts.late += late.count;
+}
+
+void tellRuns(Event event, const std::vector<Point>& points, Listener& listener) {
+  for (auto first = points.begin(); first != points.end();) {
+    auto end = first + 1;
+    while (end != points.end() && end->batch == first->batch &&
+           end->index == (end - 1)->index + 1) {
+      ++end;
+    }
+    event.batch = first->batch;
+    event.point = first->index;
+    event.count = static_cast<std::uint64_t>(end - first);
+    listener.tell(event, &*first);
+    first = end;
+  }
+}
+
+}  // namespace host

@@ -1,0 +1,45 @@
+#pragma once
+
+#include <cstdint>
+#include <vector>
+
+#include "host/motion/backlog.h"
+#include "host/motion/batch.h"
+#include "host/motion/event.h"
+#include "host/motion/pointcounts.h"
+#include "simulation/machine.h"
+
+namespace host {
+
+/// One batch on its way into the backlog of one axis.
+struct Intake {
+  const Batch& batch;
+  std::uint32_t number = 0;
+  /// The batch's column for this actuator.
+  std::size_t column = 0;
+  const simulation::Actuator& actuator;
+  /// Machine time of the latest cycle.
+  std::int64_t latestMs = 0;
+  std::int64_t cycleMs = 1;
+
+  [[nodiscard]] int actuatorIndex() const { return batch.motion->actuators[column]; }
+  [[nodiscard]] TimedCommand::commandType mode() const { return batch.motion->mode; }
+
+  /// The points of the axis, within its limits, in the order in which they are to wait: the
+  /// later one of two with the same time first.
+  [[nodiscard]] std::vector<Point> points() const;
+
+  /// Why these points cannot be taken: an event `refused`, with no reason where they can.
+  /// `present` is what the register holds; `inTwoCycles` tells the density that results.
+  [[nodiscard]] Event findFault(const std::vector<Point>& points, const Backlog& backlog,
+                                const hal::AttrGeneric& present, std::size_t& inTwoCycles) const;
+
+  /// Tells that these points are taken; tells of those that are late or limited, and counts
+  /// them.
+  void tellTaken(const std::vector<Point>& points, PointCounts& counts, Listener& listener) const;
+};
+
+/// Tells one event for each run of points that follow each other in their batch.
+void tellRuns(Event event, const std::vector<Point>& points, Listener& listener);
+
+}  // namespace host

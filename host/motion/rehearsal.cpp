@@ -1,0 +1,202 @@
+#include "host/motion/rehearsal.h"
+
+#include <algorithm>
+#include <cmath>
+#include <limits>
+#include <numeric>
+
+#include "host/motion/backlog.h"
+#include "host/motion/intake.h"
+#include "host/motion/limits.h"
+#include "host/motion/segment.h"
+
+namespace host {
+namespace {
+
+/// One axis, moved along from change to change.
+class RehearsedAxis {
+ public:
+  RehearsedAxis(int index, const simulation::Actuator& actuator, std::int64_t cycleMs,
+                Listener& listener)
+      : index_(index),
+        actuator_(actuator),
+        cycleMs_(cycleMs),
+        listener_(listener),
+        latestMs_(-cycleMs),
+        start_{0, commandedNumber(actuator, initialRecord(actuator))} {}
+
+  /// Runs all cycles up to this one.
+  void goOnTo(std::int64_t cycleMs) {
+    hasRun_ = hasRun_ || (cycleMs > latestMs_ && !backlog_.empty());
+    while (!backlog_.empty() && reachingCycle(backlog_.front()) <= cycleMs) {
+      run(reachingCycle(backlog_.front()));
+    }
+    latestMs_ = std::max(latestMs_, cycleMs);
+  }
+
+  [[nodiscard]] Intake intake(const Batch& batch, std::uint32_t number, std::size_t column) const {
+    return {batch, number, column, actuator_, latestMs_, cycleMs_};
+  }
+  [[nodiscard]] Event findFault(const Intake& intake, const std::vector<Point>& points) const {
+    std::size_t inTwoCycles = 0;
+    hal::AttrGeneric present = initialRecord(actuator_);
+    if (actuator_.interpolates) {
+      present.asFloat = static_cast<float>(start_.value);
+    }
+    return intake.findFault(points, backlog_, present, inTwoCycles);
+  }
+
+  void take(const Intake& intake, const std::vector<Point>& points) {
+    const bool hadFirst = !backlog_.empty();
+    const Point first = hadFirst ? backlog_.front() : Point();
+    const SegmentStart present = presentStart();
+    Event cleared{EventKind::cleared, Fault::none, latestMs_, 0, index_};
+    cleared.byBatch = intake.number;
+    const std::vector<Point> removed = backlog_.take(points, intake.mode());
+    const bool goesOn = hadFirst && !backlog_.empty() && backlog_.front().isSamePointAs(first);
+    if (!goesOn) {
+      if (hadFirst && latestMs_ > start_.timeMs && first.timeMs > latestMs_) {
+        judge(first);
+      }
+      start_ = present;
+    }
+    counts_.points += points.size();
+    counts_.cleared += removed.size();
+    tellRuns(cleared, removed, listener_);
+    intake.tellTaken(points, counts_, listener_);
+  }
+
+  void refuse(std::size_t points) {
+    counts_.points += points;
+    counts_.refused += points;
+  }
+
+  [[nodiscard]] const PointCounts& counts() const { return counts_; }
+
+ private:
+  [[nodiscard]] std::int64_t reachingCycle(const Point& point) const {
+    const std::int64_t cycles = (point.timeMs - latestMs_ + cycleMs_ - 1) / cycleMs_;
+    return latestMs_ + std::max<std::int64_t>(cycles, 1) * cycleMs_;
+  }
+
+  void run(std::int64_t cycleMs) {
+    std::vector<Point> reached;
+    const std::size_t count = reachedCount(backlog_.size(), cycleMs,
+                                           [this](std::size_t i) { return backlog_[i].timeMs; });
+    for (std::size_t i = 0; i < count; ++i) {
+      const Point point = backlog_.front();
+      backlog_.popFront();
+      judge(point);
+      start_ = {std::max(point.timeMs, cycleMs - cycleMs_), double{point.value.asFloat}};
+      reached.push_back(point);
+    }
+    counts_.reached += count;
+    tellRuns({EventKind::reached, Fault::none, cycleMs, 0, index_}, reached, listener_);
+    latestMs_ = cycleMs;
+  }
+
+  void judge(const Point& end) {
+    const double speed = speedOf(start_, end.timeMs, double{end.value.asFloat}, cycleMs_);
+    if (actuator_.interpolates && isTooFast(actuator_, speed)) {
+      Event steep{EventKind::steep, Fault::none, latestMs_, end.batch, index_, end.index, 1};
+      steep.amount = speed;
+      listener_.tell(steep, &end);
+    }
+  }
+
+  /// Where a line to a new first point begins. The library has no value of its own before
+  /// its first pass, and then begins a cycle later.
+  [[nodiscard]] SegmentStart presentStart() const {
+    double value = start_.value;
+    if (!backlog_.empty() && start_.timeMs < latestMs_ && backlog_.front().timeMs > latestMs_) {
+      value = valueOnLine(start_, backlog_.front().timeMs, double{backlog_.front().value.asFloat},
+                          latestMs_);
+    }
+    return {hasRun_ ? latestMs_ : latestMs_ + cycleMs_, value};
+  }
+
+  const int index_;
+  const simulation::Actuator& actuator_;
+  const std::int64_t cycleMs_;
+  Listener& listener_;
+  std::int64_t latestMs_;
+  Backlog backlog_;
+  SegmentStart start_;
+  bool hasRun_ = false;
+  PointCounts counts_;
+};
+
+class Rehearsal {
+ public:
+  Rehearsal(const MachineFile& machine, const Plan& plan, Listener& listener)
+      : cycleMs_(plan.schedule.cycleMs), listener_(listener) {
+    for (const simulation::Actuator& actuator : machine.description.actuators) {
+      axes_.emplace_back(static_cast<int>(axes_.size()), actuator, cycleMs_, listener);
+    }
+  }
+
+  void handOver(const Batch& batch, std::uint32_t number) {
+    const std::int64_t momentMs = batch.momentMs.value_or(0);
+    const std::int64_t latestMs = (momentMs + cycleMs_ - 1) / cycleMs_ * cycleMs_ - cycleMs_;
+    const std::vector<int>& actuators = batch.motion->actuators;
+    std::vector<std::vector<Point>> points;
+    Event fault;
+    for (std::size_t column = 0; column < actuators.size(); ++column) {
+      RehearsedAxis& axis = axisOf(actuators[column]);
+      axis.goOnTo(latestMs);
+      const Intake intake = axis.intake(batch, number, column);
+      points.push_back(intake.points());
+      if (fault.reason == Fault::none) {
+        fault = axis.findFault(intake, points.back());
+      }
+    }
+    for (std::size_t column = 0; column < actuators.size(); ++column) {
+      RehearsedAxis& axis = axisOf(actuators[column]);
+      if (fault.reason == Fault::none) {
+        axis.take(axis.intake(batch, number, column), points[column]);
+      } else {
+        axis.refuse(points[column].size());
+        fault.count += points[column].size();
+      }
+    }
+    if (fault.reason != Fault::none) {
+      listener_.tell(fault, nullptr);
+    }
+  }
+
+  std::vector<PointCounts> finish() {
+    std::vector<PointCounts> counts;
+    for (RehearsedAxis& axis : axes_) {
+      axis.goOnTo(std::numeric_limits<std::int64_t>::max() / 2);
+      counts.push_back(axis.counts());
+    }
+    return counts;
+  }
+
+ private:
+  [[nodiscard]] RehearsedAxis& axisOf(int actuator) {
+    return axes_[static_cast<std::size_t>(actuator)];
+  }
+
+  const std::int64_t cycleMs_;
+  Listener& listener_;
+  std::vector<RehearsedAxis> axes_;
+};
+
+}  // namespace
+
+std::vector<PointCounts> rehearse(const MachineFile& machine, const Plan& plan,
+                                  Listener& listener) {
+  std::vector<std::uint32_t> order(plan.batches.size());
+  std::iota(order.begin(), order.end(), 0U);
+  std::stable_sort(order.begin(), order.end(), [&](std::uint32_t one, std::uint32_t other) {
+    return plan.batches[one].momentMs < plan.batches[other].momentMs;
+  });
+  Rehearsal rehearsal(machine, plan, listener);
+  for (const std::uint32_t number : order) {
+    rehearsal.handOver(plan.batches[number], number);
+  }
+  return rehearsal.finish();
+}
+
+}  // namespace host

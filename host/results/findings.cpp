@@ -1,0 +1,138 @@
+#include "host/results/findings.h"
+
+#include <fmt/format.h>
+
+#include <algorithm>
+#include <cmath>
+
+#include "host/motion/limits.h"
+
+namespace host {
+namespace {
+
+const char* nounOf(EventKind kind) {
+  return kind == EventKind::steep ? "segment" : "point";
+}
+
+/// The points of an actuator's batch come together; those of several are as many as the
+/// actuator with most has.
+bool isAboutWholeBatch(EventKind kind) {
+  return kind == EventKind::late || kind == EventKind::handedLate || kind == EventKind::refused;
+}
+
+}  // namespace
+
+std::string shown(const Finding& finding, const char* kind) {
+  if (finding.location.line == 0) {
+    return fmt::format("torvex: {}: {}", kind, finding.text);
+  }
+  return fmt::format("{}:{}:{}: {}: {}", finding.path, finding.location.line,
+                     finding.location.column, kind, finding.text);
+}
+
+void Findings::tell(const Event& event, const Point* points) {
+  switch (event.kind) {
+    case EventKind::limited: {
+      const double done = commandedNumber(actuatorOf(event), points->value);
+      note(event, std::abs(event.amount - done), limitText(event, *points));
+      break;
+    }
+    case EventKind::steep:
+      note(event, event.amount, speedText(event, *points));
+      break;
+    case EventKind::late:
+      note(event, event.amount,
+           fmt::format("{} of {} points late by {} ms", event.count,
+                       plan_.batches[event.batch].motion->times.size(), event.amount));
+      break;
+    case EventKind::handedLate:
+      note(event, event.amount,
+           event.amount > 0 ? fmt::format("handed over {} ms after its moment", event.amount)
+                            : "machine time stood until it was handed over");
+      break;
+    case EventKind::refused:
+      note(event, event.amount, refusalText(event));
+      break;
+    case EventKind::taken:
+    case EventKind::reached:
+    case EventKind::cleared:
+    case EventKind::stalled:
+    case EventKind::external:
+      break;
+  }
+}
+
+void Findings::note(const Event& event, double excess, const std::string& text) {
+  const int actuator = isAboutWholeBatch(event.kind) ? -1 : event.actuator;
+  Worst& worst = worst_[{event.batch, {event.kind, actuator}}];
+  ++worst.count;
+  if (worst.count == 1 || excess > worst.excess) {
+    worst.excess = excess;
+    worst.point = event.point;
+    worst.text = text;
+  }
+}
+
+double Findings::secondsOf(const Point& point) const {
+  return static_cast<double>(point.timeMs - std::int64_t{plan_.schedule.approachMs}) / 1000.0;
+}
+
+std::string Findings::limitText(const Event& event, const Point& point) const {
+  const simulation::Actuator& actuator = actuatorOf(event);
+  const double done = commandedNumber(actuator, point.value);
+  const bool above = event.amount > done;
+  const int digits = actuator.typeCode == hal::floatTypeCode ? 6 : 17;
+  return fmt::format("{} is to be {:.{}g} at {:.3f} s, {} its {} {:.{}g}", actuator.name,
+                     event.amount, digits, secondsOf(point), above ? "above" : "below",
+                     above ? "maximum" : "minimum", above ? actuator.maximum : actuator.minimum,
+                     digits);
+}
+
+std::string Findings::speedText(const Event& event, const Point& point) const {
+  const simulation::Actuator& actuator = actuatorOf(event);
+  return fmt::format("{} moves {:.4g} a second to be {:.6g} at {:.3f} s, above its limit {:.4g}",
+                     actuator.name, event.amount, commandedNumber(actuator, point.value),
+                     secondsOf(point), actuator.maximumVelocity);
+}
+
+std::string Findings::refusalText(const Event& event) const {
+  const std::string& name = actuatorOf(event).name;
+  switch (event.reason) {
+    case Fault::tooDense:
+      return fmt::format(
+          "refused: {:.0f} points for '{}' would be due within two cycles of {} ms, "
+          "those of other batches counted; at most {} fit",
+          event.amount, name, plan_.schedule.cycleMs, TimedCommand::MAX_TIMELINE_ITEMS);
+    case Fault::notFinite:
+      return fmt::format("refused: '{}' cannot be moved from or to a magnitude above {:g}", name,
+                         mostInterpolated);
+    case Fault::full:
+      return fmt::format(
+          "refused: too many points of several actuators are due together with "
+          "those for '{}'",
+          name);
+    case Fault::none:
+      break;
+  }
+  return "refused";
+}
+
+std::vector<Finding> Findings::all() const {
+  std::vector<Finding> findings;
+  for (const auto& [key, worst] : worst_) {
+    const Motion& motion = *plan_.batches[key.first].motion;
+    const EventKind kind = key.second.first;
+    const bool whole = isAboutWholeBatch(kind);
+    Finding& finding = findings.emplace_back();
+    finding.path = motion.path;
+    finding.location = whole ? motion.place : motion.places[worst.point];
+    finding.text = worst.text;
+    finding.isRefusal = kind == EventKind::refused;
+    if (!whole && worst.count > 1) {
+      finding.text += fmt::format(" (the worst of {} {}s)", worst.count, nounOf(kind));
+    }
+  }
+  return findings;
+}
+
+}  // namespace host

@@ -1,0 +1,65 @@
+#pragma once
+
+#include <cstdint>
+#include <map>
+#include <string>
+#include <utility>
+#include <vector>
+
+#include "host/motion/event.h"
+#include "host/motion/plan.h"
+
+namespace host {
+
+/// What a user should know of a run, in words.
+struct Finding {
+  /// The source location, where it is about one.
+  std::string path;
+  Position location;
+  std::string text;
+  /// The batch, or a part of it, was not done at all.
+  bool isRefusal = false;
+  /// Cycles were missed or late.
+  bool isOfCycles = false;
+};
+
+/// "FILE:LINE:COLUMN: warning: TEXT", or with "error"; "torvex: ..." without a location.
+std::string shown(const Finding& finding, const char* kind);
+
+/// Gathers what is to be said of the batches of a plan, from the events of a run or of its
+/// rehearsal: of each kind, batch and actuator the worst one.
+class Findings : public Listener {
+ public:
+  /// The arguments must outlive the object.
+  Findings(const MachineFile& machine, const Plan& plan) : machine_(machine), plan_(plan) {}
+
+  void tell(const Event& event, const Point* points) override;
+
+  /// In the order of the batches.
+  [[nodiscard]] std::vector<Finding> all() const;
+
+ private:
+  struct Worst {
+    double excess = 0.0;
+    std::uint32_t point = 0;
+    std::string text;
+    std::uint64_t count = 0;
+  };
+  /// Batch, kind, actuator.
+  using Key = std::pair<std::uint32_t, std::pair<EventKind, int>>;
+
+  void note(const Event& event, double excess, const std::string& text);
+  [[nodiscard]] const simulation::Actuator& actuatorOf(const Event& event) const {
+    return machine_.actuator(event.actuator);
+  }
+  [[nodiscard]] std::string limitText(const Event& event, const Point& point) const;
+  [[nodiscard]] std::string speedText(const Event& event, const Point& point) const;
+  [[nodiscard]] std::string refusalText(const Event& event) const;
+  [[nodiscard]] double secondsOf(const Point& point) const;
+
+  const MachineFile& machine_;
+  const Plan& plan_;
+  std::map<Key, Worst> worst_;
+};
+
+}  // namespace host

@@ -1,0 +1,128 @@
+#include "host/results/outcome.h"
+
+#include <fmt/format.h>
+
+#include <algorithm>
+
+#include "host/motion/limits.h"
+
+namespace host {
+namespace {
+
+Finding general(std::string text) {
+  Finding finding;
+  finding.text = std::move(text);
+  return finding;
+}
+
+hal::AttrGeneric askedOf(const Axis& axis, const Plan& plan) {
+  const Motion& motion = *plan.batches[axis.target->batch].motion;
+  const auto column = std::find(motion.actuators.begin(), motion.actuators.end(), axis.index);
+  return motion.value(axis.target->index,
+                      static_cast<std::size_t>(column - motion.actuators.begin()));
+}
+
+/// Why the axis does not do what it was told; empty when it does.
+std::vector<std::string> shortfalls(const Axis& axis, double tolerance) {
+  std::vector<std::string> reasons;
+  const std::string& name = axis.actuator.name;
+  if (const std::uint64_t left = axis.counts.left(); left > 0) {
+    reasons.push_back(fmt::format("{}: {} of {} points are left", name, left, axis.counts.points));
+  }
+  if (axis.target) {
+    const double target = commandedNumber(axis.actuator, axis.target->value);
+    if (!(axis.commanded() == target)) {
+      reasons.push_back(
+          fmt::format("{}: the last command is {} instead of {}", name, axis.commanded(), target));
+    }
+  }
+  if (!(axis.trackingError() <= tolerance)) {
+    reasons.push_back(fmt::format("{}: measured {} for the command {}, more than {} away", name,
+                                  *axis.measuredValue(), axis.commanded(), tolerance));
+  }
+  return reasons;
+}
+
+}  // namespace
+
+const char* nameOf(Verdict verdict) {
+  switch (verdict) {
+    case Verdict::reached:
+      return "reached";
+    case Verdict::limited:
+      return "limited";
+    case Verdict::stopped:
+      return "stopped";
+    case Verdict::missed:
+      break;
+  }
+  return "missed";
+}
+
+std::vector<AxisOutcome> judgedAxes(const Torvex& torvex, const Plan& plan, Outcome& outcome) {
+  std::vector<AxisOutcome> axes;
+  for (const ShownAxis& shown : torvex.shownAxes()) {
+    const Axis& axis = shown.axis;
+    AxisOutcome& judged = axes.emplace_back(AxisOutcome{shown, std::nullopt, Verdict::reached});
+    if (axis.target) {
+      judged.asked = askedOf(axis, plan);
+    }
+    if (outcome.signal != 0 || !axis.target) {
+      judged.verdict = Verdict::stopped;
+    } else if (!isSameValue(*judged.asked, axis.target->value)) {
+      judged.verdict = Verdict::limited;
+    }
+    if (outcome.signal != 0) {
+      continue;
+    }
+    for (const std::string& reason : shortfalls(axis, torvex.options().tolerance)) {
+      judged.verdict = Verdict::missed;
+      outcome.errors.push_back(general(reason));
+    }
+    if (axis.counts.refused > 0) {
+      judged.verdict = Verdict::missed;
+    }
+  }
+  return axes;
+}
+
+std::vector<Finding> cycleFindings(const Torvex& torvex) {
+  std::vector<Finding> findings;
+  const PaceCount& pace = torvex.engine().pace();
+  const CycleCount& counts = torvex.counts();
+  if (pace.overruns * 100 > counts.cycles) {
+    findings.push_back(
+        general(fmt::format("{} of {} cycles were passed over: the machine did not keep up",
+                            pace.overruns, counts.cycles + pace.overruns)));
+  }
+  if (pace.stalls > 0) {
+    const bool caughtUp = torvex.options().late == Late::catchUp;
+    findings.push_back(general(fmt::format(
+        "the process was held up {}, {} ms in all; {}",
+        pace.stalls == 1 ? "once" : fmt::format("{} times", pace.stalls), pace.stalledMs,
+        caughtUp ? "the motion caught up" : "the motion stood as long")));
+  }
+  if (pace.stands > 0) {
+    findings.push_back(general(fmt::format(
+        "machine time stood in {} cycles, because commands came too late", pace.stands)));
+  }
+  for (Finding& finding : findings) {
+    finding.isOfCycles = true;
+  }
+  if (counts.droppedTraceRows > 0) {
+    findings.push_back(general(
+        fmt::format("the trace lacks {} rows: the disk did not keep up", counts.droppedTraceRows)));
+  }
+  for (const ShownAxis& shown : torvex.shownAxes()) {
+    const std::uint64_t external = shown.axis.externalWrites;
+    if (counts.cycles > 1 && external * 10 >= counts.cycles * 9) {
+      findings.push_back(general(fmt::format(
+          "{}: its value was not what the last cycle wrote in {} of {} cycles; either somebody "
+          "else commands it, or it does not read back what is written",
+          shown.axis.actuator.name, external, counts.cycles)));
+    }
+  }
+  return findings;
+}
+
+}  // namespace host

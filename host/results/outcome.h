@@ -1,0 +1,48 @@
+#pragma once
+
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "host/engine/torvex.h"
+#include "host/results/findings.h"
+
+namespace host {
+
+/// What became of one commanded axis.
+enum class Verdict {
+  reached,  ///< it holds what was asked last
+  limited,  ///< it holds the limit, since more was asked
+  stopped,  ///< a batch or a signal stopped it on its way
+  missed,   ///< it does not do what it was told
+};
+const char* nameOf(Verdict verdict);
+
+/// One axis at the end of a run.
+struct AxisOutcome {
+  const ShownAxis& shown;
+  /// What the last point asks for; none where it was stopped.
+  std::optional<hal::AttrGeneric> asked;
+  Verdict verdict = Verdict::reached;
+};
+
+/// What is known of a run at its end.
+struct Outcome {
+  std::string machine;
+  std::string machinePath;
+  std::vector<AxisOutcome> axes;
+  std::vector<Finding> warnings;
+  std::vector<Finding> errors;
+  /// What was exported, a line each.
+  std::vector<std::string> exports;
+  /// That stopped it; 0 when none did.
+  int signal = 0;
+};
+
+/// The axes of a run, judged. Why one missed what it was told is added to the errors.
+std::vector<AxisOutcome> judgedAxes(const Torvex& torvex, const Plan& plan, Outcome& outcome);
+
+/// What a user should know of how the cycles went.
+std::vector<Finding> cycleFindings(const Torvex& torvex);
+
+}  // namespace host

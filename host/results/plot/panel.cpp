@@ -1,0 +1,162 @@
+#include "host/results/plot/panel.h"
+
+#include <fmt/format.h>
+
+#include <algorithm>
+#include <cmath>
+
+#include "host/motion/limits.h"
+#include "host/values.h"
+
+namespace host {
+namespace {
+
+using Dots = std::vector<Panel::Dot>;
+
+/// Leaves out what lies on the straight line between its neighbours, as far as
+/// `tolerance` can be seen.
+Dots simplified(const Dots& curve, double tolerance) {
+  if (curve.size() < 3) {
+    return curve;
+  }
+  Dots kept = {curve.front()};
+  double steepest = -HUGE_VAL;
+  double flattest = HUGE_VAL;
+  for (std::size_t i = 1; i < curve.size(); ++i) {
+    const double way = curve[i].seconds - kept.back().seconds;
+    const double slope = (curve[i].value - kept.back().value) / way;
+    if (slope < steepest || slope > flattest) {
+      kept.push_back(curve[--i]);
+      steepest = -HUGE_VAL;
+      flattest = HUGE_VAL;
+      continue;
+    }
+    steepest = std::max(steepest, (curve[i].value - tolerance - kept.back().value) / way);
+    flattest = std::min(flattest, (curve[i].value + tolerance - kept.back().value) / way);
+  }
+  kept.push_back(curve.back());
+  return kept;
+}
+
+Dots recorded(const SampleHistory& history, std::size_t column) {
+  Dots curve;
+  for (std::size_t row = 0; row < history.rows(); ++row) {
+    if (std::isfinite(history.value(row, column))) {
+      curve.push_back({history.motionMs(row) / 1000.0, history.value(row, column)});
+    }
+  }
+  return curve;
+}
+
+Dots commanded(const std::vector<RunLog::Dot>& points, const simulation::Actuator& actuator,
+               std::int64_t approachMs) {
+  Dots dots;
+  for (const RunLog::Dot& point : points) {
+    dots.push_back({static_cast<double>(point.timeMs - approachMs) / 1000.0,
+                    commandedNumber(actuator, point.value)});
+  }
+  return dots;
+}
+
+void coverRange(Panel& panel) {
+  double least = HUGE_VAL;
+  double most = -HUGE_VAL;
+  for (const Dots* dots : {&panel.command, &panel.measured, &panel.reached, &panel.cleared}) {
+    for (const Panel::Dot& dot : *dots) {
+      least = std::min(least, dot.value);
+      most = std::max(most, dot.value);
+    }
+  }
+  if (least > most) {
+    least = most = 0.0;
+  }
+  const double narrowest = std::max(0.01, 1e-3 * std::max(std::abs(least), std::abs(most)));
+  const double widening = std::max(0.0, narrowest - (most - least)) / 2.0;
+  panel.least = least - widening;
+  panel.most = most + widening;
+}
+
+/// Limits are drawn unless they would press the motion flat.
+void addLimits(const simulation::Actuator& actuator, Panel& panel) {
+  const double span = panel.most - panel.least;
+  const double lowest = panel.least - 0.75 * span;
+  const double highest = panel.most + 0.75 * span;
+  std::string offScale;
+  for (const double limit : {actuator.minimum, actuator.maximum}) {
+    if (limit >= lowest && limit <= highest) {
+      panel.limits.push_back(limit);
+      panel.least = std::min(panel.least, limit);
+      panel.most = std::max(panel.most, limit);
+    } else if (std::isfinite(limit)) {
+      offScale += fmt::format("{}{:.3g}", offScale.empty() ? "" : ", ", limit);
+    }
+  }
+  if (!offScale.empty()) {
+    panel.title += fmt::format(" (limit {})", offScale);
+  }
+}
+
+void leaveOutClouds(const RunLog::AxisLog& log, Panel& panel) {
+  if (log.dots > RunLog::mostDots) {
+    panel.title += fmt::format(" ({} points not drawn)", log.dots);
+    panel.reached.clear();
+    panel.cleared.clear();
+  }
+}
+
+/// Those that stand at one place are written as one; of very many, the modes are
+/// left out.
+void addHandOvers(const RunLog::AxisLog& log, const Plan& plan, Panel& panel) {
+  constexpr std::size_t mostLabels = 24;
+  for (const std::uint32_t number : log.batches) {
+    const Motion& motion = *plan.batches[number].motion;
+    if (!motion.atMs) {
+      continue;
+    }
+    const double seconds = static_cast<double>(*motion.atMs) / 1000.0;
+    const std::string mode = modeName(motion.mode);
+    if (panel.handOvers.empty() || panel.handOvers.back().seconds != seconds) {
+      panel.handOvers.push_back({seconds, mode});
+    } else if (panel.handOvers.back().modes.find(mode) == std::string::npos) {
+      panel.handOvers.back().modes += ", " + mode;
+    }
+  }
+  if (panel.handOvers.size() > mostLabels) {
+    for (Panel::HandOver& handOver : panel.handOvers) {
+      handOver.modes.clear();
+    }
+  }
+}
+
+}  // namespace
+
+std::vector<Panel> panelsOf(const Torvex& torvex, const Plan& plan, const RunLog& log) {
+  const std::int64_t approachMs = plan.schedule.approachMs;
+  const SampleHistory& history = torvex.history();
+  std::vector<Panel> panels;
+  for (const ShownAxis& shown : torvex.shownAxes()) {
+    const simulation::Actuator& actuator = shown.axis.actuator;
+    const RunLog::AxisLog& axisLog = log.of(shown.axis.index);
+    Panel panel;
+    constexpr std::size_t mostTitleColumns = 30;
+    panel.title = cutInFront(actuator.name, mostTitleColumns);
+    panel.command = recorded(history, shown.commandColumn);
+    if (shown.measuredColumn) {
+      panel.measured = recorded(history, *shown.measuredColumn);
+    }
+    panel.reached = commanded(axisLog.reached, actuator, approachMs);
+    panel.cleared = commanded(axisLog.cleared, actuator, approachMs);
+    coverRange(panel);
+    addLimits(actuator, panel);
+    leaveOutClouds(axisLog, panel);
+    addHandOvers(axisLog, plan, panel);
+    constexpr double visible = 1.0 / 1000.0;
+    const double tolerance = visible * (panel.most - panel.least);
+    panel.command = simplified(panel.command, tolerance);
+    panel.measured = simplified(panel.measured, tolerance);
+    panels.push_back(std::move(panel));
+  }
+  return panels;
+}
+
+}  // namespace host

@@ -1,0 +1,14 @@
+#pragma once
+
+#include <string>
+
+#include "host/engine/torvex.h"
+#include "host/results/runlog.h"
+
+namespace host {
+
+/// The script by which gnuplot draws a run as SVG to its standard output.
+std::string pictureScript(const Torvex& torvex, const Plan& plan, const RunLog& log,
+                          const std::string& title);
+
+}  // namespace host

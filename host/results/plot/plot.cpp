@@ -1,0 +1,31 @@
+#include "host/results/plot/plot.h"
+
+#include <exception>
+#include <stdexcept>
+#include <utility>
+
+#include "host/input/source.h"
+#include "host/results/plot/gnuplot.h"
+#include "host/results/plot/picture.h"
+
+namespace host {
+
+Plot::Plot(const std::string& path, std::string title, const Plan& plan)
+    : path_(path), file_(path), title_(std::move(title)), plan_(plan) {
+  if (!hasGnuplot()) {
+    throw InputError(path, {}, "cannot be drawn: gnuplot is not installed (package gnuplot-nox)");
+  }
+}
+
+void Plot::draw(const Torvex& torvex, const RunLog& log) {
+  std::string drawn;
+  try {
+    drawn = drawnByGnuplot(pictureScript(torvex, plan_, log, title_));
+  } catch (const std::exception& error) {
+    throw std::runtime_error(path_ + ": " + error.what());
+  }
+  file_.write(drawn.data(), drawn.size());
+  file_.commit();
+}
+
+}  // namespace host

@@ -1,0 +1,28 @@
+#pragma once
+
+#include <string>
+
+#include "host/engine/torvex.h"
+#include "host/outputfile.h"
+#include "host/results/runlog.h"
+
+namespace host {
+
+/// The picture of a run, drawn by gnuplot: a panel for each actuator.
+class Plot {
+ public:
+  /// The plan must outlive the picture. Throws `InputError` when the file cannot be written, and
+  /// when gnuplot is not there.
+  Plot(const std::string& path, std::string title, const Plan& plan);
+
+  /// Draws the run and puts the file in its place. Throws what went wrong.
+  void draw(const Torvex& torvex, const RunLog& log);
+
+ private:
+  const std::string path_;
+  OutputFile file_;
+  const std::string title_;
+  const Plan& plan_;
+};
+
+}  // namespace host

@@ -1,0 +1,198 @@
+#include "host/results/report.h"
+
+#include <fmt/format.h>
+
+#include <algorithm>
+#include <cmath>
+
+#include "host/motion/limits.h"
+#include "host/results/table.h"
+
+namespace host {
+namespace {
+
+constexpr std::size_t reportColumns = 80;
+constexpr std::size_t nameColumns = 30;
+
+std::string microseconds(std::uint64_t nanoseconds) {
+  return fmt::format("{:.1f}", static_cast<double>(nanoseconds) / 1000.0);
+}
+
+std::string quantiles(const Histogram& histogram) {
+  return fmt::format("in us: p50 {}, p99 {}, p99.9 {}, max {}\n",
+                     microseconds(histogram.quantile(0.5)), microseconds(histogram.quantile(0.99)),
+                     microseconds(histogram.quantile(0.999)), microseconds(histogram.maximum()));
+}
+
+/// Integers exactly; floats with four digits behind the point, unless they are large.
+std::string numberShown(const Axis& axis, double number) {
+  if (axis.actuator.typeCode != hal::floatTypeCode) {
+    return fmt::format("{:.0f}", number);
+  }
+  return std::abs(number) < 1e4 ? fmt::format("{:.4f}", number) : fmt::format("{:.4g}", number);
+}
+
+std::string measuredShown(const Axis& axis) {
+  const auto measured = axis.measuredValue();
+  return !measured                             ? "-"
+         : *measured < 1e4 && *measured > -1e4 ? fmt::format("{:.4f}", *measured)
+                                               : fmt::format("{:.4g}", *measured);
+}
+
+std::string targetShown(const AxisOutcome& outcome) {
+  const Axis& axis = outcome.shown.axis;
+  return outcome.asked ? numberShown(axis, commandedNumber(axis.actuator, *outcome.asked)) : "-";
+}
+
+/// The commands between their least and greatest value.
+std::string sparkline(const SampleHistory& history, std::size_t column, std::size_t width) {
+  static constexpr const char* levels[] = {"▁", "▂", "▃", "▄", "▅", "▆", "▇", "█"};
+  std::vector<double> values;
+  for (std::size_t i = 0; i < width && history.rows() > 0; ++i) {
+    const double value = history.value(i * (history.rows() - 1) / (width - 1), column);
+    values.push_back(std::isfinite(value) ? value : 0.0);
+  }
+  if (values.empty()) {
+    return "";
+  }
+  const auto [least, most] = std::minmax_element(values.begin(), values.end());
+  std::string drawn;
+  for (const double value : values) {
+    // Halved, so that the difference of any two is finite.
+    const double share = *most > *least ? (value / 2 - *least / 2) / (*most / 2 - *least / 2) : 0.0;
+    drawn += levels[std::lround(share * 7.0)];
+  }
+  return drawn;
+}
+
+std::string nameShown(const Axis& axis) {
+  return cutInFront(shownName(axis.actuator.name), nameColumns);
+}
+
+std::string valuesTable(const Torvex& torvex, const Outcome& outcome) {
+  Table table({"actuator", "points", "target", "command", "measured"});
+  for (const AxisOutcome& axis : outcome.axes) {
+    const Axis& of = axis.shown.axis;
+    table.add({nameShown(of), std::to_string(of.counts.points), targetShown(axis),
+               numberShown(of, of.commanded()), measuredShown(of)});
+  }
+  constexpr std::size_t widestLine = 20;
+  constexpr std::size_t narrowestLine = 7;
+  const std::size_t room = reportColumns - std::min(reportColumns, table.columns() + 2);
+  const std::size_t width = std::clamp(room, narrowestLine, widestLine);
+  table.addColumn("path", [&](std::size_t row) {
+    const AxisOutcome& axis = outcome.axes[row];
+    return axis.verdict == Verdict::reached
+               ? sparkline(torvex.history(), axis.shown.commandColumn, width)
+               : std::string(nameOf(axis.verdict));
+  });
+  return table.text();
+}
+
+/// Rows and columns in which something else happened than points being reached.
+std::string countsTable(const Outcome& outcome) {
+  struct Count {
+    const char* name;
+    std::uint64_t (*of)(const Axis& axis);
+  };
+  static constexpr Count counts[] = {
+      {"reached", [](const Axis& axis) { return axis.counts.reached; }},
+      {"cleared", [](const Axis& axis) { return axis.counts.cleared; }},
+      {"refused", [](const Axis& axis) { return axis.counts.refused; }},
+      {"left", [](const Axis& axis) { return axis.counts.left(); }},
+      {"late", [](const Axis& axis) { return axis.counts.late; }},
+      {"limited", [](const Axis& axis) { return axis.counts.limited; }},
+      {"others", [](const Axis& axis) { return axis.externalWrites.load(); }},
+  };
+  std::vector<const Axis*> axes;
+  for (const AxisOutcome& judged : outcome.axes) {
+    const Axis& axis = judged.shown.axis;
+    const bool special = std::any_of(std::begin(counts) + 1, std::end(counts),
+                                     [&axis](const Count& count) { return count.of(axis) > 0; });
+    if (special) {
+      axes.push_back(&axis);
+    }
+  }
+  if (axes.empty()) {
+    return "";
+  }
+  Table table({"of these points"});
+  for (const Axis* const axis : axes) {
+    table.add({nameShown(*axis)});
+  }
+  for (const Count& count : counts) {
+    const bool happened = std::any_of(axes.begin(), axes.end(),
+                                      [&count](const Axis* axis) { return count.of(*axis) > 0; });
+    if (happened) {
+      table.addColumn(count.name,
+                      [&](std::size_t row) { return std::to_string(count.of(*axes[row])); });
+    }
+  }
+  return "\n" + table.text();
+}
+
+std::string paceReport(const PaceCount& pace) {
+  std::string text = fmt::format("overruns {}", pace.overruns);
+  if (pace.stalls > 0) {
+    text += fmt::format(", held up {} times for {} ms in all", pace.stalls, pace.stalledMs);
+  }
+  return pace.stands > 0 ? text + fmt::format(", stood in {}", pace.stands) : text;
+}
+
+std::string describe(const Motion& motion) {
+  const double seconds = motion.times.empty() ? 0.0 : motion.times.back() / 1000.0;
+  const std::string size =
+      fmt::format("{} point{} on {} actuator{} in {:.3f} s", motion.times.size(),
+                  motion.times.size() == 1 ? "" : "s", motion.actuators.size(),
+                  motion.actuators.size() == 1 ? "" : "s", seconds);
+  return motion.atMs ? fmt::format("batch    {} at {:.3f} s: {} ({}:{})\n", modeName(motion.mode),
+                                   *motion.atMs / 1000.0, size, motion.path, motion.place.line)
+                     : fmt::format("motion   {} ({})\n", size, motion.path);
+}
+
+}  // namespace
+
+const char* const reportWords =
+    "Words of the report:\n"
+    "  approach  from the first cycle to the start of the motion\n"
+    "  points    what the motions ask of an actuator; target: the last of them\n"
+    "  command   what its register holds at the end; measured: what its sensor shows\n"
+    "  path      its commands over time; or: limited (the target lies beyond a limit),\n"
+    "            stopped (on its way, by a batch or a signal), missed (see the errors)\n"
+    "  cleared   removed by a later batch; refused: never taken; left: not reached yet\n"
+    "  late      due before they could be reached; limited: moved into the limits\n"
+    "  others    cycles in which somebody else had written the register\n";
+
+std::string loadedReport(const MachineFile& machine, const std::vector<Motion>& motions,
+                         const Schedule& schedule, const RunOptions& options,
+                         bool replacedLeftover) {
+  std::string text = fmt::format("machine  {}: {} actuators, {} sensors ({})\n", machine.name,
+                                 machine.description.actuators.size(),
+                                 machine.description.sensors.size(), options.machinePath);
+  for (const Motion& motion : motions) {
+    text += describe(motion);
+    for (const std::string& note : motion.notes) {
+      text += fmt::format("note     {}\n", note);
+    }
+  }
+  text += fmt::format("pool     /dev/shm/torvex.{}{}\n", options.poolName,
+                      replacedLeftover ? ", in place of one that a killed process left" : "");
+  text += fmt::format("clock    {}, cycle {} ms, from tick {}\n",
+                      options.clock == Clock::realtime ? "real time" : "simulated time",
+                      schedule.cycleMs, options.startTick);
+  return text + fmt::format("approach {} ms to the start of the motion: {}\n", schedule.approachMs,
+                            schedule.approachReason);
+}
+
+std::string runReport(const Torvex& torvex, const Outcome& outcome) {
+  const CycleCount& counts = torvex.counts();
+  std::string text =
+      fmt::format("\ncycles   {}, {}\n", counts.cycles, paceReport(torvex.engine().pace()));
+  if (torvex.options().clock == Clock::realtime) {
+    text += "latency  " + quantiles(counts.latencies);
+  }
+  text += "duration " + quantiles(counts.durations);
+  return text + "\n" + valuesTable(torvex, outcome) + countsTable(outcome);
+}
+
+}  // namespace host

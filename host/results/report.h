@@ -1,0 +1,24 @@
+#pragma once
+
+#include <string>
+#include <vector>
+
+#include "host/engine/torvex.h"
+#include "host/results/outcome.h"
+#include "host/values.h"
+
+namespace host {
+
+/// What was loaded, for standard output.
+std::string loadedReport(const MachineFile& machine, const std::vector<Motion>& motions,
+                         const Schedule& schedule, const RunOptions& options,
+                         bool replacedLeftover);
+
+/// The cycle's figures and a row for each axis, for standard output. At most 80 columns wide
+/// for names of up to 30 characters.
+std::string runReport(const Torvex& torvex, const Outcome& outcome);
+
+/// The words of the report, for `--help`.
+extern const char* const reportWords;
+
+}  // namespace host

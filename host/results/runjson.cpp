@@ -1,0 +1,96 @@
+#include "host/results/runjson.h"
+
+#include "host/motion/limits.h"
+
+namespace host {
+namespace {
+
+constexpr int format = 2;
+
+Json quantiles(const Histogram& histogram) {
+  return {{"p50", histogram.quantile(0.5)},
+          {"p99", histogram.quantile(0.99)},
+          {"p99.9", histogram.quantile(0.999)},
+          {"max", histogram.maximum()}};
+}
+
+Json valueJson(const Axis& axis, const hal::AttrGeneric& value) {
+  return axis.actuator.typeCode == hal::floatTypeCode ? Json(value.asFloat) : Json(value.asInt);
+}
+
+Json axisJson(const AxisOutcome& outcome) {
+  const Axis& axis = outcome.shown.axis;
+  const PointCounts& counts = axis.counts;
+  hal::AttrGeneric command;
+  command.asInt = bitsIn(*axis.command);
+  const auto measured = axis.measuredValue();
+  return {{"name", axis.actuator.name},
+          {"verdict", nameOf(outcome.verdict)},
+          {"points", counts.points},
+          {"reached", counts.reached},
+          {"cleared", counts.cleared},
+          {"refused", counts.refused},
+          {"left", counts.left()},
+          {"late", counts.late},
+          {"limited", counts.limited},
+          {"external_writes", axis.externalWrites.load()},
+          {"target", outcome.asked ? valueJson(axis, *outcome.asked) : Json()},
+          {"command", valueJson(axis, command)},
+          {"measured", measured ? Json(static_cast<float>(*measured)) : Json()}};
+}
+
+Json findingsJson(const std::vector<Finding>& findings) {
+  Json list = Json::array();
+  for (const Finding& finding : findings) {
+    const bool located = finding.location.line > 0;
+    list.push_back({{"text", finding.text},
+                    {"file", finding.path.empty() ? Json() : Json(finding.path)},
+                    {"line", located ? Json(finding.location.line) : Json()},
+                    {"column", located ? Json(finding.location.column) : Json()}});
+  }
+  return list;
+}
+
+Json pathOrNull(const std::string& path) {
+  return path.empty() ? Json() : Json(path);
+}
+
+}  // namespace
+
+Json runJson(const Torvex& torvex, const Plan& plan, const Outcome& outcome) {
+  const RunOptions& options = torvex.options();
+  const CycleCount& counts = torvex.counts();
+  const PaceCount& pace = torvex.engine().pace();
+  const bool realtime = options.clock == Clock::realtime;
+  Json axes = Json::array();
+  for (const AxisOutcome& axis : outcome.axes) {
+    axes.push_back(axisJson(axis));
+  }
+  return {{"format", format},
+          {"machine", outcome.machine},
+          {"machine_file", options.machinePath},
+          {"motions", options.motionPaths},
+          {"pool", options.poolName},
+          {"clock", realtime ? "realtime" : "simulated"},
+          {"cycle_ms", plan.schedule.cycleMs},
+          {"approach_ms", plan.schedule.approachMs},
+          {"duration_ms", torvex.engine().timeMs() + std::int64_t{plan.schedule.cycleMs}},
+          {"cycles", counts.cycles},
+          {"overruns", pace.overruns},
+          {"stalls", pace.stalls},
+          {"stalled_ms", pace.stalledMs},
+          {"stands", pace.stands},
+          {"latency_ns", realtime ? quantiles(counts.latencies) : Json()},
+          {"cycle_duration_ns", quantiles(counts.durations)},
+          {"axes", axes},
+          {"outputs",
+           {{"trace", pathOrNull(options.tracePath)},
+            {"dropped_trace_rows", counts.droppedTraceRows},
+            {"picture", pathOrNull(options.plotPath)},
+            {"exports", outcome.exports}}},
+          {"warnings", findingsJson(outcome.warnings)},
+          {"errors", findingsJson(outcome.errors)},
+          {"signal", outcome.signal == 0 ? Json() : Json(outcome.signal)}};
+}
+
+}  // namespace host
