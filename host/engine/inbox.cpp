@@ -21,9 +21,4 @@ std::vector<Batch> Inbox::takeAll() {
   return std::exchange(batches_, {});
 }
 
-bool Inbox::empty() const {
-  const std::lock_guard lock(mutex_);
-  return batches_.empty();
-}
-
 }  // namespace host

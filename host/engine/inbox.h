@@ -22,10 +22,9 @@ class Inbox {
   [[nodiscard]] std::optional<std::uint32_t> put(Batch batch);
   /// All that has come, in the order of arrival: the numbers follow on those before.
   std::vector<Batch> takeAll();
-  [[nodiscard]] bool empty() const;
 
  private:
-  mutable std::mutex mutex_;
+  std::mutex mutex_;
   std::vector<Batch> batches_;
   std::size_t points_ = 0;
   std::uint32_t count_ = 0;

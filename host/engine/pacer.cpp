@@ -29,9 +29,15 @@ std::int64_t Pacer::stepMs(std::int64_t boundMs) const noexcept {
 }
 
 void Pacer::go(std::int64_t stepMs) noexcept {
+  const std::int64_t goneCycles = stepMs / cycleMs_;
   timeMs_ += stepMs;
-  wantedCycles_ -= stepMs / cycleMs_;
-  count_.stands += stepMs == 0 ? 1 : 0;
+  if (late_ == Late::catchUp) {
+    count_.stands += goneCycles == 0 ? 1 : 0;
+    wantedCycles_ -= goneCycles;
+  } else {
+    count_.stands += static_cast<std::uint64_t>(wantedCycles_ - goneCycles);
+    wantedCycles_ = 0;
+  }
 }
 
 }  // namespace host

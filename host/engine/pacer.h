@@ -17,7 +17,7 @@ struct PaceCount {
   /// How often the process was held up for more than two cycles, and how long in all.
   std::uint64_t stalls = 0;
   std::int64_t stalledMs = 0;
-  /// Cycles in which machine time stood, because what follows was not handed over.
+  /// Cycles for which machine time stood, because what follows was not handed over.
   std::uint64_t stands = 0;
 };
 

@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <limits>
 #include <mutex>
+#include <utility>
 
 #include "host/motion/density.h"
 
@@ -29,17 +30,22 @@ Streamer::Streamer(std::deque<Axis>& axes, Gate& gate, CycleState& cycles, Telle
       teller_(teller),
       cycleMs_(cycleMs),
       timelines_(cycles, teller, cycleMs, startTick),
+      latestMs_(-cycleMs),
       boundMs_(-cycleMs) {}
 
 void Streamer::start() {
+  knownNodes_.assign(axes_.size(), refillItems);
   drainInbox();
-  timelines_.layInNodes(nodesPerAxis());
+  for (std::size_t& nodes : knownNodes_) {
+    nodes = std::clamp(nodes, usualNodes(cycleMs_), mostInTimeline);
+  }
+  timelines_.layInNodes(std::exchange(knownNodes_, {}));
   pass();
 }
 
 void Streamer::pass() {
-  drainInbox();
   latestMs_ = latestMs();
+  drainInbox();
   tellPace();
   while (!waiting_.empty() && waiting_.begin()->first.first <= latestMs_ + cycleMs_) {
     handOver(waiting_.begin()->second);
@@ -52,30 +58,34 @@ void Streamer::pass() {
 
 void Streamer::drainInbox() {
   for (Batch& batch : inbox_.takeAll()) {
-    const std::uint32_t number = nextNumber_++;
-    for (const int actuator : batch.motion->actuators) {
-      axes_[static_cast<std::size_t>(actuator)].counts.points += batch.motion->times.size();
-    }
-    waiting_.emplace(Moment{batch.momentMs.value_or(atOnce), number},
-                     Waiting{std::move(batch), number});
+    arrive({std::move(batch), nextNumber_++});
   }
 }
 
-/// More where the batches that are known have denser points.
-std::vector<std::size_t> Streamer::nodesPerAxis() {
-  std::vector<std::size_t> nodes(axes_.size(), 0);
-  const Backlog nothing;
-  for (const auto& [moment, waiting] : waiting_) {
-    for (const Column& column : columnsOf(waiting)) {
-      nodes[static_cast<std::size_t>(column.axis.index)] +=
-          densityAround(column.points, nothing, TimedCommand::MERGE, -cycleMs_, cycleMs_).inWindow;
+/// Refuses what can never be taken, whatever else will wait by then.
+void Streamer::arrive(Waiting waiting) {
+  const std::int64_t momentMs = waiting.batch.momentMs.value_or(latestMs_ + cycleMs_);
+  const std::int64_t beforeMs = std::max(latestMs_, cycleBefore(momentMs, cycleMs_));
+  const Columns columns = columnsOf(waiting);
+  for (const Column& column : columns) {
+    column.axis.counts.points += column.points.size();
+  }
+  for (const Column& column : columns) {
+    Intake intake = intakeOf(waiting, column.axis, column.number);
+    intake.latestMs = beforeMs;
+    Density density;
+    const Event fault = intake.findFault(column.points, Backlog(), hal::AttrGeneric(), density);
+    if (fault.reason != Fault::none) {
+      refuse(columns, fault);
+      return;
+    }
+    if (!knownNodes_.empty()) {
+      // More than the usual ones where the batches that are known have denser points.
+      knownNodes_[static_cast<std::size_t>(column.axis.index)] += density.inWindow;
     }
   }
-  const std::size_t usual = usualNodes(cycleMs_);
-  for (std::size_t& count : nodes) {
-    count = std::clamp(count + refillItems, usual, mostInTimeline);
-  }
-  return nodes;
+  const Moment moment{waiting.batch.momentMs.value_or(atOnce), waiting.number};
+  waiting_.emplace(moment, std::move(waiting));
 }
 
 std::int64_t Streamer::latestMs() {
@@ -142,10 +152,10 @@ Event Streamer::findFault(const Columns& columns, const Waiting& waiting) {
     Axis& axis = column.axis;
     hal::AttrGeneric present;
     present.asInt = bitsIn(*axis.command);
-    std::size_t inTwoCycles = 0;
+    Density density;
     Event fault = intakeOf(waiting, axis, column.number)
-                      .findFault(column.points, axis.backlog, present, inTwoCycles);
-    if (fault.reason == Fault::none && !timelines_.canHold(axis, inTwoCycles)) {
+                      .findFault(column.points, axis.backlog, present, density);
+    if (fault.reason == Fault::none && !timelines_.canHold(axis, density.inTwoCycles)) {
       fault.reason = Fault::full;
     }
     if (fault.reason != Fault::none) {
@@ -207,13 +217,17 @@ void Streamer::takeOn(const Column& column, const Waiting& waiting) {
 }
 
 void Streamer::careForTimelines() {
-  GateHold hold(gate_);
+  inNeed_.clear();
   for (Axis& axis : axes_) {
-    if (timelines_.needsCare(axis, cycles_.latestMs)) {
-      timelines_.look(axis);
-      timelines_.fillUp(axis);
-      hold.breathe();
+    if (timelines_.needsCare(axis, latestMs_)) {
+      inNeed_.push_back(&axis);
     }
+  }
+  GateHold hold(gate_);
+  for (Axis* const axis : inNeed_) {
+    timelines_.look(*axis);
+    timelines_.fillUp(*axis);
+    hold.breathe();
   }
   while (timelines_.takeBackSome()) {
     hold.breathe();

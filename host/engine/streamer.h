@@ -37,8 +37,9 @@ class Streamer {
   [[nodiscard]] Inbox& inbox() { return inbox_; }
   /// Up to which machine time the cycle may go. Falls under the gate alone.
   [[nodiscard]] std::int64_t boundMs() const { return boundMs_; }
-  /// Whether no batch waits, no point, and nothing that others have queued.
-  [[nodiscard]] bool isIdle() const { return idle_ && inbox_.empty(); }
+  /// Whether no batch that the latest pass saw waits, no point, and nothing that others have
+  /// queued.
+  [[nodiscard]] bool isIdle() const { return idle_; }
 
  private:
   /// A batch that waits for its moment.
@@ -57,7 +58,7 @@ class Streamer {
   using Columns = std::vector<Column>;
 
   void drainInbox();
-  [[nodiscard]] std::vector<std::size_t> nodesPerAxis();
+  void arrive(Waiting waiting);
   void tellPace();
   void handOver(const Waiting& waiting);
   [[nodiscard]] Columns columnsOf(const Waiting& waiting);
@@ -81,9 +82,13 @@ class Streamer {
   Inbox inbox_;
   std::uint32_t nextNumber_ = 0;
   std::map<Moment, Waiting> waiting_;
+  /// What the batches that are known before the start need, for each axis; empty afterwards.
+  std::vector<std::size_t> knownNodes_;
+  /// Those with something to look at or to hand over, in the pass under way.
+  std::vector<Axis*> inNeed_;
   PaceCount paceTold_;
   /// As the latest pass saw it.
-  std::int64_t latestMs_ = 0;
+  std::int64_t latestMs_;
 
   std::atomic<std::int64_t> boundMs_;
   std::atomic<bool> idle_{false};

@@ -2,7 +2,6 @@
 
 #include <algorithm>
 
-#include "host/motion/density.h"
 #include "host/motion/limits.h"
 
 namespace host {
@@ -33,7 +32,7 @@ std::vector<Point> Intake::points() const {
 }
 
 Event Intake::findFault(const std::vector<Point>& points, const Backlog& backlog,
-                        const hal::AttrGeneric& present, std::size_t& inTwoCycles) const {
+                        const hal::AttrGeneric& present, Density& density) const {
   Event fault{EventKind::refused, Fault::none, latestMs, number, actuatorIndex()};
   const auto bad = std::find_if(points.begin(), points.end(), [this](const Point& point) {
     return !isCommandable(actuator, point.value);
@@ -43,10 +42,10 @@ Event Intake::findFault(const std::vector<Point>& points, const Backlog& backlog
     fault.point = bad != points.end() ? bad->index : 0;
     return fault;
   }
-  inTwoCycles = densityAround(points, backlog, mode(), latestMs, cycleMs).inTwoCycles;
-  if (inTwoCycles > TimedCommand::MAX_TIMELINE_ITEMS) {
+  density = densityAround(points, backlog, mode(), latestMs, cycleMs);
+  if (density.inTwoCycles > TimedCommand::MAX_TIMELINE_ITEMS) {
     fault.reason = Fault::tooDense;
-    fault.amount = static_cast<double>(inTwoCycles);
+    fault.amount = static_cast<double>(density.inTwoCycles);
   }
   return fault;
 }

@@ -5,6 +5,7 @@
 
 #include "host/motion/backlog.h"
 #include "host/motion/batch.h"
+#include "host/motion/density.h"
 #include "host/motion/event.h"
 #include "host/motion/pointcounts.h"
 #include "simulation/machine.h"
@@ -30,14 +31,20 @@ struct Intake {
   [[nodiscard]] std::vector<Point> points() const;
 
   /// Why these points cannot be taken: an event `refused`, with no reason where they can.
-  /// `present` is what the register holds; `inTwoCycles` tells the density that results.
+  /// `present` is what the register holds; `density` is what results.
   [[nodiscard]] Event findFault(const std::vector<Point>& points, const Backlog& backlog,
-                                const hal::AttrGeneric& present, std::size_t& inTwoCycles) const;
+                                const hal::AttrGeneric& present, Density& density) const;
 
   /// Tells that these points are taken; tells of those that are late or limited, and counts
   /// them.
   void tellTaken(const std::vector<Point>& points, PointCounts& counts, Listener& listener) const;
 };
+
+/// The last cycle before a moment.
+constexpr std::int64_t cycleBefore(std::int64_t momentMs, std::int64_t cycleMs) {
+  const std::int64_t behind = momentMs + cycleMs - 1;
+  return (behind - (behind % cycleMs + cycleMs) % cycleMs) - cycleMs;
+}
 
 /// Tells one event for each run of points that follow each other in their batch.
 void tellRuns(Event event, const std::vector<Point>& points, Listener& listener);

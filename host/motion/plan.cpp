@@ -50,8 +50,9 @@ class BatchChecker {
   void checkPoints(const Batch& batch, std::size_t column, const simulation::Actuator& actuator) {
     const Motion& motion = *batch.motion;
     const std::int64_t cycleMs = schedule_.cycleMs;
-    const Intake intake{batch, 0, column, actuator, -cycleMs, cycleMs};
-    std::size_t inTwoCycles = 0;
+    const std::int64_t beforeMs = cycleBefore(batch.momentMs.value_or(0), cycleMs);
+    const Intake intake{batch, 0, column, actuator, beforeMs, cycleMs};
+    Density density;
     const Event fault =
         intake.findFault(intake.points(), Backlog(), initialRecord(actuator), inTwoCycles);
     if (fault.reason == Fault::none) {
@@ -63,7 +64,8 @@ class BatchChecker {
           motion.path, place,
           fmt::format("{} points for '{}' within two cycles of {} ms, at most {} fit; use a "
                       "shorter --cycle",
-                      inTwoCycles, actuator.name, cycleMs, TimedCommand::MAX_TIMELINE_ITEMS));
+                      density.inTwoCycles, actuator.name, cycleMs,
+                      TimedCommand::MAX_TIMELINE_ITEMS));
     }
     throw InputError(motion.path, place,
                      fmt::format("'{}' cannot be interpolated between {:.6g} and {:.6g}; use "

@@ -38,12 +38,12 @@ class RehearsedAxis {
     return {batch, number, column, actuator_, latestMs_, cycleMs_};
   }
   [[nodiscard]] Event findFault(const Intake& intake, const std::vector<Point>& points) const {
-    std::size_t inTwoCycles = 0;
+    Density density;
     hal::AttrGeneric present = initialRecord(actuator_);
     if (actuator_.interpolates) {
       present.asFloat = static_cast<float>(start_.value);
     }
-    return intake.findFault(points, backlog_, present, inTwoCycles);
+    return intake.findFault(points, backlog_, present, density);
   }
 
   void take(const Intake& intake, const std::vector<Point>& points) {
@@ -136,8 +136,7 @@ class Rehearsal {
   }
 
   void handOver(const Batch& batch, std::uint32_t number) {
-    const std::int64_t momentMs = batch.momentMs.value_or(0);
-    const std::int64_t latestMs = (momentMs + cycleMs_ - 1) / cycleMs_ * cycleMs_ - cycleMs_;
+    const std::int64_t latestMs = cycleBefore(batch.momentMs.value_or(0), cycleMs_);
     const std::vector<int>& actuators = batch.motion->actuators;
     std::vector<std::vector<Point>> points;
     Event fault;

@@ -104,7 +104,7 @@ std::vector<Finding> cycleFindings(const Torvex& torvex) {
   }
   if (pace.stands > 0) {
     findings.push_back(general(fmt::format(
-        "machine time stood in {} cycles, because commands came too late", pace.stands)));
+        "machine time stood for {} cycles, because commands came too late", pace.stands)));
   }
   for (Finding& finding : findings) {
     finding.isOfCycles = true;

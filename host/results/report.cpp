@@ -134,9 +134,9 @@ std::string countsTable(const Outcome& outcome) {
 std::string paceReport(const PaceCount& pace) {
   std::string text = fmt::format("overruns {}", pace.overruns);
   if (pace.stalls > 0) {
-    text += fmt::format(", held up {} times for {} ms in all", pace.stalls, pace.stalledMs);
+    text += fmt::format(", held up {}, for {} ms in all", pace.stalls, pace.stalledMs);
   }
-  return pace.stands > 0 ? text + fmt::format(", stood in {}", pace.stands) : text;
+  return pace.stands > 0 ? text + fmt::format(", stood for {}", pace.stands) : text;
 }
 
 std::string describe(const Motion& motion) {

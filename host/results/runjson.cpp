@@ -74,7 +74,7 @@ Json runJson(const Torvex& torvex, const Plan& plan, const Outcome& outcome) {
           {"clock", realtime ? "realtime" : "simulated"},
           {"cycle_ms", plan.schedule.cycleMs},
           {"approach_ms", plan.schedule.approachMs},
-          {"duration_ms", torvex.engine().timeMs() + std::int64_t{plan.schedule.cycleMs}},
+          {"duration_ms", torvex.engine().timeMs()},
           {"cycles", counts.cycles},
           {"overruns", pace.overruns},
           {"stalls", pace.stalls},
