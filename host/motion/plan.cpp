@@ -54,7 +54,7 @@ class BatchChecker {
     const Intake intake{batch, 0, column, actuator, beforeMs, cycleMs};
     Density density;
     const Event fault =
-        intake.findFault(intake.points(), Backlog(), initialRecord(actuator), inTwoCycles);
+        intake.findFault(intake.points(), Backlog(), initialRecord(actuator), density);
     if (fault.reason == Fault::none) {
       return;
     }
