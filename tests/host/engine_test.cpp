@@ -4,11 +4,13 @@
 
 #include <gtest/gtest.h>
 
-#include <cmath>
+#include <algorithm>
+#include <atomic>
 #include <cstdlib>
 #include <map>
 #include <random>
 #include <string>
+#include <thread>
 #include <tuple>
 #include <vector>
 
@@ -121,14 +123,50 @@ class RandomRun {
       cycle(engine, done, external);
     }
     settle(engine, done, clock);
-    for (Done::Cycle& cycle : done.cycles) {
-      cycle.pushes = witness_.pushes[cycle.previousMs];
+    finish(engine, done);
+    return done;
+  }
+
+  /// The same with threads: cycles and passes as fast as they can, while this one submits.
+  Done runThreads() {
+    host::Engine engine(machine_, options_);
+    engine.addListener(witness_);
+    Done done;
+    engine.start();
+    std::atomic<std::int64_t> nowMs{0};
+    std::atomic<bool> allCame{false}, ended{false};
+    std::thread commands([&] {
+      while (!ended) {
+        const bool came = allCame;
+        engine.pass();
+        ended = came && engine.isIdle();
+      }
+    });
+    std::thread cycles([&] {
+      for (std::int64_t clock = 0; !ended; ++clock) {
+        engine.wake(clock);
+        cycle(engine, done, {});
+        nowMs = engine.timeMs();
+      }
+    });
+    for (int i = 0; i < 60; ++i) {
+      submit(engine, done, nowMs);
     }
-    expectAllTold(engine, done);
+    allCame = true;
+    cycles.join();
+    commands.join();
+    finish(engine, done);
     return done;
   }
 
  private:
+  void finish(const host::Engine& engine, Done& done) {
+    for (Done::Cycle& cycle : done.cycles) {
+      cycle.pushes = witness_.pushes[cycle.previousMs];
+    }
+    expectAllTold(engine, done);
+  }
+
   std::uint32_t pick(std::uint32_t below) { return static_cast<std::uint32_t>(random_()) % below; }
 
   void submit(host::Engine& engine, Done& done, std::int64_t nowMs) {
@@ -288,17 +326,24 @@ bool expectSame(const Done& done, const host::MachineFile& machine, std::uint32_
   return true;
 }
 
-TEST(Engine, MovesAsIfEveryBatchWereHandedOverWhole) {
-  const unsigned long rounds = fromEnvironment("TORVEX_ROUNDS", 300);
+void compareRandomRuns(unsigned long rounds, Done (RandomRun::*drive)()) {
   const unsigned long seed = fromEnvironment("TORVEX_SEED", 1);
   unsigned long compared = 0;
-  for (unsigned long round = seed; round < seed + rounds && !HasFailure(); ++round) {
+  for (unsigned long round = seed; round < seed + rounds && !testing::Test::HasFailure(); ++round) {
     SCOPED_TRACE("TORVEX_SEED=" + std::to_string(round));
     RandomRun run(round);
-    const Done done = run.run();
+    const Done done = (run.*drive)();
     compared += expectSame(done, run.machine(), run.startTick()) ? 1 : 0;
   }
   EXPECT_GT(compared * 10, rounds * 9);
+}
+
+TEST(Engine, MovesAsIfEveryBatchWereHandedOverWhole) {
+  compareRandomRuns(fromEnvironment("TORVEX_ROUNDS", 300), &RandomRun::run);
+}
+
+TEST(Engine, MovesSoBesideThreads) {
+  compareRandomRuns(fromEnvironment("TORVEX_ROUNDS", 300) / 30, &RandomRun::runThreads);
 }
 
 }  // namespace
