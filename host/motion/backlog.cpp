@@ -5,72 +5,155 @@
 namespace host {
 namespace {
 
-bool earlier(const Point& one, const Point& other) {
-  return one.timeMs < other.timeMs;
-}
-
 bool isBefore(const Point& point, std::int64_t timeMs) {
   return point.timeMs < timeMs;
 }
 
-bool isAfter(std::int64_t timeMs, const Point& point) {
-  return timeMs < point.timeMs;
-}
-
-template <typename Iterator>
-std::size_t distanceOf(Iterator begin, Iterator end) {
-  return static_cast<std::size_t>(end - begin);
+template <typename Block>
+auto at(Block& block, std::size_t offset) {
+  return block.begin() + static_cast<std::ptrdiff_t>(offset);
 }
 
 }  // namespace
 
+Backlog::Place Backlog::findFirst(std::int64_t timeMs) const {
+  const auto block = std::lower_bound(
+      blocks_.begin(), blocks_.end(), timeMs,
+      [](const Block& one, std::int64_t time) { return isBefore(one.back(), time); });
+  Place place{static_cast<std::size_t>(block - blocks_.begin()), 0};
+  if (block != blocks_.end()) {
+    place.offset = static_cast<std::size_t>(
+        std::lower_bound(block->begin(), block->end(), timeMs, isBefore) - block->begin());
+  }
+  return place;
+}
+
+Backlog::Place Backlog::placeOf(std::size_t position) const {
+  Place place{0, position};
+  while (place.offset >= blocks_[place.block].size()) {
+    place.offset -= blocks_[place.block++].size();
+  }
+  return place;
+}
+
+const Point& Backlog::operator[](std::size_t position) const {
+  const Place place = placeOf(position);
+  return blocks_[place.block][place.offset];
+}
+
+void Backlog::popFront() {
+  eraseAt({0, 0});
+}
+
 void Backlog::erase(std::size_t position) {
-  points_.erase(points_.begin() + static_cast<std::ptrdiff_t>(position));
+  eraseAt(placeOf(position));
 }
 
-Backlog::Range Backlog::kept(const std::vector<Point>& points,
-                             TimedCommand::commandType mode) const {
+void Backlog::eraseAt(const Place& place) {
+  Block& block = blocks_[place.block];
+  block.erase(at(block, place.offset));
+  --size_;
+  if (block.empty()) {
+    blocks_.erase(at(blocks_, place.block));
+  }
+}
+
+Backlog::Kept Backlog::kept(const std::vector<Point>& points, TimedCommand::commandType mode) {
+  Kept kept;
   if (mode == TimedCommand::REPLACE) {
-    return {};
+    kept.lastMs = kept.firstMs;
+  } else if (mode == TimedCommand::CLEAR_AFTER && !points.empty()) {
+    kept.lastMs = points.front().timeMs - 1;
+  } else if (mode == TimedCommand::CLEAR_BEFORE && !points.empty()) {
+    kept.firstMs = points.back().timeMs + 1;
   }
-  Range range{0, points_.size()};
-  if (points.empty()) {
-    return range;
-  }
-  if (mode == TimedCommand::CLEAR_AFTER) {
-    range.end = distanceOf(points_.begin(), std::lower_bound(points_.begin(), points_.end(),
-                                                             points.front().timeMs, isBefore));
-  } else if (mode == TimedCommand::CLEAR_BEFORE) {
-    range.begin = distanceOf(points_.begin(), std::upper_bound(points_.begin(), points_.end(),
-                                                               points.back().timeMs, isAfter));
-  }
-  return range;
+  return kept;
 }
 
-std::size_t Backlog::countDue(Range range, std::int64_t beginMs, std::int64_t endMs) const {
-  const auto begin = points_.begin() + static_cast<std::ptrdiff_t>(range.begin);
-  const auto end = points_.begin() + static_cast<std::ptrdiff_t>(range.end);
-  const auto first = std::lower_bound(begin, end, beginMs, isBefore);
-  return distanceOf(first, std::upper_bound(first, end, endMs, isAfter));
+std::size_t Backlog::countDue(const Kept& kept, std::int64_t beginMs, std::int64_t endMs) const {
+  const std::int64_t firstMs = std::max(beginMs, kept.firstMs);
+  const std::int64_t lastMs = std::min(endMs, kept.lastMs);
+  return firstMs > lastMs ? 0 : countBetween(findFirst(firstMs), findFirst(lastMs + 1));
+}
+
+std::size_t Backlog::countBetween(const Place& begin, const Place& end) const {
+  std::size_t count = 0;
+  for (std::size_t block = begin.block; block < end.block; ++block) {
+    count += blocks_[block].size();
+  }
+  return count + end.offset - begin.offset;
 }
 
 std::vector<Point> Backlog::take(const std::vector<Point>& points, TimedCommand::commandType mode) {
-  const Range range = kept(points, mode);
-  const auto begin = points_.begin() + static_cast<std::ptrdiff_t>(range.begin);
-  const auto end = points_.begin() + static_cast<std::ptrdiff_t>(range.end);
-  std::vector<Point> removed(points_.begin(), begin);
-  removed.insert(removed.end(), end, points_.end());
-  points_.erase(end, points_.end());
-  points_.erase(points_.begin(), points_.begin() + static_cast<std::ptrdiff_t>(range.begin));
-  if (!points.empty()) {
-    const auto place =
-        std::lower_bound(points_.begin(), points_.end(), points.front().timeMs, isBefore);
-    const auto first = points_.insert(place, points.begin(), points.end());
-    // A stable merge: of equal times those of the first range, the new ones, stay in front.
-    std::inplace_merge(first, first + static_cast<std::ptrdiff_t>(points.size()), points_.end(),
-                       earlier);
+  const Kept keeps = kept(points, mode);
+  std::vector<Point> removed;
+  cut({0, 0}, findFirst(keeps.firstMs), removed);
+  if (keeps.lastMs < std::numeric_limits<std::int64_t>::max()) {
+    cut(findFirst(keeps.lastMs + 1), {blocks_.size(), 0}, removed);
   }
+  if (points.empty()) {
+    return removed;
+  }
+  if (empty() || points.front().timeMs > blocks_.back().back().timeMs) {
+    append(points);
+    return removed;
+  }
+  // From the back: each comes in before those with the same time, so the first stays first.
+  std::for_each(points.rbegin(), points.rend(), [this](const Point& point) { insert(point); });
   return removed;
+}
+
+void Backlog::cut(const Place& begin, const Place& end, std::vector<Point>& removed) {
+  const std::size_t count = countBetween(begin, end);
+  if (count == 0) {
+    return;
+  }
+  removed.reserve(removed.size() + count);
+  for (std::size_t number = begin.block; number < blocks_.size() && number <= end.block; ++number) {
+    Block& block = blocks_[number];
+    const auto first = at(block, number == begin.block ? begin.offset : 0);
+    const auto last = number == end.block ? at(block, end.offset) : block.end();
+    removed.insert(removed.end(), first, last);
+    block.erase(first, last);
+  }
+  size_ -= count;
+  const auto firstBlock = at(blocks_, begin.block);
+  const auto lastBlock = at(blocks_, std::min(end.block + 1, blocks_.size()));
+  blocks_.erase(
+      std::remove_if(firstBlock, lastBlock, [](const Block& block) { return block.empty(); }),
+      lastBlock);
+}
+
+void Backlog::append(const std::vector<Point>& points) {
+  for (std::size_t begin = 0; begin < points.size();) {
+    if (blocks_.empty() || blocks_.back().size() == blockPoints) {
+      blocks_.emplace_back();
+    }
+    Block& block = blocks_.back();
+    const std::size_t end = std::min(begin + blockPoints - block.size(), points.size());
+    block.insert(block.end(), at(points, begin), at(points, end));
+    begin = end;
+  }
+  size_ += points.size();
+}
+
+void Backlog::insert(const Point& point) {
+  Place place = findFirst(point.timeMs);
+  if (place.block == blocks_.size()) {
+    place = {place.block - 1, blocks_.back().size()};
+  }
+  if (blocks_[place.block].size() == blockPoints) {
+    const auto middle = at(blocks_[place.block], blockPoints / 2);
+    Block behind(middle, blocks_[place.block].end());
+    blocks_[place.block].erase(middle, blocks_[place.block].end());
+    blocks_.insert(at(blocks_, place.block + 1), std::move(behind));
+    if (place.offset > blockPoints / 2) {
+      place = {place.block + 1, place.offset - blockPoints / 2};
+    }
+  }
+  Block& block = blocks_[place.block];
+  block.insert(at(block, place.offset), point);
+  ++size_;
 }
 
 }  // namespace host

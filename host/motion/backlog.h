@@ -3,6 +3,7 @@
 #include <cstddef>
 #include <cstdint>
 #include <deque>
+#include <limits>
 #include <vector>
 
 #include "host/motion/point.h"
@@ -15,27 +16,33 @@ namespace host {
 ///
 /// Invariant: times never fall, and among equal times the later arrival comes first. So
 /// the points lie as a timeline of the library that has room for all would hold them.
+///
+/// They lie in blocks, none of them empty and none longer than `blockPoints`: a point finds
+/// its place by a search over blocks and moves the rest of one block alone, wherever it
+/// comes in.
 class Backlog {
  public:
-  /// Positions of what a mode keeps: it removes at the ends alone.
-  struct Range {
-    std::size_t begin = 0;
-    std::size_t end = 0;
+  /// The times from the first to the last one, both included, that a mode keeps.
+  struct Kept {
+    std::int64_t firstMs = std::numeric_limits<std::int64_t>::min();
+    std::int64_t lastMs = std::numeric_limits<std::int64_t>::max();
   };
 
-  [[nodiscard]] bool empty() const { return points_.empty(); }
-  [[nodiscard]] std::size_t size() const { return points_.size(); }
-  [[nodiscard]] const Point& front() const { return points_.front(); }
-  [[nodiscard]] const Point& operator[](std::size_t position) const { return points_[position]; }
+  [[nodiscard]] bool empty() const { return size_ == 0; }
+  [[nodiscard]] std::size_t size() const { return size_; }
+  [[nodiscard]] const Point& front() const { return blocks_.front().front(); }
+  /// Takes the longer, the further behind the front.
+  [[nodiscard]] const Point& operator[](std::size_t position) const;
 
-  void popFront() { points_.pop_front(); }
+  void popFront();
   void erase(std::size_t position);
 
   /// What stays when `points` come with this mode. They are in time order.
-  [[nodiscard]] Range kept(const std::vector<Point>& points, TimedCommand::commandType mode) const;
+  [[nodiscard]] static Kept kept(const std::vector<Point>& points, TimedCommand::commandType mode);
 
-  /// How many points of the range are due from `beginMs` up to and including `endMs`.
-  [[nodiscard]] std::size_t countDue(Range range, std::int64_t beginMs, std::int64_t endMs) const;
+  /// How many points are due from `beginMs` up to and including `endMs`, of those kept.
+  [[nodiscard]] std::size_t countDue(const Kept& kept, std::int64_t beginMs,
+                                     std::int64_t endMs) const;
 
   /// Takes points in by the rules of a timeline: removes what the mode does not keep, then
   /// merges, a new point before a waiting one with the same time. Points with equal times
@@ -43,7 +50,25 @@ class Backlog {
   std::vector<Point> take(const std::vector<Point>& points, TimedCommand::commandType mode);
 
  private:
-  std::deque<Point> points_;
+  static constexpr std::size_t blockPoints = 128;
+  using Block = std::vector<Point>;
+  /// Of a point, or of the end: of no block, and 0.
+  struct Place {
+    std::size_t block = 0;
+    std::size_t offset = 0;
+  };
+
+  /// The first point at or behind a time.
+  [[nodiscard]] Place findFirst(std::int64_t timeMs) const;
+  [[nodiscard]] Place placeOf(std::size_t position) const;
+  [[nodiscard]] std::size_t countBetween(const Place& begin, const Place& end) const;
+  void cut(const Place& begin, const Place& end, std::vector<Point>& removed);
+  void append(const std::vector<Point>& points);
+  void insert(const Point& point);
+  void eraseAt(const Place& place);
+
+  std::deque<Block> blocks_;
+  std::size_t size_ = 0;
 };
 
 /// How many of these a cycle at this time reaches: all that are overdue, and of those due

@@ -11,9 +11,10 @@ constexpr std::int64_t always = std::numeric_limits<std::int64_t>::min();
 class Counter {
  public:
   Counter(const std::vector<Point>& points, const Backlog& backlog, TimedCommand::commandType mode)
-      : points_(points), backlog_(backlog), kept_(backlog.kept(points, mode)) {}
+      : points_(points), backlog_(backlog), kept_(Backlog::kept(points, mode)) {}
 
-  [[nodiscard]] std::size_t all() const { return points_.size() + kept_.end - kept_.begin; }
+  /// At most.
+  [[nodiscard]] std::size_t all() const { return points_.size() + backlog_.size(); }
 
   [[nodiscard]] std::size_t countDue(std::int64_t beginMs, std::int64_t endMs) const {
     const auto first = std::lower_bound(
@@ -28,7 +29,7 @@ class Counter {
  private:
   const std::vector<Point>& points_;
   const Backlog& backlog_;
-  const Backlog::Range kept_;
+  const Backlog::Kept kept_;
 };
 
 }  // namespace
