@@ -30,7 +30,8 @@ std::string progressBar(std::int64_t timeMs, std::int64_t lastMs) {
 std::size_t columnOf(const simulation::Actuator& actuator, double value) {
   const double least = std::isfinite(actuator.minimum) ? actuator.minimum : -M_PI;
   const double most = std::isfinite(actuator.maximum) ? actuator.maximum : M_PI;
-  const double share = (value - least) / (most - least);
+  // Halved, so that the difference of any two is finite.
+  const double share = (value / 2 - least / 2) / (most / 2 - least / 2);
   const double within = std::isnan(share) ? 0.5 : std::clamp(share, 0.0, 1.0);
   return static_cast<std::size_t>(std::lround(within * static_cast<double>(barColumns - 1)));
 }
