@@ -351,10 +351,12 @@ bool looksLikeXml(const std::string& text) {
 
 MachineFile readMachineFile(const std::string& path) {
   const std::string text = readFile(path, maxUrdfBytes);
-  if (looksLikeXml(text)) {
-    return readUrdf(path, text);
+  MachineFile machine =
+      looksLikeXml(text) ? readUrdf(path, text) : MachineFileReader(YamlFile(path, text)).read();
+  if (machine.name.empty()) {
+    machine.name = std::filesystem::path(path).stem().string();
   }
-  return MachineFileReader(YamlFile(path, text)).read();
+  return machine;
 }
 
 std::map<std::string, int> actuatorIndexes(const MachineFile& machine) {
