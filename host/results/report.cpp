@@ -160,12 +160,15 @@ std::string paceReport(const PaceCount& pace) {
   return text;
 }
 
+std::string counted(std::size_t count, const char* noun) {
+  return fmt::format("{} {}{}", count, noun, count == 1 ? "" : "s");
+}
+
 std::string describe(const Motion& motion) {
   const double seconds = motion.times.empty() ? 0.0 : motion.times.back() / 1000.0;
   const std::string size =
-      fmt::format("{} point{} on {} actuator{} in {:.3f} s", motion.times.size(),
-                  motion.times.size() == 1 ? "" : "s", motion.actuators.size(),
-                  motion.actuators.size() == 1 ? "" : "s", seconds);
+      fmt::format("{} on {} in {:.3f} s", counted(motion.times.size(), "point"),
+                  counted(motion.actuators.size(), "actuator"), seconds);
   return motion.atMs ? fmt::format("batch    {} at {:.3f} s: {} ({}:{})\n", modeName(motion.mode),
                                    *motion.atMs / 1000.0, size, motion.path, motion.place.line)
                      : fmt::format("motion   {} ({})\n", size, motion.path);
@@ -189,9 +192,10 @@ const char* const reportWords =
 std::string loadedReport(const MachineFile& machine, const std::vector<Motion>& motions,
                          const Schedule& schedule, const RunOptions& options,
                          bool replacedLeftover) {
-  std::string text = fmt::format("machine  {}: {} actuators, {} sensors ({})\n", machine.name,
-                                 machine.description.actuators.size(),
-                                 machine.description.sensors.size(), options.machinePath);
+  std::string text =
+      fmt::format("machine  {}: {}, {} ({})\n", machine.name,
+                  counted(machine.description.actuators.size(), "actuator"),
+                  counted(machine.description.sensors.size(), "sensor"), options.machinePath);
   for (const Motion& motion : motions) {
     text += describe(motion);
     for (const std::string& note : motion.notes) {
