@@ -75,6 +75,9 @@ TEST(Trace, WritesFloatsThatReadBackExactly) {
 struct AnyAxis {
   explicit AnyAxis(const std::string& name, float command = 0.0F, float measured = 0.0F) {
     actuator.name = name;
+    for (hal::DeviceAttrGeneric& attribute : registers) {
+      attribute.typeCode = hal::floatTypeCode;
+    }
     registers[0].storeFloat(command);
     registers[1].storeFloat(measured);
     axis.command = &registers[0];
@@ -155,9 +158,10 @@ TEST(LiveView, DrawsWhatIsNoNumber) {
   ASSERT_GT(length, 0);
   const std::string text(drawn, static_cast<std::size_t>(length));
   const std::string dots(20, '.');
-  for (const std::string& bar : {"high     [o" + dots + dots.substr(1) + "#]       inf",
-                                 "none     [" + dots + "#" + dots + "]       nan",
-                                 "huge     [" + dots + "#" + dots + "]  3.00e+38"}) {
+  for (const std::string& bar :
+       {"high                      [o" + dots + dots.substr(1) + "#]       inf",
+        "none                      [" + dots + "#" + dots + "]       nan",
+        "huge                      [" + dots + "#" + dots + "]  3.00e+38"}) {
     EXPECT_NE(text.find(bar), std::string::npos) << bar << " in\n" << text;
   }
 }
