@@ -117,7 +117,8 @@ TEST(Tool, RefusesBadInputBeforeAnythingMoves) {
       "m.yaml", "joint_names: [a]\npoints:\n- {positions: [1], time_from_start: 1}\n");
   const std::string wrong = temporary.write("w.yaml", "joint_names: [a, b]\n");
   const std::string none = temporary.path("none");
-  const std::string free = temporary.write("free.yaml", "actuators: [{name: a}]\n");
+  const std::string free =
+      temporary.write("free.yaml", "actuators: [{name: a}, {name: b, value: 0.7, maximum: 0.7}]\n");
   const std::string huge =
       temporary.write("h.yaml",
                       "joint_names: [a]\npoints:\n- {positions: [0], time_from_start: 0}\n"
