@@ -89,7 +89,7 @@ void LiveView::show(const std::vector<ShownAxis>& axes, std::int64_t timeMs, std
 }
 
 void LiveView::clear() {
-  if (onTerminal_) {
+  if (linesShown_ > 0) {
     draw("", 0);
   }
 }
