@@ -90,11 +90,12 @@ std::string valuesTable(const Torvex& torvex, const Outcome& outcome) {
   return table.text();
 }
 
+/// What can become of points.
 struct Count {
   const char* name;
   std::uint64_t (*of)(const Axis& axis);
 };
-constexpr Count counts[] = {
+constexpr Count fates[] = {
     {"reached", [](const Axis& axis) { return axis.counts.reached; }},
     {"cleared", [](const Axis& axis) { return axis.counts.cleared; }},
     {"refused", [](const Axis& axis) { return axis.counts.refused; }},
@@ -109,7 +110,7 @@ std::vector<const Axis*> specialAxes(const Outcome& outcome) {
   std::vector<const Axis*> axes;
   for (const AxisOutcome& judged : outcome.axes) {
     const Axis& axis = judged.shown.axis;
-    if (std::any_of(std::begin(counts) + 1, std::end(counts),
+    if (std::any_of(std::begin(fates) + 1, std::end(fates),
                     [&axis](const Count& count) { return count.of(axis) > 0; })) {
       axes.push_back(&axis);
     }
@@ -126,7 +127,7 @@ std::string countsTable(const Outcome& outcome) {
   }
   std::vector<const Count*> happened;
   std::size_t columns = 0;
-  for (const Count& count : counts) {
+  for (const Count& count : fates) {
     std::size_t width = 0;
     for (const Axis* const axis : axes) {
       width = std::max(width, count.of(*axis) > 0 ? std::to_string(count.of(*axis)).size() : 0);

@@ -258,18 +258,16 @@ TEST(Check, SaysWhatIsLateOrBeyondTheLimits) {
   const host::Plan plan = host::planRun(machine, motions, {});
   host::Findings findings(machine, plan);
   host::rehearse(machine, plan, findings);
-  std::vector<std::string> said;
+  std::string said;
   for (const host::Finding& finding : findings.all()) {
-    said.push_back(host::shown(finding, "warning").substr(temporary.path("m.yaml").size()));
+    said += host::shown(finding, "warning").substr(temporary.path("m.yaml").size()) + "\n";
   }
   EXPECT_EQ(said,
-            (std::vector<std::string>{
-                ":2:67: warning: a is to be -1.5 at 3.000 s, below its minimum -1",
-                ":2:67: warning: a moves 3 a second to be -1 at 3.000 s, above its limit 2",
-                ":3:54: warning: a moves 2.769 a second to be 1.25 at 2.750 s, above its "
-                "limit 2",
-                ":5:3: warning: 1 of 2 points late by 40 ms",
-                ":6:5: warning: b moves 50 a second to be 0.5 at 1.960 s, above its limit 2"}));
+            ":2:67: warning: a is to be -1.5 at 3.000 s, below its minimum -1\n"
+            ":2:67: warning: a moves 3 a second to be -1 at 3.000 s, above its limit 2\n"
+            ":3:54: warning: a moves 2.769 a second to be 1.25 at 2.750 s, above its limit 2\n"
+            ":5:3: warning: 1 of 2 points late by 40 ms\n"
+            ":6:5: warning: b moves 50 a second to be 0.5 at 1.960 s, above its limit 2\n");
 }
 
 }  // namespace
