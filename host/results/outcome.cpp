@@ -108,8 +108,9 @@ std::vector<Finding> cycleFindings(const Torvex& torvex) {
         caughtUp ? "the motion caught up" : "the motion stood as long")));
   }
   if (pace.stands > 0) {
-    findings.push_back(general(fmt::format(
-        "machine time stood in {} cycles, because commands came too late", pace.stands)));
+    findings.push_back(
+        general(fmt::format("machine time stood in {} cycle{}, because commands came too late",
+                            pace.stands, pace.stands == 1 ? "" : "s")));
   }
   for (Finding& finding : findings) {
     finding.isOfCycles = true;
