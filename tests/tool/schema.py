@@ -10,7 +10,7 @@ import tempfile
 
 import jsonschema
 
-tool, root = os.path.abspath(sys.argv[1]), sys.argv[2]
+tool, root = (os.path.abspath(path) for path in sys.argv[1:3])
 with open(os.path.join(root, "docs/run.schema.json"), encoding="utf-8") as file:
     schema = json.load(file)
 jsonschema.Draft202012Validator.check_schema(schema)
