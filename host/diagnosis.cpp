@@ -27,19 +27,19 @@ std::optional<std::string> lineIn(const std::string& path) {
   return line;
 }
 
-Finding judged(const char* what, std::string found, bool good, const std::string& advice) {
-  return {what, std::move(found), good ? Verdict::good : Verdict::poor, good ? "" : advice};
+Condition judged(const char* what, std::string found, bool good, const std::string& advice) {
+  return {what, std::move(found), good ? Rating::good : Rating::poor, good ? "" : advice};
 }
 
-Finding unknown(const char* what, const std::string& advice) {
-  return {what, "unknown", Verdict::unknown, advice};
+Condition unknown(const char* what, const std::string& advice) {
+  return {what, "unknown", Rating::unknown, advice};
 }
 
 std::string inWords(rlim_t limit) {
   return limit == RLIM_INFINITY ? "none" : std::to_string(limit);
 }
 
-Finding scheduling() {
+Condition scheduling() {
   const int priority = ThreadPlace().priority;
   const int failure = tryPlace({priority, std::nullopt}).priority;
   rlimit limit{};
@@ -51,14 +51,14 @@ Finding scheduling() {
                 failure == 0, schedulingAdvice);
 }
 
-Finding memory() {
+Condition memory() {
   const std::optional<std::uint64_t> limit = lockableMemory();
   return judged("memory",
                 limit ? fmt::format("{} KiB may be locked", *limit / 1024) : "all may be locked",
                 !limit, memoryAdvice);
 }
 
-Finding kernel(const std::string& root) {
+Condition kernel(const std::string& root) {
   constexpr const char* advice = "install a kernel built with PREEMPT_RT";
   const std::optional<std::string> realtime = lineIn(root + "/sys/kernel/realtime");
   const std::optional<std::string> version = lineIn(root + "/proc/sys/kernel/version");
@@ -75,7 +75,7 @@ Finding kernel(const std::string& root) {
                 advice);
 }
 
-Finding governor(const std::string& root) {
+Condition governor(const std::string& root) {
   const std::string folder = root + "/sys/devices/system/cpu";
   std::set<std::string> governors;
   std::error_code ignored;
@@ -92,7 +92,7 @@ Finding governor(const std::string& root) {
                 "set it with 'cpupower frequency-set --governor performance'");
 }
 
-Finding isolation(const std::string& root) {
+Condition isolation(const std::string& root) {
   const auto isolated = lineIn(root + "/sys/devices/system/cpu/isolated");
   if (!isolated) {
     return unknown("isolation", "look for isolcpus= in /proc/cmdline");
@@ -104,7 +104,7 @@ Finding isolation(const std::string& root) {
                 "kernel's command line, and run with --affinity CPU");
 }
 
-Finding clockSource(const std::string& root) {
+Condition clockSource(const std::string& root) {
   const auto source =
       lineIn(root + "/sys/devices/system/clocksource/clocksource0/current_clocksource");
   if (!source) {
@@ -116,7 +116,7 @@ Finding clockSource(const std::string& root) {
                 "clocksource=tsc on the kernel's command line asks for it");
 }
 
-Finding processors() {
+Condition processors() {
   const long online = sysconf(_SC_NPROCESSORS_ONLN);
   return judged("processors", std::to_string(online), online >= 2,
                 "with a second one the cycle need not wait for interrupts and other work");
@@ -124,7 +124,7 @@ Finding processors() {
 
 }  // namespace
 
-std::vector<Finding> diagnose(const std::string& root) {
+std::vector<Condition> diagnose(const std::string& root) {
   return {scheduling(),    memory(),          kernel(root), governor(root),
           isolation(root), clockSource(root), processors()};
 }

@@ -5,19 +5,19 @@
 
 namespace host {
 
-enum class Verdict { good, poor, unknown };
+enum class Rating { good, poor, unknown };
 
 /// One thing that decides how punctual cycles are.
-struct Finding {
+struct Condition {
   std::string what;
   std::string found;
-  Verdict verdict = Verdict::unknown;
+  Rating rating = Rating::unknown;
   /// What to do about it; empty when it is good.
   std::string advice;
 };
 
 /// What this machine grants this process. The system's files are sought below `root`,
 /// which is empty for the system itself; what is missing there is unknown.
-std::vector<Finding> diagnose(const std::string& root);
+std::vector<Condition> diagnose(const std::string& root);
 
 }  // namespace host

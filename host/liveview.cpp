@@ -9,6 +9,7 @@
 #include <cstdio>
 
 #include "host/terminalsize.h"
+#include "host/values.h"
 
 namespace host {
 namespace {
@@ -24,12 +25,13 @@ std::string progressBar(std::int64_t timeMs, std::int64_t lastMs) {
                      static_cast<double>(lastMs) / 1000.0);
 }
 
-/// An actuator without limits is shown over one turn about zero; what is no number in the
+/// An actuator without limits is shown over one turn about zero, and what is no number in the
 /// middle.
 std::size_t columnOf(const simulation::Actuator& actuator, double value) {
   const double least = std::isfinite(actuator.minimum) ? actuator.minimum : -M_PI;
   const double most = std::isfinite(actuator.maximum) ? actuator.maximum : M_PI;
-  const double share = (value - least) / (most - least);
+  // Halved, so that the difference of any two is finite.
+  const double share = (value / 2 - least / 2) / (most / 2 - least / 2);
   const double within = std::isnan(share) ? 0.5 : std::clamp(share, 0.0, 1.0);
   return static_cast<std::size_t>(std::lround(within * static_cast<double>(barColumns - 1)));
 }
@@ -40,8 +42,10 @@ std::string axisLine(const Axis& axis, std::size_t nameColumns) {
     bar[columnOf(axis.actuator, *measured)] = 'o';
   }
   bar[columnOf(axis.actuator, axis.commanded())] = '#';
-  return fmt::format("{:<{}.{}} [{}] {:8.3f}\n", axis.actuator.name, nameColumns, nameColumns, bar,
-                     axis.commanded());
+  const double command = axis.commanded();
+  const std::string name = cutInFront(shownName(axis.actuator.name), nameColumns);
+  return fmt::format("{:<{}} [{}] {:>9}\n", name, nameColumns, bar,
+                     fmt::format(std::abs(command) < 1e4 ? "{:.3f}" : "{:.2e}", command));
 }
 
 std::int64_t nowNs() {
@@ -69,7 +73,7 @@ void LiveView::show(const std::vector<ShownAxis>& axes, std::int64_t timeMs, std
   }
   nextDrawNs_ = nowNs() + drawEveryNs;
   const TerminalSize size = terminalSize(STDERR_FILENO);
-  constexpr std::size_t besideName = barColumns + 13;
+  constexpr std::size_t besideName = barColumns + 14;
   const std::size_t nameColumns =
       std::clamp<std::size_t>(size.columns, besideName + 8, besideName + 32) - besideName;
   const bool wide = size.columns >= besideName + 8;
@@ -85,7 +89,7 @@ void LiveView::show(const std::vector<ShownAxis>& axes, std::int64_t timeMs, std
 }
 
 void LiveView::clear() {
-  if (onTerminal_) {
+  if (linesShown_ > 0) {
     draw("", 0);
   }
 }

@@ -14,52 +14,52 @@
 namespace host {
 namespace {
 
-const char* nameOf(Verdict verdict) {
+const char* nameOf(Rating verdict) {
   switch (verdict) {
-    case Verdict::good:
+    case Rating::good:
       return "good";
-    case Verdict::poor:
+    case Rating::poor:
       return "poor";
-    case Verdict::unknown:
+    case Rating::unknown:
       break;
   }
   return "unknown";
 }
 
-std::string table(const std::vector<Finding>& findings) {
+std::string table(const std::vector<Condition>& conditions) {
   std::string text;
-  for (const Finding& finding : findings) {
-    const char* mark = finding.verdict == Verdict::good ? "+" : "-";
-    text += fmt::format("{} {:<10}  {}\n", finding.verdict == Verdict::unknown ? "?" : mark,
-                        finding.what, finding.found);
-    if (!finding.advice.empty()) {
-      text += fmt::format("              {}\n", finding.advice);
+  for (const Condition& condition : conditions) {
+    const char* mark = condition.rating == Rating::good ? "+" : "-";
+    text += fmt::format("{} {:<10}  {}\n", condition.rating == Rating::unknown ? "?" : mark,
+                        condition.what, condition.found);
+    if (!condition.advice.empty()) {
+      text += fmt::format("              {}\n", condition.advice);
     }
   }
   return text;
 }
 
-Json jsonOf(const std::vector<Finding>& findings) {
+Json jsonOf(const std::vector<Condition>& conditions) {
   Json all = Json::array();
-  for (const Finding& finding : findings) {
-    all.push_back({{"what", finding.what},
-                   {"found", finding.found},
-                   {"verdict", nameOf(finding.verdict)},
-                   {"advice", finding.advice.empty() ? Json() : Json(finding.advice)}});
+  for (const Condition& condition : conditions) {
+    all.push_back({{"what", condition.what},
+                   {"found", condition.found},
+                   {"verdict", nameOf(condition.rating)},
+                   {"advice", condition.advice.empty() ? Json() : Json(condition.advice)}});
   }
   return all;
 }
 
 int doctor(bool json) {
   const StopSignal stopSignal;  // a closed pipe is then an error to meet
-  const std::vector<Finding> findings = diagnose("");
-  if (const int status = writeOut(json ? printed(jsonOf(findings), 2) + "\n" : table(findings));
+  const std::vector<Condition> conditions = diagnose("");
+  if (const int status = writeOut(json ? printed(jsonOf(conditions), 2) + "\n" : table(conditions));
       status != okStatus) {
     return status;
   }
-  const bool poor = std::any_of(findings.begin(), findings.end(), [](const Finding& finding) {
-    return finding.verdict == Verdict::poor;
-  });
+  const bool poor =
+      std::any_of(conditions.begin(), conditions.end(),
+                  [](const Condition& condition) { return condition.rating == Rating::poor; });
   return poor ? shortfallStatus : okStatus;
 }
 

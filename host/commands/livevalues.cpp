@@ -94,7 +94,7 @@ std::string ValueLines::changed(std::int64_t timeMs) {
 std::string jsonLine(const LiveValues& values, std::int64_t timeMs) {
   Json::object_t members;
   for (std::size_t i = 0; i < values.size(); ++i) {
-    members.push_back({values.key(i), values.value(i)});  // no key stands twice
+    members.push_back({values.key(i), values.value(i)});  // no key twice
   }
   return printed({{"time_ms", timeMs}, {"values", std::move(members)}}, -1) + "\n";
 }

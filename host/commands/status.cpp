@@ -44,7 +44,7 @@ int statusOf(const std::function<int()>& command) {
   } catch (const simulation::Error& error) {
     return failed(badInputStatus, "torvex: error: ", error.what());
   } catch (const std::bad_alloc&) {
-    return failed(shortfallStatus, "torvex: error: ", "memory is short");
+    return failed(shortfallStatus, "torvex: error: ", "out of memory");
   } catch (const std::exception& error) {
     return failed(shortfallStatus, "torvex: error: ", error.what());
   }

@@ -37,9 +37,9 @@ NodeReserve::~NodeReserve() {
   for (Range& range : ranges_) {
     common_.splice(common_.end(), range.spare);
   }
-  for (const auto node : fromHighToLow(common_)) {
-    common_.erase(node);
-  }
+  // From high addresses to low ones, and without asking for memory.
+  common_.sort([](const auto& one, const auto& other) { return std::less<>()(&other, &one); });
+  common_.clear();
 }
 
 void NodeReserve::fill(const std::vector<std::size_t>& nodesPerAxis) {

@@ -19,7 +19,7 @@ void noteStamp(const YamlFile& yaml, const Fields& fields, Motion& motion) {
   const auto stamp = parts.find("stamp");
   if (stamp != parts.end() && yaml.seconds(stamp->second, "header.stamp") != 0) {
     motion.notes.push_back(fmt::format(
-        "{}: the header's stamp is read over; the motion starts with the run", motion.path));
+        "{}: the header's stamp is ignored; the motion starts with the run", motion.path));
   }
 }
 
@@ -88,7 +88,7 @@ void readPoints(const PointReader& reader, const YAML::Node& points, Motion& mot
   }
   for (const std::string& key : readOver) {
     motion.notes.push_back(
-        fmt::format("{}: {} are read over; positions and times are used", motion.path, key));
+        fmt::format("{}: {} are ignored; positions and times are used", motion.path, key));
   }
 }
 

@@ -225,14 +225,20 @@ class MachineFileReader {
   }
 
   void readInitialValue(const YAML::Node& node, simulation::Actuator& actuator) const {
-    const double value = yaml_.number(node, "value");
+    // Floats are compared as they are kept: 0.7 lies above 0.7 in single precision.
+    const bool isFloat = actuator.typeCode == hal::floatTypeCode;
+    const double value =
+        isFloat ? double{yaml_.singleNumber(node, "value")} : yaml_.number(node, "value");
     if (value < actuator.minimum || value > actuator.maximum) {
-      yaml_.fail(node, fmt::format("the value {} of '{}' lies outside its limits {} to {}", value,
-                                   actuator.name, actuator.minimum, actuator.maximum));
+      const auto shown = [isFloat](double number) {
+        return isFloat ? fmt::format("{}", static_cast<float>(number)) : fmt::format("{}", number);
+      };
+      yaml_.fail(node,
+                 fmt::format("the value {} of '{}' lies outside its limits {} to {}", shown(value),
+                             actuator.name, shown(actuator.minimum), shown(actuator.maximum)));
     }
-    actuator.value = actuator.typeCode == hal::floatTypeCode
-                         ? simulation::Value(yaml_.singleNumber(node, "value"))
-                         : readInteger(yaml_, node, "value");
+    actuator.value =
+        isFloat ? simulation::Value(static_cast<float>(value)) : readInteger(yaml_, node, "value");
   }
 
   /// As near to 0 as the limits allow.
@@ -351,10 +357,12 @@ bool looksLikeXml(const std::string& text) {
 
 MachineFile readMachineFile(const std::string& path) {
   const std::string text = readFile(path, maxUrdfBytes);
-  if (looksLikeXml(text)) {
-    return readUrdf(path, text);
+  MachineFile machine =
+      looksLikeXml(text) ? readUrdf(path, text) : MachineFileReader(YamlFile(path, text)).read();
+  if (machine.name.empty()) {
+    machine.name = std::filesystem::path(path).stem().string();
   }
-  return MachineFileReader(YamlFile(path, text)).read();
+  return machine;
 }
 
 std::map<std::string, int> actuatorIndexes(const MachineFile& machine) {

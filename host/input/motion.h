@@ -32,7 +32,7 @@ struct Motion {
   std::vector<hal::AttrGeneric> values;
   /// Where each point stands in the file.
   std::vector<Position> places;
-  /// What was read over, in words for a user.
+  /// What was ignored, in words for a user.
   std::vector<std::string> notes;
 
   [[nodiscard]] const hal::AttrGeneric& value(std::size_t point, std::size_t column) const {

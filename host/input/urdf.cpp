@@ -179,7 +179,7 @@ class UrdfReader {
     for (const pugi::xml_attribute candidate : element.attributes()) {
       if (std::strcmp(candidate.name(), name) == 0) {
         if (found) {
-          fail(element, fmt::format("the attribute {} stands twice", name));
+          fail(element, fmt::format("duplicate attribute {}", name));
         }
         found = candidate;
       }

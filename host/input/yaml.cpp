@@ -51,7 +51,7 @@ YamlFile::Fields YamlFile::fields(const YAML::Node& node, const std::string& wha
            fmt::format("unknown key '{}' in {}; known are {}", key, what, fmt::join(known, ", ")));
     }
     if (!found.emplace(key, entry.second).second) {
-      fail(entry.first, fmt::format("the key '{}' stands twice", key));
+      fail(entry.first, fmt::format("duplicate key '{}'", key));
     }
   }
   return found;

@@ -21,7 +21,7 @@ class YamlFile {
   /// The parser takes some fifty times as much memory.
   static constexpr std::size_t maxBytes = std::size_t{32} << 20;
 
-  /// Stamps further apart do not compare; leaves room for the lead.
+  /// Stamps further apart do not compare; leaves room for the approach.
   static constexpr std::int64_t longestMs = 1'000'000'000;
 
   /// `text` is the content of the file at `path`. Throws `InputError` when it

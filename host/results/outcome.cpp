@@ -15,11 +15,15 @@ Finding general(std::string text) {
   return finding;
 }
 
-hal::AttrGeneric askedOf(const Axis& axis, const Plan& plan) {
-  const Motion& motion = *plan.batches[axis.target->batch].motion;
+/// The last point that waits, or was reached.
+std::optional<Point> lastPoint(const Axis& axis) {
+  return axis.backlog.empty() ? axis.target : axis.backlog[axis.backlog.size() - 1];
+}
+
+hal::AttrGeneric askedOf(const Axis& axis, const Point& point, const Plan& plan) {
+  const Motion& motion = *plan.batches[point.batch].motion;
   const auto column = std::find(motion.actuators.begin(), motion.actuators.end(), axis.index);
-  return motion.value(axis.target->index,
-                      static_cast<std::size_t>(column - motion.actuators.begin()));
+  return motion.value(point.index, static_cast<std::size_t>(column - motion.actuators.begin()));
 }
 
 /// Why the axis does not do what it was told; empty when it does.
@@ -64,12 +68,13 @@ std::vector<AxisOutcome> judgedAxes(const Torvex& torvex, const Plan& plan, Outc
   for (const ShownAxis& shown : torvex.shownAxes()) {
     const Axis& axis = shown.axis;
     AxisOutcome& judged = axes.emplace_back(AxisOutcome{shown, std::nullopt, Verdict::reached});
-    if (axis.target) {
-      judged.asked = askedOf(axis, plan);
+    const std::optional<Point> last = lastPoint(axis);
+    if (last) {
+      judged.asked = askedOf(axis, *last, plan);
     }
-    if (outcome.signal != 0 || !axis.target) {
+    if (!last || (outcome.signal != 0 && axis.counts.left() > 0)) {
       judged.verdict = Verdict::stopped;
-    } else if (!isSameValue(*judged.asked, axis.target->value)) {
+    } else if (!isSameValue(*judged.asked, last->value)) {
       judged.verdict = Verdict::limited;
     }
     if (outcome.signal != 0) {
@@ -103,8 +108,9 @@ std::vector<Finding> cycleFindings(const Torvex& torvex) {
         caughtUp ? "the motion caught up" : "the motion stood as long")));
   }
   if (pace.stands > 0) {
-    findings.push_back(general(fmt::format(
-        "machine time stood for {} cycles, because commands came too late", pace.stands)));
+    findings.push_back(
+        general(fmt::format("machine time stood for {} cycle{}, because commands came too late",
+                            pace.stands, pace.stands == 1 ? "" : "s")));
   }
   for (Finding& finding : findings) {
     finding.isOfCycles = true;

@@ -4,6 +4,7 @@
 
 #include <algorithm>
 #include <cmath>
+#include <string_view>
 
 #include "host/motion/limits.h"
 #include "host/results/table.h"
@@ -65,8 +66,8 @@ std::string sparkline(const SampleHistory& history, std::size_t column, std::siz
   return drawn;
 }
 
-std::string nameShown(const Axis& axis) {
-  return cutInFront(shownName(axis.actuator.name), nameColumns);
+std::string nameShown(const Axis& axis, std::size_t columns = nameColumns) {
+  return cutInFront(shownName(axis.actuator.name), columns);
 }
 
 std::string valuesTable(const Torvex& torvex, const Outcome& outcome) {
@@ -89,62 +90,86 @@ std::string valuesTable(const Torvex& torvex, const Outcome& outcome) {
   return table.text();
 }
 
-/// Rows and columns in which something else happened than points being reached.
-std::string countsTable(const Outcome& outcome) {
-  struct Count {
-    const char* name;
-    std::uint64_t (*of)(const Axis& axis);
-  };
-  static constexpr Count counts[] = {
-      {"reached", [](const Axis& axis) { return axis.counts.reached; }},
-      {"cleared", [](const Axis& axis) { return axis.counts.cleared; }},
-      {"refused", [](const Axis& axis) { return axis.counts.refused; }},
-      {"left", [](const Axis& axis) { return axis.counts.left(); }},
-      {"late", [](const Axis& axis) { return axis.counts.late; }},
-      {"limited", [](const Axis& axis) { return axis.counts.limited; }},
-      {"others", [](const Axis& axis) { return axis.externalWrites.load(); }},
-  };
+/// What can become of points.
+struct Count {
+  const char* name;
+  std::uint64_t (*of)(const Axis& axis);
+};
+constexpr Count fates[] = {
+    {"reached", [](const Axis& axis) { return axis.counts.reached; }},
+    {"cleared", [](const Axis& axis) { return axis.counts.cleared; }},
+    {"refused", [](const Axis& axis) { return axis.counts.refused; }},
+    {"left", [](const Axis& axis) { return axis.counts.left(); }},
+    {"late", [](const Axis& axis) { return axis.counts.late; }},
+    {"limited", [](const Axis& axis) { return axis.counts.limited; }},
+    {"others", [](const Axis& axis) { return axis.externalWrites.load(); }},
+};
+
+/// The axes with points that were not just reached.
+std::vector<const Axis*> specialAxes(const Outcome& outcome) {
   std::vector<const Axis*> axes;
   for (const AxisOutcome& judged : outcome.axes) {
     const Axis& axis = judged.shown.axis;
-    const bool special = std::any_of(std::begin(counts) + 1, std::end(counts),
-                                     [&axis](const Count& count) { return count.of(axis) > 0; });
-    if (special) {
+    if (std::any_of(std::begin(fates) + 1, std::end(fates),
+                    [&axis](const Count& count) { return count.of(axis) > 0; })) {
       axes.push_back(&axis);
     }
   }
+  return axes;
+}
+
+/// Rows and columns in which something else happened than points being reached. Names are
+/// cut where the counts are so long that they need the room.
+std::string countsTable(const Outcome& outcome) {
+  const std::vector<const Axis*> axes = specialAxes(outcome);
   if (axes.empty()) {
     return "";
   }
+  std::vector<const Count*> happened;
+  std::size_t columns = 0;
+  for (const Count& count : fates) {
+    std::size_t width = 0;
+    for (const Axis* const axis : axes) {
+      width = std::max(width, count.of(*axis) > 0 ? std::to_string(count.of(*axis)).size() : 0);
+    }
+    if (width > 0) {
+      happened.push_back(&count);
+      columns += 1 + std::max(width, std::string_view(count.name).size());
+    }
+  }
+  constexpr std::size_t leastName = 15;
+  const std::size_t room = reportColumns - std::min(reportColumns, columns);
   Table table({"of these points"});
   for (const Axis* const axis : axes) {
-    table.add({nameShown(*axis)});
+    table.add({nameShown(*axis, std::clamp(room, leastName, nameColumns))});
   }
-  for (const Count& count : counts) {
-    const bool happened = std::any_of(axes.begin(), axes.end(),
-                                      [&count](const Axis* axis) { return count.of(*axis) > 0; });
-    if (happened) {
-      table.addColumn(count.name,
-                      [&](std::size_t row) { return std::to_string(count.of(*axes[row])); });
-    }
+  for (const Count* const count : happened) {
+    table.addColumn(count->name,
+                    [&](std::size_t row) { return std::to_string(count->of(*axes[row])); });
   }
   return "\n" + table.text();
 }
 
 std::string paceReport(const PaceCount& pace) {
   std::string text = fmt::format("overruns {}", pace.overruns);
-  if (pace.stalls > 0) {
-    text += fmt::format(", held up {}, for {} ms in all", pace.stalls, pace.stalledMs);
+  if (pace.stands > 0) {
+    text += fmt::format(", stood for {}", pace.stands);
   }
-  return pace.stands > 0 ? text + fmt::format(", stood for {}", pace.stands) : text;
+  if (pace.stalls > 0) {
+    text += fmt::format("\nstalls   {}, {} ms in all", pace.stalls, pace.stalledMs);
+  }
+  return text;
+}
+
+std::string counted(std::size_t count, const char* noun) {
+  return fmt::format("{} {}{}", count, noun, count == 1 ? "" : "s");
 }
 
 std::string describe(const Motion& motion) {
   const double seconds = motion.times.empty() ? 0.0 : motion.times.back() / 1000.0;
   const std::string size =
-      fmt::format("{} point{} on {} actuator{} in {:.3f} s", motion.times.size(),
-                  motion.times.size() == 1 ? "" : "s", motion.actuators.size(),
-                  motion.actuators.size() == 1 ? "" : "s", seconds);
+      fmt::format("{} on {} in {:.3f} s", counted(motion.times.size(), "point"),
+                  counted(motion.actuators.size(), "actuator"), seconds);
   return motion.atMs ? fmt::format("batch    {} at {:.3f} s: {} ({}:{})\n", modeName(motion.mode),
                                    *motion.atMs / 1000.0, size, motion.path, motion.place.line)
                      : fmt::format("motion   {} ({})\n", size, motion.path);
@@ -155,6 +180,8 @@ std::string describe(const Motion& motion) {
 const char* const reportWords =
     "Words of the report:\n"
     "  approach  from the first cycle to the start of the motion\n"
+    "  overruns  cycles passed over, since one came or ended too late; stood: cycles in\n"
+    "            which the motion waited for commands; stalls: the process was held up\n"
     "  points    what the motions ask of an actuator; target: the last of them\n"
     "  command   what its register holds at the end; measured: what its sensor shows\n"
     "  path      its commands over time; or: limited (the target lies beyond a limit),\n"
@@ -166,9 +193,10 @@ const char* const reportWords =
 std::string loadedReport(const MachineFile& machine, const std::vector<Motion>& motions,
                          const Schedule& schedule, const RunOptions& options,
                          bool replacedLeftover) {
-  std::string text = fmt::format("machine  {}: {} actuators, {} sensors ({})\n", machine.name,
-                                 machine.description.actuators.size(),
-                                 machine.description.sensors.size(), options.machinePath);
+  std::string text =
+      fmt::format("machine  {}: {}, {} ({})\n", machine.name,
+                  counted(machine.description.actuators.size(), "actuator"),
+                  counted(machine.description.sensors.size(), "sensor"), options.machinePath);
   for (const Motion& motion : motions) {
     text += describe(motion);
     for (const std::string& note : motion.notes) {

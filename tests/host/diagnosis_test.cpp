@@ -9,10 +9,10 @@ namespace {
 /// What the system's files tell, with the verdicts.
 std::string diagnosed(const Temporary& root) {
   std::string text;
-  const std::vector<host::Finding> findings = host::diagnose(root.path(""));
+  const std::vector<host::Condition> conditions = host::diagnose(root.path(""));
   for (std::size_t i = 2; i < 6; ++i) {
-    text += findings.at(i).found + "+-?"[static_cast<std::size_t>(findings[i].verdict)] + " ";
-    EXPECT_EQ(findings[i].advice.empty(), findings[i].verdict == host::Verdict::good);
+    text += conditions.at(i).found + "+-?"[static_cast<std::size_t>(conditions[i].rating)] + " ";
+    EXPECT_EQ(conditions[i].advice.empty(), conditions[i].rating == host::Rating::good);
   }
   return text;
 }

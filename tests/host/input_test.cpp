@@ -7,11 +7,12 @@
 #include <string>
 #include <vector>
 
-#include "host/check.h"
 #include "host/input/machinefile.h"
 #include "host/input/motion.h"
 #include "host/input/source.h"
-#include "host/plan.h"
+#include "host/motion/plan.h"
+#include "host/motion/rehearsal.h"
+#include "host/results/findings.h"
 #include "tests/support/temporary.h"
 
 namespace {
@@ -176,7 +177,7 @@ points:
     values.push_back(value.asFloat);
   }
   EXPECT_EQ(values, (std::vector<float>{0.1F, -2.0F, 1e-3F, 0.5F, 3.0F, 4.0F}));
-  EXPECT_EQ(motion.notes.size(), 3U) << "the stamp, velocities and efforts are read over";
+  EXPECT_EQ(motion.notes.size(), 3U) << "the stamp, velocities and efforts are ignored";
 }
 
 TEST(Lists, ReadMomentsModesAndKeys) {
@@ -194,9 +195,6 @@ TEST(Lists, ReadMomentsModesAndKeys) {
   EXPECT_EQ(motions[1].mode, TimedCommand::CLEAR_BEFORE);
   EXPECT_EQ(motions[1].value(1, 0).asInt, 2) << "of the actuator's own type";
   EXPECT_EQ(motions[1].value(1, 1).asFloat, 1.0F);
-  EXPECT_EQ(host::lateItems(motions),
-            (std::vector<std::string>{temporary.path("m.yaml") +
-                                      ":3:3: warning: 1 of 2 items late by 40 ms"}));
 }
 
 TEST(Lists, SayWhatIsWrongAndWhere) {
@@ -229,18 +227,8 @@ TEST(Input, RefusesShortFilesThatAskForMuch) {
        1, "1:9: error: the file up to here holds more than 100000 lists"},
       {"joint_names: [a, b]\npoints: [&p {}" + repeated(", *p", 1'000'000) + "]", 1,
        "2:9: error: 1000001 points for 2 joints are more than 2000000 commands"},
-      {"lists:\n- {at: 0, mode: clear_before, key: a/Value, items: [" +
-           repeated("{time: #, value: 0},", 480) + "]}",
-       1,
-       "2:3: error: a clear_before list is handed over in one push, because its last item decides "
-       "what is cleared: at most 479 items, this one has 480"},
-      {"joint_names: [a]\npoints:\n" + repeated("- {positions: [0], time_from_start: #e-3}\n", 300),
-       200, "259:3: error: more than 256 commands for 'a' w"},
-      {"joint_names: [a]\npoints: [{positions: [0], time_from_start: 0},\n"
-       "{positions: [1], time_from_start: 1e6}]",
-       1,
-       "3:1: error: the ways up to here take more than 5000000 parts of 200 cycles of 1 ms; use a "
-       "longer --cycle"}};
+      {"joint_names: [a]\npoints:\n" + repeated("- {positions: [0], time_from_start: #e-3}\n", 600),
+       1000, "3:3: error: 600 points for 'a' within two cycles of 1000 ms, at most 511 fit"}};
   const Temporary temporary;
   for (const Case& file : cases) {
     const std::string said = complaint(temporary, [&] {
@@ -257,21 +245,29 @@ TEST(Input, RefusesShortFilesThatAskForMuch) {
             "m.yaml:3:3: error: the names and texts up to here are longer than 33554432 bytes");
 }
 
-TEST(Check, NamesTargetsAndSlopesBeyondTheLimits) {
+TEST(Check, SaysWhatIsLateOrBeyondTheLimits) {
   const Temporary temporary;
   const auto motions = readMotions(temporary, R"(lists:
 - {at: 1, mode: merge, key: a/Value, items: [{time: 1, value: 2}, {time: 2, value: -1.5}]}
 - {at: 2.5, mode: clear_after, key: a/Value, items: [{time: 0.25, value: 1.25}]}
 - {at: 1, mode: merge, key: l/Value, items: [{time: 1, value: 99}, {time: 1.01, value: 0}]}
+- {at: 2, from: 1.5, mode: clear_before, trajectory: {joint_names: [l, b], points: [
+    {positions: [1, 0.5], time_from_start: 0.46}, {positions: [2, 1], time_from_start: 9}]}}
 )");
   const auto machine = host::readMachineFile(temporary.path("r.yaml"));
   const host::Plan plan = host::planRun(machine, motions, {});
-  const std::string path = temporary.path("m.yaml");
-  EXPECT_EQ(host::limitWarnings(machine, plan),
-            (std::vector<std::string>{
-                path + ":2:67: warning: a is to be -1.5 at 3.000 s, below its minimum -1",
-                path + ":3:54: warning: a moves 3.712 a second to be 1.25 at 2.750 s, above its "
-                       "limit 2"}));
+  host::Findings findings(machine, plan);
+  host::rehearse(machine, plan, findings);
+  std::string said;
+  for (const host::Finding& finding : findings.all()) {
+    said += host::shown(finding, "warning").substr(temporary.path("m.yaml").size()) + "\n";
+  }
+  EXPECT_EQ(said,
+            ":2:67: warning: a is to be -1.5 at 3.000 s, below its minimum -1\n"
+            ":2:67: warning: a moves 3 a second to be -1 at 3.000 s, above its limit 2\n"
+            ":3:54: warning: a moves 2.769 a second to be 1.25 at 2.750 s, above its limit 2\n"
+            ":5:3: warning: 1 of 2 points late by 40 ms\n"
+            ":6:5: warning: b moves 50 a second to be 0.5 at 1.960 s, above its limit 2\n");
 }
 
 }  // namespace

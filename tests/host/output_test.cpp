@@ -1,18 +1,27 @@
 #include <gtest/gtest.h>
+#include <pty.h>
+#include <unistd.h>
 
 #include <algorithm>
 #include <cstdint>
 #include <cstdlib>
+#include <deque>
 #include <limits>
 #include <random>
+#include <set>
 #include <sstream>
 #include <string>
 #include <vector>
 
 #include "host/engine/histogram.h"
-#include "host/input/source.h"
-#include "host/outputfile.h"
+#include "host/engine/torvex.h"
 #include "host/engine/trace.h"
+#include "host/input/source.h"
+#include "host/liveview.h"
+#include "host/outputfile.h"
+#include "host/results/report.h"
+#include "host/values.h"
+#include "tests/host/prepared.h"
 #include "tests/support/bits.h"
 #include "tests/support/temporary.h"
 
@@ -45,21 +54,115 @@ TEST(Trace, WritesFloatsThatReadBackExactly) {
   {
     host::Trace trace(temporary.path("t.csv"), {"a", "a2", "b,\"c\"", "d"});
     for (const float value : values) {
-      trace.pushWaiting({1e10, value, 1.0, -value, 2.0});
+      trace.pushWaiting({1e10, -40.0, value, 1.0, -value, 2.0});
     }
     trace.finish();
   }
   std::istringstream text(contentsOf(temporary.path("t.csv")));
   std::string line;
   std::getline(text, line);
-  EXPECT_EQ(line, R"(time_ms,a,a2,"b,""c""",d)");
+  EXPECT_EQ(line, R"(time_ms,motion_ms,a,a2,"b,""c""",d)");
   for (const float value : values) {
     std::getline(text, line);
-    EXPECT_EQ(line.substr(0, 12), "10000000000,");
-    const float read = std::strtof(line.c_str() + 12, nullptr);
+    EXPECT_EQ(line.substr(0, 16), "10000000000,-40,");
+    const float read = std::strtof(line.c_str() + 16, nullptr);
     EXPECT_EQ(bitsOf(read), bitsOf(value)) << line;
   }
   EXPECT_FALSE(std::getline(text, line));
+}
+
+/// Any axis, with what its registers hold.
+struct AnyAxis {
+  explicit AnyAxis(const std::string& name, float command = 0.0F, float measured = 0.0F) {
+    actuator.name = name;
+    for (hal::DeviceAttrGeneric& attribute : registers) {
+      attribute.typeCode = hal::floatTypeCode;
+    }
+    registers[0].storeFloat(command);
+    registers[1].storeFloat(measured);
+    axis.command = &registers[0];
+    axis.measured = &registers[1];
+  }
+
+  simulation::Actuator actuator;
+  hal::DeviceAttrGeneric registers[2];
+  host::Axis axis{0, actuator};
+};
+
+TEST(Report, FitsEightyColumnsWhateverHappened) {
+  Prepared prepared(1, 2, 100);
+  const host::Plan plan = prepared.plan();
+  const Torvex torvex(prepared.machine, plan, prepared.options);
+  const std::string name(30, 'n');
+  for (const std::uint64_t most : {1U, 999U, 20'000'000U}) {
+    for (unsigned int happened = 0; happened < 128; ++happened) {
+      AnyAxis any(name, -1e30F, -1e30F);
+      const auto count = [&](unsigned int bit) { return (happened >> bit & 1U) * most; };
+      host::PointCounts& counts = any.axis.counts;
+      counts.reached = count(0);
+      counts.cleared = count(1);
+      counts.refused = count(2);
+      counts.points = counts.reached + counts.cleared + counts.refused + count(3);
+      counts.late = count(4);
+      counts.limited = count(5);
+      any.axis.externalWrites = count(6);
+      host::Outcome outcome;
+      const host::ShownAxis shown{any.axis, 0, {}};
+      outcome.axes.push_back({shown, hal::AttrGeneric(-1e30F), host::Verdict::missed});
+      std::istringstream report(host::runReport(torvex, outcome));
+      std::set<std::string> words;
+      for (std::string line; std::getline(report, line);) {
+        EXPECT_LE(host::columnsOf(line), 80U) << line;
+        std::istringstream cells(line);
+        for (std::string cell; cells >> cell;) {
+          words.insert(cell);
+        }
+      }
+      const char* const names[] = {"cleared", "refused", "left", "late", "limited", "others"};
+      for (unsigned int bit = 1; bit < 7; ++bit) {
+        EXPECT_EQ(words.count(names[bit - 1]), happened >> bit & 1U) << names[bit - 1];
+      }
+      EXPECT_EQ(words.count(name), most < 1000U || happened < 2 ? 1U : words.count(name));
+    }
+  }
+}
+
+TEST(LiveView, DrawsWhatIsNoNumber) {
+  const float infinity = std::numeric_limits<float>::infinity();
+  const float none = std::numeric_limits<float>::quiet_NaN();
+  std::deque<AnyAxis> axes;
+  axes.emplace_back("high", infinity, -infinity);
+  axes.emplace_back("none", none, none);
+  axes.emplace_back("huge", 3e38F, -3e38F);
+  axes.back().actuator.minimum = -1e308;
+  axes.back().actuator.maximum = 1e308;
+  std::vector<host::ShownAxis> shown;
+  for (const AnyAxis& any : axes) {
+    shown.push_back({any.axis, 0, {}});
+  }
+  int terminal = -1;
+  int end = -1;
+  ASSERT_EQ(openpty(&terminal, &end, nullptr, nullptr, nullptr), 0);
+  const int before = dup(STDERR_FILENO);
+  dup2(end, STDERR_FILENO);
+  {
+    host::LiveView view;
+    view.show(shown, 10, 20);
+  }
+  dup2(before, STDERR_FILENO);
+  char drawn[4096];
+  const ssize_t length = read(terminal, drawn, sizeof drawn);
+  for (const int descriptor : {terminal, end, before}) {
+    close(descriptor);
+  }
+  ASSERT_GT(length, 0);
+  const std::string text(drawn, static_cast<std::size_t>(length));
+  for (const char* const bar :
+       {"high                      [o.......................................#]       inf",
+        "none                      [....................#....................]       nan",
+        "huge                      [....................#....................]  3.00e+38"}) {
+    EXPECT_NE(text.find(bar), std::string::npos) << bar << " in\n" << text;
+  }
 }
 
 TEST(Histogram, QuantilesLieWithinABucketOfTheTruth) {

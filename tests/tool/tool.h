@@ -35,7 +35,7 @@ class Tool {
   Tool(const Tool&) = delete;
   Tool& operator=(const Tool&) = delete;
 
-  /// Reads on until the text has come; the run is under way behind "lead".
+  /// Reads on until the text has come; the run is under way behind "approach".
   void readUntil(const std::string& text) {
     char byte = 0;
     while (said_.find(text) == std::string::npos && read(output_, &byte, 1) == 1) {

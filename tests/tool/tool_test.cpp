@@ -41,9 +41,27 @@ std::vector<std::string> simulated(const Temporary& temporary,
   return arguments;
 }
 
-/// What a tool said as JSON, behind its warnings.
+/// What a tool said as JSON, before its warnings.
 nlohmann::json outcomeOf(const Tool& tool) {
-  return nlohmann::json::parse(tool.said().substr(tool.said().find('{')));
+  const std::string& said = tool.said();
+  const std::size_t begin = said.find('{');
+  return nlohmann::json::parse(said.substr(begin, said.find("\n}\n", begin) + 2 - begin));
+}
+
+/// The numbers of each row of a trace.
+std::vector<std::vector<double>> rowsOf(const std::string& trace) {
+  std::vector<std::vector<double>> rows;
+  std::istringstream text(trace);
+  std::string row;
+  std::getline(text, row);
+  while (std::getline(text, row)) {
+    rows.emplace_back();
+    std::istringstream cells(row);
+    for (std::string cell; std::getline(cells, cell, ',');) {
+      rows.back().push_back(std::stod(cell));
+    }
+  }
+  return rows;
 }
 
 TEST(Tool, CommandsTheSameAtEveryTryAndEveryStart) {
@@ -71,24 +89,25 @@ TEST(Tool, FollowsTheLineInRealTime) {
   Tool tool({"run", temporary.write("r.urdf", urdf), motion, "--cycle", "1ms", "--json", "--trace",
              trace, "--pool", temporary.pool()});
   ASSERT_EQ(tool.wait(), 0) << tool.said();
-  std::istringstream rows(contentsOf(trace));
-  std::string row;
-  std::getline(rows, row);
-  double time = 0.0;
-  float command = 0.0F;
-  while (std::getline(rows, row)) {
-    ASSERT_EQ(std::sscanf(row.c_str(), "%lf,%f", &time, &command), 2);
-    const double share = std::clamp((time - 34.0) / 900.0, 0.0, 1.0);
-    EXPECT_NEAR(command, time < 34.0 ? 0.3 * time / 34.0 : 0.3 - 3.0 * share, 1e-5) << time;
+  std::vector<double> last;
+  for (const std::vector<double>& row : rowsOf(contentsOf(trace))) {
+    const double share = std::clamp(row[1] / 900.0, 0.0, 1.0);
+    EXPECT_EQ(row[0] - row[1], 34.0);
+    EXPECT_NEAR(row[2], row[0] < 34.0 ? 0.3 * row[0] / 34.0 : 0.3 - 3.0 * share, 1e-5) << row[0];
+    last = row;
   }
-  EXPECT_GE(time, 934.0);
-  EXPECT_EQ(command, -2.7F);
+  EXPECT_GE(last[1], 900.0);
   const nlohmann::json outcome = outcomeOf(tool);
-  EXPECT_GE(outcome["cycles"].get<int>() + outcome["overruns"].get<int>(), 934);
+  EXPECT_GE(outcome["cycles"].get<int>() + outcome["overruns"].get<int>() +
+                outcome["stalled_ms"].get<int>(),
+            934);
   EXPECT_LE(outcome["latency_ns"]["p50"], outcome["latency_ns"]["p99.9"]);
-  EXPECT_LE(outcome["duration_ns"]["p99.9"], outcome["duration_ns"]["max"]);
-  EXPECT_EQ(outcome["actuators"][0]["delivered"], outcome["actuators"][0]["sent"]);
-  EXPECT_EQ(outcome["actuators"][0]["command"].get<float>(), command);
+  EXPECT_LE(outcome["cycle_duration_ns"]["p99.9"], outcome["cycle_duration_ns"]["max"]);
+  const nlohmann::json& axis = outcome["axes"][0];
+  EXPECT_EQ(axis["verdict"], "reached");
+  EXPECT_EQ(axis["reached"], 2);
+  EXPECT_EQ(axis["command"].get<float>(), -2.7F);
+  EXPECT_EQ(static_cast<float>(last[2]), -2.7F);
 }
 
 TEST(Tool, RefusesBadInputBeforeAnythingMoves) {
@@ -98,8 +117,15 @@ TEST(Tool, RefusesBadInputBeforeAnythingMoves) {
       "m.yaml", "joint_names: [a]\npoints:\n- {positions: [1], time_from_start: 1}\n");
   const std::string wrong = temporary.write("w.yaml", "joint_names: [a, b]\n");
   const std::string none = temporary.path("none");
+  const std::string free =
+      temporary.write("free.yaml", "actuators: [{name: a}, {name: b, value: 0.7, maximum: 0.7}]\n");
+  const std::string huge =
+      temporary.write("h.yaml",
+                      "joint_names: [a]\npoints:\n- {positions: [0], time_from_start: 0}\n"
+                      "- {positions: [3e38], time_from_start: 1}\n");
   const std::vector<std::pair<std::vector<std::string>, std::string>> cases = {
       {{machine, wrong}, wrong + ":1:18: error: machine 'r' has no joint 'b'"},
+      {{free, huge}, huge + ":4:3: error: 'a' cannot be interpolated between 0 and 3e+38"},
       {{none, motion}, none + ": error: cannot be read: No such file or directory"},
       {{machine, motion, motion},
        motion + ":1:1: error: 'a' is moved by " + motion + " already; put one of the two into a"},
@@ -110,6 +136,8 @@ TEST(Tool, RefusesBadInputBeforeAnythingMoves) {
       {{machine}, "torvex: error: MOTION is required"},
       {{machine, motion, "--cycle", "0"}, "torvex: error: --cycle: '0' is not"},
       {{machine, motion, "--cycle", "1.5ms"}, "torvex: error: --cycle: '1.5ms' is not"},
+      {{machine, motion, "--lead", "x"}, "torvex: error: --approach: 'x' is not"},
+      {{machine, motion, "--late", "never"}, "torvex: error: --late: 'never' is neither"},
       {{machine, motion, "--start", "4294967296"}, "torvex: error: --start:"},
       {{machine, motion, "--priority", "1"}, "torvex: error: --priority: '1' is not"},
       {{machine, motion, "--priority", "100"}, "torvex: error: --priority: '100' is not"},
@@ -129,6 +157,153 @@ TEST(Tool, RefusesBadInputBeforeAnythingMoves) {
     EXPECT_EQ(tool.said().rfind(expected, 0), 0U) << tool.said();
   }
   EXPECT_FALSE(temporary.holds("t.csv") || temporary.holds("t.csv.torvex-part"));
+}
+
+// What the limits change is said by run as check words it, and refused by --strict.
+TEST(Tool, SaysWhatTheLimitsChange) {
+  struct Case {
+    std::string actuator;
+    std::string points;
+    /// Behind the file; empty when nothing is to be said.
+    std::string finding;
+    /// The members target, command and verdict of the axis.
+    const char* axis;
+  };
+  const Case cases[] = {
+      {"type: 7, minimum: -0.5, maximum: 0.5, maximum_velocity: 1",
+       "- {positions: [0.9], time_from_start: 0.1}",
+       ":3:3: KIND: a is to be 0.9 at 0.100 s, above its maximum 0.5",
+       R"({"target": 0.9, "command": 0.5, "verdict": "limited"})"},
+      {"type: 7, maximum_velocity: 1",
+       "- {positions: [0], time_from_start: 0}\n- {positions: [5], time_from_start: 0.1}",
+       ":4:3: KIND: a moves 50 a second to be 5 at 0.100 s, above its limit 1",
+       R"({"target": 5, "command": 5, "verdict": "reached"})"},
+      {"type: 7, law: step, maximum: 10", "- {positions: [1e9], time_from_start: 0}",
+       ":3:3: KIND: a is to be 1e+09 at 0.000 s, above its maximum 10",
+       R"({"target": 1e9, "command": 10, "verdict": "limited"})"},
+      {"type: 1", "- {positions: [16777217], time_from_start: 0}", "",
+       R"({"target": 16777217, "command": 16777217, "verdict": "reached"})"},
+      {"type: 1, maximum: 16777217", "- {positions: [16777218], time_from_start: 0}",
+       ":3:3: KIND: a is to be 16777218 at 0.000 s, above its maximum 16777217",
+       R"({"target": 16777218, "command": 16777217, "verdict": "limited"})"},
+  };
+  for (const Case& now : cases) {
+    const Temporary temporary;
+    const std::string machine =
+        temporary.write("r.yaml", "actuators: [{name: a, " + now.actuator + "}]\n");
+    const std::string motion =
+        temporary.write("m.yaml", "joint_names: [a]\npoints:\n" + now.points + "\n");
+    const auto said = [&](const char* kind) {
+      std::string line = now.finding.empty() ? "" : motion + now.finding + "\n";
+      return line.empty() ? line : line.replace(line.find("KIND"), 4, kind);
+    };
+    const bool clean = now.finding.empty();
+    Tool check({"check", machine, motion});
+    EXPECT_EQ(check.wait(), clean ? 0 : 1);
+    EXPECT_EQ(check.said().rfind(said("warning"), 0), 0U) << check.said();
+
+    std::vector<std::string> run = {"run",     machine,     motion,   "--pool", temporary.pool(),
+                                    "--clock", "simulated", "--trace"};
+    run.push_back(temporary.path("s.csv"));
+    run.emplace_back("--strict");
+    if (!clean) {
+      Tool strict(run);
+      EXPECT_EQ(strict.wait(), 2);
+      EXPECT_EQ(strict.said(), said("error"));
+      EXPECT_FALSE(temporary.holds("s.csv"));
+    }
+    run.pop_back();
+    Tool text(run);
+    EXPECT_EQ(text.wait(), 0);
+    EXPECT_NE(text.said().find(said("warning")), std::string::npos) << text.said();
+
+    run.emplace_back("--json");
+    Tool json(run);
+    ASSERT_EQ(json.wait(), 0) << json.said();
+    const nlohmann::json outcome = outcomeOf(json), expected = nlohmann::json::parse(now.axis);
+    for (const auto& [member, value] : expected.items()) {
+      EXPECT_EQ(outcome["axes"][0][member], value) << member;
+    }
+    ASSERT_EQ(outcome["warnings"].size(), clean ? 0U : 1U);
+    if (!clean) {
+      const nlohmann::json& warning = outcome["warnings"][0];
+      EXPECT_EQ(warning["file"].get<std::string>() + ":" + warning["line"].dump() + ":" +
+                    warning["column"].dump() + ": warning: " + warning["text"].get<std::string>() +
+                    "\n",
+                said("warning"));
+    }
+    const std::string trace = contentsOf(temporary.path("s.csv"));
+    const std::string lastCell = trace.substr(trace.rfind(',') + 1);
+    EXPECT_EQ(lastCell, expected["command"].dump() + "\n");
+  }
+}
+
+TEST(Tool, MovesTheSameWhateverFollowsLater) {
+  const Temporary temporary;
+  const std::string machine = temporary.write(
+      "r.yaml",
+      "actuators: [{name: a, type: 7, minimum: -0.5, maximum: 0.5, maximum_velocity: 1}]\n");
+  const std::string motion = temporary.write("m.yaml",
+                                             "joint_names: [a]\npoints:\n"
+                                             "- {positions: [0], time_from_start: 0}\n"
+                                             "- {positions: [0.9], time_from_start: 3}\n"
+                                             "- {positions: [0], time_from_start: 8}\n"
+                                             "- {positions: [0.1], time_from_start: 9}\n");
+  const std::string later = temporary.write("l.yaml",
+                                            "lists: [{at: 0, mode: merge, key: a/Value, "
+                                            "items: [{time: 20, value: 0}]}]\n");
+  std::vector<std::string> traces;
+  std::vector<std::string> run = {"run",   machine,  "--clock",        "simulated", "--trace",
+                                  "t.csv", "--pool", temporary.pool(), motion};
+  run[5] = temporary.path("t.csv");
+  for (int files = 1; files <= 2; ++files) {
+    Tool tool(run);
+    EXPECT_EQ(tool.wait(), 0) << tool.said();
+    const std::string trace = contentsOf(temporary.path("t.csv"));
+    traces.push_back(trace.substr(0, trace.find(",9010,")));
+    run.push_back(later);
+  }
+  EXPECT_EQ(traces[0].substr(0, traces[1].rfind('\n')), traces[1].substr(0, traces[1].rfind('\n')));
+  EXPECT_GT(traces[1].size(), 10'000U);
+}
+
+// A cycle's share of the way is less than the float's last place.
+TEST(Tool, FollowsALongLineFromTheFirstSecond) {
+  const Temporary temporary;
+  const std::string machine = temporary.write("r.yaml", "actuators: [{name: a, value: 9000}]\n");
+  const std::string motion = temporary.write("m.yaml",
+                                             "joint_names: [a]\npoints:\n"
+                                             "- {positions: [9000], time_from_start: 0}\n"
+                                             "- {positions: [9008], time_from_start: 40}\n");
+  const std::string trace = temporary.path("t.csv");
+  ASSERT_EQ(statusOf({"run", machine, motion, "--clock", "simulated", "--cycle", "1ms", "--trace",
+                      trace, "--pool", temporary.pool()}),
+            0);
+  const auto rows = rowsOf(contentsOf(trace));
+  EXPECT_GE(rows.size(), 40'000U);
+  constexpr double lastPlace = 1.0 / 1024.0;
+  for (const std::vector<double>& row : rows) {
+    ASSERT_NEAR(row[2], 9000.0 + 8.0 * std::clamp(row[1] / 40e3, 0.0, 1.0), 2 * lastPlace)
+        << row[1];
+  }
+}
+
+TEST(Tool, TracesTheSensorsOfJointsThatFollowOthers) {
+  const Temporary temporary;
+  const std::string machine = temporary.write(
+      "r.urdf",
+      "<robot name='r'><joint name='a' type='revolute'><limit lower='-9' upper='9' velocity='9'/>"
+      "</joint><joint name='m' type='revolute'><limit lower='-9' upper='9' velocity='9'/>"
+      "<mimic joint='a' multiplier='-2' offset='0.5'/></joint></robot>");
+  const std::string motion = temporary.write(
+      "m.yaml", "joint_names: [a]\npoints:\n- {positions: [1], time_from_start: 1}\n");
+  const std::string trace = temporary.path("t.csv");
+  ASSERT_EQ(statusOf({"run", machine, motion, "--clock", "simulated", "--trace", trace, "--pool",
+                      temporary.pool()}),
+            0);
+  const std::string text = contentsOf(trace);
+  EXPECT_EQ(text.substr(0, text.find('\n')), "time_ms,motion_ms,a/command,a/measured,m/measured");
+  EXPECT_NEAR(rowsOf(text).back()[4], -1.5, 0.01);
 }
 
 TEST(Tool, DrawsWhatItDid) {
@@ -226,12 +401,12 @@ TEST(Tool, StopsWhereItIsWhenAsked) {
                                             "--trace", trace,    "--pool", temporary.pool()};
   for (const int number : {SIGINT, SIGTERM}) {
     Tool tool(command);
-    tool.readUntil("lead");
+    tool.readUntil("approach");
     EXPECT_EQ(statusOf(command), 2) << "its pool is taken";
     EXPECT_EQ(statusOf(simulated(another, {})), 0);
     tool.signal(number);
     EXPECT_EQ(tool.wait(), 128 + number) << tool.said();
-    EXPECT_EQ(contentsOf(trace).rfind("time_ms,", 0), 0U);
+    EXPECT_EQ(contentsOf(trace).rfind("time_ms,motion_ms,", 0), 0U);
     EXPECT_EQ(contentsOf(trace).back(), '\n');
     EXPECT_FALSE(temporary.poolExists() || temporary.holds("t.csv.torvex-part"));
   }
@@ -252,7 +427,7 @@ TEST(Tool, ListsWhatTheLibrarySees) {
 TEST(Tool, WatchesARunningMachineUntilItEnds) {
   const Temporary temporary;
   Tool run({"run", humanoid, wave, "--pool", temporary.pool()});
-  run.readUntil("lead");
+  run.readUntil("approach");
   const std::string key = "Device/SubDeviceList/torso_yaw/Value";
   EXPECT_EQ(statusOf({"watch", "nope/Value", "--pool", temporary.pool()}), 2);
   Tool watch({"watch", "torso_yaw/Value", "--json", "--pool", temporary.pool()});

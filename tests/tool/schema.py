@@ -1,0 +1,76 @@
+#!/usr/bin/env python3
+"""schema.py TOOL ROOT: the outcomes of runs against docs/run.schema.json of the tree ROOT."""
+
+import copy
+import json
+import os
+import subprocess
+import sys
+import tempfile
+
+import jsonschema
+
+tool, root = (os.path.abspath(path) for path in sys.argv[1:3])
+with open(os.path.join(root, "docs/run.schema.json"), encoding="utf-8") as file:
+    schema = json.load(file)
+jsonschema.Draft202012Validator.check_schema(schema)
+validator = jsonschema.Draft202012Validator(schema)
+
+
+def outcome(*arguments):
+    run = subprocess.run([tool, "run", *arguments, "--json"], check=True, capture_output=True)
+    return json.loads(run.stdout)
+
+
+def objects(value):
+    """The value and all in it that is an object."""
+    if isinstance(value, dict):
+        yield value
+    for part in value.values() if isinstance(value, dict) else value:
+        if isinstance(part, (dict, list)):
+            yield from objects(part)
+
+
+def damaged(document):
+    """The document with each member of each object in turn left out, renamed or of another type."""
+    for number, original in enumerate(objects(document)):
+        for key in original:
+            for change in ("left out", "renamed", "mistyped"):
+                broken = copy.deepcopy(document)
+                part = list(objects(broken))[number]
+                value = part.pop(key)
+                if change == "renamed":
+                    part[key + "_"] = value
+                elif change == "mistyped":
+                    part[key] = True
+                yield f"{key} {change}", broken
+
+
+with tempfile.TemporaryDirectory(prefix="torvex-test-") as folder:
+    os.chdir(folder)
+    pool = os.path.basename(folder)
+    with open("machine.yaml", "w", encoding="utf-8") as file:
+        file.write("actuators:\n"
+                   "- {name: a, type: 7, minimum: -0.5, maximum: 0.5, maximum_velocity: 1}\n"
+                   "- {name: b, type: 1}\n"
+                   "devices: [{name: D}]\n")
+    with open("motion.yaml", "w", encoding="utf-8") as file:
+        file.write("lists:\n"
+                   "- {at: 0, mode: merge, key: a/Value, items: [{time: 0.02, value: 0.9}]}\n"
+                   "- {at: 0, mode: merge, key: b/Value, items: [{time: 0.5, value: 1}]}\n"
+                   "- {at: 0.1, mode: replace, key: b/Value, items: []}\n")
+    humanoid = os.path.join(root, "examples/humanoid")
+    example = outcome(*(f"{humanoid}/{name}.yaml" for name in ("humanoid", "wave", "greeting")),
+                      "--clock", "simulated", "--pool", pool, "--trace", "t.csv")
+    limited = outcome("machine.yaml", "motion.yaml", "--pool", pool, "--export", "D=d.xml")
+
+for document in (example, limited):
+    validator.validate(document)
+assert [axis["verdict"] for axis in limited["axes"]] == ["limited", "stopped"], limited["axes"]
+assert example["latency_ns"] is None and limited["latency_ns"]["max"] > 0
+assert {finding["line"] for finding in limited["warnings"]} >= {2}, limited["warnings"]
+changes = 0
+for change, broken in damaged(limited):
+    assert not validator.is_valid(broken), f"accepted: {change}"
+    changes += 1
+print(f"{changes} damaged outcomes refused")
