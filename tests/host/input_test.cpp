@@ -7,11 +7,11 @@
 #include <string>
 #include <vector>
 
-#include "host/check.h"
 #include "host/input/machinefile.h"
 #include "host/input/motion.h"
 #include "host/input/source.h"
-#include "host/plan.h"
+#include "host/motion/rehearsal.h"
+#include "host/results/findings.h"
 #include "tests/support/temporary.h"
 
 namespace {
@@ -53,6 +53,20 @@ std::string complaint(const Temporary& temporary, const Read& read) {
   } catch (const host::InputError& error) {
     return std::string(error.what()).substr(temporary.path("").size());
   }
+}
+
+/// What is to be said of these motions before a run, less the folder.
+std::vector<std::string> findings(const Temporary& temporary,
+                                  const std::vector<host::Motion>& motions) {
+  const auto machine = host::readMachineFile(temporary.path("r.yaml"));
+  const host::Plan plan = host::planRun(machine, motions, {});
+  host::Findings found(machine, plan);
+  host::rehearse(machine, plan, found);
+  std::vector<std::string> texts;
+  for (const host::Finding& finding : found.all()) {
+    texts.push_back(host::shown(finding, "warning").substr(temporary.path("").size()));
+  }
+  return texts;
 }
 
 /// Runs every text of a file of bad inputs, each behind a line ">>> " with how
@@ -194,9 +208,9 @@ TEST(Lists, ReadMomentsModesAndKeys) {
   EXPECT_EQ(motions[1].mode, TimedCommand::CLEAR_BEFORE);
   EXPECT_EQ(motions[1].value(1, 0).asInt, 2) << "of the actuator's own type";
   EXPECT_EQ(motions[1].value(1, 1).asFloat, 1.0F);
-  EXPECT_EQ(host::lateItems(motions),
-            (std::vector<std::string>{temporary.path("m.yaml") +
-                                      ":3:3: warning: 1 of 2 items late by 40 ms"}));
+  const auto said = findings(temporary, motions);
+  EXPECT_EQ(
+      std::count(said.begin(), said.end(), "m.yaml:3:3: warning: 1 of 2 points late by 40 ms"), 1);
 }
 
 TEST(Lists, SayWhatIsWrongAndWhere) {
@@ -229,18 +243,11 @@ TEST(Input, RefusesShortFilesThatAskForMuch) {
        1, "1:9: error: the file up to here holds more than 100000 lists"},
       {"joint_names: [a, b]\npoints: [&p {}" + repeated(", *p", 1'000'000) + "]", 1,
        "2:9: error: 1000001 points for 2 joints are more than 2000000 commands"},
-      {"lists:\n- {at: 0, mode: clear_before, key: a/Value, items: [" +
-           repeated("{time: #, value: 0},", 480) + "]}",
-       1,
-       "2:3: error: a clear_before list is handed over in one push, because its last item decides "
-       "what is cleared: at most 479 items, this one has 480"},
-      {"joint_names: [a]\npoints:\n" + repeated("- {positions: [0], time_from_start: #e-3}\n", 300),
-       200, "259:3: error: more than 256 commands for 'a' w"},
-      {"joint_names: [a]\npoints: [{positions: [0], time_from_start: 0},\n"
-       "{positions: [1], time_from_start: 1e6}]",
-       1,
-       "3:1: error: the ways up to here take more than 5000000 parts of 200 cycles of 1 ms; use a "
-       "longer --cycle"}};
+      {"joint_names: [a]\npoints:\n" + repeated("- {positions: [0], time_from_start: #e-3}\n", 600),
+       300, "3:1: error: 599 points for 'a' within two cycles of 300 ms, at most 511 fit"},
+      {"lists: [{at: 0, mode: merge, key: a/Value, items: [{time: 0, value: 0}, "
+       "{time: 1, value: 2e38}]}]",
+       1, "1:74: error: 'a' cannot be interpolated between"}};
   const Temporary temporary;
   for (const Case& file : cases) {
     const std::string said = complaint(temporary, [&] {
@@ -264,14 +271,11 @@ TEST(Check, NamesTargetsAndSlopesBeyondTheLimits) {
 - {at: 2.5, mode: clear_after, key: a/Value, items: [{time: 0.25, value: 1.25}]}
 - {at: 1, mode: merge, key: l/Value, items: [{time: 1, value: 99}, {time: 1.01, value: 0}]}
 )");
-  const auto machine = host::readMachineFile(temporary.path("r.yaml"));
-  const host::Plan plan = host::planRun(machine, motions, {});
-  const std::string path = temporary.path("m.yaml");
-  EXPECT_EQ(host::limitWarnings(machine, plan),
+  EXPECT_EQ(findings(temporary, motions),
             (std::vector<std::string>{
-                path + ":2:67: warning: a is to be -1.5 at 3.000 s, below its minimum -1",
-                path + ":3:54: warning: a moves 3.712 a second to be 1.25 at 2.750 s, above its "
-                       "limit 2"}));
+                "m.yaml:2:67: warning: a is to be -1.5 at 3.000 s, below its minimum -1",
+                "m.yaml:3:54: warning: a moves 3.712 a second to be 1.25 at 2.750 s, above its "
+                "limit 2"}));
 }
 
 }  // namespace

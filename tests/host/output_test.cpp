@@ -10,9 +10,9 @@
 #include <vector>
 
 #include "host/engine/histogram.h"
+#include "host/engine/trace.h"
 #include "host/input/source.h"
 #include "host/outputfile.h"
-#include "host/engine/trace.h"
 #include "tests/support/bits.h"
 #include "tests/support/temporary.h"
 

@@ -5,7 +5,7 @@
 #include <string>
 #include <vector>
 
-#include "host/plan.h"
+#include "host/motion/plan.h"
 #include "host/runoptions.h"
 #include "tests/support/temporary.h"
 
