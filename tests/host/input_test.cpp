@@ -42,7 +42,8 @@ std::string repeated(const std::string& text, int times) {
   return all;
 }
 
-const std::string fewActuators = "name: r\nurdf: few.urdf\nactuators: [{name: l, type: 1}]\n";
+const std::string fewActuators =
+    "name: r\nurdf: few.urdf\nactuators: [{name: l, type: 1}, {name: u}]\n";
 
 /// The message of the InputError that `read` throws, less the folder.
 template <typename Read>
@@ -244,10 +245,10 @@ TEST(Input, RefusesShortFilesThatAskForMuch) {
       {"joint_names: [a, b]\npoints: [&p {}" + repeated(", *p", 1'000'000) + "]", 1,
        "2:9: error: 1000001 points for 2 joints are more than 2000000 commands"},
       {"joint_names: [a]\npoints:\n" + repeated("- {positions: [0], time_from_start: #e-3}\n", 600),
-       300, "3:1: error: 599 points for 'a' within two cycles of 300 ms, at most 511 fit"},
-      {"lists: [{at: 0, mode: merge, key: a/Value, items: [{time: 0, value: 0}, "
+       300, "3:3: error: 599 points for 'a' within two cycles of 300 ms, at most 511 fit"},
+      {"lists: [{at: 0, mode: merge, key: u/Value, items: [{time: 0, value: 0}, "
        "{time: 1, value: 2e38}]}]",
-       1, "1:74: error: 'a' cannot be interpolated between"}};
+       1, "1:72: error: 'u' cannot be interpolated between"}};
   const Temporary temporary;
   for (const Case& file : cases) {
     const std::string said = complaint(temporary, [&] {
@@ -274,7 +275,8 @@ TEST(Check, NamesTargetsAndSlopesBeyondTheLimits) {
   EXPECT_EQ(findings(temporary, motions),
             (std::vector<std::string>{
                 "m.yaml:2:67: warning: a is to be -1.5 at 3.000 s, below its minimum -1",
-                "m.yaml:3:54: warning: a moves 3.712 a second to be 1.25 at 2.750 s, above its "
+                "m.yaml:2:67: warning: a moves 3 a second to be -1 at 3.000 s, above its limit 2",
+                "m.yaml:3:54: warning: a moves 2.769 a second to be 1.25 at 2.750 s, above its "
                 "limit 2"}));
 }
 
