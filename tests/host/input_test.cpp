@@ -248,7 +248,7 @@ TEST(Input, RefusesShortFilesThatAskForMuch) {
        300, "3:3: error: 599 points for 'a' within two cycles of 300 ms, at most 511 fit"},
       {"lists: [{at: 0, mode: merge, key: u/Value, items: [{time: 0, value: 0}, "
        "{time: 1, value: 2e38}]}]",
-       1, "1:72: error: 'u' cannot be interpolated between"}};
+       1, "1:73: error: 'u' cannot be interpolated between"}};
   const Temporary temporary;
   for (const Case& file : cases) {
     const std::string said = complaint(temporary, [&] {
