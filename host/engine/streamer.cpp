@@ -66,9 +66,12 @@ std::vector<std::size_t> Streamer::nodesPerAxis() {
   std::vector<std::size_t> nodes(axes_.size(), 0);
   const Backlog nothing;
   for (const auto& [moment, waiting] : waiting_) {
+    // The cycle before its hand-over, behind which all that is overdue is due at once.
+    const std::int64_t cycles = (std::max<std::int64_t>(moment.first, 0) + cycleMs_ - 1) / cycleMs_;
+    const std::int64_t latestMs = (cycles - 1) * cycleMs_;
     for (const Column& column : columnsOf(waiting)) {
       nodes[static_cast<std::size_t>(column.axis.index)] +=
-          densityAround(column.points, nothing, TimedCommand::MERGE, -cycleMs_, cycleMs_).inWindow;
+          densityAround(column.points, nothing, TimedCommand::MERGE, latestMs, cycleMs_).inWindow;
     }
   }
   const std::size_t usual = usualNodes(cycleMs_);
