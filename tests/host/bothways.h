@@ -111,7 +111,7 @@ inline std::string disagreement(const host::MachineFile& machine, const host::Pl
     const std::string ran = shownCounts(axis.counts);
     const std::string expected = shownCounts(counts[static_cast<std::size_t>(axis.index)]);
     if (ran != expected || axis.counts.left() != 0) {
-      return axis.actuator.name + ": " + ran + ", rehearsed " + expected;
+      return fmt::format("{}: {}, rehearsed {}", axis.actuator.name, ran, expected);
     }
   }
   return rehearsed.differenceTo(run);

@@ -4,10 +4,9 @@
 #include <gtest/gtest.h>
 
 #include <cstdlib>
-#include <random>
 
 #include "tests/host/bothways.h"
-#include "tests/support/temporary.h"
+#include "tests/support/random.h"
 
 namespace {
 
@@ -15,18 +14,6 @@ int numberFrom(const char* variable, int otherwise) {
   const char* const text = std::getenv(variable);
   return text == nullptr ? otherwise : std::atoi(text);
 }
-
-class Random {
- public:
-  explicit Random(int seed) : engine_(static_cast<unsigned>(seed)) {}
-
-  /// From 0, less than this.
-  std::uint32_t below(std::uint32_t bound) { return static_cast<std::uint32_t>(engine_() % bound); }
-  bool chance(std::uint32_t percent) { return below(100) < percent; }
-
- private:
-  std::mt19937 engine_;
-};
 
 /// A machine, batches for it, and how they are run.
 struct Case {
@@ -106,7 +93,7 @@ void fill(host::Motion& motion, const Case& made, Random& random) {
 }
 
 Case randomCase(int seed) {
-  Random random(seed);
+  Random random(static_cast<unsigned>(seed));
   Case made = randomMachine(random);
   const int axes = static_cast<int>(made.machine.description.actuators.size());
   for (std::uint32_t at = random.below(300); at < 4000; at += random.below(600)) {
