@@ -19,7 +19,7 @@ namespace host {
 class NodeReserve {
  public:
   /// Nodes beside those of the axes, from which an axis borrows beyond its range.
-  static constexpr std::size_t commonNodes = 2 * TimedCommand::MAX_TIMELINE_ITEMS;
+  static constexpr std::size_t commonNodes = std::size_t{2} * TimedCommand::MAX_TIMELINE_ITEMS;
 
   NodeReserve() = default;
   /// Returns what is here to the pool.
