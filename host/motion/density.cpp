@@ -60,9 +60,10 @@ Density densityAround(const std::vector<Point>& points, const Backlog& backlog,
       density.inTwoCycles = std::max(density.inTwoCycles, counter.countDue(beginMs, lastMs));
     }
     const std::int64_t reachMs = windowMs + 2 * cycleMs;
+    // A window with it may hold what is overdue as well.
+    const std::int64_t beginMs = point.timeMs - reachMs <= nextMs ? always : point.timeMs - reachMs;
     density.inWindow = std::max(
-        density.inWindow, counter.countDue(point.timeMs <= nextMs ? always : point.timeMs - reachMs,
-                                           point.timeMs + reachMs));
+        density.inWindow, counter.countDue(beginMs, std::max(point.timeMs, nextMs) + reachMs));
   }
   return density;
 }

@@ -1,13 +1,11 @@
-// Trajectories and lists of commands, as text, for a machine of a few actuators.
-// What is taken and is short is run to its end.
+// Trajectories and batches of commands, as text, for a machine of a few actuators.
+// What is taken and is short is run to its end, and must go as it was rehearsed.
 
 #include "host/input/motion.h"
 
-#include "host/check.h"
-#include "host/plan.h"
-#include "host/results/report.h"
-#include "host/engine/torvex.h"
+#include "host/results/findings.h"
 #include "input.h"
+#include "tests/host/bothways.h"
 #include "tests/support/temporary.h"
 
 namespace {
@@ -24,19 +22,24 @@ host::MachineFile fewActuators() {
                    "- {name: s, law: step}\n"));
 }
 
-/// Every item must be delivered, and no actuator end elsewhere than it was told.
-void requireDelivery(const host::MachineFile& machine, const host::Plan& plan) {
+bool isShort(const host::Plan& plan) {
   constexpr std::int64_t shortMs = 3000;
+  return std::all_of(plan.batches.begin(), plan.batches.end(), [](const host::Batch& batch) {
+    const std::vector<std::uint32_t>& times = batch.motion->times;
+    return batch.momentMs.value_or(0) <= shortMs &&
+           (times.empty() || batch.originMs + times.back() <= shortMs);
+  });
+}
+
+/// Every point must be accounted for, and nothing be told that the rehearsal did not tell.
+void requireDelivery(const host::MachineFile& machine, const host::Plan& plan) {
   host::RunOptions options;
   options.clock = host::Clock::simulated;
   options.poolName = "";
   options.startTick = 0xFFFFFF00;
-  Torvex torvex(machine, plan, options);
-  if (torvex.lastItemMs() <= shortMs) {
-    torvex.run([](std::int64_t) {});
-    for (const std::string& shortfall : host::shortfalls(torvex)) {
-      require(false, shortfall);
-    }
+  if (isShort(plan)) {
+    const std::string difference = disagreement(machine, plan, options);
+    require(difference.empty(), difference);
   }
 }
 
@@ -50,8 +53,9 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
   take(path, text, [&] {
     const std::vector<host::Motion> motions = host::readMotionFiles({path}, machine);
     const host::Plan plan = host::planRun(machine, motions, {});
-    (void)host::limitWarnings(machine, plan);
-    (void)host::lateItems(motions);
+    host::Findings findings(machine, plan);
+    host::rehearse(machine, plan, findings);
+    (void)findings.all();
     requireDelivery(machine, plan);
   });
   return 0;

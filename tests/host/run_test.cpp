@@ -1,30 +1,44 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
-#include <random>
 #include <string>
 
-#include "host/results/report.h"
 #include "host/engine/torvex.h"
-#include "registry/attrfullnamemanager.h"
+#include "host/results/outcome.h"
 #include "tests/host/prepared.h"
-#include "tests/support/bits.h"
 
 namespace {
 
-/// The library on a machine, without a host.
-struct Library {
-  simulation::Machine machine;
-  AttrFullName names;
-  TimedCommandManager commands;
+/// Counts events, weighted with what they are about.
+struct Sums : host::Listener {
+  host::EventRing::Counts counts{};
 
-  explicit Library(const Prepared& prepared)
-      : machine(prepared.temporary.pool(), prepared.machine.description) {
-    names.initNameList(0);
-    setAttrFullNameManager(&names);
-    commands.initTimedCommand(0);
+  void tell(const host::Event& event, const host::Point* /*points*/) override {
+    counts[static_cast<std::size_t>(event.kind)] += event.count;
   }
-  ~Library() { setAttrFullNameManager(nullptr); }
+  [[nodiscard]] std::uint64_t of(host::EventKind kind) const {
+    return counts[static_cast<std::size_t>(kind)];
+  }
+};
+
+/// One run of a plan, with what it told and how it is judged.
+struct Ran {
+  const host::Plan plan;
+  Torvex torvex;
+  Sums sums;
+  host::Outcome outcome;
+
+  explicit Ran(const Prepared& prepared)
+      : plan(prepared.plan()), torvex(prepared.machine, plan, prepared.options) {
+    torvex.addListener(sums);
+  }
+  void run(const Torvex::Progress& progress = [](std::int64_t) {}) {
+    torvex.run(progress);
+    outcome.axes = host::judgedAxes(torvex, plan, outcome);
+  }
+  [[nodiscard]] const host::Axis& axis(std::size_t index) const {
+    return torvex.engine().axes()[index];
+  }
 };
 
 std::size_t longestTimeline() {
@@ -37,120 +51,21 @@ std::size_t longestTimeline() {
 
 TEST(Run, FeedsALongMotionThroughAShortWindow) {
   const Prepared setup(30, 20000, 7);
-  const host::Plan plan = setup.plan();
-  Torvex torvex(setup.machine, plan, setup.options);
-  std::size_t longest = longestTimeline();
-  torvex.run([&](std::int64_t) { longest = std::max(longest, longestTimeline()); });
-  EXPECT_EQ(longest, host::windowItems);
-  EXPECT_EQ(host::shortfalls(torvex), std::vector<std::string>());
-  for (std::size_t i = 0; i < 30; ++i) {
-    EXPECT_EQ(torvex.feeder().count(i).delivered, 20001U);
-    EXPECT_EQ(torvex.feeder().count(i).refused + torvex.feeder().count(i).late, 0U);
+  Ran ran(setup);
+  std::size_t longest = 0;
+  ran.run([&](std::int64_t) { longest = std::max(longest, longestTimeline()); });
+  EXPECT_GE(longest, host::windowItems);
+  EXPECT_LE(longest, host::windowItems + host::refillItems + 2);
+  EXPECT_TRUE(ran.outcome.errors.empty());
+  for (const host::Axis& axis : ran.torvex.engine().axes()) {
+    EXPECT_EQ(axis.counts.reached, 20000U);
+    EXPECT_EQ(axis.counts.points, 20000U);
   }
+  EXPECT_EQ(ran.sums.of(host::EventKind::reached), 30U * 20000U);
+  EXPECT_EQ(ran.sums.of(host::EventKind::taken), 30U * 20000U);
 }
 
-TEST(Feeder, FeedsAgainWhatATimelineRefused) {
-  const Prepared prepared(1, 300, 10);
-  const host::Plan plan = prepared.plan();
-  Library library(prepared);
-  host::Feeder feeder(plan, {"j0/Value"}, 0);
-  CommandList others;
-  for (std::uint32_t i = 0; i < 500; ++i) {
-    others.emplace_back(hal::AttrGeneric(1.0F), 100'000 + i);
-  }
-  library.commands.AddTimedCommand("j0/Value", others, TimedCommand::MERGE);
-  for (std::uint32_t timeMs = 0; timeMs <= 3010; timeMs += 10) {
-    feeder.feed(library.commands, std::int64_t{timeMs} - 10);
-    if (timeMs == 200) {
-      CommandList nothing;
-      library.commands.AddTimedCommand("j0/Value", nothing, TimedCommand::REPLACE);
-    }
-    library.commands.run(timeMs, timeMs - 10);
-  }
-  const host::FeedCount& count = feeder.count(0);
-  EXPECT_EQ(count.refused, 21U) << "until the others' commands were cleared";
-  EXPECT_EQ(count.sent, 301U + 21U * host::windowItems);
-  EXPECT_EQ(count.delivered, 301U);
-  EXPECT_EQ(count.late, 21U);
-  EXPECT_TRUE(feeder.allDelivered());
-  EXPECT_EQ(library.machine.actuatorValue(0).loadFloat(),
-            prepared.motions[0].value(299, 0).asFloat);
-}
-
-/// Lists of all modes with up to 99 points, handed over while others run.
-std::vector<host::Motion> randomLists(std::minstd_rand& engine) {
-  const auto random = [&] { return static_cast<std::uint32_t>(engine()); };
-  std::vector<host::Motion> motions;
-  for (std::uint32_t at = 0; at < 2000; at += random() % 300) {
-    host::Motion list;
-    list.atMs = at;
-    list.fromMs = at - std::min(at, random() % 200);
-    list.mode = static_cast<TimedCommand::commandType>(1 + random() % 4);
-    list.actuators = {0};
-    const std::uint32_t points = 1 + random() % 99;
-    for (std::uint32_t time = 0; list.times.size() < points; time += 1 + random() % 60) {
-      list.times.push_back(time);
-      list.places.emplace_back();
-      list.values.emplace_back(static_cast<float>(random() % 1000) / 250.0F - 2.0F);
-    }
-    motions.push_back(std::move(list));
-  }
-  return motions;
-}
-
-/// What the actuator is told in each cycle when `hand` hands over what is due by
-/// the cycle at this time.
-template <typename Hand>
-std::vector<std::uint32_t> courseWith(const Prepared& prepared, const Hand& hand) {
-  Library library(prepared);
-  std::vector<std::uint32_t> course;
-  for (std::int64_t timeMs = 0; timeMs < 9000; timeMs += 10) {
-    hand(library.commands, timeMs);
-    const auto stamp = static_cast<std::uint32_t>(timeMs);
-    library.commands.run(stamp, stamp - 10);
-    course.push_back(bitsOf(library.machine.actuatorValue(0).loadFloat()));
-  }
-  return course;
-}
-
-// The window must not be seen from outside: handed over whole, each list at its
-// moment, the commands would lead the same way.
-TEST(Feeder, MovesAsIfEveryListWereHandedOverWhole) {
-  std::minstd_rand random(3);
-  int compared = 0;
-  for (int round = 0; round < 200; ++round) {
-    Prepared prepared(1, 0, 0);
-    prepared.machine.description.actuators[0].interpolates = round % 2 == 0;
-    prepared.motions = randomLists(random);
-    const host::Plan plan = prepared.plan();
-    bool refused = false;
-    std::size_t next = 0;
-    const auto& lists = plan.actuators[0].lists;
-    const auto whole = courseWith(prepared, [&](TimedCommandManager& commands, std::int64_t time) {
-      for (; next < lists.size() && lists[next].handOverMs <= time; ++next) {
-        CommandList items;
-        for (const host::PlannedItem& item : lists[next].items) {
-          items.emplace_back(item.value, static_cast<std::uint32_t>(item.timeMs));
-        }
-        commands.AddTimedCommand("j0/Value", items, lists[next].mode);
-        refused = refused || !items.empty();
-      }
-    });
-    host::Feeder feeder(plan, {"j0/Value"}, 0);
-    const auto fed = courseWith(prepared, [&](TimedCommandManager& commands, std::int64_t timeMs) {
-      feeder.feed(commands, timeMs - 10);
-    });
-    if (!refused) {
-      ++compared;
-      EXPECT_EQ(fed, whole) << "round " << round;
-    }
-    EXPECT_TRUE(feeder.allDelivered());
-    EXPECT_EQ(feeder.count(0).late + feeder.count(0).refused, 0U);
-  }
-  EXPECT_GT(compared, 100);
-}
-
-// However long the lists before it are, and however far ahead they reach.
+// However long the batches before it are, and however far ahead they reach.
 TEST(Run, StopsAtTheMomentOfAnEmptyReplace) {
   Prepared prepared(1, 5000, 10);
   host::Motion& moving = prepared.motions[0];
@@ -164,16 +79,17 @@ TEST(Run, StopsAtTheMomentOfAnEmptyReplace) {
   stop.atMs = 1000;
   stop.mode = TimedCommand::REPLACE;
   prepared.motions = {later, moving, stop};
-  const host::Plan plan = prepared.plan();
-  Torvex torvex(prepared.machine, plan, prepared.options);
-  torvex.run([](std::int64_t) {});
-  EXPECT_LT(torvex.counts().cycles, 140U) << "the stop, and the sensor settles";
-  EXPECT_EQ(torvex.feeder().count(0).refused, 0U);
-  EXPECT_EQ(torvex.feeder().count(0).cleared, 4900U + 1U);
-  EXPECT_EQ(host::shortfalls(torvex), std::vector<std::string>());
+  Ran ran(prepared);
+  ran.run();
+  EXPECT_LT(ran.torvex.counts().cycles, 140U) << "the stop, and the sensor settles";
+  EXPECT_EQ(ran.axis(0).counts.reached, 100U);
+  EXPECT_EQ(ran.axis(0).counts.cleared, 4900U + 1U);
+  EXPECT_EQ(ran.sums.of(host::EventKind::cleared), 4900U + 1U);
+  EXPECT_EQ(ran.outcome.axes[0].verdict, host::Verdict::stopped);
+  EXPECT_TRUE(ran.outcome.errors.empty());
 }
 
-TEST(Run, ReachesNothingLateThatAListOfTheSameMomentClears) {
+TEST(Run, ReachesNothingLateThatABatchOfTheSameMomentClears) {
   Prepared prepared(1, 2, 100);
   host::Motion& late = prepared.motions[0];
   late.atMs = 1000;
@@ -183,52 +99,82 @@ TEST(Run, ReachesNothingLateThatAListOfTheSameMomentClears) {
   stop.times.clear();
   stop.values.clear();
   prepared.motions.push_back(stop);
-  const host::Plan plan = prepared.plan();
-  Torvex torvex(prepared.machine, plan, prepared.options);
-  torvex.run([](std::int64_t) {});
-  EXPECT_EQ(torvex.feeder().count(0).cleared, 2U);
-  EXPECT_EQ(host::shortfalls(torvex), std::vector<std::string>());
+  Ran ran(prepared);
+  ran.run();
+  EXPECT_EQ(ran.axis(0).counts.late, 2U);
+  EXPECT_EQ(ran.axis(0).counts.cleared, 2U);
+  EXPECT_TRUE(ran.outcome.errors.empty());
 }
 
 TEST(Run, CountsCyclesInWhichOthersMoveAnActuator) {
   const Prepared setup(2, 50, 20);
-  const host::Plan plan = setup.plan();
-  Torvex torvex(setup.machine, plan, setup.options);
-  torvex.run([&](std::int64_t timeMs) {
-    torvex.machine().moveFromOutside(1, 1.5F + 1e-4F * static_cast<float>(timeMs));
+  Ran ran(setup);
+  ran.run([&](std::int64_t timeMs) {
+    ran.torvex.engine().machine().moveFromOutside(1, 1.5F + 1e-4F * static_cast<float>(timeMs));
   });
-  EXPECT_EQ(torvex.actuators()[0].cyclesMovedByOthers, 0U);
-  EXPECT_EQ(torvex.actuators()[1].cyclesMovedByOthers,
-            torvex.machine().counters(1).movedFromOutside);
-  const std::vector<std::string> warned = host::warnings(torvex);
+  EXPECT_EQ(ran.axis(0).externalWrites, 0U);
+  EXPECT_EQ(ran.axis(1).externalWrites, ran.torvex.engine().machine().counters(1).movedFromOutside);
+  EXPECT_EQ(ran.sums.of(host::EventKind::external), ran.axis(1).externalWritesTold);
+  EXPECT_GT(ran.axis(1).externalWritesTold, 90U);
+  EXPECT_EQ(ran.axis(1).counts.reached, 50U);
+  const std::vector<host::Finding> warned = host::cycleFindings(ran.torvex);
   ASSERT_EQ(warned.size(), 1U);
-  EXPECT_EQ(warned[0].rfind("j1: its value was not what the last cycle wrote", 0), 0U);
+  EXPECT_EQ(warned[0].text.rfind("j1: its value was not what the last cycle wrote", 0), 0U);
 }
 
 TEST(Run, WaitsForWhatOthersQueuedBeyondTheMotion) {
-  const Prepared prepared(1, 2, 100);
-  const host::Plan plan = prepared.plan();
-  Torvex torvex(prepared.machine, plan, prepared.options);
-  CommandList others;
-  others.emplace_back(hal::AttrGeneric(1.0F), 5000);
-  getTimedCommandManager()->AddTimedCommand("j0/Value", others, TimedCommand::MERGE);
-  torvex.run([](std::int64_t) {});
-  EXPECT_GE(torvex.counts().cycles, 501U);
-  EXPECT_EQ(torvex.actuators()[0].commanded(), 1.0);
-  EXPECT_EQ(host::shortfalls(torvex).size(), 1U) << "another command than the motion's last";
+  Prepared prepared(2, 2, 100);
+  host::Motion& motion = prepared.motions[0];
+  motion.actuators.pop_back();
+  motion.values.resize(2);
+  Ran ran(prepared);
+  for (const char* key : {"j0/Value", "j1/Value"}) {
+    CommandList others;
+    others.emplace_back(hal::AttrGeneric(1.0F), 5000);
+    getTimedCommandManager()->AddTimedCommand(key, others, TimedCommand::MERGE);
+  }
+  ran.run();
+  EXPECT_GE(ran.torvex.counts().cycles, 501U);
+  EXPECT_EQ(longestTimeline(), 0U);
+  EXPECT_EQ(ran.axis(0).counts.reached, 2U);
+  EXPECT_EQ(ran.axis(1).commanded(), 1.0);
+}
+
+/// Others clear what the engine has handed over, and queue more than leaves it room.
+TEST(Run, TellsWhatOthersCleared) {
+  const Prepared prepared(1, 300, 10);
+  Ran ran(prepared);
+  std::size_t held = 0;
+  ran.run([&](std::int64_t timeMs) {
+    CommandList others;
+    if (timeMs == 200) {
+      held = getTimedCommandManager()->actuatorCommands[0]->commandList.size();
+      getTimedCommandManager()->AddTimedCommand("j0/Value", others, TimedCommand::REPLACE);
+    } else if (timeMs == 1000) {
+      for (std::uint32_t i = 0; i < 450; ++i) {
+        others.emplace_back(hal::AttrGeneric(1.0F), 100'000 + i);
+      }
+      getTimedCommandManager()->AddTimedCommand("j0/Value", others, TimedCommand::MERGE);
+    }
+  });
+  EXPECT_GE(held, host::windowItems);
+  const std::uint64_t cleared = held - 1;
+  EXPECT_EQ(ran.axis(0).counts.cleared, cleared) << "what was due in the next cycle is taken";
+  EXPECT_EQ(ran.axis(0).counts.reached, 300U - cleared);
+  EXPECT_EQ(ran.sums.of(host::EventKind::cleared), cleared);
 }
 
 TEST(Run, SaysWhichJointDidNotArrive) {
   Prepared setup(2, 50, 20);
   setup.machine.description.actuators[1].maximumVelocity = 0.01F;
-  setup.options.timing.leadMs = 10;
-  const host::Plan plan = setup.plan();
-  Torvex torvex(setup.machine, plan, setup.options);
-  torvex.run([](std::int64_t) {});
-  const std::vector<std::string> reasons = host::shortfalls(torvex);
-  ASSERT_EQ(reasons.size(), 1U);
-  EXPECT_EQ(reasons[0].rfind("j1: measured ", 0), 0U) << reasons[0];
-  EXPECT_EQ(torvex.counts().cycles, (10 + 49 * 20 + 2000) / 10 + 1U) << "two seconds to settle";
+  setup.options.timing.approachMs = 10;
+  Ran ran(setup);
+  ran.run();
+  ASSERT_EQ(ran.outcome.errors.size(), 1U);
+  EXPECT_EQ(ran.outcome.errors[0].text.rfind("j1: measured ", 0), 0U);
+  EXPECT_EQ(ran.outcome.axes[0].verdict, host::Verdict::reached);
+  EXPECT_EQ(ran.outcome.axes[1].verdict, host::Verdict::missed);
+  EXPECT_EQ(ran.torvex.counts().cycles, (10 + 49 * 20 + 2000) / 10 + 1U) << "two seconds to settle";
 }
 
 }  // namespace

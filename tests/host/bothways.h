@@ -1,0 +1,118 @@
+#pragma once
+
+#include <fmt/format.h>
+
+#include <algorithm>
+#include <cmath>
+#include <map>
+#include <string>
+#include <tuple>
+#include <vector>
+
+#include "host/engine/torvex.h"
+#include "host/motion/rehearsal.h"
+
+/// Writes down what becomes of each point, and what is to be said of it.
+class Diary : public host::Listener {
+ public:
+  explicit Diary(const host::MachineFile& machine) : machine_(machine) {}
+
+  /// Kind, actuator, batch, point.
+  using Key = std::tuple<host::EventKind, int, std::uint32_t, std::uint32_t>;
+  struct Entry {
+    std::int64_t timeMs = 0;
+    std::uint64_t count = 0;
+    std::uint32_t byBatch = 0;
+    host::Fault reason = host::Fault::none;
+    double amount = 0.0;
+    /// By which the amount may differ.
+    double doubt = 0.0;
+    int told = 0;
+  };
+
+  void tell(const host::Event& event, const host::Point* points) override {
+    const bool perPoint = points != nullptr;
+    for (std::uint64_t i = 0; i < (perPoint ? event.count : 1); ++i) {
+      const std::uint32_t point = perPoint ? points[i].index : event.point;
+      Entry& entry = entries_[{event.kind, event.actuator, event.batch, point}];
+      const bool steep = event.kind == host::EventKind::steep;
+      // When it is seen that a segment was steep depends on when one looks.
+      entry.timeMs = steep ? 0 : event.timeMs;
+      entry.count = perPoint ? 1 : event.count;
+      entry.byBatch = event.byBatch;
+      entry.reason = event.reason;
+      entry.amount = event.amount;
+      entry.doubt = steep ? doubtOf(event) : 0.0;
+      ++entry.told;
+    }
+  }
+
+  /// What one of two knows otherwise; empty when they agree.
+  [[nodiscard]] std::string differenceTo(const Diary& other) const {
+    const std::string missing = missingIn(other);
+    return missing.empty() ? other.missingIn(*this) : missing;
+  }
+
+ private:
+  /// Values agree to 1e-5 or two units in the last place: over a millisecond, the speeds.
+  [[nodiscard]] double doubtOf(const host::Event& event) const {
+    return 1e-4 * event.amount + 0.02;
+  }
+  [[nodiscard]] bool isNearLimit(const Key& key, const Entry& entry) const {
+    return std::get<0>(key) == host::EventKind::steep &&
+           entry.amount - entry.doubt <= machine_.actuator(std::get<1>(key)).maximumVelocity;
+  }
+
+  [[nodiscard]] std::string missingIn(const Diary& other) const {
+    for (const auto& [key, entry] : entries_) {
+      const auto [kind, actuator, batch, point] = key;
+      const std::string where =
+          fmt::format("kind {} actuator {} batch {} point {}: at {} ms, count {}, by {}, amount {}",
+                      static_cast<int>(kind), actuator, batch, point, entry.timeMs, entry.count,
+                      entry.byBatch, entry.amount);
+      const auto found = other.entries_.find(key);
+      if (found == other.entries_.end()) {
+        if (!isNearLimit(key, entry)) {
+          return where + ", told by one alone";
+        }
+        continue;
+      }
+      const Entry& twin = found->second;
+      if (entry.timeMs != twin.timeMs || entry.count != twin.count ||
+          entry.byBatch != twin.byBatch || entry.reason != twin.reason || entry.told != twin.told ||
+          !(std::abs(entry.amount - twin.amount) <= entry.doubt)) {
+        return where + fmt::format("; by the other at {} ms, count {}, by {}, amount {}",
+                                   twin.timeMs, twin.count, twin.byBatch, twin.amount);
+      }
+    }
+    return "";
+  }
+
+  const host::MachineFile& machine_;
+  std::map<Key, Entry> entries_;
+};
+
+inline std::string shownCounts(const host::PointCounts& counts) {
+  return fmt::format("points {} reached {} cleared {} refused {} late {} limited {} left {}",
+                     counts.points, counts.reached, counts.cleared, counts.refused, counts.late,
+                     counts.limited, counts.left());
+}
+
+/// Rehearses a plan, and runs it on the simulated clock: what the two tell differently, or
+/// what is left; empty when all is well.
+inline std::string disagreement(const host::MachineFile& machine, const host::Plan& plan,
+                                const host::RunOptions& options) {
+  Diary rehearsed(machine), run(machine);
+  const std::vector<host::PointCounts> counts = host::rehearse(machine, plan, rehearsed);
+  Torvex torvex(machine, plan, options);
+  torvex.addListener(run);
+  torvex.run([](std::int64_t) {});
+  for (const host::Axis& axis : torvex.engine().axes()) {
+    const std::string ran = shownCounts(axis.counts);
+    const std::string expected = shownCounts(counts[static_cast<std::size_t>(axis.index)]);
+    if (ran != expected || axis.counts.left() != 0) {
+      return fmt::format("{}: {}, rehearsed {}", axis.actuator.name, ran, expected);
+    }
+  }
+  return rehearsed.differenceTo(run);
+}

@@ -1,0 +1,381 @@
+// The parts of the engine, each by its contract.
+
+#include <dlfcn.h>
+#include <gtest/gtest.h>
+
+#include <atomic>
+#include <cstdlib>
+#include <mutex>
+#include <new>
+#include <thread>
+
+#include "host/engine/engine.h"
+#include "tests/support/random.h"
+#include "tests/support/temporary.h"
+
+namespace {
+
+std::size_t poolNodes = 0;
+/// So many allocations later one fails; none does while it is 0.
+long allocationsToFailure = 0;
+int latestProtocol = PTHREAD_PRIO_NONE;
+
+[[gnu::noinline]] void* take(std::size_t size) noexcept {
+  if (allocationsToFailure > 0 && --allocationsToFailure == 0) {
+    return nullptr;
+  }
+  return std::malloc(size);
+}
+
+}  // namespace
+
+void* operator new(std::size_t size) {
+  void* const block = take(size);
+  return block == nullptr ? throw std::bad_alloc() : block;
+}
+
+// The source of the node pool.
+void* operator new[](std::size_t size, const std::nothrow_t& /*tag*/) noexcept {
+  poolNodes += size / sizeof(boost::CommandNodeLayout);
+  return take(size);
+}
+
+[[gnu::noinline]] void operator delete(void* block) noexcept {
+  std::free(block);
+}
+
+[[gnu::noinline]] void operator delete(void* block, std::size_t /*size*/) noexcept {
+  std::free(block);
+}
+
+[[gnu::noinline]] void operator delete[](void* block) noexcept {
+  std::free(block);
+}
+
+[[gnu::noinline]] void operator delete[](void* block, std::size_t /*size*/) noexcept {
+  std::free(block);
+}
+
+void* operator new[](std::size_t size) {
+  return operator new(size);
+}
+
+/// In the place of the system's, so that it is seen what a mutex is made with.
+extern "C" __attribute__((visibility("default"))) int pthread_mutex_init(
+    pthread_mutex_t* mutex, const pthread_mutexattr_t* attributes) noexcept {
+  static const auto next =
+      reinterpret_cast<decltype(&pthread_mutex_init)>(dlsym(RTLD_NEXT, "pthread_mutex_init"));
+  latestProtocol = PTHREAD_PRIO_NONE;
+  if (attributes != nullptr) {
+    pthread_mutexattr_getprotocol(attributes, &latestProtocol);
+  }
+  return next(mutex, attributes);
+}
+
+namespace {
+
+TEST(Gate, ExcludesAndInheritsPriorities) {
+  host::Gate gate;
+  EXPECT_EQ(latestProtocol, PTHREAD_PRIO_INHERIT);
+  constexpr int threads = 4, rounds = 20'000;
+  int plain = 0;
+  std::vector<std::thread> all;
+  for (int i = 0; i < threads; ++i) {
+    all.emplace_back([&gate, &plain, breathes = i % 2 == 0] {
+      for (int round = 0; round < rounds; ++round) {
+        host::GateHold hold(gate);
+        plain = plain + 1;
+        if (breathes) {
+          hold.breathe();
+          plain = plain + 1;
+        }
+      }
+    });
+  }
+  for (std::thread& thread : all) {
+    thread.join();
+  }
+  EXPECT_EQ(plain, threads / 2 * rounds * 3);
+}
+
+// Hangs when the waiter does not come through.
+TEST(Gate, LetsAWaiterThroughWhereItBreathes) {
+  host::Gate gate;
+  std::atomic<bool> through{false};
+  std::thread waiter;
+  {
+    host::GateHold hold(gate);
+    waiter = std::thread([&] {
+      const std::lock_guard lock(gate);
+      through = true;
+    });
+    while (!through) {
+      hold.breathe();
+    }
+  }
+  waiter.join();
+}
+
+host::Event reached(std::int64_t timeMs, std::uint32_t batch, int actuator, std::uint32_t count) {
+  host::Event event{host::EventKind::reached, host::Fault::none, timeMs, batch, actuator};
+  event.count = count;
+  return event;
+}
+
+TEST(EventRing, GathersWhatIsReachedPerBatchAndCycle) {
+  host::EventRing ring;
+  for (const int actuator : {0, 1, 2}) {
+    for (const std::uint32_t batch : {7U, 8U}) {
+      ring.tell(reached(10, batch, actuator, 2), nullptr);
+    }
+  }
+  ring.tell(reached(20, 7, 1, 5), nullptr);
+  host::EventRing::Cursor cursor;
+  host::EventRing::Counts missed{};
+  EXPECT_TRUE(ring.read(cursor, missed).empty()) << "not before it is published";
+  ring.publish();
+  const auto events = ring.read(cursor, missed);
+  ASSERT_EQ(events.size(), 3U);
+  EXPECT_EQ(events[0].count, 6U);
+  EXPECT_EQ(events[0].actuator, -1);
+  EXPECT_EQ(events[1].batch, 8U);
+  EXPECT_EQ(events[1].count, 6U);
+  EXPECT_EQ(events[2].timeMs, 20);
+  EXPECT_EQ(events[2].count, 5U);
+  EXPECT_EQ(events[2].actuator, 1);
+}
+
+TEST(EventRing, CountsWhatASlowReaderMissed) {
+  Random random(2);
+  host::EventRing small(50), large(100'000);
+  host::EventRing::Cursor slow;
+  host::EventRing::Counts told{}, seen{}, missed{};
+  for (int i = 0; i < 20'000; ++i) {
+    host::Event event =
+        reached(i / 5, random.below(12), static_cast<int>(random.below(3)), 1 + random.below(4));
+    event.kind = static_cast<host::EventKind>(random.below(3) == 0 ? random.below(10) : 1);
+    told[static_cast<std::size_t>(event.kind)] += event.count;
+    small.tell(event, nullptr);
+    large.tell(event, nullptr);
+    if (i == 19'999 || random.below(60) == 0) {
+      small.publish();
+      large.publish();
+      for (const host::Event& read : small.read(slow, missed)) {
+        ++seen[static_cast<std::size_t>(read.kind)];
+      }
+      for (std::size_t kind = 0; kind < host::eventKinds; ++kind) {
+        seen[kind] += missed[kind];
+      }
+    }
+  }
+  host::EventRing::Cursor whole;
+  for (const host::Event& event : large.read(whole, missed)) {
+    told[static_cast<std::size_t>(event.kind)] -= event.count;
+    --seen[static_cast<std::size_t>(event.kind)];
+  }
+  EXPECT_EQ(missed, host::EventRing::Counts{});
+  EXPECT_EQ(told, host::EventRing::Counts{}) << "the sums are exact";
+  EXPECT_EQ(seen, host::EventRing::Counts{}) << "read and missed are all";
+}
+
+#ifndef BOOST_POOL_VALGRIND  // under which nothing is pooled
+
+using Addresses = std::vector<const void*>;
+
+Addresses addressesOf(const CommandList& nodes) {
+  Addresses addresses;
+  for (const TimedCommand::commandItem& node : nodes) {
+    addresses.push_back(&node);
+  }
+  std::sort(addresses.begin(), addresses.end(), std::less<>());
+  return addresses;
+}
+
+/// The nodes that an axis has for itself, looked at and given back.
+Addresses ownNodes(host::NodeReserve& reserve, std::size_t axis) {
+  CommandList nodes;
+  reserve.lend(axis, reserve.ownNodes(axis), nodes);
+  Addresses addresses = addressesOf(nodes);
+  reserve.giveBack(nodes);
+  return addresses;
+}
+
+/// How many nodes the pool gives without growing.
+std::size_t freeNodes() {
+  CommandList nodes;
+  for (const std::size_t before = poolNodes; poolNodes == before;) {
+    nodes.emplace_back(hal::AttrGeneric(), 0U);
+  }
+  return nodes.size() - 1;
+}
+
+TEST(NodeReserve, KeepsThePoolAsItIs) {
+  const std::vector<std::size_t> sizes = {50, 200, 80};
+  std::vector<Addresses> ranges;
+  std::size_t filled = 0;
+  {
+    host::NodeReserve reserve;
+    const std::size_t before = poolNodes;
+    reserve.fill(sizes);
+    filled = poolNodes - before;
+    EXPECT_GE(filled, 330U + host::NodeReserve::commonNodes);
+    for (std::size_t axis = 0; axis < sizes.size(); ++axis) {
+      ranges.push_back(ownNodes(reserve, axis));
+      EXPECT_EQ(ranges[axis].size(), sizes[axis]);
+      EXPECT_GE(reserve.available(axis), sizes[axis] + host::NodeReserve::commonNodes);
+      EXPECT_TRUE(axis == 0 || std::less<>()(ranges[axis].back(), ranges[axis - 1].front()));
+    }
+    std::vector<TimedCommand> timelines(sizes.size());
+    Random random(3);
+    for (std::uint32_t round = 0; round < 100'000; ++round) {
+      const auto axis = std::size_t{random.below(3)};
+      std::size_t released = timelines[axis].commandList.size();
+      CommandList nodes;
+      reserve.lend(axis, random.below(300), nodes);
+      for (TimedCommand::commandItem& node : nodes) {
+        node = {hal::AttrGeneric(), round + random.below(100)};
+      }
+      timelines[axis].pushTimedCommand(nodes, TimedCommand::REPLACE);
+      for (; released > 0; released -= std::min<std::size_t>(released, 64)) {
+        reserve.takeBack(std::min<std::size_t>(released, 64));
+      }
+    }
+    EXPECT_EQ(poolNodes - before, filled) << "the pool has grown";
+    for (TimedCommand& timeline : timelines) {
+      const std::size_t released = timeline.commandList.size();
+      timeline.commandList.clear();
+      reserve.takeBack(released);
+    }
+    for (std::size_t axis = 0; axis < sizes.size(); ++axis) {
+      EXPECT_EQ(ownNodes(reserve, axis), ranges[axis]) << "nodes of others";
+    }
+    EXPECT_LE(freeNodes(), 2U);
+  }
+  EXPECT_GE(freeNodes(), filled);
+}
+
+#endif
+
+TEST(Pacer, GoesAlongWithTheClockWithinTheBound) {
+  struct Wake {
+    std::int64_t clockCycle, boundMs, timeMs;
+  };
+  struct Course {
+    host::Late late;
+    std::vector<Wake> wakes;
+    host::PaceCount count;
+  };
+  constexpr std::int64_t none = host::unboundedMs;
+  constexpr auto stand = host::Late::stand, catchUp = host::Late::catchUp;
+  const Course courses[] = {
+      {stand, {{0, none, 0}, {1, none, 10}, {2, none, 20}}, {}},
+      {stand, {{0, none, 0}, {2, none, 20}, {5, none, 50}, {6, none, 60}}, {3, 0, 0, 0}},
+      {stand, {{0, none, 0}, {4, none, 10}, {5, none, 20}}, {0, 1, 30, 0}},
+      {stand, {{0, none, 0}, {1, 9, 0}, {2, 10, 10}, {3, none, 20}}, {0, 0, 0, 1}},
+      {stand, {{0, none, 0}, {3, 25, 20}, {4, 15, 20}, {5, none, 30}}, {2, 0, 0, 1}},
+      {stand, {{0, -10, -10}, {400, -1, -10}, {401, 0, 0}}, {0, 1, 3990, 2}},
+      {catchUp, {{0, none, 0}, {4, none, 40}, {5, none, 50}}, {0, 1, 30, 0}},
+      {catchUp,
+       {{0, none, 0}, {50, 35, 30}, {51, 35, 30}, {52, 515, 510}, {53, none, 530}},
+       {0, 1, 490, 1}}};
+  for (const Course& course : courses) {
+    host::Pacer pacer(10, course.late);
+    for (const Wake& wake : course.wakes) {
+      pacer.wake(wake.clockCycle);
+      const std::int64_t stepMs = pacer.stepMs(wake.boundMs);
+      EXPECT_TRUE(wake.boundMs < none || !pacer.isHeld(stepMs));
+      pacer.go(stepMs);
+      EXPECT_EQ(pacer.timeMs(), wake.timeMs) << "at " << wake.clockCycle;
+    }
+    EXPECT_EQ(pacer.count().overruns, course.count.overruns);
+    EXPECT_EQ(pacer.count().stalls, course.count.stalls);
+    EXPECT_EQ(pacer.count().stalledMs, course.count.stalledMs);
+    EXPECT_EQ(pacer.count().stands, course.count.stands);
+  }
+}
+
+host::Batch batchOf(std::size_t values, std::int64_t originMs = 0) {
+  const auto motion = std::make_shared<host::Motion>();
+  motion->values.resize(values);
+  return {motion, std::nullopt, originMs};
+}
+
+TEST(Inbox, IsBoundedByPointsAndBatches) {
+  host::Inbox inbox;
+  const host::Batch large = batchOf(host::Inbox::mostPoints / 2);
+  EXPECT_EQ(inbox.put(large), 0U);
+  EXPECT_EQ(inbox.put(large), 1U);
+  EXPECT_EQ(inbox.put(batchOf(1)), std::nullopt);
+  EXPECT_EQ(inbox.put(batchOf(0)), 2U);
+  EXPECT_EQ(inbox.takeAll().size(), 3U);
+  EXPECT_TRUE(inbox.empty());
+  const host::Batch empty = batchOf(0);
+  for (std::uint32_t i = 0; i < host::Inbox::mostBatches; ++i) {
+    ASSERT_EQ(inbox.put(empty), 3 + i);
+  }
+  EXPECT_EQ(inbox.put(empty), std::nullopt);
+  EXPECT_EQ(inbox.takeAll().size(), host::Inbox::mostBatches);
+  EXPECT_EQ(inbox.put(large), 3 + host::Inbox::mostBatches);
+}
+
+TEST(Inbox, NumbersWhatManyThreadsPutInTheOrderOfArrival) {
+  constexpr std::uint32_t threads = 4, each = 5000;
+  host::Inbox inbox;
+  std::vector<std::vector<std::uint32_t>> numbers(threads);
+  std::vector<std::thread> all;
+  for (std::uint32_t thread = 0; thread < threads; ++thread) {
+    all.emplace_back([&inbox, thread, &mine = numbers[thread]] {
+      for (std::uint32_t i = 0; i < each; ++i) {
+        mine.push_back(*inbox.put(batchOf(1, std::int64_t{thread * each + i})));
+      }
+    });
+  }
+  std::vector<std::int64_t> origins;
+  while (origins.size() < std::size_t{threads} * each) {
+    for (const host::Batch& batch : inbox.takeAll()) {
+      origins.push_back(batch.originMs);
+    }
+  }
+  for (std::uint32_t thread = 0; thread < threads; ++thread) {
+    all[thread].join();
+    for (std::uint32_t i = 0; i < each; ++i) {
+      ASSERT_EQ(origins[numbers[thread][i]], thread * each + i);
+    }
+  }
+}
+
+bool isRegistryEmpty() {
+  return getBrokerManager() == nullptr && getTorvexManager() == nullptr &&
+         getAttrFullNameManager() == nullptr && getTimedCommandManager() == nullptr;
+}
+
+TEST(Engine, LeavesNothingBehindWhenItCannotStart) {
+  const Temporary temporary;
+  host::MachineFile machine;
+  machine.description.actuators.resize(2);
+  machine.description.actuators[0].name = "a";
+  machine.description.actuators[1].name = "b";
+  host::EngineOptions options;
+  options.preferenceDirectory = temporary.path("");
+  options.poolName = "no/name";
+  auto* const some = reinterpret_cast<Torvex*>(&machine);
+  EXPECT_THROW(host::Engine(machine, options, some), simulation::Error);
+  EXPECT_TRUE(isRegistryEmpty());
+  options.poolName = temporary.pool();
+  long failures = 0;
+  for (bool started = false; !started; ++failures) {
+    allocationsToFailure = failures + 1;
+    try {
+      const host::Engine engine(machine, options, some);
+      started = std::exchange(allocationsToFailure, 0) > 0;
+      EXPECT_FALSE(isRegistryEmpty());
+    } catch (const std::exception&) {
+      allocationsToFailure = 0;
+    }
+    ASSERT_TRUE(isRegistryEmpty()) << "allocation " << failures;
+    ASSERT_FALSE(temporary.poolExists()) << "allocation " << failures;
+  }
+  EXPECT_GT(failures, 50);
+}
+
+}  // namespace
