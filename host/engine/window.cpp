@@ -75,22 +75,20 @@ bool Window::isShort(const Path& path) const {
   if (isWholePath(path) || items_.size() >= mostInTimeline) {
     return false;
   }
-  const std::int64_t nextMs = path.nextMs();
-  const bool reachesFar = !items_.empty() && items_.back().timeMs >= nextMs + windowMs;
-  if (reachesFar && behind(nextMs) >= windowItems) {
-    return false;
-  }
-  return next(path).timeMs <= nextMs + furthestAheadMs;
+  const std::int64_t itemMs = next(path).timeMs;
+  const bool isFew = behind(path.nextMs()) < windowItems;
+  return itemMs <= path.nextMs() + (isFew ? furthestAheadMs : windowMs);
 }
 
 void Window::fill(const Path& path, std::size_t mostItems) {
   const std::int64_t nextMs = path.nextMs();
   const std::size_t most = std::min(mostItems, mostInTimeline);
+  const std::int64_t reachMs = windowMs + static_cast<std::int64_t>(refillItems) * path.cycleMs;
   std::size_t behindNext = behind(nextMs);
   while (!isWholePath(path)) {
     const WindowItem item = next(path);
     const bool isTied = !items_.empty() && items_.back().timeMs == item.timeMs;
-    const bool isFull = behindNext >= windowItems + refillItems && item.timeMs > nextMs + windowMs;
+    const bool isFull = behindNext >= windowItems + refillItems && item.timeMs > nextMs + reachMs;
     if (!isTied && (isFull || item.timeMs > nextMs + furthestAheadMs ||
                     items_.size() + tiedWith(path, item) > most)) {
       return;

@@ -22,7 +22,7 @@ struct WindowItem {
 
 /// How many items a window holds behind the next cycle, at least, while there are more.
 constexpr std::size_t windowItems = 32;
-/// How many more it is filled up with, so that not every cycle has to push.
+/// How many more, or cycles further, it is filled up, so that not every cycle has to push.
 constexpr std::size_t refillItems = 16;
 /// Nothing further ahead is handed over: stamps half as far again do not compare.
 constexpr std::int64_t furthestAheadMs = 0x20000000;

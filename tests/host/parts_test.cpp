@@ -272,7 +272,7 @@ TEST(Pacer, GoesAlongWithTheClockWithinTheBound) {
       {stand, {{0, none, 0}, {2, none, 20}, {5, none, 50}, {6, none, 60}}, {3, 0, 0, 0}},
       {stand, {{0, none, 0}, {4, none, 10}, {5, none, 20}}, {0, 1, 30, 0}},
       {stand, {{0, none, 0}, {1, 9, 0}, {2, 10, 10}, {3, none, 20}}, {0, 0, 0, 1}},
-      {stand, {{0, none, 0}, {3, 25, 20}, {4, 15, 20}, {5, none, 30}}, {2, 0, 0, 1}},
+      {stand, {{0, none, 0}, {3, 25, 20}, {4, 15, 20}, {5, none, 30}}, {2, 0, 0, 2}},
       {stand, {{0, -10, -10}, {400, -1, -10}, {401, 0, 0}}, {0, 1, 3990, 2}},
       {catchUp, {{0, none, 0}, {4, none, 40}, {5, none, 50}}, {0, 1, 30, 0}},
       {catchUp,
@@ -308,7 +308,6 @@ TEST(Inbox, IsBoundedByPointsAndBatches) {
   EXPECT_EQ(inbox.put(batchOf(1)), std::nullopt);
   EXPECT_EQ(inbox.put(batchOf(0)), 2U);
   EXPECT_EQ(inbox.takeAll().size(), 3U);
-  EXPECT_TRUE(inbox.empty());
   const host::Batch empty = batchOf(0);
   for (std::uint32_t i = 0; i < host::Inbox::mostBatches; ++i) {
     ASSERT_EQ(inbox.put(empty), 3 + i);
