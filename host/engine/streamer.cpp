@@ -31,6 +31,12 @@ Streamer::Streamer(std::deque<Axis>& axes, Gate& gate, CycleState& cycles, Telle
       timelines_(cycles, teller, cycleMs, startTick),
       boundMs_(-cycleMs) {}
 
+Streamer::~Streamer() {
+  for (const Axis& axis : axes_) {
+    timelines_.empty(axis);
+  }
+}
+
 void Streamer::start() {
   drainInbox();
   timelines_.layInNodes(nodesPerAxis());
