@@ -1,5 +1,6 @@
 #include "bench/benchmarks.h"
 
+#include <cmath>
 #include <utility>
 
 #include "bench/progress.h"
@@ -31,6 +32,11 @@ benchmark::internal::Benchmark* add(const std::string& name,
                                     std::function<void(benchmark::State&)> run) {
   // NOLINTNEXTLINE(clang-analyzer-cplusplus.NewDeleteLeaks)
   return benchmark::internal::RegisterBenchmarkInternal(new Registered(name, std::move(run)));
+}
+
+double quantile(const std::vector<double>& sorted, double share) {
+  const double rank = std::ceil(share * static_cast<double>(sorted.size()));
+  return sorted[static_cast<std::size_t>(rank) - 1];
 }
 
 }  // namespace bench

@@ -8,6 +8,7 @@
 
 #include <functional>
 #include <string>
+#include <vector>
 
 namespace bench {
 
@@ -18,13 +19,16 @@ void addPushBenchmarks();
 void addPoolBenchmarks();
 void addNameBenchmarks();
 void addBusyBenchmarks();
+void addEngineBenchmarks();
 
 /// Registers one benchmark.
 benchmark::internal::Benchmark* add(const std::string& name,
                                     std::function<void(benchmark::State&)> run);
 
-/// The counter that every benchmark sets and the table shows.
+/// Every benchmark sets one of these counters, and the table shows it.
 constexpr const char* nsCounter = "ns";
+constexpr const char* bytesCounter = "bytes";
+constexpr const char* percentCounter = "percent";
 /// Of all repetitions the table shows the largest of this one, of others the median.
 constexpr const char* maxCounter = "max";
 
@@ -33,5 +37,8 @@ inline void countItems(benchmark::State& state, double items) {
   state.counters[nsCounter] = benchmark::Counter(
       items * 1e-9, benchmark::Counter::kIsIterationInvariantRate | benchmark::Counter::kInvert);
 }
+
+/// What at least this share of all do not exceed.
+double quantile(const std::vector<double>& sorted, double share);
 
 }  // namespace bench

@@ -6,7 +6,6 @@
 #include <algorithm>
 #include <atomic>
 #include <chrono>
-#include <cmath>
 #include <random>
 #include <string>
 #include <thread>
@@ -120,12 +119,6 @@ Cycles measureCycles(Rig& rig, CommandThread& commandThread) {
   std::thread(runCycles, std::ref(rig), std::ref(commandThread), std::ref(measured)).join();
   std::sort(measured.durations.begin(), measured.durations.end());
   return measured;
-}
-
-/// What at least this share of all do not exceed.
-double quantile(const std::vector<double>& sorted, double share) {
-  const double rank = std::ceil(share * static_cast<double>(sorted.size()));
-  return sorted[static_cast<std::size_t>(rank) - 1];
 }
 
 /// Not warmed, the queues are short at first, and the pool grows while cycles run.

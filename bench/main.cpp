@@ -55,6 +55,7 @@ int main(int argc, char** argv) {
   bench::addPoolBenchmarks();
   bench::addNameBenchmarks();
   bench::addBusyBenchmarks();
+  bench::addEngineBenchmarks();
 
   // With one thread alone, locks would cost less than in any program that needs them.
   std::promise<void> done;

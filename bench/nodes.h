@@ -1,5 +1,7 @@
 #pragma once
 
+#include <cstddef>
+
 #include "timedcommand/timedcommand.h"
 
 namespace bench {
@@ -9,5 +11,10 @@ namespace bench {
 inline void emptyNodePool() {
   boost::CommandNodePool::purge_memory();
 }
+
+/// Has an empty node pool hold so many nodes at least, all free, so that it does not grow
+/// while something is measured. Whole blocks are taken, and go back from the highest
+/// address to the lowest.
+void warmNodePool(std::size_t nodes);
 
 }  // namespace bench

@@ -88,3 +88,14 @@ plot rows("beside_lists/", "") using 1:6 lt 2 title "longest", \
      rows("beside_lists/", "") using 1:5 lt 4 title "p99.9", \
      rows("beside_lists/", "") using 1:4 lt 3 title "p99", \
      rows("beside_lists/", "") using 1:3 lt 1 title "p50"
+
+set output picture("together")
+set title "A cycle in which all axes reach a point, and one in which none does"
+set xlabel "axes"; set ylabel "ns for each axis"
+set logscale x
+set xtics (10, 100, 1000, 10000)
+plot rows("engine/together/", "/replaced") using 1:($3/$1) lt 2 dt 2 title "p50, batches replaced", \
+     rows("engine/together/", "/running_dry") using 1:($3/$1) lt 3 dt 2 title "p50, running dry", \
+     rows("engine/together/", "/steady") using 1:($4/$1) lt 4 title "p99", \
+     rows("engine/together/", "/steady") using 1:($3/$1) lt 1 title "p50", \
+     rows("engine/together/", "/steady") using 1:($7/$1) lt 5 dt 2 title "p50, none reached"

@@ -7,7 +7,6 @@
 #include "bench/benchmarks.h"
 #include "bench/nodes.h"
 #include "bench/stopwatch.h"
-#include "host/nodepool.h"
 #include "timedcommand/timedcommand.h"
 
 namespace bench {
@@ -53,7 +52,7 @@ void removeOneEach(Queues& queues) {
 void preparePool(const Load& load, bool warmed) {
   emptyNodePool();
   if (warmed) {
-    host::warmNodePool(load.items());
+    warmNodePool(load.items());
   }
 }
 

@@ -20,6 +20,8 @@ struct Goal {
   const char* counter;
   /// The largest ratio; infinite where one is only shown.
   double most;
+  /// Where it is not the same one.
+  const char* baseCounter = nullptr;
 };
 
 constexpr double open = std::numeric_limits<double>::infinity();
@@ -44,6 +46,22 @@ constexpr Goal goals[] = {
      "push/replace/1_into_250/ascending/front_first", nsCounter, open},
     {"p99 of a cycle beside 650 lists of 500 a second / beside none", "beside_lists/650",
      "beside_lists/0", "p99", 2.0},
+    {"500 points built from the reserve and pushed / sorted vector", "engine/reserve/500_pushed",
+     "push/merge/500_into_0/ascending/vector", nsCounter, 1.0},
+    {"  taking their nodes back", "engine/reserve/500_taken_back",
+     "push/merge/500_into_0/ascending/vector", nsCounter, open},
+    {"1,000 axes reach a point / none does, p50", "engine/together/1000/steady",
+     "engine/together/1000/steady", "p50", 1.2, "none_p50"},
+    {"  p99 / p50 where none does", "engine/together/1000/steady", "engine/together/1000/steady",
+     "p99", 1.5, "none_p50"},
+    {"  where the backlogs run dry, p50", "engine/together/1000/running_dry",
+     "engine/together/1000/running_dry", "p50", 1.2, "none_p50"},
+    {"  p99 / p50 where none does", "engine/together/1000/running_dry",
+     "engine/together/1000/running_dry", "p99", 1.5, "none_p50"},
+    {"  where batches replace each other, p50", "engine/together/1000/replaced",
+     "engine/together/1000/replaced", "p50", 1.2, "none_p50"},
+    {"  p99 / p50 where none does", "engine/together/1000/replaced",
+     "engine/together/1000/replaced", "p99", 1.5, "none_p50"},
 };
 
 void printGoal(const Goal& goal, double ratio) {
@@ -75,7 +93,7 @@ void Report::ReportRuns(const std::vector<Run>& runs) {
       lines_[run.family_index].benchmark = run.run_name.function_name;
       lines_[run.family_index].medians = run.counters;
     } else if (run.aggregate_name == "cv") {
-      lines_[run.family_index].spread = run.counters.at(nsCounter);
+      lines_[run.family_index].spread = run.counters.at(figureOf(run.counters));
     }
   }
 }
@@ -89,25 +107,36 @@ void Report::noteLongest(Line& line, const Run& run) {
 void Report::Finalize() {
   endProgress();
   std::printf("\nMedians. ns: for each actuator, item, node, name or attribute.\n");
-  std::printf("%-58s %12s %8s\n", "benchmark", "ns", "cv");
+  std::printf("%-58s %12s %-7s %8s\n", "benchmark", "median", "unit", "cv");
   for (const auto& [order, line] : lines_) {
     print(line);
   }
   std::printf("\n%-64s %8s %8s\n", "goals", "ratio", "at most");
   for (const Goal& goal : goals) {
-    printGoal(goal, median(goal.measured, goal.counter) / median(goal.base, goal.counter));
+    const char* const baseCounter = goal.baseCounter == nullptr ? goal.counter : goal.baseCounter;
+    printGoal(goal, median(goal.measured, goal.counter) / median(goal.base, baseCounter));
   }
 }
 
 void Report::print(const Line& line) {
-  std::printf("%-58s %12.2f %7.1f%%", line.benchmark.c_str(), line.medians.at(nsCounter).value,
-              100.0 * line.spread);
+  const char* const figure = figureOf(line.medians);
+  std::printf("%-58s %12.2f %-7s %7.1f%%", line.benchmark.c_str(), line.medians.at(figure).value,
+              figure, 100.0 * line.spread);
   for (const auto& [name, counter] : line.medians) {
-    if (name != nsCounter) {
+    if (name != figure) {
       std::printf("  %s %.0f", name.c_str(), name == maxCounter ? line.longest : counter.value);
     }
   }
   std::printf("\n");
+}
+
+const char* Report::figureOf(const benchmark::UserCounters& counters) {
+  for (const char* const figure : {bytesCounter, percentCounter}) {
+    if (counters.count(figure) == 1) {
+      return figure;
+    }
+  }
+  return nsCounter;
 }
 
 double Report::median(const std::string& benchmark, const char* counter) const {

@@ -31,6 +31,8 @@ class Report : public benchmark::BenchmarkReporter {
 
   static void noteLongest(Line& line, const Run& run);
   static void print(const Line& line);
+  /// The counter that the table shows of a benchmark.
+  static const char* figureOf(const benchmark::UserCounters& counters);
   /// The median of a counter; not a number when it was not measured.
   [[nodiscard]] double median(const std::string& benchmark, const char* counter) const;
 

@@ -3,7 +3,6 @@
 #include <string>
 
 #include "bench/nodes.h"
-#include "host/nodepool.h"
 
 namespace bench {
 
@@ -26,7 +25,7 @@ Rig::Rig(std::size_t actuators, Law law, std::size_t queuedItems)
     : machine_("", describe(actuators, law)) {
   emptyNodePool();
   commands.initTimedCommand(0);
-  host::warmNodePool(queuedItems);
+  warmNodePool(queuedItems);
 }
 
 std::vector<unsigned int> risingStamps(std::size_t count, unsigned int first, unsigned int step) {

@@ -33,6 +33,12 @@ Streamer::Streamer(std::deque<Axis>& axes, Gate& gate, CycleState& cycles, Telle
       latestMs_(-cycleMs),
       boundMs_(-cycleMs) {}
 
+Streamer::~Streamer() {
+  for (const Axis& axis : axes_) {
+    timelines_.empty(axis);
+  }
+}
+
 void Streamer::start() {
   knownNodes_.assign(axes_.size(), refillItems);
   drainInbox();

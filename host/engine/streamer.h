@@ -26,6 +26,11 @@ class Streamer {
   /// The references must outlive the streamer.
   Streamer(std::deque<Axis>& axes, Gate& gate, CycleState& cycles, Teller& teller,
            std::int64_t cycleMs, std::uint32_t startTick);
+  /// Empties the timelines.
+  ~Streamer();
+
+  Streamer(const Streamer&) = delete;
+  Streamer& operator=(const Streamer&) = delete;
 
   /// Before the first cycle: lays in the nodes for all that has come, and hands over what
   /// is due by then. May throw `std::bad_alloc`, as `pass`.

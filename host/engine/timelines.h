@@ -54,6 +54,10 @@ class Timelines {
   /// while there are more.
   bool takeBackSome();
 
+  /// At the end: the nodes of the timeline go to the reserve, and with it to the pool, in
+  /// order. Left to the timeline, each would be searched for among those of the reserve.
+  void empty(const Axis& axis) { reserve_.giveBack(axis.timeline->commandList); }
+
   [[nodiscard]] Path pathOf(const Axis& axis) const {
     return axis.path(cycleMs_, cycles_.latestMs);
   }
