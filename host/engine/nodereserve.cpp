@@ -53,6 +53,8 @@ void NodeReserve::fill(const std::vector<std::size_t>& nodesPerAxis) {
   layOut(nodes, nodesPerAxis);
 }
 
+/// Within a range from low addresses to high ones: the library releases what it replaces
+/// from the back.
 void NodeReserve::layOut(CommandList& nodes, const std::vector<std::size_t>& nodesPerAxis) {
   const Nodes falling = fromHighToLow(nodes);
   auto node = falling.begin();
@@ -60,7 +62,7 @@ void NodeReserve::layOut(CommandList& nodes, const std::vector<std::size_t>& nod
     Range& range = ranges_.emplace_back();
     range.size = size;
     for (std::size_t i = 0; i < size; ++i) {
-      range.spare.splice(range.spare.end(), nodes, *node);
+      range.spare.splice(range.spare.begin(), nodes, *node);
       range.begin = &**node;
       ++node;
     }
@@ -89,7 +91,7 @@ void NodeReserve::lend(std::size_t axis, std::size_t count, CommandList& to) {
 void NodeReserve::giveBack(CommandList& nodes) {
   while (!nodes.empty()) {
     CommandList& home = homeOf(nodes.front());
-    home.splice(home.begin(), nodes, nodes.begin());
+    home.splice(home.end(), nodes, nodes.begin());
   }
 }
 

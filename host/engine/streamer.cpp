@@ -122,10 +122,17 @@ void Streamer::handOver(const Waiting& waiting) {
     return;
   }
   tellLateHandOver(waiting);
-  GateHold hold(gate_);
-  for (const Column& column : columns) {
-    takeOn(column, waiting);
-    hold.breathe();
+  std::vector<Taken> taken;
+  taken.reserve(columns.size());
+  {
+    GateHold hold(gate_);
+    for (const Column& column : columns) {
+      taken.push_back(takeOn(column, waiting));
+      hold.breathe();
+    }
+  }
+  for (std::size_t i = 0; i < columns.size(); ++i) {
+    tellTaken(columns[i], taken[i], waiting);
   }
 }
 
@@ -194,12 +201,12 @@ void Streamer::tellLateHandOver(const Waiting& waiting) {
 }
 
 /// Under the gate.
-void Streamer::takeOn(const Column& column, const Waiting& waiting) {
+Streamer::Taken Streamer::takeOn(const Column& column, const Waiting& waiting) {
   Axis& axis = column.axis;
   timelines_.look(axis);
   const bool hadFirst = !axis.backlog.empty();
   const Point first = hadFirst ? axis.backlog.front() : Point();
-  const std::vector<Point> removed = axis.backlog.take(column.points, waiting.batch.motion->mode);
+  std::vector<Point> removed = axis.backlog.take(column.points, waiting.batch.motion->mode);
   const bool hasFirst = !axis.backlog.empty();
   const bool goesOn = hadFirst && hasFirst && axis.backlog.front().isSamePointAs(first);
   if (!goesOn) {
@@ -215,11 +222,16 @@ void Streamer::takeOn(const Column& column, const Waiting& waiting) {
   // No cycle goes beyond what the timeline holds from now on.
   boundMs_ = std::min(boundMs_.load(), timelines_.boundMs(axis, cycles_.latestMs));
   axis.counts.cleared += removed.size();
-  Event cleared{EventKind::cleared, Fault::none, cycles_.latestMs, 0, axis.index};
+  return {std::move(removed), cycles_.latestMs};
+}
+
+void Streamer::tellTaken(const Column& column, const Taken& taken, const Waiting& waiting) {
+  Event cleared{EventKind::cleared, Fault::none, taken.latestMs, 0, column.axis.index};
   cleared.byBatch = waiting.number;
-  tellRuns(cleared, removed, teller_);
-  latestMs_ = cycles_.latestMs;
-  intakeOf(waiting, axis, column.number).tellTaken(column.points, axis.counts, teller_);
+  tellRuns(cleared, taken.removed, teller_);
+  latestMs_ = taken.latestMs;
+  intakeOf(waiting, column.axis, column.number)
+      .tellTaken(column.points, column.axis.counts, teller_);
 }
 
 void Streamer::careForTimelines() {

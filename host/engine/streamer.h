@@ -61,6 +61,11 @@ class Streamer {
     std::vector<Point> points;
   };
   using Columns = std::vector<Column>;
+  /// What that cleared, and the latest cycle before it.
+  struct Taken {
+    std::vector<Point> removed;
+    std::int64_t latestMs;
+  };
 
   void drainInbox();
   void arrive(Waiting waiting);
@@ -70,7 +75,8 @@ class Streamer {
   [[nodiscard]] Intake intakeOf(const Waiting& waiting, const Axis& axis, std::size_t column) const;
   [[nodiscard]] Event findFault(const Columns& columns, const Waiting& waiting);
   void refuse(const Columns& columns, Event fault);
-  void takeOn(const Column& column, const Waiting& waiting);
+  [[nodiscard]] Taken takeOn(const Column& column, const Waiting& waiting);
+  void tellTaken(const Column& column, const Taken& taken, const Waiting& waiting);
   void tellLateHandOver(const Waiting& waiting);
   void careForTimelines();
   void publish();

@@ -76,7 +76,8 @@ bool Window::isShort(const Path& path) const {
     return false;
   }
   const std::int64_t itemMs = next(path).timeMs;
-  const bool isFew = behind(path.nextMs()) < windowItems;
+  const bool isFew =
+      items_.size() < windowItems || items_[items_.size() - windowItems].timeMs <= path.nextMs();
   return itemMs <= path.nextMs() + (isFew ? furthestAheadMs : windowMs);
 }
 
