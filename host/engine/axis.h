@@ -13,22 +13,35 @@
 
 namespace host {
 
+/// The number that an integer or a float attribute holds. May be called in the control
+/// cycle, as the next one.
+double numberIn(const hal::DeviceAttrGeneric& attribute);
+/// The four bytes that hold it, which tell any two values apart.
+std::int32_t bitsIn(const hal::DeviceAttrGeneric& attribute);
+
 /// One actuator of the machine, with all that is known of it.
 struct Axis {
-  Axis(int index_, const simulation::Actuator& actuator_) : index(index_), actuator(actuator_) {}
+  Axis(int index_, const simulation::Actuator& actuator_, TimedCommand& timeline_,
+       const hal::DeviceAttrGeneric& command_, const hal::DeviceAttrGeneric* measured_)
+      : index(index_),
+        actuator(actuator_),
+        timeline(&timeline_),
+        command(&command_),
+        measured(measured_),
+        lastBits(bitsIn(command_)) {}
 
   /// In the machine's description.
   const int index;
   const simulation::Actuator& actuator;
-  TimedCommand* timeline = nullptr;
-  const hal::DeviceAttrGeneric* command = nullptr;
+  TimedCommand* const timeline;
+  const hal::DeviceAttrGeneric* const command;
   /// Null when no sensor bears its name.
-  const hal::DeviceAttrGeneric* measured = nullptr;
+  const hal::DeviceAttrGeneric* const measured;
 
   // Of the cycle, under the gate.
 
   /// What the command register held at the end of the latest cycle.
-  std::int32_t lastBits = 0;
+  std::int32_t lastBits;
   /// Cycles that found it otherwise, and the latest of them.
   std::atomic<std::uint64_t> externalWrites{0};
   std::int64_t lastExternalMs = never;
@@ -66,11 +79,5 @@ struct Axis {
   /// 0 without a sensor.
   [[nodiscard]] double trackingError() const;
 };
-
-/// The number that an integer or a float attribute holds. May be called in the control
-/// cycle, as the next one.
-double numberIn(const hal::DeviceAttrGeneric& attribute);
-/// The four bytes that hold it, which tell any two values apart.
-std::int32_t bitsIn(const hal::DeviceAttrGeneric& attribute);
 
 }  // namespace host

@@ -25,13 +25,12 @@ void Engine::addAxes(const MachineFile& machine) {
     sensors.emplace(sensor.name, &machine_.sensorValue(number++));
   }
   for (const simulation::Actuator& actuator : machine.description.actuators) {
-    Axis& axis = axes_.emplace_back(static_cast<int>(axes_.size()), actuator);
-    const int index = commands_.testActuatorName(valueKey(actuator));
-    axis.timeline = &commands_.commandTable.at(static_cast<std::size_t>(index));
-    axis.command = &machine_.actuatorValue(axis.index);
+    const auto index = static_cast<std::size_t>(commands_.testActuatorName(valueKey(actuator)));
     const auto sensor = sensors.find(actuator.name + "/Sensor");
-    axis.measured = sensor == sensors.end() ? nullptr : sensor->second;
-    axis.lastBits = bitsIn(*axis.command);
+    const int position = static_cast<int>(axes_.size());
+    axes_.emplace_back(position, actuator, commands_.commandTable.at(index),
+                       machine_.actuatorValue(position),
+                       sensor == sensors.end() ? nullptr : sensor->second);
   }
 }
 
