@@ -202,7 +202,8 @@ void holdPoints(benchmark::State& state, bool taken) {
   }
 }
 
-/// How the axes get the points that they reach together.
+/// How the axes get the points that they reach together. A cycle is the pass of the library
+/// and the exchange with the drives.
 enum class Feeding {
   steady,      ///< from backlogs that do not end
   runningDry,  ///< from batches whose last point is reached before the next one comes
@@ -265,6 +266,7 @@ void reachTogether(benchmark::State& state, std::size_t axes, Feeding feeding, s
       rig.wake();
       watch.start();
       rig.engine.goOn();
+      rig.engine.machine().step(0.001);
       const double duration = 1e9 * watch.stop();
       (cycle % cyclesBetweenPoints == 0 ? reaching : others).push_back(duration);
       feed.hasCycleEnded(cycle);

@@ -27,8 +27,7 @@ struct Axis {
         actuator(actuator_),
         timeline(&timeline_),
         command(&command_),
-        measured(measured_),
-        lastBits(bitsIn(command_)) {}
+        measured(measured_) {}
 
   /// In the machine's description.
   const int index;
@@ -40,9 +39,8 @@ struct Axis {
 
   // Of the cycle, under the gate.
 
-  /// What the command register held at the end of the latest cycle.
-  std::int32_t lastBits;
-  /// Cycles that found it otherwise, and the latest of them.
+  /// Cycles that found the register otherwise than the one before had left it, and the
+  /// latest of them.
   std::atomic<std::uint64_t> externalWrites{0};
   std::int64_t lastExternalMs = never;
 

@@ -28,9 +28,10 @@ void Engine::addAxes(const MachineFile& machine) {
     const auto index = static_cast<std::size_t>(commands_.testActuatorName(valueKey(actuator)));
     const auto sensor = sensors.find(actuator.name + "/Sensor");
     const int position = static_cast<int>(axes_.size());
-    axes_.emplace_back(position, actuator, commands_.commandTable.at(index),
-                       machine_.actuatorValue(position),
-                       sensor == sensors.end() ? nullptr : sensor->second);
+    Axis& axis = axes_.emplace_back(position, actuator, commands_.commandTable.at(index),
+                                    machine_.actuatorValue(position),
+                                    sensor == sensors.end() ? nullptr : sensor->second);
+    registers_.push_back({axis.command, bitsIn(*axis.command), &axis});
   }
 }
 
@@ -50,8 +51,8 @@ std::int64_t Engine::goOn() {
   const std::int64_t timeMs = pacer_.timeMs();
   noteExternalWrites(timeMs);
   commands_.run(stamp(timeMs), stamp(previousMs));
-  for (Axis& axis : axes_) {
-    axis.lastBits = bitsIn(*axis.command);
+  for (Register& written : registers_) {
+    written.lastBits = bitsIn(*written.attribute);
   }
   cycles_.latestMs = timeMs;
   cycles_.log.add({timeMs, previousMs});
@@ -59,8 +60,9 @@ std::int64_t Engine::goOn() {
 }
 
 void Engine::noteExternalWrites(std::int64_t timeMs) noexcept {
-  for (Axis& axis : axes_) {
-    if (bitsIn(*axis.command) != axis.lastBits) {
+  for (const Register& written : registers_) {
+    if (bitsIn(*written.attribute) != written.lastBits) {
+      Axis& axis = *written.axis;
       axis.externalWrites.store(axis.externalWrites.load(std::memory_order_relaxed) + 1,
                                 std::memory_order_relaxed);
       axis.lastExternalMs = timeMs;

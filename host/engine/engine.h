@@ -4,6 +4,7 @@
 #include <deque>
 #include <optional>
 #include <string>
+#include <vector>
 
 #include "attrfullname/attrfullname.h"
 #include "host/engine/axis.h"
@@ -80,6 +81,14 @@ class Engine {
   [[nodiscard]] const EventRing& events() const { return teller_.ring(); }
 
  private:
+  /// The command register of an axis; these lie together, since every cycle looks at all.
+  struct Register {
+    const hal::DeviceAttrGeneric* attribute;
+    /// What it held at the end of the latest cycle.
+    std::int32_t lastBits;
+    Axis* axis;
+  };
+
   void addAxes(const MachineFile& machine);
   void noteExternalWrites(std::int64_t timeMs) noexcept;
   [[nodiscard]] std::uint32_t stamp(std::int64_t timeMs) const noexcept {
@@ -93,6 +102,8 @@ class Engine {
   TimedCommandManager commands_;
   const Registration registration_;
   std::deque<Axis> axes_;
+  /// Of the cycle.
+  std::vector<Register> registers_;
   Gate gate_;
   CycleState cycles_;
   Teller teller_;

@@ -80,13 +80,12 @@ struct AnyAxis {
     }
     registers[0].storeFloat(command);
     registers[1].storeFloat(measured);
-    axis.command = &registers[0];
-    axis.measured = &registers[1];
   }
 
   simulation::Actuator actuator;
   hal::DeviceAttrGeneric registers[2];
-  host::Axis axis{0, actuator};
+  TimedCommand timeline;
+  host::Axis axis{0, actuator, timeline, registers[0], &registers[1]};
 };
 
 TEST(Report, FitsEightyColumnsWhateverHappened) {
