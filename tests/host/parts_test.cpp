@@ -360,6 +360,7 @@ TEST(Engine, LeavesNothingBehindWhenItCannotStart) {
   auto* const some = reinterpret_cast<Torvex*>(&machine);
   EXPECT_THROW(host::Engine(machine, options, some), simulation::Error);
   EXPECT_TRUE(isRegistryEmpty());
+#ifndef BOOST_POOL_VALGRIND  // whose pool asks for memory to give a node back
   options.poolName = temporary.pool();
   long failures = 0;
   for (bool started = false; !started; ++failures) {
@@ -375,6 +376,7 @@ TEST(Engine, LeavesNothingBehindWhenItCannotStart) {
     ASSERT_FALSE(temporary.poolExists()) << "allocation " << failures;
   }
   EXPECT_GT(failures, 50);
+#endif
 }
 
 }  // namespace
