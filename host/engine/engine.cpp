@@ -39,23 +39,23 @@ std::int64_t Engine::goOn() {
   const std::lock_guard hold(gate_);
   const std::int64_t boundMs = streamer_.boundMs();
   const std::int64_t stepMs = pacer_.stepMs(boundMs);
-  if (pacer_.isHeld(stepMs)) {
-    cycles_.heldAtMs = boundMs;
-  }
   const std::int64_t previousMs = pacer_.timeMs();
   pacer_.go(stepMs);
+  if (pacer_.count().stands > cycles_.pace.stands) {
+    cycles_.heldAtMs = boundMs;
+  }
   cycles_.pace = pacer_.count();
   if (stepMs == 0) {
     return 0;
   }
   const std::int64_t timeMs = pacer_.timeMs();
   noteExternalWrites(timeMs);
+  cycles_.latestMs = timeMs;
+  cycles_.log.add({timeMs, previousMs});
   commands_.run(stamp(timeMs), stamp(previousMs));
   for (Register& written : registers_) {
     written.lastBits = bitsIn(*written.attribute);
   }
-  cycles_.latestMs = timeMs;
-  cycles_.log.add({timeMs, previousMs});
   return stepMs;
 }
 

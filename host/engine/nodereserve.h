@@ -35,6 +35,8 @@ class NodeReserve {
 
   /// How many nodes an axis has for itself.
   [[nodiscard]] std::size_t ownNodes(std::size_t axis) const { return ranges_[axis].size; }
+  /// How many common nodes are here.
+  [[nodiscard]] std::size_t commonSpare() const { return common_.size(); }
   /// How many nodes an axis can get at once.
   [[nodiscard]] std::size_t available(std::size_t axis) const {
     return ranges_[axis].spare.size() + common_.size();

@@ -35,9 +35,10 @@ class Pacer {
 
   /// How far machine time may go now, in milliseconds; 0 when it has to stand.
   [[nodiscard]] std::int64_t stepMs(std::int64_t boundMs) const noexcept;
-  /// Whether the bound keeps it from going as far as it should.
+  /// Whether the bound keeps it from going as far as it should; who catches up goes as far
+  /// as it may.
   [[nodiscard]] bool isHeld(std::int64_t stepMs) const noexcept {
-    return stepMs < wantedCycles_ * cycleMs_;
+    return late_ == Late::catchUp ? stepMs == 0 : stepMs < wantedCycles_ * cycleMs_;
   }
 
   /// Machine time goes on by this step, or stands.

@@ -1,7 +1,6 @@
 #include "host/engine/streamer.h"
 
 #include <algorithm>
-#include <limits>
 #include <mutex>
 #include <utility>
 
@@ -10,7 +9,6 @@
 namespace host {
 namespace {
 
-constexpr std::int64_t atOnce = std::numeric_limits<std::int64_t>::min();
 constexpr std::size_t mostInTimeline = TimedCommand::MAX_TIMELINE_ITEMS;
 
 /// Of an axis whose points lie no closer than the cycles.
@@ -90,7 +88,8 @@ void Streamer::arrive(Waiting waiting) {
       knownNodes_[static_cast<std::size_t>(column.axis.index)] += density.inWindow;
     }
   }
-  const Moment moment{waiting.batch.momentMs.value_or(atOnce), waiting.number};
+  // What is due already goes in the order of arrival.
+  const Moment moment{std::max(momentMs, latestMs_ + cycleMs_), waiting.number};
   waiting_.emplace(moment, std::move(waiting));
 }
 
@@ -122,17 +121,28 @@ void Streamer::handOver(const Waiting& waiting) {
     return;
   }
   tellLateHandOver(waiting);
-  std::vector<Taken> taken;
-  taken.reserve(columns.size());
+  std::vector<Taken> taken(columns.size());
+  for (std::size_t i = 0; i < columns.size(); ++i) {
+    prepare(columns[i], waiting, taken[i]);
+  }
   {
     GateHold hold(gate_);
-    for (const Column& column : columns) {
-      taken.push_back(takeOn(column, waiting));
+    for (std::size_t i = 0; i < columns.size(); ++i) {
+      takeOn(columns[i], waiting, taken[i]);
       hold.breathe();
     }
   }
   for (std::size_t i = 0; i < columns.size(); ++i) {
     tellTaken(columns[i], taken[i], waiting);
+  }
+}
+
+/// Without the gate: only a batch of few points is taken in while a cycle may wait.
+void Streamer::prepare(const Column& column, const Waiting& waiting, Taken& taken) {
+  constexpr std::size_t fewPoints = 64;
+  if (column.points.size() > fewPoints) {
+    taken.merge.emplace(column.axis.backlog, column.axis.window.points(), column.points,
+                        waiting.batch.motion->mode);
   }
 }
 
@@ -181,6 +191,7 @@ Event Streamer::findFault(const Columns& columns, const Waiting& waiting) {
 void Streamer::refuse(const Columns& columns, Event fault) {
   for (const Column& column : columns) {
     column.axis.counts.refused += column.points.size();
+    timelines_.endLoan(column.axis);
     fault.count += column.points.size();
   }
   teller_.tell(fault, nullptr);
@@ -201,12 +212,13 @@ void Streamer::tellLateHandOver(const Waiting& waiting) {
 }
 
 /// Under the gate.
-Streamer::Taken Streamer::takeOn(const Column& column, const Waiting& waiting) {
+void Streamer::takeOn(const Column& column, const Waiting& waiting, Taken& taken) {
   Axis& axis = column.axis;
   timelines_.look(axis);
   const bool hadFirst = !axis.backlog.empty();
   const Point first = hadFirst ? axis.backlog.front() : Point();
-  std::vector<Point> removed = axis.backlog.take(column.points, waiting.batch.motion->mode);
+  taken.removed = taken.merge ? taken.merge->applyTo(axis.backlog)
+                              : axis.backlog.take(column.points, waiting.batch.motion->mode);
   const bool hasFirst = !axis.backlog.empty();
   const bool goesOn = hadFirst && hasFirst && axis.backlog.front().isSamePointAs(first);
   if (!goesOn) {
@@ -221,14 +233,16 @@ Streamer::Taken Streamer::takeOn(const Column& column, const Waiting& waiting) {
   timelines_.rebuild(axis);
   // No cycle goes beyond what the timeline holds from now on.
   boundMs_ = std::min(boundMs_.load(), timelines_.boundMs(axis, cycles_.latestMs));
-  axis.counts.cleared += removed.size();
-  return {std::move(removed), cycles_.latestMs};
+  timelines_.endLoan(axis);
+  taken.latestMs = cycles_.latestMs;
 }
 
 void Streamer::tellTaken(const Column& column, const Taken& taken, const Waiting& waiting) {
+  const std::vector<Point> removed = inOne(taken.removed);
+  column.axis.counts.cleared += removed.size();
   Event cleared{EventKind::cleared, Fault::none, taken.latestMs, 0, column.axis.index};
   cleared.byBatch = waiting.number;
-  tellRuns(cleared, taken.removed, teller_);
+  tellRuns(cleared, removed, teller_);
   latestMs_ = taken.latestMs;
   intakeOf(waiting, column.axis, column.number)
       .tellTaken(column.points, column.axis.counts, teller_);
@@ -245,6 +259,7 @@ void Streamer::careForTimelines() {
   for (Axis* const axis : inNeed_) {
     timelines_.look(*axis);
     timelines_.fillUp(*axis);
+    timelines_.endLoan(*axis);
     hold.breathe();
   }
   while (timelines_.takeBackSome()) {
@@ -270,7 +285,7 @@ void Streamer::publish() {
 bool Streamer::areTimelinesEmpty() {
   const std::lock_guard hold(gate_);
   return std::all_of(axes_.begin(), axes_.end(),
-                     [](const Axis& axis) { return axis.timeline->commandList.empty(); });
+                     [](const Axis& axis) { return Timelines::isEmpty(axis); });
 }
 
 }  // namespace host

@@ -4,6 +4,7 @@
 #include <cstdint>
 #include <deque>
 #include <map>
+#include <optional>
 #include <utility>
 #include <vector>
 
@@ -11,6 +12,7 @@
 #include "host/engine/cyclestate.h"
 #include "host/engine/gate.h"
 #include "host/engine/inbox.h"
+#include "host/engine/preparedmerge.h"
 #include "host/engine/teller.h"
 #include "host/engine/timelines.h"
 #include "host/motion/intake.h"
@@ -61,10 +63,13 @@ class Streamer {
     std::vector<Point> points;
   };
   using Columns = std::vector<Column>;
-  /// What that cleared, and the latest cycle before it.
+  /// How a column is taken in.
   struct Taken {
-    std::vector<Point> removed;
-    std::int64_t latestMs;
+    /// For a long one.
+    std::optional<PreparedMerge> merge;
+    std::vector<Backlog::Block> removed;
+    /// The latest cycle before it.
+    std::int64_t latestMs = 0;
   };
 
   void drainInbox();
@@ -75,7 +80,8 @@ class Streamer {
   [[nodiscard]] Intake intakeOf(const Waiting& waiting, const Axis& axis, std::size_t column) const;
   [[nodiscard]] Event findFault(const Columns& columns, const Waiting& waiting);
   void refuse(const Columns& columns, Event fault);
-  [[nodiscard]] Taken takeOn(const Column& column, const Waiting& waiting);
+  static void prepare(const Column& column, const Waiting& waiting, Taken& taken);
+  void takeOn(const Column& column, const Waiting& waiting, Taken& taken);
   void tellTaken(const Column& column, const Taken& taken, const Waiting& waiting);
   void tellLateHandOver(const Waiting& waiting);
   void careForTimelines();

@@ -6,9 +6,13 @@
 
 #include "host/motion/intake.h"
 #include "host/motion/limits.h"
+#include "platform/zr/zrcriticalsectionwrite.h"
 
 namespace host {
 namespace {
+
+/// Of the common nodes: the others are for a window that replaces one.
+constexpr std::size_t mostBorrowed = NodeReserve::commonNodes / 2;
 
 bool isPoint(const WindowItem& item) {
   return item.kind == WindowItem::Kind::point;
@@ -36,31 +40,46 @@ Timelines::Timelines(const CycleState& cycles, Listener& listener, std::int64_t 
 
 void Timelines::look(Axis& axis) {
   const Window::Items& items = axis.window.items();
-  if (axis.timeline->commandList.size() != items.size()) {
+  const Held held = heldBy(axis);
+  const bool isAsHandedOver = held.items == items.size() &&
+                              (items.empty() || held.firstTime == stamp(items.front().timeMs));
+  if (!isAsHandedOver) {
     const TakenBy taken = takenSince(axis);
-    if (axis.timeline->commandList.size() + taken.size() == items.size()) {
-      std::vector<Point> reached;
-      for (std::size_t i = 0; i < taken.size(); ++i) {
-        noteTaken(axis, taken[i], reached);
-        const bool isLastOfCycle = i + 1 == taken.size() || taken[i + 1].timeMs != taken[i].timeMs;
-        if (isLastOfCycle) {
-          tellRuns({EventKind::reached, Fault::none, taken[i].timeMs, 0, axis.index},
-                   std::exchange(reached, {}), listener_);
-        }
-      }
+    if (held.items + taken.size() == items.size()) {
+      noteAllTaken(axis, taken);
     } else {
       reconcile(axis, taken);
     }
   }
   axis.nextCycle = cycles_.log.count();
   noteExternal(axis);
+}
+
+Timelines::Held Timelines::heldBy(const Axis& axis) {
+  const ZR::ZRCriticalSectionWrite section(axis.timeline->mutex);
+  const CommandList& list = axis.timeline->commandList;
+  return {list.size(), list.empty() ? 0 : list.begin()->time};
+}
+
+void Timelines::noteAllTaken(Axis& axis, const TakenBy& taken) {
+  std::vector<Point> reached;
+  for (std::size_t i = 0; i < taken.size(); ++i) {
+    noteTaken(axis, taken[i], reached);
+    const bool isLastOfCycle = i + 1 == taken.size() || taken[i + 1].timeMs != taken[i].timeMs;
+    if (isLastOfCycle) {
+      tellRuns({EventKind::reached, Fault::none, taken[i].timeMs, 0, axis.index},
+               std::exchange(reached, {}), listener_);
+    }
+  }
+}
+
+void Timelines::endLoan(Axis& axis) {
   if (axis.backlog.empty()) {
     borrowed_ -= std::exchange(axis.borrowed, 0);
   }
 }
 
 bool Timelines::canHold(Axis& axis, std::size_t items) {
-  constexpr std::size_t mostBorrowed = NodeReserve::commonNodes / 2;
   const std::size_t own = reserve_.ownNodes(numberOf(axis));
   const std::size_t borrows = std::max(axis.borrowed, items > own ? items - own : 0);
   if (borrowed_ - axis.borrowed + borrows > mostBorrowed) {
@@ -108,12 +127,19 @@ void Timelines::noteTaken(Axis& axis, const Cycle& cycle, std::vector<Point>& re
   reached.push_back(point);
 }
 
+/// Others may push and clear meanwhile: they hold the lock of the timelines alone.
+std::vector<TimedCommand::commandItem> Timelines::copyOf(const Axis& axis) {
+  const ZR::ZRCriticalSectionWrite section(axis.timeline->mutex);
+  const CommandList& list = axis.timeline->commandList;
+  return {list.begin(), list.end()};
+}
+
 /// Others have pushed or cleared: looks for each item where the timeline holds it. What is
 /// not there was reached, if it was due, and else cleared by others.
 void Timelines::reconcile(Axis& axis, const TakenBy& taken) {
   std::vector<bool> isThere(axis.window.items().size(), false);
   std::size_t position = 0;
-  for (const TimedCommand::commandItem& held : axis.timeline->commandList) {
+  for (const TimedCommand::commandItem& held : copyOf(axis)) {
     const Window::Items& items = axis.window.items();
     std::size_t candidate = position;
     while (candidate < items.size() && !(stamp(items[candidate].timeMs) == held.time &&
@@ -220,7 +246,7 @@ void Timelines::fillUp(Axis& axis) {
   }
   const std::size_t held = axis.window.items().size();
   if (axis.window.isShort(pathOf(axis))) {
-    axis.window.fill(pathOf(axis), held + reserve_.available(numberOf(axis)));
+    axis.window.fill(pathOf(axis), mostItems(axis, held));
   }
   if (axis.window.items().size() > held && !merge(axis, held)) {
     axis.window = freshWindow(axis);
@@ -232,27 +258,41 @@ void Timelines::rebuild(Axis& axis) {
   Window fresh = freshWindow(axis);
   const std::size_t held = axis.window.items().size();
   const std::size_t common = commonBeginning(axis.window.items(), fresh.items());
+  // A group of equal times is handed over together, or it would change places.
+  const bool splitsGroup = common > 0 && common < fresh.items().size() &&
+                           fresh.items()[common].timeMs == fresh.items()[common - 1].timeMs;
   axis.window = std::move(fresh);
-  if (common < held || !merge(axis, common)) {
+  if (common < held || splitsGroup || !merge(axis, common)) {
     replace(axis, held);
   }
 }
 
 Window Timelines::freshWindow(const Axis& axis) const {
   Window fresh;
-  if (needsAnchor(axis)) {
+  const std::size_t most = mostItems(axis, 0);
+  if (most > 0 && needsAnchor(axis)) {
     fresh.append(
         {cycles_.latestMs, hal::AttrGeneric(axis.command->loadFloat()), WindowItem::Kind::anchor});
   }
-  fresh.fill(pathOf(axis), reserve_.available(numberOf(axis)));
+  fresh.fill(pathOf(axis), most);
   return fresh;
+}
+
+/// How many items the window may hold, when so many are in the timeline and stay there: as
+/// many as there are nodes for, without those that others may need.
+std::size_t Timelines::mostItems(const Axis& axis, std::size_t held) const {
+  const std::size_t common = reserve_.commonSpare();
+  const std::size_t kept = std::min(common, mostBorrowed);
+  const std::size_t guaranteed = reserve_.ownNodes(numberOf(axis)) + axis.borrowed;
+  const std::size_t available = held + reserve_.available(numberOf(axis));
+  return std::min(available, std::max(guaranteed, available - kept));
 }
 
 /// On an empty timeline whose last command lies further back than stamps compare, the
 /// library would take the next one at once.
 bool Timelines::needsAnchor(const Axis& axis) const {
   return axis.actuator.interpolates && axis.window.items().empty() && !axis.backlog.empty() &&
-         axis.timeline->commandList.empty() && axis.backlog.front().timeMs > cycles_.latestMs &&
+         heldBy(axis).items == 0 && axis.backlog.front().timeMs > cycles_.latestMs &&
          axis.command->loadFloat() == axis.timeline->currentValue &&
          (axis.lastTakenMs == Axis::never || cycles_.latestMs - axis.lastTakenMs > furthestAheadMs);
 }
@@ -260,31 +300,27 @@ bool Timelines::needsAnchor(const Axis& axis) const {
 /// The timeline holds so many items of the window; the others follow. False when others
 /// have left no room for them: then nothing has changed.
 bool Timelines::merge(const Axis& axis, std::size_t held) {
-  const std::size_t more = axis.window.items().size() - held;
-  const std::size_t room = static_cast<std::size_t>(TimedCommand::MAX_TIMELINE_ITEMS) -
-                           axis.timeline->commandList.size();
-  if (more > room) {
-    return false;
-  }
-  if (more > 0) {
-    push(axis, held, TimedCommand::MERGE);
-  }
-  return true;
+  return axis.window.items().size() == held || push(axis, held, TimedCommand::MERGE);
 }
 
 /// Everything anew, in place of so many items. What others have queued there goes as well.
 void Timelines::replace(const Axis& axis, std::size_t held) {
   push(axis, 0, TimedCommand::REPLACE);
   released_ += held;
-  takeBackSome();
+  while (takeBackSome()) {
+  }
 }
 
-void Timelines::push(const Axis& axis, std::size_t from, TimedCommand::commandType mode) {
+/// False when the timeline refused the items.
+bool Timelines::push(const Axis& axis, std::size_t from, TimedCommand::commandType mode) {
   const Window::Items& items = axis.window.items();
   CommandList nodes;
   reserve_.lend(numberOf(axis), items.size() - from, nodes);
   assign(nodes, items, from);
   axis.timeline->pushTimedCommand(nodes, mode);
+  const bool isTaken = nodes.empty();
+  reserve_.giveBack(nodes);
+  return isTaken;
 }
 
 /// Items with equal stamps in reverse: the push turns them round.

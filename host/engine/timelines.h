@@ -30,12 +30,16 @@ class Timelines {
   /// Lays in so many nodes for each axis. Before the first cycle.
   void layInNodes(const std::vector<std::size_t>& nodesPerAxis) { reserve_.fill(nodesPerAxis); }
 
-  /// Whether the nodes suffice for so many items that are due within two cycles. They are
-  /// kept for the axis while points wait.
+  /// Whether the nodes suffice for so many items that are due within two cycles. What the
+  /// axis has to borrow for them is kept for it until the loan ends.
   [[nodiscard]] bool canHold(Axis& axis, std::size_t items);
+  /// Ends the loan of an axis for which no point waits.
+  void endLoan(Axis& axis);
 
   /// Under the gate: sees what cycles have taken since the last look, and what others wrote.
   void look(Axis& axis);
+  /// Whether the timeline holds nothing, of others neither.
+  [[nodiscard]] static bool isEmpty(const Axis& axis) { return heldBy(axis).items == 0; }
   /// Whether there is anything to see or to hand over. Needs no gate.
   [[nodiscard]] bool needsCare(const Axis& axis, std::int64_t latestMs) const;
   /// Under the gate, after a look: hands over what follows in the path.
@@ -68,8 +72,18 @@ class Timelines {
   }
 
  private:
-  /// An item and the cycle that took it.
+  /// For each item from the front, the cycle that took it.
   using TakenBy = std::vector<Cycle>;
+  /// What a timeline holds.
+  struct Held {
+    std::size_t items;
+    std::uint32_t firstTime;
+  };
+
+  [[nodiscard]] static Held heldBy(const Axis& axis);
+  [[nodiscard]] static std::vector<TimedCommand::commandItem> copyOf(const Axis& axis);
+  void noteAllTaken(Axis& axis, const TakenBy& taken);
+  [[nodiscard]] std::size_t mostItems(const Axis& axis, std::size_t held) const;
 
   [[nodiscard]] TakenBy takenSince(const Axis& axis) const;
   void noteTaken(Axis& axis, const Cycle& cycle, std::vector<Point>& reached);
@@ -79,7 +93,7 @@ class Timelines {
   [[nodiscard]] Window freshWindow(const Axis& axis) const;
   [[nodiscard]] bool merge(const Axis& axis, std::size_t held);
   void replace(const Axis& axis, std::size_t held);
-  void push(const Axis& axis, std::size_t from, TimedCommand::commandType mode);
+  bool push(const Axis& axis, std::size_t from, TimedCommand::commandType mode);
   void assign(CommandList& nodes, const Window::Items& items, std::size_t from) const;
 
   [[nodiscard]] static std::size_t numberOf(const Axis& axis) {

@@ -111,10 +111,13 @@ std::int64_t Window::boundMs(const Path& path) const {
   if (items_.empty()) {
     return path.latestMs;
   }
-  // A full timeline has no room for what follows until a cycle has taken some.
-  const bool isFull = items_.size() == mostInTimeline;
   const std::int64_t endMs = items_.back().timeMs;
-  return isFull ? std::max(endMs, path.nextMs()) : endMs;
+  if (endMs >= path.nextMs()) {
+    return endMs;
+  }
+  // What follows may find room only when a cycle has taken what is due.
+  const bool hasRoom = items_.size() + tiedWith(path, next(path)) <= mostInTimeline;
+  return hasRoom ? std::max(endMs, path.latestMs) : path.nextMs();
 }
 
 }  // namespace host

@@ -1,6 +1,7 @@
 #include "host/motion/backlog.h"
 
 #include <algorithm>
+#include <utility>
 
 namespace host {
 namespace {
@@ -84,9 +85,10 @@ std::size_t Backlog::countBetween(const Place& begin, const Place& end) const {
   return count + end.offset - begin.offset;
 }
 
-std::vector<Point> Backlog::take(const std::vector<Point>& points, TimedCommand::commandType mode) {
+std::vector<Backlog::Block> Backlog::take(const std::vector<Point>& points,
+                                          TimedCommand::commandType mode) {
   const Kept keeps = kept(points, mode);
-  std::vector<Point> removed;
+  std::vector<Block> removed;
   cut({0, 0}, findFirst(keeps.firstMs), removed);
   if (keeps.lastMs < std::numeric_limits<std::int64_t>::max()) {
     cut(findFirst(keeps.lastMs + 1), {blocks_.size(), 0}, removed);
@@ -103,18 +105,39 @@ std::vector<Point> Backlog::take(const std::vector<Point>& points, TimedCommand:
   return removed;
 }
 
-void Backlog::cut(const Place& begin, const Place& end, std::vector<Point>& removed) {
+bool Backlog::remove(const Point& point) {
+  for (Place place = findFirst(point.timeMs); place.block < blocks_.size();) {
+    const Block& block = blocks_[place.block];
+    if (block[place.offset].timeMs != point.timeMs) {
+      return false;
+    }
+    if (block[place.offset].isSamePointAs(point)) {
+      eraseAt(place);
+      return true;
+    }
+    place = place.offset + 1 < block.size() ? Place{place.block, place.offset + 1}
+                                            : Place{place.block + 1, 0};
+  }
+  return false;
+}
+
+/// Whole blocks are moved out, however many they are.
+void Backlog::cut(const Place& begin, const Place& end, std::vector<Block>& removed) {
   const std::size_t count = countBetween(begin, end);
   if (count == 0) {
     return;
   }
-  removed.reserve(removed.size() + count);
   for (std::size_t number = begin.block; number < blocks_.size() && number <= end.block; ++number) {
     Block& block = blocks_[number];
     const auto first = at(block, number == begin.block ? begin.offset : 0);
     const auto last = number == end.block ? at(block, end.offset) : block.end();
-    removed.insert(removed.end(), first, last);
-    block.erase(first, last);
+    if (first == block.begin() && last == block.end()) {
+      removed.push_back(std::move(block));
+      block.clear();
+    } else {
+      removed.emplace_back(first, last);
+      block.erase(first, last);
+    }
   }
   size_ -= count;
   const auto firstBlock = at(blocks_, begin.block);

@@ -44,14 +44,18 @@ class Backlog {
   [[nodiscard]] std::size_t countDue(const Kept& kept, std::int64_t beginMs,
                                      std::int64_t endMs) const;
 
+  using Block = std::vector<Point>;
+
   /// Takes points in by the rules of a timeline: removes what the mode does not keep, then
   /// merges, a new point before a waiting one with the same time. Points with equal times
-  /// come in the order in which they are to wait. Returns what was removed.
-  std::vector<Point> take(const std::vector<Point>& points, TimedCommand::commandType mode);
+  /// come in the order in which they are to wait. Returns what was removed, in order.
+  std::vector<Block> take(const std::vector<Point>& points, TimedCommand::commandType mode);
+
+  /// False when it does not hold this point.
+  bool remove(const Point& point);
 
  private:
   static constexpr std::size_t blockPoints = 128;
-  using Block = std::vector<Point>;
   /// Of a point, or of the end: of no block, and 0.
   struct Place {
     std::size_t block = 0;
@@ -62,7 +66,7 @@ class Backlog {
   [[nodiscard]] Place findFirst(std::int64_t timeMs) const;
   [[nodiscard]] Place placeOf(std::size_t position) const;
   [[nodiscard]] std::size_t countBetween(const Place& begin, const Place& end) const;
-  void cut(const Place& begin, const Place& end, std::vector<Point>& removed);
+  void cut(const Place& begin, const Place& end, std::vector<Block>& removed);
   void append(const std::vector<Point>& points);
   void insert(const Point& point);
   void eraseAt(const Place& place);

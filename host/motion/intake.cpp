@@ -79,6 +79,14 @@ void Intake::tellTaken(const std::vector<Point>& points, PointCounts& counts,
   counts.late += late.count;
 }
 
+std::vector<Point> inOne(const std::vector<Backlog::Block>& blocks) {
+  std::vector<Point> points;
+  for (const Backlog::Block& block : blocks) {
+    points.insert(points.end(), block.begin(), block.end());
+  }
+  return points;
+}
+
 void tellRuns(Event event, const std::vector<Point>& points, Listener& listener) {
   for (auto first = points.begin(); first != points.end();) {
     auto end = first + 1;

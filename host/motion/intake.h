@@ -46,6 +46,9 @@ constexpr std::int64_t cycleBefore(std::int64_t momentMs, std::int64_t cycleMs) 
   return (behind - (behind % cycleMs + cycleMs) % cycleMs) - cycleMs;
 }
 
+/// The points of several blocks.
+std::vector<Point> inOne(const std::vector<Backlog::Block>& blocks);
+
 /// Tells one event for each run of points that follow each other in their batch.
 void tellRuns(Event event, const std::vector<Point>& points, Listener& listener);
 

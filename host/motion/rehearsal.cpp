@@ -52,7 +52,7 @@ class RehearsedAxis {
     const SegmentStart present = presentStart();
     Event cleared{EventKind::cleared, Fault::none, latestMs_, 0, index_};
     cleared.byBatch = intake.number;
-    const std::vector<Point> removed = backlog_.take(points, intake.mode());
+    const std::vector<Point> removed = inOne(backlog_.take(points, intake.mode()));
     const bool goesOn = hadFirst && !backlog_.empty() && backlog_.front().isSamePointAs(first);
     if (!goesOn) {
       if (hadFirst && latestMs_ > start_.timeMs && first.timeMs > latestMs_) {

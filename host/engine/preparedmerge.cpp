@@ -1,0 +1,45 @@
+#include "host/engine/preparedmerge.h"
+
+#include <algorithm>
+#include <utility>
+
+namespace host {
+
+PreparedMerge::PreparedMerge(const Backlog& backlog, std::size_t windowed,
+                             const std::vector<Point>& points, TimedCommand::commandType mode)
+    : merged_(backlog) {
+  for (std::size_t i = 0; i < windowed; ++i) {
+    windowed_.push_back(backlog[i]);
+  }
+  removed_ = merged_.take(points, mode);
+}
+
+std::vector<Backlog::Block> PreparedMerge::applyTo(Backlog& backlog) {
+  std::size_t position = 0;
+  for (const Point& point : windowed_) {
+    if (position < backlog.size() && backlog[position].isSamePointAs(point)) {
+      ++position;
+    } else {
+      forget(point);
+    }
+  }
+  std::swap(backlog, merged_);
+  return std::move(removed_);
+}
+
+void PreparedMerge::forget(const Point& reached) {
+  if (merged_.remove(reached)) {
+    return;
+  }
+  for (Backlog::Block& block : removed_) {
+    const auto found = std::find_if(block.begin(), block.end(), [&reached](const Point& point) {
+      return point.isSamePointAs(reached);
+    });
+    if (found != block.end()) {
+      block.erase(found);
+      return;
+    }
+  }
+}
+
+}  // namespace host
