@@ -3,7 +3,6 @@
 #include <algorithm>
 #include <limits>
 #include <mutex>
-#include <utility>
 
 #include "host/motion/density.h"
 

@@ -1,7 +1,6 @@
 #include "host/engine/timelines.h"
 
 #include <algorithm>
-#include <iterator>
 #include <utility>
 
 #include "host/motion/intake.h"

@@ -4,7 +4,6 @@
 #include <cstdint>
 #include <deque>
 #include <limits>
-#include <vector>
 
 #include "host/motion/backlog.h"
 #include "host/motion/segment.h"

@@ -1,6 +1,7 @@
 #include "host/motion/backlog.h"
 
 #include <algorithm>
+#include <utility>
 
 namespace host {
 namespace {

@@ -29,7 +29,6 @@ struct AxisOutcome {
 /// What is known of a run at its end.
 struct Outcome {
   std::string machine;
-  std::string machinePath;
   std::vector<AxisOutcome> axes;
   std::vector<Finding> warnings;
   std::vector<Finding> errors;

@@ -3,21 +3,22 @@
 // TORVEX_ROUNDS=N TORVEX_SEED=N: so many random runs (300), from this seed on (1).
 
 #include <gtest/gtest.h>
+#include <random>
 
 #include <algorithm>
 #include <atomic>
 #include <cstdlib>
 #include <map>
-#include <random>
+#include <memory>
 #include <string>
 #include <thread>
 #include <tuple>
+#include <utility>
 #include <vector>
 
 #include "host/engine/engine.h"
 #include "host/motion/limits.h"
 #include "registry/attrfullnamemanager.h"
-#include "tests/support/bits.h"
 
 namespace {
 
