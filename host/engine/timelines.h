@@ -67,11 +67,12 @@ class Timelines {
   }
 
  private:
-  /// An item and the cycle that took it.
+  /// For each item from the front, the cycle that took it.
   using TakenBy = std::vector<Cycle>;
 
   [[nodiscard]] TakenBy takenSince(const Axis& axis) const;
   void noteTaken(Axis& axis, const Cycle& cycle, std::vector<Point>& reached);
+  [[nodiscard]] std::vector<bool> heldItems(const Axis& axis) const;
   void reconcile(Axis& axis, const TakenBy& taken);
   void noteExternal(Axis& axis);
   [[nodiscard]] bool needsAnchor(const Axis& axis) const;

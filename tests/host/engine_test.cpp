@@ -3,13 +3,13 @@
 // TORVEX_ROUNDS=N TORVEX_SEED=N: so many random runs (300), from this seed on (1).
 
 #include <gtest/gtest.h>
-#include <random>
 
 #include <algorithm>
 #include <atomic>
 #include <cstdlib>
 #include <map>
 #include <memory>
+#include <random>
 #include <string>
 #include <thread>
 #include <tuple>
