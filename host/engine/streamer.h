@@ -62,7 +62,7 @@ class Streamer {
     std::vector<Point> points;
   };
   using Columns = std::vector<Column>;
-  /// What that cleared, and the latest cycle before it.
+  /// What a batch cleared on one axis, and the latest cycle before that.
   struct Taken {
     std::vector<Point> removed;
     std::int64_t latestMs;

@@ -34,7 +34,7 @@ struct Outcome {
   std::vector<Finding> errors;
   /// What was exported, a line each.
   std::vector<std::string> exports;
-  /// That stopped it; 0 when none did.
+  /// The signal that stopped it; 0 when none did.
   int signal = 0;
 };
 
