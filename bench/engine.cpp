@@ -6,13 +6,13 @@
 #include <malloc.h>
 
 #include <algorithm>
-#include <numeric>
+#include <functional>
 #include <random>
 #include <string>
+#include <utility>
 
 #include "bench/benchmarks.h"
 #include "bench/enginerig.h"
-#include "bench/nodes.h"
 #include "bench/rig.h"
 #include "bench/stopwatch.h"
 #include "host/engine/nodereserve.h"

@@ -27,7 +27,7 @@ struct Goal {
 constexpr double open = std::numeric_limits<double>::infinity();
 
 constexpr Goal goals[] = {
-    {"linear law on the way / floor with lock, 100 actuators", "cycle/100/on_the_way/torvex",
+    {"linear interpolation / floor with lock, 100 actuators", "cycle/100/on_the_way/torvex",
      "cycle/100/floor_with_lock", nsCounter, 1.5},
     {"idle timeline / floor without lock, 100 actuators", "cycle/100/idle/torvex",
      "cycle/100/floor", nsCounter, 0.15},

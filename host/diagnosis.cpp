@@ -4,7 +4,6 @@
 #include <sys/resource.h>
 #include <unistd.h>
 
-#include <array>
 #include <cstring>
 #include <filesystem>
 #include <fstream>

@@ -48,7 +48,7 @@ class Checker {
         throw Error("an attribute of '" + container.name + "' has an empty name");
       }
       if (!names.insert(attribute.name).second) {
-        throw Error(owned + " stands twice");
+        throw Error("duplicate " + owned);
       }
       takeAttribute(owned, attribute);
     }

@@ -126,7 +126,7 @@ class PLATFORM_API Machine {
   /// sub-devices or two other containers of one kind with the same name, a
   /// value that does not fit its type code, a sensor on an unknown actuator, a
   /// preference of an unknown owner, more attributes or preferences than fit), when a living
-  /// process owns the segment, when something else does, when memory is short, and when this
+  /// process owns the segment, when something else does, when out of memory, and when this
   /// process has a machine already.
   Machine(const std::string& poolName, const MachineDescription& description);
   /// Removes the segment.

@@ -54,7 +54,7 @@ std::string hexadecimal(const std::string& bytes) {
   return text;
 }
 
-/// Grows a text that throws when memory is short.
+/// Grows a text that throws when out of memory.
 struct TextWriter : pugi::xml_writer {
   std::string text;
 
@@ -63,7 +63,7 @@ struct TextWriter : pugi::xml_writer {
   }
 };
 
-/// The parser's own operations fail in silence when memory is short.
+/// The parser's own operations fail in silence when out of memory.
 pugi::xml_node addChild(pugi::xml_node parent, const char* name) {
   const pugi::xml_node child = parent.append_child(name);
   if (!child) {

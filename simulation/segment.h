@@ -23,7 +23,7 @@ class Segment {
   /// A new segment, all zero, its memory reserved. Replaces one left behind. An
   /// empty name makes one that this process alone has.
   /// Throws `Error` when a living process owns the name, when what bears it is
-  /// no device pool, and when memory is short.
+  /// no device pool, and when out of memory.
   Segment(const std::string& poolName, std::size_t sizeBytes);
   /// Removes the segment.
   ~Segment();

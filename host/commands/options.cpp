@@ -79,7 +79,7 @@ void addMachine(CLI::App& command, std::string& path) {
 void addMotions(CLI::App& command, std::vector<std::string>& paths) {
   command
       .add_option("MOTION", paths,
-                  "Motions: trajectory_msgs/JointTrajectory or lists of commands, in YAML")
+                  "Motions: trajectory_msgs/JointTrajectory or batches of commands, in YAML")
       ->required();
 }
 

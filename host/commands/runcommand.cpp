@@ -7,6 +7,7 @@
 #include <filesystem>
 #include <memory>
 #include <optional>
+#include <utility>
 
 #include "host/base/stopsignal.h"
 #include "host/commands/status.h"
@@ -14,7 +15,6 @@
 #include "host/engine/torvex.h"
 #include "host/engine/trace.h"
 #include "host/input/motion.h"
-#include "host/input/source.h"
 #include "host/liveview.h"
 #include "host/motion/plan.h"
 #include "host/motion/rehearsal.h"

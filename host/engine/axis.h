@@ -1,10 +1,10 @@
 #pragma once
 
 #include <atomic>
+#include <cstddef>
 #include <cstdint>
 #include <limits>
 #include <optional>
-#include <string>
 
 #include "host/engine/window.h"
 #include "host/motion/backlog.h"

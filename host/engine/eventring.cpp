@@ -1,7 +1,6 @@
 #include "host/engine/eventring.h"
 
 #include <algorithm>
-#include <cstddef>
 
 namespace host {
 namespace {

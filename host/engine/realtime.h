@@ -47,7 +47,7 @@ int lockMemory() noexcept;
 /// what to do about it.
 std::vector<std::string> prepareRealtime(const ThreadPlace& cyclePlace);
 
-/// The place of a thread that hands lists over: below the cycle, on any processor. An
+/// The place of a thread that hands batches over: below the cycle, on any processor. An
 /// ordinary one, too, where the cycle is refused its priority.
 ThreadPlace placeBelow(const ThreadPlace& cyclePlace) noexcept;
 

@@ -2,7 +2,6 @@
 
 #include <algorithm>
 #include <mutex>
-#include <utility>
 
 #include "host/motion/density.h"
 

@@ -1,7 +1,6 @@
 #include "host/engine/timelines.h"
 
 #include <algorithm>
-#include <iterator>
 #include <utility>
 
 #include "host/motion/intake.h"
@@ -134,28 +133,34 @@ std::vector<TimedCommand::commandItem> Timelines::copyOf(const Axis& axis) {
   return {list.begin(), list.end()};
 }
 
-/// Others have pushed or cleared: looks for each item where the timeline holds it. What is
-/// not there was reached, if it was due, and else cleared by others.
-void Timelines::reconcile(Axis& axis, const TakenBy& taken) {
-  std::vector<bool> isThere(axis.window.items().size(), false);
+/// For each item of the window, whether the timeline holds it; others may have pushed between.
+std::vector<bool> Timelines::heldItems(const Axis& axis) const {
+  const Window::Items& items = axis.window.items();
+  std::vector<bool> isHeld(items.size(), false);
   std::size_t position = 0;
   for (const TimedCommand::commandItem& held : copyOf(axis)) {
-    const Window::Items& items = axis.window.items();
     std::size_t candidate = position;
     while (candidate < items.size() && !(stamp(items[candidate].timeMs) == held.time &&
                                          isSameValue(items[candidate].value, held.value))) {
       ++candidate;
     }
     if (candidate < items.size()) {
-      isThere[candidate] = true;
+      isHeld[candidate] = true;
       position = candidate + 1;
     }
   }
+  return isHeld;
+}
+
+/// Others have pushed or cleared. An item that the timeline does not hold was reached, if it
+/// was due, and else cleared by others.
+void Timelines::reconcile(Axis& axis, const TakenBy& taken) {
+  const std::vector<bool> isHeld = heldItems(axis);
   std::size_t gone = 0;
   bool cleared = false;
-  for (std::size_t i = 0; i < isThere.size(); ++i) {
+  for (std::size_t i = 0; i < isHeld.size(); ++i) {
     const std::size_t at = i - gone;
-    if (isThere[i]) {
+    if (isHeld[i]) {
       continue;
     }
     ++gone;

@@ -2,7 +2,6 @@
 
 #include <cstddef>
 #include <cstdint>
-#include <deque>
 #include <vector>
 
 #include "host/engine/axis.h"
@@ -87,6 +86,7 @@ class Timelines {
 
   [[nodiscard]] TakenBy takenSince(const Axis& axis) const;
   void noteTaken(Axis& axis, const Cycle& cycle, std::vector<Point>& reached);
+  [[nodiscard]] std::vector<bool> heldItems(const Axis& axis) const;
   void reconcile(Axis& axis, const TakenBy& taken);
   void noteExternal(Axis& axis);
   [[nodiscard]] bool needsAnchor(const Axis& axis) const;

@@ -1,6 +1,7 @@
 #include "host/engine/torvex.h"
 
 #include <algorithm>
+#include <chrono>
 #include <future>
 #include <memory>
 #include <set>

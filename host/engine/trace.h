@@ -3,7 +3,6 @@
 #include <atomic>
 #include <boost/lockfree/spsc_queue.hpp>
 #include <cstddef>
-#include <cstdint>
 #include <exception>
 #include <string>
 #include <thread>

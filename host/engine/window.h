@@ -4,7 +4,6 @@
 #include <cstdint>
 #include <deque>
 #include <limits>
-#include <vector>
 
 #include "host/motion/backlog.h"
 #include "host/motion/segment.h"
@@ -22,9 +21,9 @@ struct WindowItem {
 
 /// How many items a window holds behind the next cycle, at least, while there are more.
 constexpr std::size_t windowItems = 32;
-/// How many more, or cycles further, it is filled up, so that not every cycle has to push.
+/// How many more items, or cycles further, it is filled, so that not every cycle has to push.
 constexpr std::size_t refillItems = 16;
-/// Nothing further ahead is handed over: stamps half as far again do not compare.
+/// Nothing further ahead is handed over: stamps more than twice as far apart do not compare.
 constexpr std::int64_t furthestAheadMs = 0x20000000;
 
 /// Machine time that nothing bounds; it leaves room to count on.

@@ -4,7 +4,7 @@
 
 #include <algorithm>
 #include <array>
-#include <set>
+#include <utility>
 
 #include "host/input/jointtrajectory.h"
 #include "host/input/pointreader.h"

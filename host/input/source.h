@@ -6,7 +6,7 @@
 
 namespace host {
 
-/// A place in a file, counted from 1; 0 where only the file is known.
+/// A source location, counted from 1; 0 where only the file is known.
 struct Position {
   std::size_t line = 0;
   std::size_t column = 0;
@@ -22,7 +22,7 @@ class InputError : public std::runtime_error {
 /// than `maxBytes`. Leaves out a byte order mark.
 std::string readFile(const std::string& path, std::size_t maxBytes);
 
-/// The place of a byte in a text; for any further one, of its end.
+/// The source location of a byte in a text; for any further one, of its end.
 Position positionAt(const std::string& text, std::size_t offset);
 
 /// A finite decimal number, as it stands in the file, nothing around it.

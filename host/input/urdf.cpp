@@ -7,7 +7,8 @@
 #include <cstring>
 #include <map>
 #include <pugixml.hpp>
-#include <vector>
+#include <set>
+#include <utility>
 
 #include "host/input/source.h"
 

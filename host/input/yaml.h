@@ -13,7 +13,7 @@
 namespace host {
 
 /// A YAML file of one document. What is wrong with a node is thrown as an
-/// `InputError` with the node's place.
+/// `InputError` with the node's source location.
 class YamlFile {
  public:
   using Fields = std::map<std::string, YAML::Node>;

@@ -31,7 +31,7 @@ class Backlog {
   [[nodiscard]] bool empty() const { return size_ == 0; }
   [[nodiscard]] std::size_t size() const { return size_; }
   [[nodiscard]] const Point& front() const { return blocks_.front().front(); }
-  /// Takes the longer, the further behind the front.
+  /// Takes longer the further it lies behind the front.
   [[nodiscard]] const Point& operator[](std::size_t position) const;
 
   void popFront();

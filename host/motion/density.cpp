@@ -13,7 +13,7 @@ class Counter {
   Counter(const std::vector<Point>& points, const Backlog& backlog, TimedCommand::commandType mode)
       : points_(points), backlog_(backlog), kept_(Backlog::kept(points, mode)) {}
 
-  /// At most.
+  /// An upper bound: what the mode clears is counted as well.
   [[nodiscard]] std::size_t all() const { return points_.size() + backlog_.size(); }
 
   [[nodiscard]] std::size_t countDue(std::int64_t beginMs, std::int64_t endMs) const {

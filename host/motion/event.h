@@ -42,12 +42,13 @@ struct Event {
   int actuator = -1;
   /// The first of these points.
   std::uint32_t point = 0;
-  /// How many points; for `external` cycles.
+  /// How many points; for `external`, cycles; for `stalled`, stalls.
   std::uint64_t count = 0;
   /// `cleared`: the batch that did it, or `byOthers`.
   std::uint32_t byBatch = 0;
   /// `limited`: what was asked. `steep`: the speed, in units a second. `late`,
-  /// `handedLate` and `stalled`: milliseconds.
+  /// `handedLate` and `stalled`: milliseconds. `refused` as too dense: the points that would
+  /// be due within two cycles.
   double amount = 0.0;
 
   static constexpr std::uint32_t byOthers = ~std::uint32_t{0};

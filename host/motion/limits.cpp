@@ -2,8 +2,9 @@
 
 #include <algorithm>
 #include <cmath>
-#include <cstring>
+#include <cstdint>
 #include <limits>
+#include <variant>
 
 namespace host {
 namespace {
@@ -52,7 +53,8 @@ hal::AttrGeneric limited(const simulation::Actuator& actuator, const hal::AttrGe
 }
 
 bool isSameValue(const hal::AttrGeneric& one, const hal::AttrGeneric& other) {
-  return std::memcmp(&one, &other, sizeof one) == 0;
+  // The widest member, so all bytes.
+  return one.asTextOffset == other.asTextOffset;
 }
 
 bool isTooFast(const simulation::Actuator& actuator, double speed) {

@@ -3,6 +3,7 @@
 #include <fmt/format.h>
 
 #include <map>
+#include <memory>
 
 #include "host/motion/intake.h"
 #include "host/motion/limits.h"

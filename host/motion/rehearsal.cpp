@@ -1,7 +1,6 @@
 #include "host/motion/rehearsal.h"
 
 #include <algorithm>
-#include <cmath>
 #include <limits>
 #include <numeric>
 

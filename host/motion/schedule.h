@@ -28,8 +28,8 @@ struct Schedule {
 };
 
 /// Plans the run of motions by a machine that stands as described: the approach
-/// takes what the joint with the longest way to the first point of a trajectory needs
-/// at its velocity limit. Throws `InputError` when a joint cannot move there.
+/// takes as long as the slowest joint needs to the first point of a trajectory at its
+/// velocity limit. Throws `InputError` when a joint cannot move there.
 Schedule planSchedule(const MachineFile& machine, const std::vector<Motion>& motions,
                       const Timing& timing);
 

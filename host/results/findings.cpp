@@ -2,7 +2,6 @@
 
 #include <fmt/format.h>
 
-#include <algorithm>
 #include <cmath>
 
 #include "host/motion/limits.h"
@@ -14,8 +13,7 @@ const char* nounOf(EventKind kind) {
   return kind == EventKind::steep ? "segment" : "point";
 }
 
-/// The points of an actuator's batch come together; those of several are as many as the
-/// actuator with most has.
+/// Told once for a batch, in the words of its worst actuator.
 bool isAboutWholeBatch(EventKind kind) {
   return kind == EventKind::late || kind == EventKind::handedLate || kind == EventKind::refused;
 }

@@ -29,13 +29,12 @@ struct AxisOutcome {
 /// What is known of a run at its end.
 struct Outcome {
   std::string machine;
-  std::string machinePath;
   std::vector<AxisOutcome> axes;
   std::vector<Finding> warnings;
   std::vector<Finding> errors;
   /// What was exported, a line each.
   std::vector<std::string> exports;
-  /// That stopped it; 0 when none did.
+  /// The signal that stopped it; 0 when none did.
   int signal = 0;
 };
 

@@ -4,10 +4,12 @@
 
 #include <algorithm>
 #include <cmath>
+#include <iterator>
 #include <string_view>
 
 #include "host/motion/limits.h"
 #include "host/results/table.h"
+#include "host/values.h"
 
 namespace host {
 namespace {

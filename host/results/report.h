@@ -5,7 +5,6 @@
 
 #include "host/engine/torvex.h"
 #include "host/results/outcome.h"
-#include "host/values.h"
 
 namespace host {
 

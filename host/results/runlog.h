@@ -1,5 +1,6 @@
 #pragma once
 
+#include <cstddef>
 #include <cstdint>
 #include <map>
 #include <vector>
@@ -19,7 +20,7 @@ class RunLog : public Listener {
   struct AxisLog {
     std::vector<Dot> reached;
     std::vector<Dot> cleared;
-    /// How many there were; beyond some hundreds they are counted alone.
+    /// How many there were; beyond `mostDots` they are only counted.
     std::uint64_t dots = 0;
     /// In the order of their hand-overs.
     std::vector<std::uint32_t> batches;

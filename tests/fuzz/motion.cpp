@@ -3,6 +3,8 @@
 
 #include "host/input/motion.h"
 
+#include <algorithm>
+
 #include "host/results/findings.h"
 #include "input.h"
 #include "tests/host/bothways.h"

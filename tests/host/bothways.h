@@ -2,8 +2,8 @@
 
 #include <fmt/format.h>
 
-#include <algorithm>
 #include <cmath>
+#include <cstdint>
 #include <map>
 #include <string>
 #include <tuple>

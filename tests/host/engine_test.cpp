@@ -8,16 +8,17 @@
 #include <atomic>
 #include <cstdlib>
 #include <map>
+#include <memory>
 #include <random>
 #include <string>
 #include <thread>
 #include <tuple>
+#include <utility>
 #include <vector>
 
 #include "host/engine/engine.h"
 #include "host/motion/limits.h"
 #include "registry/attrfullnamemanager.h"
-#include "tests/support/bits.h"
 
 namespace {
 

@@ -2,9 +2,12 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <cmath>
 #include <limits>
 #include <list>
+#include <memory>
+#include <optional>
 
 #include "host/motion/density.h"
 #include "host/motion/intake.h"

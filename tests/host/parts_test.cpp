@@ -3,11 +3,15 @@
 #include <dlfcn.h>
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <atomic>
 #include <cstdlib>
+#include <functional>
+#include <memory>
 #include <mutex>
 #include <new>
 #include <thread>
+#include <utility>
 
 #include "host/engine/engine.h"
 #include "tests/support/random.h"

@@ -1,7 +1,6 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
-#include <string>
 
 #include "host/engine/torvex.h"
 #include "host/results/outcome.h"

@@ -4,11 +4,11 @@
 
 #include <algorithm>
 #include <csignal>
-#include <cstdio>
 #include <nlohmann/json.hpp>
 #include <set>
 #include <sstream>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "simulation/framework.h"
