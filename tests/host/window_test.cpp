@@ -63,14 +63,14 @@ void expectFilled(const WindowedAxis& axis) {
 
 TEST(Window, CoversWhatComesNextAndNoMore) {
   Random random(1);
-  for (int round = 0; round < 40; ++round) {
+  for (int round = 0; round < 60; ++round) {
     WindowedAxis axis;
     const std::int64_t cycleMs = axis.path.cycleMs = 1 + random.below(20);
     axis.path.interpolates = round % 2 == 0;
     const std::uint32_t widest = std::vector<std::uint32_t>{2, 9, 300, 5'000}[random.below(4)];
     std::vector<host::Point> points;
     std::int64_t timeMs = -std::int64_t{random.below(50)};
-    for (std::uint32_t i = 0; i < 700; ++i, timeMs += i % 100 == 0 ? 50 : random.below(widest)) {
+    for (std::uint32_t i = 0; i < 1200; ++i, timeMs += i % 600 == 0 ? 50 : random.below(widest)) {
       points.push_back({timeMs, hal::AttrGeneric(static_cast<float>(random.below(9))), 0, i});
     }
     (void)axis.backlog.take(points, TimedCommand::MERGE);
