@@ -1,9 +1,11 @@
-// The arithmetic of points, each part against a naive one.
+// The arithmetic of points.
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <limits>
-#include <list>
+#include <memory>
+#include <utility>
 
 #include "host/motion/density.h"
 #include "host/motion/intake.h"
@@ -39,44 +41,29 @@ std::vector<std::uint32_t> randomTimes(Random& random, std::uint32_t most, std::
 
 /// A timeline without bounds, as the rules of the library have it.
 struct NaiveTimeline {
-  std::list<Point> points;
+  std::vector<Point> points;
 
-  void push(const std::vector<std::uint32_t>& times, std::uint32_t batch,
-            TimedCommand::commandType mode) {
-    points.remove_if([&](const Point& point) {
+  void push(const std::vector<Point>& news, TimedCommand::commandType mode) {
+    const auto isRemoved = [&](const Point& point) {
       return mode == TimedCommand::REPLACE ||
-             (mode == TimedCommand::CLEAR_AFTER && !times.empty() &&
-              point.timeMs >= times.front()) ||
-             (mode == TimedCommand::CLEAR_BEFORE && !times.empty() && point.timeMs <= times.back());
+             (mode == TimedCommand::CLEAR_AFTER && !news.empty() &&
+              point.timeMs >= news.front().timeMs) ||
+             (mode == TimedCommand::CLEAR_BEFORE && !news.empty() &&
+              point.timeMs <= news.back().timeMs);
+    };
+    points.erase(std::remove_if(points.begin(), points.end(), isRemoved), points.end());
+    points.insert(points.begin(), news.begin(), news.end());
+    std::stable_sort(points.begin(), points.end(), [](const Point& one, const Point& other) {
+      return one.timeMs < other.timeMs;
     });
-    for (std::uint32_t i = 0; i < times.size(); ++i) {
-      auto place = points.begin();
-      while (place != points.end() && place->timeMs < times[i]) {
-        ++place;
-      }
-      points.insert(place, {times[i], {}, batch, i});
-    }
-  }
-  std::size_t run(std::int64_t cycleMs) {
-    std::size_t taken = 0;
-    for (; !points.empty() && points.front().timeMs <= cycleMs; ++taken) {
-      const bool exact = points.front().timeMs == cycleMs;
-      points.pop_front();
-      if (exact) {
-        return taken + 1;
-      }
-    }
-    return taken;
   }
 };
 
 void expectSame(const host::Backlog& backlog, const NaiveTimeline& naive) {
   ASSERT_EQ(backlog.size(), naive.points.size());
-  std::size_t position = 0;
-  for (const Point& point : naive.points) {
-    ASSERT_TRUE(backlog[position].isSamePointAs(point)) << position;
-    ASSERT_EQ(backlog[position].timeMs, point.timeMs) << position;
-    ++position;
+  for (std::size_t i = 0; i < backlog.size(); ++i) {
+    ASSERT_TRUE(backlog[i].isSamePointAs(naive.points[i])) << i;
+    ASSERT_EQ(backlog[i].timeMs, naive.points[i].timeMs) << i;
   }
 }
 
@@ -88,13 +75,12 @@ TEST(Backlog, FollowsTheRulesOfATimeline) {
     // Also more than a block holds.
     const std::uint32_t mostPoints = sequence % 10 == 0 ? 300 : 9;
     for (std::uint32_t batch = 0; batch < 12; ++batch) {
-      const auto times = randomTimes(random, mostPoints, 40, 4);
-      const auto points = pointsAt(times, batch);
+      const auto points = pointsAt(randomTimes(random, mostPoints, 40, 4), batch);
       const auto mode = static_cast<TimedCommand::commandType>(1 + random.below(4));
       const std::size_t before = backlog.size();
       const std::size_t kept = backlog.countDue(host::Backlog::kept(points, mode), 0, 1'000'000);
       const std::size_t removed = backlog.take(points, mode).size();
-      naive.push(times, batch, mode);
+      naive.push(points, mode);
       expectSame(backlog, naive);
       EXPECT_EQ(kept, before - removed);
       const std::int64_t from = random.below(50), to = from + random.below(20);
@@ -102,16 +88,23 @@ TEST(Backlog, FollowsTheRulesOfATimeline) {
           naive.points.begin(), naive.points.end(),
           [&](const Point& point) { return point.timeMs >= from && point.timeMs <= to; });
       EXPECT_EQ(backlog.countDue({}, from, to), static_cast<std::size_t>(due));
-      const std::int64_t cycleMs = random.below(30);
-      std::size_t reached = host::reachedCount(
-          backlog.size(), cycleMs, [&](std::size_t position) { return backlog[position].timeMs; });
-      EXPECT_EQ(reached, naive.run(cycleMs));
-      for (; reached > 0; --reached) {
-        backlog.popFront();
+      for (std::uint32_t some = random.below(30); some > 0 && !backlog.empty(); --some) {
+        const auto size = static_cast<std::uint32_t>(backlog.size());
+        const std::size_t position = random.chance(80) ? 0 : random.below(size);
+        position == 0 ? backlog.popFront() : backlog.erase(position);
+        naive.points.erase(naive.points.begin() + static_cast<std::ptrdiff_t>(position));
       }
       expectSame(backlog, naive);
     }
   }
+}
+
+TEST(Intake, PutsTheLaterOfTwoEqualTimesFirst) {
+  std::vector<std::uint32_t> indices;
+  for (const Point& point : pointsAt({3, 5, 5, 5, 8}, 0)) {
+    indices.push_back(point.index);
+  }
+  EXPECT_EQ(indices, (std::vector<std::uint32_t>{0, 3, 2, 1, 4}));
 }
 
 /// So many points, from a time on, so far apart.
