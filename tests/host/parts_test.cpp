@@ -4,62 +4,15 @@
 
 #include <algorithm>
 #include <atomic>
-#include <cstdlib>
 #include <functional>
 #include <mutex>
-#include <new>
 #include <thread>
 
 #include "host/engine/engine.h"
+#include "tests/support/failingheap.h"
 #include "tests/support/mutexprotocol.h"
 #include "tests/support/random.h"
 #include "tests/support/temporary.h"
-
-namespace {
-
-std::size_t poolNodes = 0;
-/// So many allocations later one fails; none does while it is 0.
-long allocationsToFailure = 0;
-
-[[gnu::noinline]] void* take(std::size_t size) noexcept {
-  if (allocationsToFailure > 0 && --allocationsToFailure == 0) {
-    return nullptr;
-  }
-  return std::malloc(size);
-}
-
-}  // namespace
-
-void* operator new(std::size_t size) {
-  void* const block = take(size);
-  return block == nullptr ? throw std::bad_alloc() : block;
-}
-
-// The source of the node pool.
-void* operator new[](std::size_t size, const std::nothrow_t& /*tag*/) noexcept {
-  poolNodes += size / sizeof(boost::CommandNodeLayout);
-  return take(size);
-}
-
-[[gnu::noinline]] void operator delete(void* block) noexcept {
-  std::free(block);
-}
-
-[[gnu::noinline]] void operator delete(void* block, std::size_t /*size*/) noexcept {
-  std::free(block);
-}
-
-[[gnu::noinline]] void operator delete[](void* block) noexcept {
-  std::free(block);
-}
-
-[[gnu::noinline]] void operator delete[](void* block, std::size_t /*size*/) noexcept {
-  std::free(block);
-}
-
-void* operator new[](std::size_t size) {
-  return operator new(size);
-}
 
 namespace {
 
@@ -177,10 +130,14 @@ Addresses ownNodes(host::NodeReserve& reserve, std::size_t axis) {
   return addresses;
 }
 
+std::size_t poolNodes() {
+  return poolBytes / sizeof(boost::CommandNodeLayout);
+}
+
 /// How many nodes the pool gives without growing.
 std::size_t freeNodes() {
   CommandList nodes;
-  for (const std::size_t before = poolNodes; poolNodes == before;) {
+  for (const std::size_t before = poolNodes(); poolNodes() == before;) {
     nodes.emplace_back(hal::AttrGeneric(), 0U);
   }
   return nodes.size() - 1;
@@ -192,9 +149,9 @@ TEST(NodeReserve, KeepsThePoolAsItIs) {
   std::size_t filled = 0;
   {
     host::NodeReserve reserve;
-    const std::size_t before = poolNodes;
+    const std::size_t before = poolNodes();
     reserve.fill(sizes);
-    filled = poolNodes - before;
+    filled = poolNodes() - before;
     EXPECT_GE(filled, 330U + host::NodeReserve::commonNodes);
     for (std::size_t axis = 0; axis < sizes.size(); ++axis) {
       ranges.push_back(ownNodes(reserve, axis));
@@ -217,7 +174,7 @@ TEST(NodeReserve, KeepsThePoolAsItIs) {
         reserve.takeBack(std::min<std::size_t>(released, 64));
       }
     }
-    EXPECT_EQ(poolNodes - before, filled) << "the pool has grown";
+    EXPECT_EQ(poolNodes() - before, filled) << "the pool has grown";
     for (TimedCommand& timeline : timelines) {
       const std::size_t released = timeline.commandList.size();
       timeline.commandList.clear();
@@ -344,7 +301,7 @@ TEST(Engine, LeavesNothingBehindWhenItCannotStart) {
     allocationsToFailure = failures + 1;
     try {
       const host::Engine engine(machine, options, some);
-      started = std::exchange(allocationsToFailure, 0) > 0;
+      started = allocationsToFailure.exchange(0) > 0;
       EXPECT_FALSE(isRegistryEmpty());
     } catch (const std::exception&) {
       allocationsToFailure = 0;
