@@ -10,11 +10,6 @@
 
 namespace {
 
-int numberFrom(const char* variable, int otherwise) {
-  const char* const text = std::getenv(variable);
-  return text == nullptr ? otherwise : std::atoi(text);
-}
-
 /// A machine, batches for it, and how they are run.
 struct Case {
   host::MachineFile machine;
@@ -115,8 +110,8 @@ Case randomCase(int seed) {
 }
 
 TEST(Rehearsal, TellsWhatARunTells) {
-  const int first = numberFrom("TORVEX_SEED", 1);
-  const int rounds = numberFrom("TORVEX_ROUNDS", 200);
+  const int first = static_cast<int>(fromEnvironment("TORVEX_SEED", 1));
+  const int rounds = static_cast<int>(fromEnvironment("TORVEX_ROUNDS", 200));
   int compared = 0;
   for (int seed = first; seed < first + rounds; ++seed) {
     const Case made = randomCase(seed);
