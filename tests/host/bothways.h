@@ -25,9 +25,10 @@ class Diary : public host::Listener {
     std::uint32_t byBatch = 0;
     host::Fault reason = host::Fault::none;
     double amount = 0.0;
-    /// By which the amount may differ.
-    double doubt = 0.0;
     int told = 0;
+
+    /// But for the amount.
+    [[nodiscard]] auto facts() const { return std::tie(timeMs, count, byBatch, reason, told); }
   };
 
   void tell(const host::Event& event, const host::Point* points) override {
@@ -42,7 +43,6 @@ class Diary : public host::Listener {
       entry.byBatch = event.byBatch;
       entry.reason = event.reason;
       entry.amount = event.amount;
-      entry.doubt = steep ? doubtOf(event) : 0.0;
       ++entry.told;
     }
   }
@@ -54,35 +54,35 @@ class Diary : public host::Listener {
   }
 
  private:
-  /// Values agree to 1e-5 or two units in the last place: over a millisecond, the speeds.
-  [[nodiscard]] double doubtOf(const host::Event& event) const {
-    return 1e-4 * event.amount + 0.02;
+  /// By which amounts may differ. Values agree to 1e-5 or two units in the last place: over a
+  /// millisecond, the speeds.
+  static double doubtOf(const Key& key, const Entry& entry) {
+    return std::get<0>(key) == host::EventKind::steep ? 1e-4 * entry.amount + 0.02 : 0.0;
   }
   [[nodiscard]] bool isNearLimit(const Key& key, const Entry& entry) const {
     return std::get<0>(key) == host::EventKind::steep &&
-           entry.amount - entry.doubt <= machine_.actuator(std::get<1>(key)).maximumVelocity;
+           entry.amount - doubtOf(key, entry) <=
+               machine_.actuator(std::get<1>(key)).maximumVelocity;
+  }
+  static std::string shown(const Entry& entry) {
+    return fmt::format("at {} ms, count {}, by {}, amount {}", entry.timeMs, entry.count,
+                       entry.byBatch, entry.amount);
   }
 
   [[nodiscard]] std::string missingIn(const Diary& other) const {
     for (const auto& [key, entry] : entries_) {
       const auto [kind, actuator, batch, point] = key;
       const std::string where =
-          fmt::format("kind {} actuator {} batch {} point {}: at {} ms, count {}, by {}, amount {}",
-                      static_cast<int>(kind), actuator, batch, point, entry.timeMs, entry.count,
-                      entry.byBatch, entry.amount);
+          fmt::format("kind {} actuator {} batch {} point {}: {}", static_cast<int>(kind), actuator,
+                      batch, point, shown(entry));
       const auto found = other.entries_.find(key);
       if (found == other.entries_.end()) {
         if (!isNearLimit(key, entry)) {
           return where + ", told by one alone";
         }
-        continue;
-      }
-      const Entry& twin = found->second;
-      if (entry.timeMs != twin.timeMs || entry.count != twin.count ||
-          entry.byBatch != twin.byBatch || entry.reason != twin.reason || entry.told != twin.told ||
-          !(std::abs(entry.amount - twin.amount) <= entry.doubt)) {
-        return where + fmt::format("; by the other at {} ms, count {}, by {}, amount {}",
-                                   twin.timeMs, twin.count, twin.byBatch, twin.amount);
+      } else if (entry.facts() != found->second.facts() ||
+                 !(std::abs(entry.amount - found->second.amount) <= doubtOf(key, entry))) {
+        return where + "; by the other " + shown(found->second);
       }
     }
     return "";

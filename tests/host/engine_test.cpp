@@ -6,7 +6,6 @@
 
 #include <algorithm>
 #include <atomic>
-#include <cstdlib>
 #include <map>
 #include <memory>
 #include <random>
@@ -19,6 +18,7 @@
 #include "host/engine/engine.h"
 #include "host/motion/limits.h"
 #include "registry/attrfullnamemanager.h"
+#include "tests/support/random.h"
 
 namespace {
 
@@ -27,11 +27,6 @@ using host::Event;
 using host::EventKind;
 
 constexpr std::int64_t cycleMs = 10;
-
-unsigned long fromEnvironment(const char* name, unsigned long otherwise) {
-  const char* const text = std::getenv(name);
-  return text == nullptr ? otherwise : std::strtoul(text, nullptr, 10);
-}
 
 host::MachineFile machineOf(std::size_t axes) {
   host::MachineFile machine;

@@ -179,6 +179,7 @@ TEST(Segments, StayOnTheirLine) {
   for (const auto& [from, to, durationMs, most] : {Case{9000.0F, 9040.0F, 200'000, 2.0 / 1024},
                                                    {3.0F, 3.05F, 600'000, 1e-5},
                                                    {-0.001F, 1.5F, 100'000, 1e-5},
+                                                   {-1e6F, 9e5F, 60'000, 2.0 / 16},
                                                    {-70.0F, 70.0F, 30'000, 4.0 / 262144}}) {
     std::vector<double> alone;
     for (const bool followed : {false, true}) {

@@ -5,10 +5,8 @@
 #include <algorithm>
 #include <cstdint>
 #include <cstdlib>
-#include <deque>
 #include <limits>
 #include <random>
-#include <set>
 #include <sstream>
 #include <string>
 #include <vector>
@@ -92,53 +90,40 @@ TEST(Report, FitsEightyColumnsWhateverHappened) {
   Prepared prepared(1, 2, 100);
   const host::Plan plan = prepared.plan();
   const Torvex torvex(prepared.machine, plan, prepared.options);
-  const std::string name(30, 'n');
+  const char* const names[] = {"cleared", "refused", "left", "late", "limited", "others"};
   for (const std::uint64_t most : {1U, 999U, 20'000'000U}) {
-    for (unsigned int happened = 0; happened < 128; ++happened) {
-      AnyAxis any(name, -1e30F, -1e30F);
+    for (unsigned int happened = 0; happened < 64; ++happened) {
+      AnyAxis any(std::string(30, 'n'), -1e30F, -1e30F);
       const auto count = [&](unsigned int bit) { return (happened >> bit & 1U) * most; };
-      host::PointCounts& counts = any.axis.counts;
-      counts.reached = count(0);
-      counts.cleared = count(1);
-      counts.refused = count(2);
-      counts.points = counts.reached + counts.cleared + counts.refused + count(3);
-      counts.late = count(4);
-      counts.limited = count(5);
-      any.axis.externalWrites = count(6);
+      const std::uint64_t points = count(0) + count(1) + count(2);
+      any.axis.counts = {points, 0, count(0), count(1), count(3), count(4)};
+      any.axis.externalWrites = count(5);
       host::Outcome outcome;
       const host::ShownAxis shown{any.axis, 0, {}};
       outcome.axes.push_back({shown, hal::AttrGeneric(-1e30F), host::Verdict::missed});
       std::istringstream report(host::runReport(torvex, outcome));
-      std::set<std::string> words;
-      for (std::string line; std::getline(report, line);) {
+      std::string words = " ";
+      for (std::string line; std::getline(report, line); words += line + " ") {
         EXPECT_LE(host::columnsOf(line), 80U) << line;
-        std::istringstream cells(line);
-        for (std::string cell; cells >> cell;) {
-          words.insert(cell);
-        }
       }
-      const char* const names[] = {"cleared", "refused", "left", "late", "limited", "others"};
-      for (unsigned int bit = 1; bit < 7; ++bit) {
-        EXPECT_EQ(words.count(names[bit - 1]), happened >> bit & 1U) << names[bit - 1];
+      for (unsigned int bit = 0; bit < 6; ++bit) {
+        const bool isNamed = words.find(" " + std::string(names[bit]) + " ") != std::string::npos;
+        EXPECT_EQ(isNamed, (happened >> bit & 1U) == 1U) << names[bit] << words;
       }
-      EXPECT_EQ(words.count(name), most < 1000U || happened < 2 ? 1U : words.count(name));
+      EXPECT_TRUE(most > 1 || words.find(any.actuator.name) != std::string::npos);
     }
   }
 }
 
 TEST(LiveView, DrawsWhatIsNoNumber) {
-  const float infinity = std::numeric_limits<float>::infinity();
-  const float none = std::numeric_limits<float>::quiet_NaN();
-  std::deque<AnyAxis> axes;
-  axes.emplace_back("high", infinity, -infinity);
-  axes.emplace_back("none", none, none);
-  axes.emplace_back("huge", 3e38F, -3e38F);
-  axes.back().actuator.minimum = -1e308;
-  axes.back().actuator.maximum = 1e308;
-  std::vector<host::ShownAxis> shown;
-  for (const AnyAxis& any : axes) {
-    shown.push_back({any.axis, 0, {}});
-  }
+  constexpr float infinity = std::numeric_limits<float>::infinity();
+  constexpr float none = std::numeric_limits<float>::quiet_NaN();
+  AnyAxis high("high", infinity, -infinity), neither("none", none, none),
+      huge("huge", 3e38F, -3e38F);
+  huge.actuator.minimum = -1e308;
+  huge.actuator.maximum = 1e308;
+  const std::vector<host::ShownAxis> shown = {
+      {high.axis, 0, {}}, {neither.axis, 0, {}}, {huge.axis, 0, {}}};
   int terminal = -1;
   int end = -1;
   ASSERT_EQ(openpty(&terminal, &end, nullptr, nullptr, nullptr), 0);

@@ -64,47 +64,6 @@ TEST(Run, FeedsALongMotionThroughAShortWindow) {
   EXPECT_EQ(ran.sums.of(host::EventKind::taken), 30U * 20000U);
 }
 
-// However long the batches before it are, and however far ahead they reach.
-TEST(Run, StopsAtTheMomentOfAnEmptyReplace) {
-  Prepared prepared(1, 5000, 10);
-  host::Motion& moving = prepared.motions[0];
-  host::Motion later = moving;
-  later.times = {100'000};
-  later.values.resize(1);
-  host::Motion stop = later;
-  stop.times.clear();
-  stop.values.clear();
-  moving.atMs = later.atMs = 0;
-  stop.atMs = 1000;
-  stop.mode = TimedCommand::REPLACE;
-  prepared.motions = {later, moving, stop};
-  Ran ran(prepared);
-  ran.run();
-  EXPECT_LT(ran.torvex.counts().cycles, 140U) << "the stop, and the sensor settles";
-  EXPECT_EQ(ran.axis(0).counts.reached, 100U);
-  EXPECT_EQ(ran.axis(0).counts.cleared, 4900U + 1U);
-  EXPECT_EQ(ran.sums.of(host::EventKind::cleared), 4900U + 1U);
-  EXPECT_EQ(ran.outcome.axes[0].verdict, host::Verdict::stopped);
-  EXPECT_TRUE(ran.outcome.errors.empty());
-}
-
-TEST(Run, ReachesNothingLateThatABatchOfTheSameMomentClears) {
-  Prepared prepared(1, 2, 100);
-  host::Motion& late = prepared.motions[0];
-  late.atMs = 1000;
-  late.fromMs = 0;
-  host::Motion stop = late;
-  stop.mode = TimedCommand::REPLACE;
-  stop.times.clear();
-  stop.values.clear();
-  prepared.motions.push_back(stop);
-  Ran ran(prepared);
-  ran.run();
-  EXPECT_EQ(ran.axis(0).counts.late, 2U);
-  EXPECT_EQ(ran.axis(0).counts.cleared, 2U);
-  EXPECT_TRUE(ran.outcome.errors.empty());
-}
-
 TEST(Run, CountsCyclesInWhichOthersMoveAnActuator) {
   const Prepared setup(2, 50, 20);
   Ran ran(setup);

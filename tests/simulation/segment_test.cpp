@@ -1,10 +1,8 @@
 #include <fcntl.h>
 #include <gtest/gtest.h>
 #include <sys/mman.h>
-#include <sys/wait.h>
 #include <unistd.h>
 
-#include <csignal>
 #include <string>
 
 #include "simulation/machine.h"
@@ -92,27 +90,6 @@ TEST(Observer, ChecksWhatItOpens) {
   expectComplaint(record->magic, "is no complete device pool");
   munmap(record, sizeof(simulation::PoolRecord));
   close(descriptor);
-}
-
-TEST(Observer, SeesThatTheOwnerWasKilled) {
-  const Temporary temporary;
-  int ready[2];
-  ASSERT_EQ(pipe(ready), 0);
-  const pid_t owner = fork();
-  if (owner == 0) {
-    const Machine machine(temporary.pool(), oneArm());
-    (void)!write(ready[1], "", 1);
-    pause();
-  }
-  close(ready[1]);
-  char byte = 1;
-  ASSERT_EQ(read(ready[0], &byte, 1), 1);
-  const simulation::Observer observer(temporary.pool());
-  EXPECT_TRUE(observer.isOwned());
-  kill(owner, SIGKILL);
-  waitpid(owner, nullptr, 0);
-  EXPECT_FALSE(observer.isOwned());
-  EXPECT_EQ(refusal(temporary.pool()), "accepted");  // nothing stays behind
 }
 
 }  // namespace

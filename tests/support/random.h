@@ -1,6 +1,7 @@
 #pragma once
 
 #include <cstdint>
+#include <cstdlib>
 #include <random>
 
 /// Numbers that a seed repeats.
@@ -18,3 +19,9 @@ class Random {
  private:
   std::mt19937 engine_;
 };
+
+/// A number that the environment may set.
+inline unsigned long fromEnvironment(const char* name, unsigned long otherwise) {
+  const char* const text = std::getenv(name);
+  return text == nullptr ? otherwise : std::strtoul(text, nullptr, 10);
+}

@@ -31,19 +31,13 @@ def objects(value):
             yield from objects(part)
 
 
-def damaged(document):
-    """The document with each member of each object in turn left out, renamed or of another type."""
+def poorer(document):
+    """The document with each member of each object in turn left out."""
     for number, original in enumerate(objects(document)):
         for key in original:
-            for change in ("left out", "renamed", "mistyped"):
-                broken = copy.deepcopy(document)
-                part = list(objects(broken))[number]
-                value = part.pop(key)
-                if change == "renamed":
-                    part[key + "_"] = value
-                elif change == "mistyped":
-                    part[key] = True
-                yield f"{key} {change}", broken
+            broken = copy.deepcopy(document)
+            del list(objects(broken))[number][key]
+            yield key, broken
 
 
 with tempfile.TemporaryDirectory(prefix="torvex-test-") as folder:
@@ -69,8 +63,8 @@ for document in (example, limited):
 assert [axis["verdict"] for axis in limited["axes"]] == ["limited", "stopped"], limited["axes"]
 assert example["latency_ns"] is None and limited["latency_ns"]["max"] > 0
 assert {finding["line"] for finding in limited["warnings"]} >= {2}, limited["warnings"]
-changes = 0
-for change, broken in damaged(limited):
-    assert not validator.is_valid(broken), f"accepted: {change}"
-    changes += 1
-print(f"{changes} damaged outcomes refused")
+missing = list(poorer(limited))
+for key, broken in missing:
+    assert not validator.is_valid(broken), f"accepted without {key}"
+    assert not validator.is_valid({**limited, key + "_": 0}), "accepted with more"
+print(f"{len(missing)} poorer outcomes refused")

@@ -41,6 +41,11 @@ std::vector<std::string> simulated(const Temporary& temporary,
   return arguments;
 }
 
+/// A trajectory of the joint a.
+std::string motionOf(const Temporary& temporary, const std::string& points) {
+  return temporary.write("m.yaml", "joint_names: [a]\npoints: [" + points + "]\n");
+}
+
 /// What a tool said as JSON, before its warnings.
 nlohmann::json outcomeOf(const Tool& tool) {
   const std::string& said = tool.said();
@@ -48,20 +53,32 @@ nlohmann::json outcomeOf(const Tool& tool) {
   return nlohmann::json::parse(said.substr(begin, said.find("\n}\n", begin) + 2 - begin));
 }
 
-/// The numbers of each row of a trace.
-std::vector<std::vector<double>> rowsOf(const std::string& trace) {
+/// The head of a trace and the numbers of each row.
+struct Rows {
+  std::string head;
   std::vector<std::vector<double>> rows;
-  std::istringstream text(trace);
-  std::string row;
-  std::getline(text, row);
-  while (std::getline(text, row)) {
-    rows.emplace_back();
-    std::istringstream cells(row);
-    for (std::string cell; std::getline(cells, cell, ',');) {
-      rows.back().push_back(std::stod(cell));
+
+  explicit Rows(const std::string& path) {
+    std::istringstream text(contentsOf(path));
+    std::getline(text, head);
+    for (std::string row; std::getline(text, row);) {
+      rows.emplace_back();
+      std::istringstream cells(row);
+      for (std::string cell; std::getline(cells, cell, ',');) {
+        rows.back().push_back(std::stod(cell));
+      }
     }
   }
-  return rows;
+};
+
+/// The trace of a run in simulated time with cycles of a millisecond.
+Rows traceOf(const Temporary& temporary, const std::vector<std::string>& inputs) {
+  const std::string trace = temporary.path("t.csv");
+  std::vector<std::string> arguments = {"run",     "--clock", "simulated", "--cycle",       "1ms",
+                                        "--trace", trace,     "--pool",    temporary.pool()};
+  arguments.insert(arguments.begin() + 1, inputs.begin(), inputs.end());
+  EXPECT_EQ(statusOf(arguments), 0);
+  return Rows(trace);
 }
 
 TEST(Tool, CommandsTheSameAtEveryTryAndEveryStart) {
@@ -81,16 +98,15 @@ TEST(Tool, CommandsTheSameAtEveryTryAndEveryStart) {
 
 TEST(Tool, FollowsTheLineInRealTime) {
   const Temporary temporary;
-  const std::string motion = temporary.write("m.yaml",
-                                             "joint_names: [a]\npoints:\n"
-                                             "- {positions: [0.3], time_from_start: 0}\n"
-                                             "- {positions: [-2.7], time_from_start: 0.9}\n");
+  const std::string motion =
+      motionOf(temporary,
+               "{positions: [0.3], time_from_start: 0}, {positions: [-2.7], time_from_start: 0.9}");
   const std::string trace = temporary.path("t.csv");
   Tool tool({"run", temporary.write("r.urdf", urdf), motion, "--cycle", "1ms", "--json", "--trace",
              trace, "--pool", temporary.pool()});
   ASSERT_EQ(tool.wait(), 0) << tool.said();
   std::vector<double> last;
-  for (const std::vector<double>& row : rowsOf(contentsOf(trace))) {
+  for (const std::vector<double>& row : Rows(trace).rows) {
     const double share = std::clamp(row[1] / 900.0, 0.0, 1.0);
     EXPECT_EQ(row[0] - row[1], 34.0);
     EXPECT_NEAR(row[2], row[0] < 34.0 ? 0.3 * row[0] / 34.0 : 0.3 - 3.0 * share, 1e-5) << row[0];
@@ -113,8 +129,7 @@ TEST(Tool, FollowsTheLineInRealTime) {
 TEST(Tool, RefusesBadInputBeforeAnythingMoves) {
   const Temporary temporary;
   const std::string machine = temporary.write("r.urdf", urdf);
-  const std::string motion = temporary.write(
-      "m.yaml", "joint_names: [a]\npoints:\n- {positions: [1], time_from_start: 1}\n");
+  const std::string motion = motionOf(temporary, "{positions: [1], time_from_start: 1}");
   const std::string wrong = temporary.write("w.yaml", "joint_names: [a, b]\n");
   const std::string none = temporary.path("none");
   const std::string free =
@@ -212,12 +227,7 @@ TEST(Tool, SaysWhatTheLimitsChange) {
       EXPECT_EQ(strict.said(), said("error"));
       EXPECT_FALSE(temporary.holds("s.csv"));
     }
-    run.pop_back();
-    Tool text(run);
-    EXPECT_EQ(text.wait(), 0);
-    EXPECT_NE(text.said().find(said("warning")), std::string::npos) << text.said();
-
-    run.emplace_back("--json");
+    run.back() = "--json";
     Tool json(run);
     ASSERT_EQ(json.wait(), 0) << json.said();
     const nlohmann::json outcome = outcomeOf(json), expected = nlohmann::json::parse(now.axis);
@@ -225,66 +235,30 @@ TEST(Tool, SaysWhatTheLimitsChange) {
       EXPECT_EQ(outcome["axes"][0][member], value) << member;
     }
     ASSERT_EQ(outcome["warnings"].size(), clean ? 0U : 1U);
-    if (!clean) {
-      const nlohmann::json& warning = outcome["warnings"][0];
-      EXPECT_EQ(warning["file"].get<std::string>() + ":" + warning["line"].dump() + ":" +
-                    warning["column"].dump() + ": warning: " + warning["text"].get<std::string>() +
-                    "\n",
-                said("warning"));
-    }
+    EXPECT_NE(json.said().find(said("warning")), std::string::npos) << json.said();
     const std::string trace = contentsOf(temporary.path("s.csv"));
     const std::string lastCell = trace.substr(trace.rfind(',') + 1);
     EXPECT_EQ(lastCell, expected["command"].dump() + "\n");
   }
 }
 
-TEST(Tool, MovesTheSameWhateverFollowsLater) {
-  const Temporary temporary;
-  const std::string machine = temporary.write(
-      "r.yaml",
-      "actuators: [{name: a, type: 7, minimum: -0.5, maximum: 0.5, maximum_velocity: 1}]\n");
-  const std::string motion = temporary.write("m.yaml",
-                                             "joint_names: [a]\npoints:\n"
-                                             "- {positions: [0], time_from_start: 0}\n"
-                                             "- {positions: [0.9], time_from_start: 3}\n"
-                                             "- {positions: [0], time_from_start: 8}\n"
-                                             "- {positions: [0.1], time_from_start: 9}\n");
-  const std::string later = temporary.write("l.yaml",
-                                            "lists: [{at: 0, mode: merge, key: a/Value, "
-                                            "items: [{time: 20, value: 0}]}]\n");
-  std::vector<std::string> traces;
-  std::vector<std::string> run = {"run",   machine,  "--clock",        "simulated", "--trace",
-                                  "t.csv", "--pool", temporary.pool(), motion};
-  run[5] = temporary.path("t.csv");
-  for (int files = 1; files <= 2; ++files) {
-    Tool tool(run);
-    EXPECT_EQ(tool.wait(), 0) << tool.said();
-    const std::string trace = contentsOf(temporary.path("t.csv"));
-    traces.push_back(trace.substr(0, trace.find(",9010,")));
-    run.push_back(later);
-  }
-  EXPECT_EQ(traces[0].substr(0, traces[1].rfind('\n')), traces[1].substr(0, traces[1].rfind('\n')));
-  EXPECT_GT(traces[1].size(), 10'000U);
-}
-
-// A cycle's share of the way is less than the float's last place.
-TEST(Tool, FollowsALongLineFromTheFirstSecond) {
+// Also where a cycle's share of the way is less than the float's last place.
+TEST(Tool, FollowsItsLinesWhateverFollowsLater) {
   const Temporary temporary;
   const std::string machine = temporary.write("r.yaml", "actuators: [{name: a, value: 9000}]\n");
-  const std::string motion = temporary.write("m.yaml",
-                                             "joint_names: [a]\npoints:\n"
-                                             "- {positions: [9000], time_from_start: 0}\n"
-                                             "- {positions: [9008], time_from_start: 40}\n");
-  const std::string trace = temporary.path("t.csv");
-  ASSERT_EQ(statusOf({"run", machine, motion, "--clock", "simulated", "--cycle", "1ms", "--trace",
-                      trace, "--pool", temporary.pool()}),
-            0);
-  const auto rows = rowsOf(contentsOf(trace));
-  EXPECT_GE(rows.size(), 40'000U);
-  constexpr double lastPlace = 1.0 / 1024.0;
-  for (const std::vector<double>& row : rows) {
-    ASSERT_NEAR(row[2], 9000.0 + 8.0 * std::clamp(row[1] / 40e3, 0.0, 1.0), 2 * lastPlace)
-        << row[1];
+  const std::string motion =
+      motionOf(temporary,
+               "{positions: [9000], time_from_start: 0}, {positions: [9008], time_from_start: 40}");
+  const std::string later = temporary.write(
+      "l.yaml", "lists: [{at: 0, mode: merge, key: a/Value, items: [{time: 50, value: 9000}]}]\n");
+  const auto alone = traceOf(temporary, {machine, motion}).rows;
+  const auto followed = traceOf(temporary, {machine, motion, later}).rows;
+  ASSERT_GE(alone.size(), 40'000U);
+  for (std::size_t i = 0; i < 40'000; ++i) {
+    const std::vector<double>& row = alone[i];
+    const double line = 9000.0 + 8.0 * std::clamp(row[1] / 40e3, 0.0, 1.0);
+    ASSERT_NEAR(row[2], line, 2.0 / 1024.0) << row[1];
+    ASSERT_EQ(row[2], followed[i][2]) << row[1];
   }
 }
 
@@ -295,15 +269,10 @@ TEST(Tool, TracesTheSensorsOfJointsThatFollowOthers) {
       "<robot name='r'><joint name='a' type='revolute'><limit lower='-9' upper='9' velocity='9'/>"
       "</joint><joint name='m' type='revolute'><limit lower='-9' upper='9' velocity='9'/>"
       "<mimic joint='a' multiplier='-2' offset='0.5'/></joint></robot>");
-  const std::string motion = temporary.write(
-      "m.yaml", "joint_names: [a]\npoints:\n- {positions: [1], time_from_start: 1}\n");
-  const std::string trace = temporary.path("t.csv");
-  ASSERT_EQ(statusOf({"run", machine, motion, "--clock", "simulated", "--trace", trace, "--pool",
-                      temporary.pool()}),
-            0);
-  const std::string text = contentsOf(trace);
-  EXPECT_EQ(text.substr(0, text.find('\n')), "time_ms,motion_ms,a/command,a/measured,m/measured");
-  EXPECT_NEAR(rowsOf(text).back()[4], -1.5, 0.01);
+  const Rows trace =
+      traceOf(temporary, {machine, motionOf(temporary, "{positions: [1], time_from_start: 1}")});
+  EXPECT_EQ(trace.head, "time_ms,motion_ms,a/command,a/measured,m/measured");
+  EXPECT_NEAR(trace.rows.back()[4], -1.5, 0.01);
 }
 
 TEST(Tool, DrawsWhatItDid) {
@@ -328,45 +297,37 @@ TEST(Tool, DrawsWhatItDid) {
   EXPECT_EQ(contentsOf(path), picture);
 }
 
-TEST(Tool, ChecksWithoutMoving) {
+TEST(Tool, ExportsPreferencesAndReplacesNoInput) {
   const Temporary temporary;
-  const std::string fast =
-      temporary.write("m.yaml",
-                      "joint_names: [head_yaw]\npoints:\n- {positions: [0], time_from_start: 0}\n"
-                      "- {positions: [1], time_from_start: 0.1}\n");
-  EXPECT_EQ(statusOf({"check", humanoid, wave, greeting}), 0);
-  EXPECT_EQ(statusOf({"check", humanoid, fast}), 1);
-  EXPECT_EQ(statusOf({"check", humanoid, humanoid}), 2);
-}
-
-TEST(Tool, ExportsAThousandPreferencesInOrder) {
-  const Temporary temporary;
-  std::string machine = "actuators: [{name: a}]\ndevices: [{name: D}, {name: E}]\npreferences:\n";
-  for (int i = 0; i < 1000; ++i) {
-    machine += "- {owner: D, name: /D/" + std::to_string(i) +
-               ", type: 1, value: " + std::to_string(7 * i) + "}\n";
-  }
+  const std::string machine =
+      "actuators: [{name: a}]\ndevices: [{name: D}, {name: E}]\npreferences:\n"
+      "- {owner: D, name: /D/0, type: 1, value: 7}\n- {owner: D, name: /D/1, type: 1, value: 9}\n";
   const std::string path = temporary.write("m.yaml", machine), made = temporary.path("made");
   const std::string file = made + "/d.xml";
-  Tool tool({"export", path, "D", "d.xml", "--directory", made});
-  EXPECT_EQ(tool.wait(), 0);
-  EXPECT_EQ(tool.said(), "D: keys exported: 1000, to " + file + "\n");
-  const ZR::ZRValue tree = simulation::readPreferenceFile(file);
-  ASSERT_EQ(tree.getSize(), 1000);
-  for (int i = 0; i < 1000; ++i) {
-    EXPECT_EQ(tree[i][0].asString() + " " + tree[i][3].asString(),
-              "Key" + std::to_string(i + 1) + " D/" + std::to_string(i));
-    EXPECT_EQ(tree[i][2].asInt(), 7 * i);
+  const struct {
+    std::vector<std::string> arguments;
+    int status;
+    std::string said;
+  } cases[] = {
+      {{"D", "d.xml", "--directory", made}, 0, "D: keys exported: 2, to " + file + "\n"},
+      {{"E", "e.xml", "--directory", made}, 0, "E has no preferences in use: nothing was written"},
+      {{"d", "d.xml"}, 2, ""},
+      {{"D", "../d.xml"}, 2, ""},
+      {{"D", "x", "--directory", file}, 2, ""},
+      {{"D", "m.yaml", "--directory", temporary.path("none/..")}, 2, ""}};
+  for (const auto& [arguments, status, said] : cases) {
+    std::vector<std::string> command = {"export", path};
+    command.insert(command.end(), arguments.begin(), arguments.end());
+    Tool tool(command);
+    EXPECT_EQ(tool.wait(), status) << tool.said();
+    EXPECT_EQ(tool.said().rfind(said, 0), 0U) << tool.said();
   }
-  Tool nothing({"export", path, "E", "e.xml", "--directory", made});
-  EXPECT_EQ(nothing.wait(), 0);
-  EXPECT_EQ(nothing.said(), "E has no preferences in use: nothing was written\n");
+  const ZR::ZRValue tree = simulation::readPreferenceFile(file);
+  ASSERT_EQ(tree.getSize(), 2);
+  EXPECT_EQ(tree[1][0].asString() + " " + tree[1][3].asString(), "Key2 D/1");
+  EXPECT_EQ(tree[1][2].asInt(), 9);
   EXPECT_FALSE(temporary.holds("made/e.xml"));
-  EXPECT_EQ(statusOf({"export", path, "d", "d.xml"}), 2) << "case counts";
-  EXPECT_EQ(statusOf({"export", path, "D", "../d.xml"}), 2);
-  EXPECT_EQ(statusOf({"export", path, "D", "x", "--directory", file}), 2);
-  EXPECT_EQ(statusOf({"export", path, "D", "m.yaml", "--directory", temporary.path("none/..")}), 2);
-  EXPECT_EQ(contentsOf(path), machine) << "no output replaces an input";
+  EXPECT_EQ(contentsOf(path), machine);
 }
 
 TEST(Tool, ExportsTheLivePoolAtTheEndOfARun) {
