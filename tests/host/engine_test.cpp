@@ -174,13 +174,15 @@ class RandomRun {
       }
     }
     const std::uint32_t points = pick(5) == 0 ? 0 : pick(pick(4) == 0 ? 120 : 12);
+    const bool fewValues = pick(3) == 0;
     const std::uint32_t longestGap = pick(3) == 0 ? 3 : 70;
     std::uint32_t timeMs = pick(40);
     for (std::uint32_t i = 0; i < points; ++i, timeMs += pick(longestGap)) {
       motion->times.push_back(pick(2) == 0 ? timeMs : timeMs / 10 * 10);
       motion->times.back() = std::max(motion->times.back(), i > 0 ? motion->times[i - 1] : 0);
       for (std::size_t column = 0; column < motion->actuators.size(); ++column) {
-        motion->values.emplace_back(static_cast<float>(pick(1000)) / 250.0F - 2.0F);
+        motion->values.emplace_back(fewValues ? static_cast<float>(pick(3)) / 2.0F
+                                              : static_cast<float>(pick(1000)) / 250.0F - 2.0F);
       }
     }
     Batch batch;
