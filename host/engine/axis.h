@@ -53,8 +53,8 @@ struct Axis {
   Window window;
   /// The first cycle in the log that was not looked at yet.
   std::uint64_t nextCycle = 0;
-  /// When the library took the last item.
-  std::int64_t lastTakenMs = never;
+  /// The latest cycle of which it was seen that the library had anything to do for it.
+  std::int64_t lastActiveMs = never;
   /// The cycle that reached the last point.
   std::int64_t lastReachedMs = never;
   std::uint64_t externalWritesTold = 0;
@@ -65,7 +65,7 @@ struct Axis {
   std::optional<Point> target;
   PointCounts counts;
 
-  static constexpr std::int64_t never = std::numeric_limits<std::int64_t>::min();
+  static constexpr std::int64_t never = std::numeric_limits<std::int64_t>::min() / 2;
 
   [[nodiscard]] bool isIdle() const { return backlog.empty() && window.items().empty(); }
   [[nodiscard]] Path path(std::int64_t cycleMs, std::int64_t latestMs) const {

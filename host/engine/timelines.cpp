@@ -39,6 +39,9 @@ Timelines::Timelines(const CycleState& cycles, Listener& listener, std::int64_t 
 
 void Timelines::look(Axis& axis) {
   const Window::Items& items = axis.window.items();
+  if (!items.empty()) {
+    axis.lastActiveMs = cycles_.latestMs;
+  }
   const Held held = heldBy(axis);
   const bool isAsHandedOver = held.items == items.size() &&
                               (items.empty() || held.firstTime == stamp(items.front().timeMs));
@@ -111,7 +114,6 @@ void Timelines::noteTaken(Axis& axis, const Cycle& cycle, std::vector<Point>& re
   const WindowItem item = axis.window.items().front();
   axis.window.popFront();
   ++released_;
-  axis.lastTakenMs = std::max(axis.lastTakenMs, item.timeMs);
   if (!isPoint(item)) {
     return;
   }
@@ -299,7 +301,7 @@ bool Timelines::needsAnchor(const Axis& axis) const {
   return axis.actuator.interpolates && axis.window.items().empty() && !axis.backlog.empty() &&
          heldBy(axis).items == 0 && axis.backlog.front().timeMs > cycles_.latestMs &&
          axis.command->loadFloat() == axis.timeline->currentValue &&
-         (axis.lastTakenMs == Axis::never || cycles_.latestMs - axis.lastTakenMs > furthestAheadMs);
+         cycles_.latestMs - axis.lastActiveMs > furthestAheadMs;
 }
 
 /// The timeline holds so many items of the window; the others follow. False when others
