@@ -41,6 +41,13 @@ struct WindowedAxis {
   }
 };
 
+void expectEnough(const WindowedAxis& axis, std::int64_t followingMs) {
+  const std::int64_t nextMs = axis.path.nextMs();
+  ASSERT_GE(axis.window.items().size(), host::windowItems);
+  ASSERT_GT(axis.timeFromEnd(host::windowItems), nextMs) << "too few";
+  ASSERT_TRUE(axis.path.interpolates || followingMs > nextMs + host::windowMs);
+}
+
 void expectFilled(const WindowedAxis& axis) {
   const std::size_t size = axis.window.items().size();
   ASSERT_LE(size, 511U);
@@ -55,9 +62,7 @@ void expectFilled(const WindowedAxis& axis) {
   ASSERT_LT(axis.timeFromEnd(1), followingMs) << "it ends between equal times";
   // A group of equal times may have found no room.
   if (size <= 511 - 30) {
-    ASSERT_GE(size, host::windowItems);
-    ASSERT_GT(axis.timeFromEnd(host::windowItems), nextMs) << "too few";
-    ASSERT_TRUE(axis.path.interpolates || followingMs > nextMs + host::windowMs);
+    expectEnough(axis, followingMs);
   }
 }
 

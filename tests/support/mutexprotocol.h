@@ -1,19 +1,5 @@
 #pragma once
 
-#include <dlfcn.h>
-#include <pthread.h>
-
-/// What the latest mutex of the program was made with.
-inline int latestProtocol = PTHREAD_PRIO_NONE;
-
-/// In the place of the system's, for the one file of a program that includes this.
-extern "C" __attribute__((visibility("default"))) int pthread_mutex_init(
-    pthread_mutex_t* mutex, const pthread_mutexattr_t* attributes) noexcept {
-  static const auto next =
-      reinterpret_cast<decltype(&pthread_mutex_init)>(dlsym(RTLD_NEXT, "pthread_mutex_init"));
-  latestProtocol = PTHREAD_PRIO_NONE;
-  if (attributes != nullptr) {
-    pthread_mutexattr_getprotocol(attributes, &latestProtocol);
-  }
-  return next(mutex, attributes);
-}
+/// What the latest mutex of the program was made with. The program has mutexprotocol.cpp
+/// among its sources, which takes the place of the system's own.
+extern int latestProtocol;
