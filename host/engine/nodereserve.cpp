@@ -8,16 +8,6 @@
 namespace host {
 namespace {
 
-/// The pool takes blocks from the heap, the first of 32 nodes, each twice as long as the
-/// one before. Whole ones are taken, so that no node of them stays free.
-std::size_t inWholeBlocks(std::size_t nodes) {
-  std::size_t total = 0;
-  for (std::size_t block = 32; total < nodes; block *= 2) {
-    total += block;
-  }
-  return total;
-}
-
 using Nodes = std::vector<CommandList::iterator>;
 
 Nodes fromHighToLow(CommandList& list) {
@@ -32,6 +22,14 @@ Nodes fromHighToLow(CommandList& list) {
 }
 
 }  // namespace
+
+std::size_t inWholeBlocks(std::size_t nodes) {
+  std::size_t total = 0;
+  for (std::size_t block = 32; total < nodes; block *= 2) {
+    total += block;
+  }
+  return total;
+}
 
 NodeReserve::~NodeReserve() {
   for (Range& range : ranges_) {

@@ -7,6 +7,10 @@
 
 namespace host {
 
+/// How many nodes the pool holds when so many were taken from it: it takes blocks from the
+/// heap, the first of 32 nodes, each twice as long as the one before.
+std::size_t inWholeBlocks(std::size_t nodes);
+
 /// All spare nodes of the command lists, kept in lists of its own.
 ///
 /// Giving a node back to the node pool costs a walk over the free nodes at lower addresses.

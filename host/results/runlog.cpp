@@ -12,9 +12,6 @@ void addDots(std::vector<RunLog::Dot>& dots, const Event& event, const Point* po
 }  // namespace
 
 void RunLog::tell(const Event& event, const Point* points) {
-  if (event.kind == EventKind::handedLate) {
-    ++lateHandOvers_;
-  }
   if (event.actuator < 0) {
     return;
   }

@@ -33,12 +33,9 @@ class RunLog : public Listener {
   void tell(const Event& event, const Point* points) override;
 
   [[nodiscard]] const AxisLog& of(int actuator) const;
-  /// Batches for which machine time stood, or that came after their moment.
-  [[nodiscard]] std::uint64_t lateHandOvers() const { return lateHandOvers_; }
 
  private:
   std::map<int, AxisLog> axes_;
-  std::uint64_t lateHandOvers_ = 0;
 };
 
 }  // namespace host
