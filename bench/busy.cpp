@@ -31,7 +31,7 @@ constexpr std::chrono::milliseconds tick(1);
 
 /// As a host places its threads: the cycle above, each on a processor of its own. What
 /// the machine refuses is left as it is.
-void takePlace(int priority, unsigned int processor) {
+void applyScheduling(int priority, unsigned int processor) {
   cpu_set_t only;
   CPU_ZERO(&only);
   CPU_SET(processor % std::max(1U, std::thread::hardware_concurrency()), &only);
@@ -71,7 +71,7 @@ class CommandThread {
 
  private:
   void drive(double longestGapSeconds) {
-    takePlace(79, 0);
+    applyScheduling(79, 0);
     std::mt19937 random(1);
     std::uniform_real_distribution<double> gapSeconds(0.0, longestGapSeconds);
     Clock::time_point moment = Clock::now();
@@ -100,7 +100,7 @@ struct Cycles {
 };
 
 void runCycles(Rig& rig, CommandThread& commandThread, Cycles& measured) {
-  takePlace(80, 1);
+  applyScheduling(80, 1);
   const Clock::time_point origin = Clock::now();
   for (unsigned int time = 1; time <= cycles; ++time) {
     std::this_thread::sleep_until(origin + time * tick);

@@ -12,10 +12,10 @@ namespace bench {
 
 namespace {
 
-host::MachineFile describe(std::size_t axes) {
+host::MachineModel describe(std::size_t axes) {
   // The engine lays out its nodes in a pool as a new process has it.
   emptyNodePool();
-  host::MachineFile machine;
+  host::MachineModel machine;
   for (std::size_t i = 0; i < axes; ++i) {
     simulation::Actuator actuator;
     actuator.name = "Joint" + std::to_string(i);
@@ -44,15 +44,15 @@ std::vector<int> firstAxes(std::size_t count) {
 
 MotionPointer motionOf(const std::vector<int>& axes, std::size_t points, std::uint32_t stepMs,
                        TimedCommand::commandType mode) {
-  auto motion = std::make_shared<host::Motion>();
+  auto motion = std::make_shared<host::CommandBatch>();
   motion->mode = mode;
   motion->actuators = axes;
   motion->times.reserve(points);
-  motion->places.reserve(points);
+  motion->locations.reserve(points);
   motion->values.reserve(points * axes.size());
   for (std::size_t point = 1; point <= points; ++point) {
     motion->times.push_back(stepMs * static_cast<std::uint32_t>(point));
-    motion->places.emplace_back();
+    motion->locations.emplace_back();
     for (std::size_t i = 0; i < axes.size(); ++i) {
       motion->values.emplace_back(std::sin(0.1F * static_cast<float>(point + i)));
     }

@@ -10,7 +10,7 @@
 
 namespace bench {
 
-using MotionPointer = std::shared_ptr<const host::Motion>;
+using MotionPointer = std::shared_ptr<const host::CommandBatch>;
 
 /// Every number from 0 on.
 std::vector<int> firstAxes(std::size_t count);
@@ -35,7 +35,7 @@ class EngineRig {
   void cycle();
 
  private:
-  host::MachineFile machine_;
+  host::MachineModel machine_;
   std::int64_t clockCycle_ = -1;
 
  public:

@@ -3,7 +3,7 @@
 
 #include <csignal>
 
-#include "host/commandline.h"
+#include "host/cli/commandline.h"
 
 namespace {
 

@@ -108,8 +108,6 @@ struct ActuatorCounters {
   std::uint32_t movedFromOutside = 0;
 };
 
-class Pool;
-
 /// The machine of this process: from construction to destruction, the hal's
 /// operations answer from its pool. There is one at a time.
 ///
@@ -153,7 +151,8 @@ class PLATFORM_API Machine {
   [[nodiscard]] ActuatorCounters counters(int actuator) const;
 
  private:
-  std::unique_ptr<Pool> pool_;
+  struct Parts;
+  std::unique_ptr<Parts> parts_;
 };
 
 }  // namespace simulation

@@ -5,7 +5,7 @@
 
 namespace host {
 
-Engine::Engine(const MachineFile& machine, const EngineOptions& options, Torvex* host)
+Engine::Engine(const MachineModel& machine, const EngineOptions& options, Torvex* host)
     : options_(options),
       machine_(options.poolName, machine.description),
       framework_(options.preferenceDirectory),
@@ -18,7 +18,7 @@ Engine::Engine(const MachineFile& machine, const EngineOptions& options, Torvex*
   addAxes(machine);
 }
 
-void Engine::addAxes(const MachineFile& machine) {
+void Engine::addAxes(const MachineModel& machine) {
   std::map<std::string, const hal::DeviceAttrGeneric*> sensors;
   int number = 0;
   for (const simulation::Sensor& sensor : machine.description.sensors) {

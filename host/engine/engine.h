@@ -15,7 +15,7 @@
 #include "host/engine/registration.h"
 #include "host/engine/streamer.h"
 #include "host/engine/teller.h"
-#include "host/input/machinefile.h"
+#include "host/input/machinemodel.h"
 #include "simulation/framework.h"
 #include "simulation/machine.h"
 #include "timedcommandmanager/timedcommandmanager.h"
@@ -41,14 +41,14 @@ class Engine {
  public:
   /// Starts the machine and the library, for a host that the registry is to name. The
   /// machine must outlive the engine. Throws `simulation::Error`; then nothing is left.
-  Engine(const MachineFile& machine, const EngineOptions& options, Torvex* host = nullptr);
+  Engine(const MachineModel& machine, const EngineOptions& options, Torvex* host = nullptr);
 
   /// Who is told what becomes of points, by the thread that calls `pass`. Before `start`.
   void addListener(Listener& listener) { teller_.addListener(listener); }
 
   /// Hands a batch in, from any thread. Its number, by which events tell of it; none when
   /// too much waits already. Its values fit its actuators, and its times never fall.
-  std::optional<std::uint32_t> submit(Batch batch) {
+  std::optional<std::uint32_t> submit(ScheduledBatch batch) {
     return streamer_.inbox().put(std::move(batch));
   }
 
@@ -90,7 +90,7 @@ class Engine {
     Axis* axis;
   };
 
-  void addAxes(const MachineFile& machine);
+  void addAxes(const MachineModel& machine);
   void noteExternalWrites(std::int64_t timeMs) noexcept;
   [[nodiscard]] std::uint32_t stamp(std::int64_t timeMs) const noexcept {
     return options_.startTick + static_cast<std::uint32_t>(timeMs);

@@ -4,9 +4,9 @@
 
 namespace host {
 
-std::optional<std::uint32_t> Inbox::put(Batch batch) {
+std::optional<std::uint32_t> Inbox::put(ScheduledBatch batch) {
   const std::lock_guard lock(mutex_);
-  const std::size_t points = points_ + batch.motion->values.size();
+  const std::size_t points = points_ + batch.commands->values.size();
   if (points > mostPoints || batches_.size() >= mostBatches) {
     return std::nullopt;
   }
@@ -15,7 +15,7 @@ std::optional<std::uint32_t> Inbox::put(Batch batch) {
   return count_++;
 }
 
-std::vector<Batch> Inbox::takeAll() {
+std::vector<ScheduledBatch> Inbox::takeAll() {
   const std::lock_guard lock(mutex_);
   points_ = 0;
   return std::exchange(batches_, {});

@@ -6,7 +6,7 @@
 #include <optional>
 #include <vector>
 
-#include "host/motion/batch.h"
+#include "host/motion/scheduledbatch.h"
 
 namespace host {
 
@@ -19,13 +19,13 @@ class Inbox {
 
   /// The number that the batch bears from now on; none when there is no room. Numbers rise
   /// from 0 in the order of arrival.
-  [[nodiscard]] std::optional<std::uint32_t> put(Batch batch);
+  [[nodiscard]] std::optional<std::uint32_t> put(ScheduledBatch batch);
   /// All that has come, in the order of arrival: the numbers follow on those before.
-  std::vector<Batch> takeAll();
+  std::vector<ScheduledBatch> takeAll();
 
  private:
   std::mutex mutex_;
-  std::vector<Batch> batches_;
+  std::vector<ScheduledBatch> batches_;
   std::size_t points_ = 0;
   std::uint32_t count_ = 0;
 };

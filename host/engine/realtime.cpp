@@ -33,15 +33,15 @@ int pinTo(int processor) noexcept {
   return pthread_setaffinity_np(pthread_self(), sizeof wanted, &wanted);
 }
 
-Refusal seize(const ThreadPlace& place) noexcept {
+Refusal seize(const ThreadScheduling& scheduling) noexcept {
   Refusal refusal;
-  if (place.processor) {
-    const bool countable = *place.processor >= 0 && *place.processor < CPU_SETSIZE;
-    refusal.processor = countable ? pinTo(*place.processor) : EINVAL;
+  if (scheduling.processor) {
+    const bool countable = *scheduling.processor >= 0 && *scheduling.processor < CPU_SETSIZE;
+    refusal.processor = countable ? pinTo(*scheduling.processor) : EINVAL;
   }
-  if (place.priority > 0) {
+  if (scheduling.priority > 0) {
     sched_param parameters{};
-    parameters.sched_priority = place.priority;
+    parameters.sched_priority = scheduling.priority;
     refusal.priority = pthread_setschedparam(pthread_self(), SCHED_FIFO, &parameters);
   }
   return refusal;
@@ -68,22 +68,22 @@ const char* const memoryAdvice =
     "allow it with 'USER - memlock unlimited' in /etc/security/limits.d, or the capability "
     "CAP_IPC_LOCK";
 
-Refusal takePlace(const ThreadPlace& place, const char* name) noexcept {
+Refusal applyScheduling(const ThreadScheduling& scheduling, const char* name) noexcept {
   touchStack();
   pthread_setname_np(pthread_self(), name);
   // Otherwise a thread without a real-time priority is woken up to 50 us late, on purpose.
   prctl(PR_SET_TIMERSLACK, 1UL, 0UL, 0UL, 0UL);
-  return seize(place);
+  return seize(scheduling);
 }
 
-Refusal tryPlace(const ThreadPlace& place) noexcept {
+Refusal tryScheduling(const ThreadScheduling& scheduling) noexcept {
   int policy = SCHED_OTHER;
   sched_param parameters{};
   cpu_set_t processors;
   CPU_ZERO(&processors);
   pthread_getschedparam(pthread_self(), &policy, &parameters);
   pthread_getaffinity_np(pthread_self(), sizeof processors, &processors);
-  const Refusal refusal = seize(place);
+  const Refusal refusal = seize(scheduling);
   pthread_setaffinity_np(pthread_self(), sizeof processors, &processors);
   pthread_setschedparam(pthread_self(), policy, &parameters);
   return refusal;
@@ -103,14 +103,14 @@ int lockMemory() noexcept {
   return mlockall(MCL_CURRENT | alsoLater) == 0 ? 0 : errno;
 }
 
-std::vector<std::string> prepareRealtime(const ThreadPlace& cyclePlace) {
+std::vector<std::string> prepareRealtime(const ThreadScheduling& cycleScheduling) {
   std::vector<std::string> refused;
   if (const int failure = lockMemory(); failure != 0) {
     refused.push_back(
         fmt::format("the memory is not locked ({}), so a cycle may wait for a page; {}",
                     std::strerror(failure), memoryAdvice));
   }
-  const Refusal refusal = tryPlace(cyclePlace);
+  const Refusal refusal = tryScheduling(cycleScheduling);
   if (refusal.priority != 0) {
     refused.push_back(
         fmt::format("the cycle has no real-time priority ({}), so anything may delay it; {}",
@@ -118,14 +118,14 @@ std::vector<std::string> prepareRealtime(const ThreadPlace& cyclePlace) {
   }
   if (refusal.processor != 0) {
     refused.push_back(fmt::format("the cycle is not kept on processor {} ({})",
-                                  *cyclePlace.processor, std::strerror(refusal.processor)));
+                                  *cycleScheduling.processor, std::strerror(refusal.processor)));
   }
   return refused;
 }
 
-ThreadPlace placeBelow(const ThreadPlace& cyclePlace) noexcept {
-  const bool granted = tryPlace(cyclePlace).priority == 0;
-  return {granted ? cyclePlace.priority - 1 : 0, std::nullopt};
+ThreadScheduling schedulingBelow(const ThreadScheduling& cycleScheduling) noexcept {
+  const bool granted = tryScheduling(cycleScheduling).priority == 0;
+  return {granted ? cycleScheduling.priority - 1 : 0, std::nullopt};
 }
 
 }  // namespace host

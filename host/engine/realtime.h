@@ -8,7 +8,7 @@
 namespace host {
 
 /// How a thread runs in real time.
-struct ThreadPlace {
+struct ThreadScheduling {
   /// Of SCHED_FIFO, from 1 to 99, the highest; 0 for an ordinary thread.
   int priority = 80;
   /// The only processor it runs on; any when not given.
@@ -27,12 +27,12 @@ extern const char* const memoryAdvice;
 
 /// Puts the calling thread in its place, as far as the machine grants it, and touches
 /// the stack that it will need. Its name is the one that `top -H` shows.
-Refusal takePlace(const ThreadPlace& place, const char* name) noexcept;
+Refusal applyScheduling(const ThreadScheduling& scheduling, const char* name) noexcept;
 
 /// What the machine would refuse. It is tried with the calling thread, which is put
 /// back to where it was: an isolated processor is not among those where threads run by
 /// default.
-Refusal tryPlace(const ThreadPlace& place) noexcept;
+Refusal tryScheduling(const ThreadScheduling& scheduling) noexcept;
 
 /// How many bytes this process may lock; none when there is no limit. It is tried: a
 /// capability may count for nothing outside of a container.
@@ -45,10 +45,10 @@ int lockMemory() noexcept;
 
 /// Locks the memory and tries the place. Says what the machine refuses, each with
 /// what to do about it.
-std::vector<std::string> prepareRealtime(const ThreadPlace& cyclePlace);
+std::vector<std::string> prepareRealtime(const ThreadScheduling& cycleScheduling);
 
 /// The place of a thread that hands batches over: below the cycle, on any processor. An
 /// ordinary one, too, where the cycle is refused its priority.
-ThreadPlace placeBelow(const ThreadPlace& cyclePlace) noexcept;
+ThreadScheduling schedulingBelow(const ThreadScheduling& cycleScheduling) noexcept;
 
 }  // namespace host

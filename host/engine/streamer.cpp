@@ -60,7 +60,7 @@ void Streamer::pass() {
 }
 
 void Streamer::drainInbox() {
-  for (Batch& batch : inbox_.takeAll()) {
+  for (ScheduledBatch& batch : inbox_.takeAll()) {
     arrive({std::move(batch), nextNumber_++});
   }
 }
@@ -141,16 +141,16 @@ void Streamer::prepare(const Column& column, const Waiting& waiting, Taken& take
   constexpr std::size_t fewPoints = 64;
   if (column.points.size() > fewPoints) {
     taken.merge.emplace(column.axis.backlog, column.axis.window.points(), column.points,
-                        waiting.batch.motion->mode);
+                        waiting.batch.commands->mode);
   }
 }
 
 Streamer::Columns Streamer::columnsOf(const Waiting& waiting) {
   Columns columns;
-  const std::size_t count = waiting.batch.motion->actuators.size();
+  const std::size_t count = waiting.batch.commands->actuators.size();
   columns.reserve(count);
   for (std::size_t number = 0; number < count; ++number) {
-    Axis& axis = axes_[static_cast<std::size_t>(waiting.batch.motion->actuators[number])];
+    Axis& axis = axes_[static_cast<std::size_t>(waiting.batch.commands->actuators[number])];
     columns.push_back({axis, number, intakeOf(waiting, axis, number).points()});
   }
   return columns;
@@ -217,7 +217,7 @@ void Streamer::takeOn(const Column& column, const Waiting& waiting, Taken& taken
   const bool hadFirst = !axis.backlog.empty();
   const Point first = hadFirst ? axis.backlog.front() : Point();
   taken.removed = taken.merge ? taken.merge->applyTo(axis.backlog)
-                              : axis.backlog.take(column.points, waiting.batch.motion->mode);
+                              : axis.backlog.take(column.points, waiting.batch.commands->mode);
   const bool hasFirst = !axis.backlog.empty();
   const bool goesOn = hadFirst && hasFirst && axis.backlog.front().isSamePointAs(first);
   if (!goesOn) {

@@ -52,7 +52,7 @@ class Streamer {
  private:
   /// A batch that waits for its moment.
   struct Waiting {
-    Batch batch;
+    ScheduledBatch batch;
     std::uint32_t number = 0;
   };
   /// When it is to be handed over, and of those with one moment which first.

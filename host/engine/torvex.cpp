@@ -20,17 +20,16 @@ constexpr std::int64_t startUpMs = 50;
 
 std::int64_t lastTime(const host::Plan& plan) {
   std::int64_t lastMs = 0;
-  for (const host::Batch& batch : plan.batches) {
-    const std::vector<std::uint32_t>& times = batch.motion->times;
+  for (const host::ScheduledBatch& batch : plan.batches) {
+    const std::vector<std::uint32_t>& times = batch.commands->times;
     lastMs = std::max(
         {lastMs, batch.momentMs.value_or(0), batch.originMs + (times.empty() ? 0 : times.back())});
   }
   return lastMs;
 }
 
-host::EngineOptions engineOptions(const host::RunOptions& options) {
-  return {options.poolName, options.preferenceDirectory, options.timing.cycleMs, options.startTick,
-          options.late};
+host::EngineOptions engineOptions(const host::SessionOptions& options, std::uint32_t cycleMs) {
+  return {options.poolName, options.preferenceDirectory, cycleMs, options.startTick, options.late};
 }
 
 std::string sensorColumn(const std::string& sensor) {
@@ -40,11 +39,11 @@ std::string sensorColumn(const std::string& sensor) {
   return (named ? sensor.substr(0, sensor.size() - suffix.size()) : sensor) + "/measured";
 }
 
-host::TracedValues tracedValues(host::Engine& engine, const host::MachineFile& machine,
+host::TracedValues tracedValues(host::Engine& engine, const host::MachineModel& machine,
                                 const host::Plan& plan) {
   std::set<int> commanded;
-  for (const host::Batch& batch : plan.batches) {
-    commanded.insert(batch.motion->actuators.begin(), batch.motion->actuators.end());
+  for (const host::ScheduledBatch& batch : plan.batches) {
+    commanded.insert(batch.commands->actuators.begin(), batch.commands->actuators.end());
   }
   host::TracedValues traced;
   std::vector<host::TracedColumn>& columns = traced.columns;
@@ -71,18 +70,18 @@ host::TracedValues tracedValues(host::Engine& engine, const host::MachineFile& m
 
 }  // namespace
 
-Torvex::Torvex(const host::MachineFile& machine, const host::Plan& plan,
-               const host::RunOptions& options)
+Torvex::Torvex(const host::MachineModel& machine, const host::Plan& plan,
+               const host::SessionOptions& options)
     : plan_(plan),
       options_(options),
-      engine_(machine, engineOptions(options), this),
+      engine_(machine, engineOptions(options, plan.schedule.cycleMs), this),
       traced_(tracedValues(engine_, machine, plan)),
       lastItemMs_(lastTime(plan)),
       history_(traced_.columns.size(),
-               (lastItemMs_ + longestSettlingMs) / options.timing.cycleMs + 1),
+               (lastItemMs_ + longestSettlingMs) / plan.schedule.cycleMs + 1),
       latestCycleMs_(engine_.timeMs()),
       row_(host::rowTimes + traced_.columns.size()) {
-  for (const host::Batch& batch : plan.batches) {
+  for (const host::ScheduledBatch& batch : plan.batches) {
     if (!engine_.submit(batch)) {
       throw std::runtime_error("the motions hold more batches or points than can wait");
     }
@@ -121,10 +120,10 @@ void Torvex::runSimulated(const Progress& progress) {
 
 void Torvex::runRealtime(const Progress& progress) {
   const std::int64_t originNs = host::wallNs() + startUpMs * host::nsPerMs;
-  const auto guarded = [this, originNs](const host::ThreadPlace& place, const char* name,
+  const auto guarded = [this, originNs](const host::ThreadScheduling& scheduling, const char* name,
                                         void (Torvex::*drive)(std::int64_t)) {
     try {
-      host::takePlace(place, name);
+      host::applyScheduling(scheduling, name);
       (this->*drive)(originNs);
     } catch (...) {
       ended_ = true;
@@ -136,10 +135,11 @@ void Torvex::runRealtime(const Progress& progress) {
   // Whatever goes wrong here, the threads end before their futures wait for them.
   const std::unique_ptr<std::atomic<bool>, void (*)(std::atomic<bool>*)> endAtExit(
       &ended_, [](std::atomic<bool>* ended) { *ended = true; });
-  const host::ThreadPlace& cyclePlace = options_.cyclePlace;
-  commandThread = std::async(std::launch::async, guarded, host::placeBelow(cyclePlace), "commands",
-                             &Torvex::driveCommands);
-  cycleThread = std::async(std::launch::async, guarded, cyclePlace, "cycle", &Torvex::driveCycles);
+  const host::ThreadScheduling& cycleScheduling = options_.cycleScheduling;
+  commandThread = std::async(std::launch::async, guarded, host::schedulingBelow(cycleScheduling),
+                             "commands", &Torvex::driveCommands);
+  cycleThread =
+      std::async(std::launch::async, guarded, cycleScheduling, "cycle", &Torvex::driveCycles);
   constexpr std::int64_t progressNs = 50 * host::nsPerMs;
   while (cycleThread.wait_for(std::chrono::nanoseconds(progressNs)) != std::future_status::ready) {
     progress(latestCycleMs_);
@@ -151,7 +151,7 @@ void Torvex::runRealtime(const Progress& progress) {
 }
 
 void Torvex::driveCycles(std::int64_t originNs) {
-  const std::int64_t cycleNs = options_.timing.cycleMs * host::nsPerMs;
+  const std::int64_t cycleNs = plan_.schedule.cycleMs * host::nsPerMs;
   const auto gridPoint = [&] { return (host::wallNs() - originNs) / cycleNs; };
   for (std::int64_t point = 0;;) {
     const std::int64_t plannedNs = originNs + point * cycleNs;
@@ -178,7 +178,7 @@ void Torvex::waitForCommands(std::int64_t untilNs) {
 
 /// In the middle between two cycles.
 void Torvex::driveCommands(std::int64_t originNs) {
-  const std::int64_t cycleNs = options_.timing.cycleMs * host::nsPerMs;
+  const std::int64_t cycleNs = plan_.schedule.cycleMs * host::nsPerMs;
   while (!ended_) {
     const std::int64_t nextMiddle = (host::wallNs() - originNs + cycleNs / 2) / cycleNs;
     host::sleepUntil(originNs + nextMiddle * cycleNs + cycleNs / 2);

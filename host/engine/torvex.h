@@ -11,9 +11,9 @@
 #include "host/engine/engine.h"
 #include "host/engine/histogram.h"
 #include "host/engine/samplehistory.h"
+#include "host/engine/sessionoptions.h"
 #include "host/engine/trace.h"
 #include "host/motion/plan.h"
-#include "host/runoptions.h"
 
 namespace host {
 
@@ -59,7 +59,8 @@ class Torvex {
 
   /// Starts everything up, ready for the first cycle. The arguments must outlive
   /// the object. Throws `simulation::Error`.
-  Torvex(const host::MachineFile& machine, const host::Plan& plan, const host::RunOptions& options);
+  Torvex(const host::MachineModel& machine, const host::Plan& plan,
+         const host::SessionOptions& options);
 
   Torvex(const Torvex&) = delete;
   Torvex& operator=(const Torvex&) = delete;
@@ -75,7 +76,7 @@ class Torvex {
   /// have settled, or a signal asks to stop. Lets through what a cycle throws.
   void run(const Progress& progress);
 
-  [[nodiscard]] const host::RunOptions& options() const { return options_; }
+  [[nodiscard]] const host::SessionOptions& options() const { return options_; }
   [[nodiscard]] host::Engine& engine() { return engine_; }
   [[nodiscard]] const host::Engine& engine() const { return engine_; }
   [[nodiscard]] const std::vector<host::ShownAxis>& shownAxes() const { return traced_.axes; }
@@ -99,7 +100,7 @@ class Torvex {
   [[nodiscard]] bool hasSettled() const;
 
   const host::Plan& plan_;
-  const host::RunOptions& options_;
+  const host::SessionOptions& options_;
   host::Trace* trace_ = nullptr;
 
   host::Engine engine_;

@@ -8,7 +8,7 @@
 #include <thread>
 #include <vector>
 
-#include "host/outputfile.h"
+#include "host/base/outputfile.h"
 
 namespace host {
 
@@ -17,7 +17,7 @@ namespace host {
 /// queue to a thread of the trace's own.
 class Trace {
  public:
-  /// Throws `InputError` when the file cannot be written.
+  /// Throws `UserError` when the file cannot be written.
   Trace(const std::string& path, const std::vector<std::string>& columns);
   /// Without `finish`, nothing of the trace remains.
   ~Trace();

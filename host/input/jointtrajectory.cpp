@@ -10,7 +10,7 @@ namespace {
 
 using Fields = YamlFile::Fields;
 
-void noteStamp(const YamlFile& yaml, const Fields& fields, Motion& motion) {
+void noteStamp(const YamlFile& yaml, const Fields& fields, CommandBatch& batch) {
   const auto header = fields.find("header");
   if (header == fields.end() || header->second.IsNull()) {
     return;
@@ -18,17 +18,17 @@ void noteStamp(const YamlFile& yaml, const Fields& fields, Motion& motion) {
   const Fields parts = yaml.fields(header->second, "header", {"seq", "stamp", "frame_id"});
   const auto stamp = parts.find("stamp");
   if (stamp != parts.end() && yaml.seconds(stamp->second, "header.stamp") != 0) {
-    motion.notes.push_back(fmt::format(
-        "{}: the header's stamp is ignored; the motion starts with the run", motion.path));
+    batch.notes.push_back(fmt::format(
+        "{}: the header's stamp is ignored; the motion starts with the run", batch.path));
   }
 }
 
-void readJointNames(const PointReader& reader, const YAML::Node& names, Motion& motion) {
+void readJointNames(const PointReader& reader, const YAML::Node& names, CommandBatch& batch) {
   const YamlFile& yaml = reader.yaml();
   if (!names.IsSequence() || names.size() == 0) {
     yaml.fail(names, "joint_names: a list of at least one joint is needed");
   }
-  const MachineFile& machine = reader.machine();
+  const MachineModel& machine = reader.machine();
   std::set<std::string> seen;
   for (const YAML::Node& node : names) {
     const std::string name = node.IsScalar() ? node.Scalar() : "";
@@ -43,39 +43,39 @@ void readJointNames(const PointReader& reader, const YAML::Node& names, Motion& 
     if (!seen.insert(name).second) {
       yaml.fail(node, fmt::format("joint '{}' is named twice", name));
     }
-    motion.actuators.push_back(actuator);
+    batch.actuators.push_back(actuator);
   }
 }
 
 void readPoint(const PointReader& reader, const YAML::Node& point, const Fields& fields,
-               Motion& motion) {
+               CommandBatch& batch) {
   const YamlFile& yaml = reader.yaml();
-  reader.addTime(yaml.required(fields, point, "time_from_start"), "time_from_start", motion);
-  motion.places.push_back(YamlFile::placeOf(point));
+  reader.addTime(yaml.required(fields, point, "time_from_start"), "time_from_start", batch);
+  batch.locations.push_back(YamlFile::locationOf(point));
   const YAML::Node& positions = yaml.required(fields, point, "positions");
-  if (!positions.IsSequence() || positions.size() != motion.actuators.size()) {
+  if (!positions.IsSequence() || positions.size() != batch.actuators.size()) {
     yaml.fail(positions,
-              fmt::format("{} positions for {} joints", positions.size(), motion.actuators.size()));
+              fmt::format("{} positions for {} joints", positions.size(), batch.actuators.size()));
   }
   std::size_t column = 0;
   for (const YAML::Node& position : positions) {
-    motion.values.push_back(reader.value(position, motion.actuators[column++], "a position"));
+    batch.values.push_back(reader.value(position, batch.actuators[column++], "a position"));
   }
 }
 
-void readPoints(const PointReader& reader, const YAML::Node& points, Motion& motion) {
+void readPoints(const PointReader& reader, const YAML::Node& points, CommandBatch& batch) {
   static const std::set<std::string> known = {"positions", "velocities", "accelerations",
                                               "effort",    "efforts",    "time_from_start"};
   if (!points.IsSequence() || points.size() == 0) {
     reader.yaml().fail(points, "points: a list of at least one point is needed");
   }
   // A short file may name one row of positions many times.
-  if (points.size() > mostCommands / motion.actuators.size()) {
+  if (points.size() > mostCommands / batch.actuators.size()) {
     reader.yaml().fail(points, fmt::format("{} points for {} joints are more than {} commands",
-                                           points.size(), motion.actuators.size(), mostCommands));
+                                           points.size(), batch.actuators.size(), mostCommands));
   }
-  motion.times.reserve(points.size());
-  motion.places.reserve(points.size());
+  batch.times.reserve(points.size());
+  batch.locations.reserve(points.size());
   std::set<std::string> readOver;
   for (const YAML::Node& point : points) {
     const Fields fields = reader.yaml().fields(point, "a point", known);
@@ -84,22 +84,22 @@ void readPoints(const PointReader& reader, const YAML::Node& points, Motion& mot
         readOver.insert(key);
       }
     }
-    readPoint(reader, point, fields, motion);
+    readPoint(reader, point, fields, batch);
   }
   for (const std::string& key : readOver) {
-    motion.notes.push_back(
-        fmt::format("{}: {} are ignored; positions and times are used", motion.path, key));
+    batch.notes.push_back(
+        fmt::format("{}: {} are ignored; positions and times are used", batch.path, key));
   }
 }
 
 }  // namespace
 
-void readJointTrajectory(const PointReader& reader, const YAML::Node& node, Motion& motion) {
+void readJointTrajectory(const PointReader& reader, const YAML::Node& node, CommandBatch& batch) {
   const YamlFile& yaml = reader.yaml();
   const Fields fields = yaml.fields(node, "the trajectory", {"header", "joint_names", "points"});
-  noteStamp(yaml, fields, motion);
-  readJointNames(reader, yaml.required(fields, node, "joint_names"), motion);
-  readPoints(reader, yaml.required(fields, node, "points"), motion);
+  noteStamp(yaml, fields, batch);
+  readJointNames(reader, yaml.required(fields, node, "joint_names"), batch);
+  readPoints(reader, yaml.required(fields, node, "points"), batch);
 }
 
 }  // namespace host

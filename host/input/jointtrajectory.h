@@ -5,7 +5,7 @@
 namespace host {
 
 /// Reads the trajectory_msgs/JointTrajectory at `node` into `motion`: joints,
-/// points, and notes on what is ignored. Throws `InputError`.
-void readJointTrajectory(const PointReader& reader, const YAML::Node& node, Motion& motion);
+/// points, and notes on what is ignored. Throws `UserError`.
+void readJointTrajectory(const PointReader& reader, const YAML::Node& node, CommandBatch& batch);
 
 }  // namespace host

@@ -8,7 +8,7 @@
 #include <utility>
 #include <variant>
 
-#include "host/attributekey.h"
+#include "host/base/textfile.h"
 #include "host/input/typedvalue.h"
 #include "host/input/urdf.h"
 #include "host/input/yaml.h"
@@ -22,7 +22,7 @@ class MachineFileReader {
  public:
   explicit MachineFileReader(const YamlFile& yaml) : yaml_(yaml) {}
 
-  MachineFile read() {
+  MachineModel read() {
     const YAML::Node& root = yaml_.root();
     const auto fields = yaml_.fields(root, "the machine",
                                      {"name", "urdf", "time_constant", "joints", "devices",
@@ -69,7 +69,7 @@ class MachineFileReader {
     std::string text;
     try {
       text = readFile(path, maxUrdfBytes);
-    } catch (const InputError& error) {
+    } catch (const UserError& error) {
       yaml_.fail(urdf->second, fmt::format("the URDF cannot be taken: {}", error.what()));
     }
     machine_ = readUrdf(path, text);
@@ -333,7 +333,7 @@ class MachineFileReader {
   }
 
   const YamlFile& yaml_;
-  MachineFile machine_;
+  MachineModel machine_;
   double timeConstant_ = simulation::Sensor().timeConstant;
   std::set<std::string> joints_;
   std::set<std::string> devices_;
@@ -354,26 +354,14 @@ bool looksLikeXml(const std::string& text) {
 
 }  // namespace
 
-MachineFile readMachineFile(const std::string& path) {
+MachineModel readMachineFile(const std::string& path) {
   const std::string text = readFile(path, maxUrdfBytes);
-  MachineFile machine =
+  MachineModel machine =
       looksLikeXml(text) ? readUrdf(path, text) : MachineFileReader(YamlFile(path, text)).read();
   if (machine.name.empty()) {
     machine.name = std::filesystem::path(path).stem().string();
   }
   return machine;
-}
-
-std::map<std::string, int> actuatorIndexes(const MachineFile& machine) {
-  std::map<std::string, int> indexes;
-  for (const simulation::Actuator& actuator : machine.description.actuators) {
-    indexes.emplace(actuator.name, static_cast<int>(indexes.size()));
-  }
-  return indexes;
-}
-
-std::string valueKey(const simulation::Actuator& actuator) {
-  return subDevicePrefix + actuator.name + "/Value";
 }
 
 }  // namespace host

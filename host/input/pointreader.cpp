@@ -2,12 +2,12 @@
 
 #include <fmt/format.h>
 
-#include "host/attributekey.h"
+#include "host/base/attributekey.h"
 #include "host/input/typedvalue.h"
 
 namespace host {
 
-PointReader::PointReader(const YamlFile& yaml, const MachineFile& machine)
+PointReader::PointReader(const YamlFile& yaml, const MachineModel& machine)
     : yaml_(yaml), machine_(machine), actuators_(actuatorIndexes(machine)) {
   for (const auto& [name, index] : actuators_) {
     keys_.emplace(valueKey(machine.actuator(index)), index);
@@ -34,20 +34,20 @@ hal::AttrGeneric PointReader::value(const YAML::Node& node, int actuator, const 
   return record;
 }
 
-void PointReader::addTime(const YAML::Node& node, const char* what, Motion& motion) const {
+void PointReader::addTime(const YAML::Node& node, const char* what, CommandBatch& batch) const {
   const std::uint32_t timeMs = yaml_.milliseconds(node, what);
-  if (std::int64_t{motion.fromMs} + timeMs > YamlFile::longestMs) {
+  if (std::int64_t{batch.fromMs} + timeMs > YamlFile::longestMs) {
     yaml_.fail(node, fmt::format("{} lies beyond {} seconds after the start", what,
                                  YamlFile::longestMs / 1000));
   }
-  if (!motion.times.empty() && timeMs == motion.times.back()) {
+  if (!batch.times.empty() && timeMs == batch.times.back()) {
     yaml_.fail(node, fmt::format("two points fall on the millisecond {}", timeMs));
   }
-  if (!motion.times.empty() && timeMs < motion.times.back()) {
+  if (!batch.times.empty() && timeMs < batch.times.back()) {
     yaml_.fail(node,
-               fmt::format("{} goes back from {} ms to {} ms", what, motion.times.back(), timeMs));
+               fmt::format("{} goes back from {} ms to {} ms", what, batch.times.back(), timeMs));
   }
-  motion.times.push_back(timeMs);
+  batch.times.push_back(timeMs);
 }
 
 }  // namespace host

@@ -4,7 +4,7 @@
 #include <map>
 #include <string>
 
-#include "host/input/motion.h"
+#include "host/input/commandbatch.h"
 #include "host/input/yaml.h"
 
 namespace host {
@@ -17,10 +17,10 @@ constexpr std::size_t mostCommands = 2'000'000;
 class PointReader {
  public:
   /// The arguments must outlive the reader.
-  PointReader(const YamlFile& yaml, const MachineFile& machine);
+  PointReader(const YamlFile& yaml, const MachineModel& machine);
 
   [[nodiscard]] const YamlFile& yaml() const { return yaml_; }
-  [[nodiscard]] const MachineFile& machine() const { return machine_; }
+  [[nodiscard]] const MachineModel& machine() const { return machine_; }
 
   /// The index of the actuator with this name; -1 when there is none.
   [[nodiscard]] int actuatorNamed(const std::string& name) const;
@@ -32,11 +32,11 @@ class PointReader {
                                        const char* what) const;
 
   /// Adds the time at `node`, which must lie behind the point before.
-  void addTime(const YAML::Node& node, const char* what, Motion& motion) const;
+  void addTime(const YAML::Node& node, const char* what, CommandBatch& batch) const;
 
  private:
   const YamlFile& yaml_;
-  const MachineFile& machine_;
+  const MachineModel& machine_;
   const std::map<std::string, int> actuators_;
   /// The same by the keys of their values.
   std::map<std::string, int> keys_;

@@ -5,7 +5,7 @@
 #include <limits>
 #include <variant>
 
-#include "host/values.h"
+#include "host/base/values.h"
 
 namespace host {
 

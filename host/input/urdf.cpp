@@ -10,7 +10,7 @@
 #include <set>
 #include <utility>
 
-#include "host/input/source.h"
+#include "host/base/textfile.h"
 
 namespace host {
 namespace {
@@ -42,7 +42,7 @@ class UrdfReader {
  public:
   UrdfReader(const std::string& path, const std::string& text) : path_(path), text_(text) {}
 
-  MachineFile read() {
+  MachineModel read() {
     const pugi::xml_node root = parse();
     robot_.paths = {path_};
     robot_.name = root.attribute("name").value();
@@ -87,7 +87,7 @@ class UrdfReader {
   }
 
   [[noreturn]] void fail(std::size_t offset, const std::string& what) const {
-    throw InputError(path_, positionAt(text_, offset), what);
+    throw UserError(path_, locationAt(text_, offset), what);
   }
 
   /// Points at the "<" of an element.
@@ -259,7 +259,7 @@ class UrdfReader {
   const std::string& path_;
   const std::string& text_;
   pugi::xml_document document_;
-  MachineFile robot_;
+  MachineModel robot_;
   /// Of joints and sensors.
   std::set<std::string> names_;
   std::map<std::string, int> actuators_;
@@ -269,7 +269,7 @@ class UrdfReader {
 
 }  // namespace
 
-MachineFile readUrdf(const std::string& path, const std::string& text) {
+MachineModel readUrdf(const std::string& path, const std::string& text) {
   return UrdfReader(path, text).read();
 }
 

@@ -5,6 +5,7 @@
 
 #include <cmath>
 
+#include "host/base/textfile.h"
 #include "host/input/yamlsurvey.h"
 
 namespace host {
@@ -12,16 +13,16 @@ namespace {
 
 YAML::Node load(const std::string& path, const std::string& text) {
   if (text.size() > YamlFile::maxBytes) {
-    throw InputError(path, {}, fmt::format("is longer than {} bytes", YamlFile::maxBytes));
+    throw UserError(path, {}, fmt::format("is longer than {} bytes", YamlFile::maxBytes));
   }
   try {
     surveyYaml(path, text);
     return YAML::Load(text);
   } catch (const YAML::DeepRecursion& error) {
-    throw InputError(path, positionOf(error.mark), "not readable as YAML: nested too deeply");
+    throw UserError(path, positionOf(error.mark), "not readable as YAML: nested too deeply");
   } catch (const YAML::Exception& error) {
-    throw InputError(path, positionOf(error.mark),
-                     fmt::format("not readable as YAML: {}", error.msg));
+    throw UserError(path, positionOf(error.mark),
+                    fmt::format("not readable as YAML: {}", error.msg));
   }
 }
 
@@ -30,12 +31,12 @@ YAML::Node load(const std::string& path, const std::string& text) {
 YamlFile::YamlFile(const std::string& path, const std::string& text)
     : path_(path), root_(load(path, text)) {}
 
-Position YamlFile::placeOf(const YAML::Node& node) {
+SourceLocation YamlFile::locationOf(const YAML::Node& node) {
   return positionOf(node.Mark());
 }
 
 void YamlFile::fail(const YAML::Node& node, const std::string& what) const {
-  throw InputError(path_, placeOf(node), what);
+  throw UserError(path_, locationOf(node), what);
 }
 
 YamlFile::Fields YamlFile::fields(const YAML::Node& node, const std::string& what,

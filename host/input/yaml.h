@@ -8,12 +8,12 @@
 #include <set>
 #include <string>
 
-#include "host/input/source.h"
+#include "host/base/usererror.h"
 
 namespace host {
 
 /// A YAML file of one document. What is wrong with a node is thrown as an
-/// `InputError` with the node's source location.
+/// `UserError` with the node's source location.
 class YamlFile {
  public:
   using Fields = std::map<std::string, YAML::Node>;
@@ -24,14 +24,14 @@ class YamlFile {
   /// Stamps further apart do not compare; leaves room for the approach.
   static constexpr std::int64_t longestMs = 1'000'000'000;
 
-  /// `text` is the content of the file at `path`. Throws `InputError` when it
+  /// `text` is the content of the file at `path`. Throws `UserError` when it
   /// is longer than `maxBytes` or not readable.
   YamlFile(const std::string& path, const std::string& text);
 
   [[nodiscard]] const std::string& path() const { return path_; }
   [[nodiscard]] const YAML::Node& root() const { return root_; }
 
-  [[nodiscard]] static Position placeOf(const YAML::Node& node);
+  [[nodiscard]] static SourceLocation locationOf(const YAML::Node& node);
   [[noreturn]] void fail(const YAML::Node& node, const std::string& what) const;
 
   /// The fields of a map: each key known and named once.

@@ -50,7 +50,7 @@ class Survey : public YAML::EventHandler {
 
  private:
   [[noreturn]] void fail(const YAML::Mark& mark, const std::string& what) const {
-    throw InputError(path_, positionOf(mark), what);
+    throw UserError(path_, positionOf(mark), what);
   }
   [[noreturn]] void failAsSecond(const YAML::Mark& mark) const {
     fail(mark, "the file holds more than one document");
@@ -77,10 +77,10 @@ class Survey : public YAML::EventHandler {
 
 }  // namespace
 
-Position positionOf(const YAML::Mark& mark) {
-  return mark.is_null() ? Position{1, 1}
-                        : Position{static_cast<std::size_t>(mark.line) + 1,
-                                   static_cast<std::size_t>(mark.column) + 1};
+SourceLocation positionOf(const YAML::Mark& mark) {
+  return mark.is_null() ? SourceLocation{1, 1}
+                        : SourceLocation{static_cast<std::size_t>(mark.line) + 1,
+                                         static_cast<std::size_t>(mark.column) + 1};
 }
 
 void surveyYaml(const std::string& path, const std::string& text) {
@@ -90,7 +90,7 @@ void surveyYaml(const std::string& path, const std::string& text) {
   while (parser.HandleNextDocument(survey)) {
   }
   if (!survey.foundDocument()) {
-    throw InputError(path, {1, 1}, "the file is empty");
+    throw UserError(path, {1, 1}, "the file is empty");
   }
 }
 

@@ -17,29 +17,29 @@ auto at(Block& block, std::size_t offset) {
 
 }  // namespace
 
-Backlog::Place Backlog::findFirst(std::int64_t timeMs) const {
+Backlog::Cursor Backlog::findFirst(std::int64_t timeMs) const {
   const auto block = std::lower_bound(
       blocks_.begin(), blocks_.end(), timeMs,
       [](const Block& one, std::int64_t time) { return isBefore(one.back(), time); });
-  Place place{static_cast<std::size_t>(block - blocks_.begin()), 0};
+  Cursor cursor{static_cast<std::size_t>(block - blocks_.begin()), 0};
   if (block != blocks_.end()) {
-    place.offset = static_cast<std::size_t>(
+    cursor.offset = static_cast<std::size_t>(
         std::lower_bound(block->begin(), block->end(), timeMs, isBefore) - block->begin());
   }
-  return place;
+  return cursor;
 }
 
-Backlog::Place Backlog::placeOf(std::size_t position) const {
-  Place place{0, position};
-  while (place.offset >= blocks_[place.block].size()) {
-    place.offset -= blocks_[place.block++].size();
+Backlog::Cursor Backlog::cursorAt(std::size_t position) const {
+  Cursor cursor{0, position};
+  while (cursor.offset >= blocks_[cursor.block].size()) {
+    cursor.offset -= blocks_[cursor.block++].size();
   }
-  return place;
+  return cursor;
 }
 
 const Point& Backlog::operator[](std::size_t position) const {
-  const Place place = placeOf(position);
-  return blocks_[place.block][place.offset];
+  const Cursor cursor = cursorAt(position);
+  return blocks_[cursor.block][cursor.offset];
 }
 
 void Backlog::popFront() {
@@ -47,15 +47,15 @@ void Backlog::popFront() {
 }
 
 void Backlog::erase(std::size_t position) {
-  eraseAt(placeOf(position));
+  eraseAt(cursorAt(position));
 }
 
-void Backlog::eraseAt(const Place& place) {
-  Block& block = blocks_[place.block];
-  block.erase(at(block, place.offset));
+void Backlog::eraseAt(const Cursor& cursor) {
+  Block& block = blocks_[cursor.block];
+  block.erase(at(block, cursor.offset));
   --size_;
   if (block.empty()) {
-    blocks_.erase(at(blocks_, place.block));
+    blocks_.erase(at(blocks_, cursor.block));
   }
 }
 
@@ -77,7 +77,7 @@ std::size_t Backlog::countDue(const Kept& kept, std::int64_t beginMs, std::int64
   return firstMs > lastMs ? 0 : countBetween(findFirst(firstMs), findFirst(lastMs + 1));
 }
 
-std::size_t Backlog::countBetween(const Place& begin, const Place& end) const {
+std::size_t Backlog::countBetween(const Cursor& begin, const Cursor& end) const {
   std::size_t count = 0;
   for (std::size_t block = begin.block; block < end.block; ++block) {
     count += blocks_[block].size();
@@ -106,23 +106,23 @@ std::vector<Backlog::Block> Backlog::take(const std::vector<Point>& points,
 }
 
 bool Backlog::remove(const Point& point) {
-  for (Place place = findFirst(point.timeMs); place.block < blocks_.size();) {
-    const Block& block = blocks_[place.block];
-    if (block[place.offset].timeMs != point.timeMs) {
+  for (Cursor cursor = findFirst(point.timeMs); cursor.block < blocks_.size();) {
+    const Block& block = blocks_[cursor.block];
+    if (block[cursor.offset].timeMs != point.timeMs) {
       return false;
     }
-    if (block[place.offset].isSamePointAs(point)) {
-      eraseAt(place);
+    if (block[cursor.offset].isSamePointAs(point)) {
+      eraseAt(cursor);
       return true;
     }
-    place = place.offset + 1 < block.size() ? Place{place.block, place.offset + 1}
-                                            : Place{place.block + 1, 0};
+    cursor = cursor.offset + 1 < block.size() ? Cursor{cursor.block, cursor.offset + 1}
+                                              : Cursor{cursor.block + 1, 0};
   }
   return false;
 }
 
 /// Whole blocks are moved out, however many they are.
-void Backlog::cut(const Place& begin, const Place& end, std::vector<Block>& removed) {
+void Backlog::cut(const Cursor& begin, const Cursor& end, std::vector<Block>& removed) {
   const std::size_t count = countBetween(begin, end);
   if (count == 0) {
     return;
@@ -161,21 +161,21 @@ void Backlog::append(const std::vector<Point>& points) {
 }
 
 void Backlog::insert(const Point& point) {
-  Place place = findFirst(point.timeMs);
-  if (place.block == blocks_.size()) {
-    place = {place.block - 1, blocks_.back().size()};
+  Cursor cursor = findFirst(point.timeMs);
+  if (cursor.block == blocks_.size()) {
+    cursor = {cursor.block - 1, blocks_.back().size()};
   }
-  if (blocks_[place.block].size() == blockPoints) {
-    const auto middle = at(blocks_[place.block], blockPoints / 2);
-    Block behind(middle, blocks_[place.block].end());
-    blocks_[place.block].erase(middle, blocks_[place.block].end());
-    blocks_.insert(at(blocks_, place.block + 1), std::move(behind));
-    if (place.offset > blockPoints / 2) {
-      place = {place.block + 1, place.offset - blockPoints / 2};
+  if (blocks_[cursor.block].size() == blockPoints) {
+    const auto middle = at(blocks_[cursor.block], blockPoints / 2);
+    Block behind(middle, blocks_[cursor.block].end());
+    blocks_[cursor.block].erase(middle, blocks_[cursor.block].end());
+    blocks_.insert(at(blocks_, cursor.block + 1), std::move(behind));
+    if (cursor.offset > blockPoints / 2) {
+      cursor = {cursor.block + 1, cursor.offset - blockPoints / 2};
     }
   }
-  Block& block = blocks_[place.block];
-  block.insert(at(block, place.offset), point);
+  Block& block = blocks_[cursor.block];
+  block.insert(at(block, cursor.offset), point);
   ++size_;
 }
 

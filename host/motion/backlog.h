@@ -57,19 +57,19 @@ class Backlog {
  private:
   static constexpr std::size_t blockPoints = 128;
   /// Of a point, or of the end: of no block, and 0.
-  struct Place {
+  struct Cursor {
     std::size_t block = 0;
     std::size_t offset = 0;
   };
 
   /// The first point at or behind a time.
-  [[nodiscard]] Place findFirst(std::int64_t timeMs) const;
-  [[nodiscard]] Place placeOf(std::size_t position) const;
-  [[nodiscard]] std::size_t countBetween(const Place& begin, const Place& end) const;
-  void cut(const Place& begin, const Place& end, std::vector<Block>& removed);
+  [[nodiscard]] Cursor findFirst(std::int64_t timeMs) const;
+  [[nodiscard]] Cursor cursorAt(std::size_t position) const;
+  [[nodiscard]] std::size_t countBetween(const Cursor& begin, const Cursor& end) const;
+  void cut(const Cursor& begin, const Cursor& end, std::vector<Block>& removed);
   void append(const std::vector<Point>& points);
   void insert(const Point& point);
-  void eraseAt(const Place& place);
+  void eraseAt(const Cursor& place);
 
   std::deque<Block> blocks_;
   std::size_t size_ = 0;

@@ -20,12 +20,13 @@ void turnTiesRound(std::vector<Point>& points) {
 }  // namespace
 
 std::vector<Point> Intake::points() const {
-  const Motion& motion = *batch.motion;
+  const CommandBatch& commands = *batch.commands;
   std::vector<Point> points;
-  points.reserve(motion.times.size());
-  for (std::size_t i = 0; i < motion.times.size(); ++i) {
-    points.push_back({batch.originMs + motion.times[i], limited(actuator, motion.value(i, column)),
-                      number, static_cast<std::uint32_t>(i)});
+  points.reserve(commands.times.size());
+  for (std::size_t i = 0; i < commands.times.size(); ++i) {
+    points.push_back({batch.originMs + commands.times[i],
+                      limited(actuator, commands.value(i, column)), number,
+                      static_cast<std::uint32_t>(i)});
   }
   turnTiesRound(points);
   return points;
@@ -64,7 +65,7 @@ void Intake::tellTaken(const std::vector<Point>& points, PointCounts& counts,
       ++late.count;
       late.amount = std::max(late.amount, static_cast<double>(inTimeMs - point.timeMs));
     }
-    const hal::AttrGeneric& asked = batch.motion->value(point.index, column);
+    const hal::AttrGeneric& asked = batch.commands->value(point.index, column);
     if (!isSameValue(asked, point.value)) {
       Event moved{EventKind::limited, Fault::none, latestMs, number,
                   actuatorIndex(),    point.index, 1};

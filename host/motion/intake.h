@@ -5,17 +5,17 @@
 #include <vector>
 
 #include "host/motion/backlog.h"
-#include "host/motion/batch.h"
 #include "host/motion/density.h"
 #include "host/motion/event.h"
 #include "host/motion/pointcounts.h"
+#include "host/motion/scheduledbatch.h"
 #include "simulation/machine.h"
 
 namespace host {
 
 /// One batch on its way into the backlog of one axis.
 struct Intake {
-  const Batch& batch;
+  const ScheduledBatch& batch;
   std::uint32_t number = 0;
   /// The batch's column for this actuator.
   std::size_t column = 0;
@@ -24,8 +24,8 @@ struct Intake {
   std::int64_t latestMs = 0;
   std::int64_t cycleMs = 1;
 
-  [[nodiscard]] int actuatorIndex() const { return batch.motion->actuators[column]; }
-  [[nodiscard]] TimedCommand::commandType mode() const { return batch.motion->mode; }
+  [[nodiscard]] int actuatorIndex() const { return batch.commands->actuators[column]; }
+  [[nodiscard]] TimedCommand::commandType mode() const { return batch.commands->mode; }
 
   /// The points of the axis, within its limits, in the order in which they are to wait: the
   /// later one of two with the same time first.

@@ -12,44 +12,46 @@ namespace host {
 namespace {
 
 /// The motions outlive the batches, so nothing is owned.
-Batch batchOf(const Motion& motion, const Schedule& schedule) {
-  Batch batch;
-  batch.motion = std::shared_ptr<const Motion>(std::shared_ptr<const Motion>(), &motion);
-  batch.momentMs = motion.atMs ? std::int64_t{schedule.approachMs} + *motion.atMs : 0;
-  batch.originMs = std::int64_t{schedule.approachMs} + motion.fromMs;
+ScheduledBatch batchOf(const CommandBatch& commands, const Schedule& schedule) {
+  ScheduledBatch batch;
+  batch.commands =
+      std::shared_ptr<const CommandBatch>(std::shared_ptr<const CommandBatch>(), &commands);
+  batch.momentMs = commands.atMs ? std::int64_t{schedule.approachMs} + *commands.atMs : 0;
+  batch.originMs = std::int64_t{schedule.approachMs} + commands.fromMs;
   return batch;
 }
 
 class BatchChecker {
  public:
-  BatchChecker(const MachineFile& machine, const Schedule& schedule)
+  BatchChecker(const MachineModel& machine, const Schedule& schedule)
       : machine_(machine), schedule_(schedule) {}
 
-  void check(const Batch& batch) {
-    const Motion& motion = *batch.motion;
-    for (std::size_t column = 0; column < motion.actuators.size(); ++column) {
-      const int index = motion.actuators[column];
+  void check(const ScheduledBatch& batch) {
+    const CommandBatch& commands = *batch.commands;
+    for (std::size_t column = 0; column < commands.actuators.size(); ++column) {
+      const int index = commands.actuators[column];
       const simulation::Actuator& actuator = machine_.actuator(index);
-      if (!motion.atMs) {
-        checkAlone(motion, index);
+      if (!commands.atMs) {
+        checkAlone(commands, index);
       }
       checkPoints(batch, column, actuator);
     }
   }
 
  private:
-  void checkAlone(const Motion& motion, int index) {
-    const auto [other, isFirst] = whole_.emplace(index, &motion);
+  void checkAlone(const CommandBatch& commands, int index) {
+    const auto [other, isFirst] = whole_.emplace(index, &commands);
     if (!isFirst) {
-      throw InputError(motion.path, motion.place,
-                       fmt::format("'{}' is moved by {} already; put one of the two into a list, "
-                                   "with the moment of its hand-over",
-                                   machine_.actuator(index).name, other->second->path));
+      throw UserError(commands.path, commands.location,
+                      fmt::format("'{}' is moved by {} already; put one of the two into a list, "
+                                  "with the moment of its hand-over",
+                                  machine_.actuator(index).name, other->second->path));
     }
   }
 
-  void checkPoints(const Batch& batch, std::size_t column, const simulation::Actuator& actuator) {
-    const Motion& motion = *batch.motion;
+  void checkPoints(const ScheduledBatch& batch, std::size_t column,
+                   const simulation::Actuator& actuator) {
+    const CommandBatch& commands = *batch.commands;
     const std::int64_t cycleMs = schedule_.cycleMs;
     const std::int64_t beforeMs = cycleBefore(batch.momentMs.value_or(0), cycleMs);
     const Intake intake{batch, 0, column, actuator, beforeMs, cycleMs};
@@ -59,37 +61,38 @@ class BatchChecker {
     if (fault.reason == Fault::none) {
       return;
     }
-    const Position place = motion.places[fault.point];
+    const SourceLocation location = commands.locations[fault.point];
     if (fault.reason == Fault::tooDense) {
-      throw InputError(
-          motion.path, place,
+      throw UserError(
+          commands.path, location,
           fmt::format("{} points for '{}' within two cycles of {} ms, at most {} fit; use a "
                       "shorter --cycle",
                       density.inTwoCycles, actuator.name, cycleMs,
                       TimedCommand::MAX_TIMELINE_ITEMS));
     }
-    throw InputError(motion.path, place,
-                     fmt::format("'{}' cannot be interpolated between {:.6g} and {:.6g}; use "
-                                 "magnitudes up to {:g}",
-                                 actuator.name, commandedNumber(actuator, initialRecord(actuator)),
-                                 commandedNumber(actuator, motion.value(fault.point, column)),
-                                 mostInterpolated));
+    throw UserError(commands.path, location,
+                    fmt::format("'{}' cannot be interpolated between {:.6g} and {:.6g}; use "
+                                "magnitudes up to {:g}",
+                                actuator.name, commandedNumber(actuator, initialRecord(actuator)),
+                                commandedNumber(actuator, commands.value(fault.point, column)),
+                                mostInterpolated));
   }
 
-  const MachineFile& machine_;
+  const MachineModel& machine_;
   const Schedule& schedule_;
   /// The trajectory that is a file of its own, by the actuator that it moves.
-  std::map<int, const Motion*> whole_;
+  std::map<int, const CommandBatch*> whole_;
 };
 
 }  // namespace
 
-Plan planRun(const MachineFile& machine, const std::vector<Motion>& motions, const Timing& timing) {
+Plan planRun(const MachineModel& machine, const std::vector<CommandBatch>& batches,
+             const Timing& timing) {
   Plan plan;
-  plan.schedule = planSchedule(machine, motions, timing);
+  plan.schedule = planSchedule(machine, batches, timing);
   BatchChecker checker(machine, plan.schedule);
-  for (const Motion& motion : motions) {
-    plan.batches.push_back(batchOf(motion, plan.schedule));
+  for (const CommandBatch& batch : batches) {
+    plan.batches.push_back(batchOf(batch, plan.schedule));
     checker.check(plan.batches.back());
   }
   return plan;

@@ -2,9 +2,9 @@
 
 #include <vector>
 
-#include "host/input/machinefile.h"
-#include "host/motion/batch.h"
+#include "host/input/machinemodel.h"
 #include "host/motion/schedule.h"
+#include "host/motion/scheduledbatch.h"
 
 namespace host {
 
@@ -12,17 +12,18 @@ namespace host {
 /// its position.
 struct Plan {
   Schedule schedule;
-  std::vector<Batch> batches;
+  std::vector<ScheduledBatch> batches;
 };
 
 /// Lays motions out in machine time, for a machine that stands as described. A trajectory
 /// that is a file of its own is handed over before the first cycle, and approaches its
 /// first point from there.
 ///
-/// The motions must outlive the plan. Throws `InputError`, as `planSchedule` does, and for
+/// The motions must outlive the plan. Throws `UserError`, as `planSchedule` does, and for
 /// what can never be taken: two such trajectories on one actuator, values that no register
 /// can hold on its way, and a batch with more points than a timeline holds within two
 /// cycles.
-Plan planRun(const MachineFile& machine, const std::vector<Motion>& motions, const Timing& timing);
+Plan planRun(const MachineModel& machine, const std::vector<CommandBatch>& batches,
+             const Timing& timing);
 
 }  // namespace host

@@ -33,7 +33,8 @@ class RehearsedAxis {
     latestMs_ = std::max(latestMs_, cycleMs);
   }
 
-  [[nodiscard]] Intake intake(const Batch& batch, std::uint32_t number, std::size_t column) const {
+  [[nodiscard]] Intake intake(const ScheduledBatch& batch, std::uint32_t number,
+                              std::size_t column) const {
     return {batch, number, column, actuator_, latestMs_, cycleMs_};
   }
   [[nodiscard]] Event findFault(const Intake& intake, const std::vector<Point>& points) const {
@@ -127,16 +128,16 @@ class RehearsedAxis {
 
 class Rehearsal {
  public:
-  Rehearsal(const MachineFile& machine, const Plan& plan, Listener& listener)
+  Rehearsal(const MachineModel& machine, const Plan& plan, Listener& listener)
       : cycleMs_(plan.schedule.cycleMs), listener_(listener) {
     for (const simulation::Actuator& actuator : machine.description.actuators) {
       axes_.emplace_back(static_cast<int>(axes_.size()), actuator, cycleMs_, listener);
     }
   }
 
-  void handOver(const Batch& batch, std::uint32_t number) {
+  void handOver(const ScheduledBatch& batch, std::uint32_t number) {
     const std::int64_t latestMs = cycleBefore(batch.momentMs.value_or(0), cycleMs_);
-    const std::vector<int>& actuators = batch.motion->actuators;
+    const std::vector<int>& actuators = batch.commands->actuators;
     std::vector<std::vector<Point>> points;
     Event fault;
     for (std::size_t column = 0; column < actuators.size(); ++column) {
@@ -183,7 +184,7 @@ class Rehearsal {
 
 }  // namespace
 
-std::vector<PointCounts> rehearse(const MachineFile& machine, const Plan& plan,
+std::vector<PointCounts> rehearse(const MachineModel& machine, const Plan& plan,
                                   Listener& listener) {
   std::vector<std::uint32_t> order(plan.batches.size());
   std::iota(order.begin(), order.end(), 0U);

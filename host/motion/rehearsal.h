@@ -14,6 +14,7 @@ namespace host {
 ///
 /// Values agree with a run to 1e-5 or two units in the last place. Returns the counts of
 /// each actuator.
-std::vector<PointCounts> rehearse(const MachineFile& machine, const Plan& plan, Listener& listener);
+std::vector<PointCounts> rehearse(const MachineModel& machine, const Plan& plan,
+                                  Listener& listener);
 
 }  // namespace host

@@ -18,29 +18,29 @@ struct Approach {
   double distance = 0.0;
   double velocity = unlimitedVelocity;
   bool limited = false;
-  const Motion* motion = nullptr;
+  const CommandBatch* batch = nullptr;
 
   [[nodiscard]] double milliseconds() const { return std::ceil(distance / velocity * 1000.0); }
 };
 
-void checkThatItCanMove(const Motion& motion, std::size_t column,
+void checkThatItCanMove(const CommandBatch& batch, std::size_t column,
                         const simulation::Actuator& actuator) {
   if (actuator.maximumVelocity != 0) {
     return;
   }
-  for (std::size_t point = 0; point < motion.times.size(); ++point) {
-    const float target = limited(actuator, motion.value(point, column)).asFloat;
+  for (std::size_t point = 0; point < batch.times.size(); ++point) {
+    const float target = limited(actuator, batch.value(point, column)).asFloat;
     if (target != std::get<float>(actuator.value)) {
-      throw InputError(
-          motion.path, motion.places[point],
+      throw UserError(
+          batch.path, batch.locations[point],
           fmt::format("joint '{}' cannot move there: its velocity limit is 0", actuator.name));
     }
   }
 }
 
-Approach approachOf(const Motion& motion, std::size_t column,
+Approach approachOf(const CommandBatch& batch, std::size_t column,
                     const simulation::Actuator& actuator) {
-  const float first = limited(actuator, motion.value(0, column)).asFloat;
+  const float first = limited(actuator, batch.value(0, column)).asFloat;
   Approach approach;
   approach.joint = actuator.name;
   approach.distance = std::abs(double{first} - double{std::get<float>(actuator.value)});
@@ -48,21 +48,21 @@ Approach approachOf(const Motion& motion, std::size_t column,
   if (approach.limited && actuator.maximumVelocity > 0) {
     approach.velocity = actuator.maximumVelocity;
   }
-  approach.motion = &motion;
+  approach.batch = &batch;
   return approach;
 }
 
 /// The joint that needs longest from where it stands to its first point.
-Approach slowestApproach(const MachineFile& machine, const std::vector<Motion>& motions) {
+Approach slowestApproach(const MachineModel& machine, const std::vector<CommandBatch>& batches) {
   Approach slowest;
-  for (const Motion& motion : motions) {
-    for (std::size_t column = 0; column < motion.actuators.size(); ++column) {
-      const auto& actuator = machine.actuator(motion.actuators[column]);
+  for (const CommandBatch& batch : batches) {
+    for (std::size_t column = 0; column < batch.actuators.size(); ++column) {
+      const auto& actuator = machine.actuator(batch.actuators[column]);
       if (!actuator.interpolates) {
         continue;
       }
-      checkThatItCanMove(motion, column, actuator);
-      const Approach approach = motion.atMs ? Approach() : approachOf(motion, column, actuator);
+      checkThatItCanMove(batch, column, actuator);
+      const Approach approach = batch.atMs ? Approach() : approachOf(batch, column, actuator);
       if (approach.milliseconds() > slowest.milliseconds()) {
         slowest = approach;
       }
@@ -85,15 +85,15 @@ std::string approachReason(const Approach& slowest, const Timing& timing) {
 
 }  // namespace
 
-Schedule planSchedule(const MachineFile& machine, const std::vector<Motion>& motions,
+Schedule planSchedule(const MachineModel& machine, const std::vector<CommandBatch>& batches,
                       const Timing& timing) {
-  const Approach slowest = slowestApproach(machine, motions);
+  const Approach slowest = slowestApproach(machine, batches);
   constexpr double longestApproachMs = 7e7;
   const double neededMs = slowest.milliseconds();
   if (neededMs > longestApproachMs && !timing.approachMs) {
-    throw InputError(slowest.motion->path, slowest.motion->places.front(),
-                     fmt::format("joint '{}' would need {:.0f} s to the first point", slowest.joint,
-                                 neededMs / 1000.0));
+    throw UserError(slowest.batch->path, slowest.batch->locations.front(),
+                    fmt::format("joint '{}' would need {:.0f} s to the first point", slowest.joint,
+                                neededMs / 1000.0));
   }
   Schedule schedule;
   schedule.cycleMs = timing.cycleMs;

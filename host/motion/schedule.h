@@ -5,8 +5,8 @@
 #include <string>
 #include <vector>
 
-#include "host/input/machinefile.h"
-#include "host/input/motion.h"
+#include "host/input/commandbatch.h"
+#include "host/input/machinemodel.h"
 
 namespace host {
 
@@ -29,8 +29,8 @@ struct Schedule {
 
 /// Plans the run of motions by a machine that stands as described: the approach
 /// takes as long as the slowest joint needs to the first point of a trajectory at its
-/// velocity limit. Throws `InputError` when a joint cannot move there.
-Schedule planSchedule(const MachineFile& machine, const std::vector<Motion>& motions,
+/// velocity limit. Throws `UserError` when a joint cannot move there.
+Schedule planSchedule(const MachineModel& machine, const std::vector<CommandBatch>& batches,
                       const Timing& timing);
 
 }  // namespace host

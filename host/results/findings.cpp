@@ -41,7 +41,7 @@ void Findings::tell(const Event& event, const Point* points) {
     case EventKind::late:
       note(event, event.amount,
            fmt::format("{} of {} points late by {} ms", event.count,
-                       plan_.batches[event.batch].motion->times.size(), event.amount));
+                       plan_.batches[event.batch].commands->times.size(), event.amount));
       break;
     case EventKind::handedLate:
       note(event, event.amount,
@@ -118,12 +118,12 @@ std::string Findings::refusalText(const Event& event) const {
 std::vector<Finding> Findings::all() const {
   std::vector<Finding> findings;
   for (const auto& [key, worst] : worst_) {
-    const Motion& motion = *plan_.batches[key.first].motion;
+    const CommandBatch& batch = *plan_.batches[key.first].commands;
     const EventKind kind = key.second.first;
     const bool whole = isAboutWholeBatch(kind);
     Finding& finding = findings.emplace_back();
-    finding.path = motion.path;
-    finding.location = whole ? motion.place : motion.places[worst.point];
+    finding.path = batch.path;
+    finding.location = whole ? batch.location : batch.locations[worst.point];
     finding.text = worst.text;
     finding.isRefusal = kind == EventKind::refused;
     if (!whole && worst.count > 1) {

@@ -15,7 +15,7 @@ namespace host {
 struct Finding {
   /// The source location, where it is about one.
   std::string path;
-  Position location;
+  SourceLocation location;
   std::string text;
   /// The batch, or a part of it, was not done at all.
   bool isRefusal = false;
@@ -31,7 +31,7 @@ std::string shown(const Finding& finding, const char* kind);
 class Findings : public Listener {
  public:
   /// The arguments must outlive the object.
-  Findings(const MachineFile& machine, const Plan& plan) : machine_(machine), plan_(plan) {}
+  Findings(const MachineModel& machine, const Plan& plan) : machine_(machine), plan_(plan) {}
 
   void tell(const Event& event, const Point* points) override;
 
@@ -45,7 +45,7 @@ class Findings : public Listener {
     std::string text;
     std::uint64_t count = 0;
   };
-  /// Batch, kind, actuator.
+  /// ScheduledBatch, kind, actuator.
   using Key = std::pair<std::uint32_t, std::pair<EventKind, int>>;
 
   void note(const Event& event, double excess, const std::string& text);
@@ -57,7 +57,7 @@ class Findings : public Listener {
   [[nodiscard]] std::string refusalText(const Event& event) const;
   [[nodiscard]] double secondsOf(const Point& point) const;
 
-  const MachineFile& machine_;
+  const MachineModel& machine_;
   const Plan& plan_;
   std::map<Key, Worst> worst_;
 };

@@ -22,9 +22,9 @@ std::optional<Point> lastPoint(const Axis& axis) {
 }
 
 hal::AttrGeneric askedOf(const Axis& axis, const Point& point, const Plan& plan) {
-  const Motion& motion = *plan.batches[point.batch].motion;
-  const auto column = std::find(motion.actuators.begin(), motion.actuators.end(), axis.index);
-  return motion.value(point.index, static_cast<std::size_t>(column - motion.actuators.begin()));
+  const CommandBatch& commands = *plan.batches[point.batch].commands;
+  const auto column = std::find(commands.actuators.begin(), commands.actuators.end(), axis.index);
+  return commands.value(point.index, static_cast<std::size_t>(column - commands.actuators.begin()));
 }
 
 /// Why the axis does not do what it was told; empty when it does.

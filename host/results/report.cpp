@@ -7,9 +7,9 @@
 #include <iterator>
 #include <string_view>
 
+#include "host/base/values.h"
 #include "host/motion/limits.h"
 #include "host/results/table.h"
-#include "host/values.h"
 
 namespace host {
 namespace {
@@ -167,14 +167,13 @@ std::string counted(std::size_t count, const char* noun) {
   return fmt::format("{} {}{}", count, noun, count == 1 ? "" : "s");
 }
 
-std::string describe(const Motion& motion) {
-  const double seconds = motion.times.empty() ? 0.0 : motion.times.back() / 1000.0;
-  const std::string size =
-      fmt::format("{} on {} in {:.3f} s", counted(motion.times.size(), "point"),
-                  counted(motion.actuators.size(), "actuator"), seconds);
-  return motion.atMs ? fmt::format("batch    {} at {:.3f} s: {} ({}:{})\n", modeName(motion.mode),
-                                   *motion.atMs / 1000.0, size, motion.path, motion.place.line)
-                     : fmt::format("motion   {} ({})\n", size, motion.path);
+std::string describe(const CommandBatch& batch) {
+  const double seconds = batch.times.empty() ? 0.0 : batch.times.back() / 1000.0;
+  const std::string size = fmt::format("{} on {} in {:.3f} s", counted(batch.times.size(), "point"),
+                                       counted(batch.actuators.size(), "actuator"), seconds);
+  return batch.atMs ? fmt::format("batch    {} at {:.3f} s: {} ({}:{})\n", modeName(batch.mode),
+                                  *batch.atMs / 1000.0, size, batch.path, batch.location.line)
+                    : fmt::format("motion   {} ({})\n", size, batch.path);
 }
 
 }  // namespace
@@ -192,24 +191,24 @@ const char* const reportWords =
     "  late      due before they could be reached; limited: moved into the limits\n"
     "  others    cycles in which somebody else had written the register\n";
 
-std::string loadedReport(const MachineFile& machine, const std::vector<Motion>& motions,
+std::string loadedReport(const MachineModel& machine, const std::vector<CommandBatch>& batches,
                          const Schedule& schedule, const RunOptions& options,
                          bool replacedLeftover) {
   std::string text =
       fmt::format("machine  {}: {}, {} ({})\n", machine.name,
                   counted(machine.description.actuators.size(), "actuator"),
                   counted(machine.description.sensors.size(), "sensor"), options.machinePath);
-  for (const Motion& motion : motions) {
-    text += describe(motion);
-    for (const std::string& note : motion.notes) {
+  for (const CommandBatch& batch : batches) {
+    text += describe(batch);
+    for (const std::string& note : batch.notes) {
       text += fmt::format("note     {}\n", note);
     }
   }
-  text += fmt::format("pool     /dev/shm/torvex.{}{}\n", options.poolName,
+  text += fmt::format("pool     /dev/shm/torvex.{}{}\n", options.session.poolName,
                       replacedLeftover ? ", in place of one that a killed process left" : "");
   text += fmt::format("clock    {}, cycle {} ms, from tick {}\n",
-                      options.clock == Clock::realtime ? "real time" : "simulated time",
-                      schedule.cycleMs, options.startTick);
+                      options.session.clock == Clock::realtime ? "real time" : "simulated time",
+                      schedule.cycleMs, options.session.startTick);
   return text + fmt::format("approach {} ms to the start of the motion: {}\n", schedule.approachMs,
                             schedule.approachReason);
 }

@@ -5,11 +5,12 @@
 
 #include "host/engine/torvex.h"
 #include "host/results/outcome.h"
+#include "host/results/runoptions.h"
 
 namespace host {
 
 /// What was loaded, for standard output.
-std::string loadedReport(const MachineFile& machine, const std::vector<Motion>& motions,
+std::string loadedReport(const MachineModel& machine, const std::vector<CommandBatch>& batches,
                          const Schedule& schedule, const RunOptions& options,
                          bool replacedLeftover);
 

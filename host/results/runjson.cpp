@@ -57,11 +57,11 @@ Json pathOrNull(const std::string& path) {
 
 }  // namespace
 
-Json runJson(const Torvex& torvex, const Plan& plan, const Outcome& outcome) {
-  const RunOptions& options = torvex.options();
+Json runJson(const RunOptions& options, const Torvex& torvex, const Plan& plan,
+             const Outcome& outcome) {
   const CycleCount& counts = torvex.counts();
   const PaceCount& pace = torvex.engine().pace();
-  const bool realtime = options.clock == Clock::realtime;
+  const bool realtime = options.session.clock == Clock::realtime;
   Json axes = Json::array();
   for (const AxisOutcome& axis : outcome.axes) {
     axes.push_back(axisJson(axis));
@@ -70,7 +70,7 @@ Json runJson(const Torvex& torvex, const Plan& plan, const Outcome& outcome) {
           {"machine", outcome.machine},
           {"machine_file", options.machinePath},
           {"motions", options.motionPaths},
-          {"pool", options.poolName},
+          {"pool", options.session.poolName},
           {"clock", realtime ? "realtime" : "simulated"},
           {"cycle_ms", plan.schedule.cycleMs},
           {"approach_ms", plan.schedule.approachMs},

@@ -1,11 +1,13 @@
 #pragma once
 
+#include "host/base/values.h"
 #include "host/results/outcome.h"
-#include "host/values.h"
+#include "host/results/runoptions.h"
 
 namespace host {
 
 /// The outcome of a run as one object; `docs/run.schema.json` describes it.
-Json runJson(const Torvex& torvex, const Plan& plan, const Outcome& outcome);
+Json runJson(const RunOptions& options, const Torvex& torvex, const Plan& plan,
+             const Outcome& outcome);
 
 }  // namespace host

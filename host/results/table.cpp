@@ -2,7 +2,7 @@
 
 #include <algorithm>
 
-#include "host/values.h"
+#include "host/base/values.h"
 
 namespace host {
 

@@ -7,8 +7,8 @@
 #include <string>
 
 #include "attrfullname/attrfullname.h"
-#include "host/input/machinefile.h"
-#include "host/input/source.h"
+#include "host/base/usererror.h"
+#include "host/input/machinemodel.h"
 #include "platform/hal/devicemanager.h"
 #include "require.h"
 #include "simulation/machine.h"
@@ -19,7 +19,7 @@ template <typename Read>
 void take(const std::string& path, const std::string& text, const Read& read) {
   try {
     read();
-  } catch (const host::InputError& error) {
+  } catch (const host::UserError& error) {
     const std::string said = error.what();
     unsigned long line = 0, column = 0;
     int end = 0;
@@ -33,7 +33,7 @@ void take(const std::string& path, const std::string& text, const Read& read) {
 }
 
 /// What was read must make a machine whose actuators are found by their keys.
-inline void requireSound(const host::MachineFile& machine) {
+inline void requireSound(const host::MachineModel& machine) {
   const simulation::Machine simulated("", machine.description);
   AttrFullName names;
   names.initNameList(0);

@@ -1,7 +1,8 @@
 // Trajectories and batches of commands, as text, for a machine of a few actuators.
 // What is taken and is short is run to its end, and must go as it was rehearsed.
 
-#include "host/input/motion.h"
+#include "host/input/machinefile.h"
+#include "host/input/motionfile.h"
 
 #include <algorithm>
 
@@ -12,7 +13,7 @@
 
 namespace {
 
-host::MachineFile fewActuators() {
+host::MachineModel fewActuators() {
   const Temporary folder;
   return host::readMachineFile(
       folder.write("m.yaml",
@@ -26,16 +27,17 @@ host::MachineFile fewActuators() {
 
 bool isShort(const host::Plan& plan) {
   constexpr std::int64_t shortMs = 3000;
-  return std::all_of(plan.batches.begin(), plan.batches.end(), [](const host::Batch& batch) {
-    const std::vector<std::uint32_t>& times = batch.motion->times;
-    return batch.momentMs.value_or(0) <= shortMs &&
-           (times.empty() || batch.originMs + times.back() <= shortMs);
-  });
+  return std::all_of(plan.batches.begin(), plan.batches.end(),
+                     [](const host::ScheduledBatch& batch) {
+                       const std::vector<std::uint32_t>& times = batch.commands->times;
+                       return batch.momentMs.value_or(0) <= shortMs &&
+                              (times.empty() || batch.originMs + times.back() <= shortMs);
+                     });
 }
 
 /// Every point must be accounted for, and nothing be told that the rehearsal did not tell.
-void requireDelivery(const host::MachineFile& machine, const host::Plan& plan) {
-  host::RunOptions options;
+void requireDelivery(const host::MachineModel& machine, const host::Plan& plan) {
+  host::SessionOptions options;
   options.clock = host::Clock::simulated;
   options.poolName = "";
   options.startTick = 0xFFFFFF00;
@@ -49,11 +51,11 @@ void requireDelivery(const host::MachineFile& machine, const host::Plan& plan) {
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
   static const Temporary folder;
-  static const host::MachineFile machine = fewActuators();
+  static const host::MachineModel machine = fewActuators();
   const std::string text(reinterpret_cast<const char*>(data), size);
   const std::string path = folder.write("m.yaml", text);
   take(path, text, [&] {
-    const std::vector<host::Motion> motions = host::readMotionFiles({path}, machine);
+    const std::vector<host::CommandBatch> motions = host::readMotionFiles({path}, machine);
     const host::Plan plan = host::planRun(machine, motions, {});
     host::Findings findings(machine, plan);
     host::rehearse(machine, plan, findings);

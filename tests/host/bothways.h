@@ -15,7 +15,7 @@
 /// Writes down what becomes of each point, and what is to be said of it.
 class Diary : public host::Listener {
  public:
-  explicit Diary(const host::MachineFile& machine) : machine_(machine) {}
+  explicit Diary(const host::MachineModel& machine) : machine_(machine) {}
 
   /// Kind, actuator, batch, point.
   using Key = std::tuple<host::EventKind, int, std::uint32_t, std::uint32_t>;
@@ -88,7 +88,7 @@ class Diary : public host::Listener {
     return "";
   }
 
-  const host::MachineFile& machine_;
+  const host::MachineModel& machine_;
   std::map<Key, Entry> entries_;
 };
 
@@ -100,8 +100,8 @@ inline std::string shownCounts(const host::PointCounts& counts) {
 
 /// Rehearses a plan, and runs it on the simulated clock: what the two tell differently, or
 /// what is left; empty when all is well.
-inline std::string disagreement(const host::MachineFile& machine, const host::Plan& plan,
-                                const host::RunOptions& options) {
+inline std::string disagreement(const host::MachineModel& machine, const host::Plan& plan,
+                                const host::SessionOptions& options) {
   Diary rehearsed(machine), run(machine);
   const std::vector<host::PointCounts> counts = host::rehearse(machine, plan, rehearsed);
   Torvex torvex(machine, plan, options);

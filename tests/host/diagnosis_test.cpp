@@ -1,4 +1,4 @@
-#include "host/diagnosis.h"
+#include "host/engine/diagnosis.h"
 
 #include <gtest/gtest.h>
 

@@ -22,14 +22,14 @@
 
 namespace {
 
-using host::Batch;
 using host::Event;
 using host::EventKind;
+using host::ScheduledBatch;
 
 constexpr std::int64_t cycleMs = 10;
 
-host::MachineFile machineOf(std::size_t axes) {
-  host::MachineFile machine;
+host::MachineModel machineOf(std::size_t axes) {
+  host::MachineModel machine;
   for (std::size_t i = 0; i < axes; ++i) {
     simulation::Actuator& actuator = machine.description.actuators.emplace_back();
     actuator.name = "a" + std::to_string(i);
@@ -54,7 +54,7 @@ struct Done {
     std::vector<std::uint32_t> bits;
   };
   std::vector<Cycle> cycles;
-  std::vector<Batch> batches;
+  std::vector<ScheduledBatch> batches;
 };
 
 /// Notes what became of each point, and where batches fell.
@@ -89,7 +89,7 @@ class RandomRun {
   explicit RandomRun(unsigned long seed)
       : random_(static_cast<std::uint32_t>(seed)), machine_(machineOf(1 + pick(3))) {}
 
-  [[nodiscard]] const host::MachineFile& machine() const { return machine_; }
+  [[nodiscard]] const host::MachineModel& machine() const { return machine_; }
   [[nodiscard]] std::uint32_t startTick() const { return options_.startTick; }
 
   Done run() {
@@ -166,7 +166,7 @@ class RandomRun {
   std::uint32_t pick(std::uint32_t below) { return static_cast<std::uint32_t>(random_()) % below; }
 
   void submit(host::Engine& engine, Done& done, std::int64_t nowMs) {
-    auto motion = std::make_shared<host::Motion>();
+    auto motion = std::make_shared<host::CommandBatch>();
     motion->mode = static_cast<TimedCommand::commandType>(1 + pick(4));
     for (std::size_t i = 0; i < machine_.description.actuators.size(); ++i) {
       if (motion->actuators.empty() || pick(2) == 0) {
@@ -185,13 +185,13 @@ class RandomRun {
                                               : static_cast<float>(pick(1000)) / 250.0F - 2.0F);
       }
     }
-    Batch batch;
+    ScheduledBatch batch;
     if (pick(4) != 0) {
       batch.momentMs = nowMs + pick(600) - 50;
     }
     const std::int64_t grid = pick(2) == 0 ? 10 : 1;
     batch.originMs = (batch.momentMs.value_or(nowMs) + pick(300) - 150) / grid * grid;
-    batch.motion = std::move(motion);
+    batch.commands = std::move(motion);
     EXPECT_EQ(engine.submit(batch), done.batches.size());
     done.batches.push_back(std::move(batch));
   }
@@ -233,8 +233,8 @@ class RandomRun {
 
   void expectAllTold(const host::Engine& engine, const Done& done) {
     std::uint64_t points = 0;
-    for (const Batch& batch : done.batches) {
-      points += batch.motion->values.size();
+    for (const ScheduledBatch& batch : done.batches) {
+      points += batch.commands->values.size();
     }
     EXPECT_EQ(witness_.told.size() + witness_.refused, points);
     for (const auto& [point, times] : witness_.told) {
@@ -248,7 +248,7 @@ class RandomRun {
 
   std::minstd_rand random_;
   host::EngineOptions options_{"", ".", cycleMs, 0, host::Late::stand};
-  host::MachineFile machine_;
+  host::MachineModel machine_;
   Witness witness_;
   std::map<int, float> pendingExternal_;
 };
@@ -256,7 +256,7 @@ class RandomRun {
 /// The library on a machine, without a host.
 class Reference {
  public:
-  Reference(const host::MachineFile& machine, std::uint32_t startTick)
+  Reference(const host::MachineModel& machine, std::uint32_t startTick)
       : described_(machine), machine_("", machine.description), startTick_(startTick) {
     names_.initNameList(0);
     setAttrFullNameManager(&names_);
@@ -265,8 +265,8 @@ class Reference {
   ~Reference() { setAttrFullNameManager(nullptr); }
 
   /// False when a timeline had no room for a batch.
-  bool push(const Batch& batch, int actuator) {
-    const host::Motion& motion = *batch.motion;
+  bool push(const ScheduledBatch& batch, int actuator) {
+    const host::CommandBatch& motion = *batch.commands;
     const auto column = static_cast<std::size_t>(
         std::find(motion.actuators.begin(), motion.actuators.end(), actuator) -
         motion.actuators.begin());
@@ -296,7 +296,7 @@ class Reference {
     return startTick_ + static_cast<std::uint32_t>(timeMs);
   }
 
-  const host::MachineFile& described_;
+  const host::MachineModel& described_;
   simulation::Machine machine_;
   AttrFullName names_;
   TimedCommandManager commands_;
@@ -304,7 +304,7 @@ class Reference {
 };
 
 /// True when it was compared to the end.
-bool expectSame(const Done& done, const host::MachineFile& machine, std::uint32_t startTick) {
+bool expectSame(const Done& done, const host::MachineModel& machine, std::uint32_t startTick) {
   Reference reference(machine, startTick);
   for (const Done::Cycle& cycle : done.cycles) {
     for (const Done::Push& push : cycle.pushes) {

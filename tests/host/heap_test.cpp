@@ -84,21 +84,22 @@ TORVEX_IN_PLACE int clock_nanosleep(clockid_t clock, int flags, const timespec* 
 namespace {
 
 /// Points of all axes, a few cycles ahead.
-host::Batch batchFor(const Prepared& setup, std::int64_t timeMs, TimedCommand::commandType mode) {
-  const auto motion = std::make_shared<host::Motion>(setup.motions[0]);
+host::ScheduledBatch batchFor(const Prepared& setup, std::int64_t timeMs,
+                              TimedCommand::commandType mode) {
+  const auto motion = std::make_shared<host::CommandBatch>(setup.batches[0]);
   motion->mode = mode;
-  host::Batch batch;
-  batch.motion = motion;
+  host::ScheduledBatch batch;
+  batch.commands = motion;
   batch.originMs = timeMs + 25;
   return batch;
 }
 
 TEST(Cycle, LeavesTheHeapAloneInRealTime) {
   Prepared setup(30, 20, 10);
-  setup.options.clock = host::Clock::realtime;
+  setup.options.session.clock = host::Clock::realtime;
   setup.options.timing.cycleMs = 1;
   const host::Plan plan = setup.plan();
-  Torvex torvex(setup.machine, plan, setup.options);
+  Torvex torvex(setup.machine, plan, setup.options.session);
   host::Trace trace(setup.temporary.path("t.csv"), std::vector<std::string>(60));
   torvex.setTrace(&trace);
   torvex.run([&](std::int64_t timeMs) {

@@ -8,9 +8,9 @@
 #include <string>
 #include <vector>
 
+#include "host/base/usererror.h"
 #include "host/input/machinefile.h"
-#include "host/input/motion.h"
-#include "host/input/source.h"
+#include "host/input/motionfile.h"
 #include "host/motion/plan.h"
 #include "host/motion/rehearsal.h"
 #include "host/results/findings.h"
@@ -46,13 +46,13 @@ std::string repeated(const std::string& text, int times) {
 
 const std::string fewActuators = "name: r\nurdf: few.urdf\nactuators: [{name: l, type: 1}]\n";
 
-/// The message of the InputError that `read` throws, less the folder.
+/// The message of the UserError that `read` throws, less the folder.
 template <typename Read>
 std::string complaint(const Temporary& temporary, const Read& read) {
   try {
     read();
     return "accepted";
-  } catch (const host::InputError& error) {
+  } catch (const host::UserError& error) {
     return std::string(error.what()).substr(temporary.path("").size());
   }
 }
@@ -81,7 +81,7 @@ void expectComplaints(const std::string& faults, const std::string& inputName, c
 
 TEST(Urdf, MakesActuatorsAndSensors) {
   const Temporary temporary;
-  const host::MachineFile robot = host::readMachineFile(temporary.write(
+  const host::MachineModel robot = host::readMachineFile(temporary.write(
       "r.urdf",
       robotText(joint("twin2", "revolute", R"(<mimic joint="twin" multiplier="2" offset="1"/>)") +
                 joint("high", "revolute", R"(<limit lower="0.5" upper=" 2 " velocity="3"/>)") +
@@ -112,10 +112,10 @@ TEST(Urdf, SaysWhatIsWrongAndWhere) {
             ": error: cannot be read: Is a directory");
 }
 
-TEST(MachineFile, AddsToAUrdf) {
+TEST(MachineModel, AddsToAUrdf) {
   const Temporary temporary;
   (void)temporary.write("few.urdf", fewJoints);
-  const host::MachineFile machine = host::readMachineFile(temporary.write("m.yaml", R"(
+  const host::MachineModel machine = host::readMachineFile(temporary.write("m.yaml", R"(
 urdf: few.urdf
 time_constant: 0.5
 joints: [{name: a, value: -0.5}, {name: t, time_constant: 0.25}]
@@ -136,12 +136,12 @@ sensors: [{name: q, actuator: l, multiplier: 2, offset: -1}]
   EXPECT_EQ(std::get<std::string>(description.containers[0].attributes[1].value), ":x");
 }
 
-TEST(MachineFile, SaysWhatIsWrongAndWhere) {
+TEST(MachineModel, SaysWhatIsWrongAndWhere) {
   expectComplaints("machine.txt", "m.yaml",
                    [](const std::string& path) { (void)host::readMachineFile(path); });
 }
 
-std::vector<host::Motion> readMotions(const Temporary& temporary, const std::string& text) {
+std::vector<host::CommandBatch> readBatches(const Temporary& temporary, const std::string& text) {
   (void)temporary.write("few.urdf", fewJoints);
   const auto machine = host::readMachineFile(temporary.write("r.yaml", fewActuators));
   return host::readMotionFiles({temporary.write("m.yaml", text)}, machine);
@@ -149,7 +149,7 @@ std::vector<host::Motion> readMotions(const Temporary& temporary, const std::str
 
 TEST(JointTrajectory, ReadsBothSpellingsOfTimeAndNumbers) {
   const Temporary temporary;
-  const host::Motion motion = readMotions(temporary, R"(header:
+  const host::CommandBatch motion = readBatches(temporary, R"(header:
   stamp: {secs: 12, nsecs: 0}
 joint_names: ["b", a]
 points:
@@ -161,7 +161,7 @@ points:
 - {positions: [3., 4], time_from_start: 1.0015, effort: [2, 2]}
 ---
 )")
-                                  .front();
+                                        .front();
   EXPECT_EQ(motion.actuators, (std::vector<int>{1, 0}));
   EXPECT_EQ(motion.times, (std::vector<std::uint32_t>{0, 1000, 1002}));
   std::vector<float> values;
@@ -174,19 +174,19 @@ points:
 
 TEST(Lists, ReadMomentsModesAndKeys) {
   const Temporary temporary;
-  const auto motions = readMotions(temporary, R"(lists:
+  const auto batches = readBatches(temporary, R"(lists:
 - {at: 2, mode: clear_after, key: Device/SubDeviceList/l/Value, items: [{time: 0.5, value: -7}]}
 - {at: 2, from: 1.5, mode: clear_before, trajectory: {joint_names: [l, b], points: [
     {positions: [1, 0.5], time_from_start: 0.46}, {positions: [2, 1], time_from_start: 9}]}}
 - {at: 3, mode: replace, key: b/Value, items: []}
 )");
-  ASSERT_EQ(motions.size(), 3U);
-  EXPECT_EQ(motions[0].fromMs, 2000U) << "the hand-over";
-  EXPECT_EQ(motions[0].value(0, 0).asInt, -7);
-  EXPECT_EQ(motions[1].fromMs, 1500U);
-  EXPECT_EQ(motions[1].mode, TimedCommand::CLEAR_BEFORE);
-  EXPECT_EQ(motions[1].value(1, 0).asInt, 2) << "of the actuator's own type";
-  EXPECT_EQ(motions[1].value(1, 1).asFloat, 1.0F);
+  ASSERT_EQ(batches.size(), 3U);
+  EXPECT_EQ(batches[0].fromMs, 2000U) << "the hand-over";
+  EXPECT_EQ(batches[0].value(0, 0).asInt, -7);
+  EXPECT_EQ(batches[1].fromMs, 1500U);
+  EXPECT_EQ(batches[1].mode, TimedCommand::CLEAR_BEFORE);
+  EXPECT_EQ(batches[1].value(1, 0).asInt, 2) << "of the actuator's own type";
+  EXPECT_EQ(batches[1].value(1, 1).asFloat, 1.0F);
 }
 
 TEST(Lists, SayWhatIsWrongAndWhere) {
@@ -224,9 +224,9 @@ TEST(Input, RefusesShortFilesThatAskForMuch) {
   const Temporary temporary;
   for (const Case& file : cases) {
     const std::string said = complaint(temporary, [&] {
-      const auto motions = readMotions(temporary, file.text);
+      const auto batches = readBatches(temporary, file.text);
       const auto machine = host::readMachineFile(temporary.path("r.yaml"));
-      (void)host::planRun(machine, motions, {file.cycleMs, 1000});
+      (void)host::planRun(machine, batches, {file.cycleMs, 1000});
     });
     EXPECT_EQ(said.rfind("m.yaml:" + file.expected, 0), 0U) << said;
   }
@@ -245,7 +245,7 @@ TEST(Input, RefusesShortFilesThatAskForMuch) {
 
 TEST(Check, SaysWhatIsLateOrBeyondTheLimits) {
   const Temporary temporary;
-  const auto motions = readMotions(temporary, R"(lists:
+  const auto batches = readBatches(temporary, R"(lists:
 - {at: 1, mode: merge, key: a/Value, items: [{time: 1, value: 2}, {time: 2, value: -1.5}]}
 - {at: 2.5, mode: clear_after, key: a/Value, items: [{time: 0.25, value: 1.25}]}
 - {at: 1, mode: merge, key: l/Value, items: [{time: 1, value: 99}, {time: 1.01, value: 0}]}
@@ -253,7 +253,7 @@ TEST(Check, SaysWhatIsLateOrBeyondTheLimits) {
     {positions: [1, 0.5], time_from_start: 0.46}, {positions: [2, 1], time_from_start: 9}]}}
 )");
   const auto machine = host::readMachineFile(temporary.path("r.yaml"));
-  const host::Plan plan = host::planRun(machine, motions, {});
+  const host::Plan plan = host::planRun(machine, batches, {});
   host::Findings findings(machine, plan);
   host::rehearse(machine, plan, findings);
   std::string said;

@@ -13,13 +13,13 @@
 
 namespace {
 
-using host::Batch;
 using host::Event;
 using host::EventKind;
 using host::Late;
+using host::ScheduledBatch;
 
-host::MachineFile oneAxis() {
-  host::MachineFile machine;
+host::MachineModel oneAxis() {
+  host::MachineModel machine;
   machine.description.actuators.emplace_back().name = "a";
   return machine;
 }
@@ -29,9 +29,9 @@ struct TimedValue {
   float value;
 };
 
-Batch batchOf(std::int64_t momentMs, TimedCommand::commandType mode,
-              const std::vector<TimedValue>& points) {
-  auto motion = std::make_shared<host::Motion>();
+ScheduledBatch batchOf(std::int64_t momentMs, TimedCommand::commandType mode,
+                       const std::vector<TimedValue>& points) {
+  auto motion = std::make_shared<host::CommandBatch>();
   motion->mode = mode;
   motion->actuators = {0};
   for (const TimedValue& point : points) {
@@ -71,7 +71,7 @@ struct Rig {
     engine.pass();
   }
 
-  const host::MachineFile machine = oneAxis();
+  const host::MachineModel machine = oneAxis();
   host::Engine engine;
   Count lateHandOvers{EventKind::handedLate};
   Count stalls{EventKind::stalled};
@@ -142,7 +142,7 @@ TEST(MachineTime, StandsForACommandThreadThatIsLateAndSaysSo) {
 
   // What comes after its moment is late as well; what comes without one is not.
   rig.engine.submit(batchOf(500, TimedCommand::MERGE, {{0, 2.0F}}));
-  Batch atOnce = batchOf(0, TimedCommand::MERGE, {{5000, 3.0F}});
+  ScheduledBatch atOnce = batchOf(0, TimedCommand::MERGE, {{5000, 3.0F}});
   atOnce.momentMs.reset();
   rig.engine.submit(atOnce);
   rig.engine.pass();

@@ -20,11 +20,11 @@ using host::Point;
 /// The points of a batch for an actuator without limits.
 std::vector<Point> pointsAt(const std::vector<std::uint32_t>& times, std::uint32_t batch) {
   const simulation::Actuator actuator;
-  const auto motion = std::make_shared<host::Motion>();
+  const auto motion = std::make_shared<host::CommandBatch>();
   motion->actuators = {0};
   motion->times = times;
   motion->values.resize(times.size());
-  const host::Batch whole{motion, std::nullopt, 0};
+  const host::ScheduledBatch whole{motion, std::nullopt, 0};
   return host::Intake{whole, batch, 0, actuator, 0, 1}.points();
 }
 

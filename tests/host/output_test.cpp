@@ -11,14 +11,14 @@
 #include <string>
 #include <vector>
 
+#include "host/base/outputfile.h"
+#include "host/base/usererror.h"
+#include "host/base/values.h"
+#include "host/cli/liveview.h"
 #include "host/engine/histogram.h"
 #include "host/engine/torvex.h"
 #include "host/engine/trace.h"
-#include "host/input/source.h"
-#include "host/liveview.h"
-#include "host/outputfile.h"
 #include "host/results/report.h"
-#include "host/values.h"
 #include "tests/host/prepared.h"
 #include "tests/support/bits.h"
 #include "tests/support/temporary.h"
@@ -38,12 +38,12 @@ TEST(OutputFile, AppearsWholeOrNotAtAll) {
   host::OutputFile file(path);
   file.write("new", 3);
   EXPECT_EQ(contentsOf(path), "old");
-  EXPECT_THROW(host::OutputFile{path}, host::InputError) << "it is being written";
+  EXPECT_THROW(host::OutputFile{path}, host::UserError) << "it is being written";
   file.commit();
   EXPECT_EQ(contentsOf(path), "new");
   EXPECT_FALSE(temporary.holds("out.torvex-part"));
-  EXPECT_THROW(host::OutputFile{temporary.path("none/out")}, host::InputError);
-  EXPECT_THROW(host::OutputFile{temporary.path("")}, host::InputError);
+  EXPECT_THROW(host::OutputFile{temporary.path("none/out")}, host::UserError);
+  EXPECT_THROW(host::OutputFile{temporary.path("")}, host::UserError);
 }
 
 TEST(Trace, WritesFloatsThatReadBackExactly) {
@@ -89,7 +89,7 @@ struct AnyAxis {
 TEST(Report, FitsEightyColumnsWhateverHappened) {
   Prepared prepared(1, 2, 100);
   const host::Plan plan = prepared.plan();
-  const Torvex torvex(prepared.machine, plan, prepared.options);
+  const Torvex torvex(prepared.machine, plan, prepared.options.session);
   const char* const names[] = {"cleared", "refused", "left", "late", "limited", "others"};
   for (const std::uint64_t most : {1U, 999U, 20'000'000U}) {
     for (unsigned int happened = 0; happened < 64; ++happened) {

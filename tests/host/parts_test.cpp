@@ -229,21 +229,21 @@ TEST(Pacer, GoesAlongWithTheClockWithinTheBound) {
   }
 }
 
-host::Batch batchOf(std::size_t values, std::int64_t originMs = 0) {
-  const auto motion = std::make_shared<host::Motion>();
+host::ScheduledBatch batchOf(std::size_t values, std::int64_t originMs = 0) {
+  const auto motion = std::make_shared<host::CommandBatch>();
   motion->values.resize(values);
   return {motion, std::nullopt, originMs};
 }
 
 TEST(Inbox, IsBoundedByPointsAndBatches) {
   host::Inbox inbox;
-  const host::Batch large = batchOf(host::Inbox::mostPoints / 2);
+  const host::ScheduledBatch large = batchOf(host::Inbox::mostPoints / 2);
   EXPECT_EQ(inbox.put(large), 0U);
   EXPECT_EQ(inbox.put(large), 1U);
   EXPECT_EQ(inbox.put(batchOf(1)), std::nullopt);
   EXPECT_EQ(inbox.put(batchOf(0)), 2U);
   EXPECT_EQ(inbox.takeAll().size(), 3U);
-  const host::Batch empty = batchOf(0);
+  const host::ScheduledBatch empty = batchOf(0);
   for (std::uint32_t i = 0; i < host::Inbox::mostBatches; ++i) {
     ASSERT_EQ(inbox.put(empty), 3 + i);
   }
@@ -264,9 +264,9 @@ TEST(Inbox, NumbersWhatManyThreadsPutInTheOrderOfArrival) {
       }
     });
   }
-  std::vector<host::Batch> came;
+  std::vector<host::ScheduledBatch> came;
   while (came.size() < numbers.size()) {
-    for (host::Batch& batch : inbox.takeAll()) {
+    for (host::ScheduledBatch& batch : inbox.takeAll()) {
       came.push_back(std::move(batch));
     }
   }
@@ -285,7 +285,7 @@ bool isRegistryEmpty() {
 
 TEST(Engine, LeavesNothingBehindWhenItCannotStart) {
   const Temporary temporary;
-  host::MachineFile machine;
+  host::MachineModel machine;
   machine.description.actuators.resize(2);
   machine.description.actuators[0].name = "a";
   machine.description.actuators[1].name = "b";

@@ -6,14 +6,14 @@
 #include <vector>
 
 #include "host/motion/plan.h"
-#include "host/runoptions.h"
+#include "host/results/runoptions.h"
 #include "tests/support/temporary.h"
 
 /// A machine of some joints and a motion of some points for it, in simulated time.
 struct Prepared {
   Temporary temporary;
-  host::MachineFile machine;
-  std::vector<host::Motion> motions{1};
+  host::MachineModel machine;
+  std::vector<host::CommandBatch> batches{1};
   host::RunOptions options;
 
   Prepared(int joints, int points, std::uint32_t stepMs) {
@@ -27,18 +27,18 @@ struct Prepared {
       sensor.name = actuator.name + "/Sensor";
       sensor.actuator = i;
       machine.description.sensors.push_back(sensor);
-      motions[0].actuators.push_back(i);
+      batches[0].actuators.push_back(i);
     }
     for (int point = 0; point < points; ++point) {
-      motions[0].times.push_back(stepMs * static_cast<std::uint32_t>(point));
-      motions[0].places.emplace_back();
+      batches[0].times.push_back(stepMs * static_cast<std::uint32_t>(point));
+      batches[0].locations.emplace_back();
       for (int i = 0; i < joints; ++i) {
-        motions[0].values.emplace_back(std::sin(0.05F * static_cast<float>(point + i)));
+        batches[0].values.emplace_back(std::sin(0.05F * static_cast<float>(point + i)));
       }
     }
-    options.clock = host::Clock::simulated;
-    options.poolName = temporary.pool();
+    options.session.clock = host::Clock::simulated;
+    options.session.poolName = temporary.pool();
   }
 
-  [[nodiscard]] host::Plan plan() const { return host::planRun(machine, motions, options.timing); }
+  [[nodiscard]] host::Plan plan() const { return host::planRun(machine, batches, options.timing); }
 };

@@ -6,6 +6,7 @@
 #include <algorithm>
 #include <cstdlib>
 
+#include "host/results/runoptions.h"
 #include "tests/host/bothways.h"
 #include "tests/support/random.h"
 
@@ -13,31 +14,31 @@ namespace {
 
 /// A machine, batches for it, and how they are run.
 struct Case {
-  host::MachineFile machine;
-  std::vector<host::Motion> motions;
+  host::MachineModel machine;
+  std::vector<host::CommandBatch> batches;
   host::RunOptions options;
 
   Case() {
-    options.clock = host::Clock::simulated;
-    options.poolName = "";
+    options.session.clock = host::Clock::simulated;
+    options.session.poolName = "";
   }
   void addActuator(bool interpolates) {
     simulation::Actuator& actuator = machine.description.actuators.emplace_back();
     actuator.name = "a" + std::to_string(machine.description.actuators.size());
     actuator.interpolates = interpolates;
   }
-  host::Motion& addBatch(TimedCommand::commandType mode, const std::vector<int>& actuators) {
-    host::Motion& motion = motions.emplace_back();
+  host::CommandBatch& addBatch(TimedCommand::commandType mode, const std::vector<int>& actuators) {
+    host::CommandBatch& motion = batches.emplace_back();
     motion.mode = mode;
     motion.actuators = actuators;
     return motion;
   }
-  [[nodiscard]] host::Plan plan() const { return planRun(machine, motions, options.timing); }
+  [[nodiscard]] host::Plan plan() const { return planRun(machine, batches, options.timing); }
 };
 
-void addPoint(host::Motion& motion, std::uint32_t timeMs, float value) {
+void addPoint(host::CommandBatch& motion, std::uint32_t timeMs, float value) {
   motion.times.push_back(timeMs);
-  motion.places.emplace_back();
+  motion.locations.emplace_back();
   motion.values.resize(motion.values.size() + motion.actuators.size(), hal::AttrGeneric(value));
 }
 
@@ -60,14 +61,14 @@ Case randomMachine(Random& random) {
     }
   }
   made.options.timing.cycleMs = 1 + random.below(25);
-  made.options.startTick = random.chance(20) ? 0xFFFFFC00 : 0;
+  made.options.session.startTick = random.chance(20) ? 0xFFFFFC00 : 0;
   if (random.chance(50)) {
     made.options.timing.approachMs = random.below(100);
   }
   return made;
 }
 
-void fill(host::Motion& motion, const Case& made, Random& random) {
+void fill(host::CommandBatch& motion, const Case& made, Random& random) {
   // Sparse, with segments that are sampled; usual; dense; many at the same time.
   constexpr std::uint32_t widest[] = {9000, 60, 4, 1};
   const std::uint32_t kind = random.chance(85) ? random.below(2) : 2 + random.below(2);
@@ -75,7 +76,7 @@ void fill(host::Motion& motion, const Case& made, Random& random) {
   std::uint32_t time = random.below(200);
   for (std::uint32_t i = 0; i < points; ++i, time += random.below(widest[kind] + 1)) {
     motion.times.push_back(time);
-    motion.places.emplace_back();
+    motion.locations.emplace_back();
     for (const int actuator : motion.actuators) {
       hal::AttrGeneric& value = motion.values.emplace_back();
       const float number = static_cast<float>(random.below(1000)) / 250.0F - 2.0F;
@@ -100,10 +101,10 @@ Case randomCase(int seed) {
       }
     }
     const auto mode = static_cast<TimedCommand::commandType>(1 + random.below(4));
-    host::Motion& motion = made.addBatch(mode, actuators);
+    host::CommandBatch& motion = made.addBatch(mode, actuators);
     fill(motion, made, random);
     motion.fromMs = at - std::min(at, random.chance(30) ? random.below(500) : 0);
-    if (made.motions.size() > 1 || motion.times.empty() || random.chance(50)) {
+    if (made.batches.size() > 1 || motion.times.empty() || random.chance(50)) {
       motion.atMs = at;
     }
   }
@@ -119,11 +120,11 @@ TEST(Rehearsal, TellsWhatARunTells) {
     host::Plan plan;
     try {
       plan = made.plan();
-    } catch (const host::InputError&) {
+    } catch (const host::UserError&) {
       continue;  // a batch that can never be taken
     }
     ++compared;
-    EXPECT_EQ(disagreement(made.machine, plan, made.options), "") << "seed " << seed;
+    EXPECT_EQ(disagreement(made.machine, plan, made.options.session), "") << "seed " << seed;
   }
   EXPECT_GE(compared, rounds / 2);
 }
@@ -135,12 +136,12 @@ TEST(Rehearsal, RefusesTheBatchThatIsTooDense) {
     Case made;
     made.addActuator(true);
     made.addActuator(false);
-    host::Motion& first = made.addBatch(TimedCommand::MERGE, {0, 1});
+    host::CommandBatch& first = made.addBatch(TimedCommand::MERGE, {0, 1});
     first.atMs = 0;
     for (std::uint32_t i = 0; i <= 300; ++i) {
       addPoint(first, 1001 + i / 15, 0.5F);
     }
-    host::Motion& dense = made.addBatch(TimedCommand::MERGE, {1, 0});
+    host::CommandBatch& dense = made.addBatch(TimedCommand::MERGE, {1, 0});
     dense.atMs = 500;
     dense.fromMs = 1001;
     for (std::uint32_t i = 0; i < second; ++i) {
@@ -152,7 +153,7 @@ TEST(Rehearsal, RefusesTheBatchThatIsTooDense) {
       EXPECT_EQ(counts.refused, second == 212 ? second : 0);
       EXPECT_EQ(counts.reached, 301 + second - counts.refused);
     }
-    EXPECT_EQ(disagreement(made.machine, plan, made.options), "");
+    EXPECT_EQ(disagreement(made.machine, plan, made.options.session), "");
   }
 }
 
@@ -162,12 +163,12 @@ TEST(Rehearsal, TakesBatchesThatAreWhollyLate) {
   for (int i = 0; i < 3; ++i) {
     made.addActuator(true);
   }
-  host::Motion& late = made.addBatch(TimedCommand::MERGE, {0, 1, 2});
+  host::CommandBatch& late = made.addBatch(TimedCommand::MERGE, {0, 1, 2});
   late.atMs = 20'000;
   for (std::uint32_t i = 0; i < 400; ++i) {
     addPoint(late, i * 40, 0.5F);
   }
-  EXPECT_EQ(disagreement(made.machine, made.plan(), made.options), "");
+  EXPECT_EQ(disagreement(made.machine, made.plan(), made.options.session), "");
 }
 
 /// Where the points of many batches fall among those of a long trajectory.
@@ -179,12 +180,12 @@ void expectAllReached(Where where) {
   const std::uint32_t base = batches * 9 / 2;
   Case made;
   made.addActuator(true);
-  host::Motion& trajectory = made.addBatch(TimedCommand::MERGE, {0});
+  host::CommandBatch& trajectory = made.addBatch(TimedCommand::MERGE, {0});
   for (std::uint32_t i = 0; i < base; ++i) {
     addPoint(trajectory, i * stepMs, static_cast<float>(i % 100) * 0.01F);
   }
   for (std::uint32_t i = 0; i < batches; ++i) {
-    host::Motion& batch = made.addBatch(TimedCommand::MERGE, {0});
+    host::CommandBatch& batch = made.addBatch(TimedCommand::MERGE, {0});
     batch.atMs = i * 2;
     batch.fromMs = where == Where::soon     ? i * 2
                    : where == Where::behind ? (base + i * pointsEach) * stepMs

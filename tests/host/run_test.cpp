@@ -28,7 +28,7 @@ struct Ran {
   host::Outcome outcome;
 
   explicit Ran(const Prepared& prepared)
-      : plan(prepared.plan()), torvex(prepared.machine, plan, prepared.options) {
+      : plan(prepared.plan()), torvex(prepared.machine, plan, prepared.options.session) {
     torvex.addListener(sums);
   }
   void run(const Torvex::Progress& progress = [](std::int64_t) {}) {
@@ -82,7 +82,7 @@ TEST(Run, CountsCyclesInWhichOthersMoveAnActuator) {
 
 TEST(Run, WaitsForWhatOthersQueuedBeyondTheMotion) {
   Prepared prepared(2, 2, 100);
-  host::Motion& motion = prepared.motions[0];
+  host::CommandBatch& motion = prepared.batches[0];
   motion.actuators.pop_back();
   motion.values.resize(2);
   Ran ran(prepared);

@@ -7,7 +7,7 @@
 #include <cstdlib>
 #include <string_view>
 
-#include "host/commandline.h"
+#include "host/cli/commandline.h"
 #include "tests/support/failingheap.h"
 
 int main(int argc, char** argv) {

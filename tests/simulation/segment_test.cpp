@@ -5,9 +5,9 @@
 
 #include <string>
 
+#include "simulation/devicepool/poollayout.h"
 #include "simulation/machine.h"
 #include "simulation/observer.h"
-#include "simulation/poollayout.h"
 #include "tests/support/temporary.h"
 
 namespace {

@@ -6,8 +6,8 @@
 #include <cmath>
 #include <utility>
 
+#include "host/base/values.h"
 #include "host/motion/limits.h"
-#include "host/values.h"
 
 namespace host {
 namespace {
@@ -110,12 +110,12 @@ void leaveOutClouds(const RunLog::AxisLog& log, Panel& panel) {
 void addHandOvers(const RunLog::AxisLog& log, const Plan& plan, Panel& panel) {
   constexpr std::size_t mostLabels = 24;
   for (const std::uint32_t number : log.batches) {
-    const Motion& motion = *plan.batches[number].motion;
-    if (!motion.atMs) {
+    const CommandBatch& commands = *plan.batches[number].commands;
+    if (!commands.atMs) {
       continue;
     }
-    const double seconds = static_cast<double>(*motion.atMs) / 1000.0;
-    const std::string mode = modeName(motion.mode);
+    const double seconds = static_cast<double>(*commands.atMs) / 1000.0;
+    const std::string mode = modeName(commands.mode);
     if (panel.handOvers.empty() || panel.handOvers.back().seconds != seconds) {
       panel.handOvers.push_back({seconds, mode});
     } else if (panel.handOvers.back().modes.find(mode) == std::string::npos) {

@@ -7,8 +7,8 @@
 #include <utility>
 #include <vector>
 
+#include "host/base/values.h"
 #include "host/results/plot/panel.h"
-#include "host/values.h"
 
 namespace host {
 namespace {

@@ -4,7 +4,7 @@
 #include <stdexcept>
 #include <utility>
 
-#include "host/input/source.h"
+#include "host/base/usererror.h"
 #include "host/results/plot/gnuplot.h"
 #include "host/results/plot/picture.h"
 
@@ -13,7 +13,7 @@ namespace host {
 Plot::Plot(const std::string& path, std::string title, const Plan& plan)
     : path_(path), file_(path), title_(std::move(title)), plan_(plan) {
   if (!hasGnuplot()) {
-    throw InputError(path, {}, "cannot be drawn: gnuplot is not installed (package gnuplot-nox)");
+    throw UserError(path, {}, "cannot be drawn: gnuplot is not installed (package gnuplot-nox)");
   }
 }
 

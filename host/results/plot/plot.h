@@ -2,8 +2,8 @@
 
 #include <string>
 
+#include "host/base/outputfile.h"
 #include "host/engine/torvex.h"
-#include "host/outputfile.h"
 #include "host/results/runlog.h"
 
 namespace host {
@@ -11,7 +11,7 @@ namespace host {
 /// The picture of a run, drawn by gnuplot: a panel for each actuator.
 class Plot {
  public:
-  /// The plan must outlive the picture. Throws `InputError` when the file cannot be written, and
+  /// The plan must outlive the picture. Throws `UserError` when the file cannot be written, and
   /// when gnuplot is not there.
   Plot(const std::string& path, std::string title, const Plan& plan);
 

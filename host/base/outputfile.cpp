@@ -1,0 +1,14 @@
+#include "host/base/outputfile.h"
+
+#include "host/base/usererror.h"
+#include "simulation/machine.h"
+
+namespace host {
+
+OutputFile::OutputFile(const std::string& path) try : simulation
+  ::OutputFile(path) {}
+catch (const simulation::Error& error) {
+  throw UserError(path, {}, error.what());
+}
+
+}  // namespace host

@@ -1,0 +1,58 @@
+#include "host/base/outputpaths.h"
+
+#include <fmt/format.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstring>
+#include <filesystem>
+#include <system_error>
+
+#include "host/base/usererror.h"
+
+namespace host {
+namespace {
+
+namespace fs = std::filesystem;
+
+/// Also where folders on the way are not there yet.
+bool isSamePlace(const std::string& one, const std::string& other) {
+  std::error_code none;
+  return fs::equivalent(one, other, none) || fs::weakly_canonical(fs::absolute(one), none) ==
+                                                 fs::weakly_canonical(fs::absolute(other), none);
+}
+
+}  // namespace
+
+void checkOutputs(const std::vector<NamedOutput>& outputs, const std::vector<std::string>& inputs) {
+  for (auto output = outputs.begin(); output != outputs.end(); ++output) {
+    for (const std::string& input : inputs) {
+      if (isSamePlace(output->path, input)) {
+        throw UserError(output->path, {},
+                        fmt::format("the {} would replace an input", output->what));
+      }
+    }
+    for (auto other = outputs.begin(); other != output; ++other) {
+      if (isSamePlace(output->path, other->path)) {
+        throw UserError(output->path, {},
+                        fmt::format("the {} would replace the {}", output->what, other->what));
+      }
+    }
+  }
+}
+
+void checkFolder(const std::string& path) {
+  std::error_code none;
+  fs::path existing = fs::absolute(path).lexically_normal();
+  while (!fs::exists(existing, none) && existing != existing.parent_path()) {
+    existing = existing.parent_path();
+  }
+  const bool isFolder = fs::is_directory(existing, none);
+  if (!isFolder || access(existing.c_str(), W_OK | X_OK) != 0) {
+    throw UserError(path, {},
+                    fmt::format("cannot be written to: {}",
+                                isFolder ? std::strerror(errno) : std::strerror(ENOTDIR)));
+  }
+}
+
+}  // namespace host

@@ -1,0 +1,22 @@
+#pragma once
+
+#include <string>
+#include <vector>
+
+namespace host {
+
+/// A file that is going to be written.
+struct NamedOutput {
+  std::string path;
+  /// In words for a user.
+  std::string what;
+};
+
+/// Throws `UserError` when an output would take the place of an input, or of
+/// another output.
+void checkOutputs(const std::vector<NamedOutput>& outputs, const std::vector<std::string>& inputs);
+
+/// Throws `UserError` when this folder can neither be written to nor made.
+void checkFolder(const std::string& path);
+
+}  // namespace host

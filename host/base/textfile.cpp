@@ -1,0 +1,68 @@
+#include "host/base/textfile.h"
+
+#include <fmt/format.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <charconv>
+#include <cmath>
+#include <cstdio>
+#include <cstring>
+#include <memory>
+#include <string_view>
+#include <system_error>
+
+namespace host {
+namespace {
+
+/// What some editors put before UTF-8; it takes no column.
+constexpr std::string_view byteOrderMark = "\xEF\xBB\xBF";
+
+UserError unreadable(const std::string& path, int error) {
+  return {path, {}, fmt::format("cannot be read: {}", std::strerror(error))};
+}
+
+}  // namespace
+
+std::string readFile(const std::string& path, std::size_t maxBytes) {
+  const std::unique_ptr<std::FILE, int (*)(std::FILE*)> file(std::fopen(path.c_str(), "rbe"),
+                                                             std::fclose);
+  if (file == nullptr) {
+    throw unreadable(path, errno);
+  }
+  std::string text;
+  char block[1 << 16];
+  while (const std::size_t got = std::fread(block, 1, sizeof block, file.get())) {
+    text.append(block, got);
+    if (text.size() > maxBytes) {
+      throw UserError(path, {}, fmt::format("is longer than {} bytes", maxBytes));
+    }
+  }
+  if (std::ferror(file.get()) != 0) {
+    throw unreadable(path, errno);
+  }
+  if (text.compare(0, byteOrderMark.size(), byteOrderMark) == 0) {
+    text.erase(0, byteOrderMark.size());
+  }
+  return text;
+}
+
+SourceLocation locationAt(const std::string& text, std::size_t offset) {
+  offset = std::min(offset, text.size());
+  const auto end = text.begin() + static_cast<std::ptrdiff_t>(offset);
+  const auto lines = static_cast<std::size_t>(std::count(text.begin(), end, '\n'));
+  const std::size_t lastBreak = offset == 0 ? std::string::npos : text.rfind('\n', offset - 1);
+  return {lines + 1, lastBreak == std::string::npos ? offset + 1 : offset - lastBreak};
+}
+
+bool parseNumber(const std::string& text, double& number) {
+  const char* begin = text.data();
+  const char* const end = begin + text.size();
+  if (text.size() > 1 && text[0] == '+' && text[1] != '-') {
+    ++begin;
+  }
+  const auto [stop, failure] = std::from_chars(begin, end, number);
+  return failure == std::errc() && stop == end && std::isfinite(number);
+}
+
+}  // namespace host

@@ -1,0 +1,60 @@
+#include "host/base/values.h"
+
+#include <fmt/format.h>
+
+#include <algorithm>
+
+#include "platform/hal/deviceattrgeneric.h"
+
+namespace host {
+namespace {
+
+bool startsCodePoint(char byte) {
+  return (byte & 0xC0) != 0x80;
+}
+
+}  // namespace
+
+ValueType valueType(std::uint8_t typeCode) {
+  if (typeCode == hal::floatTypeCode) {
+    return ValueType::real;
+  }
+  if (typeCode == 8 || typeCode == 9) {
+    return ValueType::text;
+  }
+  return typeCode >= 1 && typeCode <= 6 ? ValueType::integer : ValueType::none;
+}
+
+std::string printed(const Json& json, int indent) {
+  return json.dump(indent, ' ', false, Json::error_handler_t::replace);
+}
+
+std::string shown(const Json& value) {
+  if (value.is_number_float()) {
+    return fmt::format("{}", value.get<float>());
+  }
+  return value.is_null() ? "-" : printed(value, -1);
+}
+
+std::string shownName(const std::string& name) {
+  const std::string quoted = printed(name, -1);
+  return quoted.substr(1, quoted.size() - 2);
+}
+
+std::size_t columnsOf(const std::string& text) {
+  return static_cast<std::size_t>(std::count_if(text.begin(), text.end(), startsCodePoint));
+}
+
+std::string cutInFront(const std::string& text, std::size_t columns) {
+  const std::size_t taken = columnsOf(text);
+  if (taken <= columns) {
+    return text;
+  }
+  std::size_t toSkip = taken - columns + 1;
+  const auto rest = std::find_if(text.begin(), text.end(), [&toSkip](char byte) {
+    return startsCodePoint(byte) && toSkip-- == 0;
+  });
+  return "…" + std::string(rest, text.end());
+}
+
+}  // namespace host

@@ -1,0 +1,81 @@
+#include "host/cli/doctorcommand.h"
+
+#include <fmt/format.h>
+
+#include <algorithm>
+#include <memory>
+
+#include "host/base/stopsignal.h"
+#include "host/base/values.h"
+#include "host/cli/output.h"
+#include "host/cli/status.h"
+#include "host/engine/diagnosis.h"
+
+namespace host {
+namespace {
+
+const char* nameOf(Rating verdict) {
+  switch (verdict) {
+    case Rating::good:
+      return "good";
+    case Rating::poor:
+      return "poor";
+    case Rating::unknown:
+      break;
+  }
+  return "unknown";
+}
+
+std::string table(const std::vector<Condition>& conditions) {
+  std::string text;
+  for (const Condition& condition : conditions) {
+    const char* mark = condition.rating == Rating::good ? "+" : "-";
+    text += fmt::format("{} {:<10}  {}\n", condition.rating == Rating::unknown ? "?" : mark,
+                        condition.what, condition.found);
+    if (!condition.advice.empty()) {
+      text += fmt::format("              {}\n", condition.advice);
+    }
+  }
+  return text;
+}
+
+Json jsonOf(const std::vector<Condition>& conditions) {
+  Json all = Json::array();
+  for (const Condition& condition : conditions) {
+    all.push_back({{"what", condition.what},
+                   {"found", condition.found},
+                   {"verdict", nameOf(condition.rating)},
+                   {"advice", condition.advice.empty() ? Json() : Json(condition.advice)}});
+  }
+  return all;
+}
+
+int doctor(bool json) {
+  const StopSignal stopSignal;  // a closed pipe is then an error to meet
+  const std::vector<Condition> conditions = diagnose("");
+  if (const int status = writeOut(json ? printed(jsonOf(conditions), 2) + "\n" : table(conditions));
+      status != okStatus) {
+    return status;
+  }
+  const bool poor =
+      std::any_of(conditions.begin(), conditions.end(),
+                  [](const Condition& condition) { return condition.rating == Rating::poor; });
+  return poor ? shortfallStatus : okStatus;
+}
+
+}  // namespace
+
+void addDoctorCommand(CLI::App& app, Command& chosen) {
+  CLI::App& command = *app.add_subcommand("doctor", "Say how punctual cycles can be here");
+  const auto json = std::make_shared<bool>(false);
+  command.footer(
+      "A line for each thing that decides how punctual cycles are: + good, - could be better, ?\n"
+      "not to be seen from here, as in a container. Below it, what to do about it.\n\n"
+      "Exit status: 0 when nothing is known that could be better; 1 when something is, or the\n"
+      "lines could not be written; 2 for bad usage; 128 and the signal's number when a signal\n"
+      "stopped it.");
+  command.add_flag("--json", *json, "An array of objects instead of lines");
+  command.callback([json, &chosen] { chosen = [json] { return doctor(*json); }; });
+}
+
+}  // namespace host

@@ -1,0 +1,10 @@
+#pragma once
+
+#include "host/cli/options.h"
+
+namespace host {
+
+/// Adds `torvex doctor`: how punctual cycles can be on this machine.
+void addDoctorCommand(CLI::App& app, Command& chosen);
+
+}  // namespace host

@@ -1,0 +1,54 @@
+#include "host/cli/exportcommand.h"
+#include "host/input/machinefile.h"
+
+#include <memory>
+
+#include "host/base/outputpaths.h"
+#include "host/cli/status.h"
+#include "host/results/preferenceexport.h"
+#include "registry/brokermanager.h"
+#include "simulation/framework.h"
+
+namespace host {
+namespace {
+
+struct ExportOptions {
+  std::string machinePath;
+  PreferenceExport wanted;
+  std::string directory = ".";
+};
+
+int exportFrom(const ExportOptions& options) {
+  const MachineModel machine = readMachineFile(options.machinePath);
+  checkExport(machine, options.wanted, options.directory);
+  checkOutputs({{options.wanted.pathIn(options.directory), "preference file"}}, machine.paths);
+  const simulation::Machine simulated("", machine.description);
+  const simulation::Framework framework(options.directory);
+  setBrokerManager(framework.broker());
+  say(exportPreferences(options.wanted, options.directory) + "\n");
+  setBrokerManager(nullptr);
+  return outputFailed() ? shortfallStatus : okStatus;
+}
+
+}  // namespace
+
+void addExportCommand(CLI::App& app, Command& chosen) {
+  CLI::App& command =
+      *app.add_subcommand("export", "Write the preferences of a device or sub-device to a file");
+  const auto options = std::make_shared<ExportOptions>();
+  command.footer(
+      "Example:\n"
+      "  torvex export examples/humanoid/humanoid.yaml MainBoard mainboard.xml\n\n"
+      "Exit status: 0, also when there is nothing to export, which it says; 1 when the file could\n"
+      "not be written; 2 for bad input or usage, an unknown container among it.");
+  addMachine(command, options->machinePath);
+  command
+      .add_option("CONTAINER", options->wanted.container, "Name of the device, actuator or sensor")
+      ->required();
+  command.add_option("FILE", options->wanted.file, "Preference file, a name in the directory")
+      ->required();
+  addPreferenceDirectory(command, options->directory);
+  command.callback([options, &chosen] { chosen = [options] { return exportFrom(*options); }; });
+}
+
+}  // namespace host

@@ -1,0 +1,10 @@
+#pragma once
+
+#include "host/cli/options.h"
+
+namespace host {
+
+/// Adds `torvex export`: writes the preferences of one container to a file.
+void addExportCommand(CLI::App& app, Command& chosen);
+
+}  // namespace host

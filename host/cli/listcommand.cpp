@@ -1,0 +1,160 @@
+#include "host/cli/listcommand.h"
+
+#include <fmt/format.h>
+
+#include <algorithm>
+#include <cmath>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "attrfullname/attrfullname.h"
+#include "host/base/stopsignal.h"
+#include "host/base/values.h"
+#include "host/cli/output.h"
+#include "host/input/machinefile.h"
+#include "platform/hal/devicemanager.h"
+#include "simulation/machine.h"
+#include "timedcommandmanager/timedcommandmanager.h"
+
+namespace host {
+namespace {
+
+struct ListOptions {
+  std::string machinePath;
+  bool json = false;
+};
+
+Json typeName(std::uint8_t typeCode) {
+  switch (valueType(typeCode)) {
+    case ValueType::integer:
+      return "integer";
+    case ValueType::real:
+      return "float";
+    case ValueType::text:
+      return "text";
+    case ValueType::none:
+      break;
+  }
+  return "none";
+}
+
+Json containerName(std::uint8_t kind) {
+  if (kind == hal::deviceKind) {
+    return "device";
+  }
+  return kind == hal::subDeviceKind ? Json("sub-device") : Json(kind);
+}
+
+/// Of an actuator whose values are integers, exactly where it is one.
+Json limit(const simulation::Actuator& actuator, double value) {
+  if (!std::isfinite(value)) {
+    return {};
+  }
+  const bool isInteger = actuator.typeCode != hal::floatTypeCode && value == std::round(value) &&
+                         std::abs(value) <= 4294967296.0;
+  return isInteger ? Json(static_cast<std::int64_t>(value)) : Json(static_cast<float>(value));
+}
+
+Json listed(int index, const std::string& key, bool actuator) {
+  hal::DeviceManager& manager = *hal::getDeviceManager();
+  int position = 0;
+  const std::uint8_t typeCode = manager.getAttrWithIndex(index)->typeCode;
+  const std::uint8_t kind = manager.getAttributeContainerWithIndex(index, position)->kind;
+  return {{"index", index},
+          {"key", key.empty() ? Json() : Json(key)},
+          {"type", typeCode},
+          {"meaning", typeName(typeCode)},
+          {"container", containerName(kind)},
+          {"actuator", actuator},
+          {"law", Json()},
+          {"minimum", Json()},
+          {"maximum", Json()},
+          {"maximum_velocity", Json()}};
+}
+
+/// All attributes, asked from the library on a machine of its own.
+Json attributesOf(const simulation::MachineDescription& description) {
+  const simulation::Machine machine("", description);
+  AttrFullName names;
+  TimedCommandManager commands;
+  names.initNameList(0);
+  commands.initTimedCommand(0);
+  Json attributes = Json::array();
+  for (std::size_t i = 0; i < commands.commandTable.size(); ++i) {
+    const int index = static_cast<int>(i);
+    attributes.push_back(listed(index, names.getAttributeNameWithIndex(index),
+                                commands.commandTable[i].isSubDevice == 1));
+  }
+  for (std::size_t i = 0; i < commands.actuatorCommands.size(); ++i) {
+    const TimedCommand* const timeline = commands.actuatorCommands[i];
+    const simulation::Actuator& actuator = description.actuators.at(i);
+    Json& value = attributes[static_cast<std::size_t>(timeline - commands.commandTable.data())];
+    value["law"] = timeline->interpolationPossible == 1 ? "linear" : "step";
+    value["minimum"] = limit(actuator, actuator.minimum);
+    value["maximum"] = limit(actuator, actuator.maximum);
+    value["maximum_velocity"] = limit(actuator, double{actuator.maximumVelocity});
+  }
+  return attributes;
+}
+
+std::string cell(const Json& value) {
+  if (value.is_boolean()) {
+    return value.get<bool>() ? "yes" : "no";
+  }
+  return value.is_string() ? shownName(value.get<std::string>()) : shown(value);
+}
+
+/// A row an attribute, under the names of its members.
+std::string table(const Json& attributes) {
+  if (attributes.empty()) {
+    return {};
+  }
+  std::vector<std::string> lines(attributes.size() + 1);
+  for (const auto& column : attributes.front().items()) {
+    std::vector<std::string> cells = {column.key()};
+    for (const Json& attribute : attributes) {
+      cells.push_back(cell(attribute[column.key()]));
+    }
+    std::size_t width = 0;
+    for (const std::string& text : cells) {
+      width = std::max(width, columnsOf(text));
+    }
+    for (std::size_t i = 0; i < lines.size(); ++i) {
+      lines[i] += fmt::format("{}{:<{}}", lines[i].empty() ? "" : "  ", cells[i], width);
+    }
+  }
+  std::string text;
+  for (const std::string& line : lines) {
+    text += line.substr(0, line.find_last_not_of(' ') + 1) + "\n";
+  }
+  return text;
+}
+
+int list(const ListOptions& options) {
+  const MachineModel machine = readMachineFile(options.machinePath);
+  const StopSignal stopSignal;  // a closed pipe is then an error to meet
+  const Json attributes = attributesOf(machine.description);
+  return writeOut(options.json ? printed(attributes, 2) + "\n" : table(attributes));
+}
+
+}  // namespace
+
+void addListCommand(CLI::App& app, Command& chosen) {
+  CLI::App& command = *app.add_subcommand("list", "List the attributes of a machine");
+  const auto options = std::make_shared<ListOptions>();
+  command.footer(
+      "Example:\n"
+      "  torvex list examples/humanoid/humanoid.yaml\n\n"
+      "Type codes 1 to 6 mean integers, 7 floats, 8 and 9 texts, others no value. An attribute\n"
+      "is an actuator when the control cycle writes it: on the straight line between two\n"
+      "commands and within the limits (linear), or each command as it stands (step). What\n"
+      "there is none of is shown as -, and null in JSON.\n\n"
+      "Exit status: 0; 1 when the list could not be written; 2 for bad input or usage; 128 and\n"
+      "the signal's number when a signal stopped it.");
+  addMachine(command, options->machinePath);
+  command.add_flag("--json", options->json, "An array of objects instead of a table");
+  command.callback([options, &chosen] { chosen = [options] { return list(*options); }; });
+}
+
+}  // namespace host

@@ -1,0 +1,102 @@
+#include "host/cli/livevalues.h"
+
+#include <fmt/format.h>
+
+#include <map>
+#include <set>
+#include <utility>
+
+#include "host/base/attributekey.h"
+#include "platform/hal/attributecontainer.h"
+#include "simulation/machine.h"
+
+namespace host {
+namespace {
+
+/// Empty when the attribute has none.
+std::string keyOf(const simulation::Observer& observer, int index) {
+  const std::uint8_t kind = observer.containerKind(index);
+  if (kind != hal::deviceKind && kind != hal::subDeviceKind) {
+    return {};
+  }
+  return (kind == hal::deviceKind ? devicePrefix : subDevicePrefix) +
+         observer.containerName(index) + "/" + observer.attributeName(index);
+}
+
+[[noreturn]] void refuse(const std::string& key, const std::map<std::string, int>& indexes) {
+  const auto near = indexes.lower_bound(key);
+  const std::string example =
+      near == indexes.end() ? "" : fmt::format(", but for example '{}'", shownName(near->first));
+  throw simulation::Error(
+      fmt::format("the machine has no attribute '{}'{}; without a KEY, all are "
+                  "watched",
+                  shownName(key), example));
+}
+
+}  // namespace
+
+LiveValues::LiveValues(const simulation::Observer& observer, const std::vector<std::string>& keys)
+    : observer_(observer) {
+  std::map<std::string, int> indexes;
+  std::vector<std::string> wanted = keys;
+  for (int index = 0; index < observer.attributeCount(); ++index) {
+    const std::string key = keyOf(observer, index);
+    if (!key.empty()) {
+      indexes[key] = index;  // of equal keys, the last one counts
+      if (keys.empty()) {
+        wanted.push_back(key);
+      }
+    }
+  }
+  std::set<int> taken;
+  for (const std::string& key : wanted) {
+    const auto found = indexes.find(fullKey(key));
+    if (found == indexes.end()) {
+      refuse(fullKey(key), indexes);
+    }
+    if (taken.insert(found->second).second) {
+      attributes_.push_back({found->second, found->first});
+    }
+  }
+}
+
+Json LiveValues::value(std::size_t position) const {
+  const int index = attributes_[position].index;
+  const hal::AttrGeneric present = observer_.value(index);
+  switch (valueType(observer_.typeCode(index))) {
+    case ValueType::integer:
+      return present.asInt;
+    case ValueType::real:
+      return present.asFloat;
+    case ValueType::text:
+      return present.asTextOffset == 0 ? Json() : Json(observer_.text(present));
+    case ValueType::none:
+      break;
+  }
+  return nullptr;
+}
+
+ValueLines::ValueLines(const LiveValues& values) : values_(values), last_(values.size()) {}
+
+std::string ValueLines::changed(std::int64_t timeMs) {
+  std::string lines;
+  for (std::size_t i = 0; i < values_.size(); ++i) {
+    std::string present = shown(values_.value(i));
+    if (present != last_[i]) {
+      lines += fmt::format("{:.3f} {} {}\n", static_cast<double>(timeMs) / 1000.0,
+                           shownName(values_.key(i)), present);
+      last_[i] = std::move(present);
+    }
+  }
+  return lines;
+}
+
+std::string jsonLine(const LiveValues& values, std::int64_t timeMs) {
+  Json::object_t members;
+  for (std::size_t i = 0; i < values.size(); ++i) {
+    members.push_back({values.key(i), values.value(i)});  // no key twice
+  }
+  return printed({{"time_ms", timeMs}, {"values", std::move(members)}}, -1) + "\n";
+}
+
+}  // namespace host

@@ -1,0 +1,56 @@
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <string>
+#include <vector>
+
+#include "host/base/values.h"
+#include "simulation/observer.h"
+
+namespace host {
+
+/// Attributes of a running machine, by their keys, and what they hold now.
+class LiveValues {
+ public:
+  /// Those with the given keys, in that order; without any, all that have a
+  /// key. A bare key means a sub-device's. The observer must outlive the object.
+  /// Throws `simulation::Error` for a key that the machine does not have.
+  LiveValues(const simulation::Observer& observer, const std::vector<std::string>& keys);
+
+  [[nodiscard]] std::size_t size() const { return attributes_.size(); }
+  [[nodiscard]] const std::string& key(std::size_t position) const {
+    return attributes_[position].key;
+  }
+  /// The present value; null when there is none.
+  [[nodiscard]] Json value(std::size_t position) const;
+
+ private:
+  struct Attribute {
+    int index;
+    std::string key;
+  };
+
+  const simulation::Observer& observer_;
+  std::vector<Attribute> attributes_;
+};
+
+/// Says what the values are: the result is to be written out. The time is in
+/// milliseconds since watching began.
+class ValueLines {
+ public:
+  explicit ValueLines(const LiveValues& values);
+
+  /// "SECONDS KEY VALUE" for each value that is not as it was at the last call.
+  std::string changed(std::int64_t timeMs);
+
+ private:
+  const LiveValues& values_;
+  /// Of each value, as shown at the last call.
+  std::vector<std::string> last_;
+};
+
+/// One line of JSON that holds all values.
+std::string jsonLine(const LiveValues& values, std::int64_t timeMs);
+
+}  // namespace host

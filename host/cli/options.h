@@ -1,0 +1,29 @@
+#pragma once
+
+#include <CLI/CLI.hpp>
+#include <functional>
+#include <string>
+#include <vector>
+
+#include "host/results/runoptions.h"
+
+namespace host {
+
+/// What a subcommand does once its options are known; the result is the exit
+/// status.
+using Command = std::function<int()>;
+
+/// A number of the options' own, positive and finite.
+double positiveNumber(const std::string& option, const std::string& text);
+/// Decimal, or hexadecimal behind 0x.
+std::uint32_t tick(const std::string& text);
+
+void addMachine(CLI::App& command, std::string& path);
+void addMotions(CLI::App& command, std::vector<std::string>& paths);
+void addTiming(CLI::App& command, Timing& timing);
+void addPreferenceDirectory(CLI::App& command, std::string& path);
+/// What the thread of the cycle asks of the machine, in real time.
+void addCycleScheduling(CLI::App& command, ThreadScheduling& scheduling);
+void addPool(CLI::App& command, std::string& name);
+
+}  // namespace host

@@ -1,0 +1,33 @@
+#include "host/cli/output.h"
+
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstring>
+#include <string_view>
+
+#include "host/base/stopsignal.h"
+#include "host/cli/status.h"
+
+namespace host {
+
+int writeOut(const std::string& text) {
+  for (std::string_view rest = text; !rest.empty();) {
+    if (const int signal = StopSignal::received()) {
+      return signalStatus + signal;
+    }
+    const ssize_t written = write(STDOUT_FILENO, rest.data(), rest.size());
+    if (written >= 0) {
+      rest.remove_prefix(static_cast<std::size_t>(written));
+    } else if (errno != EINTR) {
+      if (errno != EPIPE) {
+        complain(std::string("torvex: error: standard output cannot be written: ") +
+                 std::strerror(errno) + "\n");
+      }
+      return shortfallStatus;
+    }
+  }
+  return okStatus;
+}
+
+}  // namespace host

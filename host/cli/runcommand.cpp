@@ -1,0 +1,318 @@
+#include "host/cli/runcommand.h"
+#include "host/input/machinefile.h"
+
+#include <fmt/format.h>
+
+#include <algorithm>
+#include <exception>
+#include <filesystem>
+#include <memory>
+#include <optional>
+#include <utility>
+
+#include "host/base/outputpaths.h"
+#include "host/base/stopsignal.h"
+#include "host/base/values.h"
+#include "host/cli/liveview.h"
+#include "host/cli/status.h"
+#include "host/engine/realtime.h"
+#include "host/engine/torvex.h"
+#include "host/engine/trace.h"
+#include "host/input/motionfile.h"
+#include "host/motion/plan.h"
+#include "host/motion/rehearsal.h"
+#include "host/results/findings.h"
+#include "host/results/plot/plot.h"
+#include "host/results/report.h"
+#include "host/results/runjson.h"
+#include "host/results/runlog.h"
+
+namespace host {
+namespace {
+
+/// Of very many the first ones; `--json` has all.
+void complainAll(const char* kind, const std::vector<Finding>& findings) {
+  constexpr std::size_t most = 50;
+  for (std::size_t i = 0; i < std::min(most, findings.size()); ++i) {
+    complain(shown(findings[i], kind) + "\n");
+  }
+  if (findings.size() > most) {
+    complain(fmt::format("torvex: {}: {} more like these\n", kind, findings.size() - most));
+  }
+}
+
+std::string joinedLines(const std::vector<std::string>& lines) {
+  return lines.empty() ? "" : fmt::format("{}\n", fmt::join(lines, "\n"));
+}
+
+void checkOutputPaths(const RunOptions& options, const MachineModel& machine) {
+  std::vector<std::string> inputs = options.motionPaths;
+  inputs.insert(inputs.end(), machine.paths.begin(), machine.paths.end());
+  std::vector<NamedOutput> outputs;
+  if (!options.tracePath.empty()) {
+    outputs.push_back({options.tracePath, "trace"});
+  }
+  if (!options.plotPath.empty()) {
+    outputs.push_back({options.plotPath, "picture"});
+  }
+  for (const PreferenceExport& wanted : options.exports) {
+    checkExport(machine, wanted, options.session.preferenceDirectory);
+    outputs.push_back({wanted.pathIn(options.session.preferenceDirectory),
+                       "preference file of " + wanted.container});
+  }
+  checkOutputs(outputs, inputs);
+}
+
+std::string titleOf(const MachineModel& machine, const RunOptions& options) {
+  std::vector<std::string> motions;
+  for (const std::string& path : options.motionPaths) {
+    motions.push_back(std::filesystem::path(path).filename().string());
+  }
+  return fmt::format("{}: {}", machine.name, fmt::join(motions, ", "));
+}
+
+std::vector<std::string> columnNames(const Torvex& torvex) {
+  std::vector<std::string> names;
+  for (const TracedColumn& column : torvex.columns()) {
+    names.push_back(column.name);
+  }
+  return names;
+}
+
+/// What a run leaves behind; opened before anything moves.
+struct Outputs {
+  std::optional<Trace> trace;
+  std::optional<Plot> plot;
+};
+
+void finish(const RunOptions& options, Outputs& outputs, const Torvex& torvex, const RunLog& log,
+            Outcome& outcome) {
+  const auto attempt = [&](const char* what, const auto& action) {
+    try {
+      action();
+    } catch (const std::exception& error) {
+      Finding failure;
+      failure.text = fmt::format("the {} was not written: {}", what, error.what());
+      outcome.errors.push_back(std::move(failure));
+    }
+  };
+  if (outputs.trace) {
+    attempt("trace", [&] { outputs.trace->finish(); });
+  }
+  if (outputs.plot) {
+    attempt("picture", [&] { outputs.plot->draw(torvex, log); });
+  }
+  for (const PreferenceExport& wanted : options.exports) {
+    attempt("export", [&] {
+      outcome.exports.push_back(exportPreferences(wanted, options.session.preferenceDirectory));
+    });
+  }
+}
+
+void append(std::vector<Finding>& all, const std::vector<Finding>& more) {
+  all.insert(all.end(), more.begin(), more.end());
+}
+
+/// What the run did of what was asked, from its events.
+void judge(const RunOptions& options, const Torvex& torvex, const Plan& plan,
+           const Findings& findings, Outcome& outcome) {
+  outcome.signal = StopSignal::received();
+  std::vector<Finding> noted = findings.all();
+  append(noted, cycleFindings(torvex));
+  for (Finding& finding : noted) {
+    const bool isError = finding.isRefusal || (options.strict && finding.isOfCycles);
+    (isError ? outcome.errors : outcome.warnings).push_back(std::move(finding));
+  }
+  outcome.axes = judgedAxes(torvex, plan, outcome);
+}
+
+/// Says all of it, and the status to exit with.
+int conclude(const RunOptions& options, const Torvex& torvex, const Plan& plan,
+             const Outcome& outcome) {
+  say(options.json ? printed(runJson(options, torvex, plan, outcome), 2) + "\n"
+                   : joinedLines(outcome.exports) + runReport(torvex, outcome));
+  complainAll("warning", outcome.warnings);
+  complainAll("error", outcome.errors);
+  if (outcome.signal != 0) {
+    complain(fmt::format("torvex: stopped by signal {}\n", outcome.signal));
+    return signalStatus + outcome.signal;
+  }
+  if (outputFailed()) {
+    complain("torvex: error: standard output cannot be written\n");
+  }
+  return outcome.errors.empty() && !outputFailed() ? okStatus : shortfallStatus;
+}
+
+/// What is known before anything moves.
+void announce(const RunOptions& options, Torvex& torvex, const MachineModel& machine,
+              const std::vector<CommandBatch>& batches, const Schedule& schedule,
+              Outcome& outcome) {
+  if (!options.json) {
+    say(loadedReport(machine, batches, schedule, options,
+                     torvex.engine().machine().replacedLeftover()));
+  }
+  if (options.session.clock == Clock::realtime) {
+    for (const std::string& refused : prepareRealtime(options.session.cycleScheduling)) {
+      Finding& warning = outcome.warnings.emplace_back();
+      warning.text = refused;
+    }
+  }
+}
+
+/// Whatever a run would warn of is an error before it.
+bool isRefusedStrictly(const MachineModel& machine, const Plan& plan) {
+  Findings findings(machine, plan);
+  rehearse(machine, plan, findings);
+  complainAll("error", findings.all());
+  return !findings.all().empty();
+}
+
+int run(const RunOptions& options) {
+  LiveView view;
+  view.announce("reading " + options.machinePath);
+  const MachineModel machine = readMachineFile(options.machinePath);
+  view.announce("reading motions");
+  const std::vector<CommandBatch> batches = readMotionFiles(options.motionPaths, machine);
+  const Plan plan = planRun(machine, batches, options.timing);
+  view.clear();
+  checkOutputPaths(options, machine);
+  if (options.strict && isRefusedStrictly(machine, plan)) {
+    return badInputStatus;
+  }
+
+  const StopSignal stopSignal;
+  Outputs outputs;
+  Findings findings(machine, plan);
+  RunLog log;
+  Torvex torvex(machine, plan, options.session);
+  torvex.addListener(findings);
+  torvex.addListener(log);
+  if (!options.tracePath.empty()) {
+    torvex.setTrace(&outputs.trace.emplace(options.tracePath, columnNames(torvex)));
+  }
+  if (!options.plotPath.empty()) {
+    outputs.plot.emplace(options.plotPath, titleOf(machine, options), plan);
+  }
+  Outcome outcome;
+  outcome.machine = machine.name;
+  announce(options, torvex, machine, batches, plan.schedule, outcome);
+  torvex.run(
+      [&](std::int64_t timeMs) { view.show(torvex.shownAxes(), timeMs, torvex.lastItemMs()); });
+  view.clear();
+  finish(options, outputs, torvex, log, outcome);
+  judge(options, torvex, plan, findings, outcome);
+  return conclude(options, torvex, plan, outcome);
+}
+
+PreferenceExport exportNamed(const std::string& text) {
+  const std::size_t equals = text.find('=');
+  if (equals == std::string::npos) {
+    throw CLI::ValidationError("--export", "'" + text + "' is not CONTAINER=FILE");
+  }
+  return {text.substr(0, equals), text.substr(equals + 1)};
+}
+
+Clock clockNamed(const std::string& text) {
+  if (text != "realtime" && text != "simulated") {
+    throw CLI::ValidationError("--clock", "'" + text + "' is neither realtime nor simulated");
+  }
+  return text == "realtime" ? Clock::realtime : Clock::simulated;
+}
+
+Late lateNamed(const std::string& text) {
+  if (text != "stand" && text != "catch-up") {
+    throw CLI::ValidationError("--late", "'" + text + "' is neither stand nor catch-up");
+  }
+  return text == "stand" ? Late::stand : Late::catchUp;
+}
+
+void addClock(CLI::App& command, RunOptions& options) {
+  command
+      .add_option_function<std::string>(
+          "--clock",
+          [&options](const std::string& text) { options.session.clock = clockNamed(text); },
+          "realtime: a cycle thread on the monotonic clock; simulated: as fast as it goes")
+      ->type_name("realtime|simulated")
+      ->default_str("realtime");
+  command
+      .add_option_function<std::string>(
+          "--start",
+          [&options](const std::string& text) { options.session.startTick = tick(text); },
+          "Tick of the first cycle, in milliseconds modulo 2^32")
+      ->type_name("TICK")
+      ->default_str("0");
+}
+
+void addPace(CLI::App& command, RunOptions& options) {
+  command
+      .add_option_function<std::string>(
+          "--late", [&options](const std::string& text) { options.session.late = lateNamed(text); },
+          "After the process was held up: stand goes on where the motion was, catch-up hurries")
+      ->type_name("stand|catch-up")
+      ->default_str("stand");
+  command.add_flag("--strict", options.strict,
+                   "Refuse what 'torvex check' warns of, before anything moves; exit with 1 when "
+                   "cycles were missed");
+}
+
+void addOutputs(CLI::App& command, RunOptions& options) {
+  command.add_option("--trace", options.tracePath, "Write every cycle to this CSV file")
+      ->type_name("FILE.csv");
+  command
+      .add_option("--plot", options.plotPath,
+                  "Draw commands and measured values over time (needs gnuplot)")
+      ->type_name("FILE.svg");
+}
+
+void addExports(CLI::App& command, RunOptions& options) {
+  command
+      .add_option_function<std::vector<std::string>>(
+          "--export",
+          [&options](const std::vector<std::string>& texts) {
+            for (const std::string& text : texts) {
+              options.exports.push_back(exportNamed(text));
+            }
+          },
+          "Write the preferences of a container to a file at the end; may be repeated")
+      ->type_name("CONTAINER=FILE")
+      ->expected(1)
+      ->take_all();
+  addPreferenceDirectory(command, options.session.preferenceDirectory);
+}
+
+}  // namespace
+
+void addRunCommand(CLI::App& app, Command& chosen) {
+  CLI::App& command = *app.add_subcommand("run", "Move a machine along motions");
+  const auto options = std::make_shared<RunOptions>();
+  command.footer(
+      "Example:\n"
+      "  torvex run examples/humanoid/humanoid.yaml examples/humanoid/wave.yaml "
+      "--trace wave.csv --plot wave.svg\n\n"
+      "Exit status: 0 when every point was reached, cleared by a batch, or moved into the\n"
+      "limits (with a warning); 1 when not, saying which; 2 for bad input or usage; 128 and\n"
+      "the signal's number when a signal stopped it.\n\n" +
+      std::string(reportWords));
+  addMachine(command, options->machinePath);
+  addMotions(command, options->motionPaths);
+  addPace(command, *options);
+  addClock(command, *options);
+  addTiming(command, options->timing);
+  addCycleScheduling(command, options->session.cycleScheduling);
+  command
+      .add_option_function<std::string>(
+          "--tolerance",
+          [&tolerance = options->session.tolerance](const std::string& text) {
+            tolerance = positiveNumber("--tolerance", text);
+          },
+          "How far an actuator may end from its command, in its unit")
+      ->type_name("NUMBER")
+      ->default_str("0.01");
+  addOutputs(command, *options);
+  addExports(command, *options);
+  addPool(command, options->session.poolName);
+  command.add_flag("--json", options->json, "The outcome as a JSON object instead of tables");
+  command.callback([options, &chosen] { chosen = [options] { return run(*options); }; });
+}
+
+}  // namespace host

@@ -1,0 +1,10 @@
+#pragma once
+
+#include "host/cli/options.h"
+
+namespace host {
+
+/// Adds `torvex run`: moves a simulated machine along motions.
+void addRunCommand(CLI::App& app, Command& chosen);
+
+}  // namespace host

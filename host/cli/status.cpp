@@ -1,0 +1,53 @@
+#include "host/cli/status.h"
+
+#include <cstdio>
+#include <exception>
+#include <new>
+
+#include "host/base/usererror.h"
+#include "simulation/machine.h"
+
+namespace host {
+
+void say(const std::string& text) {
+  std::fputs(text.c_str(), stdout);
+  std::fflush(stdout);
+}
+
+bool outputFailed() {
+  return std::ferror(stdout) != 0;
+}
+
+void complain(const std::string& text) {
+  std::fputs(text.c_str(), stderr);
+  std::fflush(stderr);
+}
+
+namespace {
+
+/// Without the heap, which may be what is missing.
+int failed(int status, const char* prefix, const char* what) {
+  for (const char* part : {prefix, what, "\n"}) {
+    std::fputs(part, stderr);
+  }
+  std::fflush(stderr);
+  return status;
+}
+
+}  // namespace
+
+int statusOf(const std::function<int()>& command) {
+  try {
+    return command();
+  } catch (const UserError& error) {
+    return failed(badInputStatus, "", error.what());
+  } catch (const simulation::Error& error) {
+    return failed(badInputStatus, "torvex: error: ", error.what());
+  } catch (const std::bad_alloc&) {
+    return failed(shortfallStatus, "torvex: error: ", "out of memory");
+  } catch (const std::exception& error) {
+    return failed(shortfallStatus, "torvex: error: ", error.what());
+  }
+}
+
+}  // namespace host

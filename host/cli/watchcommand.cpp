@@ -1,0 +1,117 @@
+#include "host/cli/watchcommand.h"
+
+#include <fmt/format.h>
+#include <poll.h>
+#include <unistd.h>
+
+#include <chrono>
+#include <cstdint>
+#include <functional>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "host/base/stopsignal.h"
+#include "host/cli/livevalues.h"
+#include "host/cli/output.h"
+#include "host/cli/status.h"
+#include "host/cli/watchscreen.h"
+#include "simulation/machine.h"
+#include "simulation/observer.h"
+
+namespace host {
+namespace {
+
+struct WatchOptions {
+  std::vector<std::string> keys;
+  std::string poolName = "torvex";
+  bool once = false;
+  bool json = false;
+};
+
+/// What to write of the values at a time in milliseconds since watching began.
+using Look = std::function<std::string(std::int64_t timeMs)>;
+
+/// As `writeOut`: the status to exit with after a signal, and when nobody is
+/// left to read, which is noticed here although nothing is written.
+int waitForNextLook() {
+  constexpr int lookEveryMs = 100;
+  pollfd output{STDOUT_FILENO, 0, 0};
+  poll(&output, 1, lookEveryMs);
+  if (const int signal = StopSignal::received()) {
+    return signalStatus + signal;
+  }
+  return output.revents == 0 ? okStatus : shortfallStatus;
+}
+
+int follow(const simulation::Observer& observer, bool once, const Look& look) {
+  const auto begin = std::chrono::steady_clock::now();
+  while (true) {
+    const bool isLast = once || !observer.isOwned();
+    const auto passed = std::chrono::steady_clock::now() - begin;
+    int status = writeOut(look(passed / std::chrono::milliseconds(1)));
+    if (isLast || status != okStatus) {
+      return status;
+    }
+    status = waitForNextLook();
+    if (status != okStatus) {
+      return status;
+    }
+  }
+}
+
+int lookOn(const simulation::Observer& observer, const LiveValues& values,
+           const WatchOptions& options) {
+  if (options.json) {
+    return follow(observer, options.once,
+                  [&](std::int64_t timeMs) { return jsonLine(values, timeMs); });
+  }
+  if (!options.once && isatty(STDOUT_FILENO) == 1) {
+    const WatchScreen screen("pool " + options.poolName, values);
+    return follow(observer, false, [&](std::int64_t timeMs) { return screen.redrawn(timeMs); });
+  }
+  ValueLines lines(values);
+  return follow(observer, options.once, [&](std::int64_t timeMs) { return lines.changed(timeMs); });
+}
+
+int watch(const WatchOptions& options) {
+  const simulation::Observer observer(options.poolName);
+  if (!observer.isOwned()) {
+    throw simulation::Error(fmt::format(
+        "the machine of the device pool '{}' runs no more; start it anew", options.poolName));
+  }
+  const LiveValues values(observer, options.keys);
+  const StopSignal stopSignal;
+  const int status = lookOn(observer, values, options);
+  if (status == okStatus && !options.once) {
+    complain("torvex: the machine has ended\n");
+  }
+  return status;
+}
+
+}  // namespace
+
+void addWatchCommand(CLI::App& app, Command& chosen) {
+  CLI::App& command = *app.add_subcommand("watch", "Watch the values of a running machine");
+  const auto options = std::make_shared<WatchOptions>();
+  command.footer(
+      "Example, beside 'torvex run examples/humanoid/humanoid.yaml "
+      "examples/humanoid/wave.yaml':\n"
+      "  torvex watch torso_yaw/Value torso_yaw/Sensor/Value\n\n"
+      "On a terminal the values are redrawn ten times a second. Elsewhere there is a line\n"
+      "SECONDS KEY VALUE for each value that has changed, since watching began; with --json, at\n"
+      "each look an object {\"time_ms\": ..., \"values\": {KEY: VALUE, ...}} on a line. A missing\n"
+      "value is shown as -, and null in JSON. Watching does not disturb the machine.\n\n"
+      "Exit status: 0 when the machine ended, however it did; 1 when nobody reads any more; 2\n"
+      "when there is no such pool or key, or for bad usage; 128 and the signal's number when a\n"
+      "signal stopped it.");
+  command.add_option("KEY", options->keys,
+                     "Attributes to watch (default: all); a bare key, such as torso_yaw/Value, is "
+                     "taken under Device/SubDeviceList/");
+  addPool(command, options->poolName);
+  command.add_flag("--once", options->once, "Show the present values, and end");
+  command.add_flag("--json", options->json, "JSON, an object at each look");
+  command.callback([options, &chosen] { chosen = [options] { return watch(*options); }; });
+}
+
+}  // namespace host

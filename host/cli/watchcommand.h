@@ -1,0 +1,10 @@
+#pragma once
+
+#include "host/cli/options.h"
+
+namespace host {
+
+/// Adds `torvex watch`: the values of a running machine, live, from outside.
+void addWatchCommand(CLI::App& app, Command& chosen);
+
+}  // namespace host

@@ -1,0 +1,30 @@
+#pragma once
+
+#include <cstdint>
+#include <string>
+
+#include "host/engine/pacer.h"
+#include "host/engine/realtime.h"
+
+namespace host {
+
+enum class Clock { realtime, simulated };
+
+/// How a machine is brought up and its cycles are run.
+struct SessionOptions {
+  Clock clock = Clock::realtime;
+  /// What machine time does after the process was held up.
+  Late late = Late::stand;
+  /// Of the cycle thread, in real time.
+  ThreadScheduling cycleScheduling;
+  /// The tick, in milliseconds modulo 2^32, of the first cycle.
+  std::uint32_t startTick = 0;
+  /// How far a measured value may lie from what is commanded at the end, in the unit of the
+  /// actuator.
+  double tolerance = 0.01;
+  /// The device pool's name in shared memory.
+  std::string poolName = "torvex";
+  std::string preferenceDirectory = ".";
+};
+
+}  // namespace host

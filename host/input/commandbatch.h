@@ -1,0 +1,46 @@
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "host/base/usererror.h"
+#include "host/input/machinemodel.h"
+#include "timedcommand/timedcommand.h"
+
+namespace host {
+
+/// Commands that are handed over together: what some of a machine's actuators
+/// are to hold, and when. Times count from the start of the motion.
+struct CommandBatch {
+  std::string path;
+  /// Where it stands in the file.
+  SourceLocation location;
+  /// When it is handed over. A trajectory that is a file of its own has no such
+  /// moment: its first point is approached from the first cycle on.
+  std::optional<std::uint32_t> atMs;
+  /// What its points' times count from.
+  std::uint32_t fromMs = 0;
+  TimedCommand::commandType mode = TimedCommand::MERGE;
+  /// The actuator of each column, as its index in the machine's description.
+  std::vector<int> actuators;
+  /// Milliseconds, strictly rising.
+  std::vector<std::uint32_t> times;
+  /// One row a point, one column an actuator; each of its actuator's type.
+  std::vector<hal::AttrGeneric> values;
+  /// Where each point stands in the file.
+  std::vector<SourceLocation> locations;
+  /// What was ignored, in words for a user.
+  std::vector<std::string> notes;
+
+  [[nodiscard]] const hal::AttrGeneric& value(std::size_t point, std::size_t column) const {
+    return values[point * actuators.size() + column];
+  }
+};
+
+/// "merge", "replace", "clear_after" or "clear_before".
+const char* modeName(TimedCommand::commandType mode);
+
+}  // namespace host

@@ -1,0 +1,34 @@
+#pragma once
+
+#include <map>
+#include <set>
+#include <string>
+#include <vector>
+
+#include "simulation/machine.h"
+
+namespace host {
+
+/// A machine as a file describes it, to be simulated.
+struct MachineModel {
+  /// All that was read.
+  std::vector<std::string> paths;
+  std::string name;
+  /// What measures actuator A is the sensor named A/Sensor, if there is one.
+  simulation::MachineDescription description;
+  /// Joints of the URDF without an actuator: mimic, fixed, floating and planar ones.
+  std::set<std::string> uncommandedJoints;
+
+  [[nodiscard]] const simulation::Actuator& actuator(int index) const {
+    return description.actuators[static_cast<std::size_t>(index)];
+  }
+};
+
+/// The index of each actuator by its name.
+std::map<std::string, int> actuatorIndexes(const MachineModel& machine);
+
+/// The full key of an actuator's value. A name may itself look like a key, so a
+/// bare form would not do.
+std::string valueKey(const simulation::Actuator& actuator);
+
+}  // namespace host

@@ -1,0 +1,30 @@
+#pragma once
+
+#include <string>
+#include <vector>
+
+#include "host/engine/sessionoptions.h"
+#include "host/motion/schedule.h"
+#include "host/results/preferenceexport.h"
+
+namespace host {
+
+/// What `torvex run` was asked to do.
+struct RunOptions {
+  std::string machinePath;
+  std::vector<std::string> motionPaths;
+  SessionOptions session;
+  Timing timing;
+  /// What is a warning otherwise is an error, before anything moves where it can be told.
+  bool strict = false;
+  /// Empty: no trace.
+  std::string tracePath;
+  /// Empty: no picture.
+  std::string plotPath;
+  /// What is exported at the end.
+  std::vector<PreferenceExport> exports;
+  /// The outcome as a JSON object instead of tables.
+  bool json = false;
+};
+
+}  // namespace host

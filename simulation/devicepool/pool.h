@@ -1,0 +1,58 @@
+#pragma once
+
+#include <cstddef>
+#include <string>
+#include <vector>
+
+#include "simulation/devicepool/description.h"
+#include "simulation/devicepool/poollayout.h"
+#include "simulation/devicepool/segment.h"
+#include "simulation/machine.h"
+
+namespace simulation {
+
+/// The device pool of a machine: the records in shared memory, and what this
+/// process needs to find its way among them.
+class Pool {
+ public:
+  /// Lays out a description; throws as `Machine` does.
+  Pool(const std::string& poolName, const MachineDescription& description);
+
+  [[nodiscard]] bool replacedLeftover() const { return segment_.replacedLeftover(); }
+  [[nodiscard]] PoolRecord& record() const { return *record_; }
+
+  /// Throw `Error` for an unknown index.
+  [[nodiscard]] SubDeviceRecord& actuator(int index) const;
+  [[nodiscard]] SubDeviceRecord& sensor(int index) const;
+
+  /// From now on observers take the pool for complete.
+  void publish() noexcept;
+
+ private:
+  Pool(const std::string& poolName, const MachineDescription& description, PoolSize size);
+
+  template <typename T>
+  T* carve(std::size_t count);
+  char* storeText(const std::string& text);
+  void beginContainer(hal::AttributeContainer& container, const std::string& name,
+                      std::uint8_t kind);
+  hal::DeviceAttrGeneric* addAttribute(hal::AttributeContainer& owner, const Attribute& attribute);
+  void addContainer(const Container& container);
+  void addActuator(const Actuator& actuator);
+  void addSensor(const Sensor& sensor);
+  void addPreferences(const std::vector<Preference>& preferences);
+
+  Segment segment_;
+  std::size_t used_ = 0;
+  PoolRecord* record_;
+  char* text_;
+  std::size_t actuatorCount_;
+};
+
+/// The pool of this process's machine; throws `Error` when there is none.
+Pool& currentPool();
+/// Null when there is none.
+void setCurrentPool(Pool* pool) noexcept;
+bool hasCurrentPool() noexcept;
+
+}  // namespace simulation
