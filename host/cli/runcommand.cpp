@@ -85,7 +85,7 @@ struct Outputs {
   std::optional<Plot> plot;
 };
 
-void finish(const RunOptions& options, Outputs& outputs, const Torvex& torvex, const RunLog& log,
+void finish(const RunOptions& options, Outputs& outputs, const RunResult& result, const RunLog& log,
             Outcome& outcome) {
   const auto attempt = [&](const char* what, const auto& action) {
     try {
@@ -100,7 +100,7 @@ void finish(const RunOptions& options, Outputs& outputs, const Torvex& torvex, c
     attempt("trace", [&] { outputs.trace->finish(); });
   }
   if (outputs.plot) {
-    attempt("picture", [&] { outputs.plot->draw(torvex, log); });
+    attempt("picture", [&] { outputs.plot->draw(result, log); });
   }
   for (const PreferenceExport& wanted : options.exports) {
     attempt("export", [&] {
@@ -114,23 +114,23 @@ void append(std::vector<Finding>& all, const std::vector<Finding>& more) {
 }
 
 /// What the run did of what was asked, from its events.
-void judge(const RunOptions& options, const Torvex& torvex, const Plan& plan,
+void judge(const RunOptions& options, const RunResult& result, const Plan& plan,
            const Findings& findings, Outcome& outcome) {
   outcome.signal = StopSignal::received();
   std::vector<Finding> noted = findings.all();
-  append(noted, cycleFindings(torvex));
+  append(noted, cycleFindings(result));
   for (Finding& finding : noted) {
     const bool isError = finding.isRefusal || (options.strict && finding.isOfCycles);
     (isError ? outcome.errors : outcome.warnings).push_back(std::move(finding));
   }
-  outcome.axes = judgedAxes(torvex, plan, outcome);
+  outcome.axes = judgedAxes(result, plan, outcome);
 }
 
 /// Says all of it, and the status to exit with.
-int conclude(const RunOptions& options, const Torvex& torvex, const Plan& plan,
+int conclude(const RunOptions& options, const RunResult& result, const Plan& plan,
              const Outcome& outcome) {
-  say(options.json ? printed(runJson(options, torvex, plan, outcome), 2) + "\n"
-                   : joinedLines(outcome.exports) + runReport(torvex, outcome));
+  say(options.json ? printed(runJson(options, result, plan, outcome), 2) + "\n"
+                   : joinedLines(outcome.exports) + runReport(result, outcome));
   complainAll("warning", outcome.warnings);
   complainAll("error", outcome.errors);
   if (outcome.signal != 0) {
@@ -199,9 +199,9 @@ int run(const RunOptions& options) {
   torvex.run(
       [&](std::int64_t timeMs) { view.show(torvex.shownAxes(), timeMs, torvex.lastItemMs()); });
   view.clear();
-  finish(options, outputs, torvex, log, outcome);
-  judge(options, torvex, plan, findings, outcome);
-  return conclude(options, torvex, plan, outcome);
+  finish(options, outputs, torvex.result(), log, outcome);
+  judge(options, torvex.result(), plan, findings, outcome);
+  return conclude(options, torvex.result(), plan, outcome);
 }
 
 PreferenceExport exportNamed(const std::string& text) {

@@ -68,17 +68,33 @@ host::TracedValues tracedValues(host::Engine& engine, const host::MachineModel& 
   return traced;
 }
 
+host::AxisResult axisResult(const host::ShownAxis& shown) {
+  const host::Axis& axis = shown.axis;
+  host::AxisResult result;
+  result.actuator = axis.actuator;
+  result.index = axis.index;
+  result.counts = axis.counts;
+  result.externalWrites = axis.externalWrites;
+  result.command.asInt = host::bitsIn(*axis.command);
+  result.measured = axis.measuredValue();
+  result.target = axis.target;
+  result.last = axis.backlog.empty() ? axis.target : axis.backlog[axis.backlog.size() - 1];
+  result.commandColumn = shown.commandColumn;
+  result.measuredColumn = shown.measuredColumn;
+  return result;
+}
+
 }  // namespace
 
 Torvex::Torvex(const host::MachineModel& machine, const host::Plan& plan,
                const host::SessionOptions& options)
     : plan_(plan),
-      options_(options),
       engine_(machine, engineOptions(options, plan.schedule.cycleMs), this),
       traced_(tracedValues(engine_, machine, plan)),
       lastItemMs_(lastTime(plan)),
-      history_(traced_.columns.size(),
-               (lastItemMs_ + longestSettlingMs) / plan.schedule.cycleMs + 1),
+      result_(options,
+              host::SampleHistory(traced_.columns.size(),
+                                  (lastItemMs_ + longestSettlingMs) / plan.schedule.cycleMs + 1)),
       latestCycleMs_(engine_.timeMs()),
       row_(host::rowTimes + traced_.columns.size()) {
   for (const host::ScheduledBatch& batch : plan.batches) {
@@ -86,16 +102,18 @@ Torvex::Torvex(const host::MachineModel& machine, const host::Plan& plan,
       throw std::runtime_error("the motions hold more batches or points than can wait");
     }
   }
+  conclude();
 }
 
 void Torvex::run(const Progress& progress) {
   engine_.start();
-  if (options_.clock == host::Clock::simulated) {
+  if (result_.session.clock == host::Clock::simulated) {
     runSimulated(progress);
   } else {
     runRealtime(progress);
   }
-  history_.addLast(row_);
+  result_.history.addLast(row_);
+  conclude();
 }
 
 /// Commands and cycle take turns, so machine time never has to stand.
@@ -135,7 +153,7 @@ void Torvex::runRealtime(const Progress& progress) {
   // Whatever goes wrong here, the threads end before their futures wait for them.
   const std::unique_ptr<std::atomic<bool>, void (*)(std::atomic<bool>*)> endAtExit(
       &ended_, [](std::atomic<bool>* ended) { *ended = true; });
-  const host::ThreadScheduling& cycleScheduling = options_.cycleScheduling;
+  const host::ThreadScheduling& cycleScheduling = result_.session.cycleScheduling;
   commandThread = std::async(std::launch::async, guarded, host::schedulingBelow(cycleScheduling),
                              "commands", &Torvex::driveCommands);
   cycleThread =
@@ -156,7 +174,7 @@ void Torvex::driveCycles(std::int64_t originNs) {
   for (std::int64_t point = 0;;) {
     const std::int64_t plannedNs = originNs + point * cycleNs;
     host::sleepUntil(plannedNs);
-    counts_.latencies.add(static_cast<std::uint64_t>(host::wallNs() - plannedNs));
+    result_.counts.latencies.add(static_cast<std::uint64_t>(host::wallNs() - plannedNs));
     point = std::max(point, gridPoint());
     engine_.wake(point);
     waitForCommands(originNs + point * cycleNs + cycleNs / 2);
@@ -194,8 +212,8 @@ void Torvex::cycle() {
   }
   engine_.machine().step(static_cast<double>(stepMs) / 1000.0);
   readBack();
-  ++counts_.cycles;
-  counts_.durations.add(static_cast<std::uint64_t>(host::wallNs() - beginNs));
+  ++result_.counts.cycles;
+  result_.counts.durations.add(static_cast<std::uint64_t>(host::wallNs() - beginNs));
   writeDown();
   latestCycleMs_ = engine_.timeMs();
 }
@@ -207,17 +225,26 @@ void Torvex::readBack() {
   for (std::size_t i = 0; i < traced_.columns.size(); ++i) {
     row_[host::rowTimes + i] = host::numberIn(*traced_.columns[i].attribute);
   }
-  history_.add(row_);
+  result_.history.add(row_);
 }
 
 void Torvex::writeDown() {
   if (trace_ == nullptr) {
     return;
   }
-  if (options_.clock == host::Clock::simulated) {
+  if (result_.session.clock == host::Clock::simulated) {
     trace_->pushWaiting(row_);
   } else if (!trace_->push(row_)) {
-    ++counts_.droppedTraceRows;
+    ++result_.counts.droppedTraceRows;
+  }
+}
+
+void Torvex::conclude() {
+  result_.pace = engine_.pace();
+  result_.durationMs = engine_.timeMs();
+  result_.axes.clear();
+  for (const host::ShownAxis& shown : traced_.axes) {
+    result_.axes.push_back(axisResult(shown));
   }
 }
 
@@ -237,8 +264,8 @@ bool Torvex::hasEnded() {
 
 bool Torvex::hasSettled() const {
   constexpr double settledShare = 0.1;
-  return std::all_of(traced_.axes.begin(), traced_.axes.end(),
-                     [this](const host::ShownAxis& shown) {
-                       return shown.axis.trackingError() <= settledShare * options_.tolerance;
-                     });
+  return std::all_of(
+      traced_.axes.begin(), traced_.axes.end(), [this](const host::ShownAxis& shown) {
+        return shown.axis.trackingError() <= settledShare * result_.session.tolerance;
+      });
 }

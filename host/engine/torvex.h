@@ -9,23 +9,12 @@
 #include <vector>
 
 #include "host/engine/engine.h"
-#include "host/engine/histogram.h"
-#include "host/engine/samplehistory.h"
+#include "host/engine/runresult.h"
 #include "host/engine/sessionoptions.h"
 #include "host/engine/trace.h"
 #include "host/motion/plan.h"
 
 namespace host {
-
-/// What the cycle counted.
-struct CycleCount {
-  std::uint64_t cycles = 0;
-  std::uint64_t droppedTraceRows = 0;
-  /// Without handing over the trace row, which may wait in simulated time.
-  Histogram durations;
-  /// From the moment a cycle was planned for to its begin; nothing in simulated time.
-  Histogram latencies;
-};
 
 /// A quantity that is written down every cycle.
 struct TracedColumn {
@@ -76,13 +65,12 @@ class Torvex {
   /// have settled, or a signal asks to stop. Lets through what a cycle throws.
   void run(const Progress& progress);
 
-  [[nodiscard]] const host::SessionOptions& options() const { return options_; }
   [[nodiscard]] host::Engine& engine() { return engine_; }
   [[nodiscard]] const host::Engine& engine() const { return engine_; }
   [[nodiscard]] const std::vector<host::ShownAxis>& shownAxes() const { return traced_.axes; }
   [[nodiscard]] const std::vector<host::TracedColumn>& columns() const { return traced_.columns; }
-  [[nodiscard]] const host::SampleHistory& history() const { return history_; }
-  [[nodiscard]] const host::CycleCount& counts() const { return counts_; }
+  /// What the run came to, once it has ended; before it, how everything stands.
+  [[nodiscard]] const host::RunResult& result() const { return result_; }
   /// When the last command is due, in milliseconds of machine time.
   [[nodiscard]] std::int64_t lastItemMs() const { return lastItemMs_; }
 
@@ -96,21 +84,20 @@ class Torvex {
   void cycle();
   void readBack();
   void writeDown();
+  void conclude();
   [[nodiscard]] bool hasEnded();
   [[nodiscard]] bool hasSettled() const;
 
   const host::Plan& plan_;
-  const host::SessionOptions& options_;
   host::Trace* trace_ = nullptr;
 
   host::Engine engine_;
   const host::TracedValues traced_;
   const std::int64_t lastItemMs_;
-  host::SampleHistory history_;
+  host::RunResult result_;
 
   std::atomic<bool> ended_{false};
   std::atomic<std::int64_t> latestCycleMs_;
   std::int64_t idleSinceMs_ = -1;
   std::vector<double> row_;
-  host::CycleCount counts_;
 };

@@ -16,19 +16,14 @@ Finding general(std::string text) {
   return finding;
 }
 
-/// The last point that waits, or was reached.
-std::optional<Point> lastPoint(const Axis& axis) {
-  return axis.backlog.empty() ? axis.target : axis.backlog[axis.backlog.size() - 1];
-}
-
-hal::AttrGeneric askedOf(const Axis& axis, const Point& point, const Plan& plan) {
+hal::AttrGeneric askedOf(const AxisResult& axis, const Point& point, const Plan& plan) {
   const CommandBatch& commands = *plan.batches[point.batch].commands;
   const auto column = std::find(commands.actuators.begin(), commands.actuators.end(), axis.index);
   return commands.value(point.index, static_cast<std::size_t>(column - commands.actuators.begin()));
 }
 
 /// Why the axis does not do what it was told; empty when it does.
-std::vector<std::string> shortfalls(const Axis& axis, double tolerance) {
+std::vector<std::string> shortfalls(const AxisResult& axis, double tolerance) {
   std::vector<std::string> reasons;
   const std::string& name = axis.actuator.name;
   if (const std::uint64_t left = axis.counts.left(); left > 0) {
@@ -43,7 +38,7 @@ std::vector<std::string> shortfalls(const Axis& axis, double tolerance) {
   }
   if (!(axis.trackingError() <= tolerance)) {
     reasons.push_back(fmt::format("{}: measured {} for the command {}, more than {} away", name,
-                                  *axis.measuredValue(), axis.commanded(), tolerance));
+                                  *axis.measured, axis.commanded(), tolerance));
   }
   return reasons;
 }
@@ -64,24 +59,22 @@ const char* nameOf(Verdict verdict) {
   return "missed";
 }
 
-std::vector<AxisOutcome> judgedAxes(const Torvex& torvex, const Plan& plan, Outcome& outcome) {
+std::vector<AxisOutcome> judgedAxes(const RunResult& result, const Plan& plan, Outcome& outcome) {
   std::vector<AxisOutcome> axes;
-  for (const ShownAxis& shown : torvex.shownAxes()) {
-    const Axis& axis = shown.axis;
-    AxisOutcome& judged = axes.emplace_back(AxisOutcome{shown, std::nullopt, Verdict::reached});
-    const std::optional<Point> last = lastPoint(axis);
-    if (last) {
-      judged.asked = askedOf(axis, *last, plan);
+  for (const AxisResult& axis : result.axes) {
+    AxisOutcome& judged = axes.emplace_back(AxisOutcome{axis, std::nullopt, Verdict::reached});
+    if (axis.last) {
+      judged.asked = askedOf(axis, *axis.last, plan);
     }
-    if (!last || (outcome.signal != 0 && axis.counts.left() > 0)) {
+    if (!axis.last || (outcome.signal != 0 && axis.counts.left() > 0)) {
       judged.verdict = Verdict::stopped;
-    } else if (!isSameValue(*judged.asked, last->value)) {
+    } else if (!isSameValue(*judged.asked, axis.last->value)) {
       judged.verdict = Verdict::limited;
     }
     if (outcome.signal != 0) {
       continue;
     }
-    for (const std::string& reason : shortfalls(axis, torvex.options().tolerance)) {
+    for (const std::string& reason : shortfalls(axis, result.session.tolerance)) {
       judged.verdict = Verdict::missed;
       outcome.errors.push_back(general(reason));
     }
@@ -92,17 +85,17 @@ std::vector<AxisOutcome> judgedAxes(const Torvex& torvex, const Plan& plan, Outc
   return axes;
 }
 
-std::vector<Finding> cycleFindings(const Torvex& torvex) {
+std::vector<Finding> cycleFindings(const RunResult& result) {
   std::vector<Finding> findings;
-  const PaceCount& pace = torvex.engine().pace();
-  const CycleCount& counts = torvex.counts();
+  const PaceCount& pace = result.pace;
+  const CycleCount& counts = result.counts;
   if (pace.overruns * 100 > counts.cycles) {
     findings.push_back(
         general(fmt::format("{} of {} cycles were passed over: the machine did not keep up",
                             pace.overruns, counts.cycles + pace.overruns)));
   }
   if (pace.stalls > 0) {
-    const bool caughtUp = torvex.options().late == Late::catchUp;
+    const bool caughtUp = result.session.late == Late::catchUp;
     findings.push_back(general(fmt::format(
         "the process was held up {}, {} ms in all; {}",
         pace.stalls == 1 ? "once" : fmt::format("{} times", pace.stalls), pace.stalledMs,
@@ -120,13 +113,13 @@ std::vector<Finding> cycleFindings(const Torvex& torvex) {
     findings.push_back(general(
         fmt::format("the trace lacks {} rows: the disk did not keep up", counts.droppedTraceRows)));
   }
-  for (const ShownAxis& shown : torvex.shownAxes()) {
-    const std::uint64_t external = shown.axis.externalWrites;
+  for (const AxisResult& axis : result.axes) {
+    const std::uint64_t external = axis.externalWrites;
     if (counts.cycles > 1 && external * 10 >= counts.cycles * 9) {
       findings.push_back(general(fmt::format(
           "{}: its value was not what the last cycle wrote in {} of {} cycles; either somebody "
           "else commands it, or it does not read back what is written",
-          shown.axis.actuator.name, external, counts.cycles)));
+          axis.actuator.name, external, counts.cycles)));
     }
   }
   return findings;

@@ -4,7 +4,8 @@
 #include <string>
 #include <vector>
 
-#include "host/engine/torvex.h"
+#include "host/engine/runresult.h"
+#include "host/motion/plan.h"
 #include "host/results/findings.h"
 
 namespace host {
@@ -20,7 +21,7 @@ const char* nameOf(Verdict verdict);
 
 /// One axis at the end of a run.
 struct AxisOutcome {
-  const ShownAxis& shown;
+  const AxisResult& result;
   /// What the last point asks for; none where it was stopped.
   std::optional<hal::AttrGeneric> asked;
   Verdict verdict = Verdict::reached;
@@ -38,10 +39,11 @@ struct Outcome {
   int signal = 0;
 };
 
-/// The axes of a run, judged. Why one missed what it was told is added to the errors.
-std::vector<AxisOutcome> judgedAxes(const Torvex& torvex, const Plan& plan, Outcome& outcome);
+/// The axes of a run, judged; the result must outlive them. Why one missed what it was told is
+/// added to the errors.
+std::vector<AxisOutcome> judgedAxes(const RunResult& result, const Plan& plan, Outcome& outcome);
 
 /// What a user should know of how the cycles went.
-std::vector<Finding> cycleFindings(const Torvex& torvex);
+std::vector<Finding> cycleFindings(const RunResult& result);
 
 }  // namespace host

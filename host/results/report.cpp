@@ -28,22 +28,22 @@ std::string quantiles(const Histogram& histogram) {
 }
 
 /// Integers exactly; floats with four digits behind the point, unless they are large.
-std::string numberShown(const Axis& axis, double number) {
+std::string numberShown(const AxisResult& axis, double number) {
   if (axis.actuator.typeCode != hal::floatTypeCode) {
     return fmt::format("{:.0f}", number);
   }
   return std::abs(number) < 1e4 ? fmt::format("{:.4f}", number) : fmt::format("{:.4g}", number);
 }
 
-std::string measuredShown(const Axis& axis) {
-  const auto measured = axis.measuredValue();
+std::string measuredShown(const AxisResult& axis) {
+  const auto& measured = axis.measured;
   return !measured                             ? "-"
          : *measured < 1e4 && *measured > -1e4 ? fmt::format("{:.4f}", *measured)
                                                : fmt::format("{:.4g}", *measured);
 }
 
 std::string targetShown(const AxisOutcome& outcome) {
-  const Axis& axis = outcome.shown.axis;
+  const AxisResult& axis = outcome.result;
   return outcome.asked ? numberShown(axis, commandedNumber(axis.actuator, *outcome.asked)) : "-";
 }
 
@@ -68,14 +68,14 @@ std::string sparkline(const SampleHistory& history, std::size_t column, std::siz
   return drawn;
 }
 
-std::string nameShown(const Axis& axis, std::size_t columns = nameColumns) {
+std::string nameShown(const AxisResult& axis, std::size_t columns = nameColumns) {
   return cutInFront(shownName(axis.actuator.name), columns);
 }
 
-std::string valuesTable(const Torvex& torvex, const Outcome& outcome) {
+std::string valuesTable(const RunResult& result, const Outcome& outcome) {
   Table table({"actuator", "points", "target", "command", "measured"});
   for (const AxisOutcome& axis : outcome.axes) {
-    const Axis& of = axis.shown.axis;
+    const AxisResult& of = axis.result;
     table.add({nameShown(of), std::to_string(of.counts.points), targetShown(axis),
                numberShown(of, of.commanded()), measuredShown(of)});
   }
@@ -86,7 +86,7 @@ std::string valuesTable(const Torvex& torvex, const Outcome& outcome) {
   table.addColumn("path", [&](std::size_t row) {
     const AxisOutcome& axis = outcome.axes[row];
     return axis.verdict == Verdict::reached
-               ? sparkline(torvex.history(), axis.shown.commandColumn, width)
+               ? sparkline(result.history, axis.result.commandColumn, width)
                : std::string(nameOf(axis.verdict));
   });
   return table.text();
@@ -95,23 +95,23 @@ std::string valuesTable(const Torvex& torvex, const Outcome& outcome) {
 /// What can become of points.
 struct Count {
   const char* name;
-  std::uint64_t (*of)(const Axis& axis);
+  std::uint64_t (*of)(const AxisResult& axis);
 };
 constexpr Count fates[] = {
-    {"reached", [](const Axis& axis) { return axis.counts.reached; }},
-    {"cleared", [](const Axis& axis) { return axis.counts.cleared; }},
-    {"refused", [](const Axis& axis) { return axis.counts.refused; }},
-    {"left", [](const Axis& axis) { return axis.counts.left(); }},
-    {"late", [](const Axis& axis) { return axis.counts.late; }},
-    {"limited", [](const Axis& axis) { return axis.counts.limited; }},
-    {"others", [](const Axis& axis) { return axis.externalWrites.load(); }},
+    {"reached", [](const AxisResult& axis) { return axis.counts.reached; }},
+    {"cleared", [](const AxisResult& axis) { return axis.counts.cleared; }},
+    {"refused", [](const AxisResult& axis) { return axis.counts.refused; }},
+    {"left", [](const AxisResult& axis) { return axis.counts.left(); }},
+    {"late", [](const AxisResult& axis) { return axis.counts.late; }},
+    {"limited", [](const AxisResult& axis) { return axis.counts.limited; }},
+    {"others", [](const AxisResult& axis) { return axis.externalWrites; }},
 };
 
 /// The axes with points that were not just reached.
-std::vector<const Axis*> specialAxes(const Outcome& outcome) {
-  std::vector<const Axis*> axes;
+std::vector<const AxisResult*> specialAxes(const Outcome& outcome) {
+  std::vector<const AxisResult*> axes;
   for (const AxisOutcome& judged : outcome.axes) {
-    const Axis& axis = judged.shown.axis;
+    const AxisResult& axis = judged.result;
     if (std::any_of(std::begin(fates) + 1, std::end(fates),
                     [&axis](const Count& count) { return count.of(axis) > 0; })) {
       axes.push_back(&axis);
@@ -123,7 +123,7 @@ std::vector<const Axis*> specialAxes(const Outcome& outcome) {
 /// Rows and columns in which something else happened than points being reached. Names are
 /// cut where the counts are so long that they need the room.
 std::string countsTable(const Outcome& outcome) {
-  const std::vector<const Axis*> axes = specialAxes(outcome);
+  const std::vector<const AxisResult*> axes = specialAxes(outcome);
   if (axes.empty()) {
     return "";
   }
@@ -131,7 +131,7 @@ std::string countsTable(const Outcome& outcome) {
   std::size_t columns = 0;
   for (const Count& count : fates) {
     std::size_t width = 0;
-    for (const Axis* const axis : axes) {
+    for (const AxisResult* const axis : axes) {
       width = std::max(width, count.of(*axis) > 0 ? std::to_string(count.of(*axis)).size() : 0);
     }
     if (width > 0) {
@@ -142,7 +142,7 @@ std::string countsTable(const Outcome& outcome) {
   constexpr std::size_t leastName = 15;
   const std::size_t room = reportColumns - std::min(reportColumns, columns);
   Table table({"of these points"});
-  for (const Axis* const axis : axes) {
+  for (const AxisResult* const axis : axes) {
     table.add({nameShown(*axis, std::clamp(room, leastName, nameColumns))});
   }
   for (const Count* const count : happened) {
@@ -213,15 +213,14 @@ std::string loadedReport(const MachineModel& machine, const std::vector<CommandB
                             schedule.approachReason);
 }
 
-std::string runReport(const Torvex& torvex, const Outcome& outcome) {
-  const CycleCount& counts = torvex.counts();
-  std::string text =
-      fmt::format("\ncycles   {}, {}\n", counts.cycles, paceReport(torvex.engine().pace()));
-  if (torvex.options().clock == Clock::realtime) {
+std::string runReport(const RunResult& result, const Outcome& outcome) {
+  const CycleCount& counts = result.counts;
+  std::string text = fmt::format("\ncycles   {}, {}\n", counts.cycles, paceReport(result.pace));
+  if (result.session.clock == Clock::realtime) {
     text += "latency  " + quantiles(counts.latencies);
   }
   text += "duration " + quantiles(counts.durations);
-  return text + "\n" + valuesTable(torvex, outcome) + countsTable(outcome);
+  return text + "\n" + valuesTable(result, outcome) + countsTable(outcome);
 }
 
 }  // namespace host

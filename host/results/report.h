@@ -3,7 +3,7 @@
 #include <string>
 #include <vector>
 
-#include "host/engine/torvex.h"
+#include "host/engine/runresult.h"
 #include "host/results/outcome.h"
 #include "host/results/runoptions.h"
 
@@ -16,7 +16,7 @@ std::string loadedReport(const MachineModel& machine, const std::vector<CommandB
 
 /// The cycle's figures and a row for each axis, for standard output. At most 80 columns wide
 /// for names of up to 30 characters.
-std::string runReport(const Torvex& torvex, const Outcome& outcome);
+std::string runReport(const RunResult& result, const Outcome& outcome);
 
 /// The words of the report, for `--help`.
 extern const char* const reportWords;

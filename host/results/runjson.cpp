@@ -14,16 +14,13 @@ Json quantiles(const Histogram& histogram) {
           {"max", histogram.maximum()}};
 }
 
-Json valueJson(const Axis& axis, const hal::AttrGeneric& value) {
+Json valueJson(const AxisResult& axis, const hal::AttrGeneric& value) {
   return axis.actuator.typeCode == hal::floatTypeCode ? Json(value.asFloat) : Json(value.asInt);
 }
 
 Json axisJson(const AxisOutcome& outcome) {
-  const Axis& axis = outcome.shown.axis;
+  const AxisResult& axis = outcome.result;
   const PointCounts& counts = axis.counts;
-  hal::AttrGeneric command;
-  command.asInt = bitsIn(*axis.command);
-  const auto measured = axis.measuredValue();
   return {{"name", axis.actuator.name},
           {"verdict", nameOf(outcome.verdict)},
           {"points", counts.points},
@@ -33,10 +30,10 @@ Json axisJson(const AxisOutcome& outcome) {
           {"left", counts.left()},
           {"late", counts.late},
           {"limited", counts.limited},
-          {"external_writes", axis.externalWrites.load()},
+          {"external_writes", axis.externalWrites},
           {"target", outcome.asked ? valueJson(axis, *outcome.asked) : Json()},
-          {"command", valueJson(axis, command)},
-          {"measured", measured ? Json(static_cast<float>(*measured)) : Json()}};
+          {"command", valueJson(axis, axis.command)},
+          {"measured", axis.measured ? Json(static_cast<float>(*axis.measured)) : Json()}};
 }
 
 Json findingsJson(const std::vector<Finding>& findings) {
@@ -57,10 +54,10 @@ Json pathOrNull(const std::string& path) {
 
 }  // namespace
 
-Json runJson(const RunOptions& options, const Torvex& torvex, const Plan& plan,
+Json runJson(const RunOptions& options, const RunResult& result, const Plan& plan,
              const Outcome& outcome) {
-  const CycleCount& counts = torvex.counts();
-  const PaceCount& pace = torvex.engine().pace();
+  const CycleCount& counts = result.counts;
+  const PaceCount& pace = result.pace;
   const bool realtime = options.session.clock == Clock::realtime;
   Json axes = Json::array();
   for (const AxisOutcome& axis : outcome.axes) {
@@ -74,7 +71,7 @@ Json runJson(const RunOptions& options, const Torvex& torvex, const Plan& plan,
           {"clock", realtime ? "realtime" : "simulated"},
           {"cycle_ms", plan.schedule.cycleMs},
           {"approach_ms", plan.schedule.approachMs},
-          {"duration_ms", torvex.engine().timeMs()},
+          {"duration_ms", result.durationMs},
           {"cycles", counts.cycles},
           {"overruns", pace.overruns},
           {"stalls", pace.stalls},

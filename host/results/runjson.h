@@ -7,7 +7,7 @@
 namespace host {
 
 /// The outcome of a run as one object; `docs/run.schema.json` describes it.
-Json runJson(const RunOptions& options, const Torvex& torvex, const Plan& plan,
+Json runJson(const RunOptions& options, const RunResult& result, const Plan& plan,
              const Outcome& outcome);
 
 }  // namespace host

@@ -16,10 +16,8 @@
 #include "host/base/values.h"
 #include "host/cli/liveview.h"
 #include "host/engine/histogram.h"
-#include "host/engine/torvex.h"
 #include "host/engine/trace.h"
 #include "host/results/report.h"
-#include "tests/host/prepared.h"
 #include "tests/support/bits.h"
 #include "tests/support/temporary.h"
 
@@ -87,21 +85,21 @@ struct AnyAxis {
 };
 
 TEST(Report, FitsEightyColumnsWhateverHappened) {
-  Prepared prepared(1, 2, 100);
-  const host::Plan plan = prepared.plan();
-  const Torvex torvex(prepared.machine, plan, prepared.options.session);
+  const host::RunResult result({}, {1, 1});
   const char* const names[] = {"cleared", "refused", "left", "late", "limited", "others"};
   for (const std::uint64_t most : {1U, 999U, 20'000'000U}) {
     for (unsigned int happened = 0; happened < 64; ++happened) {
-      AnyAxis any(std::string(30, 'n'), -1e30F, -1e30F);
+      host::AxisResult axis;
+      axis.actuator.name = std::string(30, 'n');
+      axis.command.asFloat = -1e30F;
+      axis.measured = -1e30F;
       const auto count = [&](unsigned int bit) { return (happened >> bit & 1U) * most; };
       const std::uint64_t points = count(0) + count(1) + count(2);
-      any.axis.counts = {points, 0, count(0), count(1), count(3), count(4)};
-      any.axis.externalWrites = count(5);
+      axis.counts = {points, 0, count(0), count(1), count(3), count(4)};
+      axis.externalWrites = count(5);
       host::Outcome outcome;
-      const host::ShownAxis shown{any.axis, 0, {}};
-      outcome.axes.push_back({shown, hal::AttrGeneric(-1e30F), host::Verdict::missed});
-      std::istringstream report(host::runReport(torvex, outcome));
+      outcome.axes.push_back({axis, hal::AttrGeneric(-1e30F), host::Verdict::missed});
+      std::istringstream report(host::runReport(result, outcome));
       std::string words = " ";
       for (std::string line; std::getline(report, line); words += line + " ") {
         EXPECT_LE(host::columnsOf(line), 80U) << line;
@@ -110,7 +108,7 @@ TEST(Report, FitsEightyColumnsWhateverHappened) {
         const bool isNamed = words.find(" " + std::string(names[bit]) + " ") != std::string::npos;
         EXPECT_EQ(isNamed, (happened >> bit & 1U) == 1U) << names[bit] << words;
       }
-      EXPECT_TRUE(most > 1 || words.find(any.actuator.name) != std::string::npos);
+      EXPECT_TRUE(most > 1 || words.find(axis.actuator.name) != std::string::npos);
     }
   }
 }

@@ -33,7 +33,7 @@ struct Ran {
   }
   void run(const Torvex::Progress& progress = [](std::int64_t) {}) {
     torvex.run(progress);
-    outcome.axes = host::judgedAxes(torvex, plan, outcome);
+    outcome.axes = host::judgedAxes(torvex.result(), plan, outcome);
   }
   [[nodiscard]] const host::Axis& axis(std::size_t index) const {
     return torvex.engine().axes()[index];
@@ -75,7 +75,7 @@ TEST(Run, CountsCyclesInWhichOthersMoveAnActuator) {
   EXPECT_EQ(ran.sums.of(host::EventKind::external), ran.axis(1).externalWritesTold);
   EXPECT_GT(ran.axis(1).externalWritesTold, 90U);
   EXPECT_EQ(ran.axis(1).counts.reached, 50U);
-  const std::vector<host::Finding> warned = host::cycleFindings(ran.torvex);
+  const std::vector<host::Finding> warned = host::cycleFindings(ran.torvex.result());
   ASSERT_EQ(warned.size(), 1U);
   EXPECT_EQ(warned[0].text.rfind("j1: its value was not what the last cycle wrote", 0), 0U);
 }
@@ -92,7 +92,7 @@ TEST(Run, WaitsForWhatOthersQueuedBeyondTheMotion) {
     getTimedCommandManager()->AddTimedCommand(key, others, TimedCommand::MERGE);
   }
   ran.run();
-  EXPECT_GE(ran.torvex.counts().cycles, 501U);
+  EXPECT_GE(ran.torvex.result().counts.cycles, 501U);
   EXPECT_EQ(longestTimeline(), 0U);
   EXPECT_EQ(ran.axis(0).counts.reached, 2U);
   EXPECT_EQ(ran.axis(1).commanded(), 1.0);
@@ -132,7 +132,8 @@ TEST(Run, SaysWhichJointDidNotArrive) {
   EXPECT_EQ(ran.outcome.errors[0].text.rfind("j1: measured ", 0), 0U);
   EXPECT_EQ(ran.outcome.axes[0].verdict, host::Verdict::reached);
   EXPECT_EQ(ran.outcome.axes[1].verdict, host::Verdict::missed);
-  EXPECT_EQ(ran.torvex.counts().cycles, (10 + 49 * 20 + 2000) / 10 + 1U) << "two seconds to settle";
+  EXPECT_EQ(ran.torvex.result().counts.cycles, (10 + 49 * 20 + 2000) / 10 + 1U)
+      << "two seconds to settle";
 }
 
 }  // namespace

@@ -131,19 +131,19 @@ void addHandOvers(const RunLog::AxisLog& log, const Plan& plan, Panel& panel) {
 
 }  // namespace
 
-std::vector<Panel> panelsOf(const Torvex& torvex, const Plan& plan, const RunLog& log) {
+std::vector<Panel> panelsOf(const RunResult& result, const Plan& plan, const RunLog& log) {
   const std::int64_t approachMs = plan.schedule.approachMs;
-  const SampleHistory& history = torvex.history();
+  const SampleHistory& history = result.history;
   std::vector<Panel> panels;
-  for (const ShownAxis& shown : torvex.shownAxes()) {
-    const simulation::Actuator& actuator = shown.axis.actuator;
-    const RunLog::AxisLog& axisLog = log.of(shown.axis.index);
+  for (const AxisResult& axis : result.axes) {
+    const simulation::Actuator& actuator = axis.actuator;
+    const RunLog::AxisLog& axisLog = log.of(axis.index);
     Panel panel;
     constexpr std::size_t mostTitleColumns = 30;
     panel.title = cutInFront(actuator.name, mostTitleColumns);
-    panel.command = recorded(history, shown.commandColumn);
-    if (shown.measuredColumn) {
-      panel.measured = recorded(history, *shown.measuredColumn);
+    panel.command = recorded(history, axis.commandColumn);
+    if (axis.measuredColumn) {
+      panel.measured = recorded(history, *axis.measuredColumn);
     }
     panel.reached = commanded(axisLog.reached, actuator, approachMs);
     panel.cleared = commanded(axisLog.cleared, actuator, approachMs);

@@ -3,7 +3,8 @@
 #include <string>
 #include <vector>
 
-#include "host/engine/torvex.h"
+#include "host/engine/runresult.h"
+#include "host/motion/plan.h"
 #include "host/results/runlog.h"
 
 namespace host {
@@ -34,6 +35,6 @@ struct Panel {
 };
 
 /// The panels of a run, in the order of its actuators.
-std::vector<Panel> panelsOf(const Torvex& torvex, const Plan& plan, const RunLog& log);
+std::vector<Panel> panelsOf(const RunResult& result, const Plan& plan, const RunLog& log);
 
 }  // namespace host

@@ -205,9 +205,9 @@ class Picture {
 
 }  // namespace
 
-std::string pictureScript(const Torvex& torvex, const Plan& plan, const RunLog& log,
+std::string pictureScript(const RunResult& result, const Plan& plan, const RunLog& log,
                           const std::string& title) {
-  const std::vector<Panel> panels = panelsOf(torvex, plan, log);
+  const std::vector<Panel> panels = panelsOf(result, plan, log);
   return Picture(panels, title).draw();
 }
 

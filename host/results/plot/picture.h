@@ -2,13 +2,14 @@
 
 #include <string>
 
-#include "host/engine/torvex.h"
+#include "host/engine/runresult.h"
+#include "host/motion/plan.h"
 #include "host/results/runlog.h"
 
 namespace host {
 
 /// The script by which gnuplot draws a run as SVG to its standard output.
-std::string pictureScript(const Torvex& torvex, const Plan& plan, const RunLog& log,
+std::string pictureScript(const RunResult& result, const Plan& plan, const RunLog& log,
                           const std::string& title);
 
 }  // namespace host

@@ -17,10 +17,10 @@ Plot::Plot(const std::string& path, std::string title, const Plan& plan)
   }
 }
 
-void Plot::draw(const Torvex& torvex, const RunLog& log) {
+void Plot::draw(const RunResult& result, const RunLog& log) {
   std::string drawn;
   try {
-    drawn = drawnByGnuplot(pictureScript(torvex, plan_, log, title_));
+    drawn = drawnByGnuplot(pictureScript(result, plan_, log, title_));
   } catch (const std::exception& error) {
     throw std::runtime_error(path_ + ": " + error.what());
   }

@@ -3,7 +3,8 @@
 #include <string>
 
 #include "host/base/outputfile.h"
-#include "host/engine/torvex.h"
+#include "host/engine/runresult.h"
+#include "host/motion/plan.h"
 #include "host/results/runlog.h"
 
 namespace host {
@@ -16,7 +17,7 @@ class Plot {
   Plot(const std::string& path, std::string title, const Plan& plan);
 
   /// Draws the run and puts the file in its place. Throws what went wrong.
-  void draw(const Torvex& torvex, const RunLog& log);
+  void draw(const RunResult& result, const RunLog& log);
 
  private:
   const std::string path_;
