@@ -8,6 +8,7 @@
 #include <cerrno>
 #include <csignal>
 #include <cstdio>
+#include <cstring>
 #include <memory>
 #include <stdexcept>
 #include <system_error>
@@ -29,20 +30,38 @@ File temporaryFile() {
   return file;
 }
 
+std::vector<char*> pointersTo(std::vector<std::string>& texts) {
+  std::vector<char*> pointers;
+  for (std::string& text : texts) {
+    pointers.push_back(text.data());
+  }
+  pointers.push_back(nullptr);
+  return pointers;
+}
+
+/// That of this process, but in a locale that knows UTF-8: gnuplot warns of its own degree sign
+/// otherwise.
+std::vector<std::string> environment() {
+  std::vector<std::string> variables = {"LC_ALL=C.UTF-8"};
+  for (char** variable = environ; *variable != nullptr; ++variable) {
+    if (std::strncmp(*variable, "LC_ALL=", 7) != 0) {
+      variables.emplace_back(*variable);
+    }
+  }
+  return variables;
+}
+
 /// The exit status; minus the signal that ended it; 127 when it is not there.
 int runGnuplot(std::vector<std::string> arguments, const File& input, const File& output) {
   constexpr int notFound = 127;
-  std::vector<char*> argv;
-  for (std::string& argument : arguments) {
-    argv.push_back(argument.data());
-  }
-  argv.push_back(nullptr);
+  std::vector<std::string> variables = environment();
   posix_spawn_file_actions_t actions;
   posix_spawn_file_actions_init(&actions);
   posix_spawn_file_actions_adddup2(&actions, fileno(input.get()), STDIN_FILENO);
   posix_spawn_file_actions_adddup2(&actions, fileno(output.get()), STDOUT_FILENO);
   pid_t process = 0;
-  const int failure = posix_spawnp(&process, argv[0], &actions, nullptr, argv.data(), environ);
+  const int failure = posix_spawnp(&process, arguments[0].c_str(), &actions, nullptr,
+                                   pointersTo(arguments).data(), pointersTo(variables).data());
   posix_spawn_file_actions_destroy(&actions);
   if (failure != 0) {
     return notFound;
