@@ -50,18 +50,11 @@ configure() {
   rm -f "$log"
 }
 
-fuzz_build=$root/build/deep/fuzz
-# The build for what libFuzzer feeds.
-configure_fuzz() {
-  configure release -B "$fuzz_build" -DCMAKE_BUILD_TYPE=RelWithDebInfo \
-    -DCMAKE_CXX_COMPILER=clang++ -DTORVEX_FUZZ=ON -DTORVEX_TESTS=OFF -DTORVEX_EXAMPLES=OFF
-}
-
 # Builds what moves the examples and draws them.
 build_tool() {
   need_packages "${build_packages[@]}" "${run_packages[@]}"
   if [ ! -f "$root/build/release/build.ninja" ]; then
-    configure release -DTORVEX_TESTS=OFF
+    configure tool
   fi
   cmake --build "$root/build/release" --target torvex_tool >&2
 }
