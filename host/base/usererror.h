@@ -1,8 +1,10 @@
 #pragma once
 
 #include <cstddef>
+#include <memory>
 #include <stdexcept>
 #include <string>
+#include <vector>
 
 namespace host {
 
@@ -12,10 +14,28 @@ struct SourceLocation {
   std::size_t column = 0;
 };
 
-/// Bad input: "file:line:column: error: what is wrong and what would be right".
+/// Bad input. `what()` has a line for each error,
+/// "file:line:column: error: what is wrong and what would be right", and of each file the
+/// first `mostShown` of them.
 class UserError : public std::runtime_error {
  public:
-  UserError(const std::string& path, SourceLocation position, const std::string& what);
+  struct Entry {
+    std::string path;
+    SourceLocation location;
+    std::string text;
+  };
+
+  static constexpr std::size_t mostShown = 20;
+
+  UserError(const std::string& path, SourceLocation location, const std::string& what);
+  /// At least one entry; those of a file lie together. When `more`, there may be others that
+  /// nobody has looked for.
+  UserError(std::vector<Entry> entries, bool more);
+
+  [[nodiscard]] const std::vector<Entry>& entries() const { return *entries_; }
+
+ private:
+  std::shared_ptr<const std::vector<Entry>> entries_;
 };
 
 }  // namespace host

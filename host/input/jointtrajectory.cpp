@@ -5,6 +5,8 @@
 #include <set>
 #include <string>
 
+#include "host/base/counted.h"
+
 namespace host {
 namespace {
 
@@ -34,14 +36,13 @@ void readJointNames(const PointReader& reader, const YAML::Node& names, CommandB
     const std::string name = node.IsScalar() ? node.Scalar() : "";
     const int actuator = reader.actuatorNamed(name);
     if (actuator < 0) {
-      yaml.fail(node, machine.uncommandedJoints.count(name) != 0
-                          ? fmt::format("joint '{}' has no actuator: it is fixed or follows "
-                                        "another joint",
-                                        name)
-                          : fmt::format("machine '{}' has no joint '{}'", machine.name, name));
-    }
-    if (!seen.insert(name).second) {
-      yaml.fail(node, fmt::format("joint '{}' is named twice", name));
+      yaml.report(node, machine.uncommandedJoints.count(name) != 0
+                            ? fmt::format("joint '{}' has no actuator: it is fixed or follows "
+                                          "another joint",
+                                          name)
+                            : fmt::format("machine '{}' has no joint '{}'", machine.name, name));
+    } else if (!seen.insert(name).second) {
+      yaml.report(node, fmt::format("joint '{}' is named twice", name));
     }
     batch.actuators.push_back(actuator);
   }
@@ -50,16 +51,19 @@ void readJointNames(const PointReader& reader, const YAML::Node& names, CommandB
 void readPoint(const PointReader& reader, const YAML::Node& point, const Fields& fields,
                CommandBatch& batch) {
   const YamlFile& yaml = reader.yaml();
-  reader.addTime(yaml.required(fields, point, "time_from_start"), "time_from_start", batch);
+  yaml.requiredField(fields, point, "time_from_start", [&](const YAML::Node& node) {
+    reader.addTime(node, "time_from_start", batch);
+  });
   batch.locations.push_back(YamlFile::locationOf(point));
   const YAML::Node& positions = yaml.required(fields, point, "positions");
   if (!positions.IsSequence() || positions.size() != batch.actuators.size()) {
-    yaml.fail(positions,
-              fmt::format("{} positions for {} joints", positions.size(), batch.actuators.size()));
+    yaml.fail(positions, fmt::format("{} for {}", counted(positions.size(), "position"),
+                                     counted(batch.actuators.size(), "joint")));
   }
   std::size_t column = 0;
   for (const YAML::Node& position : positions) {
-    batch.values.push_back(reader.value(position, batch.actuators[column++], "a position"));
+    const int actuator = batch.actuators[column++];
+    yaml.attempt([&] { batch.values.push_back(reader.value(position, actuator, "a position")); });
   }
 }
 
@@ -71,20 +75,22 @@ void readPoints(const PointReader& reader, const YAML::Node& points, CommandBatc
   }
   // A short file may name one row of positions many times.
   if (points.size() > mostCommands / batch.actuators.size()) {
-    reader.yaml().fail(points, fmt::format("{} points for {} joints are more than {} commands",
+    reader.yaml().stop(points, fmt::format("{} points for {} joints are more than {} commands",
                                            points.size(), batch.actuators.size(), mostCommands));
   }
   batch.times.reserve(points.size());
   batch.locations.reserve(points.size());
   std::set<std::string> readOver;
   for (const YAML::Node& point : points) {
-    const Fields fields = reader.yaml().fields(point, "a point", known);
-    for (const auto& [key, node] : fields) {
-      if (key != "positions" && key != "time_from_start" && node.size() != 0) {
-        readOver.insert(key);
+    reader.yaml().attempt([&] {
+      const Fields fields = reader.yaml().fields(point, "a point", known);
+      for (const auto& [key, node] : fields) {
+        if (key != "positions" && key != "time_from_start" && node.size() != 0) {
+          readOver.insert(key);
+        }
       }
-    }
-    readPoint(reader, point, fields, batch);
+      readPoint(reader, point, fields, batch);
+    });
   }
   for (const std::string& key : readOver) {
     batch.notes.push_back(
@@ -97,9 +103,14 @@ void readPoints(const PointReader& reader, const YAML::Node& points, CommandBatc
 void readJointTrajectory(const PointReader& reader, const YAML::Node& node, CommandBatch& batch) {
   const YamlFile& yaml = reader.yaml();
   const Fields fields = yaml.fields(node, "the trajectory", {"header", "joint_names", "points"});
-  noteStamp(yaml, fields, batch);
-  readJointNames(reader, yaml.required(fields, node, "joint_names"), batch);
-  readPoints(reader, yaml.required(fields, node, "points"), batch);
+  yaml.attempt([&] { noteStamp(yaml, fields, batch); });
+  yaml.requiredField(fields, node, "joint_names",
+                     [&](const YAML::Node& names) { readJointNames(reader, names, batch); });
+  yaml.requiredField(fields, node, "points", [&](const YAML::Node& points) {
+    if (!batch.actuators.empty()) {
+      readPoints(reader, points, batch);
+    }
+  });
 }
 
 }  // namespace host

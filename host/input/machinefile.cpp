@@ -23,34 +23,8 @@ class MachineFileReader {
   explicit MachineFileReader(const YamlFile& yaml) : yaml_(yaml) {}
 
   MachineModel read() {
-    const YAML::Node& root = yaml_.root();
-    const auto fields = yaml_.fields(root, "the machine",
-                                     {"name", "urdf", "time_constant", "joints", "devices",
-                                      "actuators", "sensors", "preferences"});
-    readUrdfNamedIn(fields);
-    machine_.paths.push_back(yaml_.path());
-    if (const auto name = fields.find("name"); name != fields.end()) {
-      machine_.name = yaml_.name(name->second, "name");
-    }
-    readTimeConstant(fields);
-    for (const YAML::Node& joint : yaml_.entries(fields, "joints")) {
-      readJoint(joint);
-    }
-    for (const YAML::Node& device : yaml_.entries(fields, "devices")) {
-      readDevice(device);
-    }
-    for (const YAML::Node& actuator : yaml_.entries(fields, "actuators")) {
-      readActuator(actuator);
-    }
-    for (const YAML::Node& sensor : yaml_.entries(fields, "sensors")) {
-      readSensor(sensor);
-    }
-    // Last: whatever it is, the owner is known by then.
-    for (const YAML::Node& preference : yaml_.entries(fields, "preferences")) {
-      readPreference(preference);
-    }
-    if (machine_.description.actuators.empty()) {
-      yaml_.fail(root, "the machine has no actuator; give it a urdf or actuators");
+    if (yaml_.attempt([this] { readFields(); }) && actuators_.empty()) {
+      yaml_.report(yaml_.root(), "the machine has no actuator; give it a urdf or actuators");
     }
     return std::move(machine_);
   }
@@ -58,19 +32,63 @@ class MachineFileReader {
  private:
   using Fields = YamlFile::Fields;
 
-  void readUrdfNamedIn(const Fields& fields) {
-    const auto urdf = fields.find("urdf");
-    if (urdf == fields.end()) {
-      return;
+  void readFields() {
+    const auto fields = yaml_.fields(yaml_.root(), "the machine",
+                                     {"name", "urdf", "time_constant", "joints", "devices",
+                                      "actuators", "sensors", "preferences"});
+    yaml_.field(fields, "urdf", [&](const YAML::Node& node) { readUrdfAt(node); });
+    machine_.paths.push_back(yaml_.path());
+    yaml_.field(fields, "name",
+                [&](const YAML::Node& node) { machine_.name = yaml_.name(node, "name"); });
+    yaml_.field(fields, "time_constant", [&](const YAML::Node& node) { readTimeConstant(node); });
+    for (const char* key : {"devices", "actuators", "sensors"}) {
+      const auto list = fields.find(key);
+      namesAreComplete_ = namesAreComplete_ && (list == fields.end() || areNamed(list->second));
     }
-    const std::filesystem::path named = yaml_.name(urdf->second, "urdf");
+    readEntries(fields, "joints", &MachineFileReader::readJoint);
+    readEntries(fields, "devices", &MachineFileReader::readDevice);
+    readEntries(fields, "actuators", &MachineFileReader::readActuator);
+    readEntries(fields, "sensors", &MachineFileReader::readSensor);
+    // Last: whatever it is, the owner is known by then.
+    readEntries(fields, "preferences", &MachineFileReader::readPreference);
+  }
+
+  /// Whether what refers to an entry of these can find its name.
+  static bool areNamed(const YAML::Node& entries) {
+    return entries.IsSequence() &&
+           std::all_of(entries.begin(), entries.end(), [](const YAML::Node& entry) {
+             const YAML::Node name = entry.IsMap() ? entry["name"] : YAML::Node();
+             return name.IsDefined() && name.IsScalar() && !name.Scalar().empty();
+           });
+  }
+
+  void readEntries(const Fields& fields, const char* key,
+                   void (MachineFileReader::*readEntry)(const YAML::Node& node)) {
+    yaml_.attempt([&] {
+      for (const YAML::Node& entry : yaml_.entries(fields, key)) {
+        yaml_.attempt([&] { (this->*readEntry)(entry); });
+      }
+    });
+  }
+
+  /// What is not found may be the one whose name could not be read.
+  [[noreturn]] void failAsUnknown(const YAML::Node& node, const std::string& what) const {
+    if (!namesAreComplete_) {
+      throw AlreadyReported();
+    }
+    yaml_.fail(node, what);
+  }
+
+  void readUrdfAt(const YAML::Node& node) {
+    namesAreComplete_ = false;
+    const std::filesystem::path named = yaml_.name(node, "urdf");
     const std::string path =
         (std::filesystem::path(yaml_.path()).parent_path() / named).lexically_normal().string();
     std::string text;
     try {
       text = readFile(path, maxUrdfBytes);
     } catch (const UserError& error) {
-      yaml_.fail(urdf->second, fmt::format("the URDF cannot be taken: {}", error.what()));
+      yaml_.fail(node, fmt::format("the URDF cannot be taken: {}", error.what()));
     }
     machine_ = readUrdf(path, text);
     const auto& description = machine_.description;
@@ -86,14 +104,11 @@ class MachineFileReader {
                           static_cast<int>(description.actuators.size()) +
                       simulation::MachineDescription::attributesPerSensor *
                           static_cast<int>(description.sensors.size());
+    namesAreComplete_ = true;
   }
 
-  void readTimeConstant(const Fields& fields) {
-    const auto found = fields.find("time_constant");
-    if (found == fields.end()) {
-      return;
-    }
-    timeConstant_ = timeConstant(found->second);
+  void readTimeConstant(const YAML::Node& node) {
+    timeConstant_ = timeConstant(node);
     for (simulation::Sensor& sensor : machine_.description.sensors) {
       sensor.timeConstant = timeConstant_;
     }
@@ -115,41 +130,46 @@ class MachineFileReader {
       yaml_.fail(nameNode, fmt::format("joint '{}' is named twice", name));
     }
     const auto sensor = sensors_.find(name + "/Sensor");
+    yaml_.field(fields, "time_constant", [&](const YAML::Node& timeNode) {
+      const double seconds = timeConstant(timeNode);
+      if (sensor != sensors_.end()) {
+        machine_.description.sensors[sensor->second].timeConstant = seconds;
+      }
+    });
     if (sensor == sensors_.end()) {
-      yaml_.fail(nameNode, fmt::format("the URDF has no movable joint '{}'", name));
+      failAsUnknown(nameNode, fmt::format("the URDF has no movable joint '{}'", name));
     }
-    if (const auto seconds = fields.find("time_constant"); seconds != fields.end()) {
-      machine_.description.sensors[sensor->second].timeConstant = timeConstant(seconds->second);
-    }
-    if (const auto value = fields.find("value"); value != fields.end()) {
+    yaml_.field(fields, "value", [&](const YAML::Node& value) {
       const auto actuator = actuators_.find(name);
       if (actuator == actuators_.end()) {
-        yaml_.fail(value->second, fmt::format("joint '{}' follows another; it has no value of its "
-                                              "own",
-                                              name));
+        yaml_.fail(value,
+                   fmt::format("joint '{}' follows another; it has no value of its own", name));
       }
-      readInitialValue(value->second,
+      readInitialValue(value,
                        machine_.description.actuators[static_cast<std::size_t>(actuator->second)]);
-    }
+    });
   }
 
   void readDevice(const YAML::Node& node) {
     const auto fields = yaml_.fields(node, "a device", {"name", "attributes"});
-    const YAML::Node& nameNode = yaml_.required(fields, node, "name");
     simulation::Container device;
-    device.name = yaml_.name(nameNode, "name");
-    if (!devices_.insert(device.name).second) {
-      yaml_.fail(nameNode, fmt::format("a second device is named '{}'", device.name));
-    }
+    yaml_.requiredField(fields, node, "name", [&](const YAML::Node& name) {
+      device.name = yaml_.name(name, "name");
+      if (!devices_.insert(device.name).second) {
+        yaml_.fail(name, fmt::format("a second device is named '{}'", device.name));
+      }
+    });
     std::set<std::string> names;
     for (const YAML::Node& entry : yaml_.entries(fields, "attributes")) {
       takeAttributes(entry, 1);
-      device.attributes.push_back(readAttribute(entry));
-      takeText(entry, device.attributes.back());
-      if (!names.insert(device.attributes.back().name).second) {
-        yaml_.fail(entry, fmt::format("a second attribute of '{}' is named '{}'", device.name,
-                                      device.attributes.back().name));
-      }
+      yaml_.attempt([&] {
+        device.attributes.push_back(readAttribute(entry));
+        takeText(entry, device.attributes.back());
+        if (!names.insert(device.attributes.back().name).second) {
+          yaml_.fail(entry, fmt::format("a second attribute of '{}' is named '{}'", device.name,
+                                        device.attributes.back().name));
+        }
+      });
     }
     machine_.description.containers.push_back(std::move(device));
   }
@@ -157,10 +177,16 @@ class MachineFileReader {
   [[nodiscard]] simulation::Attribute readAttribute(const YAML::Node& node) const {
     const auto fields = yaml_.fields(node, "an attribute", {"name", "type", "value"});
     simulation::Attribute attribute;
-    attribute.name = yaml_.name(yaml_.required(fields, node, "name"), "name");
-    attribute.typeCode = readTypeCode(yaml_, yaml_.required(fields, node, "type"), 0, lastTypeCode);
-    attribute.value = readValue(yaml_, fields, attribute.typeCode);
+    yaml_.requiredField(fields, node, "name",
+                        [&](const YAML::Node& name) { attribute.name = yaml_.name(name, "name"); });
+    readTypedValue(fields, node, attribute);
     return attribute;
+  }
+
+  template <typename Typed>
+  void readTypedValue(const Fields& fields, const YAML::Node& node, Typed& typed) const {
+    typed.typeCode = readTypeCode(yaml_, yaml_.required(fields, node, "type"), 0, lastTypeCode);
+    typed.value = readValue(yaml_, fields, typed.typeCode);
   }
 
   void readActuator(const YAML::Node& node) {
@@ -169,18 +195,19 @@ class MachineFileReader {
                      {"name", "type", "law", "value", "minimum", "maximum", "maximum_velocity"});
     simulation::Actuator actuator;
     actuator.name = subDeviceName(fields, node);
+    actuators_.emplace(actuator.name, static_cast<int>(machine_.description.actuators.size()));
     takeAttributes(node, simulation::MachineDescription::attributesPerActuator);
     if (const auto type = fields.find("type"); type != fields.end()) {
       actuator.typeCode = readTypeCode(yaml_, type->second, 1, hal::floatTypeCode);
     }
-    readLaw(fields, actuator);
-    readLimits(fields, node, actuator);
-    if (const auto value = fields.find("value"); value != fields.end()) {
-      readInitialValue(value->second, actuator);
-    } else {
-      setDefaultValue(node, actuator);
+    yaml_.attempt([&] { readLaw(fields, actuator); });
+    if (yaml_.attempt([&] { readLimits(fields, node, actuator); })) {
+      if (const auto value = fields.find("value"); value != fields.end()) {
+        readInitialValue(value->second, actuator);
+      } else {
+        setDefaultValue(node, actuator);
+      }
     }
-    actuators_.emplace(actuator.name, static_cast<int>(machine_.description.actuators.size()));
     machine_.description.actuators.push_back(std::move(actuator));
   }
 
@@ -203,23 +230,24 @@ class MachineFileReader {
 
   void readLimits(const Fields& fields, const YAML::Node& node,
                   simulation::Actuator& actuator) const {
+    bool sound = true;
     for (const auto& [key, limit] :
          {std::pair{"minimum", &actuator.minimum}, std::pair{"maximum", &actuator.maximum}}) {
-      if (const auto found = fields.find(key); found != fields.end()) {
-        const float single = yaml_.singleNumber(found->second, key);
+      sound = yaml_.field(fields, key, [&, name = key, into = limit](const YAML::Node& found) {
+        const float single = yaml_.singleNumber(found, name);
         // Integers are compared with it as it stands.
-        *limit = actuator.typeCode == hal::floatTypeCode ? double{single}
-                                                         : yaml_.number(found->second, key);
+        *into =
+            actuator.typeCode == hal::floatTypeCode ? double{single} : yaml_.number(found, name);
+      }) && sound;
+    }
+    yaml_.field(fields, "maximum_velocity", [&](const YAML::Node& found) {
+      actuator.maximumVelocity = yaml_.singleNumber(found, "maximum_velocity");
+      if (actuator.maximumVelocity < 0) {
+        yaml_.fail(found, "maximum_velocity is negative");
       }
-    }
-    if (const auto found = fields.find("maximum_velocity"); found != fields.end()) {
-      actuator.maximumVelocity = yaml_.singleNumber(found->second, "maximum_velocity");
-    }
-    if (actuator.minimum > actuator.maximum) {
+    });
+    if (sound && actuator.minimum > actuator.maximum) {
       yaml_.fail(yaml_.required(fields, node, "minimum"), "minimum lies above maximum");
-    }
-    if (actuator.maximumVelocity < 0) {
-      yaml_.fail(yaml_.required(fields, node, "maximum_velocity"), "maximum_velocity is negative");
     }
   }
 
@@ -258,22 +286,22 @@ class MachineFileReader {
     simulation::Sensor sensor;
     sensor.name = subDeviceName(fields, node);
     takeAttributes(node, simulation::MachineDescription::attributesPerSensor);
-    const YAML::Node& followed = yaml_.required(fields, node, "actuator");
-    const auto actuator = actuators_.find(yaml_.name(followed, "actuator"));
-    if (actuator == actuators_.end()) {
-      yaml_.fail(followed, fmt::format("the machine has no actuator '{}'", followed.Scalar()));
-    }
-    sensor.actuator = actuator->second;
+    yaml_.requiredField(fields, node, "actuator", [&](const YAML::Node& followed) {
+      const auto actuator = actuators_.find(yaml_.name(followed, "actuator"));
+      if (actuator == actuators_.end()) {
+        failAsUnknown(followed, fmt::format("the machine has no actuator '{}'", followed.Scalar()));
+      }
+      sensor.actuator = actuator->second;
+    });
     sensor.timeConstant = timeConstant_;
-    if (const auto found = fields.find("multiplier"); found != fields.end()) {
-      sensor.multiplier = yaml_.singleNumber(found->second, "multiplier");
-    }
-    if (const auto found = fields.find("offset"); found != fields.end()) {
-      sensor.offset = yaml_.singleNumber(found->second, "offset");
-    }
-    if (const auto found = fields.find("time_constant"); found != fields.end()) {
-      sensor.timeConstant = timeConstant(found->second);
-    }
+    yaml_.field(fields, "multiplier", [&](const YAML::Node& multiplier) {
+      sensor.multiplier = yaml_.singleNumber(multiplier, "multiplier");
+    });
+    yaml_.field(fields, "offset", [&](const YAML::Node& offset) {
+      sensor.offset = yaml_.singleNumber(offset, "offset");
+    });
+    yaml_.field(fields, "time_constant",
+                [&](const YAML::Node& seconds) { sensor.timeConstant = timeConstant(seconds); });
     machine_.description.sensors.push_back(std::move(sensor));
   }
 
@@ -281,41 +309,44 @@ class MachineFileReader {
     const auto fields =
         yaml_.fields(node, "a preference", {"owner", "name", "type", "value", "in_use"});
     simulation::Preference preference;
-    const YAML::Node& owner = yaml_.required(fields, node, "owner");
-    preference.owner = yaml_.name(owner, "owner");
-    if (devices_.count(preference.owner) == 0 && subDevices_.count(preference.owner) == 0) {
-      yaml_.fail(owner, fmt::format("the machine has no device, actuator or sensor '{}'",
-                                    preference.owner));
-    }
-    preference.name = yaml_.name(yaml_.required(fields, node, "name"), "name");
-    preference.typeCode =
-        readTypeCode(yaml_, yaml_.required(fields, node, "type"), 0, lastTypeCode);
-    preference.value = readValue(yaml_, fields, preference.typeCode);
+    yaml_.requiredField(fields, node, "owner", [&](const YAML::Node& owner) {
+      preference.owner = yaml_.name(owner, "owner");
+      if (devices_.count(preference.owner) == 0 && subDevices_.count(preference.owner) == 0) {
+        failAsUnknown(owner, fmt::format("the machine has no device, actuator or sensor '{}'",
+                                         preference.owner));
+      }
+    });
+    yaml_.requiredField(fields, node, "name", [&](const YAML::Node& name) {
+      preference.name = yaml_.name(name, "name");
+    });
+    yaml_.field(fields, "in_use",
+                [&](const YAML::Node& inUse) { preference.inUse = yaml_.truth(inUse, "in_use"); });
+    readTypedValue(fields, node, preference);
     textBytes_ += preference.owner.size();
     takeText(node, preference);
-    if (const auto found = fields.find("in_use"); found != fields.end()) {
-      preference.inUse = yaml_.truth(found->second, "in_use");
-    }
     machine_.description.preferences.push_back(std::move(preference));
     if (machine_.description.preferences.size() > simulation::maxPreferences) {
-      yaml_.fail(node,
+      yaml_.stop(node,
                  fmt::format("a device pool holds {} preferences", simulation::maxPreferences));
     }
   }
 
+  /// Empty where it cannot be read.
   std::string subDeviceName(const Fields& fields, const YAML::Node& owner) {
-    const YAML::Node& node = yaml_.required(fields, owner, "name");
-    std::string name = yaml_.name(node, "name");
-    if (!subDevices_.insert(name).second) {
-      yaml_.fail(node, fmt::format("a second actuator or sensor is named '{}'", name));
-    }
+    std::string name;
+    yaml_.requiredField(fields, owner, "name", [&](const YAML::Node& node) {
+      name = yaml_.name(node, "name");
+      if (!subDevices_.insert(name).second) {
+        yaml_.fail(node, fmt::format("a second actuator or sensor is named '{}'", name));
+      }
+    });
     return name;
   }
 
   void takeAttributes(const YAML::Node& node, int count) {
     attributeCount_ += count;
     if (attributeCount_ > simulation::maxAttributes) {
-      yaml_.fail(node, fmt::format("the machine up to here needs {} attributes; a device pool "
+      yaml_.stop(node, fmt::format("the machine up to here needs {} attributes; a device pool "
                                    "holds {}",
                                    attributeCount_, simulation::maxAttributes));
     }
@@ -327,7 +358,7 @@ class MachineFileReader {
     const auto* const text = std::get_if<std::string>(&named.value);
     textBytes_ += named.name.size() + (text == nullptr ? 0 : text->size());
     if (textBytes_ > YamlFile::maxBytes) {
-      yaml_.fail(node, fmt::format("the names and texts up to here are longer than {} bytes",
+      yaml_.stop(node, fmt::format("the names and texts up to here are longer than {} bytes",
                                    YamlFile::maxBytes));
     }
   }
@@ -337,6 +368,8 @@ class MachineFileReader {
   double timeConstant_ = simulation::Sensor().timeConstant;
   std::set<std::string> joints_;
   std::set<std::string> devices_;
+  /// No entry, and not the URDF, is so broken that its name is missing below.
+  bool namesAreComplete_ = true;
   /// Names of actuators and sensors.
   std::set<std::string> subDevices_;
   std::map<std::string, int> actuators_;
@@ -352,12 +385,19 @@ bool looksLikeXml(const std::string& text) {
   return first != std::string::npos && text[first] == '<';
 }
 
+MachineModel readYaml(const std::string& path, const std::string& text) {
+  ErrorCollector errors;
+  MachineModel machine;
+  errors.attempt([&] { machine = MachineFileReader(YamlFile(path, text, errors)).read(); });
+  errors.throwIfAny();
+  return machine;
+}
+
 }  // namespace
 
 MachineModel readMachineFile(const std::string& path) {
   const std::string text = readFile(path, maxUrdfBytes);
-  MachineModel machine =
-      looksLikeXml(text) ? readUrdf(path, text) : MachineFileReader(YamlFile(path, text)).read();
+  MachineModel machine = looksLikeXml(text) ? readUrdf(path, text) : readYaml(path, text);
   if (machine.name.empty()) {
     machine.name = std::filesystem::path(path).stem().string();
   }

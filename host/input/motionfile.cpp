@@ -33,6 +33,18 @@ TimedCommand::commandType readMode(const YamlFile& yaml, const YAML::Node& node)
   return *mode;
 }
 
+void readItem(const PointReader& reader, const YAML::Node& item, int actuator,
+              CommandBatch& batch) {
+  const YamlFile& yaml = reader.yaml();
+  const Fields fields = yaml.fields(item, "an item", {"time", "value"});
+  yaml.requiredField(fields, item, "time",
+                     [&](const YAML::Node& node) { reader.addTime(node, "time", batch); });
+  batch.locations.push_back(YamlFile::locationOf(item));
+  yaml.requiredField(fields, item, "value", [&](const YAML::Node& node) {
+    batch.values.push_back(reader.value(node, actuator, "value"));
+  });
+}
+
 void readItems(const PointReader& reader, const Fields& list, const YAML::Node& owner,
                CommandBatch& batch) {
   const YamlFile& yaml = reader.yaml();
@@ -40,23 +52,24 @@ void readItems(const PointReader& reader, const Fields& list, const YAML::Node& 
   const std::string key = yaml.name(keyNode, "key");
   const int actuator = reader.actuatorWithKey(key);
   if (actuator < 0) {
-    yaml.fail(keyNode, fmt::format("'{}' is not the \"Value\" of an actuator of machine '{}'; "
-                                   "'torvex list' shows them",
-                                   key, reader.machine().name));
+    yaml.report(keyNode, fmt::format("'{}' is not the \"Value\" of an actuator of machine '{}'; "
+                                     "'torvex list' shows them",
+                                     key, reader.machine().name));
   }
   batch.actuators.push_back(actuator);
   for (const YAML::Node& item : yaml.entries(list, "items")) {
-    const Fields fields = yaml.fields(item, "an item", {"time", "value"});
-    reader.addTime(yaml.required(fields, item, "time"), "time", batch);
-    batch.locations.push_back(YamlFile::locationOf(item));
-    batch.values.push_back(reader.value(yaml.required(fields, item, "value"), actuator, "value"));
+    yaml.attempt([&] { readItem(reader, item, actuator, batch); });
   }
 }
 
-void checkCount(const YamlFile& yaml, const YAML::Node& node, const CommandBatch& batch) {
-  if (batch.times.empty() && batch.mode != TimedCommand::REPLACE) {
-    yaml.fail(node, "items is empty: that does something with the mode replace only");
-  }
+void readMoment(const YamlFile& yaml, const Fields& fields, const YAML::Node& node,
+                CommandBatch& batch) {
+  batch.atMs = 0;
+  yaml.requiredField(fields, node, "at",
+                     [&](const YAML::Node& at) { batch.atMs = yaml.milliseconds(at, "at"); });
+  batch.fromMs = *batch.atMs;
+  yaml.field(fields, "from",
+             [&](const YAML::Node& from) { batch.fromMs = yaml.milliseconds(from, "from"); });
 }
 
 CommandBatch readList(const PointReader& reader, const YAML::Node& node) {
@@ -66,12 +79,12 @@ CommandBatch readList(const PointReader& reader, const YAML::Node& node) {
   CommandBatch batch;
   batch.path = yaml.path();
   batch.location = YamlFile::locationOf(node);
-  batch.atMs = yaml.milliseconds(yaml.required(fields, node, "at"), "at");
-  const auto from = fields.find("from");
-  batch.fromMs = from == fields.end() ? *batch.atMs : yaml.milliseconds(from->second, "from");
-  batch.mode = readMode(yaml, yaml.required(fields, node, "mode"));
+  readMoment(yaml, fields, node, batch);
+  const bool hasMode = yaml.requiredField(
+      fields, node, "mode", [&](const YAML::Node& mode) { batch.mode = readMode(yaml, mode); });
   const auto trajectory = fields.find("trajectory");
-  if ((trajectory != fields.end()) == (fields.count("items") != 0)) {
+  const auto items = fields.find("items");
+  if ((trajectory != fields.end()) == (items != fields.end())) {
     yaml.fail(node, "a list needs either a trajectory, or a key and items");
   }
   if (trajectory == fields.end()) {
@@ -81,7 +94,10 @@ CommandBatch readList(const PointReader& reader, const YAML::Node& node) {
   } else {
     readJointTrajectory(reader, trajectory->second, batch);
   }
-  checkCount(yaml, node, batch);
+  if (hasMode && items != fields.end() && items->second.size() == 0 &&
+      batch.mode != TimedCommand::REPLACE) {
+    yaml.fail(node, "items is empty: that does something with the mode replace only");
+  }
   return batch;
 }
 
@@ -89,7 +105,7 @@ void takeCommands(const YamlFile& yaml, const YAML::Node& node, const CommandBat
                   std::size_t& count) {
   count += batch.values.size();
   if (count > mostCommands) {
-    yaml.fail(node, fmt::format("the motions up to here hold more than {} commands", mostCommands));
+    yaml.stop(node, fmt::format("the motions up to here hold more than {} commands", mostCommands));
   }
 }
 
@@ -97,22 +113,25 @@ std::vector<CommandBatch> readLists(const PointReader& reader, std::size_t& coun
   const YamlFile& yaml = reader.yaml();
   const Fields fields = yaml.fields(yaml.root(), "the file", {"lists"});
   std::vector<CommandBatch> batches;
-  for (const YAML::Node& list : yaml.entries(fields, "lists")) {
+  const YAML::Node lists = yaml.entries(fields, "lists");
+  for (const YAML::Node& list : lists) {
     if (batches.size() == mostLists) {
-      yaml.fail(list, fmt::format("the file up to here holds more than {} lists", mostLists));
+      yaml.stop(list, fmt::format("the file up to here holds more than {} lists", mostLists));
     }
-    batches.push_back(readList(reader, list));
-    takeCommands(yaml, list, batches.back(), count);
+    yaml.attempt([&] {
+      batches.push_back(readList(reader, list));
+      takeCommands(yaml, list, batches.back(), count);
+    });
   }
-  if (batches.empty()) {
+  if (lists.size() == 0) {
     yaml.fail(yaml.root(), "lists: at least one list is needed");
   }
   return batches;
 }
 
 std::vector<CommandBatch> readMotionFile(const std::string& path, const MachineModel& machine,
-                                         std::size_t& count) {
-  const YamlFile yaml(path, readFile(path, YamlFile::maxBytes));
+                                         std::size_t& count, ErrorCollector& errors) {
+  const YamlFile yaml(path, readFile(path, YamlFile::maxBytes), errors);
   const PointReader reader(yaml, machine);
   if (yaml.root().IsMap() && yaml.root()["lists"]) {
     return readLists(reader, count);
@@ -131,11 +150,15 @@ std::vector<CommandBatch> readMotionFiles(const std::vector<std::string>& paths,
                                           const MachineModel& machine) {
   std::vector<CommandBatch> batches;
   std::size_t count = 0;
+  ErrorCollector errors;
   for (const std::string& path : paths) {
-    for (CommandBatch& batch : readMotionFile(path, machine, count)) {
-      batches.push_back(std::move(batch));
-    }
+    errors.attempt([&] {
+      for (CommandBatch& batch : readMotionFile(path, machine, count, errors)) {
+        batches.push_back(std::move(batch));
+      }
+    });
   }
+  errors.throwIfAny();
   return batches;
 }
 

@@ -9,7 +9,7 @@
 namespace host {
 
 /// Reads files for this machine, each a trajectory_msgs/JointTrajectory or lists
-/// of commands, in YAML. Throws `UserError`.
+/// of commands, in YAML. Throws a `UserError` of all that is wrong with them.
 std::vector<CommandBatch> readMotionFiles(const std::vector<std::string>& paths,
                                           const MachineModel& machine);
 

@@ -25,6 +25,9 @@ int PointReader::actuatorWithKey(const std::string& key) const {
 }
 
 hal::AttrGeneric PointReader::value(const YAML::Node& node, int actuator, const char* what) const {
+  if (actuator < 0) {
+    return hal::AttrGeneric(yaml_.singleNumber(node, what));
+  }
   const simulation::Actuator& commanded = machine_.actuator(actuator);
   if (commanded.typeCode == hal::floatTypeCode) {
     return hal::AttrGeneric(yaml_.singleNumber(node, what));
@@ -41,11 +44,11 @@ void PointReader::addTime(const YAML::Node& node, const char* what, CommandBatch
                                  YamlFile::longestMs / 1000));
   }
   if (!batch.times.empty() && timeMs == batch.times.back()) {
-    yaml_.fail(node, fmt::format("two points fall on the millisecond {}", timeMs));
+    yaml_.report(node, fmt::format("two points fall on the millisecond {}", timeMs));
   }
   if (!batch.times.empty() && timeMs < batch.times.back()) {
-    yaml_.fail(node,
-               fmt::format("{} goes back from {} ms to {} ms", what, batch.times.back(), timeMs));
+    yaml_.report(node,
+                 fmt::format("{} goes back from {} ms to {} ms", what, batch.times.back(), timeMs));
   }
   batch.times.push_back(timeMs);
 }

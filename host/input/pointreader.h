@@ -27,11 +27,12 @@ class PointReader {
   /// The same, by the bare or full key of its value.
   [[nodiscard]] int actuatorWithKey(const std::string& key) const;
 
-  /// The record that commands the value at `node`.
+  /// The record that commands the value at `node`. An actuator below 0 is one whose name is
+  /// wrong, which was reported: then any number will do.
   [[nodiscard]] hal::AttrGeneric value(const YAML::Node& node, int actuator,
                                        const char* what) const;
 
-  /// Adds the time at `node`, which must lie behind the point before.
+  /// Adds the time at `node`; reports one that does not lie behind the point before.
   void addTime(const YAML::Node& node, const char* what, CommandBatch& batch) const;
 
  private:

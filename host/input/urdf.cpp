@@ -10,6 +10,7 @@
 #include <set>
 #include <utility>
 
+#include "host/base/errorcollector.h"
 #include "host/base/textfile.h"
 
 namespace host {
@@ -43,31 +44,36 @@ class UrdfReader {
   UrdfReader(const std::string& path, const std::string& text) : path_(path), text_(text) {}
 
   MachineModel read() {
-    const pugi::xml_node root = parse();
-    robot_.paths = {path_};
-    robot_.name = root.attribute("name").value();
-    for (const pugi::xml_node joint : root.children("joint")) {
-      readJoint(joint);
-    }
-    if (robot_.description.actuators.empty()) {
-      fail(root, "the robot has no movable joint");
-    }
-    for (const pugi::xml_node joint : root.children("joint")) {
-      const auto mimicry = mimicries_.find(joint.attribute("name").value());
-      if (mimicry != mimicries_.end()) {
-        addMimicSensor(mimicry->first, mimicry->second);
-      }
-    }
+    errors_.attempt([this] { readRobot(parse()); });
+    errors_.throwIfAny();
     return std::move(robot_);
   }
 
  private:
+  void readRobot(const pugi::xml_node& root) {
+    robot_.paths = {path_};
+    robot_.name = root.attribute("name").value();
+    bool sound = true;
+    for (const pugi::xml_node joint : root.children("joint")) {
+      sound = errors_.attempt([&] { readJoint(joint); }) && sound;
+    }
+    if (sound && robot_.description.actuators.empty()) {
+      fail(root, "the robot has no movable joint");
+    }
+    for (const pugi::xml_node joint : root.children("joint")) {
+      const auto mimicry = mimicries_.find(joint.attribute("name").value());
+      if (mimicry != mimicries_.end() && mimicry->second.joint == joint) {
+        errors_.attempt([&] { addMimicSensor(mimicry->first, mimicry->second); });
+      }
+    }
+  }
+
   pugi::xml_node parse() {
     const pugi::xml_parse_result result =
         document_.load_buffer(text_.data(), text_.size(), pugi::parse_default, pugi::encoding_utf8);
     if (!result) {
-      fail(static_cast<std::size_t>(result.offset),
-           fmt::format("not well-formed XML: {}", result.description()));
+      throw UserError(path_, locationAt(text_, static_cast<std::size_t>(result.offset)),
+                      fmt::format("not well-formed XML: {}", result.description()));
     }
     DepthLimit limit;
     document_.traverse(limit);
@@ -86,31 +92,45 @@ class UrdfReader {
     return root;
   }
 
-  [[noreturn]] void fail(std::size_t offset, const std::string& what) const {
-    throw UserError(path_, locationAt(text_, offset), what);
+  /// Points at the "<" of an element.
+  [[nodiscard]] UserError error(const pugi::xml_node& node, const std::string& what) const {
+    const auto offset = std::max<std::ptrdiff_t>(node.offset_debug() - 1, 0);
+    return {path_, locationAt(text_, static_cast<std::size_t>(offset)), what};
   }
 
-  /// Points at the "<" of an element.
   [[noreturn]] void fail(const pugi::xml_node& node, const std::string& what) const {
-    fail(static_cast<std::size_t>(std::max<std::ptrdiff_t>(node.offset_debug() - 1, 0)), what);
+    throw error(node, what);
+  }
+
+  void report(const pugi::xml_node& node, const std::string& what) {
+    errors_.add(error(node, what));
   }
 
   void readJoint(const pugi::xml_node& joint) {
-    const std::string name = attribute(joint, "name").value();
-    const std::string type = attribute(joint, "type").value();
-    if (name.empty()) {
-      fail(joint, "a joint needs a name");
+    std::string name;
+    const bool isNamed = errors_.attempt([&] {
+      name = attribute(joint, "name").value();
+      if (name.empty()) {
+        fail(joint, "a joint needs a name");
+      }
+    });
+    if (!isNamed) {
+      namesAreComplete_ = false;
+      throw AlreadyReported();
     }
     takeName(joint, name);
+    const std::string type = attribute(joint, "type").value();
     if (type == "fixed" || type == "floating" || type == "planar") {
       robot_.uncommandedJoints.insert(name);
-    } else if (type == "revolute" || type == "prismatic" || type == "continuous") {
-      readMovableJoint(joint, name, type == "continuous");
-    } else {
+      return;
+    }
+    movable_.insert(name);
+    if (type != "revolute" && type != "prismatic" && type != "continuous") {
       fail(joint, fmt::format("joint '{}' has the type '{}'; use revolute, continuous, prismatic, "
                               "fixed, floating or planar",
                               name, type));
     }
+    readMovableJoint(joint, name, type == "continuous");
   }
 
   void takeName(const pugi::xml_node& joint, const std::string& name) {
@@ -125,15 +145,20 @@ class UrdfReader {
     const pugi::xml_node mimic = onlyChild(joint, "mimic");
     if (mimic) {
       robot_.uncommandedJoints.insert(name);
-      mimicries_.emplace(
-          name, Mimicry{joint, attribute(mimic, "joint").value(), number(mimic, "multiplier", 1.0),
-                        number(mimic, "offset", 0.0)});
+      Mimicry mimicry;
+      mimicry.joint = joint;
+      mimicry.master = attribute(mimic, "joint").value();
+      readNumber(mimic, "multiplier", mimicry.multiplier);
+      readNumber(mimic, "offset", mimicry.offset);
+      mimicries_.emplace(name, std::move(mimicry));
       takeAttributes(joint, simulation::MachineDescription::attributesPerSensor);
       return;
     }
     simulation::Actuator actuator;
     actuator.name = name;
-    readLimits(joint, continuous, actuator);
+    if (!errors_.attempt([&] { readLimits(joint, continuous, actuator); })) {
+      throw AlreadyReported();
+    }
     actuator.value = static_cast<float>(std::clamp(0.0, actuator.minimum, actuator.maximum));
     takeAttributes(joint, simulation::MachineDescription::attributesPerActuator +
                               simulation::MachineDescription::attributesPerSensor);
@@ -155,22 +180,20 @@ class UrdfReader {
     if (!continuous) {
       for (const char* needed : {"lower", "upper", "velocity"}) {
         if (!limit.attribute(needed)) {
-          fail(limit, fmt::format("the limit of joint '{}' needs the attribute {}", actuator.name,
-                                  needed));
+          report(limit, fmt::format("the limit of joint '{}' needs the attribute {}", actuator.name,
+                                    needed));
         }
       }
-      actuator.minimum = static_cast<float>(number(limit, "lower", 0.0));
-      actuator.maximum = static_cast<float>(number(limit, "upper", 0.0));
+      readSingle(limit, "lower", actuator.minimum);
+      readSingle(limit, "upper", actuator.maximum);
       if (actuator.minimum > actuator.maximum) {
-        fail(limit,
-             fmt::format("joint '{}' has its lower limit above its upper limit", actuator.name));
+        report(limit,
+               fmt::format("joint '{}' has its lower limit above its upper limit", actuator.name));
       }
     }
-    if (limit.attribute("velocity")) {
-      actuator.maximumVelocity = static_cast<float>(number(limit, "velocity", 0.0));
-      if (actuator.maximumVelocity < 0) {
-        fail(limit, fmt::format("joint '{}' has a negative velocity limit", actuator.name));
-      }
+    readSingle(limit, "velocity", actuator.maximumVelocity);
+    if (actuator.maximumVelocity < 0) {
+      report(limit, fmt::format("joint '{}' has a negative velocity limit", actuator.name));
     }
   }
 
@@ -196,27 +219,39 @@ class UrdfReader {
     return child;
   }
 
-  double number(const pugi::xml_node& element, const char* name, double otherwise) const {
-    const pugi::xml_attribute found = attribute(element, name);
-    if (!found) {
-      return otherwise;
-    }
-    std::string text = found.value();
-    text.erase(0, text.find_first_not_of(" \t\r\n"));
-    text.erase(text.find_last_not_of(" \t\r\n") + 1);
-    double value = 0.0;
-    if (!parseNumber(text, value) || !std::isfinite(static_cast<float>(value))) {
-      fail(element, fmt::format("{}=\"{}\" is not a finite decimal number of single precision",
-                                name, found.value()));
-    }
-    return value;
+  /// Into `number`, unless the attribute is absent or broken.
+  void readNumber(const pugi::xml_node& element, const char* name, double& number) {
+    errors_.attempt([&] {
+      const pugi::xml_attribute found = attribute(element, name);
+      if (!found) {
+        return;
+      }
+      std::string text = found.value();
+      text.erase(0, text.find_first_not_of(" \t\r\n"));
+      text.erase(text.find_last_not_of(" \t\r\n") + 1);
+      double value = 0.0;
+      if (!parseNumber(text, value) || !std::isfinite(static_cast<float>(value))) {
+        fail(element, fmt::format("{}=\"{}\" is not a finite decimal number of single precision",
+                                  name, found.value()));
+      }
+      number = value;
+    });
+  }
+
+  /// The same, rounded to single precision.
+  template <typename Number>
+  void readSingle(const pugi::xml_node& element, const char* name, Number& number) {
+    double exact = number;
+    readNumber(element, name, exact);
+    number = static_cast<float>(exact);
   }
 
   void takeAttributes(const pugi::xml_node& joint, int count) {
     attributeCount_ += count;
     if (attributeCount_ > simulation::maxAttributes) {
-      fail(joint, fmt::format("the joints up to here need {} attributes; a device pool holds {}",
-                              attributeCount_, simulation::maxAttributes));
+      errors_.stop(error(
+          joint, fmt::format("the joints up to here need {} attributes; a device pool holds {}",
+                             attributeCount_, simulation::maxAttributes)));
     }
   }
 
@@ -236,6 +271,9 @@ class UrdfReader {
     for (std::size_t turn = 0; actuators_.count(mimicry.master) == 0; ++turn) {
       const auto next = mimicries_.find(mimicry.master);
       if (next == mimicries_.end()) {
+        if (!namesAreComplete_ || movable_.count(mimicry.master) != 0) {
+          throw AlreadyReported();  // its master is broken
+        }
         fail(mimicry.joint, fmt::format("joint '{}' mimics '{}', which is no movable joint", name,
                                         mimicry.master));
       }
@@ -259,9 +297,13 @@ class UrdfReader {
   const std::string& path_;
   const std::string& text_;
   pugi::xml_document document_;
+  ErrorCollector errors_;
   MachineModel robot_;
   /// Of joints and sensors.
   std::set<std::string> names_;
+  /// Joints that move, or may, were they not broken.
+  std::set<std::string> movable_;
+  bool namesAreComplete_ = true;
   std::map<std::string, int> actuators_;
   std::map<std::string, Mimicry> mimicries_;
   int attributeCount_ = 0;

@@ -28,15 +28,27 @@ YAML::Node load(const std::string& path, const std::string& text) {
 
 }  // namespace
 
-YamlFile::YamlFile(const std::string& path, const std::string& text)
-    : path_(path), root_(load(path, text)) {}
+YamlFile::YamlFile(const std::string& path, const std::string& text, ErrorCollector& errors)
+    : path_(path), errors_(errors), root_(load(path, text)) {}
 
 SourceLocation YamlFile::locationOf(const YAML::Node& node) {
   return positionOf(node.Mark());
 }
 
+UserError YamlFile::error(const YAML::Node& node, const std::string& what) const {
+  return {path_, locationOf(node), what};
+}
+
 void YamlFile::fail(const YAML::Node& node, const std::string& what) const {
-  throw UserError(path_, locationOf(node), what);
+  throw error(node, what);
+}
+
+void YamlFile::report(const YAML::Node& node, const std::string& what) const {
+  errors_.add(error(node, what));
+}
+
+void YamlFile::stop(const YAML::Node& node, const std::string& what) const {
+  errors_.stop(error(node, what));
 }
 
 YamlFile::Fields YamlFile::fields(const YAML::Node& node, const std::string& what,
@@ -48,11 +60,10 @@ YamlFile::Fields YamlFile::fields(const YAML::Node& node, const std::string& wha
   for (const auto& entry : node) {
     const std::string key = entry.first.IsScalar() ? entry.first.Scalar() : "";
     if (known.count(key) == 0) {
-      fail(entry.first,
-           fmt::format("unknown key '{}' in {}; known are {}", key, what, fmt::join(known, ", ")));
-    }
-    if (!found.emplace(key, entry.second).second) {
-      fail(entry.first, fmt::format("duplicate key '{}'", key));
+      report(entry.first, fmt::format("unknown key '{}' in {}; known are {}", key, what,
+                                      fmt::join(known, ", ")));
+    } else if (!found.emplace(key, entry.second).second) {
+      report(entry.first, fmt::format("duplicate key '{}'", key));
     }
   }
   return found;
@@ -62,6 +73,9 @@ const YAML::Node& YamlFile::required(const Fields& fields, const YAML::Node& own
                                      const char* key) const {
   const auto found = fields.find(key);
   if (found == fields.end()) {
+    if (owner.size() != fields.size()) {
+      throw AlreadyReported();  // an unknown key may be this one, misspelt
+    }
     fail(owner, fmt::format("the key '{}' is missing", key));
   }
   return found->second;

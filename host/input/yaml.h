@@ -8,11 +8,11 @@
 #include <set>
 #include <string>
 
-#include "host/base/usererror.h"
+#include "host/base/errorcollector.h"
 
 namespace host {
 
-/// A YAML file of one document. What is wrong with a node is thrown as an
+/// A YAML file of one document. What is wrong with a node is reported, or thrown, as a
 /// `UserError` with the node's source location.
 class YamlFile {
  public:
@@ -25,20 +25,44 @@ class YamlFile {
   static constexpr std::int64_t longestMs = 1'000'000'000;
 
   /// `text` is the content of the file at `path`. Throws `UserError` when it
-  /// is longer than `maxBytes` or not readable.
-  YamlFile(const std::string& path, const std::string& text);
+  /// is longer than `maxBytes` or not readable. What is reported goes to `errors`, which must
+  /// outlive the object.
+  YamlFile(const std::string& path, const std::string& text, ErrorCollector& errors);
 
   [[nodiscard]] const std::string& path() const { return path_; }
   [[nodiscard]] const YAML::Node& root() const { return root_; }
 
   [[nodiscard]] static SourceLocation locationOf(const YAML::Node& node);
+  [[nodiscard]] UserError error(const YAML::Node& node, const std::string& what) const;
+  /// Throws: what is being attempted cannot be read.
   [[noreturn]] void fail(const YAML::Node& node, const std::string& what) const;
+  /// Reports an error behind which reading goes on.
+  void report(const YAML::Node& node, const std::string& what) const;
+  /// Reports an error behind which nothing more is read, since it asks for too much.
+  [[noreturn]] void stop(const YAML::Node& node, const std::string& what) const;
+  /// As `ErrorCollector::attempt`.
+  template <typename Read>
+  bool attempt(const Read& read) const {
+    return errors_.attempt(read);
+  }
 
-  /// The fields of a map: each key known and named once.
+  /// The fields of a map; unknown and duplicate keys are reported and left out.
   [[nodiscard]] Fields fields(const YAML::Node& node, const std::string& what,
                               const std::set<std::string>& known) const;
   [[nodiscard]] const YAML::Node& required(const Fields& fields, const YAML::Node& owner,
                                            const char* key) const;
+  /// Attempts `read` with the node of this field, if there is one. True when no error came up.
+  template <typename Read>
+  bool field(const Fields& fields, const char* key, const Read& read) const {
+    const auto found = fields.find(key);
+    return found == fields.end() || attempt([&] { read(found->second); });
+  }
+  /// The same for a field that must be there.
+  template <typename Read>
+  bool requiredField(const Fields& fields, const YAML::Node& owner, const char* key,
+                     const Read& read) const {
+    return attempt([&] { read(required(fields, owner, key)); });
+  }
   /// The entries of a field that holds a list; none when it is absent.
   [[nodiscard]] YAML::Node entries(const Fields& fields, const char* key) const;
 
@@ -61,6 +85,7 @@ class YamlFile {
 
  private:
   const std::string path_;
+  ErrorCollector& errors_;
   YAML::Node root_;
 };
 

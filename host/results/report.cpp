@@ -7,6 +7,7 @@
 #include <iterator>
 #include <string_view>
 
+#include "host/base/counted.h"
 #include "host/base/values.h"
 #include "host/motion/limits.h"
 #include "host/results/table.h"
@@ -161,10 +162,6 @@ std::string paceReport(const PaceCount& pace) {
     text += fmt::format("\nstalls   {}, {} ms in all", pace.stalls, pace.stalledMs);
   }
   return text;
-}
-
-std::string counted(std::size_t count, const char* noun) {
-  return fmt::format("{} {}{}", count, noun, count == 1 ? "" : "s");
 }
 
 std::string describe(const CommandBatch& batch) {

@@ -57,8 +57,8 @@ std::string complaint(const Temporary& temporary, const Read& read) {
   }
 }
 
-/// Runs every text of a file of bad inputs, each behind a line ">>> " with how
-/// its message must begin.
+/// Runs every text of a file of bad inputs, each behind a line ">>> " with how its message
+/// must begin, and a line ">>+ " for each further error.
 template <typename Read>
 void expectComplaints(const std::string& faults, const std::string& inputName, const Read& read) {
   const Temporary temporary;
@@ -67,14 +67,23 @@ void expectComplaints(const std::string& faults, const std::string& inputName, c
   std::string line;
   int count = 0;
   for (std::getline(cases, line); cases; ++count) {
-    const std::string expected = inputName + ":" + line.substr(4);
+    std::vector<std::string> expected;
+    do {
+      expected.push_back(temporary.path(inputName) + ":" + line.substr(4));
+    } while (std::getline(cases, line) && line.rfind(">>+ ", 0) == 0);
     std::string text;
-    while (std::getline(cases, line) && line.rfind(">>> ", 0) != 0) {
+    for (; cases && line.rfind(">>> ", 0) != 0; std::getline(cases, line)) {
       text += line + "\n";
     }
     const std::string path = temporary.write(inputName, text);
-    const std::string said = complaint(temporary, [&] { read(path); });
-    EXPECT_EQ(said.rfind(expected, 0), 0U) << said << "\nexpected " << expected;
+    std::istringstream said(temporary.path("") + complaint(temporary, [&] { read(path); }));
+    for (const std::string& error : expected) {
+      std::string shown;
+      std::getline(said, shown);
+      EXPECT_EQ(shown.rfind(error, 0), 0U) << shown << "\nexpected " << error;
+    }
+    std::string more;
+    EXPECT_FALSE(std::getline(said, more)) << more << "\nbehind " << expected.back();
   }
   EXPECT_GT(count, 10);
 }

@@ -138,8 +138,18 @@ TEST(Tool, RefusesBadInputBeforeAnythingMoves) {
       temporary.write("h.yaml",
                       "joint_names: [a]\npoints:\n- {positions: [0], time_from_start: 0}\n"
                       "- {positions: [3e38], time_from_start: 1}\n");
+  std::string items = "{at: 0, mode: merge, key: a/Value, items: [{time: 0, value: 0}";
+  for (int i = 1; i < 300; ++i) {
+    items += ", {time: " + std::to_string(i) + "e-3, value: 0}";
+  }
+  const std::string crowd =
+      temporary.write("c.yaml", "lists:\n- " + items + "]}\n- " + items + "]}\n");
   const std::vector<std::pair<std::vector<std::string>, std::string>> cases = {
-      {{machine, wrong}, wrong + ":1:18: error: machine 'r' has no joint 'b'"},
+      {{machine, wrong, none},
+       wrong + ":1:1: error: the key 'points' is missing\n" + wrong +
+           ":1:18: error: machine 'r' has no joint 'b'\n" + none + ": error: cannot be read: No"},
+      {{"check", machine, crowd, "--cycle", "1000ms"},
+       crowd + ":3:3: error: refused: 600 points for 'a' would be due within two cycles"},
       {{free, huge}, huge + ":4:3: error: 'a' cannot be interpolated between 0 and 3e+38"},
       {{none, motion}, none + ": error: cannot be read: No such file or directory"},
       {{machine, motion, motion},
@@ -163,7 +173,9 @@ TEST(Tool, RefusesBadInputBeforeAnythingMoves) {
       {{machine, motion, "--pool", "a/b"}, "torvex: error: 'a/b' is no pool name"},
   };
   for (auto [arguments, expected] : cases) {
-    arguments.insert(arguments.begin(), {"run"});
+    if (arguments.front() != "check") {
+      arguments.insert(arguments.begin(), {"run"});
+    }
     if (arguments.size() < 5) {
       arguments.insert(arguments.end(), {"--trace", temporary.path("t.csv")});
     }
