@@ -5,6 +5,7 @@
 #include <utility>
 
 #include "host/base/counted.h"
+#include "host/base/visible.h"
 
 namespace host {
 namespace {
@@ -20,14 +21,15 @@ std::string shown(const std::vector<UserError::Entry>& entries, bool more) {
     const auto& [path, location, what] = entries[i];
     ofFile = i > 0 && entries[i - 1].path == path ? ofFile + 1 : 1;
     if (ofFile <= UserError::mostShown) {
-      text += fmt::format("{}{}: error: {}", i == 0 ? "" : "\n", locate(path, location), what);
+      text += (i == 0 ? "" : "\n") +
+              visible(fmt::format("{}: error: {}", locate(path, location), what));
       continue;
     }
     const bool isLast = i + 1 == entries.size();
     if (isLast || entries[i + 1].path != path) {
       const std::size_t left = ofFile - UserError::mostShown;
-      text += fmt::format("\n{}: error: {}{} in this file", path, isLast && more ? "at least " : "",
-                          counted(left, "more error"));
+      text += fmt::format("\n{}: error: {}{} in this file", visible(path),
+                          isLast && more ? "at least " : "", counted(left, "more error"));
     }
   }
   return text;

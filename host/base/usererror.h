@@ -16,7 +16,7 @@ struct SourceLocation {
 
 /// Bad input. `what()` has a line for each error,
 /// "file:line:column: error: what is wrong and what would be right", and of each file the
-/// first `mostShown` of them.
+/// first `mostShown` of them, as `visible` shows them.
 class UserError : public std::runtime_error {
  public:
   struct Entry {

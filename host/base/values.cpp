@@ -4,6 +4,7 @@
 
 #include <algorithm>
 
+#include "host/base/visible.h"
 #include "platform/hal/deviceattrgeneric.h"
 
 namespace host {
@@ -26,7 +27,7 @@ ValueType valueType(std::uint8_t typeCode) {
 }
 
 std::string printed(const Json& json, int indent) {
-  return json.dump(indent, ' ', false, Json::error_handler_t::replace);
+  return visibleLines(json.dump(indent, ' ', false, Json::error_handler_t::replace));
 }
 
 std::string shown(const Json& value) {
@@ -34,11 +35,6 @@ std::string shown(const Json& value) {
     return fmt::format("{}", value.get<float>());
   }
   return value.is_null() ? "-" : printed(value, -1);
-}
-
-std::string shownName(const std::string& name) {
-  const std::string quoted = printed(name, -1);
-  return quoted.substr(1, quoted.size() - 2);
 }
 
 std::size_t columnsOf(const std::string& text) {

@@ -20,14 +20,11 @@ using Json = nlohmann::basic_json<nlohmann::ordered_map, std::vector, std::strin
                                   std::int64_t, std::uint64_t, float>;
 
 /// What is no UTF-8 in texts becomes U+FFFD, floats that are not finite become
-/// null. A negative indent makes one line.
+/// null; what `visible` would escape in texts is escaped. A negative indent makes one line.
 std::string printed(const Json& json, int indent);
 
 /// A value for the eye: a text in quotes, "-" for null, "inf" and "nan".
 std::string shown(const Json& value);
-
-/// A name for the eye: on one line, nothing in it that controls a terminal.
-std::string shownName(const std::string& name);
 
 /// How many columns of a terminal a text takes: one a code point.
 std::size_t columnsOf(const std::string& text);

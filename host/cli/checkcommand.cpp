@@ -6,6 +6,7 @@
 #include <memory>
 #include <set>
 
+#include "host/base/visible.h"
 #include "host/cli/status.h"
 #include "host/input/motionfile.h"
 #include "host/motion/plan.h"
@@ -36,7 +37,7 @@ int check(const CheckOptions& options) {
   for (const CommandBatch& batch : batches) {
     actuators.insert(batch.actuators.begin(), batch.actuators.end());
   }
-  say(fmt::format("{}: batches: {}, actuators they move: {}, findings: {}\n", machine.name,
+  say(fmt::format("{}: batches: {}, actuators they move: {}, findings: {}\n", visible(machine.name),
                   batches.size(), actuators.size(), findings.all().size()));
   if (refused) {
     return badInputStatus;

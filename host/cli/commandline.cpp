@@ -1,7 +1,9 @@
 #include "host/cli/commandline.h"
 
 #include <CLI/CLI.hpp>
+#include <sstream>
 
+#include "host/base/visible.h"
 #include "host/cli/checkcommand.h"
 #include "host/cli/doctorcommand.h"
 #include "host/cli/exportcommand.h"
@@ -18,7 +20,7 @@ int parseAndRun(int argc, char** argv) {
   app.set_version_flag("--version", TORVEX_VERSION);
   app.require_subcommand(1);
   app.failure_message([](const CLI::App*, const CLI::Error& error) {
-    return std::string("torvex: error: ") + error.what() + "; see --help\n";
+    return visible(std::string("torvex: error: ") + error.what()) + "; see --help\n";
   });
   Command chosen;
   addRunCommand(app, chosen);
@@ -30,7 +32,12 @@ int parseAndRun(int argc, char** argv) {
   try {
     app.parse(argc, argv);
   } catch (const CLI::ParseError& error) {
-    return app.exit(error) == 0 ? okStatus : badInputStatus;
+    std::ostringstream out;
+    std::ostringstream err;
+    const bool isHelp = app.exit(error, out, err) == 0;
+    say(out.str());
+    complain(err.str());
+    return isHelp ? okStatus : badInputStatus;
   }
   return chosen();
 }

@@ -4,6 +4,7 @@
 #include <memory>
 
 #include "host/base/outputpaths.h"
+#include "host/base/visible.h"
 #include "host/cli/status.h"
 #include "host/results/preferenceexport.h"
 #include "registry/brokermanager.h"
@@ -25,7 +26,7 @@ int exportFrom(const ExportOptions& options) {
   const simulation::Machine simulated("", machine.description);
   const simulation::Framework framework(options.directory);
   setBrokerManager(framework.broker());
-  say(exportPreferences(options.wanted, options.directory) + "\n");
+  say(visible(exportPreferences(options.wanted, options.directory)) + "\n");
   setBrokerManager(nullptr);
   return outputFailed() ? shortfallStatus : okStatus;
 }

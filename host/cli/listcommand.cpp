@@ -11,6 +11,7 @@
 #include "attrfullname/attrfullname.h"
 #include "host/base/stopsignal.h"
 #include "host/base/values.h"
+#include "host/base/visible.h"
 #include "host/cli/output.h"
 #include "host/input/machinefile.h"
 #include "platform/hal/devicemanager.h"
@@ -102,7 +103,7 @@ std::string cell(const Json& value) {
   if (value.is_boolean()) {
     return value.get<bool>() ? "yes" : "no";
   }
-  return value.is_string() ? shownName(value.get<std::string>()) : shown(value);
+  return value.is_string() ? visible(value.get<std::string>()) : shown(value);
 }
 
 /// A row an attribute, under the names of its members.

@@ -7,6 +7,7 @@
 #include <utility>
 
 #include "host/base/attributekey.h"
+#include "host/base/visible.h"
 #include "platform/hal/attributecontainer.h"
 #include "simulation/machine.h"
 
@@ -26,11 +27,11 @@ std::string keyOf(const simulation::Observer& observer, int index) {
 [[noreturn]] void refuse(const std::string& key, const std::map<std::string, int>& indexes) {
   const auto near = indexes.lower_bound(key);
   const std::string example =
-      near == indexes.end() ? "" : fmt::format(", but for example '{}'", shownName(near->first));
+      near == indexes.end() ? "" : fmt::format(", but for example '{}'", visible(near->first));
   throw simulation::Error(
       fmt::format("the machine has no attribute '{}'{}; without a KEY, all are "
                   "watched",
-                  shownName(key), example));
+                  visible(key), example));
 }
 
 }  // namespace
@@ -84,7 +85,7 @@ std::string ValueLines::changed(std::int64_t timeMs) {
     std::string present = shown(values_.value(i));
     if (present != last_[i]) {
       lines += fmt::format("{:.3f} {} {}\n", static_cast<double>(timeMs) / 1000.0,
-                           shownName(values_.key(i)), present);
+                           visible(values_.key(i)), present);
       last_[i] = std::move(present);
     }
   }

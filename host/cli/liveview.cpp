@@ -9,6 +9,7 @@
 #include <cstdio>
 
 #include "host/base/values.h"
+#include "host/base/visible.h"
 #include "host/cli/terminalsize.h"
 
 namespace host {
@@ -43,7 +44,7 @@ std::string axisLine(const Axis& axis, std::size_t nameColumns) {
   }
   bar[columnOf(axis.actuator, axis.commanded())] = '#';
   const double command = axis.commanded();
-  const std::string name = cutInFront(shownName(axis.actuator.name), nameColumns);
+  const std::string name = cutInFront(visible(axis.actuator.name), nameColumns);
   return fmt::format("{:<{}} [{}] {:>9}\n", name, nameColumns, bar,
                      fmt::format(std::abs(command) < 1e4 ? "{:.3f}" : "{:.2e}", command));
 }
@@ -62,7 +63,7 @@ LiveView::~LiveView() {
 
 void LiveView::announce(const std::string& what) {
   if (onTerminal_) {
-    draw(what + "\n", 1);
+    draw(visible(what) + "\n", 1);
   }
 }
 
@@ -96,7 +97,7 @@ void LiveView::clear() {
 
 void LiveView::draw(const std::string& lines, std::size_t count) {
   const std::string back = linesShown_ > 0 ? fmt::format("\x1b[{}A", linesShown_) : "";
-  std::fputs((back + "\r\x1b[J" + lines).c_str(), stderr);
+  std::fputs((back + "\r\x1b[J" + visibleLines(lines)).c_str(), stderr);
   std::fflush(stderr);
   linesShown_ = count;
 }

@@ -7,12 +7,17 @@
 #include <string_view>
 
 #include "host/base/stopsignal.h"
+#include "host/base/visible.h"
 #include "host/cli/status.h"
 
 namespace host {
 
 int writeOut(const std::string& text) {
-  for (std::string_view rest = text; !rest.empty();) {
+  return sendOut(visibleLines(text));
+}
+
+int sendOut(const std::string& bytes) {
+  for (std::string_view rest = bytes; !rest.empty();) {
     if (const int signal = StopSignal::received()) {
       return signalStatus + signal;
     }

@@ -10,4 +10,7 @@ namespace host {
 /// that its reader closed is not worth a word.
 int writeOut(const std::string& text);
 
+/// The same for what moves a terminal's cursor; the names in it have been through `visible`.
+int sendOut(const std::string& bytes);
+
 }  // namespace host

@@ -13,6 +13,7 @@
 #include "host/base/outputpaths.h"
 #include "host/base/stopsignal.h"
 #include "host/base/values.h"
+#include "host/base/visible.h"
 #include "host/cli/liveview.h"
 #include "host/cli/status.h"
 #include "host/engine/realtime.h"
@@ -42,7 +43,11 @@ void complainAll(const char* kind, const std::vector<Finding>& findings) {
 }
 
 std::string joinedLines(const std::vector<std::string>& lines) {
-  return lines.empty() ? "" : fmt::format("{}\n", fmt::join(lines, "\n"));
+  std::string text;
+  for (const std::string& line : lines) {
+    text += visible(line) + "\n";
+  }
+  return text;
 }
 
 void checkOutputPaths(const RunOptions& options, const MachineModel& machine) {

@@ -3,14 +3,16 @@
 #include <cstdio>
 #include <exception>
 #include <new>
+#include <string_view>
 
 #include "host/base/usererror.h"
+#include "host/base/visible.h"
 #include "simulation/machine.h"
 
 namespace host {
 
 void say(const std::string& text) {
-  std::fputs(text.c_str(), stdout);
+  std::fputs(visibleLines(text).c_str(), stdout);
   std::fflush(stdout);
 }
 
@@ -19,18 +21,20 @@ bool outputFailed() {
 }
 
 void complain(const std::string& text) {
-  std::fputs(text.c_str(), stderr);
+  std::fputs(visibleLines(text).c_str(), stderr);
   std::fflush(stderr);
 }
 
 namespace {
 
-/// Without the heap, which may be what is missing.
-int failed(int status, const char* prefix, const char* what) {
-  for (const char* part : {prefix, what, "\n"}) {
-    std::fputs(part, stderr);
+/// The heap may be what is missing.
+int failed(int status, const char* prefix, const char* what,
+           std::string (*shown)(std::string_view) = visible) {
+  try {
+    complain(prefix + shown(what) + "\n");
+  } catch (const std::bad_alloc&) {
+    std::fputs("torvex: error: out of memory\n", stderr);
   }
-  std::fflush(stderr);
   return status;
 }
 
@@ -40,7 +44,7 @@ int statusOf(const std::function<int()>& command) {
   try {
     return command();
   } catch (const UserError& error) {
-    return failed(badInputStatus, "", error.what());
+    return failed(badInputStatus, "", error.what(), visibleLines);
   } catch (const simulation::Error& error) {
     return failed(badInputStatus, "torvex: error: ", error.what());
   } catch (const std::bad_alloc&) {

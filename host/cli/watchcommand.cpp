@@ -44,12 +44,13 @@ int waitForNextLook() {
   return output.revents == 0 ? okStatus : shortfallStatus;
 }
 
-int follow(const simulation::Observer& observer, bool once, const Look& look) {
+int follow(const simulation::Observer& observer, bool once, const Look& look,
+           int (*write)(const std::string&) = writeOut) {
   const auto begin = std::chrono::steady_clock::now();
   while (true) {
     const bool isLast = once || !observer.isOwned();
     const auto passed = std::chrono::steady_clock::now() - begin;
-    int status = writeOut(look(passed / std::chrono::milliseconds(1)));
+    int status = write(look(passed / std::chrono::milliseconds(1)));
     if (isLast || status != okStatus) {
       return status;
     }
@@ -68,7 +69,8 @@ int lookOn(const simulation::Observer& observer, const LiveValues& values,
   }
   if (!options.once && isatty(STDOUT_FILENO) == 1) {
     const WatchScreen screen("pool " + options.poolName, values);
-    return follow(observer, false, [&](std::int64_t timeMs) { return screen.redrawn(timeMs); });
+    return follow(
+        observer, false, [&](std::int64_t timeMs) { return screen.redrawn(timeMs); }, sendOut);
   }
   ValueLines lines(values);
   return follow(observer, options.once, [&](std::int64_t timeMs) { return lines.changed(timeMs); });

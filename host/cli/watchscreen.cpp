@@ -8,6 +8,7 @@
 #include <utility>
 #include <vector>
 
+#include "host/base/visible.h"
 #include "host/cli/terminalsize.h"
 
 namespace host {
@@ -44,7 +45,7 @@ std::string WatchScreen::redrawn(std::int64_t timeMs) const {
   std::vector<std::string> names;
   std::size_t nameColumns = leastNameColumns;
   for (std::size_t i = 0; i < rows; ++i) {
-    names.push_back(shownName(values_.key(i)));
+    names.push_back(visible(values_.key(i)));
     nameColumns = std::max(nameColumns, columnsOf(names.back()));
   }
   nameColumns =

@@ -6,7 +6,9 @@
 #include <chrono>
 #include <cmath>
 #include <iterator>
+#include <string_view>
 
+#include "host/base/visible.h"
 #include "host/engine/samplehistory.h"
 
 namespace host {
@@ -22,9 +24,13 @@ std::size_t queueLength(std::size_t rowLength) {
   return std::max(std::min(rows * rowLength, mostNumbers), leastRows * rowLength);
 }
 
-/// Commas and quotes in a name would break the table.
-std::string csvField(const std::string& text) {
-  if (text.find_first_of(",\"\r\n") == std::string::npos) {
+/// Commas and quotes in a name would break the table, and a spreadsheet would take some first
+/// characters for a formula.
+std::string csvField(const std::string& name) {
+  const bool isFormula =
+      !name.empty() && std::string_view("=+-@").find(name[0]) != std::string::npos;
+  const std::string text = (isFormula ? "'" : "") + visible(name);
+  if (text.find_first_of(",\"") == std::string::npos) {
     return text;
   }
   std::string quoted = "\"";

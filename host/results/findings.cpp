@@ -4,6 +4,7 @@
 
 #include <cmath>
 
+#include "host/base/visible.h"
 #include "host/motion/limits.h"
 
 namespace host {
@@ -22,10 +23,10 @@ bool isAboutWholeBatch(EventKind kind) {
 
 std::string shown(const Finding& finding, const char* kind) {
   if (finding.location.line == 0) {
-    return fmt::format("torvex: {}: {}", kind, finding.text);
+    return visible(fmt::format("torvex: {}: {}", kind, finding.text));
   }
-  return fmt::format("{}:{}:{}: {}: {}", finding.path, finding.location.line,
-                     finding.location.column, kind, finding.text);
+  return visible(fmt::format("{}:{}:{}: {}: {}", finding.path, finding.location.line,
+                             finding.location.column, kind, finding.text));
 }
 
 void Findings::tell(const Event& event, const Point* points) {

@@ -9,6 +9,7 @@
 
 #include "host/base/counted.h"
 #include "host/base/values.h"
+#include "host/base/visible.h"
 #include "host/motion/limits.h"
 #include "host/results/table.h"
 
@@ -70,7 +71,7 @@ std::string sparkline(const SampleHistory& history, std::size_t column, std::siz
 }
 
 std::string nameShown(const AxisResult& axis, std::size_t columns = nameColumns) {
-  return cutInFront(shownName(axis.actuator.name), columns);
+  return cutInFront(visible(axis.actuator.name), columns);
 }
 
 std::string valuesTable(const RunResult& result, const Outcome& outcome) {
@@ -168,9 +169,10 @@ std::string describe(const CommandBatch& batch) {
   const double seconds = batch.times.empty() ? 0.0 : batch.times.back() / 1000.0;
   const std::string size = fmt::format("{} on {} in {:.3f} s", counted(batch.times.size(), "point"),
                                        counted(batch.actuators.size(), "actuator"), seconds);
-  return batch.atMs ? fmt::format("batch    {} at {:.3f} s: {} ({}:{})\n", modeName(batch.mode),
-                                  *batch.atMs / 1000.0, size, batch.path, batch.location.line)
-                    : fmt::format("motion   {} ({})\n", size, batch.path);
+  return batch.atMs
+             ? fmt::format("batch    {} at {:.3f} s: {} ({}:{})\n", modeName(batch.mode),
+                           *batch.atMs / 1000.0, size, visible(batch.path), batch.location.line)
+             : fmt::format("motion   {} ({})\n", size, visible(batch.path));
 }
 
 }  // namespace
@@ -191,14 +193,14 @@ const char* const reportWords =
 std::string loadedReport(const MachineModel& machine, const std::vector<CommandBatch>& batches,
                          const Schedule& schedule, const RunOptions& options,
                          bool replacedLeftover) {
-  std::string text =
-      fmt::format("machine  {}: {}, {} ({})\n", machine.name,
-                  counted(machine.description.actuators.size(), "actuator"),
-                  counted(machine.description.sensors.size(), "sensor"), options.machinePath);
+  std::string text = fmt::format("machine  {}: {}, {} ({})\n", visible(machine.name),
+                                 counted(machine.description.actuators.size(), "actuator"),
+                                 counted(machine.description.sensors.size(), "sensor"),
+                                 visible(options.machinePath));
   for (const CommandBatch& batch : batches) {
     text += describe(batch);
     for (const std::string& note : batch.notes) {
-      text += fmt::format("note     {}\n", note);
+      text += fmt::format("note     {}\n", visible(note));
     }
   }
   text += fmt::format("pool     /dev/shm/torvex.{}{}\n", options.session.poolName,
@@ -207,7 +209,7 @@ std::string loadedReport(const MachineModel& machine, const std::vector<CommandB
                       options.session.clock == Clock::realtime ? "real time" : "simulated time",
                       schedule.cycleMs, options.session.startTick);
   return text + fmt::format("approach {} ms to the start of the motion: {}\n", schedule.approachMs,
-                            schedule.approachReason);
+                            visible(schedule.approachReason));
 }
 
 std::string runReport(const RunResult& result, const Outcome& outcome) {

@@ -48,7 +48,7 @@ TEST(Trace, WritesFloatsThatReadBackExactly) {
   const Temporary temporary;
   const float values[] = {0.1F, -0.0F, 1.17549435e-38F, 3.4028235e38F, 16777217.0F};
   {
-    host::Trace trace(temporary.path("t.csv"), {"a", "a2", "b,\"c\"", "d"});
+    host::Trace trace(temporary.path("t.csv"), {"=a", "-a\n", "b,\"c\"", "d"});
     for (const float value : values) {
       trace.pushWaiting({1e10, -40.0, value, 1.0, -value, 2.0});
     }
@@ -57,7 +57,7 @@ TEST(Trace, WritesFloatsThatReadBackExactly) {
   std::istringstream text(contentsOf(temporary.path("t.csv")));
   std::string line;
   std::getline(text, line);
-  EXPECT_EQ(line, R"(time_ms,motion_ms,a,a2,"b,""c""",d)");
+  EXPECT_EQ(line, R"(time_ms,motion_ms,'=a,'-a\u000a,"b,""c""",d)");
   for (const float value : values) {
     std::getline(text, line);
     EXPECT_EQ(line.substr(0, 16), "10000000000,-40,");

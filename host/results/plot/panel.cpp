@@ -7,6 +7,7 @@
 #include <utility>
 
 #include "host/base/values.h"
+#include "host/base/visible.h"
 #include "host/motion/limits.h"
 
 namespace host {
@@ -140,7 +141,7 @@ std::vector<Panel> panelsOf(const RunResult& result, const Plan& plan, const Run
     const RunLog::AxisLog& axisLog = log.of(axis.index);
     Panel panel;
     constexpr std::size_t mostTitleColumns = 30;
-    panel.title = cutInFront(actuator.name, mostTitleColumns);
+    panel.title = cutInFront(visible(actuator.name), mostTitleColumns);
     panel.command = recorded(history, axis.commandColumn);
     if (axis.measuredColumn) {
       panel.measured = recorded(history, *axis.measuredColumn);

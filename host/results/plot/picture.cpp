@@ -7,7 +7,7 @@
 #include <utility>
 #include <vector>
 
-#include "host/base/values.h"
+#include "host/base/visible.h"
 #include "host/results/plot/panel.h"
 
 namespace host {
@@ -48,13 +48,10 @@ void replaceAll(std::string& text, const std::string& what, const std::string& b
   }
 }
 
-/// In single quotes gnuplot takes everything as it stands. XML does not hold
-/// every character, and ends a section at a certain three.
+/// In single quotes gnuplot takes everything as it stands. XML holds what is visible, and ends
+/// a section at a certain three characters.
 std::string quoted(const std::string& text) {
-  std::string result = shownName(text);
-  for (const char* forbidden : {"\xEF\xBF\xBE", "\xEF\xBF\xBF", "\x7f"}) {
-    replaceAll(result, forbidden, "?");
-  }
+  std::string result = visible(text);
   replaceAll(result, "]]>", "]] >");
   replaceAll(result, "'", "''");
   return "'" + result + "'";
