@@ -1,17 +1,20 @@
 #include "host/cli/checkcommand.h"
-#include "host/input/machinefile.h"
 
 #include <fmt/format.h>
 
 #include <memory>
 #include <set>
+#include <utility>
 
+#include "host/base/counted.h"
 #include "host/base/visible.h"
 #include "host/cli/status.h"
+#include "host/input/machinefile.h"
 #include "host/input/motionfile.h"
 #include "host/motion/plan.h"
 #include "host/motion/rehearsal.h"
-#include "host/results/findings.h"
+#include "host/results/checkjson.h"
+#include "host/results/report.h"
 
 namespace host {
 namespace {
@@ -20,29 +23,81 @@ struct CheckOptions {
   std::string machinePath;
   std::vector<std::string> motionPaths;
   Timing timing;
+  bool json = false;
 };
 
-int check(const CheckOptions& options) {
-  const MachineModel machine = readMachineFile(options.machinePath);
-  const std::vector<CommandBatch> batches = readMotionFiles(options.motionPaths, machine);
-  const Plan plan = planRun(machine, batches, options.timing);
-  Findings findings(machine, plan);
-  rehearse(machine, plan, findings);
-  bool refused = false;
-  for (const Finding& finding : findings.all()) {
-    refused = refused || finding.isRefusal;
-    complain(shown(finding, finding.isRefusal ? "error" : "warning") + "\n");
-  }
+CheckOutcome::Counts countsOf(const std::vector<CommandBatch>& batches) {
+  CheckOutcome::Counts counts;
   std::set<int> actuators;
   for (const CommandBatch& batch : batches) {
     actuators.insert(batch.actuators.begin(), batch.actuators.end());
+    counts.points += batch.values.size();
   }
-  say(fmt::format("{}: batches: {}, actuators they move: {}, findings: {}\n", visible(machine.name),
-                  batches.size(), actuators.size(), findings.all().size()));
-  if (refused) {
+  counts.batches = batches.size();
+  counts.actuators = actuators.size();
+  return counts;
+}
+
+/// Throws `UserError`; what is known until then is in the outcome.
+void examine(const CheckOptions& options, CheckOutcome& outcome) {
+  const MachineModel machine = readMachineFile(options.machinePath);
+  outcome.machine = machine.name;
+  const std::vector<CommandBatch> batches = readMotionFiles(options.motionPaths, machine);
+  outcome.counts = countsOf(batches);
+  for (const CommandBatch& batch : batches) {
+    outcome.notes.insert(outcome.notes.end(), batch.notes.begin(), batch.notes.end());
+  }
+  const Plan plan = planRun(machine, batches, options.timing);
+  Findings findings(machine, plan);
+  rehearse(machine, plan, findings);
+  for (Finding& finding : findings.all()) {
+    (finding.isRefusal ? outcome.errors : outcome.warnings).push_back(std::move(finding));
+  }
+}
+
+void takeErrors(const UserError& error, CheckOutcome& outcome) {
+  for (const auto& [path, location, text] : error.entries()) {
+    Finding& finding = outcome.errors.emplace_back();
+    finding.path = path;
+    finding.location = location;
+    finding.text = text;
+  }
+}
+
+std::string summary(const CheckOutcome& outcome) {
+  std::string text;
+  for (const std::string& note : outcome.notes) {
+    text += noteLine(note);
+  }
+  return text + fmt::format("{}: {} for {}: {}\n", visible(*outcome.machine),
+                            counted(outcome.counts->batches, "batch"),
+                            counted(outcome.counts->actuators, "actuator"),
+                            counted(outcome.warnings.size() + outcome.errors.size(), "finding"));
+}
+
+int check(const CheckOptions& options) {
+  CheckOutcome outcome;
+  outcome.machinePath = options.machinePath;
+  outcome.motionPaths = options.motionPaths;
+  outcome.cycleMs = options.timing.cycleMs;
+  try {
+    examine(options, outcome);
+  } catch (const UserError& error) {
+    if (!options.json) {
+      throw;
+    }
+    complain(std::string(error.what()) + "\n");
+    takeErrors(error, outcome);
+    say(printed(checkJson(outcome), 2) + "\n");
     return badInputStatus;
   }
-  return findings.all().empty() && !outputFailed() ? okStatus : shortfallStatus;
+  complainAll("error", outcome.errors);
+  complainAll("warning", outcome.warnings);
+  say(options.json ? printed(checkJson(outcome), 2) + "\n" : summary(outcome));
+  if (!outcome.errors.empty()) {
+    return badInputStatus;
+  }
+  return outcome.warnings.empty() && !outputFailed() ? okStatus : shortfallStatus;
 }
 
 }  // namespace
@@ -59,6 +114,7 @@ void addCheckCommand(CLI::App& app, Command& chosen) {
   addMachine(command, options->machinePath);
   addMotions(command, options->motionPaths);
   addTiming(command, options->timing);
+  command.add_flag("--json", options->json, "What was found as a JSON object");
   command.callback([options, &chosen] { chosen = [options] { return check(*options); }; });
 }
 

@@ -31,17 +31,6 @@
 namespace host {
 namespace {
 
-/// Of very many the first ones; `--json` has all.
-void complainAll(const char* kind, const std::vector<Finding>& findings) {
-  constexpr std::size_t most = 50;
-  for (std::size_t i = 0; i < std::min(most, findings.size()); ++i) {
-    complain(shown(findings[i], kind) + "\n");
-  }
-  if (findings.size() > most) {
-    complain(fmt::format("torvex: {}: {} more like these\n", kind, findings.size() - most));
-  }
-}
-
 std::string joinedLines(const std::vector<std::string>& lines) {
   std::string text;
   for (const std::string& line : lines) {

@@ -1,5 +1,8 @@
 #include "host/cli/status.h"
 
+#include <fmt/format.h>
+
+#include <algorithm>
 #include <cstdio>
 #include <exception>
 #include <new>
@@ -23,6 +26,16 @@ bool outputFailed() {
 void complain(const std::string& text) {
   std::fputs(visibleLines(text).c_str(), stderr);
   std::fflush(stderr);
+}
+
+void complainAll(const char* kind, const std::vector<Finding>& findings) {
+  constexpr std::size_t most = 50;
+  for (std::size_t i = 0; i < std::min(most, findings.size()); ++i) {
+    complain(shown(findings[i], kind) + "\n");
+  }
+  if (findings.size() > most) {
+    complain(fmt::format("torvex: {}: {} more like these\n", kind, findings.size() - most));
+  }
 }
 
 namespace {

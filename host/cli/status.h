@@ -2,6 +2,9 @@
 
 #include <functional>
 #include <string>
+#include <vector>
+
+#include "host/results/findings.h"
 
 namespace host {
 
@@ -19,6 +22,8 @@ void say(const std::string& text);
 bool outputFailed();
 /// Writes to standard error.
 void complain(const std::string& text);
+/// The same, a line each; of very many the first ones, `--json` has all.
+void complainAll(const char* kind, const std::vector<Finding>& findings);
 
 /// Runs a command; what it throws is said on standard error.
 int statusOf(const std::function<int()>& command);

@@ -8,6 +8,7 @@
 #include <utility>
 #include <vector>
 
+#include "host/base/counted.h"
 #include "host/base/visible.h"
 #include "host/cli/terminalsize.h"
 
@@ -57,7 +58,7 @@ std::string WatchScreen::redrawn(std::int64_t timeMs) const {
   const std::string rest =
       rows < values_.size() ? fmt::format(" ({} more)", values_.size() - rows) : "";
   std::string bytes(home);
-  bytes += line(fmt::format("{} values{}  {:.1f} s  {}", rows, rest,
+  bytes += line(fmt::format("{}{}  {:.1f} s  {}", counted(rows, "value"), rest,
                             static_cast<double>(timeMs) / 1000.0, title_));
   for (std::size_t i = 0; i < rows; ++i) {
     bytes += "\r\n" + line(fmt::format("{:<{}} {}", cutInFront(names[i], nameColumns), nameColumns,

@@ -5,6 +5,7 @@
 #include <map>
 #include <memory>
 
+#include "host/base/errorcollector.h"
 #include "host/motion/intake.h"
 #include "host/motion/limits.h"
 
@@ -26,22 +27,24 @@ class BatchChecker {
   BatchChecker(const MachineModel& machine, const Schedule& schedule)
       : machine_(machine), schedule_(schedule) {}
 
-  void check(const ScheduledBatch& batch) {
+  void check(const ScheduledBatch& batch, ErrorCollector& errors) {
     const CommandBatch& commands = *batch.commands;
+    if (!commands.atMs) {
+      errors.attempt([&] { checkAlone(commands); });
+    }
     for (std::size_t column = 0; column < commands.actuators.size(); ++column) {
-      const int index = commands.actuators[column];
-      const simulation::Actuator& actuator = machine_.actuator(index);
-      if (!commands.atMs) {
-        checkAlone(commands, index);
-      }
-      checkPoints(batch, column, actuator);
+      const simulation::Actuator& actuator = machine_.actuator(commands.actuators[column]);
+      errors.attempt([&] { checkPoints(batch, column, actuator); });
     }
   }
 
  private:
-  void checkAlone(const CommandBatch& commands, int index) {
-    const auto [other, isFirst] = whole_.emplace(index, &commands);
-    if (!isFirst) {
+  void checkAlone(const CommandBatch& commands) {
+    for (const int index : commands.actuators) {
+      const auto [other, isFirst] = whole_.emplace(index, &commands);
+      if (isFirst) {
+        continue;
+      }
       throw UserError(commands.path, commands.location,
                       fmt::format("'{}' is moved by {} already; put one of the two into a list, "
                                   "with the moment of its hand-over",
@@ -91,10 +94,12 @@ Plan planRun(const MachineModel& machine, const std::vector<CommandBatch>& batch
   Plan plan;
   plan.schedule = planSchedule(machine, batches, timing);
   BatchChecker checker(machine, plan.schedule);
+  ErrorCollector errors;
   for (const CommandBatch& batch : batches) {
     plan.batches.push_back(batchOf(batch, plan.schedule));
-    checker.check(plan.batches.back());
+    checker.check(plan.batches.back(), errors);
   }
+  errors.throwIfAny();
   return plan;
 }
 

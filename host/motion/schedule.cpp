@@ -5,6 +5,7 @@
 #include <algorithm>
 #include <cmath>
 
+#include "host/base/errorcollector.h"
 #include "host/motion/limits.h"
 
 namespace host {
@@ -55,19 +56,21 @@ Approach approachOf(const CommandBatch& batch, std::size_t column,
 /// The joint that needs longest from where it stands to its first point.
 Approach slowestApproach(const MachineModel& machine, const std::vector<CommandBatch>& batches) {
   Approach slowest;
+  ErrorCollector errors;
   for (const CommandBatch& batch : batches) {
     for (std::size_t column = 0; column < batch.actuators.size(); ++column) {
       const auto& actuator = machine.actuator(batch.actuators[column]);
       if (!actuator.interpolates) {
         continue;
       }
-      checkThatItCanMove(batch, column, actuator);
+      errors.attempt([&] { checkThatItCanMove(batch, column, actuator); });
       const Approach approach = batch.atMs ? Approach() : approachOf(batch, column, actuator);
       if (approach.milliseconds() > slowest.milliseconds()) {
         slowest = approach;
       }
     }
   }
+  errors.throwIfAny();
   return slowest;
 }
 

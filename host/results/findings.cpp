@@ -4,6 +4,7 @@
 
 #include <cmath>
 
+#include "host/base/counted.h"
 #include "host/base/visible.h"
 #include "host/motion/limits.h"
 
@@ -29,6 +30,18 @@ std::string shown(const Finding& finding, const char* kind) {
                              finding.location.column, kind, finding.text));
 }
 
+Json findingsJson(const std::vector<Finding>& findings) {
+  Json list = Json::array();
+  for (const Finding& finding : findings) {
+    const bool located = finding.location.line > 0;
+    list.push_back({{"text", finding.text},
+                    {"file", finding.path.empty() ? Json() : Json(finding.path)},
+                    {"line", located ? Json(finding.location.line) : Json()},
+                    {"column", located ? Json(finding.location.column) : Json()}});
+  }
+  return list;
+}
+
 void Findings::tell(const Event& event, const Point* points) {
   switch (event.kind) {
     case EventKind::limited: {
@@ -41,8 +54,9 @@ void Findings::tell(const Event& event, const Point* points) {
       break;
     case EventKind::late:
       note(event, event.amount,
-           fmt::format("{} of {} points late by {} ms", event.count,
-                       plan_.batches[event.batch].commands->times.size(), event.amount));
+           fmt::format("{} of {} late by {} ms", event.count,
+                       counted(plan_.batches[event.batch].commands->times.size(), "point"),
+                       event.amount));
       break;
     case EventKind::handedLate:
       note(event, event.amount,

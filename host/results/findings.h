@@ -6,6 +6,7 @@
 #include <utility>
 #include <vector>
 
+#include "host/base/values.h"
 #include "host/motion/event.h"
 #include "host/motion/plan.h"
 
@@ -25,6 +26,9 @@ struct Finding {
 
 /// "FILE:LINE:COLUMN: warning: TEXT", or with "error"; "torvex: ..." without a location.
 std::string shown(const Finding& finding, const char* kind);
+
+/// A list of objects, each with text, file, line and column.
+Json findingsJson(const std::vector<Finding>& findings);
 
 /// Gathers what is to be said of the batches of a plan, from the events of a run or of its
 /// rehearsal: of each kind, batch and actuator the worst one.

@@ -5,6 +5,7 @@
 #include <algorithm>
 #include <utility>
 
+#include "host/base/counted.h"
 #include "host/motion/limits.h"
 
 namespace host {
@@ -27,7 +28,8 @@ std::vector<std::string> shortfalls(const AxisResult& axis, double tolerance) {
   std::vector<std::string> reasons;
   const std::string& name = axis.actuator.name;
   if (const std::uint64_t left = axis.counts.left(); left > 0) {
-    reasons.push_back(fmt::format("{}: {} of {} points are left", name, left, axis.counts.points));
+    reasons.push_back(
+        fmt::format("{}: {} of {} left", name, left, counted(axis.counts.points, "point")));
   }
   if (axis.target) {
     const double target = commandedNumber(axis.actuator, axis.target->value);
@@ -91,8 +93,8 @@ std::vector<Finding> cycleFindings(const RunResult& result) {
   const CycleCount& counts = result.counts;
   if (pace.overruns * 100 > counts.cycles) {
     findings.push_back(
-        general(fmt::format("{} of {} cycles were passed over: the machine did not keep up",
-                            pace.overruns, counts.cycles + pace.overruns)));
+        general(fmt::format("{} of {} passed over: the machine did not keep up", pace.overruns,
+                            counted(counts.cycles + pace.overruns, "cycle"))));
   }
   if (pace.stalls > 0) {
     const bool caughtUp = result.session.late == Late::catchUp;
@@ -103,23 +105,23 @@ std::vector<Finding> cycleFindings(const RunResult& result) {
   }
   if (pace.stands > 0) {
     findings.push_back(
-        general(fmt::format("machine time stood for {} cycle{}, because commands came too late",
-                            pace.stands, pace.stands == 1 ? "" : "s")));
+        general(fmt::format("machine time stood for {}, because commands came too late",
+                            counted(pace.stands, "cycle"))));
   }
   for (Finding& finding : findings) {
     finding.isOfCycles = true;
   }
   if (counts.droppedTraceRows > 0) {
-    findings.push_back(general(
-        fmt::format("the trace lacks {} rows: the disk did not keep up", counts.droppedTraceRows)));
+    findings.push_back(general(fmt::format("the trace lacks {}: the disk did not keep up",
+                                           counted(counts.droppedTraceRows, "row"))));
   }
   for (const AxisResult& axis : result.axes) {
     const std::uint64_t external = axis.externalWrites;
     if (counts.cycles > 1 && external * 10 >= counts.cycles * 9) {
       findings.push_back(general(fmt::format(
-          "{}: its value was not what the last cycle wrote in {} of {} cycles; either somebody "
+          "{}: its value was not what the last cycle wrote in {} of {}; either somebody "
           "else commands it, or it does not read back what is written",
-          axis.actuator.name, external, counts.cycles)));
+          axis.actuator.name, external, counted(counts.cycles, "cycle"))));
     }
   }
   return findings;

@@ -190,6 +190,10 @@ const char* const reportWords =
     "  late      due before they could be reached; limited: moved into the limits\n"
     "  others    cycles in which somebody else had written the register\n";
 
+std::string noteLine(const std::string& note) {
+  return fmt::format("note     {}\n", visible(note));
+}
+
 std::string loadedReport(const MachineModel& machine, const std::vector<CommandBatch>& batches,
                          const Schedule& schedule, const RunOptions& options,
                          bool replacedLeftover) {
@@ -200,7 +204,7 @@ std::string loadedReport(const MachineModel& machine, const std::vector<CommandB
   for (const CommandBatch& batch : batches) {
     text += describe(batch);
     for (const std::string& note : batch.notes) {
-      text += fmt::format("note     {}\n", visible(note));
+      text += noteLine(note);
     }
   }
   text += fmt::format("pool     /dev/shm/torvex.{}{}\n", options.session.poolName,

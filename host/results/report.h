@@ -14,6 +14,9 @@ std::string loadedReport(const MachineModel& machine, const std::vector<CommandB
                          const Schedule& schedule, const RunOptions& options,
                          bool replacedLeftover);
 
+/// One of a batch's notes.
+std::string noteLine(const std::string& note);
+
 /// The cycle's figures and a row for each axis, for standard output. At most 80 columns wide
 /// for names of up to 30 characters.
 std::string runReport(const RunResult& result, const Outcome& outcome);

@@ -36,18 +36,6 @@ Json axisJson(const AxisOutcome& outcome) {
           {"measured", axis.measured ? Json(static_cast<float>(*axis.measured)) : Json()}};
 }
 
-Json findingsJson(const std::vector<Finding>& findings) {
-  Json list = Json::array();
-  for (const Finding& finding : findings) {
-    const bool located = finding.location.line > 0;
-    list.push_back({{"text", finding.text},
-                    {"file", finding.path.empty() ? Json() : Json(finding.path)},
-                    {"line", located ? Json(finding.location.line) : Json()},
-                    {"column", located ? Json(finding.location.column) : Json()}});
-  }
-  return list;
-}
-
 Json pathOrNull(const std::string& path) {
   return path.empty() ? Json() : Json(path);
 }

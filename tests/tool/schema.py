@@ -1,5 +1,5 @@
 #!/usr/bin/env python3
-"""schema.py TOOL ROOT: the outcomes of runs against docs/run.schema.json of the tree ROOT."""
+"""schema.py TOOL ROOT: what --json prints against the schemas docs/*.schema.json of the tree ROOT."""
 
 import copy
 import json
@@ -11,15 +11,21 @@ import tempfile
 import jsonschema
 
 tool, root = (os.path.abspath(path) for path in sys.argv[1:3])
-with open(os.path.join(root, "docs/run.schema.json"), encoding="utf-8") as file:
-    schema = json.load(file)
-jsonschema.Draft202012Validator.check_schema(schema)
-validator = jsonschema.Draft202012Validator(schema)
 
 
-def outcome(*arguments):
-    run = subprocess.run([tool, "run", *arguments, "--json"], check=True, capture_output=True)
-    return json.loads(run.stdout)
+def validator(command):
+    with open(os.path.join(root, f"docs/{command}.schema.json"), encoding="utf-8") as file:
+        schema = json.load(file)
+    jsonschema.Draft202012Validator.check_schema(schema)
+    return jsonschema.Draft202012Validator(schema)
+
+
+def outcome(command, *arguments, status=0):
+    run = subprocess.run([tool, command, *arguments, "--json"], check=False, capture_output=True)
+    assert run.returncode == status, run
+    document = json.loads(run.stdout)
+    validator(command).validate(document)
+    return document
 
 
 def objects(value):
@@ -54,17 +60,27 @@ with tempfile.TemporaryDirectory(prefix="torvex-test-") as folder:
                    "- {at: 0, mode: merge, key: b/Value, items: [{time: 0.5, value: 1}]}\n"
                    "- {at: 0.1, mode: replace, key: b/Value, items: []}\n")
     humanoid = os.path.join(root, "examples/humanoid")
-    example = outcome(*(f"{humanoid}/{name}.yaml" for name in ("humanoid", "wave", "greeting")),
+    with open("wrong.yaml", "w", encoding="utf-8") as file:
+        file.write("joint_names: [a, x, y]\n")
+    example = outcome("run", *(f"{humanoid}/{name}.yaml" for name in ("humanoid", "wave", "greeting")),
                       "--clock", "simulated", "--pool", pool, "--trace", "t.csv")
-    limited = outcome("machine.yaml", "motion.yaml", "--pool", pool, "--export", "D=d.xml")
+    limited = outcome("run", "machine.yaml", "motion.yaml", "--pool", pool, "--export", "D=d.xml")
 
-for document in (example, limited):
-    validator.validate(document)
+    checked = outcome("check", "machine.yaml", "motion.yaml", status=1)
+    refused = outcome("check", "machine.yaml", "wrong.yaml", "motion.yaml", status=2)
+    nothing = outcome("check", "none.yaml", "motion.yaml", status=2)
+
 assert [axis["verdict"] for axis in limited["axes"]] == ["limited", "stopped"], limited["axes"]
 assert example["latency_ns"] is None and limited["latency_ns"]["max"] > 0
 assert {finding["line"] for finding in limited["warnings"]} >= {2}, limited["warnings"]
-missing = list(poorer(limited))
-for key, broken in missing:
-    assert not validator.is_valid(broken), f"accepted without {key}"
-    assert not validator.is_valid({**limited, key + "_": 0}), "accepted with more"
+assert checked["counts"] == {"batches": 3, "points": 2, "actuators": 2, "warnings": 2, "errors": 0}
+assert [error["column"] for error in refused["errors"]] == [1, 18, 21], refused
+assert refused["machine"] == "machine" and refused["counts"]["batches"] is None, refused
+assert nothing["machine"] is None and nothing["errors"][0]["file"] == "none.yaml", nothing
+missing = [(command, document, *poor)
+           for command, document in (("run", limited), ("check", refused))
+           for poor in poorer(document)]
+for command, document, key, broken in missing:
+    assert not validator(command).is_valid(broken), f"accepted without {key}"
+    assert not validator(command).is_valid({**document, key + "_": 0}), "accepted with more"
 print(f"{len(missing)} poorer outcomes refused")

@@ -1,0 +1,34 @@
+#include "host/results/checkjson.h"
+
+namespace host {
+namespace {
+
+constexpr int format = 1;
+
+Json countsJson(const CheckOutcome& outcome) {
+  Json counts = {{"batches", Json()}, {"points", Json()}, {"actuators", Json()}};
+  if (outcome.counts) {
+    counts = {{"batches", outcome.counts->batches},
+              {"points", outcome.counts->points},
+              {"actuators", outcome.counts->actuators}};
+  }
+  counts["warnings"] = outcome.warnings.size();
+  counts["errors"] = outcome.errors.size();
+  return counts;
+}
+
+}  // namespace
+
+Json checkJson(const CheckOutcome& outcome) {
+  return {{"format", format},
+          {"machine", outcome.machine ? Json(*outcome.machine) : Json()},
+          {"machine_file", outcome.machinePath},
+          {"motions", outcome.motionPaths},
+          {"cycle_ms", outcome.cycleMs},
+          {"counts", countsJson(outcome)},
+          {"notes", outcome.notes},
+          {"warnings", findingsJson(outcome.warnings)},
+          {"errors", findingsJson(outcome.errors)}};
+}
+
+}  // namespace host
