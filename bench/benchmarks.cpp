@@ -7,31 +7,18 @@
 
 namespace bench {
 
-namespace {
-
-class Registered : public benchmark::internal::Benchmark {
- public:
-  Registered(const std::string& name, std::function<void(benchmark::State&)> run)
-      : Benchmark(name.c_str()), name_(name), run_(std::move(run)) {}
-
-  void Run(benchmark::State& state) override {
-    showProgress(name_);
-    run_(state);
+void add(const std::string& name, std::function<void(benchmark::State&)> run, Timer timer) {
+  auto* const added = benchmark::RegisterBenchmark(
+      name.c_str(), [name, run = std::move(run)](benchmark::State& state) {
+        showProgress(name);
+        run(state);
+      });
+  if (timer != Timer::library) {
+    added->UseManualTime();
   }
-
- private:
-  std::string name_;
-  std::function<void(benchmark::State&)> run_;
-};
-
-}  // namespace
-
-// The benchmark library owns what it registers; the analyzer cannot see that, nor be
-// told of it inside the library's own template.
-benchmark::internal::Benchmark* add(const std::string& name,
-                                    std::function<void(benchmark::State&)> run) {
-  // NOLINTNEXTLINE(clang-analyzer-cplusplus.NewDeleteLeaks)
-  return benchmark::internal::RegisterBenchmarkInternal(new Registered(name, std::move(run)));
+  if (timer == Timer::ownOnce) {
+    added->Iterations(1);
+  }
 }
 
 double quantile(const std::vector<double>& sorted, double share) {

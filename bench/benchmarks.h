@@ -21,9 +21,16 @@ void addNameBenchmarks();
 void addBusyBenchmarks();
 void addEngineBenchmarks();
 
+/// Who takes the time of an iteration.
+enum class Timer {
+  library,  ///< the benchmark library, of all that the loop does
+  own,      ///< the benchmark, which reports it
+  ownOnce,  ///< the same, in a single iteration
+};
+
 /// Registers one benchmark.
-benchmark::internal::Benchmark* add(const std::string& name,
-                                    std::function<void(benchmark::State&)> run);
+void add(const std::string& name, std::function<void(benchmark::State&)> run,
+         Timer timer = Timer::library);
 
 /// Every benchmark sets one of these counters, and the table shows it.
 constexpr const char* nsCounter = "ns";

@@ -148,10 +148,10 @@ void runBesideCommands(benchmark::State& state, int listsPerSecond, bool warmed)
 
 void addBusyBenchmarks() {
   const auto addCase = [](const std::string& name, int listsPerSecond, bool warmed) {
-    add(name + std::to_string(listsPerSecond),
-        [=](benchmark::State& state) { runBesideCommands(state, listsPerSecond, warmed); })
-        ->UseManualTime()
-        ->Iterations(1);
+    add(
+        name + std::to_string(listsPerSecond),
+        [=](benchmark::State& state) { runBesideCommands(state, listsPerSecond, warmed); },
+        Timer::ownOnce);
   };
   for (const int listsPerSecond : {0, 100, 650}) {
     addCase("beside_lists/", listsPerSecond, true);

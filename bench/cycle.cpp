@@ -162,11 +162,9 @@ void runLockedFloor(benchmark::State& state, std::size_t actuators) {
 
 void addSituation(const std::string& name, Situation situation, std::size_t actuators) {
   const auto addWhose = [&](const char* whose, auto run) {
-    auto* added =
-        add(name + whose, [=](benchmark::State& state) { run(state, actuators, situation); });
-    if (situation == Situation::consuming) {
-      added->UseManualTime();
-    }
+    add(
+        name + whose, [=](benchmark::State& state) { run(state, actuators, situation); },
+        situation == Situation::consuming ? Timer::own : Timer::library);
   };
   addWhose("/torvex", runCycles<Torvex>);
   addWhose("/vector", runCycles<Vectors>);

@@ -288,11 +288,11 @@ void reachTogether(benchmark::State& state, std::size_t axes, Feeding feeding, s
 }
 
 void addOnce(const std::string& name, std::function<void(benchmark::State&)> run) {
-  add("engine/" + name, std::move(run))->UseManualTime()->Iterations(1);
+  add("engine/" + name, std::move(run), Timer::ownOnce);
 }
 
 void addTimed(const std::string& name, std::function<void(benchmark::State&)> run) {
-  add("engine/" + name, std::move(run))->UseManualTime();
+  add("engine/" + name, std::move(run), Timer::own);
 }
 
 void addTogether() {

@@ -115,12 +115,11 @@ void buildTimelines(benchmark::State& state, int attributes, int first) {
 
 void addBuild(const std::string& name, void (*build)(benchmark::State&, int, int), int attributes) {
   const std::string prefix = "build/" + std::to_string(attributes) + "/" + name;
-  add(prefix + "/full", [=](benchmark::State& state) {
-    build(state, attributes, 0);
-  })->UseManualTime();
-  add(prefix + "/extended", [=](benchmark::State& state) {
-    build(state, attributes, firstNew(attributes));
-  })->UseManualTime();
+  add(
+      prefix + "/full", [=](benchmark::State& state) { build(state, attributes, 0); }, Timer::own);
+  add(
+      prefix + "/extended",
+      [=](benchmark::State& state) { build(state, attributes, firstNew(attributes)); }, Timer::own);
 }
 
 }  // namespace

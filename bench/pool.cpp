@@ -114,9 +114,9 @@ void lockAgain(benchmark::State& state, std::size_t times) {
 void addShape(const std::string& shape, void (*run)(benchmark::State&, Load, bool), Load load) {
   const std::string name = "removal/" + shape + "/" + std::to_string(load.items());
   for (const bool warmed : {false, true}) {
-    add(name + (warmed ? "/warmed" : "/not_warmed"), [=](benchmark::State& state) {
-      run(state, load, warmed);
-    })->UseManualTime();
+    add(
+        name + (warmed ? "/warmed" : "/not_warmed"),
+        [=](benchmark::State& state) { run(state, load, warmed); }, Timer::own);
   }
 }
 

@@ -135,7 +135,8 @@ using LookingVector = Vector<VectorTimeline::Sorting::whenNeeded>;
 
 template <typename Target>
 void addCase(const std::string& name, const Case& pushCase) {
-  add(name, [=](benchmark::State& state) { push<Target>(state, pushCase); })->UseManualTime();
+  add(
+      name, [=](benchmark::State& state) { push<Target>(state, pushCase); }, Timer::own);
 }
 
 void addBothOrders(const std::string& name, Case pushCase) {
