@@ -3,6 +3,7 @@
 #include <fmt/format.h>
 
 #include <algorithm>
+#include <nlohmann/json.hpp>
 
 #include "host/base/visible.h"
 #include "platform/hal/deviceattrgeneric.h"

@@ -88,12 +88,12 @@ int check(const CheckOptions& options) {
     }
     complain(std::string(error.what()) + "\n");
     takeErrors(error, outcome);
-    say(printed(checkJson(outcome), 2) + "\n");
+    say(checkJson(outcome));
     return badInputStatus;
   }
   complainAll("error", outcome.errors);
   complainAll("warning", outcome.warnings);
-  say(options.json ? printed(checkJson(outcome), 2) + "\n" : summary(outcome));
+  say(options.json ? checkJson(outcome) : summary(outcome));
   if (!outcome.errors.empty()) {
     return badInputStatus;
   }
@@ -103,19 +103,18 @@ int check(const CheckOptions& options) {
 }  // namespace
 
 void addCheckCommand(CLI::App& app, Command& chosen) {
-  CLI::App& command =
-      *app.add_subcommand("check", "Check motions against a machine, without moving it");
   const auto options = std::make_shared<CheckOptions>();
-  command.footer(
+  CLI::App& command = addSubcommand(
+      app, "check", "Check motions against a machine, without moving it",
       "Example:\n"
       "  torvex check examples/humanoid/humanoid.yaml examples/humanoid/wave.yaml\n\n"
       "Exit status: 0 when all is well; 1 when targets lie outside limits, segments are steeper\n"
-      "than an actuator may move, or points come too late; 2 for what 'torvex run' would refuse.");
+      "than an actuator may move, or points come too late; 2 for what 'torvex run' would refuse.",
+      [options] { return check(*options); }, chosen);
   addMachine(command, options->machinePath);
   addMotions(command, options->motionPaths);
   addTiming(command, options->timing);
-  command.add_flag("--json", options->json, "What was found as a JSON object");
-  command.callback([options, &chosen] { chosen = [options] { return check(*options); }; });
+  addFlag(command, "--json", options->json, "What was found as a JSON object");
 }
 
 }  // namespace host

@@ -4,6 +4,7 @@
 
 #include <algorithm>
 #include <memory>
+#include <nlohmann/json.hpp>
 
 #include "host/base/stopsignal.h"
 #include "host/base/values.h"
@@ -66,16 +67,16 @@ int doctor(bool json) {
 }  // namespace
 
 void addDoctorCommand(CLI::App& app, Command& chosen) {
-  CLI::App& command = *app.add_subcommand("doctor", "Say how punctual cycles can be here");
   const auto json = std::make_shared<bool>(false);
-  command.footer(
+  CLI::App& command = addSubcommand(
+      app, "doctor", "Say how punctual cycles can be here",
       "A line for each thing that decides how punctual cycles are: + good, - could be better, ?\n"
       "not to be seen from here, as in a container. Below it, what to do about it.\n\n"
       "Exit status: 0 when nothing is known that could be better; 1 when something is, or the\n"
       "lines could not be written; 2 for bad usage; 128 and the signal's number when a signal\n"
-      "stopped it.");
-  command.add_flag("--json", *json, "An array of objects instead of lines");
-  command.callback([json, &chosen] { chosen = [json] { return doctor(*json); }; });
+      "stopped it.",
+      [json] { return doctor(*json); }, chosen);
+  addFlag(command, "--json", *json, "An array of objects instead of lines");
 }
 
 }  // namespace host

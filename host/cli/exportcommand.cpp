@@ -34,22 +34,19 @@ int exportFrom(const ExportOptions& options) {
 }  // namespace
 
 void addExportCommand(CLI::App& app, Command& chosen) {
-  CLI::App& command =
-      *app.add_subcommand("export", "Write the preferences of a device or sub-device to a file");
   const auto options = std::make_shared<ExportOptions>();
-  command.footer(
+  CLI::App& command = addSubcommand(
+      app, "export", "Write the preferences of a device or sub-device to a file",
       "Example:\n"
       "  torvex export examples/humanoid/humanoid.yaml MainBoard mainboard.xml\n\n"
       "Exit status: 0, also when there is nothing to export, which it says; 1 when the file could\n"
-      "not be written; 2 for bad input or usage, an unknown container among it.");
+      "not be written; 2 for bad input or usage, an unknown container among it.",
+      [options] { return exportFrom(*options); }, chosen);
   addMachine(command, options->machinePath);
-  command
-      .add_option("CONTAINER", options->wanted.container, "Name of the device, actuator or sensor")
-      ->required();
-  command.add_option("FILE", options->wanted.file, "Preference file, a name in the directory")
-      ->required();
+  addArgument(command, "CONTAINER", options->wanted.container,
+              "Name of the device, actuator or sensor");
+  addArgument(command, "FILE", options->wanted.file, "Preference file, a name in the directory");
   addPreferenceDirectory(command, options->directory);
-  command.callback([options, &chosen] { chosen = [options] { return exportFrom(*options); }; });
 }
 
 }  // namespace host

@@ -5,6 +5,7 @@
 #include <algorithm>
 #include <cmath>
 #include <memory>
+#include <nlohmann/json.hpp>
 #include <string>
 #include <vector>
 
@@ -142,9 +143,9 @@ int list(const ListOptions& options) {
 }  // namespace
 
 void addListCommand(CLI::App& app, Command& chosen) {
-  CLI::App& command = *app.add_subcommand("list", "List the attributes of a machine");
   const auto options = std::make_shared<ListOptions>();
-  command.footer(
+  CLI::App& command = addSubcommand(
+      app, "list", "List the attributes of a machine",
       "Example:\n"
       "  torvex list examples/humanoid/humanoid.yaml\n\n"
       "Type codes 1 to 6 mean integers, 7 floats, 8 and 9 texts, others no value. An attribute\n"
@@ -152,10 +153,10 @@ void addListCommand(CLI::App& app, Command& chosen) {
       "commands and within the limits (linear), or each command as it stands (step). What\n"
       "there is none of is shown as -, and null in JSON.\n\n"
       "Exit status: 0; 1 when the list could not be written; 2 for bad input or usage; 128 and\n"
-      "the signal's number when a signal stopped it.");
+      "the signal's number when a signal stopped it.",
+      [options] { return list(*options); }, chosen);
   addMachine(command, options->machinePath);
-  command.add_flag("--json", options->json, "An array of objects instead of a table");
-  command.callback([options, &chosen] { chosen = [options] { return list(*options); }; });
+  addFlag(command, "--json", options->json, "An array of objects instead of a table");
 }
 
 }  // namespace host

@@ -3,6 +3,7 @@
 #include <fmt/format.h>
 
 #include <map>
+#include <nlohmann/json.hpp>
 #include <set>
 #include <utility>
 
@@ -77,12 +78,16 @@ Json LiveValues::value(std::size_t position) const {
   return nullptr;
 }
 
+std::string LiveValues::shownValue(std::size_t position) const {
+  return shown(value(position));
+}
+
 ValueLines::ValueLines(const LiveValues& values) : values_(values), last_(values.size()) {}
 
 std::string ValueLines::changed(std::int64_t timeMs) {
   std::string lines;
   for (std::size_t i = 0; i < values_.size(); ++i) {
-    std::string present = shown(values_.value(i));
+    std::string present = values_.shownValue(i);
     if (present != last_[i]) {
       lines += fmt::format("{:.3f} {} {}\n", static_cast<double>(timeMs) / 1000.0,
                            visible(values_.key(i)), present);

@@ -24,6 +24,8 @@ class LiveValues {
   }
   /// The present value; null when there is none.
   [[nodiscard]] Json value(std::size_t position) const;
+  /// The same, for the eye.
+  [[nodiscard]] std::string shownValue(std::size_t position) const;
 
  private:
   struct Attribute {

@@ -1,5 +1,6 @@
 #include "host/cli/options.h"
 
+#include <CLI/CLI.hpp>
 #include <charconv>
 #include <system_error>
 
@@ -16,9 +17,8 @@ std::uint32_t milliseconds(const std::string& option, const std::string& text, s
   const auto [stop, failure] = std::from_chars(text.data(), end, value);
   const std::string unit(stop, end);
   if (failure != std::errc() || (!unit.empty() && unit != "ms") || value < least || value > most) {
-    throw CLI::ValidationError(option,
-                               "'" + text + "' is not a whole number of milliseconds from " +
-                                   std::to_string(least) + "ms to " + std::to_string(most) + "ms");
+    refuseOption(option, "'" + text + "' is not a whole number of milliseconds from " +
+                             std::to_string(least) + "ms to " + std::to_string(most) + "ms");
   }
   return value;
 }
@@ -33,7 +33,7 @@ int wholeNumber(const std::string& text) {
 int priority(const std::string& text) {
   const int value = wholeNumber(text);
   if (value < 2 || value > 99) {
-    throw CLI::ValidationError("--priority", "'" + text + "' is not a priority from 2 to 99");
+    refuseOption("--priority", "'" + text + "' is not a priority from 2 to 99");
   }
   return value;
 }
@@ -41,10 +41,16 @@ int priority(const std::string& text) {
 int processor(const std::string& text) {
   const int value = wholeNumber(text);
   if (tryScheduling({0, value}).processor != 0) {
-    throw CLI::ValidationError("--affinity",
-                               "'" + text + "' is not a processor that this process may run on");
+    refuseOption("--affinity", "'" + text + "' is not a processor that this process may run on");
   }
   return value;
+}
+
+const std::string& notEmpty(const std::string& option, const std::string& text) {
+  if (text.empty()) {
+    refuseOption(option, "is empty");
+  }
+  return text;
 }
 
 }  // namespace
@@ -52,7 +58,7 @@ int processor(const std::string& text) {
 double positiveNumber(const std::string& option, const std::string& text) {
   double value = 0.0;
   if (!parseNumber(text, value) || value <= 0) {
-    throw CLI::ValidationError(option, "'" + text + "' is not a number above 0");
+    refuseOption(option, "'" + text + "' is not a number above 0");
   }
   return value;
 }
@@ -64,75 +70,106 @@ std::uint32_t tick(const std::string& text) {
   const auto [stop, failure] =
       std::from_chars(text.data() + (hexadecimal ? 2 : 0), end, value, hexadecimal ? 16 : 10);
   if (failure != std::errc() || stop != end) {
-    throw CLI::ValidationError("--start",
-                               "'" + text + "' is not a tick from 0 to 4294967295 (0xFFFFFFFF)");
+    refuseOption("--start", "'" + text + "' is not a tick from 0 to 4294967295 (0xFFFFFFFF)");
   }
   return value;
 }
 
-void addMachine(CLI::App& command, std::string& path) {
+CLI::App& addSubcommand(CLI::App& app, const char* name, const char* what,
+                        const std::string& footer, const Command& run, Command& chosen) {
+  CLI::App& command = *app.add_subcommand(name, what);
+  command.footer(footer);
+  command.callback([run, &chosen] { chosen = run; });
+  return command;
+}
+
+void addArgument(CLI::App& command, const char* name, std::string& value, const char* what) {
+  command.add_option(name, value, what)->required();
+}
+
+void addArguments(CLI::App& command, const char* name, std::vector<std::string>& values,
+                  bool mustBeGiven, const char* what) {
+  command.add_option(name, values, what)->required(mustBeGiven);
+}
+
+void addFlag(CLI::App& command, const char* name, bool& flag, const char* what) {
+  command.add_flag(name, flag, what);
+}
+
+void addOption(CLI::App& command, const OptionText& text, std::string& value) {
+  command.add_option(text.name, value, text.what)
+      ->type_name(text.type)
+      ->default_str(text.otherwise);
+}
+
+void addOption(CLI::App& command, const OptionText& text, const Take& take) {
+  command.add_option_function<std::string>(text.name, take, text.what)
+      ->type_name(text.type)
+      ->default_str(text.otherwise);
+}
+
+void addRepeatable(CLI::App& command, const OptionText& text, const Take& take) {
   command
-      .add_option("MACHINE", path, "Machine: a robot description (URDF) or a machine file (YAML)")
-      ->required();
+      .add_option_function<std::vector<std::string>>(
+          text.name,
+          [take](const std::vector<std::string>& texts) {
+            std::for_each(texts.begin(), texts.end(), take);
+          },
+          text.what)
+      ->type_name(text.type)
+      ->expected(1)
+      ->take_all();
+}
+
+void refuseOption(const std::string& option, const std::string& why) {
+  throw CLI::ValidationError(option, why);
+}
+
+void addMachine(CLI::App& command, std::string& path) {
+  addArgument(command, "MACHINE", path,
+              "Machine: a robot description (URDF) or a machine file (YAML)");
 }
 
 void addMotions(CLI::App& command, std::vector<std::string>& paths) {
-  command
-      .add_option("MOTION", paths,
-                  "Motions: trajectory_msgs/JointTrajectory or batches of commands, in YAML")
-      ->required();
+  addArguments(command, "MOTION", paths, true,
+               "Motions: trajectory_msgs/JointTrajectory or batches of commands, in YAML");
 }
 
 void addTiming(CLI::App& command, Timing& timing) {
   constexpr std::uint32_t longestCycleMs = 1000;
   constexpr std::uint32_t longestApproachMs = 70'000'000;
-  command
-      .add_option_function<std::string>(
-          "--cycle",
-          [&timing](const std::string& text) {
-            timing.cycleMs = milliseconds("--cycle", text, 1, longestCycleMs);
-          },
-          "Control cycle in whole milliseconds")
-      ->type_name("TIME")
-      ->default_str("10ms");
-  command
-      .add_option_function<std::string>(
-          "--approach,--lead",
-          [&timing](const std::string& text) {
-            timing.approachMs = milliseconds("--approach", text, 1, longestApproachMs);
-          },
-          "Time to approach the first points of trajectories (default: what they need)")
-      ->type_name("TIME");
+  addOption(command, {"--cycle", "TIME", "Control cycle in whole milliseconds", "10ms"},
+            [&timing](const std::string& text) {
+              timing.cycleMs = milliseconds("--cycle", text, 1, longestCycleMs);
+            });
+  addOption(command,
+            {"--approach,--lead", "TIME",
+             "Time to approach the first points of trajectories (default: what they need)", ""},
+            [&timing](const std::string& text) {
+              timing.approachMs = milliseconds("--approach", text, 1, longestApproachMs);
+            });
 }
 
 void addCycleScheduling(CLI::App& command, ThreadScheduling& scheduling) {
-  command
-      .add_option_function<std::string>(
-          "--priority",
-          [&scheduling](const std::string& text) { scheduling.priority = priority(text); },
-          "Real-time priority of the cycle thread, 2 to 99; commands come one below")
-      ->type_name("NUMBER")
-      ->default_str(std::to_string(scheduling.priority));
-  command
-      .add_option_function<std::string>(
-          "--affinity",
-          [&scheduling](const std::string& text) { scheduling.processor = processor(text); },
-          "The processor that the cycle thread runs on (default: any)")
-      ->type_name("CPU");
+  addOption(command,
+            {"--priority", "NUMBER",
+             "Real-time priority of the cycle thread, 2 to 99; commands come one below",
+             std::to_string(scheduling.priority)},
+            [&scheduling](const std::string& text) { scheduling.priority = priority(text); });
+  addOption(command,
+            {"--affinity", "CPU", "The processor that the cycle thread runs on (default: any)", ""},
+            [&scheduling](const std::string& text) { scheduling.processor = processor(text); });
 }
 
 void addPreferenceDirectory(CLI::App& command, std::string& path) {
-  command.add_option("--directory", path, "Preference directory, created when it is missing")
-      ->type_name("DIR")
-      ->check([](const std::string& given) { return given.empty() ? "is empty" : ""; })
-      ->capture_default_str();
+  addOption(command,
+            {"--directory", "DIR", "Preference directory, created when it is missing", path},
+            [&path](const std::string& text) { path = notEmpty("--directory", text); });
 }
 
 void addPool(CLI::App& command, std::string& name) {
-  command.add_option("--pool", name, "Name of the device pool in shared memory")
-      ->type_name("NAME")
-      ->check([](const std::string& given) { return given.empty() ? "is empty" : ""; })
-      ->capture_default_str();
+  addOption(command, {"--pool", "NAME", "Name of the device pool in shared memory", name},
+            [&name](const std::string& text) { name = notEmpty("--pool", text); });
 }
 
 }  // namespace host

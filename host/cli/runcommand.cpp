@@ -123,7 +123,7 @@ void judge(const RunOptions& options, const RunResult& result, const Plan& plan,
 /// Says all of it, and the status to exit with.
 int conclude(const RunOptions& options, const RunResult& result, const Plan& plan,
              const Outcome& outcome) {
-  say(options.json ? printed(runJson(options, result, plan, outcome), 2) + "\n"
+  say(options.json ? runJson(options, result, plan, outcome)
                    : joinedLines(outcome.exports) + runReport(result, outcome));
   complainAll("warning", outcome.warnings);
   complainAll("error", outcome.errors);
@@ -201,112 +201,95 @@ int run(const RunOptions& options) {
 PreferenceExport exportNamed(const std::string& text) {
   const std::size_t equals = text.find('=');
   if (equals == std::string::npos) {
-    throw CLI::ValidationError("--export", "'" + text + "' is not CONTAINER=FILE");
+    refuseOption("--export", "'" + text + "' is not CONTAINER=FILE");
   }
   return {text.substr(0, equals), text.substr(equals + 1)};
 }
 
 Clock clockNamed(const std::string& text) {
   if (text != "realtime" && text != "simulated") {
-    throw CLI::ValidationError("--clock", "'" + text + "' is neither realtime nor simulated");
+    refuseOption("--clock", "'" + text + "' is neither realtime nor simulated");
   }
   return text == "realtime" ? Clock::realtime : Clock::simulated;
 }
 
 Late lateNamed(const std::string& text) {
   if (text != "stand" && text != "catch-up") {
-    throw CLI::ValidationError("--late", "'" + text + "' is neither stand nor catch-up");
+    refuseOption("--late", "'" + text + "' is neither stand nor catch-up");
   }
   return text == "stand" ? Late::stand : Late::catchUp;
 }
 
 void addClock(CLI::App& command, RunOptions& options) {
-  command
-      .add_option_function<std::string>(
-          "--clock",
-          [&options](const std::string& text) { options.session.clock = clockNamed(text); },
-          "realtime: a cycle thread on the monotonic clock; simulated: as fast as it goes")
-      ->type_name("realtime|simulated")
-      ->default_str("realtime");
-  command
-      .add_option_function<std::string>(
-          "--start",
-          [&options](const std::string& text) { options.session.startTick = tick(text); },
-          "Tick of the first cycle, in milliseconds modulo 2^32")
-      ->type_name("TICK")
-      ->default_str("0");
+  addOption(command,
+            {"--clock", "realtime|simulated",
+             "realtime: a cycle thread on the monotonic clock; simulated: as fast as it goes",
+             "realtime"},
+            [&options](const std::string& text) { options.session.clock = clockNamed(text); });
+  addOption(command,
+            {"--start", "TICK", "Tick of the first cycle, in milliseconds modulo 2^32", "0"},
+            [&options](const std::string& text) { options.session.startTick = tick(text); });
 }
 
 void addPace(CLI::App& command, RunOptions& options) {
-  command
-      .add_option_function<std::string>(
-          "--late", [&options](const std::string& text) { options.session.late = lateNamed(text); },
-          "After the process was held up: stand goes on where the motion was, catch-up hurries")
-      ->type_name("stand|catch-up")
-      ->default_str("stand");
-  command.add_flag("--strict", options.strict,
-                   "Refuse what 'torvex check' warns of, before anything moves; exit with 1 when "
-                   "cycles were missed");
+  addOption(command,
+            {"--late", "stand|catch-up",
+             "After the process was held up: stand goes on where the motion was, catch-up hurries",
+             "stand"},
+            [&options](const std::string& text) { options.session.late = lateNamed(text); });
+  addFlag(command, "--strict", options.strict,
+          "Refuse what 'torvex check' warns of, before anything moves; exit with 1 when "
+          "cycles were missed");
 }
 
 void addOutputs(CLI::App& command, RunOptions& options) {
-  command.add_option("--trace", options.tracePath, "Write every cycle to this CSV file")
-      ->type_name("FILE.csv");
-  command
-      .add_option("--plot", options.plotPath,
-                  "Draw commands and measured values over time (needs gnuplot)")
-      ->type_name("FILE.svg");
+  addOption(command, {"--trace", "FILE.csv", "Write every cycle to this CSV file", ""},
+            options.tracePath);
+  addOption(
+      command,
+      {"--plot", "FILE.svg", "Draw commands and measured values over time (needs gnuplot)", ""},
+      options.plotPath);
 }
 
 void addExports(CLI::App& command, RunOptions& options) {
-  command
-      .add_option_function<std::vector<std::string>>(
-          "--export",
-          [&options](const std::vector<std::string>& texts) {
-            for (const std::string& text : texts) {
-              options.exports.push_back(exportNamed(text));
-            }
-          },
-          "Write the preferences of a container to a file at the end; may be repeated")
-      ->type_name("CONTAINER=FILE")
-      ->expected(1)
-      ->take_all();
+  addRepeatable(
+      command,
+      {"--export", "CONTAINER=FILE",
+       "Write the preferences of a container to a file at the end; may be repeated", ""},
+      [&options](const std::string& text) { options.exports.push_back(exportNamed(text)); });
   addPreferenceDirectory(command, options.session.preferenceDirectory);
 }
 
 }  // namespace
 
 void addRunCommand(CLI::App& app, Command& chosen) {
-  CLI::App& command = *app.add_subcommand("run", "Move a machine along motions");
   const auto options = std::make_shared<RunOptions>();
-  command.footer(
+  CLI::App& command = addSubcommand(
+      app, "run", "Move a machine along motions",
       "Example:\n"
       "  torvex run examples/humanoid/humanoid.yaml examples/humanoid/wave.yaml "
       "--trace wave.csv --plot wave.svg\n\n"
       "Exit status: 0 when every point was reached, cleared by a batch, or moved into the\n"
       "limits (with a warning); 1 when not, saying which; 2 for bad input or usage; 128 and\n"
       "the signal's number when a signal stopped it.\n\n" +
-      std::string(reportWords));
+          std::string(reportWords),
+      [options] { return run(*options); }, chosen);
   addMachine(command, options->machinePath);
   addMotions(command, options->motionPaths);
   addPace(command, *options);
   addClock(command, *options);
   addTiming(command, options->timing);
   addCycleScheduling(command, options->session.cycleScheduling);
-  command
-      .add_option_function<std::string>(
-          "--tolerance",
-          [&tolerance = options->session.tolerance](const std::string& text) {
-            tolerance = positiveNumber("--tolerance", text);
-          },
-          "How far an actuator may end from its command, in its unit")
-      ->type_name("NUMBER")
-      ->default_str("0.01");
+  addOption(command,
+            {"--tolerance", "NUMBER", "How far an actuator may end from its command, in its unit",
+             "0.01"},
+            [&tolerance = options->session.tolerance](const std::string& text) {
+              tolerance = positiveNumber("--tolerance", text);
+            });
   addOutputs(command, *options);
   addExports(command, *options);
   addPool(command, options->session.poolName);
-  command.add_flag("--json", options->json, "The outcome as a JSON object instead of tables");
-  command.callback([options, &chosen] { chosen = [options] { return run(*options); }; });
+  addFlag(command, "--json", options->json, "The outcome as a JSON object instead of tables");
 }
 
 }  // namespace host

@@ -94,9 +94,9 @@ int watch(const WatchOptions& options) {
 }  // namespace
 
 void addWatchCommand(CLI::App& app, Command& chosen) {
-  CLI::App& command = *app.add_subcommand("watch", "Watch the values of a running machine");
   const auto options = std::make_shared<WatchOptions>();
-  command.footer(
+  CLI::App& command = addSubcommand(
+      app, "watch", "Watch the values of a running machine",
       "Example, beside 'torvex run examples/humanoid/humanoid.yaml "
       "examples/humanoid/wave.yaml':\n"
       "  torvex watch torso_yaw/Value torso_yaw/Sensor/Value\n\n"
@@ -106,14 +106,14 @@ void addWatchCommand(CLI::App& app, Command& chosen) {
       "value is shown as -, and null in JSON. Watching does not disturb the machine.\n\n"
       "Exit status: 0 when the machine ended, however it did; 1 when nobody reads any more; 2\n"
       "when there is no such pool or key, or for bad usage; 128 and the signal's number when a\n"
-      "signal stopped it.");
-  command.add_option("KEY", options->keys,
-                     "Attributes to watch (default: all); a bare key, such as torso_yaw/Value, is "
-                     "taken under Device/SubDeviceList/");
+      "signal stopped it.",
+      [options] { return watch(*options); }, chosen);
+  addArguments(command, "KEY", options->keys, false,
+               "Attributes to watch (default: all); a bare key, such as torso_yaw/Value, is "
+               "taken under Device/SubDeviceList/");
   addPool(command, options->poolName);
-  command.add_flag("--once", options->once, "Show the present values, and end");
-  command.add_flag("--json", options->json, "JSON, an object at each look");
-  command.callback([options, &chosen] { chosen = [options] { return watch(*options); }; });
+  addFlag(command, "--once", options->once, "Show the present values, and end");
+  addFlag(command, "--json", options->json, "JSON, an object at each look");
 }
 
 }  // namespace host

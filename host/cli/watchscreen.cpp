@@ -62,7 +62,7 @@ std::string WatchScreen::redrawn(std::int64_t timeMs) const {
                             static_cast<double>(timeMs) / 1000.0, title_));
   for (std::size_t i = 0; i < rows; ++i) {
     bytes += "\r\n" + line(fmt::format("{:<{}} {}", cutInFront(names[i], nameColumns), nameColumns,
-                                       shown(values_.value(i))));
+                                       values_.shownValue(i)));
   }
   return bytes.append(clearRestOfScreen);
 }

@@ -1,5 +1,9 @@
 #include "host/results/checkjson.h"
 
+#include <nlohmann/json.hpp>
+
+#include "host/base/values.h"
+
 namespace host {
 namespace {
 
@@ -19,16 +23,17 @@ Json countsJson(const CheckOutcome& outcome) {
 
 }  // namespace
 
-Json checkJson(const CheckOutcome& outcome) {
-  return {{"format", format},
-          {"machine", outcome.machine ? Json(*outcome.machine) : Json()},
-          {"machine_file", outcome.machinePath},
-          {"motions", outcome.motionPaths},
-          {"cycle_ms", outcome.cycleMs},
-          {"counts", countsJson(outcome)},
-          {"notes", outcome.notes},
-          {"warnings", findingsJson(outcome.warnings)},
-          {"errors", findingsJson(outcome.errors)}};
+std::string checkJson(const CheckOutcome& outcome) {
+  const Json object = {{"format", format},
+                       {"machine", outcome.machine ? Json(*outcome.machine) : Json()},
+                       {"machine_file", outcome.machinePath},
+                       {"motions", outcome.motionPaths},
+                       {"cycle_ms", outcome.cycleMs},
+                       {"counts", countsJson(outcome)},
+                       {"notes", outcome.notes},
+                       {"warnings", findingsJson(outcome.warnings)},
+                       {"errors", findingsJson(outcome.errors)}};
+  return printed(object, 2) + "\n";
 }
 
 }  // namespace host

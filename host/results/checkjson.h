@@ -6,7 +6,6 @@
 #include <string>
 #include <vector>
 
-#include "host/base/values.h"
 #include "host/results/findings.h"
 
 namespace host {
@@ -34,7 +33,7 @@ struct CheckOutcome {
   std::vector<Finding> errors;
 };
 
-/// The outcome of a check as one object; `docs/check.schema.json` describes it.
-Json checkJson(const CheckOutcome& outcome);
+/// The outcome of a check as one JSON object; `docs/check.schema.json` describes it.
+std::string checkJson(const CheckOutcome& outcome);
 
 }  // namespace host

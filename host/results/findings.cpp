@@ -3,6 +3,7 @@
 #include <fmt/format.h>
 
 #include <cmath>
+#include <nlohmann/json.hpp>
 
 #include "host/base/counted.h"
 #include "host/base/visible.h"

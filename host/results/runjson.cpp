@@ -1,5 +1,8 @@
 #include "host/results/runjson.h"
 
+#include <nlohmann/json.hpp>
+
+#include "host/base/values.h"
 #include "host/motion/limits.h"
 
 namespace host {
@@ -42,8 +45,8 @@ Json pathOrNull(const std::string& path) {
 
 }  // namespace
 
-Json runJson(const RunOptions& options, const RunResult& result, const Plan& plan,
-             const Outcome& outcome) {
+std::string runJson(const RunOptions& options, const RunResult& result, const Plan& plan,
+                    const Outcome& outcome) {
   const CycleCount& counts = result.counts;
   const PaceCount& pace = result.pace;
   const bool realtime = options.session.clock == Clock::realtime;
@@ -51,31 +54,32 @@ Json runJson(const RunOptions& options, const RunResult& result, const Plan& pla
   for (const AxisOutcome& axis : outcome.axes) {
     axes.push_back(axisJson(axis));
   }
-  return {{"format", format},
-          {"machine", outcome.machine},
-          {"machine_file", options.machinePath},
-          {"motions", options.motionPaths},
-          {"pool", options.session.poolName},
-          {"clock", realtime ? "realtime" : "simulated"},
-          {"cycle_ms", plan.schedule.cycleMs},
-          {"approach_ms", plan.schedule.approachMs},
-          {"duration_ms", result.durationMs},
-          {"cycles", counts.cycles},
-          {"overruns", pace.overruns},
-          {"stalls", pace.stalls},
-          {"stalled_ms", pace.stalledMs},
-          {"stands", pace.stands},
-          {"latency_ns", realtime ? quantiles(counts.latencies) : Json()},
-          {"cycle_duration_ns", quantiles(counts.durations)},
-          {"axes", axes},
-          {"outputs",
-           {{"trace", pathOrNull(options.tracePath)},
-            {"dropped_trace_rows", counts.droppedTraceRows},
-            {"picture", pathOrNull(options.plotPath)},
-            {"exports", outcome.exports}}},
-          {"warnings", findingsJson(outcome.warnings)},
-          {"errors", findingsJson(outcome.errors)},
-          {"signal", outcome.signal == 0 ? Json() : Json(outcome.signal)}};
+  const Json object = {{"format", format},
+                       {"machine", outcome.machine},
+                       {"machine_file", options.machinePath},
+                       {"motions", options.motionPaths},
+                       {"pool", options.session.poolName},
+                       {"clock", realtime ? "realtime" : "simulated"},
+                       {"cycle_ms", plan.schedule.cycleMs},
+                       {"approach_ms", plan.schedule.approachMs},
+                       {"duration_ms", result.durationMs},
+                       {"cycles", counts.cycles},
+                       {"overruns", pace.overruns},
+                       {"stalls", pace.stalls},
+                       {"stalled_ms", pace.stalledMs},
+                       {"stands", pace.stands},
+                       {"latency_ns", realtime ? quantiles(counts.latencies) : Json()},
+                       {"cycle_duration_ns", quantiles(counts.durations)},
+                       {"axes", axes},
+                       {"outputs",
+                        {{"trace", pathOrNull(options.tracePath)},
+                         {"dropped_trace_rows", counts.droppedTraceRows},
+                         {"picture", pathOrNull(options.plotPath)},
+                         {"exports", outcome.exports}}},
+                       {"warnings", findingsJson(outcome.warnings)},
+                       {"errors", findingsJson(outcome.errors)},
+                       {"signal", outcome.signal == 0 ? Json() : Json(outcome.signal)}};
+  return printed(object, 2) + "\n";
 }
 
 }  // namespace host

@@ -1,13 +1,14 @@
 #pragma once
 
-#include "host/base/values.h"
+#include <string>
+
 #include "host/results/outcome.h"
 #include "host/results/runoptions.h"
 
 namespace host {
 
-/// The outcome of a run as one object; `docs/run.schema.json` describes it.
-Json runJson(const RunOptions& options, const RunResult& result, const Plan& plan,
-             const Outcome& outcome);
+/// The outcome of a run as one JSON object; `docs/run.schema.json` describes it.
+std::string runJson(const RunOptions& options, const RunResult& result, const Plan& plan,
+                    const Outcome& outcome);
 
 }  // namespace host
