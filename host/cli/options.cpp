@@ -1,6 +1,5 @@
 #include "host/cli/options.h"
 
-#include <CLI/CLI.hpp>
 #include <charconv>
 #include <system_error>
 
@@ -73,56 +72,6 @@ std::uint32_t tick(const std::string& text) {
     refuseOption("--start", "'" + text + "' is not a tick from 0 to 4294967295 (0xFFFFFFFF)");
   }
   return value;
-}
-
-CLI::App& addSubcommand(CLI::App& app, const char* name, const char* what,
-                        const std::string& footer, const Command& run, Command& chosen) {
-  CLI::App& command = *app.add_subcommand(name, what);
-  command.footer(footer);
-  command.callback([run, &chosen] { chosen = run; });
-  return command;
-}
-
-void addArgument(CLI::App& command, const char* name, std::string& value, const char* what) {
-  command.add_option(name, value, what)->required();
-}
-
-void addArguments(CLI::App& command, const char* name, std::vector<std::string>& values,
-                  bool mustBeGiven, const char* what) {
-  command.add_option(name, values, what)->required(mustBeGiven);
-}
-
-void addFlag(CLI::App& command, const char* name, bool& flag, const char* what) {
-  command.add_flag(name, flag, what);
-}
-
-void addOption(CLI::App& command, const OptionText& text, std::string& value) {
-  command.add_option(text.name, value, text.what)
-      ->type_name(text.type)
-      ->default_str(text.otherwise);
-}
-
-void addOption(CLI::App& command, const OptionText& text, const Take& take) {
-  command.add_option_function<std::string>(text.name, take, text.what)
-      ->type_name(text.type)
-      ->default_str(text.otherwise);
-}
-
-void addRepeatable(CLI::App& command, const OptionText& text, const Take& take) {
-  command
-      .add_option_function<std::vector<std::string>>(
-          text.name,
-          [take](const std::vector<std::string>& texts) {
-            std::for_each(texts.begin(), texts.end(), take);
-          },
-          text.what)
-      ->type_name(text.type)
-      ->expected(1)
-      ->take_all();
-}
-
-void refuseOption(const std::string& option, const std::string& why) {
-  throw CLI::ValidationError(option, why);
 }
 
 void addMachine(CLI::App& command, std::string& path) {

@@ -1,47 +1,12 @@
 #pragma once
 
-#include <functional>
 #include <string>
 #include <vector>
 
+#include "host/cli/arguments.h"
 #include "host/results/runoptions.h"
 
-namespace CLI {
-class App;
-}
-
 namespace host {
-
-/// What a subcommand does once its options are known; the result is the exit
-/// status.
-using Command = std::function<int()>;
-
-/// How an option is shown by `--help`.
-struct OptionText {
-  const char* name;
-  const char* type;
-  const char* what;
-  /// Shown as the default; empty: none.
-  std::string otherwise;
-};
-
-/// Makes `run` what is chosen when the subcommand is given.
-CLI::App& addSubcommand(CLI::App& app, const char* name, const char* what,
-                        const std::string& footer, const Command& run, Command& chosen);
-
-/// An argument that must be given.
-void addArgument(CLI::App& command, const char* name, std::string& value, const char* what);
-/// Arguments, one or more where they must be given.
-void addArguments(CLI::App& command, const char* name, std::vector<std::string>& values,
-                  bool mustBeGiven, const char* what);
-void addFlag(CLI::App& command, const char* name, bool& flag, const char* what);
-void addOption(CLI::App& command, const OptionText& text, std::string& value);
-/// `take` is given the text of the option, each time that it occurs where it may be repeated.
-using Take = std::function<void(const std::string& text)>;
-void addOption(CLI::App& command, const OptionText& text, const Take& take);
-void addRepeatable(CLI::App& command, const OptionText& text, const Take& take);
-/// For `take`: the option is refused as wrong usage.
-[[noreturn]] void refuseOption(const std::string& option, const std::string& why);
 
 /// A number of the options' own, positive and finite.
 double positiveNumber(const std::string& option, const std::string& text);
