@@ -18,6 +18,8 @@ namespace {
 /// What some editors put before UTF-8; it takes no column.
 constexpr std::string_view byteOrderMark = "\xEF\xBB\xBF";
 
+constexpr std::size_t blockBytes = 4096;
+
 UserError unreadable(const std::string& path, int error) {
   return {path, {}, fmt::format("cannot be read: {}", std::strerror(error))};
 }
@@ -47,12 +49,28 @@ std::string readFile(const std::string& path, std::size_t maxBytes) {
   return text;
 }
 
-SourceLocation locationAt(const std::string& text, std::size_t offset) {
-  offset = std::min(offset, text.size());
-  const auto end = text.begin() + static_cast<std::ptrdiff_t>(offset);
-  const auto lines = static_cast<std::size_t>(std::count(text.begin(), end, '\n'));
-  const std::size_t lastBreak = offset == 0 ? std::string::npos : text.rfind('\n', offset - 1);
-  return {lines + 1, lastBreak == std::string::npos ? offset + 1 : offset - lastBreak};
+LineIndex::LineIndex(const std::string& text) : text_(text) {
+  Mark mark;
+  for (std::size_t begin = 0; begin <= text.size(); begin += blockBytes) {
+    marks_.push_back(mark);
+    advance(mark, begin, std::min(begin + blockBytes, text.size()));
+  }
+}
+
+void LineIndex::advance(Mark& mark, std::size_t from, std::size_t to) const {
+  for (std::size_t i = from; i < to; ++i) {
+    if (text_[i] == '\n') {
+      ++mark.line;
+      mark.begin = i + 1;
+    }
+  }
+}
+
+SourceLocation LineIndex::at(std::size_t offset) const {
+  offset = std::min(offset, text_.size());
+  Mark mark = marks_[offset / blockBytes];
+  advance(mark, offset / blockBytes * blockBytes, offset);
+  return {mark.line, offset - mark.begin + 1};
 }
 
 bool parseNumber(const std::string& text, double& number) {

@@ -2,6 +2,7 @@
 
 #include <cstddef>
 #include <string>
+#include <vector>
 
 #include "host/base/usererror.h"
 
@@ -11,8 +12,28 @@ namespace host {
 /// than `maxBytes`. Leaves out a byte order mark.
 std::string readFile(const std::string& path, std::size_t maxBytes);
 
-/// The source location of a byte in a text; for any further one, of its end.
-SourceLocation locationAt(const std::string& text, std::size_t offset);
+/// The source locations of a text's bytes, each found in a short time however long the text is.
+class LineIndex {
+ public:
+  /// The text must outlive the index.
+  explicit LineIndex(const std::string& text);
+
+  /// Of the byte at `offset`; for any further one, of the text's end.
+  [[nodiscard]] SourceLocation at(std::size_t offset) const;
+
+ private:
+  struct Mark {
+    std::size_t line = 1;
+    /// Where this line begins.
+    std::size_t begin = 0;
+  };
+
+  void advance(Mark& mark, std::size_t from, std::size_t to) const;
+
+  const std::string& text_;
+  /// At the begin of each block of the text.
+  std::vector<Mark> marks_;
+};
 
 /// A finite decimal number, as it stands in the file, nothing around it.
 /// False when it is anything else.

@@ -10,10 +10,6 @@
 namespace host {
 namespace {
 
-std::string locate(const std::string& path, SourceLocation location) {
-  return location.line == 0 ? path : fmt::format("{}:{}:{}", path, location.line, location.column);
-}
-
 std::string shown(const std::vector<UserError::Entry>& entries, bool more) {
   std::string text;
   std::size_t ofFile = 0;
@@ -22,7 +18,7 @@ std::string shown(const std::vector<UserError::Entry>& entries, bool more) {
     ofFile = i > 0 && entries[i - 1].path == path ? ofFile + 1 : 1;
     if (ofFile <= UserError::mostShown) {
       text += (i == 0 ? "" : "\n") +
-              visible(fmt::format("{}: error: {}", locate(path, location), what));
+              visible(fmt::format("{}: error: {}", host::shown({path, location}), what));
       continue;
     }
     const bool isLast = i + 1 == entries.size();
@@ -36,6 +32,11 @@ std::string shown(const std::vector<UserError::Entry>& entries, bool more) {
 }
 
 }  // namespace
+
+std::string shown(const FileLocation& where) {
+  const auto& [path, location] = where;
+  return location.line == 0 ? path : fmt::format("{}:{}:{}", path, location.line, location.column);
+}
 
 UserError::UserError(const std::string& path, SourceLocation location, const std::string& what)
     : UserError({{path, location, what}}, false) {}

@@ -3,11 +3,14 @@
 #include <fmt/format.h>
 
 #include <algorithm>
+#include <cctype>
 #include <cmath>
 #include <cstring>
+#include <limits>
 #include <map>
 #include <pugixml.hpp>
 #include <set>
+#include <string_view>
 #include <utility>
 
 #include "host/base/errorcollector.h"
@@ -20,14 +23,35 @@ constexpr int maxDepth = 100;
 /// From one mimic joint to the next.
 constexpr std::size_t longestMimicry = 100;
 
-struct DepthLimit : pugi::xml_tree_walker {
+/// Looks for what ends the reading of all.
+struct Survey : pugi::xml_tree_walker {
   pugi::xml_node tooDeep;
+  pugi::xml_node macro;
 
   bool for_each(pugi::xml_node& node) override {
     if (depth() >= maxDepth) {
       tooDeep = node;
     }
+    if (!macro && isMacro(node)) {
+      macro = node;
+    }
     return !tooDeep;
+  }
+
+  /// An element of the macro language, or a joint with an expression of it.
+  static bool isMacro(const pugi::xml_node& node) {
+    constexpr std::string_view prefix = "xacro:";
+    if (std::string_view(node.name()).substr(0, prefix.size()) == prefix) {
+      return true;
+    }
+    const bool isOfJoint =
+        std::strcmp(node.name(), "joint") == 0 || std::strcmp(node.parent().name(), "joint") == 0;
+    const auto attributes = node.attributes();
+    return isOfJoint &&
+           std::any_of(attributes.begin(), attributes.end(), [](const pugi::xml_attribute& each) {
+             return std::strstr(each.value(), "${") != nullptr ||
+                    std::strstr(each.value(), "$(") != nullptr;
+           });
   }
 };
 
@@ -39,25 +63,33 @@ struct Mimicry {
   double offset = 0.0;
 };
 
+std::string trimmed(std::string text) {
+  text.erase(0, text.find_first_not_of(" \t\r\n"));
+  text.erase(text.find_last_not_of(" \t\r\n") + 1);
+  return text;
+}
+
+/// In the spellings that readers of numbers know.
+bool isInfinity(std::string word) {
+  std::transform(word.begin(), word.end(), word.begin(),
+                 [](unsigned char letter) { return static_cast<char>(std::tolower(letter)); });
+  return word == "inf" || word == "+inf" || word == "infinity" || word == "+infinity";
+}
+
 class UrdfReader {
  public:
-  UrdfReader(const std::string& path, const std::string& text) : path_(path), text_(text) {}
+  UrdfReader(const std::string& path, const std::string& text, MachineDraft& draft)
+      : path_(path), text_(text), lines_(text), draft_(draft), errors_(draft.errors()) {}
 
-  MachineModel read() {
-    errors_.attempt([this] { readRobot(parse()); });
-    errors_.throwIfAny();
-    return std::move(robot_);
-  }
-
- private:
-  void readRobot(const pugi::xml_node& root) {
-    robot_.paths = {path_};
-    robot_.name = root.attribute("name").value();
+  void read() {
+    const pugi::xml_node root = parse();
+    draft_.model.paths = {path_};
+    draft_.model.name = root.attribute("name").value();
     bool sound = true;
     for (const pugi::xml_node joint : root.children("joint")) {
       sound = errors_.attempt([&] { readJoint(joint); }) && sound;
     }
-    if (sound && robot_.description.actuators.empty()) {
+    if (sound && draft_.model.description.actuators.empty()) {
       fail(root, "the robot has no movable joint");
     }
     for (const pugi::xml_node joint : root.children("joint")) {
@@ -68,17 +100,23 @@ class UrdfReader {
     }
   }
 
+ private:
   pugi::xml_node parse() {
     const pugi::xml_parse_result result =
         document_.load_buffer(text_.data(), text_.size(), pugi::parse_default, pugi::encoding_utf8);
     if (!result) {
-      throw UserError(path_, locationAt(text_, static_cast<std::size_t>(result.offset)),
+      throw UserError(path_, lines_.at(static_cast<std::size_t>(result.offset)),
                       fmt::format("not well-formed XML: {}", result.description()));
     }
-    DepthLimit limit;
-    document_.traverse(limit);
-    if (limit.tooDeep) {
-      fail(limit.tooDeep, fmt::format("elements lie more than {} deep", maxDepth));
+    Survey survey;
+    document_.traverse(survey);
+    if (survey.tooDeep) {
+      fail(survey.tooDeep, fmt::format("elements lie more than {} deep", maxDepth));
+    }
+    if (survey.macro) {
+      fail(survey.macro,
+           "the file is still a macro template (xacro); expand it first: "
+           "xacro FILE.xacro > FILE.urdf");
     }
     const pugi::xml_node root = document_.document_element();
     for (const pugi::xml_node node : document_.children()) {
@@ -92,18 +130,14 @@ class UrdfReader {
     return root;
   }
 
-  /// Points at the "<" of an element.
-  [[nodiscard]] UserError error(const pugi::xml_node& node, const std::string& what) const {
+  /// The "<" of an element.
+  [[nodiscard]] FileLocation at(const pugi::xml_node& node) const {
     const auto offset = std::max<std::ptrdiff_t>(node.offset_debug() - 1, 0);
-    return {path_, locationAt(text_, static_cast<std::size_t>(offset)), what};
+    return {path_, lines_.at(static_cast<std::size_t>(offset))};
   }
 
   [[noreturn]] void fail(const pugi::xml_node& node, const std::string& what) const {
-    throw error(node, what);
-  }
-
-  void report(const pugi::xml_node& node, const std::string& what) {
-    errors_.add(error(node, what));
+    throw UserError(at(node), what);
   }
 
   void readJoint(const pugi::xml_node& joint) {
@@ -115,13 +149,13 @@ class UrdfReader {
       }
     });
     if (!isNamed) {
-      namesAreComplete_ = false;
+      draft_.namesAreComplete = false;
       throw AlreadyReported();
     }
-    takeName(joint, name);
+    joints_.take(name, at(joint), "joint");
     const std::string type = attribute(joint, "type").value();
     if (type == "fixed" || type == "floating" || type == "planar") {
-      robot_.uncommandedJoints.insert(name);
+      draft_.model.uncommandedJoints.insert(name);
       return;
     }
     movable_.insert(name);
@@ -133,67 +167,68 @@ class UrdfReader {
     readMovableJoint(joint, name, type == "continuous");
   }
 
-  void takeName(const pugi::xml_node& joint, const std::string& name) {
-    if (!names_.insert(name).second) {
-      fail(joint, fmt::format("a second joint or sensor is named '{}' (joint J has the sensor "
-                              "J/Sensor)",
-                              name));
-    }
-  }
-
   void readMovableJoint(const pugi::xml_node& joint, const std::string& name, bool continuous) {
-    const pugi::xml_node mimic = onlyChild(joint, "mimic");
-    if (mimic) {
-      robot_.uncommandedJoints.insert(name);
-      Mimicry mimicry;
-      mimicry.joint = joint;
-      mimicry.master = attribute(mimic, "joint").value();
-      readNumber(mimic, "multiplier", mimicry.multiplier);
-      readNumber(mimic, "offset", mimicry.offset);
-      mimicries_.emplace(name, std::move(mimicry));
-      takeAttributes(joint, simulation::MachineDescription::attributesPerSensor);
+    if (const pugi::xml_node mimic = onlyChild(joint, "mimic")) {
+      draft_.model.uncommandedJoints.insert(name);
+      readFollower(joint, mimic, name, continuous);
       return;
     }
     simulation::Actuator actuator;
     actuator.name = name;
-    if (!errors_.attempt([&] { readLimits(joint, continuous, actuator); })) {
-      throw AlreadyReported();
-    }
-    actuator.value = static_cast<float>(std::clamp(0.0, actuator.minimum, actuator.maximum));
-    takeAttributes(joint, simulation::MachineDescription::attributesPerActuator +
-                              simulation::MachineDescription::attributesPerSensor);
-    const int index = static_cast<int>(robot_.description.actuators.size());
-    robot_.description.actuators.push_back(std::move(actuator));
-    actuators_.emplace(name, index);
-    addSensor(joint, name, index, 1.0, 0.0);
+    ActuatorFields fields;
+    fields.location = at(joint);
+    readLimits(joint, name, continuous, fields);
+    draft_.subDevices.take(name, fields.location, "actuator or sensor");
+    draft_.addActuator(std::move(actuator), std::move(fields));
+    addSensor(joint, name, draft_.actuator(name), 1.0, 0.0);
   }
 
-  void readLimits(const pugi::xml_node& joint, bool continuous, simulation::Actuator& actuator) {
+  /// Its limits move nothing, but are checked as those of an actuator, where it has any.
+  void readFollower(const pugi::xml_node& joint, const pugi::xml_node& mimic,
+                    const std::string& name, bool continuous) {
+    Mimicry mimicry;
+    mimicry.joint = joint;
+    mimicry.master = attribute(mimic, "joint").value();
+    readNumber(mimic, "multiplier", mimicry.multiplier);
+    readNumber(mimic, "offset", mimicry.offset);
+    mimicries_.emplace(name, std::move(mimicry));
+    simulation::Actuator unused;
+    unused.name = name;
+    ActuatorFields fields;
+    fields.location = at(joint);
+    readLimits(joint, name, continuous, fields);
+    fields.lacking.reset();
+    settle(fields, unused, errors_);
+  }
+
+  void readLimits(const pugi::xml_node& joint, const std::string& name, bool continuous,
+                  ActuatorFields& fields) {
     const pugi::xml_node limit = onlyChild(joint, "limit");
+    if (!limit && !continuous) {
+      fields.lacking.emplace(
+          at(joint), fmt::format("joint '{}' needs a <limit> with lower, upper and velocity, or "
+                                 "minimum, maximum and maximum_velocity among the joints of a "
+                                 "machine file",
+                                 name));
+    }
     if (!limit) {
-      if (!continuous) {
-        fail(joint, fmt::format("joint '{}' needs a <limit> with lower, upper and velocity",
-                                actuator.name));
-      }
       return;
     }
-    if (!continuous) {
-      for (const char* needed : {"lower", "upper", "velocity"}) {
-        if (!limit.attribute(needed)) {
-          report(limit, fmt::format("the limit of joint '{}' needs the attribute {}", actuator.name,
-                                    needed));
+    if (!continuous && !limit.attribute("velocity")) {
+      fields.lacking.emplace(at(limit),
+                             fmt::format("the limit of joint '{}' needs the attribute velocity, or "
+                                         "maximum_velocity among the joints of a machine file",
+                                         name));
+    }
+    for (const LimitField& field : limitFields) {
+      const bool isVelocity = field.given == &ActuatorFields::maximumVelocity;
+      if (isVelocity ? limit.attribute(field.attribute) : !continuous) {
+        GivenNumber& given = (fields.*field.given).emplace(GivenNumber{at(limit)});
+        double number = 0.0;  // of a limit that is missing
+        if (readNumber(limit, field.attribute, number, isVelocity)) {
+          given.number = number;
         }
       }
-      readSingle(limit, "lower", actuator.minimum);
-      readSingle(limit, "upper", actuator.maximum);
-      if (actuator.minimum > actuator.maximum) {
-        report(limit,
-               fmt::format("joint '{}' has its lower limit above its upper limit", actuator.name));
-      }
-    }
-    readSingle(limit, "velocity", actuator.maximumVelocity);
-    if (actuator.maximumVelocity < 0) {
-      report(limit, fmt::format("joint '{}' has a negative velocity limit", actuator.name));
     }
   }
 
@@ -219,40 +254,26 @@ class UrdfReader {
     return child;
   }
 
-  /// Into `number`, unless the attribute is absent or broken.
-  void readNumber(const pugi::xml_node& element, const char* name, double& number) {
-    errors_.attempt([&] {
+  /// Into `number`, unless the attribute is absent or broken; false when it is broken.
+  bool readNumber(const pugi::xml_node& element, const char* name, double& number,
+                  bool mayBeInfinite = false) {
+    return errors_.attempt([&] {
       const pugi::xml_attribute found = attribute(element, name);
       if (!found) {
         return;
       }
-      std::string text = found.value();
-      text.erase(0, text.find_first_not_of(" \t\r\n"));
-      text.erase(text.find_last_not_of(" \t\r\n") + 1);
-      double value = 0.0;
+      const std::string text = trimmed(found.value());
+      double value = std::numeric_limits<double>::infinity();
+      if (mayBeInfinite && isInfinity(text)) {
+        number = value;
+        return;
+      }
       if (!parseNumber(text, value) || !std::isfinite(static_cast<float>(value))) {
         fail(element, fmt::format("{}=\"{}\" is not a finite decimal number of single precision",
                                   name, found.value()));
       }
       number = value;
     });
-  }
-
-  /// The same, rounded to single precision.
-  template <typename Number>
-  void readSingle(const pugi::xml_node& element, const char* name, Number& number) {
-    double exact = number;
-    readNumber(element, name, exact);
-    number = static_cast<float>(exact);
-  }
-
-  void takeAttributes(const pugi::xml_node& joint, int count) {
-    attributeCount_ += count;
-    if (attributeCount_ > simulation::maxAttributes) {
-      errors_.stop(error(
-          joint, fmt::format("the joints up to here need {} attributes; a device pool holds {}",
-                             attributeCount_, simulation::maxAttributes)));
-    }
   }
 
   void addSensor(const pugi::xml_node& joint, const std::string& jointName, int actuator,
@@ -262,16 +283,16 @@ class UrdfReader {
     sensor.actuator = actuator;
     sensor.multiplier = static_cast<float>(multiplier);
     sensor.offset = static_cast<float>(offset);
-    takeName(joint, sensor.name);
-    robot_.description.sensors.push_back(std::move(sensor));
+    draft_.subDevices.take(sensor.name, at(joint), "actuator or sensor");
+    draft_.addSensor(std::move(sensor), at(joint));
   }
 
   /// Follows mimicry of mimicry down to an actuator.
   void addMimicSensor(const std::string& name, Mimicry mimicry) {
-    for (std::size_t turn = 0; actuators_.count(mimicry.master) == 0; ++turn) {
+    for (std::size_t turn = 0; draft_.actuator(mimicry.master) < 0; ++turn) {
       const auto next = mimicries_.find(mimicry.master);
       if (next == mimicries_.end()) {
-        if (!namesAreComplete_ || movable_.count(mimicry.master) != 0) {
+        if (!draft_.namesAreComplete || movable_.count(mimicry.master) != 0) {
           throw AlreadyReported();  // its master is broken
         }
         fail(mimicry.joint, fmt::format("joint '{}' mimics '{}', which is no movable joint", name,
@@ -290,29 +311,33 @@ class UrdfReader {
         !std::isfinite(static_cast<float>(mimicry.offset))) {
       fail(mimicry.joint, fmt::format("joint '{}' mimics beyond single precision", name));
     }
-    addSensor(mimicry.joint, name, actuators_.at(mimicry.master), mimicry.multiplier,
+    addSensor(mimicry.joint, name, draft_.actuator(mimicry.master), mimicry.multiplier,
               mimicry.offset);
   }
 
   const std::string& path_;
   const std::string& text_;
+  const LineIndex lines_;
+  MachineDraft& draft_;
+  ErrorCollector& errors_;
   pugi::xml_document document_;
-  ErrorCollector errors_;
-  MachineModel robot_;
-  /// Of joints and sensors.
-  std::set<std::string> names_;
+  NameTable joints_;
   /// Joints that move, or may, were they not broken.
   std::set<std::string> movable_;
-  bool namesAreComplete_ = true;
-  std::map<std::string, int> actuators_;
   std::map<std::string, Mimicry> mimicries_;
-  int attributeCount_ = 0;
 };
 
 }  // namespace
 
 MachineModel readUrdf(const std::string& path, const std::string& text) {
-  return UrdfReader(path, text).read();
+  ErrorCollector errors;
+  MachineDraft draft(errors);
+  errors.attempt([&] { addUrdf(path, text, draft); });
+  return draft.finish();
+}
+
+void addUrdf(const std::string& path, const std::string& text, MachineDraft& draft) {
+  UrdfReader(path, text, draft).read();
 }
 
 }  // namespace host

@@ -36,7 +36,7 @@ SourceLocation YamlFile::locationOf(const YAML::Node& node) {
 }
 
 UserError YamlFile::error(const YAML::Node& node, const std::string& what) const {
-  return {path_, locationOf(node), what};
+  return {at(node), what};
 }
 
 void YamlFile::fail(const YAML::Node& node, const std::string& what) const {

@@ -33,6 +33,7 @@ class YamlFile {
   [[nodiscard]] const YAML::Node& root() const { return root_; }
 
   [[nodiscard]] static SourceLocation locationOf(const YAML::Node& node);
+  [[nodiscard]] FileLocation at(const YAML::Node& node) const { return {path_, locationOf(node)}; }
   [[nodiscard]] UserError error(const YAML::Node& node, const std::string& what) const;
   /// Throws: what is being attempted cannot be read.
   [[noreturn]] void fail(const YAML::Node& node, const std::string& what) const;

@@ -97,19 +97,22 @@ TEST(Urdf, MakesActuatorsAndSensors) {
                 joint("wheel", "continuous", "<axis xyz='1 0 0'/>") +
                 joint("twin", "prismatic", R"(<mimic joint="high" multiplier="-3" offset="4"/>)") +
                 joint("f", "fixed", "") +
+                joint("free", "prismatic", R"(<limit upper="1" velocity=" Inf "/>)") +
                 "  <transmission><joint name=\"high\"/></transmission>\n")));
   const auto& machine = robot.description;
-  ASSERT_EQ(machine.actuators.size(), 2U);
+  ASSERT_EQ(machine.actuators.size(), 3U);
   EXPECT_EQ(machine.actuators[0].name, "high");
   EXPECT_EQ(std::get<float>(machine.actuators[0].value), 0.5F) << "0 lies outside its limits";
   EXPECT_EQ(machine.actuators[0].maximumVelocity, 3.0F);
   EXPECT_TRUE(std::isinf(machine.actuators[1].maximum));
-  ASSERT_EQ(machine.sensors.size(), 4U);
+  EXPECT_EQ(machine.actuators[2].minimum, 0.0) << "it is missing";
+  EXPECT_TRUE(std::isinf(machine.actuators[2].maximumVelocity));
+  ASSERT_EQ(machine.sensors.size(), 5U);
   EXPECT_EQ(machine.sensors[1].name, "wheel/Sensor");
-  EXPECT_EQ(machine.sensors[2].name, "twin2/Sensor");
-  EXPECT_EQ(machine.sensors[2].actuator, 0);
-  EXPECT_EQ(machine.sensors[2].multiplier, -6.0F);
-  EXPECT_EQ(machine.sensors[2].offset, 9.0F);
+  EXPECT_EQ(machine.sensors[3].name, "twin2/Sensor");
+  EXPECT_EQ(machine.sensors[3].actuator, 0);
+  EXPECT_EQ(machine.sensors[3].multiplier, -6.0F);
+  EXPECT_EQ(machine.sensors[3].offset, 9.0F);
   EXPECT_EQ(robot.uncommandedJoints, (std::set<std::string>{"twin2", "twin", "f"}));
 }
 
@@ -123,22 +126,35 @@ TEST(Urdf, SaysWhatIsWrongAndWhere) {
 
 TEST(MachineModel, AddsToAUrdf) {
   const Temporary temporary;
-  (void)temporary.write("few.urdf", fewJoints);
+  (void)temporary.write("few.urdf",
+                        robotText(joint("a", "revolute", limit) + joint("b", "prismatic", "") +
+                                  joint("z", "revolute", "<limit lower='3' upper='1'/>") +
+                                  joint("t", "revolute", "<mimic joint='a'/>")));
   const host::MachineModel machine = host::readMachineFile(temporary.write("m.yaml", R"(
 urdf: few.urdf
 time_constant: 0.5
-joints: [{name: a, value: -0.5}, {name: t, time_constant: 0.25}]
+joints:
+- {name: a, value: -0.5}
+- {name: t, time_constant: 0.25}
+- {name: b, minimum: 1, maximum: 2, maximum_velocity: 3}
+- {name: z, minimum: 0.7, maximum_velocity: 1}
 devices: [{name: D, attributes: [{name: N, type: 6, value: -3}, {name: T, type: 9, value: ":x"}]}]
 actuators:
 - {name: l, type: 2, value: 3, minimum: 0, maximum: 9}
 - {name: s, law: step}
+- {name: u, interpolation: step}
 sensors: [{name: q, actuator: l, multiplier: 2, offset: -1}]
 )"));
   const auto& description = machine.description;
   EXPECT_EQ(machine.name, "r") << "the URDF's own";
   EXPECT_EQ(std::get<float>(description.actuators[0].value), -0.5F);
   EXPECT_EQ(std::get<std::int32_t>(description.actuators[3].value), 3);
-  EXPECT_FALSE(description.actuators[3].interpolates || description.actuators[4].interpolates);
+  EXPECT_EQ(std::get<float>(description.actuators[1].value), 1.0F) << "a limit of its own";
+  EXPECT_EQ(description.actuators[1].maximumVelocity, 3.0F);
+  EXPECT_EQ(description.actuators[2].minimum, double{0.7F}) << "over the URDF's 3";
+  for (const std::size_t stepwise : {3U, 4U, 5U}) {
+    EXPECT_FALSE(description.actuators[stepwise].interpolates) << stepwise;
+  }
   EXPECT_EQ(description.sensors[0].timeConstant, 0.5);
   EXPECT_EQ(description.sensors[3].timeConstant, 0.25) << "of the mimic joint";
   EXPECT_EQ(description.sensors[4].actuator, 3);
@@ -241,10 +257,10 @@ TEST(Input, RefusesShortFilesThatAskForMuch) {
   }
   const std::pair<std::string, std::string> machines[] = {
       {robotText(repeated(joint("j#", "continuous", ""), 13108)),
-       "m.urdf:13110:3: error: the joints up to here need 65540 attributes; a device pool holds"},
+       "m.urdf:13110:3: error: the machine up to here has 65539 attributes; at most 65535 are"},
       {"actuators: [{name: a}]\npreferences:\n- &p {owner: a, name: /x, type: 8, value: " +
            std::string(1U << 20U, 'x') + "}\n" + repeated("- *p\n", 31),
-       "m.yaml:3:3: error: the names and texts up to here are longer than 33554432 bytes"}};
+       "m.yaml:3:3: error: the machine up to here has 33554528 bytes of names and texts; at most"}};
   for (const auto& [text, expected] : machines) {
     const std::string path = temporary.write(expected.substr(0, 6), text);
     const std::string said = complaint(temporary, [&] { (void)host::readMachineFile(path); });

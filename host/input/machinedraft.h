@@ -1,0 +1,77 @@
+#pragma once
+
+#include <array>
+#include <cstddef>
+#include <map>
+#include <string>
+#include <vector>
+
+#include "host/base/errorcollector.h"
+#include "host/input/actuatorfields.h"
+#include "host/input/machinemodel.h"
+
+namespace host {
+
+/// Names that may be given once, each with where it stands.
+class NameTable {
+ public:
+  /// Throws `UserError` when there is one of this name, which is what `noun` says.
+  void take(const std::string& name, const FileLocation& where, const std::string& noun);
+  [[nodiscard]] bool holds(const std::string& name) const { return names_.count(name) != 0; }
+
+ private:
+  std::map<std::string, FileLocation> names_;
+};
+
+/// A machine while its files are read: what they add, under names that are unique and within
+/// what a device pool holds. Limits and initial values are gathered, so that a later file may
+/// say better, and settled at the end.
+class MachineDraft {
+ public:
+  enum class Counted { attributes, preferences, textBytes };
+
+  explicit MachineDraft(ErrorCollector& errors);
+
+  [[nodiscard]] ErrorCollector& errors() const { return errors_; }
+
+  /// Adds to a count. What leads beyond its bound is an error, and ends the reading.
+  void take(Counted what, std::size_t amount, const FileLocation& where);
+
+  /// Their names are in `subDevices`.
+  void addActuator(simulation::Actuator actuator, ActuatorFields fields);
+  void addSensor(simulation::Sensor sensor, const FileLocation& where);
+
+  /// The index of an actuator; -1 when there is none.
+  [[nodiscard]] int actuator(const std::string& name) const;
+  [[nodiscard]] ActuatorFields& fields(int actuator) {
+    return fields_[static_cast<std::size_t>(actuator)];
+  }
+  /// Null when there is none.
+  [[nodiscard]] simulation::Sensor* sensor(const std::string& name);
+
+  /// What is not found may be the one whose name could not be read: then nothing more is said.
+  [[noreturn]] void failAsUnknown(const FileLocation& where, const std::string& what) const;
+
+  /// The machine with all limits and values. Throws a `UserError` of all that is wrong.
+  MachineModel finish();
+
+  MachineModel model;
+  NameTable devices;
+  /// Actuators and sensors.
+  NameTable subDevices;
+  /// Entries of `joints`.
+  NameTable joints;
+  /// Of the sensors that have none of their own.
+  double timeConstant = simulation::Sensor().timeConstant;
+  /// No entry, and not the URDF, is so broken that its name is missing here.
+  bool namesAreComplete = true;
+
+ private:
+  ErrorCollector& errors_;
+  std::array<std::size_t, 3> counts_ = {};
+  std::vector<ActuatorFields> fields_;
+  std::map<std::string, int> actuators_;
+  std::map<std::string, std::size_t> sensors_;
+};
+
+}  // namespace host
