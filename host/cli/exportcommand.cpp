@@ -6,8 +6,8 @@
 #include "host/base/outputpaths.h"
 #include "host/base/visible.h"
 #include "host/cli/status.h"
+#include "host/engine/library.h"
 #include "host/results/preferenceexport.h"
-#include "registry/brokermanager.h"
 #include "simulation/framework.h"
 
 namespace host {
@@ -25,9 +25,8 @@ int exportFrom(const ExportOptions& options) {
   checkOutputs({{options.wanted.pathIn(options.directory), "preference file"}}, machine.paths);
   const simulation::Machine simulated("", machine.description);
   const simulation::Framework framework(options.directory);
-  setBrokerManager(framework.broker());
+  const Library library(framework.broker());
   say(visible(exportPreferences(options.wanted, options.directory)) + "\n");
-  setBrokerManager(nullptr);
   return outputFailed() ? shortfallStatus : okStatus;
 }
 

@@ -9,15 +9,14 @@
 #include <string>
 #include <vector>
 
-#include "attrfullname/attrfullname.h"
 #include "host/base/stopsignal.h"
 #include "host/base/values.h"
 #include "host/base/visible.h"
 #include "host/cli/output.h"
+#include "host/engine/library.h"
 #include "host/input/machinefile.h"
 #include "platform/hal/devicemanager.h"
 #include "simulation/machine.h"
-#include "timedcommandmanager/timedcommandmanager.h"
 
 namespace host {
 namespace {
@@ -78,14 +77,12 @@ Json listed(int index, const std::string& key, bool actuator) {
 /// All attributes, asked from the library on a machine of its own.
 Json attributesOf(const simulation::MachineDescription& description) {
   const simulation::Machine machine("", description);
-  AttrFullName names;
-  TimedCommandManager commands;
-  names.initNameList(0);
-  commands.initTimedCommand(0);
+  Library library;
+  const TimedCommandManager& commands = library.commands;
   Json attributes = Json::array();
   for (std::size_t i = 0; i < commands.commandTable.size(); ++i) {
     const int index = static_cast<int>(i);
-    attributes.push_back(listed(index, names.getAttributeNameWithIndex(index),
+    attributes.push_back(listed(index, library.names.getAttributeNameWithIndex(index),
                                 commands.commandTable[i].isSubDevice == 1));
   }
   for (std::size_t i = 0; i < commands.actuatorCommands.size(); ++i) {

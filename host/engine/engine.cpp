@@ -9,12 +9,10 @@ Engine::Engine(const MachineModel& machine, const EngineOptions& options, Torvex
     : options_(options),
       machine_(options.poolName, machine.description),
       framework_(options.preferenceDirectory),
-      registration_(framework_.broker(), host, names_, commands_),
+      library_(framework_.broker(), host),
       pacer_(options.cycleMs, options.late),
       streamer_(axes_, gate_, cycles_, teller_, options.cycleMs, options.startTick) {
   cycles_.latestMs = pacer_.timeMs();
-  names_.initNameList(0);
-  commands_.initTimedCommand(0);
   addAxes(machine);
 }
 
@@ -25,10 +23,10 @@ void Engine::addAxes(const MachineModel& machine) {
     sensors.emplace(sensor.name, &machine_.sensorValue(number++));
   }
   for (const simulation::Actuator& actuator : machine.description.actuators) {
-    const auto index = static_cast<std::size_t>(commands_.testActuatorName(valueKey(actuator)));
+    const auto index = static_cast<std::size_t>(library_.commands.testActuatorName(valueKey(actuator)));
     const auto sensor = sensors.find(actuator.name + "/Sensor");
     const int position = static_cast<int>(axes_.size());
-    Axis& axis = axes_.emplace_back(position, actuator, commands_.commandTable.at(index),
+    Axis& axis = axes_.emplace_back(position, actuator, library_.commands.commandTable.at(index),
                                     machine_.actuatorValue(position),
                                     sensor == sensors.end() ? nullptr : sensor->second);
     registers_.push_back({axis.command, bitsIn(*axis.command), &axis});
@@ -52,7 +50,7 @@ std::int64_t Engine::goOn() {
   noteExternalWrites(timeMs);
   cycles_.latestMs = timeMs;
   cycles_.log.add({timeMs, previousMs});
-  commands_.run(stamp(timeMs), stamp(previousMs));
+  library_.commands.run(stamp(timeMs), stamp(previousMs));
   for (Register& written : registers_) {
     written.lastBits = bitsIn(*written.attribute);
   }

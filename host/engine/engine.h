@@ -7,18 +7,16 @@
 #include <utility>
 #include <vector>
 
-#include "attrfullname/attrfullname.h"
 #include "host/engine/axis.h"
 #include "host/engine/cyclestate.h"
 #include "host/engine/gate.h"
+#include "host/engine/library.h"
 #include "host/engine/pacer.h"
-#include "host/engine/registration.h"
 #include "host/engine/streamer.h"
 #include "host/engine/teller.h"
 #include "host/input/machinemodel.h"
 #include "simulation/framework.h"
 #include "simulation/machine.h"
-#include "timedcommandmanager/timedcommandmanager.h"
 
 namespace host {
 
@@ -99,9 +97,7 @@ class Engine {
   const EngineOptions options_;
   simulation::Machine machine_;
   const simulation::Framework framework_;
-  AttrFullName names_;
-  TimedCommandManager commands_;
-  const Registration registration_;
+  Library library_;
   std::deque<Axis> axes_;
   /// Of the cycle.
   std::vector<Register> registers_;

@@ -16,8 +16,8 @@
 #include <vector>
 
 #include "host/engine/engine.h"
+#include "host/engine/library.h"
 #include "host/motion/limits.h"
-#include "registry/attrfullnamemanager.h"
 #include "tests/support/random.h"
 
 namespace {
@@ -257,12 +257,7 @@ class RandomRun {
 class Reference {
  public:
   Reference(const host::MachineModel& machine, std::uint32_t startTick)
-      : described_(machine), machine_("", machine.description), startTick_(startTick) {
-    names_.initNameList(0);
-    setAttrFullNameManager(&names_);
-    commands_.initTimedCommand(0);
-  }
-  ~Reference() { setAttrFullNameManager(nullptr); }
+      : described_(machine), machine_("", machine.description), startTick_(startTick) {}
 
   /// False when a timeline had no room for a batch.
   bool push(const ScheduledBatch& batch, int actuator) {
@@ -275,7 +270,8 @@ class Reference {
       items.emplace_back(host::limited(described_.actuator(actuator), motion.value(i, column)),
                          stamp(batch.originMs + motion.times[i]));
     }
-    commands_.AddTimedCommand(described_.actuator(actuator).name + "/Value", items, motion.mode);
+    library_.commands.AddTimedCommand(described_.actuator(actuator).name + "/Value", items,
+                                      motion.mode);
     return items.empty();
   }
 
@@ -283,7 +279,7 @@ class Reference {
     for (const auto& [actuator, value] : cycle.external) {
       machine_.moveFromOutside(actuator, value);
     }
-    commands_.run(stamp(cycle.timeMs), stamp(cycle.previousMs));
+    library_.commands.run(stamp(cycle.timeMs), stamp(cycle.previousMs));
   }
 
   [[nodiscard]] std::uint32_t bits(std::size_t actuator) const {
@@ -298,8 +294,7 @@ class Reference {
 
   const host::MachineModel& described_;
   simulation::Machine machine_;
-  AttrFullName names_;
-  TimedCommandManager commands_;
+  host::Library library_;
   const std::uint32_t startTick_;
 };
 

@@ -17,13 +17,11 @@
 #include <utility>
 #include <vector>
 
-#include "attrfullname/attrfullname.h"
+#include "host/engine/library.h"
 #include "platform/hal/devicemanager.h"
 #include "platform/zr/zrcriticalsectionwrite.h"
-#include "registry/attrfullnamemanager.h"
 #include "tests/support/temporary.h"
 #include "tests/threads/machine.h"
-#include "timedcommandmanager/timedcommandmanager.h"
 
 namespace {
 
@@ -78,11 +76,7 @@ struct Rig {
       value(i).set(recordOf(i, startTick));
       value(i).flags |= hal::DeviceAttrGeneric::trackChangeFlag;
     }
-    names.initNameList(0);
-    setAttrFullNameManager(&names);
-    manager.initTimedCommand(0);
   }
-  ~Rig() { setAttrFullNameManager(nullptr); }
 
   static int indexOf(int actuator) {
     return actuator * simulation::MachineDescription::attributesPerActuator;
@@ -129,8 +123,8 @@ struct Rig {
 
   const Temporary temporary;
   simulation::Machine machine{temporary.pool(), described()};
-  AttrFullName names;
-  TimedCommandManager manager;
+  host::Library library;
+  TimedCommandManager& manager = library.commands;
   Shared now{startTick}, cycles{0}, pushersEnd{0}, cyclesEnd{0}, written[restless] = {};
 };
 
