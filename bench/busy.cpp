@@ -29,7 +29,7 @@ constexpr unsigned int ticksToFirstItem = 2 * cycles;
 constexpr unsigned int ticksBetweenItems = 20;
 constexpr std::chrono::milliseconds tick(1);
 
-/// As a host places its threads: the cycle above, each on a processor of its own. What
+/// As a host schedules its threads: the cycle above, each on a processor of its own. What
 /// the machine refuses is left as it is.
 void applyScheduling(int priority, unsigned int processor) {
   cpu_set_t only;
@@ -124,7 +124,7 @@ Cycles measureCycles(Rig& rig, CommandThread& commandThread) {
 
 /// Not warmed, the queues are short at first, and the pool grows while cycles run.
 void runBesideCommands(benchmark::State& state, int listsPerSecond, bool warmed) {
-  Rig rig(actuators, Law::linear, warmed ? (actuators + 1) * listLength : 0);
+  Rig rig(actuators, Interpolation::linear, warmed ? (actuators + 1) * listLength : 0);
   for (std::size_t i = 0; i < actuators; ++i) {
     CommandList commands = listAfter(0, warmed ? listLength : shortListLength);
     rig.timeline(i).pushTimedCommand(commands, TimedCommand::REPLACE);

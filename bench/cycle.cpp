@@ -18,8 +18,8 @@ constexpr unsigned int farAhead = 0x30000000;
 
 enum class Situation { idle, onTheWay, waitingStep, consuming };
 
-Law lawOf(Situation situation) {
-  return situation == Situation::waitingStep ? Law::step : Law::linear;
+Interpolation interpolationOf(Situation situation) {
+  return situation == Situation::waitingStep ? Interpolation::step : Interpolation::linear;
 }
 
 /// The timelines of a table, as the library runs them.
@@ -44,7 +44,7 @@ class Vectors {
  public:
   Vectors(Rig& rig, Situation situation) {
     for (const TimedCommand* timeline : rig.commands.actuatorCommands) {
-      timelines_.emplace_back(timeline->subDeviceAccessor, lawOf(situation));
+      timelines_.emplace_back(timeline->subDeviceAccessor, interpolationOf(situation));
     }
   }
 
@@ -123,7 +123,7 @@ void consume(benchmark::State& state, Timelines& timelines) {
 
 template <typename Timelines>
 void runCycles(benchmark::State& state, std::size_t actuators, Situation situation) {
-  Rig rig(actuators, lawOf(situation), 2 * actuators + 1);
+  Rig rig(actuators, interpolationOf(situation), 2 * actuators + 1);
   Timelines timelines(rig, situation);
   if (situation == Situation::consuming) {
     consume(state, timelines);
@@ -140,7 +140,7 @@ void runCycles(benchmark::State& state, std::size_t actuators, Situation situati
 }
 
 void runFloor(benchmark::State& state, std::size_t actuators) {
-  Rig rig(actuators, Law::linear, 0);
+  Rig rig(actuators, Interpolation::linear, 0);
   Segments segments(rig);
   unsigned int time = 1;
   for ([[maybe_unused]] auto iteration : state) {
@@ -150,7 +150,7 @@ void runFloor(benchmark::State& state, std::size_t actuators) {
 }
 
 void runLockedFloor(benchmark::State& state, std::size_t actuators) {
-  Rig rig(actuators, Law::linear, 0);
+  Rig rig(actuators, Interpolation::linear, 0);
   Segments segments(rig);
   const auto lock = ZR::ZRMutexRW::createZRMutexRW();
   unsigned int time = 1;

@@ -90,7 +90,7 @@ void replaceBacklog(benchmark::State& state, std::size_t waiting, std::size_t by
 /// As `Timelines` builds a push, for one axis, without a window.
 class ReservePush {
  public:
-  ReservePush() : rig_(1, Law::linear, 0), stamps_(risingStamps(length, 1010, 20)) {
+  ReservePush() : rig_(1, Interpolation::linear, 0), stamps_(risingStamps(length, 1010, 20)) {
     reserve_.fill({length});
   }
 

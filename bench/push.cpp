@@ -31,7 +31,7 @@ Case makeCase(TimedCommand::commandType type, std::size_t queued, std::size_t pu
 
 template <typename Target>
 void push(benchmark::State& state, const Case& pushCase) {
-  Rig rig(1, Law::linear, 2 * largestList);
+  Rig rig(1, Interpolation::linear, 2 * largestList);
   Target target(rig.timeline(0));
   Stopwatch watch;
   for ([[maybe_unused]] auto iteration : state) {
@@ -106,7 +106,7 @@ template <VectorTimeline::Sorting sorting>
 class Vector {
  public:
   explicit Vector(const TimedCommand& timeline)
-      : timeline_(timeline.subDeviceAccessor, Law::linear) {}
+      : timeline_(timeline.subDeviceAccessor, Interpolation::linear) {}
 
   void prepare(const Case& pushCase) {
     timeline_.clear();

@@ -8,12 +8,12 @@ namespace bench {
 
 namespace {
 
-simulation::MachineDescription describe(std::size_t actuators, Law law) {
+simulation::MachineDescription describe(std::size_t actuators, Interpolation interpolation) {
   simulation::MachineDescription description;
   for (std::size_t i = 0; i < actuators; ++i) {
     simulation::Actuator actuator;
     actuator.name = "Actuator" + std::to_string(i);
-    actuator.interpolates = law == Law::linear;
+    actuator.interpolates = interpolation == Interpolation::linear;
     description.actuators.push_back(actuator);
   }
   return description;
@@ -21,8 +21,8 @@ simulation::MachineDescription describe(std::size_t actuators, Law law) {
 
 }  // namespace
 
-Rig::Rig(std::size_t actuators, Law law, std::size_t queuedItems)
-    : machine_("", describe(actuators, law)) {
+Rig::Rig(std::size_t actuators, Interpolation interpolation, std::size_t queuedItems)
+    : machine_("", describe(actuators, interpolation)) {
   emptyNodePool();
   commands.initTimedCommand(0);
   warmNodePool(queuedItems);

@@ -9,13 +9,13 @@
 namespace bench {
 
 /// How the actuators of a rig follow their commands.
-enum class Law { linear, step };
+enum class Interpolation { linear, step };
 
 /// A machine of actuators alone, its table of timelines, and a node pool warmed
 /// for so many items.
 class Rig {
  public:
-  Rig(std::size_t actuators, Law law, std::size_t queuedItems);
+  Rig(std::size_t actuators, Interpolation interpolation, std::size_t queuedItems);
 
   [[nodiscard]] std::size_t size() const { return commands.actuatorCommands.size(); }
   [[nodiscard]] TimedCommand& timeline(std::size_t actuator) {

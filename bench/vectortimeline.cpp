@@ -47,7 +47,7 @@ void VectorTimeline::run(unsigned int time, unsigned int previousTime) {
   if (points_.empty()) {
     return;
   }
-  if (law_ == Law::linear) {
+  if (interpolation_ == Interpolation::linear) {
     follow(time, previousTime);
   } else {
     takeStep(time);

@@ -17,7 +17,8 @@ class VectorTimeline {
   /// What a push does with points that are in order already.
   enum class Sorting { always, whenNeeded };
 
-  VectorTimeline(hal::SubDeviceAccessor actuator, Law law) : actuator_(actuator), law_(law) {}
+  VectorTimeline(hal::SubDeviceAccessor actuator, Interpolation interpolation)
+      : actuator_(actuator), interpolation_(interpolation) {}
 
   /// The modes of a timeline. Sorts `points`.
   void push(std::vector<Point>& points, TimedCommand::commandType type, Sorting sorting);
@@ -34,7 +35,7 @@ class VectorTimeline {
   std::vector<Point> points_;
   hal::SubDeviceAccessor actuator_;
   float current_ = 0.0F;
-  Law law_;
+  Interpolation interpolation_;
 };
 
 }  // namespace bench

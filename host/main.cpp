@@ -7,7 +7,7 @@
 
 namespace {
 
-/// Otherwise the next file opened would take the place of a closed standard
+/// Otherwise the next file opened would get the descriptor of a closed standard
 /// stream, and the report would be written into it.
 void openStandardStreams() {
   int descriptor = 0;

@@ -15,7 +15,7 @@ namespace {
 
 namespace fs = std::filesystem;
 
-/// Also where folders on the way are not there yet.
+/// Also where folders of the path are not there yet.
 bool isSamePlace(const std::string& one, const std::string& other) {
   std::error_code none;
   return fs::equivalent(one, other, none) || fs::weakly_canonical(fs::absolute(one), none) ==

@@ -12,7 +12,7 @@ struct NamedOutput {
   std::string what;
 };
 
-/// Throws `UserError` when an output would take the place of an input, or of
+/// Throws `UserError` when an output would overwrite an input, or of
 /// another output.
 void checkOutputs(const std::vector<NamedOutput>& outputs, const std::vector<std::string>& inputs);
 

@@ -16,8 +16,8 @@ struct Condition {
   std::string advice;
 };
 
-/// What this machine grants this process. The system's files are sought below `root`,
-/// which is empty for the system itself; what is missing there is unknown.
+/// What this machine grants this process. Reads the system's files below `root`, which is
+/// empty for the system itself; what a missing file would tell is unknown.
 std::vector<Condition> diagnose(const std::string& root);
 
 }  // namespace host

@@ -11,7 +11,7 @@
 namespace host {
 
 /// The latest events, for listeners that read them later, on any thread; never the cycle.
-/// Points that are reached are told per batch and cycle: those of several axes as one.
+/// Reached points are told per batch and cycle, those of several axes in one event.
 class EventRing : public Listener {
  public:
   using Counts = std::array<std::uint64_t, eventKinds>;
@@ -25,11 +25,11 @@ class EventRing : public Listener {
   explicit EventRing(std::size_t length = 10'000);
 
   void tell(const Event& event, const Point* points) override;
-  /// Lets readers have what was told; until then points that are reached are gathered.
+  /// Makes visible to readers what was told; until then reached points are gathered.
   void publish();
 
-  /// What has happened since the cursor, which moves on. What was overwritten meanwhile is
-  /// counted, by kind, in `missed`.
+  /// Returns the events since the cursor, and moves it on. Events that were overwritten before
+  /// they were read are counted, by kind, in `missed`.
   std::vector<Event> read(Cursor& cursor, Counts& missed) const;
 
  private:

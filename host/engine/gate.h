@@ -6,9 +6,9 @@
 
 namespace host {
 
-/// The lock between the cycle and whoever looks at timelines and pushes to them. The cycle
-/// holds it around the library's pass; the command thread around looking and pushing, so
-/// that no cycle comes in between.
+/// The lock between the cycle and the command thread. The cycle holds it around the library's
+/// pass; the command thread holds it from a look at timelines to the push that follows, so that
+/// no cycle runs in between.
 ///
 /// Inherits priorities: the cycle waits no longer than the holder needs. Taken before the
 /// lock of the timelines, never inside it. Throws `std::system_error` where it cannot be
@@ -28,8 +28,8 @@ class Gate {
   pthread_mutex_t mutex_{};
 };
 
-/// Holds the gate while much is done, but lets a waiting cycle through whenever it has been
-/// held for some 20 us. Call `breathe` where a cycle may run.
+/// Holds the gate for a long piece of work, but yields it to a waiting cycle every 20 us or so:
+/// in `breathe`, which is called wherever a cycle may run.
 class GateHold {
  public:
   explicit GateHold(Gate& gate);

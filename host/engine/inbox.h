@@ -10,17 +10,18 @@
 
 namespace host {
 
-/// Where batches wait until the command thread takes them. Bounded by the number of their
-/// points and of themselves. Any thread; never the cycle.
+/// Queue of the batches that the command thread has not taken yet. Bounded in points and in
+/// batches. Any thread; never the cycle.
 class Inbox {
  public:
   static constexpr std::size_t mostPoints = 4'000'000;
   static constexpr std::size_t mostBatches = 400'000;
 
-  /// The number that the batch bears from now on; none when there is no room. Numbers rise
+  /// Queues a batch and returns its number, or none when the inbox is full. Numbers rise
   /// from 0 in the order of arrival.
   [[nodiscard]] std::optional<std::uint32_t> put(ScheduledBatch batch);
-  /// All that has come, in the order of arrival: the numbers follow on those before.
+  /// Removes and returns all batches, in the order of arrival: their numbers continue those
+  /// of the call before.
   std::vector<ScheduledBatch> takeAll();
 
  private:

@@ -41,7 +41,7 @@ NodeReserve::~NodeReserve() {
 }
 
 void NodeReserve::fill(const std::vector<std::size_t>& nodesPerAxis) {
-  // What stays free would be walked over by every release: begin with no free blocks.
+  // Every release would walk over what stays free: begin with no free blocks.
   boost::CommandNodePool::release_memory();
   const std::size_t wanted = std::accumulate(nodesPerAxis.begin(), nodesPerAxis.end(), commonNodes);
   CommandList nodes;
@@ -72,7 +72,7 @@ CommandList& NodeReserve::homeOf(const TimedCommand::commandItem& node) {
   const auto range = std::lower_bound(
       ranges_.begin(), ranges_.end(), &node,
       [](const Range& one, const void* address) { return std::less<>()(address, one.begin); });
-  // A node that somebody else brought may fall into a range that is complete.
+  // A node that another party brought may lie in a range that is complete.
   const bool hasRoom = range != ranges_.end() && range->spare.size() < range->size;
   return hasRoom ? range->spare : common_;
 }

@@ -13,10 +13,10 @@ std::size_t inWholeBlocks(std::size_t nodes);
 
 /// All spare nodes of the command lists, kept in lists of its own.
 ///
-/// Giving a node back to the node pool costs a walk over the free nodes at lower addresses.
-/// So the pool is left with next to no free nodes, and each axis has an address range of
-/// its own, higher for earlier axes: a cycle that reaches a point of every axis releases
-/// from the highest address to the lowest, and each release finds its place at the head.
+/// The node pool sorts its free nodes by address: giving one back costs a walk over the free
+/// nodes at lower addresses. So the pool is left with next to no free nodes, and each axis has
+/// an address range of its own, higher for earlier axes. A cycle that reaches a point of every
+/// axis then releases from the highest address to the lowest, each at the head of the free list.
 ///
 /// Used by one thread. `takeBack` holds the lock of the node pool now and then, which
 /// inherits no priority: call it under the gate, with small numbers.
@@ -32,8 +32,8 @@ class NodeReserve {
   NodeReserve(const NodeReserve&) = delete;
   NodeReserve& operator=(const NodeReserve&) = delete;
 
-  /// Takes nodes from the pool, so many for each axis and the common ones. Once, before the
-  /// first cycle: blocks of the pool that nobody uses are laid out anew. May throw
+  /// Takes the nodes of each axis and the common ones from the pool. Once, before the first
+  /// cycle: blocks of the pool that are not in use go back to the heap first. May throw
   /// `std::bad_alloc`.
   void fill(const std::vector<std::size_t>& nodesPerAxis);
 
@@ -49,7 +49,7 @@ class NodeReserve {
   void lend(std::size_t axis, std::size_t count, CommandList& to);
   /// Nodes that were lent and not used.
   void giveBack(CommandList& nodes);
-  /// Takes back so many of the nodes that timelines have released.
+  /// Takes so many nodes from the pool, which timelines have released there.
   void takeBack(std::size_t count);
 
  private:

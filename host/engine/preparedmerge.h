@@ -7,15 +7,17 @@
 
 namespace host {
 
-/// A backlog with the points of a long batch taken in, made beside the one in use, so that
-/// nobody waits for it. What is reached meanwhile goes from both.
+/// The result of merging a long batch into a backlog, computed without the gate while the
+/// backlog is in use. Points that cycles reach in the meantime are removed from both.
+///
+/// Invariant: after `applyTo`, the backlog is what merging the batch at that moment would give.
 class PreparedMerge {
  public:
-  /// Of the backlog, cycles may reach the first `windowed` points before `applyTo`.
+  /// Before `applyTo`, cycles may reach the first `windowed` points of the backlog, no others.
   PreparedMerge(const Backlog& backlog, std::size_t windowed, const std::vector<Point>& points,
                 TimedCommand::commandType mode);
 
-  /// Takes the place of the backlog that it was made from. Returns what the mode removed.
+  /// Replaces the backlog that it was made from. Returns what the mode removed.
   std::vector<Backlog::Block> applyTo(Backlog& backlog);
 
  private:

@@ -15,7 +15,7 @@ struct ThreadScheduling {
   std::optional<int> processor;
 };
 
-/// What the machine refused a thread: numbers of errors, 0 for what was granted.
+/// What the machine refused a thread: error numbers (`errno`), 0 for what was granted.
 struct Refusal {
   int priority = 0;
   int processor = 0;
@@ -25,30 +25,30 @@ struct Refusal {
 extern const char* const schedulingAdvice;
 extern const char* const memoryAdvice;
 
-/// Puts the calling thread in its place, as far as the machine grants it, and touches
-/// the stack that it will need. Its name is the one that `top -H` shows.
+/// Schedules the calling thread as far as the machine grants it, names it for `top -H`, and
+/// touches the stack that it will need.
 Refusal applyScheduling(const ThreadScheduling& scheduling, const char* name) noexcept;
 
-/// What the machine would refuse. It is tried with the calling thread, which is put
-/// back to where it was: an isolated processor is not among those where threads run by
-/// default.
+/// What the machine would refuse. Found out by trying it with the calling thread, whose
+/// scheduling is then restored: an isolated processor is not among those where threads run
+/// by default.
 Refusal tryScheduling(const ThreadScheduling& scheduling) noexcept;
 
-/// How many bytes this process may lock; none when there is no limit. It is tried: a
-/// capability may count for nothing outside of a container.
+/// How many bytes this process may lock; none when there is no limit. Found out by trying: a
+/// capability inside a container may not count outside of it.
 std::optional<std::uint64_t> lockableMemory() noexcept;
 
-/// Keeps what the process has in memory, and where there is no limit also what it will
-/// have: against a limit, a later thread or block would be refused. The result is 0, or
-/// the number of the error.
+/// Locks the memory that the process has, and, where there is no limit, all that it will get.
+/// With a limit, locking future memory could make a later thread or allocation fail. Returns 0
+/// or the error number.
 int lockMemory() noexcept;
 
-/// Locks the memory and tries the place. Says what the machine refuses, each with
-/// what to do about it.
+/// Locks the memory and tries the scheduling of the cycle thread. Returns what the machine
+/// refuses, each with what to do about it.
 std::vector<std::string> prepareRealtime(const ThreadScheduling& cycleScheduling);
 
-/// The place of a thread that hands batches over: below the cycle, on any processor. An
-/// ordinary one, too, where the cycle is refused its priority.
+/// The scheduling of the command thread: one priority below the cycle, on any processor. An
+/// ordinary thread where the cycle is refused its priority.
 ThreadScheduling schedulingBelow(const ThreadScheduling& cycleScheduling) noexcept;
 
 }  // namespace host

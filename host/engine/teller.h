@@ -7,8 +7,8 @@
 
 namespace host {
 
-/// Gathers what happens, also under the gate, and passes it on outside of it: to the ring
-/// and to listeners of this process. Of the command thread.
+/// Collects events, also under the gate, and delivers them outside of it, to the ring and to
+/// listeners of this process. Used by the command thread alone.
 class Teller : public Listener {
  public:
   /// Before anything is told.
@@ -16,7 +16,7 @@ class Teller : public Listener {
 
   void tell(const Event& event, const Point* points) override;
 
-  /// Passes on what was gathered.
+  /// Delivers what was collected.
   void passOn();
 
   [[nodiscard]] const EventRing& ring() const { return ring_; }

@@ -10,7 +10,7 @@
 namespace host {
 namespace {
 
-/// Of the common nodes: the others are for a window that replaces one.
+/// The common nodes that axes may borrow; the others are for the window that replaces one.
 constexpr std::size_t mostBorrowed = NodeReserve::commonNodes / 2;
 
 bool isPoint(const WindowItem& item) {
@@ -21,7 +21,7 @@ bool isSame(const WindowItem& one, const WindowItem& other) {
   return one.timeMs == other.timeMs && isSameValue(one.value, other.value);
 }
 
-/// How many items lie alike at the beginning of both.
+/// The length of the common beginning.
 std::size_t commonBeginning(const Window::Items& one, const Window::Items& other) {
   std::size_t common = 0;
   const std::size_t most = std::min(one.size(), other.size());
@@ -92,8 +92,8 @@ bool Timelines::canHold(Axis& axis, std::size_t items) {
   return true;
 }
 
-/// For each item from the front that the cycles since the last look took by the rule of
-/// the library, the cycle.
+/// The cycle of each item that the cycles since the last look took, by the rule of the
+/// library, if nobody else pushed or cleared.
 Timelines::TakenBy Timelines::takenSince(const Axis& axis) const {
   const Window::Items& items = axis.window.items();
   TakenBy taken;
@@ -265,7 +265,7 @@ void Timelines::rebuild(Axis& axis) {
   Window fresh = freshWindow(axis);
   const std::size_t held = axis.window.items().size();
   const std::size_t common = commonBeginning(axis.window.items(), fresh.items());
-  // A group of equal times is handed over together, or it would change places.
+  // Items with equal times are handed over together: pushed later, one would come first.
   const bool splitsGroup = common > 0 && common < fresh.items().size() &&
                            fresh.items()[common].timeMs == fresh.items()[common - 1].timeMs;
   axis.window = std::move(fresh);
@@ -285,8 +285,8 @@ Window Timelines::freshWindow(const Axis& axis) const {
   return fresh;
 }
 
-/// How many items the window may hold, when so many are in the timeline and stay there: as
-/// many as there are nodes for, without those that others may need.
+/// How many items the window may hold while `held` of them stay in the timeline: as many as
+/// there are nodes for, without those that are kept for other axes.
 std::size_t Timelines::mostItems(const Axis& axis, std::size_t held) const {
   const std::size_t common = reserve_.commonSpare();
   const std::size_t kept = std::min(common, mostBorrowed);
@@ -310,7 +310,7 @@ bool Timelines::merge(const Axis& axis, std::size_t held) {
   return axis.window.items().size() == held || push(axis, held, TimedCommand::MERGE);
 }
 
-/// Everything anew, in place of so many items. What others have queued there goes as well.
+/// Replaces all that the timeline holds, which includes items of others.
 void Timelines::replace(const Axis& axis, std::size_t held) {
   push(axis, 0, TimedCommand::REPLACE);
   released_ += held;
@@ -330,7 +330,7 @@ bool Timelines::push(const Axis& axis, std::size_t from, TimedCommand::commandTy
   return isTaken;
 }
 
-/// Items with equal stamps in reverse: the push turns them round.
+/// Lists items with equal stamps in reverse, since the push reverses them.
 void Timelines::assign(CommandList& nodes, const Window::Items& items, std::size_t from) const {
   auto node = nodes.begin();
   for (std::size_t first = from; first < items.size();) {

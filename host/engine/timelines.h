@@ -15,29 +15,29 @@ namespace host {
 /// and hands over what the windows are to hold.
 ///
 /// Invariant, whenever the gate is free: the timeline of an axis holds exactly the items of
-/// its window, and those are the beginning of its path. So a push changes nothing but the
-/// queue, and equal content means equal motion. What others push or clear is seen by the
-/// difference and told.
+/// its window that no cycle has taken, and the window is the beginning of the path. So a push
+/// changes nothing but the queue, and equal content means equal motion. Where others push or
+/// clear, timeline and window differ; `look` finds that and tells it.
 ///
-/// Of the command thread, which holds the gate wherever it is said.
+/// Used by the command thread, under the gate where a function says so.
 class Timelines {
  public:
   /// The references must outlive the object.
   Timelines(const CycleState& cycles, Listener& listener, std::int64_t cycleMs,
             std::uint32_t startTick);
 
-  /// Lays in so many nodes for each axis. Before the first cycle.
+  /// Fills the node reserve with so many nodes for each axis. Before the first cycle.
   void layInNodes(const std::vector<std::size_t>& nodesPerAxis) { reserve_.fill(nodesPerAxis); }
 
-  /// Whether the nodes suffice for so many items that are due within two cycles. What the
-  /// axis has to borrow for them is kept for it until the loan ends.
+  /// Whether the nodes suffice for so many items that are due within two cycles. If so, the
+  /// common nodes that the axis needs beyond its own are kept for it until `endLoan`.
   [[nodiscard]] bool canHold(Axis& axis, std::size_t items);
   /// Ends the loan of an axis for which no point waits.
   void endLoan(Axis& axis);
 
   /// Under the gate: sees what cycles have taken since the last look, and what others wrote.
   void look(Axis& axis);
-  /// Whether the timeline holds nothing, of others neither.
+  /// Whether the timeline holds no item, neither of the engine nor of others.
   [[nodiscard]] static bool isEmpty(const Axis& axis) { return heldBy(axis).items == 0; }
   /// Whether there is anything to see or to hand over. Needs no gate.
   [[nodiscard]] bool needsCare(const Axis& axis, std::int64_t latestMs) const;
@@ -47,25 +47,26 @@ class Timelines {
   /// differs, or everything anew.
   void rebuild(Axis& axis);
 
-  /// Where the line to a new first point begins: what the register holds, at the latest
-  /// cycle, or at the next one where the library will start from it anew. Under the gate.
+  /// The start of the line to a new first point: what the register holds at the latest cycle,
+  /// or at the next one where the library will resynchronise. Under the gate.
   [[nodiscard]] SegmentStart presentStart(const Axis& axis) const;
   /// Tells of a segment that is steeper than the actuator may move.
   void judge(const Axis& axis, const Point& end);
 
-  /// Under the gate: a bounded portion of the nodes that timelines have released. True
+  /// Under the gate: takes a bounded number of released nodes back into the reserve. True
   /// while there are more.
   bool takeBackSome();
 
-  /// At the end: the nodes of the timeline go to the reserve, and with it to the pool, in
-  /// order. Left to the timeline, each would be searched for among those of the reserve.
+  /// At the end: moves the nodes of the timeline to the reserve, which returns all nodes to
+  /// the pool in the order of addresses. A timeline that returned its own would search for
+  /// the position of each among the free ones.
   void empty(const Axis& axis) { reserve_.giveBack(axis.timeline->commandList); }
 
   [[nodiscard]] Path pathOf(const Axis& axis) const {
     return axis.path(cycleMs_, cycles_.latestMs);
   }
-  /// Where the cycle may go as far as this axis is concerned. Needs no gate: what the
-  /// axis holds was there at the latest look.
+  /// Up to which machine time this axis lets the cycle go. Needs no gate: only the command
+  /// thread changes a window.
   [[nodiscard]] std::int64_t boundMs(const Axis& axis, std::int64_t latestMs) const {
     return axis.window.boundMs(axis.path(cycleMs_, latestMs));
   }
@@ -108,9 +109,9 @@ class Timelines {
   const std::int64_t cycleMs_;
   const std::uint32_t startTick_;
   NodeReserve reserve_;
-  /// Nodes that timelines have released and that are in the pool still.
+  /// Nodes that timelines have released and the reserve has not taken back yet.
   std::size_t released_ = 0;
-  /// Nodes that axes may need beyond those of their own.
+  /// Common nodes that are kept for axes.
   std::size_t borrowed_ = 0;
 };
 

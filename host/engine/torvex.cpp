@@ -15,7 +15,7 @@ namespace {
 
 /// How long the measured values may take to settle after the last command.
 constexpr std::int64_t longestSettlingMs = 2000;
-/// Until the first cycle, for the threads to take their places.
+/// From the start to the first cycle: the threads apply their scheduling meanwhile.
 constexpr std::int64_t startUpMs = 50;
 
 std::int64_t lastTime(const host::Plan& plan) {

@@ -31,8 +31,8 @@ class Trace {
   /// The same, but waits for room; not for a real control cycle.
   void pushWaiting(const std::vector<double>& row);
 
-  /// Writes what is queued and puts the file in its place, after the last
-  /// push. Throws what went wrong in writing it.
+  /// Writes what is queued and puts the whole file at its path. After the last push. Throws
+  /// what went wrong in writing it.
   void finish();
 
  private:

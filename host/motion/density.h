@@ -19,9 +19,9 @@ struct Density {
 /// How far a window reaches behind the next cycle, at least.
 constexpr std::int64_t windowMs = 100;
 
-/// The density around these points, in time order, if they came to this backlog with this
-/// mode after the cycle at `latestCycleMs`. Cycles follow on the grid of `cycleMs`. Takes
-/// the time of a search in the backlog for each point.
+/// The density around these points, which are in time order, once this backlog has taken them
+/// with this mode after the cycle at `latestCycleMs`. Cycles lie on the grid of `cycleMs`. Costs
+/// a search in the backlog for each point.
 Density densityAround(const std::vector<Point>& points, const Backlog& backlog,
                       TimedCommand::commandType mode, std::int64_t latestCycleMs,
                       std::int64_t cycleMs);

@@ -12,7 +12,7 @@
 namespace host {
 namespace {
 
-/// One axis, moved along from change to change.
+/// One axis, advanced from change to change.
 class RehearsedAxis {
  public:
   RehearsedAxis(int index, const simulation::Actuator& actuator, std::int64_t cycleMs,

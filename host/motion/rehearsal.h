@@ -8,9 +8,9 @@
 
 namespace host {
 
-/// Takes the batches of a plan in by the rules of the engine, without a machine and without
-/// cycles: goes from change to change, so that it takes no longer for a longer motion. It
-/// knows the grid of the cycles, and tells what a run on the simulated clock tells.
+/// Predicts a run of a plan without a machine. Goes from change to change instead of from cycle
+/// to cycle, so its cost grows with points and batches, not with duration. Tells the events of a
+/// run on the simulated clock with the same cycle.
 ///
 /// Values agree with a run to 1e-5 or two units in the last place. Returns the counts of
 /// each actuator.

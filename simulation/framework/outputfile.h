@@ -14,7 +14,7 @@ class PLATFORM_API OutputFile {
  public:
   /// Throws `Error`, which says why but not where, when it cannot be written there.
   explicit OutputFile(const std::string& path);
-  /// Without `commit`, the part is removed and the place is left as it was.
+  /// Without `commit`, the part is removed and the file at the path stays as it was.
   ~OutputFile();
 
   OutputFile(const OutputFile&) = delete;

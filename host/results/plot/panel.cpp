@@ -106,8 +106,7 @@ void leaveOutClouds(const RunLog::AxisLog& log, Panel& panel) {
   }
 }
 
-/// Those that stand at one place are written as one; of very many, the modes are
-/// left out.
+/// Hand-overs at one moment share a label; with very many, labels are left out.
 void addHandOvers(const RunLog::AxisLog& log, const Plan& plan, Panel& panel) {
   constexpr std::size_t mostLabels = 24;
   for (const std::uint32_t number : log.batches) {

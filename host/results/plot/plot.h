@@ -16,7 +16,7 @@ class Plot {
   /// when gnuplot is not there.
   Plot(const std::string& path, std::string title, const Plan& plan);
 
-  /// Draws the run and puts the file in its place. Throws what went wrong.
+  /// Draws the run and puts the whole file at its path. Throws what went wrong.
   void draw(const RunResult& result, const RunLog& log);
 
  private:
