@@ -8,7 +8,7 @@
 
 namespace bench {
 
-/// How the actuators of a rig follow their commands.
+/// How the actuators of a rig go from command to command.
 enum class Interpolation { linear, step };
 
 /// A machine of actuators alone, its table of timelines, and a node pool warmed
