@@ -23,7 +23,8 @@ void Engine::addAxes(const MachineModel& machine) {
     sensors.emplace(sensor.name, &machine_.sensorValue(number++));
   }
   for (const simulation::Actuator& actuator : machine.description.actuators) {
-    const auto index = static_cast<std::size_t>(library_.commands.testActuatorName(valueKey(actuator)));
+    const auto index =
+        static_cast<std::size_t>(library_.commands.testActuatorName(valueKey(actuator)));
     const auto sensor = sensors.find(actuator.name + "/Sensor");
     const int position = static_cast<int>(axes_.size());
     Axis& axis = axes_.emplace_back(position, actuator, library_.commands.commandTable.at(index),
