@@ -26,6 +26,7 @@ void readLimits(const YamlFile& yaml, const Fields& fields, ActuatorFields& give
     yaml.field(fields, field.key, [&](const YAML::Node& node) {
       std::optional<GivenNumber>& limit = given.*field.given;
       limit = GivenNumber{yaml.at(node)};
+      // The device pool holds it in single precision; integers are compared with it as it stands.
       (void)yaml.singleNumber(node, field.key);
       limit->number = yaml.number(node, field.key);
     });
