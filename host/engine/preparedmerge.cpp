@@ -5,8 +5,8 @@
 
 namespace host {
 
-PreparedMerge::PreparedMerge(const Backlog& backlog, std::size_t windowed,
-                             const std::vector<Point>& points, TimedCommand::commandType mode)
+PreparedMerge::PreparedMerge(const Backlog& backlog, std::size_t windowed, const Rounds& points,
+                             TimedCommand::commandType mode)
     : merged_(backlog) {
   for (std::size_t i = 0; i < windowed; ++i) {
     windowed_.push_back(backlog[i]);
@@ -14,7 +14,7 @@ PreparedMerge::PreparedMerge(const Backlog& backlog, std::size_t windowed,
   removed_ = merged_.take(points, mode);
 }
 
-std::vector<Backlog::Block> PreparedMerge::applyTo(Backlog& backlog) {
+Backlog::Removed PreparedMerge::applyTo(Backlog& backlog) {
   std::size_t position = 0;
   for (const Point& point : windowed_) {
     if (position < backlog.size() && backlog[position].isSamePointAs(point)) {
@@ -31,7 +31,7 @@ void PreparedMerge::forget(const Point& reached) {
   if (merged_.remove(reached)) {
     return;
   }
-  for (Backlog::Block& block : removed_) {
+  for (Backlog::Block& block : removed_.blocks) {
     const auto found = std::find_if(block.begin(), block.end(), [&reached](const Point& point) {
       return point.isSamePointAs(reached);
     });

@@ -14,17 +14,17 @@ namespace host {
 class PreparedMerge {
  public:
   /// Before `applyTo`, cycles may reach the first `windowed` points of the backlog, no others.
-  PreparedMerge(const Backlog& backlog, std::size_t windowed, const std::vector<Point>& points,
+  PreparedMerge(const Backlog& backlog, std::size_t windowed, const Rounds& points,
                 TimedCommand::commandType mode);
 
   /// Replaces the backlog that it was made from. Returns what the mode removed.
-  std::vector<Backlog::Block> applyTo(Backlog& backlog);
+  Backlog::Removed applyTo(Backlog& backlog);
 
  private:
   void forget(const Point& reached);
 
   Backlog merged_;
-  std::vector<Backlog::Block> removed_;
+  Backlog::Removed removed_;
   std::vector<Point> windowed_;
 };
 

@@ -183,6 +183,7 @@ Event Streamer::findFault(const Columns& columns, const Waiting& waiting) {
     if (fault.reason != Fault::none) {
       return fault;
     }
+    axis.backlog.noteDensity(density.inTwoCycles);
   }
   return {};
 }
@@ -237,11 +238,9 @@ void Streamer::takeOn(const Column& column, const Waiting& waiting, Taken& taken
 }
 
 void Streamer::tellTaken(const Column& column, const Taken& taken, const Waiting& waiting) {
-  const std::vector<Point> removed = inOne(taken.removed);
-  column.axis.counts.cleared += removed.size();
   Event cleared{EventKind::cleared, Fault::none, taken.latestMs, 0, column.axis.index};
   cleared.byBatch = waiting.number;
-  tellRuns(cleared, removed, teller_);
+  tellCleared(cleared, taken.removed, column.axis.counts, teller_);
   latestMs_ = taken.latestMs;
   intakeOf(waiting, column.axis, column.number)
       .tellTaken(column.points, column.axis.counts, teller_);

@@ -61,14 +61,14 @@ class Streamer {
   struct Column {
     Axis& axis;
     std::size_t number;
-    std::vector<Point> points;
+    Rounds points;
   };
   using Columns = std::vector<Column>;
   /// How a column is taken in.
   struct Taken {
     /// For a long one.
     std::optional<PreparedMerge> merge;
-    std::vector<Backlog::Block> removed;
+    Backlog::Removed removed;
     /// The latest cycle before it.
     std::int64_t latestMs = 0;
   };

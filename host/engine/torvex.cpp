@@ -21,9 +21,8 @@ constexpr std::int64_t startUpMs = 50;
 std::int64_t lastTime(const host::Plan& plan) {
   std::int64_t lastMs = 0;
   for (const host::ScheduledBatch& batch : plan.batches) {
-    const std::vector<std::uint32_t>& times = batch.commands->times;
-    lastMs = std::max(
-        {lastMs, batch.momentMs.value_or(0), batch.originMs + (times.empty() ? 0 : times.back())});
+    lastMs =
+        std::max({lastMs, batch.momentMs.value_or(0), batch.originMs + batch.commands->lastMs()});
   }
   return lastMs;
 }
@@ -78,7 +77,7 @@ host::AxisResult axisResult(const host::ShownAxis& shown) {
   result.command.asInt = host::bitsIn(*axis.command);
   result.measured = axis.measuredValue();
   result.target = axis.target;
-  result.last = axis.backlog.empty() ? axis.target : axis.backlog[axis.backlog.size() - 1];
+  result.last = axis.backlog.empty() ? axis.target : axis.backlog.last();
   result.commandColumn = shown.commandColumn;
   result.measuredColumn = shown.measuredColumn;
   return result;

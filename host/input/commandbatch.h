@@ -23,6 +23,9 @@ struct CommandBatch {
   std::optional<std::uint32_t> atMs;
   /// What its points' times count from.
   std::uint32_t fromMs = 0;
+  /// How many rounds its points are done. Each after the first begins at the time of the
+  /// last point, which then is not 0, and leaves out a point at time 0.
+  std::uint32_t repeat = 1;
   TimedCommand::commandType mode = TimedCommand::MERGE;
   /// The actuator of each column, as its index in the machine's description.
   std::vector<int> actuators;
@@ -38,6 +41,12 @@ struct CommandBatch {
   [[nodiscard]] const hal::AttrGeneric& value(std::size_t point, std::size_t column) const {
     return values[point * actuators.size() + column];
   }
+  /// The row of a point by its number; those of the later rounds go on counting.
+  [[nodiscard]] std::size_t rowOf(std::uint64_t point) const;
+  /// Of all rounds, for one actuator.
+  [[nodiscard]] std::uint64_t size() const;
+  /// When the last round ends; 0 without points.
+  [[nodiscard]] std::int64_t lastMs() const;
 };
 
 /// "merge", "replace", "clear_after" or "clear_before".

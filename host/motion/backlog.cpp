@@ -1,6 +1,7 @@
 #include "host/motion/backlog.h"
 
 #include <algorithm>
+#include <numeric>
 #include <utility>
 
 namespace host {
@@ -37,17 +38,41 @@ Backlog::Cursor Backlog::cursorAt(std::size_t position) const {
   return cursor;
 }
 
+Backlog::Cursor Backlog::behind(const Cursor& cursor) const {
+  return cursor.offset + 1 < blocks_[cursor.block].size() ? Cursor{cursor.block, cursor.offset + 1}
+                                                          : Cursor{cursor.block + 1, 0};
+}
+
 const Point& Backlog::operator[](std::size_t position) const {
   const Cursor cursor = cursorAt(position);
   return blocks_[cursor.block][cursor.offset];
 }
 
+std::uint64_t Backlog::countInRounds() const {
+  return std::accumulate(
+      rounds_.begin(), rounds_.end(), std::uint64_t{0},
+      [](std::uint64_t sum, const Waiting& waiting) { return sum + waiting.end - waiting.next; });
+}
+
+Point Backlog::last() const {
+  Point last = blocks_.back().back();
+  for (const Waiting& waiting : rounds_) {
+    const Point point = waiting.points.at(waiting.end - 1);
+    const bool isBehind =
+        point.timeMs != last.timeMs ? point.timeMs > last.timeMs : waiting.arrival < last.arrival;
+    last = isBehind ? point : last;
+  }
+  return last;
+}
+
 void Backlog::popFront() {
   eraseAt({0, 0});
+  layIn();
 }
 
 void Backlog::erase(std::size_t position) {
   eraseAt(cursorAt(position));
+  layIn();
 }
 
 void Backlog::eraseAt(const Cursor& cursor) {
@@ -59,14 +84,14 @@ void Backlog::eraseAt(const Cursor& cursor) {
   }
 }
 
-Backlog::Kept Backlog::kept(const std::vector<Point>& points, TimedCommand::commandType mode) {
+Backlog::Kept Backlog::kept(const Rounds& points, TimedCommand::commandType mode) {
   Kept kept;
   if (mode == TimedCommand::REPLACE) {
     kept.lastMs = kept.firstMs;
   } else if (mode == TimedCommand::CLEAR_AFTER && !points.empty()) {
-    kept.lastMs = points.front().timeMs - 1;
+    kept.lastMs = points.firstMs() - 1;
   } else if (mode == TimedCommand::CLEAR_BEFORE && !points.empty()) {
-    kept.firstMs = points.back().timeMs + 1;
+    kept.firstMs = points.lastMs() + 1;
   }
   return kept;
 }
@@ -74,7 +99,16 @@ Backlog::Kept Backlog::kept(const std::vector<Point>& points, TimedCommand::comm
 std::size_t Backlog::countDue(const Kept& kept, std::int64_t beginMs, std::int64_t endMs) const {
   const std::int64_t firstMs = std::max(beginMs, kept.firstMs);
   const std::int64_t lastMs = std::min(endMs, kept.lastMs);
-  return firstMs > lastMs ? 0 : countBetween(findFirst(firstMs), findFirst(lastMs + 1));
+  if (firstMs > lastMs) {
+    return 0;
+  }
+  std::size_t count = countBetween(findFirst(firstMs), findFirst(lastMs + 1));
+  for (const Waiting& waiting : rounds_) {
+    const std::uint64_t first = std::max(waiting.next, waiting.points.findFirst(firstMs));
+    const std::uint64_t end = std::min(waiting.end, waiting.points.findFirst(lastMs + 1));
+    count += first < end ? end - first : 0;
+  }
+  return count;
 }
 
 std::size_t Backlog::countBetween(const Cursor& begin, const Cursor& end) const {
@@ -85,24 +119,37 @@ std::size_t Backlog::countBetween(const Cursor& begin, const Cursor& end) const 
   return count + end.offset - begin.offset;
 }
 
-std::vector<Backlog::Block> Backlog::take(const std::vector<Point>& points,
-                                          TimedCommand::commandType mode) {
+Backlog::Removed Backlog::take(const Rounds& points, TimedCommand::commandType mode) {
   const Kept keeps = kept(points, mode);
-  std::vector<Block> removed;
-  cut({0, 0}, findFirst(keeps.firstMs), removed);
+  Removed removed;
+  cut({0, 0}, findFirst(keeps.firstMs), removed.blocks);
   if (keeps.lastMs < std::numeric_limits<std::int64_t>::max()) {
-    cut(findFirst(keeps.lastMs + 1), {blocks_.size(), 0}, removed);
+    cut(findFirst(keeps.lastMs + 1), {blocks_.size(), 0}, removed.blocks);
   }
+  cutRounds(keeps, removed.runs);
+  ++arrivals_;
+  if (points.isRepeated()) {
+    rounds_.push_back({points, 0, points.size(), arrivals_, points.firstMs()});
+  } else {
+    takeOnce(points.first());
+  }
+  layIn();
+  return removed;
+}
+
+void Backlog::takeOnce(const std::vector<Point>& points) {
   if (points.empty()) {
-    return removed;
+    return;
   }
   if (empty() || points.front().timeMs > blocks_.back().back().timeMs) {
     append(points);
-    return removed;
+    return;
   }
   // From the back: each comes in before those with the same time, so the first stays first.
-  std::for_each(points.rbegin(), points.rend(), [this](const Point& point) { insert(point); });
-  return removed;
+  std::for_each(points.rbegin(), points.rend(), [this](Point point) {
+    point.arrival = arrivals_;
+    insert(point, findFirst(point.timeMs));
+  });
 }
 
 bool Backlog::remove(const Point& point) {
@@ -113,10 +160,10 @@ bool Backlog::remove(const Point& point) {
     }
     if (block[cursor.offset].isSamePointAs(point)) {
       eraseAt(cursor);
+      layIn();
       return true;
     }
-    cursor = cursor.offset + 1 < block.size() ? Cursor{cursor.block, cursor.offset + 1}
-                                              : Cursor{cursor.block + 1, 0};
+    cursor = behind(cursor);
   }
   return false;
 }
@@ -154,16 +201,20 @@ void Backlog::append(const std::vector<Point>& points) {
     }
     Block& block = blocks_.back();
     const std::size_t end = std::min(begin + blockPoints - block.size(), points.size());
-    block.insert(block.end(), at(points, begin), at(points, end));
+    const auto first = block.insert(block.end(), at(points, begin), at(points, end));
+    std::for_each(first, block.end(), [this](Point& point) { point.arrival = arrivals_; });
     begin = end;
   }
   size_ += points.size();
 }
 
-void Backlog::insert(const Point& point) {
-  Cursor cursor = findFirst(point.timeMs);
+/// In front of the cursor.
+void Backlog::insert(const Point& point, Cursor cursor) {
   if (cursor.block == blocks_.size()) {
-    cursor = {cursor.block - 1, blocks_.back().size()};
+    if (blocks_.empty() || blocks_.back().size() == blockPoints) {
+      blocks_.emplace_back();
+    }
+    cursor = {blocks_.size() - 1, blocks_.back().size()};
   }
   if (blocks_[cursor.block].size() == blockPoints) {
     const auto middle = at(blocks_[cursor.block], blockPoints / 2);
@@ -177,6 +228,100 @@ void Backlog::insert(const Point& point) {
   Block& block = blocks_[cursor.block];
   block.insert(at(block, cursor.offset), point);
   ++size_;
+}
+
+void Backlog::cutRounds(const Kept& kept, std::vector<Run>& removed) {
+  const auto cutOff = [&removed](const Waiting& waiting, std::uint64_t first, std::uint64_t end) {
+    if (first < end) {
+      removed.push_back(
+          {waiting.points.first().front().batch, static_cast<std::uint32_t>(first), end - first});
+    }
+  };
+  for (Waiting& waiting : rounds_) {
+    const Rounds& points = waiting.points;
+    const std::uint64_t first =
+        std::clamp(points.findFirst(kept.firstMs), waiting.next, waiting.end);
+    cutOff(waiting, std::exchange(waiting.next, first), first);
+    if (kept.lastMs < std::numeric_limits<std::int64_t>::max()) {
+      const std::uint64_t end = std::clamp(points.findFirst(kept.lastMs + 1), first, waiting.end);
+      cutOff(waiting, end, std::exchange(waiting.end, end));
+    }
+  }
+  dropEnded();
+}
+
+/// Keeps to the invariant: lays points of rounds in until no further one can come among the
+/// first `aheadPoints`.
+void Backlog::layIn() {
+  while (!rounds_.empty()) {
+    Waiting& next = *std::min_element(
+        rounds_.begin(), rounds_.end(),
+        [](const Waiting& one, const Waiting& other) { return one.nextMs < other.nextMs; });
+    if (size_ >= aheadPoints && (*this)[aheadPoints - 1].timeMs < next.nextMs) {
+      return;
+    }
+    layInNext(next);
+  }
+}
+
+/// Behind points with the same time that came later, and before those that came earlier.
+void Backlog::layInNext(Waiting& waiting) {
+  Point point = waiting.points.at(waiting.next);
+  point.arrival = waiting.arrival;
+  Cursor cursor = findFirst(point.timeMs);
+  while (cursor.block < blocks_.size()) {
+    const Block& block = blocks_[cursor.block];
+    const Point& other = block[cursor.offset];
+    if (other.timeMs != point.timeMs || other.arrival < point.arrival) {
+      break;
+    }
+    cursor = behind(cursor);
+  }
+  insert(point, cursor);
+  if (++waiting.next == waiting.end) {
+    dropEnded();
+  } else {
+    waiting.nextMs = waiting.points.at(waiting.next).timeMs;
+  }
+}
+
+void Backlog::dropEnded() {
+  rounds_.erase(std::remove_if(rounds_.begin(), rounds_.end(),
+                               [](const Waiting& waiting) { return waiting.next == waiting.end; }),
+                rounds_.end());
+  for (Waiting& waiting : rounds_) {
+    waiting.nextMs = waiting.points.at(waiting.next).timeMs;
+  }
+}
+
+std::uint64_t Backlog::skipRounds(std::int64_t untilMs) {
+  Waiting& waiting = rounds_.front();
+  const std::int64_t periodMs = waiting.points.periodMs();
+  const std::uint64_t each = waiting.points.sizeOfRound();
+  Cursor others;
+  while (others.block < blocks_.size() &&
+         blocks_[others.block][others.offset].arrival == waiting.arrival) {
+    others = behind(others);
+  }
+  std::int64_t roomMs = untilMs - front().timeMs;
+  if (others.block < blocks_.size()) {
+    roomMs = std::min(roomMs, blocks_[others.block][others.offset].timeMs - 1 - waiting.nextMs);
+  }
+  if (roomMs < periodMs) {
+    return 0;
+  }
+  const std::uint64_t rounds =
+      std::min(static_cast<std::uint64_t>(roomMs / periodMs), (waiting.end - waiting.next) / each);
+  for (Cursor cursor; cursor.block != others.block || cursor.offset != others.offset;
+       cursor = behind(cursor)) {
+    Point& point = blocks_[cursor.block][cursor.offset];
+    point.timeMs += static_cast<std::int64_t>(rounds) * periodMs;
+    point.index += static_cast<std::uint32_t>(rounds * each);
+  }
+  waiting.next += rounds * each;
+  dropEnded();
+  layIn();
+  return rounds;
 }
 
 }  // namespace host

@@ -2,7 +2,6 @@
 
 #include <cstddef>
 #include <cstdint>
-#include <vector>
 
 #include "host/motion/backlog.h"
 
@@ -16,14 +15,19 @@ struct Density {
   std::size_t inWindow = 0;
 };
 
+constexpr std::uint64_t mostCounted = 4096;
+
 /// How far a window reaches behind the next cycle, at least.
 constexpr std::int64_t windowMs = 100;
 
-/// The density around these points, which are in time order, once this backlog has taken them
-/// with this mode after the cycle at `latestCycleMs`. Cycles lie on the grid of `cycleMs`. Costs
-/// a search in the backlog for each point.
-Density densityAround(const std::vector<Point>& points, const Backlog& backlog,
-                      TimedCommand::commandType mode, std::int64_t latestCycleMs,
-                      std::int64_t cycleMs);
+/// The density around these points once this backlog has taken them with this mode after the
+/// cycle at `latestCycleMs`. Cycles lie on the grid of `cycleMs`. Costs a search in the backlog
+/// for each point.
+///
+/// Of more than `mostCounted` points in rounds, it looks at as many rounds as differ in their
+/// place on the grid, and takes the backlog to be everywhere as dense as it is anywhere: an
+/// upper bound.
+Density densityAround(const Rounds& points, const Backlog& backlog, TimedCommand::commandType mode,
+                      std::int64_t latestCycleMs, std::int64_t cycleMs);
 
 }  // namespace host

@@ -19,8 +19,9 @@ enum class EventKind : std::uint8_t {
   handedLate,  ///< machine time stood for a batch, or it came after its moment
   external,    ///< others wrote the command register
   stalled,     ///< the machine stood, because the process did
+  uncertain,   ///< a rehearsal went no further: so many points are left
 };
-constexpr std::size_t eventKinds = 10;
+constexpr std::size_t eventKinds = 11;
 
 /// Why a batch is refused.
 enum class Fault : std::uint8_t {
@@ -44,6 +45,8 @@ struct Event {
   std::uint32_t point = 0;
   /// How many points; for `external`, cycles; for `stalled`, stalls.
   std::uint64_t count = 0;
+  /// `limited` and `steep`: in how many rounds of the batch, from this one on.
+  std::uint64_t rounds = 1;
   /// `cleared`: the batch that did it, or `byOthers`.
   std::uint32_t byBatch = 0;
   /// `limited`: what was asked. `steep`: the speed, in units a second. `late`,
@@ -63,7 +66,9 @@ class Listener {
   virtual ~Listener() = default;
 
   /// `points` are the `event.count` points that it is about, gone after the call; null where
-  /// it only counts.
+  /// it only counts, as it does for points that are by rule alone: those of a batch that
+  /// repeats when it is taken, those in its rounds when they are cleared, and those in rounds
+  /// that a rehearsal counts together, with the cycle of the last one.
   virtual void tell(const Event& event, const Point* points) = 0;
 };
 

@@ -1,6 +1,7 @@
 #include "host/motion/intake.h"
 
 #include <algorithm>
+#include <utility>
 
 #include "host/motion/limits.h"
 
@@ -19,7 +20,7 @@ void turnTiesRound(std::vector<Point>& points) {
 
 }  // namespace
 
-std::vector<Point> Intake::points() const {
+Rounds Intake::points() const {
   const CommandBatch& commands = *batch.commands;
   std::vector<Point> points;
   points.reserve(commands.times.size());
@@ -29,12 +30,13 @@ std::vector<Point> Intake::points() const {
                       static_cast<std::uint32_t>(i)});
   }
   turnTiesRound(points);
-  return points;
+  return {std::move(points), commands.repeat, batch.originMs};
 }
 
-Event Intake::findFault(const std::vector<Point>& points, const Backlog& backlog,
+Event Intake::findFault(const Rounds& rounds, const Backlog& backlog,
                         const hal::AttrGeneric& present, Density& density) const {
   Event fault{EventKind::refused, Fault::none, latestMs, number, actuatorIndex()};
+  const std::vector<Point>& points = rounds.first();
   const auto bad = std::find_if(points.begin(), points.end(), [this](const Point& point) {
     return !isCommandable(actuator, point.value);
   });
@@ -43,49 +45,59 @@ Event Intake::findFault(const std::vector<Point>& points, const Backlog& backlog
     fault.point = bad != points.end() ? bad->index : 0;
     return fault;
   }
-  density = densityAround(points, backlog, mode(), latestMs, cycleMs);
+  density = densityAround(rounds, backlog, mode(), latestMs, cycleMs);
   if (density.inTwoCycles > TimedCommand::MAX_TIMELINE_ITEMS) {
     fault.reason = Fault::tooDense;
     fault.amount = static_cast<double>(density.inTwoCycles);
+  } else if (rounds.isRepeated() && !backlog.hasRoomForRounds()) {
+    fault.reason = Fault::full;
   }
   return fault;
 }
 
-void Intake::tellTaken(const std::vector<Point>& points, PointCounts& counts,
-                       Listener& listener) const {
+void Intake::tellTaken(const Rounds& points, PointCounts& counts, Listener& listener) const {
   Event taken{EventKind::taken, Fault::none, latestMs, number, actuatorIndex()};
   taken.count = points.size();
-  listener.tell(taken, points.data());
-  Event late = taken;
-  late.kind = EventKind::late;
-  late.count = 0;
-  const std::int64_t inTimeMs = std::max(batch.momentMs.value_or(latestMs + 1), latestMs + 1);
-  for (const Point& point : points) {
-    if (point.timeMs < inTimeMs) {
-      ++late.count;
-      late.amount = std::max(late.amount, static_cast<double>(inTimeMs - point.timeMs));
-    }
+  listener.tell(taken, points.isRepeated() ? nullptr : points.first().data());
+  const std::uint64_t onceOnly = points.first().size() - points.sizeOfRound();
+  for (const Point& point : points.first()) {
     const hal::AttrGeneric& asked = batch.commands->value(point.index, column);
     if (!isSameValue(asked, point.value)) {
       Event moved{EventKind::limited, Fault::none, latestMs, number,
                   actuatorIndex(),    point.index, 1};
       moved.amount = commandedNumber(actuator, asked);
+      moved.rounds = point.index < onceOnly ? 1 : batch.commands->repeat;
       listener.tell(moved, &point);
-      ++counts.limited;
+      counts.limited += moved.rounds;
     }
   }
-  if (late.count > 0) {
-    listener.tell(late, nullptr);
+  const std::int64_t inTimeMs = std::max(batch.momentMs.value_or(latestMs + 1), latestMs + 1);
+  if (points.empty() || points.firstMs() >= inTimeMs) {
+    return;
   }
+  Event late = taken;
+  late.kind = EventKind::late;
+  late.count = points.findFirst(inTimeMs);
+  late.amount = static_cast<double>(inTimeMs - points.firstMs());
+  listener.tell(late, nullptr);
   counts.late += late.count;
 }
 
-std::vector<Point> inOne(const std::vector<Backlog::Block>& blocks) {
+void tellCleared(Event event, const Backlog::Removed& removed, PointCounts& counts,
+                 Listener& listener) {
   std::vector<Point> points;
-  for (const Backlog::Block& block : blocks) {
+  for (const Backlog::Block& block : removed.blocks) {
     points.insert(points.end(), block.begin(), block.end());
   }
-  return points;
+  tellRuns(event, points, listener);
+  counts.cleared += points.size();
+  for (const Backlog::Run& run : removed.runs) {
+    event.batch = run.batch;
+    event.point = run.first;
+    event.count = run.count;
+    listener.tell(event, nullptr);
+    counts.cleared += run.count;
+  }
 }
 
 void tellRuns(Event event, const std::vector<Point>& points, Listener& listener) {

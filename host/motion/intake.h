@@ -29,16 +29,16 @@ struct Intake {
 
   /// The points of the axis, within its limits, in the order in which they are to wait: the
   /// later one of two with the same time first.
-  [[nodiscard]] std::vector<Point> points() const;
+  [[nodiscard]] Rounds points() const;
 
   /// Why these points cannot be taken: an event `refused`, with no reason where they can.
   /// `present` is what the register holds; `density` is what results.
-  [[nodiscard]] Event findFault(const std::vector<Point>& points, const Backlog& backlog,
+  [[nodiscard]] Event findFault(const Rounds& points, const Backlog& backlog,
                                 const hal::AttrGeneric& present, Density& density) const;
 
   /// Tells that these points are taken; tells of those that are late or limited, and counts
   /// them.
-  void tellTaken(const std::vector<Point>& points, PointCounts& counts, Listener& listener) const;
+  void tellTaken(const Rounds& points, PointCounts& counts, Listener& listener) const;
 };
 
 /// The last cycle before a moment.
@@ -47,10 +47,12 @@ constexpr std::int64_t cycleBefore(std::int64_t momentMs, std::int64_t cycleMs) 
   return (behind - (behind % cycleMs + cycleMs) % cycleMs) - cycleMs;
 }
 
-/// The points of several blocks.
-std::vector<Point> inOne(const std::vector<Backlog::Block>& blocks);
-
 /// Tells one event for each run of points that follow each other in their batch.
 void tellRuns(Event event, const std::vector<Point>& points, Listener& listener);
+
+/// The same of what was removed from a backlog, with one event for each run in rounds; counts
+/// it.
+void tellCleared(Event event, const Backlog::Removed& removed, PointCounts& counts,
+                 Listener& listener);
 
 }  // namespace host

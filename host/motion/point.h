@@ -16,6 +16,8 @@ struct Point {
   std::uint32_t batch = 0;
   /// Its number among the batch's points.
   std::uint32_t index = 0;
+  /// How many batches the backlog had taken when it took this one.
+  std::uint32_t arrival = 0;
 
   [[nodiscard]] bool isSamePointAs(const Point& other) const {
     return batch == other.batch && index == other.index;

@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <limits>
 #include <numeric>
+#include <utility>
 
 #include "host/motion/backlog.h"
 #include "host/motion/intake.h"
@@ -27,8 +28,10 @@ class RehearsedAxis {
   /// Runs all cycles up to this one.
   void goOnTo(std::int64_t cycleMs) {
     hasRun_ = hasRun_ || (cycleMs > latestMs_ && !backlog_.empty());
-    while (!backlog_.empty() && reachingCycle(backlog_.front()) <= cycleMs) {
+    while (!backlog_.empty() && !gaveUp_ && reachingCycle(backlog_.front()) <= cycleMs) {
       run(reachingCycle(backlog_.front()));
+      skipRounds(cycleMs);
+      gaveUp_ = walkedInAll_ > mostWalked;
     }
     latestMs_ = std::max(latestMs_, cycleMs);
   }
@@ -37,22 +40,34 @@ class RehearsedAxis {
                               std::size_t column) const {
     return {batch, number, column, actuator_, latestMs_, cycleMs_};
   }
-  [[nodiscard]] Event findFault(const Intake& intake, const std::vector<Point>& points) const {
+  [[nodiscard]] Event findFault(const Intake& intake, const Rounds& points) {
+    if (gaveUp_) {
+      return {};
+    }
     Density density;
     hal::AttrGeneric present = initialRecord(actuator_);
     if (actuator_.interpolates) {
       present.asFloat = static_cast<float>(start_.value);
     }
-    return intake.findFault(points, backlog_, present, density);
+    const Event fault = intake.findFault(points, backlog_, present, density);
+    if (fault.reason == Fault::none) {
+      backlog_.noteDensity(density.inTwoCycles);
+    }
+    return fault;
   }
 
-  void take(const Intake& intake, const std::vector<Point>& points) {
+  void take(const Intake& intake, const Rounds& points) {
+    counts_.points += points.size();
+    if (gaveUp_) {
+      return;
+    }
     const bool hadFirst = !backlog_.empty();
     const Point first = hadFirst ? backlog_.front() : Point();
     const SegmentStart present = presentStart();
     Event cleared{EventKind::cleared, Fault::none, latestMs_, 0, index_};
     cleared.byBatch = intake.number;
-    const std::vector<Point> removed = inOne(backlog_.take(points, intake.mode()));
+    const Backlog::Removed removed = backlog_.take(points, intake.mode());
+    walked_.clear();
     const bool goesOn = hadFirst && !backlog_.empty() && backlog_.front().isSamePointAs(first);
     if (!goesOn) {
       if (hadFirst && latestMs_ > start_.timeMs && first.timeMs > latestMs_) {
@@ -60,15 +75,23 @@ class RehearsedAxis {
       }
       start_ = present;
     }
-    counts_.points += points.size();
-    counts_.cleared += removed.size();
-    tellRuns(cleared, removed, listener_);
+    tellCleared(cleared, removed, counts_, listener_);
     intake.tellTaken(points, counts_, listener_);
   }
 
-  void refuse(std::size_t points) {
+  void refuse(std::uint64_t points) {
     counts_.points += points;
     counts_.refused += points;
+  }
+
+  void finish() {
+    goOnTo(std::numeric_limits<std::int64_t>::max() / 2);
+    if (gaveUp_) {
+      const Point& next = backlog_.front();
+      Event uncertain{EventKind::uncertain, Fault::none, latestMs_, next.batch, index_, next.index};
+      uncertain.count = counts_.left();
+      listener_.tell(uncertain, nullptr);
+    }
   }
 
   [[nodiscard]] const PointCounts& counts() const { return counts_; }
@@ -87,10 +110,12 @@ class RehearsedAxis {
       const Point point = backlog_.front();
       backlog_.popFront();
       judge(point);
+      noteWalked(point, cycleMs);
       start_ = {std::max(point.timeMs, cycleMs - cycleMs_), double{point.value.asFloat}};
       reached.push_back(point);
     }
     counts_.reached += count;
+    walkedInAll_ += count;
     tellRuns({EventKind::reached, Fault::none, cycleMs, 0, index_}, reached, listener_);
     latestMs_ = cycleMs;
   }
@@ -101,7 +126,55 @@ class RehearsedAxis {
       Event steep{EventKind::steep, Fault::none, latestMs_, end.batch, index_, end.index, 1};
       steep.amount = speed;
       listener_.tell(steep, &end);
+      const Rounds* const rounds = backlog_.onlyRounds();
+      if (rounds != nullptr && rounds->first().front().batch == end.batch) {
+        walked_.steep.emplace_back(steep, end);
+      }
     }
+  }
+
+  /// Keeps count of points of one batch that follow each other, each reached in its cycle.
+  void noteWalked(const Point& point, std::int64_t cycleMs) {
+    if (point.timeMs <= cycleMs - cycleMs_ || point.batch != walked_.batch) {
+      walked_.clear();
+      walked_.batch = point.batch;
+    } else {
+      ++walked_.count;
+    }
+  }
+
+  /// Once a whole round went undisturbed, those like it are only counted.
+  void skipRounds(std::int64_t untilMs) {
+    const Rounds* const rounds = backlog_.onlyRounds();
+    if (rounds == nullptr || !rounds->rises() || walked_.count <= rounds->sizeOfRound() ||
+        walked_.batch != rounds->first().front().batch) {
+      return;
+    }
+    const Walked walked = std::exchange(walked_, {});
+    const Point next = backlog_.front();
+    const std::uint64_t each = rounds->sizeOfRound();
+    const std::int64_t periodMs = rounds->periodMs();
+    const std::uint64_t skipped = next.batch == walked.batch ? backlog_.skipRounds(untilMs) : 0;
+    if (skipped == 0) {
+      return;
+    }
+    start_.timeMs += static_cast<std::int64_t>(skipped) * periodMs;
+    // The cycle of the last of them may reach the next one as well.
+    latestMs_ = cycleBefore(backlog_.front().timeMs, cycleMs_);
+    for (auto [steep, end] : walked.steep) {
+      if (end.index + each >= next.index) {
+        end.index += static_cast<std::uint32_t>(each);
+        end.timeMs += periodMs;
+        steep.point = end.index;
+        steep.rounds = skipped;
+        listener_.tell(steep, &end);
+      }
+    }
+    counts_.reached += skipped * each;
+    Event reached{EventKind::reached, Fault::none, cycleBefore(start_.timeMs, cycleMs_) + cycleMs_,
+                  next.batch,         index_,      next.index};
+    reached.count = skipped * each;
+    listener_.tell(reached, nullptr);
   }
 
   /// Where a line to a new first point begins. The library has no value of its own before
@@ -123,6 +196,16 @@ class RehearsedAxis {
   Backlog backlog_;
   SegmentStart start_;
   bool hasRun_ = false;
+  /// What went by since the last change.
+  struct Walked {
+    std::uint32_t batch = 0;
+    std::uint64_t count = 0;
+    std::vector<std::pair<Event, Point>> steep;
+    void clear() { *this = Walked(); }
+  };
+  Walked walked_;
+  std::uint64_t walkedInAll_ = 0;
+  bool gaveUp_ = false;
   PointCounts counts_;
 };
 
@@ -138,7 +221,7 @@ class Rehearsal {
   void handOver(const ScheduledBatch& batch, std::uint32_t number) {
     const std::int64_t latestMs = cycleBefore(batch.momentMs.value_or(0), cycleMs_);
     const std::vector<int>& actuators = batch.commands->actuators;
-    std::vector<std::vector<Point>> points;
+    std::vector<Rounds> points;
     Event fault;
     for (std::size_t column = 0; column < actuators.size(); ++column) {
       RehearsedAxis& axis = axisOf(actuators[column]);
@@ -166,7 +249,7 @@ class Rehearsal {
   std::vector<PointCounts> finish() {
     std::vector<PointCounts> counts;
     for (RehearsedAxis& axis : axes_) {
-      axis.goOnTo(std::numeric_limits<std::int64_t>::max() / 2);
+      axis.finish();
       counts.push_back(axis.counts());
     }
     return counts;

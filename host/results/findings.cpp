@@ -56,7 +56,7 @@ void Findings::tell(const Event& event, const Point* points) {
     case EventKind::late:
       note(event, event.amount,
            fmt::format("{} of {} late by {} ms", event.count,
-                       counted(plan_.batches[event.batch].commands->times.size(), "point"),
+                       counted(plan_.batches[event.batch].commands->size(), "point"),
                        event.amount));
       break;
     case EventKind::handedLate:
@@ -66,6 +66,12 @@ void Findings::tell(const Event& event, const Point* points) {
       break;
     case EventKind::refused:
       note(event, event.amount, refusalText(event));
+      break;
+    case EventKind::uncertain:
+      note(event, 0.0,
+           fmt::format("not checked from here on: {} points of {}; rounds of several batches go on "
+                       "beside each other for too long",
+                       event.count, actuatorOf(event).name));
       break;
     case EventKind::taken:
     case EventKind::reached:
@@ -79,8 +85,9 @@ void Findings::tell(const Event& event, const Point* points) {
 void Findings::note(const Event& event, double excess, const std::string& text) {
   const int actuator = isAboutWholeBatch(event.kind) ? -1 : event.actuator;
   Worst& worst = worst_[{event.batch, {event.kind, actuator}}];
-  ++worst.count;
-  if (worst.count == 1 || excess > worst.excess) {
+  const bool isFirst = worst.count == 0;
+  worst.count += event.rounds;
+  if (isFirst || excess > worst.excess) {
     worst.excess = excess;
     worst.point = event.point;
     worst.text = text;
@@ -139,7 +146,7 @@ std::vector<Finding> Findings::all() const {
     const bool whole = isAboutWholeBatch(kind);
     Finding& finding = findings.emplace_back();
     finding.path = batch.path;
-    finding.location = whole ? batch.location : batch.locations[worst.point];
+    finding.location = whole ? batch.location : batch.locations[batch.rowOf(worst.point)];
     finding.text = worst.text;
     finding.isRefusal = kind == EventKind::refused;
     if (!whole && worst.count > 1) {

@@ -20,7 +20,8 @@ Finding general(std::string text) {
 hal::AttrGeneric askedOf(const AxisResult& axis, const Point& point, const Plan& plan) {
   const CommandBatch& commands = *plan.batches[point.batch].commands;
   const auto column = std::find(commands.actuators.begin(), commands.actuators.end(), axis.index);
-  return commands.value(point.index, static_cast<std::size_t>(column - commands.actuators.begin()));
+  return commands.value(commands.rowOf(point.index),
+                        static_cast<std::size_t>(column - commands.actuators.begin()));
 }
 
 /// Why the axis does not do what it was told; empty when it does.

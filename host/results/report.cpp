@@ -166,9 +166,12 @@ std::string paceReport(const PaceCount& pace) {
 }
 
 std::string describe(const CommandBatch& batch) {
-  const double seconds = batch.times.empty() ? 0.0 : batch.times.back() / 1000.0;
-  const std::string size = fmt::format("{} on {} in {:.3f} s", counted(batch.times.size(), "point"),
-                                       counted(batch.actuators.size(), "actuator"), seconds);
+  std::string size = fmt::format("{} on {} in {:.3f} s", counted(batch.size(), "point"),
+                                 counted(batch.actuators.size(), "actuator"),
+                                 static_cast<double>(batch.lastMs()) / 1000.0);
+  if (batch.repeat > 1) {
+    size += fmt::format(", {} rounds", batch.repeat);
+  }
   return batch.atMs
              ? fmt::format("batch    {} at {:.3f} s: {} ({}:{})\n", modeName(batch.mode),
                            *batch.atMs / 1000.0, size, visible(batch.path), batch.location.line)

@@ -4,7 +4,8 @@ namespace host {
 namespace {
 
 void addDots(std::vector<RunLog::Dot>& dots, const Event& event, const Point* points) {
-  for (std::uint64_t i = 0; i < event.count && dots.size() <= RunLog::mostDots; ++i) {
+  for (std::uint64_t i = 0; points != nullptr && i < event.count && dots.size() <= RunLog::mostDots;
+       ++i) {
     dots.push_back({points[i].timeMs, points[i].value});
   }
 }

@@ -29,9 +29,8 @@ bool isShort(const host::Plan& plan) {
   constexpr std::int64_t shortMs = 3000;
   return std::all_of(plan.batches.begin(), plan.batches.end(),
                      [](const host::ScheduledBatch& batch) {
-                       const std::vector<std::uint32_t>& times = batch.commands->times;
                        return batch.momentMs.value_or(0) <= shortMs &&
-                              (times.empty() || batch.originMs + times.back() <= shortMs);
+                              batch.originMs + batch.commands->lastMs() <= shortMs;
                      });
 }
 

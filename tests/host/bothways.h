@@ -4,6 +4,7 @@
 
 #include <cmath>
 #include <cstdint>
+#include <limits>
 #include <map>
 #include <string>
 #include <tuple>
@@ -15,7 +16,10 @@
 /// Writes down what becomes of each point, and what is to be said of it.
 class Diary : public host::Listener {
  public:
-  explicit Diary(const host::MachineModel& machine) : machine_(machine) {}
+  Diary(const host::MachineModel& machine, const host::Plan& plan)
+      : machine_(machine), plan_(plan) {}
+
+  static constexpr std::int64_t untold = std::numeric_limits<std::int64_t>::min();
 
   /// Kind, actuator, batch, point.
   using Key = std::tuple<host::EventKind, int, std::uint32_t, std::uint32_t>;
@@ -28,17 +32,26 @@ class Diary : public host::Listener {
     int told = 0;
 
     /// But for the amount.
-    [[nodiscard]] auto facts() const { return std::tie(timeMs, count, byBatch, reason, told); }
+    [[nodiscard]] bool agreesWith(const Entry& other) const {
+      return (timeMs == other.timeMs || timeMs == untold || other.timeMs == untold) &&
+             std::tie(count, byBatch, reason, told) ==
+                 std::tie(other.count, other.byBatch, other.reason, other.told);
+    }
   };
 
   void tell(const host::Event& event, const host::Point* points) override {
-    const bool perPoint = points != nullptr;
-    for (std::uint64_t i = 0; i < (perPoint ? event.count : 1); ++i) {
-      const std::uint32_t point = perPoint ? points[i].index : event.point;
+    const bool perPoint = event.kind == host::EventKind::taken ||
+                          event.kind == host::EventKind::reached ||
+                          event.kind == host::EventKind::cleared;
+    const std::uint64_t round = event.rounds > 1 ? sizeOfRound(event.batch) : 0;
+    for (std::uint64_t i = 0; i < (perPoint ? event.count : event.rounds); ++i) {
+      const auto point = static_cast<std::uint32_t>(event.point + i * (perPoint ? 1 : round));
       Entry& entry = entries_[{event.kind, event.actuator, event.batch, point}];
       const bool steep = event.kind == host::EventKind::steep;
-      // When it is seen that a segment was steep depends on when one looks.
-      entry.timeMs = steep ? 0 : event.timeMs;
+      // When it is seen that a segment was steep depends on when one looks; of rounds that are
+      // counted together the cycle of the last point alone is told.
+      const bool reached = event.kind == host::EventKind::reached;
+      entry.timeMs = steep || (reached && points == nullptr) ? untold : event.timeMs;
       entry.count = perPoint ? 1 : event.count;
       entry.byBatch = event.byBatch;
       entry.reason = event.reason;
@@ -54,6 +67,10 @@ class Diary : public host::Listener {
   }
 
  private:
+  [[nodiscard]] std::uint64_t sizeOfRound(std::uint32_t batch) const {
+    const host::CommandBatch& commands = *plan_.batches[batch].commands;
+    return (commands.size() - commands.times.size()) / (commands.repeat - 1);
+  }
   /// By which amounts may differ. Values agree to 1e-5 or two units in the last place: over a
   /// millisecond, the speeds.
   static double doubtOf(const Key& key, const Entry& entry) {
@@ -80,7 +97,7 @@ class Diary : public host::Listener {
         if (!isNearLimit(key, entry)) {
           return where + ", told by one alone";
         }
-      } else if (entry.facts() != found->second.facts() ||
+      } else if (!entry.agreesWith(found->second) ||
                  !(std::abs(entry.amount - found->second.amount) <= doubtOf(key, entry))) {
         return where + "; by the other " + shown(found->second);
       }
@@ -89,6 +106,7 @@ class Diary : public host::Listener {
   }
 
   const host::MachineModel& machine_;
+  const host::Plan& plan_;
   std::map<Key, Entry> entries_;
 };
 
@@ -102,7 +120,7 @@ inline std::string shownCounts(const host::PointCounts& counts) {
 /// what is left; empty when all is well.
 inline std::string disagreement(const host::MachineModel& machine, const host::Plan& plan,
                                 const host::SessionOptions& options) {
-  Diary rehearsed(machine), run(machine);
+  Diary rehearsed(machine, plan), run(machine, plan);
   const std::vector<host::PointCounts> counts = host::rehearse(machine, plan, rehearsed);
   Torvex torvex(machine, plan, options);
   torvex.addListener(run);

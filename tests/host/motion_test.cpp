@@ -18,15 +18,35 @@ namespace {
 using host::Point;
 
 /// The points of a batch for an actuator without limits.
-std::vector<Point> pointsAt(const std::vector<std::uint32_t>& times, std::uint32_t batch) {
+host::Rounds pointsAt(const std::vector<std::uint32_t>& times, std::uint32_t batch,
+                      std::uint32_t repeat = 1) {
   const simulation::Actuator actuator;
   const auto motion = std::make_shared<host::CommandBatch>();
   motion->actuators = {0};
   motion->times = times;
+  motion->repeat = repeat;
   motion->values.resize(times.size());
   const host::ScheduledBatch whole{motion, std::nullopt, 0};
   return host::Intake{whole, batch, 0, actuator, 0, 1}.points();
 }
+
+/// The times of all rounds.
+std::vector<std::uint32_t> writtenOut(const std::vector<std::uint32_t>& times,
+                                      std::uint32_t rounds) {
+  std::vector<std::uint32_t> all = times;
+  for (std::uint32_t round = 1; round < rounds; ++round) {
+    for (const std::uint32_t time : times) {
+      if (time > 0) {
+        all.push_back(round * times.back() + time);
+      }
+    }
+  }
+  return all;
+}
+
+struct Ignoring : host::Listener {
+  void tell(const host::Event& /*event*/, const Point* /*points*/) override {}
+};
 
 std::vector<std::uint32_t> randomTimes(Random& random, std::uint32_t most, std::uint32_t span,
                                        std::uint32_t widest) {
@@ -59,9 +79,17 @@ struct NaiveTimeline {
   }
 };
 
+/// Where no more points may come from rounds.
+std::uint32_t settled(const host::Backlog& backlog) {
+  const std::size_t size =
+      backlog.countInRounds() > 0 ? host::Backlog::aheadPoints : backlog.size();
+  return static_cast<std::uint32_t>(size);
+}
+
 void expectSame(const host::Backlog& backlog, const NaiveTimeline& naive) {
-  ASSERT_EQ(backlog.size(), naive.points.size());
-  for (std::size_t i = 0; i < backlog.size(); ++i) {
+  ASSERT_EQ(backlog.size() + backlog.countInRounds(), naive.points.size());
+  ASSERT_TRUE(backlog.empty() || backlog.last().isSamePointAs(naive.points.back()));
+  for (std::size_t i = 0; i < settled(backlog); ++i) {
     ASSERT_TRUE(backlog[i].isSamePointAs(naive.points[i])) << i;
     ASSERT_EQ(backlog[i].timeMs, naive.points[i].timeMs) << i;
   }
@@ -75,22 +103,26 @@ TEST(Backlog, FollowsTheRulesOfATimeline) {
     // Also more than a block holds.
     const std::uint32_t mostPoints = sequence % 10 == 0 ? 300 : 9;
     for (std::uint32_t batch = 0; batch < 12; ++batch) {
-      const auto points = pointsAt(randomTimes(random, mostPoints, 40, 4), batch);
+      const auto times = randomTimes(random, mostPoints, 40, 4);
+      const bool lasts = !times.empty() && times.back() > 0;
+      const std::uint32_t rounds = lasts && random.chance(30) ? 1 + random.below(200) : 1;
+      const host::Rounds points = pointsAt(times, batch, rounds);
       const auto mode = static_cast<TimedCommand::commandType>(1 + random.below(4));
-      const std::size_t before = backlog.size();
+      const std::size_t before = naive.points.size();
       const std::size_t kept = backlog.countDue(host::Backlog::kept(points, mode), 0, 1'000'000);
-      const std::size_t removed = host::inOne(backlog.take(points, mode)).size();
-      naive.push(points, mode);
+      host::PointCounts counts;
+      Ignoring nobody;
+      host::tellCleared({}, backlog.take(points, mode), counts, nobody);
+      naive.push(pointsAt(writtenOut(times, rounds), batch).first(), mode);
       expectSame(backlog, naive);
-      EXPECT_EQ(kept, before - removed);
+      EXPECT_EQ(kept, before - counts.cleared);
       const std::int64_t from = random.below(50), to = from + random.below(20);
       const auto due = std::count_if(
           naive.points.begin(), naive.points.end(),
           [&](const Point& point) { return point.timeMs >= from && point.timeMs <= to; });
       EXPECT_EQ(backlog.countDue({}, from, to), static_cast<std::size_t>(due));
       for (std::uint32_t some = random.below(30); some > 0 && !backlog.empty(); --some) {
-        const auto size = static_cast<std::uint32_t>(backlog.size());
-        const std::size_t position = random.chance(80) ? 0 : random.below(size);
+        const std::size_t position = random.chance(80) ? 0 : random.below(settled(backlog));
         position == 0 ? backlog.popFront() : backlog.erase(position);
         naive.points.erase(naive.points.begin() + static_cast<std::ptrdiff_t>(position));
       }
@@ -101,7 +133,7 @@ TEST(Backlog, FollowsTheRulesOfATimeline) {
 
 TEST(Intake, PutsTheLaterOfTwoEqualTimesFirst) {
   std::vector<std::uint32_t> indices;
-  for (const Point& point : pointsAt({3, 5, 5, 5, 8}, 0)) {
+  for (const Point& point : pointsAt({3, 5, 5, 5, 8}, 0).first()) {
     indices.push_back(point.index);
   }
   EXPECT_EQ(indices, (std::vector<std::uint32_t>{0, 3, 2, 1, 4}));
@@ -109,14 +141,14 @@ TEST(Intake, PutsTheLaterOfTwoEqualTimesFirst) {
 
 /// So many points, from a time on, so far apart.
 struct Row {
-  std::uint32_t count, firstMs, stepMs;
+  std::uint32_t count, firstMs, stepMs, repeat = 1;
 
-  [[nodiscard]] std::vector<Point> points(std::uint32_t batch) const {
+  [[nodiscard]] host::Rounds points(std::uint32_t batch) const {
     std::vector<std::uint32_t> times;
     for (std::uint32_t i = 0; i < count; ++i) {
       times.push_back(firstMs + i * stepMs);
     }
-    return pointsAt(times, batch);
+    return pointsAt(times, batch, repeat);
   }
 };
 
@@ -142,16 +174,22 @@ TEST(Density, CountsWhatIsDueTogether) {
                {{100, 1000, 1}, {40, 1010, 0}, merge, 0, 10, 60, 140},
                {{100, 1000, 1}, {40, 1010, 0}, TimedCommand::REPLACE, 0, 10, 40, 40},
                {{100, 1000, 1}, {40, 1010, 0}, TimedCommand::CLEAR_AFTER, 0, 10, 50, 50},
-               {{100, 1000, 1}, {40, 1010, 0}, TimedCommand::CLEAR_BEFORE, 0, 10, 50, 129}};
+               {{100, 1000, 1}, {40, 1010, 0}, TimedCommand::CLEAR_BEFORE, 0, 10, 50, 129},
+               // Rounds lie otherwise on the grid each time.
+               {{0, 0, 0}, {100, 7, 0, 1'000'000}, merge, 0, 10, 300, 300},
+               {{0, 0, 0}, {50, 20, 0, 1'000'000}, merge, 50'000, 10, 125'050, 125'050},
+               // What else is there may be everywhere.
+               {{300, 1001, 0}, {20, 1, 1, 1'000'000}, merge, 0, 10, 320, 320}};
   for (const auto& tried : cases) {
     host::Backlog backlog;
+    backlog.noteDensity(tried.queued.count);
     (void)backlog.take(tried.queued.points(0), merge);
     const auto [inTwoCycles, inWindow] = host::densityAround(
         tried.coming.points(1), backlog, tried.mode, tried.latestMs, tried.cycleMs);
     const auto number = &tried - cases;
     EXPECT_EQ(inTwoCycles, tried.inTwoCycles) << number;
     EXPECT_GE(inWindow, tried.inWindow) << number;
-    EXPECT_LE(inWindow, tried.queued.count + tried.coming.count) << number;
+    EXPECT_LE(inWindow, tried.queued.count + tried.coming.count * tried.coming.repeat) << number;
   }
 }
 

@@ -5,6 +5,8 @@
 
 #include <algorithm>
 #include <cstdlib>
+#include <map>
+#include <utility>
 
 #include "host/results/runoptions.h"
 #include "tests/host/bothways.h"
@@ -89,6 +91,37 @@ void fill(host::CommandBatch& motion, const Case& made, Random& random) {
   }
 }
 
+/// The same with all rounds written out.
+Case writtenOut(const Case& made) {
+  Case all = made;
+  for (host::CommandBatch& batch : all.batches) {
+    const std::uint32_t rounds = std::exchange(batch.repeat, 1);
+    const host::CommandBatch first = batch;
+    for (std::uint32_t round = 1; round < rounds; ++round) {
+      for (std::size_t i = 0; i < first.times.size(); ++i) {
+        if (first.times[i] > 0) {
+          batch.times.push_back(first.times[i] + round * first.times.back());
+          batch.locations.emplace_back();
+          for (std::size_t column = 0; column < first.actuators.size(); ++column) {
+            batch.values.push_back(first.value(i, column));
+          }
+        }
+      }
+    }
+  }
+  return all;
+}
+
+/// What is told otherwise of rounds that are written out; empty when nothing is.
+std::string differenceToWrittenOut(const Case& made, const host::Plan& plan) {
+  const Case all = writtenOut(made);
+  const host::Plan planned = all.plan();
+  Diary byRule(made.machine, plan), byHand(all.machine, planned);
+  host::rehearse(made.machine, plan, byRule);
+  host::rehearse(all.machine, planned, byHand);
+  return byRule.differenceTo(byHand);
+}
+
 Case randomCase(int seed) {
   Random random(static_cast<unsigned>(seed));
   Case made = randomMachine(random);
@@ -103,6 +136,10 @@ Case randomCase(int seed) {
     const auto mode = static_cast<TimedCommand::commandType>(1 + random.below(4));
     host::CommandBatch& motion = made.addBatch(mode, actuators);
     fill(motion, made, random);
+    if (!motion.times.empty() && motion.times.back() > 0 && random.chance(30)) {
+      const auto points = static_cast<std::uint32_t>(motion.times.size());
+      motion.repeat += random.below(std::min(4000 / points, 20'000 / motion.times.back()) + 1);
+    }
     motion.fromMs = at - std::min(at, random.chance(30) ? random.below(500) : 0);
     if (made.batches.size() > 1 || motion.times.empty() || random.chance(50)) {
       motion.atMs = at;
@@ -125,6 +162,7 @@ TEST(Rehearsal, TellsWhatARunTells) {
     }
     ++compared;
     EXPECT_EQ(disagreement(made.machine, plan, made.options.session), "") << "seed " << seed;
+    EXPECT_EQ(differenceToWrittenOut(made, plan), "") << "seed " << seed;
   }
   EXPECT_GE(compared, rounds / 2);
 }
@@ -148,7 +186,7 @@ TEST(Rehearsal, RefusesTheBatchThatIsTooDense) {
       addPoint(dense, i * 20 / second, 0.25F);
     }
     const host::Plan plan = made.plan();
-    Diary unused(made.machine);
+    Diary unused(made.machine, plan);
     for (const host::PointCounts& counts : host::rehearse(made.machine, plan, unused)) {
       EXPECT_EQ(counts.refused, second == 212 ? second : 0);
       EXPECT_EQ(counts.reached, 301 + second - counts.refused);
@@ -169,6 +207,42 @@ TEST(Rehearsal, TakesBatchesThatAreWhollyLate) {
     addPoint(late, i * 40, 0.5F);
   }
   EXPECT_EQ(disagreement(made.machine, made.plan(), made.options.session), "");
+}
+
+/// Counts points, and segments that are too steep.
+struct Tally : host::Listener {
+  void tell(const host::Event& event, const host::Point* /*points*/) override {
+    counts[event.kind] += event.kind == host::EventKind::steep ? event.rounds : event.count;
+    ++told;
+  }
+  std::map<host::EventKind, std::uint64_t> counts;
+  int told = 0;
+};
+
+// Undisturbed rounds cost nothing, and what clears them tells of them at once.
+TEST(Rehearsal, CountsUndisturbedRoundsTogether) {
+  Case made;
+  made.addActuator(true);
+  made.machine.description.actuators[0].maximumVelocity = 5.0F;
+  host::CommandBatch& waves = made.addBatch(TimedCommand::MERGE, {0});
+  waves.atMs = 0;
+  waves.repeat = 100'000'000;
+  addPoint(waves, 3, 0.01F);
+  addPoint(waves, 7, 1.0F);
+  addPoint(waves, 10, 0.0F);
+  host::CommandBatch& stop = made.addBatch(TimedCommand::CLEAR_AFTER, {0});
+  stop.atMs = stop.fromMs = 900'000'000;
+  addPoint(stop, 5, 0.01F);
+  const host::Plan plan = made.plan();
+  Tally tally;
+  const host::PointCounts counts = host::rehearse(made.machine, plan, tally)[0];
+  constexpr std::uint64_t done = 270'000'001, cleared = 29'999'999;
+  EXPECT_EQ(counts.reached, done + 1);
+  EXPECT_EQ(counts.cleared, cleared);
+  EXPECT_EQ(tally.counts[host::EventKind::reached], counts.reached);
+  EXPECT_EQ(tally.counts[host::EventKind::cleared], cleared);
+  EXPECT_EQ(tally.counts[host::EventKind::steep], done / 3 * 2);
+  EXPECT_LT(tally.told, 1000);
 }
 
 /// Where the points of many batches fall among those of a long trajectory.
@@ -194,8 +268,9 @@ void expectAllReached(Where where) {
       addPoint(batch, 1 + point * 3 * stepMs, 0.5F);
     }
   }
-  Diary unused(made.machine);
-  const auto counts = host::rehearse(made.machine, made.plan(), unused);
+  const host::Plan plan = made.plan();
+  Diary unused(made.machine, plan);
+  const auto counts = host::rehearse(made.machine, plan, unused);
   EXPECT_EQ(counts[0].points, base + batches * pointsEach);
   EXPECT_EQ(counts[0].reached, counts[0].points);
 }

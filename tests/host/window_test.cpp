@@ -100,7 +100,7 @@ TEST(Window, CoversWhatComesNextAndNoMore) {
 TEST(Window, HandsNothingOverThatStampsCannotTell) {
   host::Backlog backlog;
   constexpr std::int64_t farMs = host::furthestAheadMs + 1000;
-  (void)backlog.take({{farMs, hal::AttrGeneric(1.0F), 0, 0}}, TimedCommand::MERGE);
+  (void)backlog.take(std::vector{host::Point{farMs, hal::AttrGeneric(1.0F)}}, TimedCommand::MERGE);
   host::Window window;
   host::Path path{backlog, {}, false, 10, 980};
   EXPECT_FALSE(window.isShort(path));
