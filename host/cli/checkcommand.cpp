@@ -22,6 +22,7 @@ namespace {
 struct CheckOptions {
   std::string machinePath;
   std::vector<std::string> motionPaths;
+  MotionOptions motions;
   Timing timing;
   bool json = false;
 };
@@ -31,7 +32,7 @@ CheckOutcome::Counts countsOf(const std::vector<CommandBatch>& batches) {
   std::set<int> actuators;
   for (const CommandBatch& batch : batches) {
     actuators.insert(batch.actuators.begin(), batch.actuators.end());
-    counts.points += batch.values.size();
+    counts.points += batch.size() * batch.actuators.size();
   }
   counts.batches = batches.size();
   counts.actuators = actuators.size();
@@ -42,7 +43,8 @@ CheckOutcome::Counts countsOf(const std::vector<CommandBatch>& batches) {
 void examine(const CheckOptions& options, CheckOutcome& outcome) {
   const MachineModel machine = readMachineFile(options.machinePath);
   outcome.machine = machine.name;
-  const std::vector<CommandBatch> batches = readMotionFiles(options.motionPaths, machine);
+  const std::vector<CommandBatch> batches =
+      readMotionFiles(options.motionPaths, machine, options.motions);
   outcome.counts = countsOf(batches);
   for (const CommandBatch& batch : batches) {
     outcome.notes.insert(outcome.notes.end(), batch.notes.begin(), batch.notes.end());
@@ -112,7 +114,7 @@ void addCheckCommand(CLI::App& app, Command& chosen) {
       "than an actuator may move, or points come too late; 2 for what 'torvex run' would refuse.",
       [options] { return check(*options); }, chosen);
   addMachine(command, options->machinePath);
-  addMotions(command, options->motionPaths);
+  addMotions(command, options->motionPaths, options->motions);
   addTiming(command, options->timing);
   addFlag(command, "--json", options->json, "What was found as a JSON object");
 }

@@ -79,9 +79,12 @@ void addMachine(CLI::App& command, std::string& path) {
               "Machine: a robot description (URDF) or a machine file (YAML)");
 }
 
-void addMotions(CLI::App& command, std::vector<std::string>& paths) {
+void addMotions(CLI::App& command, std::vector<std::string>& paths, MotionOptions& options) {
   addArguments(command, "MOTION", paths, true,
-               "Motions: trajectory_msgs/JointTrajectory or batches of commands, in YAML");
+               "Motions: trajectory_msgs/JointTrajectory, batches of commands, or FILE:NAME of "
+               "named motions, in YAML");
+  addFlag(command, "--ignore-unknown-joints", options.ignoreUnknownJoints,
+          "Leave out joints of trajectories that the machine cannot move, and say which");
 }
 
 void addTiming(CLI::App& command, Timing& timing) {

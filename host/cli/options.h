@@ -14,7 +14,7 @@ double positiveNumber(const std::string& option, const std::string& text);
 std::uint32_t tick(const std::string& text);
 
 void addMachine(CLI::App& command, std::string& path);
-void addMotions(CLI::App& command, std::vector<std::string>& paths);
+void addMotions(CLI::App& command, std::vector<std::string>& paths, MotionOptions& options);
 void addTiming(CLI::App& command, Timing& timing);
 void addPreferenceDirectory(CLI::App& command, std::string& path);
 /// What the thread of the cycle asks of the machine, in real time.

@@ -8,6 +8,7 @@
 #include <filesystem>
 #include <memory>
 #include <optional>
+#include <set>
 #include <utility>
 
 #include "host/base/outputpaths.h"
@@ -39,9 +40,13 @@ std::string joinedLines(const std::vector<std::string>& lines) {
   return text;
 }
 
-void checkOutputPaths(const RunOptions& options, const MachineModel& machine) {
-  std::vector<std::string> inputs = options.motionPaths;
-  inputs.insert(inputs.end(), machine.paths.begin(), machine.paths.end());
+void checkOutputPaths(const RunOptions& options, const MachineModel& machine,
+                      const std::vector<CommandBatch>& batches) {
+  std::set<std::string> read(machine.paths.begin(), machine.paths.end());
+  for (const CommandBatch& batch : batches) {
+    read.insert({batch.path, batch.pointsPath});
+  }
+  const std::vector<std::string> inputs(read.begin(), read.end());
   std::vector<NamedOutput> outputs;
   if (!options.tracePath.empty()) {
     outputs.push_back({options.tracePath, "trace"});
@@ -166,10 +171,11 @@ int run(const RunOptions& options) {
   view.announce("reading " + options.machinePath);
   const MachineModel machine = readMachineFile(options.machinePath);
   view.announce("reading motions");
-  const std::vector<CommandBatch> batches = readMotionFiles(options.motionPaths, machine);
+  const std::vector<CommandBatch> batches =
+      readMotionFiles(options.motionPaths, machine, options.motions);
   const Plan plan = planRun(machine, batches, options.timing);
   view.clear();
-  checkOutputPaths(options, machine);
+  checkOutputPaths(options, machine, batches);
   if (options.strict && isRefusedStrictly(machine, plan)) {
     return badInputStatus;
   }
@@ -275,7 +281,7 @@ void addRunCommand(CLI::App& app, Command& chosen) {
           std::string(reportWords),
       [options] { return run(*options); }, chosen);
   addMachine(command, options->machinePath);
-  addMotions(command, options->motionPaths);
+  addMotions(command, options->motionPaths, options->motions);
   addPace(command, *options);
   addClock(command, *options);
   addTiming(command, options->timing);

@@ -18,6 +18,8 @@ struct CommandBatch {
   std::string path;
   /// Where it stands in the file.
   SourceLocation location;
+  /// The file that its points stand in.
+  std::string pointsPath;
   /// When it is handed over. A trajectory that is a file of its own has no such
   /// moment: its first point is approached from the first cycle on.
   std::optional<std::uint32_t> atMs;
@@ -33,7 +35,7 @@ struct CommandBatch {
   std::vector<std::uint32_t> times;
   /// One row a point, one column an actuator; each of its actuator's type.
   std::vector<hal::AttrGeneric> values;
-  /// Where each point stands in the file.
+  /// Where each point stands in its file.
   std::vector<SourceLocation> locations;
   /// What was ignored, in words for a user.
   std::vector<std::string> notes;

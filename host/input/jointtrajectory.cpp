@@ -2,8 +2,10 @@
 
 #include <fmt/format.h>
 
+#include <optional>
 #include <set>
 #include <string>
+#include <vector>
 
 #include "host/base/counted.h"
 
@@ -12,6 +14,10 @@ namespace {
 
 using Fields = YamlFile::Fields;
 
+/// In place of the actuator of a column that is left out; -1 where the name was reported.
+constexpr int leftOut = -2;
+
+/// Of any size: published recordings bear the time of day.
 void noteStamp(const YamlFile& yaml, const Fields& fields, CommandBatch& batch) {
   const auto header = fields.find("header");
   if (header == fields.end() || header->second.IsNull()) {
@@ -19,82 +25,165 @@ void noteStamp(const YamlFile& yaml, const Fields& fields, CommandBatch& batch) 
   }
   const Fields parts = yaml.fields(header->second, "header", {"seq", "stamp", "frame_id"});
   const auto stamp = parts.find("stamp");
-  if (stamp != parts.end() && yaml.seconds(stamp->second, "header.stamp") != 0) {
+  if (stamp == parts.end()) {
+    return;
+  }
+  bool isSet = false;
+  if (stamp->second.IsMap()) {
+    const std::set<std::string> known = {"sec", "nanosec", "secs", "nsecs"};
+    for (const auto& [key, part] : yaml.fields(stamp->second, "header.stamp", known)) {
+      isSet = yaml.number(part, key.c_str()) != 0 || isSet;
+    }
+  } else {
+    isSet = yaml.number(stamp->second, "header.stamp") != 0;
+  }
+  if (isSet) {
     batch.notes.push_back(fmt::format(
-        "{}: the header's stamp is ignored; the motion starts with the run", batch.path));
+        "{}: the header's stamp is ignored; the motion starts with the run", batch.pointsPath));
   }
 }
 
-void readJointNames(const PointReader& reader, const YAML::Node& names, CommandBatch& batch) {
-  const YamlFile& yaml = reader.yaml();
-  if (!names.IsSequence() || names.size() == 0) {
-    yaml.fail(names, "joint_names: a list of at least one joint is needed");
+/// The actuator of each column, or why there is none.
+class Columns {
+ public:
+  Columns(const PointReader& reader, const YAML::Node& names, CommandBatch& batch)
+      : reader_(reader), batch_(batch) {
+    if (!names.IsSequence() || names.size() == 0) {
+      reader.yaml().fail(names, "joint_names: a list of at least one joint is needed");
+    }
+    for (const YAML::Node& node : names) {
+      add(node);
+    }
+    if (batch.actuators.empty()) {
+      reader.yaml().fail(
+          names, fmt::format("machine '{}' has none of these joints", reader.machine().name));
+    }
+    if (!leftOut_.empty()) {
+      batch.notes.push_back(fmt::format("{}: left out, since machine '{}' cannot move them: {}",
+                                        batch.pointsPath, reader.machine().name,
+                                        fmt::join(leftOut_, ", ")));
+    }
   }
-  const MachineModel& machine = reader.machine();
-  std::set<std::string> seen;
-  for (const YAML::Node& node : names) {
+
+  [[nodiscard]] std::size_t size() const { return columns_.size(); }
+
+  /// Adds the position at `node`, of this column, to the row under way.
+  void addPosition(std::size_t column, const YAML::Node& node) const {
+    const int actuator = columns_[column];
+    const hal::AttrGeneric value = reader_.value(node, actuator, "a position");
+    if (actuator != leftOut) {
+      batch_.values.push_back(value);
+    }
+  }
+
+ private:
+  void add(const YAML::Node& node) {
+    const YamlFile& yaml = reader_.yaml();
+    const MachineModel& machine = reader_.machine();
     const std::string name = node.IsScalar() ? node.Scalar() : "";
-    const int actuator = reader.actuatorNamed(name);
-    if (actuator < 0) {
-      yaml.report(node, machine.uncommandedJoints.count(name) != 0
+    const bool isKnown = machine.uncommandedJoints.count(name) != 0;
+    int column = reader_.actuatorNamed(name);
+    if (!seen_.insert(name).second) {
+      yaml.report(node, fmt::format("joint '{}' is named twice", name));
+    } else if (column < 0 && reader_.options().ignoreUnknownJoints && !name.empty()) {
+      column = leftOut;
+      leftOut_.push_back(name);
+    } else if (column < 0) {
+      yaml.report(node, isKnown
                             ? fmt::format("joint '{}' has no actuator: it is fixed or follows "
                                           "another joint",
                                           name)
                             : fmt::format("machine '{}' has no joint '{}'", machine.name, name));
-    } else if (!seen.insert(name).second) {
-      yaml.report(node, fmt::format("joint '{}' is named twice", name));
     }
-    batch.actuators.push_back(actuator);
+    columns_.push_back(column);
+    if (column != leftOut) {
+      batch_.actuators.push_back(column);
+    }
+  }
+
+  const PointReader& reader_;
+  CommandBatch& batch_;
+  std::vector<int> columns_;
+  std::set<std::string> seen_;
+  std::vector<std::string> leftOut_;
+};
+
+/// A short file may name one row of positions many times.
+void checkCount(const YamlFile& yaml, const YAML::Node& points, std::size_t columns) {
+  if (points.size() > mostCommands / columns) {
+    yaml.stop(points, fmt::format("{} points for {} joints are more than {} commands",
+                                  points.size(), columns, mostCommands));
   }
 }
 
 void readPoint(const PointReader& reader, const YAML::Node& point, const Fields& fields,
-               CommandBatch& batch) {
+               const Columns& columns, CommandBatch& batch) {
   const YamlFile& yaml = reader.yaml();
   yaml.requiredField(fields, point, "time_from_start", [&](const YAML::Node& node) {
     reader.addTime(node, "time_from_start", batch);
   });
   batch.locations.push_back(YamlFile::locationOf(point));
   const YAML::Node& positions = yaml.required(fields, point, "positions");
-  if (!positions.IsSequence() || positions.size() != batch.actuators.size()) {
+  if (!positions.IsSequence() || positions.size() != columns.size()) {
     yaml.fail(positions, fmt::format("{} for {}", counted(positions.size(), "position"),
-                                     counted(batch.actuators.size(), "joint")));
+                                     counted(columns.size(), "joint")));
   }
   std::size_t column = 0;
   for (const YAML::Node& position : positions) {
-    const int actuator = batch.actuators[column++];
-    yaml.attempt([&] { batch.values.push_back(reader.value(position, actuator, "a position")); });
+    yaml.attempt([&] { columns.addPosition(column, position); });
+    ++column;
   }
 }
 
-void readPoints(const PointReader& reader, const YAML::Node& points, CommandBatch& batch) {
+void readPoints(const PointReader& reader, const YAML::Node& points, const Columns& columns,
+                CommandBatch& batch) {
   static const std::set<std::string> known = {"positions", "velocities", "accelerations",
                                               "effort",    "efforts",    "time_from_start"};
   if (!points.IsSequence() || points.size() == 0) {
     reader.yaml().fail(points, "points: a list of at least one point is needed");
   }
-  // A short file may name one row of positions many times.
-  if (points.size() > mostCommands / batch.actuators.size()) {
-    reader.yaml().stop(points, fmt::format("{} points for {} joints are more than {} commands",
-                                           points.size(), batch.actuators.size(), mostCommands));
-  }
+  checkCount(reader.yaml(), points, columns.size());
   batch.times.reserve(points.size());
   batch.locations.reserve(points.size());
-  std::set<std::string> readOver;
+  std::set<std::string> ignored;
   for (const YAML::Node& point : points) {
     reader.yaml().attempt([&] {
       const Fields fields = reader.yaml().fields(point, "a point", known);
       for (const auto& [key, node] : fields) {
         if (key != "positions" && key != "time_from_start" && node.size() != 0) {
-          readOver.insert(key);
+          ignored.insert(key);
         }
       }
-      readPoint(reader, point, fields, batch);
+      readPoint(reader, point, fields, columns, batch);
     });
   }
-  for (const std::string& key : readOver) {
+  for (const std::string& key : ignored) {
     batch.notes.push_back(
-        fmt::format("{}: {} are ignored; positions and times are used", batch.path, key));
+        fmt::format("{}: {} are ignored; positions and times are used", batch.pointsPath, key));
+  }
+}
+
+/// All positions in one list, point by point, and the times in another.
+void readFlatPoints(const PointReader& reader, const YAML::Node& positions, const YAML::Node& times,
+                    const Columns& columns, CommandBatch& batch) {
+  const YamlFile& yaml = reader.yaml();
+  if (!times.IsSequence() || times.size() == 0) {
+    yaml.fail(times, "times_from_start: a list of at least one time is needed");
+  }
+  checkCount(yaml, times, columns.size());
+  if (!positions.IsSequence() || positions.size() != times.size() * columns.size()) {
+    yaml.fail(positions,
+              fmt::format("{} for {} at {}", counted(positions.size(), "position"),
+                          counted(columns.size(), "joint"), counted(times.size(), "time")));
+  }
+  for (const YAML::Node& time : times) {
+    batch.locations.push_back(YamlFile::locationOf(time));
+    yaml.attempt([&] { reader.addTime(time, "time_from_start", batch); });
+  }
+  std::size_t number = 0;
+  for (const YAML::Node& position : positions) {
+    yaml.attempt([&] { columns.addPosition(number % columns.size(), position); });
+    ++number;
   }
 }
 
@@ -102,15 +191,39 @@ void readPoints(const PointReader& reader, const YAML::Node& points, CommandBatc
 
 void readJointTrajectory(const PointReader& reader, const YAML::Node& node, CommandBatch& batch) {
   const YamlFile& yaml = reader.yaml();
+  batch.pointsPath = yaml.path();
   const Fields fields = yaml.fields(node, "the trajectory", {"header", "joint_names", "points"});
   yaml.attempt([&] { noteStamp(yaml, fields, batch); });
+  std::optional<Columns> columns;
   yaml.requiredField(fields, node, "joint_names",
-                     [&](const YAML::Node& names) { readJointNames(reader, names, batch); });
+                     [&](const YAML::Node& names) { columns.emplace(reader, names, batch); });
   yaml.requiredField(fields, node, "points", [&](const YAML::Node& points) {
-    if (!batch.actuators.empty()) {
-      readPoints(reader, points, batch);
+    if (columns) {
+      readPoints(reader, points, *columns, batch);
     }
   });
+}
+
+void readNamedMotion(const PointReader& reader, const YAML::Node& node, CommandBatch& batch) {
+  const YamlFile& yaml = reader.yaml();
+  batch.pointsPath = yaml.path();
+  const Fields fields = yaml.fields(node, "a named motion",
+                                    {"joints", "points", "positions", "times_from_start", "meta"});
+  std::optional<Columns> columns;
+  yaml.requiredField(fields, node, "joints",
+                     [&](const YAML::Node& names) { columns.emplace(reader, names, batch); });
+  if (!columns) {
+    return;
+  }
+  const auto positions = fields.find("positions");
+  if (positions == fields.end()) {
+    readPoints(reader, yaml.required(fields, node, "points"), *columns, batch);
+  } else if (fields.count("points") != 0) {
+    yaml.fail(positions->second, "points have positions of their own; keep one of the two");
+  } else {
+    readFlatPoints(reader, positions->second, yaml.required(fields, node, "times_from_start"),
+                   *columns, batch);
+  }
 }
 
 }  // namespace host

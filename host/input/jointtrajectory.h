@@ -4,8 +4,12 @@
 
 namespace host {
 
-/// Reads the trajectory_msgs/JointTrajectory at `node` into `motion`: joints,
+/// Reads the trajectory_msgs/JointTrajectory at `node` into `batch`: joints,
 /// points, and notes on what is ignored. Throws `UserError`.
 void readJointTrajectory(const PointReader& reader, const YAML::Node& node, CommandBatch& batch);
+
+/// The same of a named motion: `joints`, and either `points` or, in two flat lists,
+/// `positions` and `times_from_start`.
+void readNamedMotion(const PointReader& reader, const YAML::Node& node, CommandBatch& batch);
 
 }  // namespace host

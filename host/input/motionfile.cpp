@@ -2,158 +2,207 @@
 
 #include <fmt/format.h>
 
-#include <algorithm>
-#include <array>
+#include <filesystem>
+#include <map>
+#include <optional>
 #include <utility>
 
+#include "host/base/counted.h"
 #include "host/base/textfile.h"
+#include "host/input/batchreader.h"
 #include "host/input/jointtrajectory.h"
-#include "host/input/pointreader.h"
-#include "host/input/yaml.h"
+#include "host/input/motionwrappers.h"
 
 namespace host {
 namespace {
 
-using Fields = YamlFile::Fields;
+/// A short file may name one batch many times.
+constexpr std::size_t mostBatches = 100'000;
 
-/// A short file may name one list many times.
-constexpr std::size_t mostLists = 100'000;
-
-constexpr std::array modes = {TimedCommand::MERGE, TimedCommand::REPLACE, TimedCommand::CLEAR_AFTER,
-                              TimedCommand::CLEAR_BEFORE};
-
-TimedCommand::commandType readMode(const YamlFile& yaml, const YAML::Node& node) {
-  const std::string name = yaml.text(node, "mode");
-  const auto* const mode = std::find_if(
-      modes.begin(), modes.end(), [&](auto candidate) { return name == modeName(candidate); });
-  if (mode == modes.end()) {
-    yaml.fail(node, fmt::format("mode is '{}'; use merge, replace, clear_after or clear_before",
-                                name.substr(0, 40)));
-  }
-  return *mode;
-}
-
-void readItem(const PointReader& reader, const YAML::Node& item, int actuator,
-              CommandBatch& batch) {
-  const YamlFile& yaml = reader.yaml();
-  const Fields fields = yaml.fields(item, "an item", {"time", "value"});
-  yaml.requiredField(fields, item, "time",
-                     [&](const YAML::Node& node) { reader.addTime(node, "time", batch); });
-  batch.locations.push_back(YamlFile::locationOf(item));
-  yaml.requiredField(fields, item, "value", [&](const YAML::Node& node) {
-    batch.values.push_back(reader.value(node, actuator, "value"));
-  });
-}
-
-void readItems(const PointReader& reader, const Fields& list, const YAML::Node& owner,
-               CommandBatch& batch) {
-  const YamlFile& yaml = reader.yaml();
-  const YAML::Node& keyNode = yaml.required(list, owner, "key");
-  const std::string key = yaml.name(keyNode, "key");
-  const int actuator = reader.actuatorWithKey(key);
-  if (actuator < 0) {
-    yaml.report(keyNode, fmt::format("'{}' is not the \"Value\" of an actuator of machine '{}'; "
-                                     "'torvex list' shows them",
-                                     key, reader.machine().name));
-  }
-  batch.actuators.push_back(actuator);
-  for (const YAML::Node& item : yaml.entries(list, "items")) {
-    yaml.attempt([&] { readItem(reader, item, actuator, batch); });
-  }
-}
-
-void readMoment(const YamlFile& yaml, const Fields& fields, const YAML::Node& node,
-                CommandBatch& batch) {
-  batch.atMs = 0;
-  yaml.requiredField(fields, node, "at",
-                     [&](const YAML::Node& at) { batch.atMs = yaml.milliseconds(at, "at"); });
-  batch.fromMs = *batch.atMs;
-  yaml.field(fields, "from",
-             [&](const YAML::Node& from) { batch.fromMs = yaml.milliseconds(from, "from"); });
-}
-
-CommandBatch readList(const PointReader& reader, const YAML::Node& node) {
-  const YamlFile& yaml = reader.yaml();
-  const Fields fields =
-      yaml.fields(node, "a list", {"at", "from", "mode", "trajectory", "key", "items"});
-  CommandBatch batch;
-  batch.path = yaml.path();
-  batch.location = YamlFile::locationOf(node);
-  readMoment(yaml, fields, node, batch);
-  const bool hasMode = yaml.requiredField(
-      fields, node, "mode", [&](const YAML::Node& mode) { batch.mode = readMode(yaml, mode); });
-  const auto trajectory = fields.find("trajectory");
-  const auto items = fields.find("items");
-  if ((trajectory != fields.end()) == (items != fields.end())) {
-    yaml.fail(node, "a list needs either a trajectory, or a key and items");
-  }
-  if (trajectory == fields.end()) {
-    readItems(reader, fields, node, batch);
-  } else if (const auto key = fields.find("key"); key != fields.end()) {
-    yaml.fail(key->second, "a trajectory names its joints itself; the key belongs to items");
-  } else {
-    readJointTrajectory(reader, trajectory->second, batch);
-  }
-  if (hasMode && items != fields.end() && items->second.size() == 0 &&
-      batch.mode != TimedCommand::REPLACE) {
-    yaml.fail(node, "items is empty: that does something with the mode replace only");
-  }
-  return batch;
-}
-
-void takeCommands(const YamlFile& yaml, const YAML::Node& node, const CommandBatch& batch,
-                  std::size_t& count) {
-  count += batch.values.size();
-  if (count > mostCommands) {
-    yaml.stop(node, fmt::format("the motions up to here hold more than {} commands", mostCommands));
-  }
-}
-
-std::vector<CommandBatch> readLists(const PointReader& reader, std::size_t& count) {
-  const YamlFile& yaml = reader.yaml();
-  const Fields fields = yaml.fields(yaml.root(), "the file", {"lists"});
-  std::vector<CommandBatch> batches;
-  const YAML::Node lists = yaml.entries(fields, "lists");
-  for (const YAML::Node& list : lists) {
-    if (batches.size() == mostLists) {
-      yaml.stop(list, fmt::format("the file up to here holds more than {} lists", mostLists));
+/// "FILE:NAME" where there is such a file, and no file of the whole name.
+struct MotionName {
+  std::string path;
+  std::optional<std::string> motion;
+};
+MotionName split(const std::string& given) {
+  const auto exists = [](const std::string& path) {
+    std::error_code ignored;
+    return std::filesystem::exists(path, ignored);
+  };
+  std::size_t colon = exists(given) ? std::string::npos : given.rfind(':');
+  while (colon != std::string::npos && colon > 0) {
+    if (exists(given.substr(0, colon))) {
+      return {given.substr(0, colon), given.substr(colon + 1)};
     }
-    yaml.attempt([&] {
-      batches.push_back(readList(reader, list));
-      takeCommands(yaml, list, batches.back(), count);
-    });
+    colon = given.rfind(':', colon - 1);
   }
-  if (lists.size() == 0) {
-    yaml.fail(yaml.root(), "lists: at least one list is needed");
-  }
-  return batches;
+  return {given, std::nullopt};
 }
 
-std::vector<CommandBatch> readMotionFile(const std::string& path, const MachineModel& machine,
-                                         std::size_t& count, ErrorCollector& errors) {
-  const YamlFile yaml(path, readFile(path, YamlFile::maxBytes), errors);
-  const PointReader reader(yaml, machine);
-  if (yaml.root().IsMap() && yaml.root()["lists"]) {
-    return readLists(reader, count);
+YAML::Node motionNamed(const YamlFile& yaml, const YAML::Node& motions,
+                       const std::optional<std::string>& name) {
+  if (!motions.IsMap()) {
+    yaml.fail(motions, "motions must be a map of named motions");
   }
-  CommandBatch batch;
-  batch.path = path;
-  batch.location = YamlFile::locationOf(yaml.root());
-  readJointTrajectory(reader, yaml.root(), batch);
-  takeCommands(yaml, yaml.root(), batch, count);
-  return {std::move(batch)};
+  std::vector<std::string> names;
+  std::vector<YAML::Node> found;
+  for (const auto& entry : motions) {
+    names.push_back(entry.first.IsScalar() ? entry.first.Scalar() : "");
+    if (name && names.back() == *name) {
+      found.push_back(entry.second);
+    }
+  }
+  if (found.size() > 1) {
+    yaml.fail(found.back(), fmt::format("a second motion is named '{}'", *name));
+  }
+  if (!found.empty()) {
+    return found.front();
+  }
+  const std::string known = fmt::format("{}", fmt::join(names, ", "));
+  yaml.fail(motions, name ? fmt::format("there is no motion '{}'; known are {}", *name, known)
+                          : fmt::format("pick one of {} as {}:NAME: {}",
+                                        counted(names.size(), "named motion"), yaml.path(), known));
 }
+
+/// Reads the files of one run, and those that their batches name, each of these once.
+class MotionReader : public TrajectorySource {
+ public:
+  MotionReader(const MachineModel& machine, const MotionOptions& options, ErrorCollector& errors)
+      : machine_(machine), options_(options), errors_(errors) {}
+
+  std::vector<CommandBatch> read(const std::string& given) {
+    const MotionName name = split(given);
+    const YamlFile yaml(name.path, readFile(name.path, YamlFile::maxBytes), errors_);
+    const PointReader reader(yaml, machine_, options_);
+    const MotionContent content = unwrapMotion(yaml, yaml.root());
+    if (content.kind == MotionContent::Kind::batches && !name.motion) {
+      return readBatches(reader, content.node);
+    }
+    CommandBatch batch;
+    batch.path = name.path;
+    readTrajectory(reader, content, name.motion, batch);
+    takeCommands(yaml, content.node, batch);
+    return {std::move(batch)};
+  }
+
+  void readTrajectoryAt(const PointReader& reader, const YAML::Node& node,
+                        CommandBatch& batch) override {
+    readTrajectory(reader, unwrapMotion(reader.yaml(), node), std::nullopt, batch);
+  }
+
+  void readTrajectoryFile(const YamlFile& yaml, const YAML::Node& node,
+                          CommandBatch& batch) override {
+    const std::string given =
+        (std::filesystem::path(yaml.path()).parent_path() / yaml.name(node, "trajectory_file"))
+            .string();
+    auto found = files_.find(given);
+    if (found == files_.end()) {
+      found = files_.emplace(given, std::nullopt).first;
+      CommandBatch read;
+      if (errors_.attempt([&] { readNamedFile(yaml, node, split(given), read); })) {
+        found->second = std::move(read);
+      }
+    }
+    if (!found->second) {
+      throw AlreadyReported();
+    }
+    const CommandBatch& read = *found->second;
+    batch.pointsPath = read.pointsPath;
+    batch.actuators = read.actuators;
+    batch.times = read.times;
+    batch.values = read.values;
+    batch.locations = read.locations;
+    batch.notes = read.notes;
+  }
+
+ private:
+  void readNamedFile(const YamlFile& yaml, const YAML::Node& node, const MotionName& name,
+                     CommandBatch& batch) {
+    std::string text;
+    try {
+      text = readFile(name.path, YamlFile::maxBytes);
+    } catch (const UserError& error) {
+      yaml.fail(node, fmt::format("trajectory_file: {} {}", name.path, error.entries()[0].text));
+    }
+    const YamlFile named(name.path, text, errors_);
+    readTrajectory(PointReader(named, machine_, options_), unwrapMotion(named, named.root()),
+                   name.motion, batch);
+  }
+
+  static void readTrajectory(const PointReader& reader, const MotionContent& content,
+                             const std::optional<std::string>& name, CommandBatch& batch) {
+    const YamlFile& yaml = reader.yaml();
+    batch.location = YamlFile::locationOf(content.node);
+    if (content.kind == MotionContent::Kind::namedMotions) {
+      const YAML::Node motion = motionNamed(yaml, content.node["motions"], name);
+      batch.location = YamlFile::locationOf(motion);
+      readNamedMotion(reader, motion, batch);
+    } else if (name) {
+      yaml.fail(content.node,
+                fmt::format("there are no named motions here; leave ':{}' out", *name));
+    } else if (content.kind == MotionContent::Kind::batches) {
+      yaml.fail(content.node, "there are batches here, where one trajectory is needed");
+    } else {
+      readJointTrajectory(reader, content.node, batch);
+    }
+    if (!content.ignored.empty()) {
+      batch.notes.push_back(
+          fmt::format("{}: ignored: {}", batch.pointsPath, fmt::join(content.ignored, ", ")));
+    }
+  }
+
+  std::vector<CommandBatch> readBatches(const PointReader& reader, const YAML::Node& node) {
+    const YamlFile& yaml = reader.yaml();
+    const YamlFile::Fields fields = yaml.fields(node, "the file", {"batches", "lists"});
+    const char* const key = fields.count("lists") != 0 ? "lists" : "batches";
+    if (fields.count("batches") != 0 && fields.count("lists") != 0) {
+      yaml.fail(fields.at("lists"), "lists is the old name of batches; keep one of the two");
+    }
+    std::vector<CommandBatch> batches;
+    const YAML::Node entries = yaml.entries(fields, key);
+    for (const YAML::Node& entry : entries) {
+      if (batches.size() == mostBatches) {
+        yaml.stop(entry,
+                  fmt::format("the file up to here holds more than {} {}", mostBatches, key));
+      }
+      yaml.attempt([&] {
+        batches.push_back(readBatch(reader, entry, *this));
+        takeCommands(yaml, entry, batches.back());
+      });
+    }
+    if (entries.size() == 0) {
+      yaml.fail(node, fmt::format("{}: at least one batch is needed", key));
+    }
+    return batches;
+  }
+
+  void takeCommands(const YamlFile& yaml, const YAML::Node& node, const CommandBatch& batch) {
+    count_ += batch.values.size();
+    if (count_ > mostCommands) {
+      yaml.stop(node,
+                fmt::format("the motions up to here hold more than {} commands", mostCommands));
+    }
+  }
+
+  const MachineModel& machine_;
+  const MotionOptions options_;
+  ErrorCollector& errors_;
+  std::size_t count_ = 0;
+  /// By their names in full; none where an error came up.
+  std::map<std::string, std::optional<CommandBatch>> files_;
+};
 
 }  // namespace
 
-std::vector<CommandBatch> readMotionFiles(const std::vector<std::string>& paths,
-                                          const MachineModel& machine) {
+std::vector<CommandBatch> readMotionFiles(const std::vector<std::string>& names,
+                                          const MachineModel& machine,
+                                          const MotionOptions& options) {
   std::vector<CommandBatch> batches;
-  std::size_t count = 0;
   ErrorCollector errors;
-  for (const std::string& path : paths) {
+  MotionReader reader(machine, options, errors);
+  for (const std::string& name : names) {
     errors.attempt([&] {
-      for (CommandBatch& batch : readMotionFile(path, machine, count, errors)) {
+      for (CommandBatch& batch : reader.read(name)) {
         batches.push_back(std::move(batch));
       }
     });

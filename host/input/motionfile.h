@@ -5,12 +5,15 @@
 
 #include "host/input/commandbatch.h"
 #include "host/input/machinemodel.h"
+#include "host/input/motionoptions.h"
 
 namespace host {
 
-/// Reads files for this machine, each a trajectory_msgs/JointTrajectory or lists
-/// of commands, in YAML. Throws a `UserError` of all that is wrong with them.
-std::vector<CommandBatch> readMotionFiles(const std::vector<std::string>& paths,
-                                          const MachineModel& machine);
+/// Reads files for this machine, each a trajectory_msgs/JointTrajectory, command batches or
+/// named motions, in YAML; "FILE:NAME" is one of the named motions of a file. Throws a
+/// `UserError` of all that is wrong with them.
+std::vector<CommandBatch> readMotionFiles(const std::vector<std::string>& names,
+                                          const MachineModel& machine,
+                                          const MotionOptions& options = {});
 
 }  // namespace host

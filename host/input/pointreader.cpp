@@ -7,8 +7,9 @@
 
 namespace host {
 
-PointReader::PointReader(const YamlFile& yaml, const MachineModel& machine)
-    : yaml_(yaml), machine_(machine), actuators_(actuatorIndexes(machine)) {
+PointReader::PointReader(const YamlFile& yaml, const MachineModel& machine,
+                         const MotionOptions& options)
+    : yaml_(yaml), machine_(machine), options_(options), actuators_(actuatorIndexes(machine)) {
   for (const auto& [name, index] : actuators_) {
     keys_.emplace(valueKey(machine.actuator(index)), index);
   }

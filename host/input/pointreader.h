@@ -5,6 +5,7 @@
 #include <string>
 
 #include "host/input/commandbatch.h"
+#include "host/input/motionoptions.h"
 #include "host/input/yaml.h"
 
 namespace host {
@@ -16,8 +17,10 @@ constexpr std::size_t mostCommands = 2'000'000;
 /// that rise.
 class PointReader {
  public:
-  /// The arguments must outlive the reader.
-  PointReader(const YamlFile& yaml, const MachineModel& machine);
+  /// The file and the machine must outlive the reader.
+  PointReader(const YamlFile& yaml, const MachineModel& machine, const MotionOptions& options);
+
+  [[nodiscard]] const MotionOptions& options() const { return options_; }
 
   [[nodiscard]] const YamlFile& yaml() const { return yaml_; }
   [[nodiscard]] const MachineModel& machine() const { return machine_; }
@@ -38,6 +41,7 @@ class PointReader {
  private:
   const YamlFile& yaml_;
   const MachineModel& machine_;
+  const MotionOptions options_;
   const std::map<std::string, int> actuators_;
   /// The same by the keys of their values.
   std::map<std::string, int> keys_;

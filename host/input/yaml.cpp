@@ -159,10 +159,18 @@ double YamlFile::seconds(const YAML::Node& node, const char* what) const {
   if (oldSpelling && (parts.count("sec") != 0 || parts.count("nanosec") != 0)) {
     fail(node, fmt::format("{} mixes two spellings; use sec and nanosec", what));
   }
-  return wholeNumber(required(parts, node, oldSpelling ? "secs" : "sec"), "seconds", -1e9, 1e9) +
-         wholeNumber(required(parts, node, oldSpelling ? "nsecs" : "nanosec"), "nanoseconds", 0,
-                     999'999'999) /
-             1e9;
+  if (parts.empty()) {
+    if (node.size() > 0) {
+      throw AlreadyReported();
+    }
+    fail(node, fmt::format("{} holds nothing; give sec, nanosec or both", what));
+  }
+  const auto part = [&](const char* key, const char* name, double least, double most) {
+    const auto found = parts.find(key);
+    return found == parts.end() ? 0.0 : wholeNumber(found->second, name, least, most);
+  };
+  return part(oldSpelling ? "secs" : "sec", "seconds", -1e9, 1e9) +
+         part(oldSpelling ? "nsecs" : "nanosec", "nanoseconds", 0, 999'999'999) / 1e9;
 }
 
 std::uint32_t YamlFile::milliseconds(const YAML::Node& node, const char* what) const {

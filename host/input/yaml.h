@@ -79,7 +79,8 @@ class YamlFile {
   [[nodiscard]] bool truth(const YAML::Node& node, const char* what) const;
   [[nodiscard]] double wholeNumber(const YAML::Node& node, const char* what, double least,
                                    double most) const;
-  /// {sec, nanosec}, {secs, nsecs} or a number of seconds.
+  /// {sec, nanosec}, {secs, nsecs} or a number of seconds; of the two one may be absent, and
+  /// is 0.
   [[nodiscard]] double seconds(const YAML::Node& node, const char* what) const;
   /// The same, from 0 to the longest motion, to the nearest millisecond.
   [[nodiscard]] std::uint32_t milliseconds(const YAML::Node& node, const char* what) const;

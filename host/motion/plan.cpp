@@ -67,13 +67,13 @@ class BatchChecker {
     const SourceLocation location = commands.locations[fault.point];
     if (fault.reason == Fault::tooDense) {
       throw UserError(
-          commands.path, location,
+          commands.pointsPath, location,
           fmt::format("{} points for '{}' within two cycles of {} ms, at most {} fit; use a "
                       "shorter --cycle",
                       density.inTwoCycles, actuator.name, cycleMs,
                       TimedCommand::MAX_TIMELINE_ITEMS));
     }
-    throw UserError(commands.path, location,
+    throw UserError(commands.pointsPath, location,
                     fmt::format("'{}' cannot be interpolated between {:.6g} and {:.6g}; use "
                                 "magnitudes up to {:g}",
                                 actuator.name, commandedNumber(actuator, initialRecord(actuator)),

@@ -33,7 +33,7 @@ void checkThatItCanMove(const CommandBatch& batch, std::size_t column,
     const float target = limited(actuator, batch.value(point, column)).asFloat;
     if (target != std::get<float>(actuator.value)) {
       throw UserError(
-          batch.path, batch.locations[point],
+          batch.pointsPath, batch.locations[point],
           fmt::format("joint '{}' cannot move there: its velocity limit is 0", actuator.name));
     }
   }
@@ -94,7 +94,7 @@ Schedule planSchedule(const MachineModel& machine, const std::vector<CommandBatc
   constexpr double longestApproachMs = 7e7;
   const double neededMs = slowest.milliseconds();
   if (neededMs > longestApproachMs && !timing.approachMs) {
-    throw UserError(slowest.batch->path, slowest.batch->locations.front(),
+    throw UserError(slowest.batch->pointsPath, slowest.batch->locations.front(),
                     fmt::format("joint '{}' would need {:.0f} s to the first point", slowest.joint,
                                 neededMs / 1000.0));
   }

@@ -54,10 +54,10 @@ void Findings::tell(const Event& event, const Point* points) {
       note(event, event.amount, speedText(event, *points));
       break;
     case EventKind::late:
-      note(event, event.amount,
-           fmt::format("{} of {} late by {} ms", event.count,
-                       counted(plan_.batches[event.batch].commands->size(), "point"),
-                       event.amount));
+      note(
+          event, event.amount,
+          fmt::format("{} of {} late by {} ms", event.count,
+                      counted(plan_.batches[event.batch].commands->size(), "point"), event.amount));
       break;
     case EventKind::handedLate:
       note(event, event.amount,
@@ -145,7 +145,7 @@ std::vector<Finding> Findings::all() const {
     const EventKind kind = key.second.first;
     const bool whole = isAboutWholeBatch(kind);
     Finding& finding = findings.emplace_back();
-    finding.path = batch.path;
+    finding.path = whole ? batch.path : batch.pointsPath;
     finding.location = whole ? batch.location : batch.locations[batch.rowOf(worst.point)];
     finding.text = worst.text;
     finding.isRefusal = kind == EventKind::refused;

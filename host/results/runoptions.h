@@ -4,6 +4,7 @@
 #include <vector>
 
 #include "host/engine/sessionoptions.h"
+#include "host/input/motionoptions.h"
 #include "host/motion/schedule.h"
 #include "host/results/preferenceexport.h"
 
@@ -13,6 +14,7 @@ namespace host {
 struct RunOptions {
   std::string machinePath;
   std::vector<std::string> motionPaths;
+  MotionOptions motions;
   SessionOptions session;
   Timing timing;
   /// What is a warning otherwise is an error, before anything moves where it can be told.

@@ -175,10 +175,10 @@ std::vector<host::CommandBatch> readBatches(const Temporary& temporary, const st
 TEST(JointTrajectory, ReadsBothSpellingsOfTimeAndNumbers) {
   const Temporary temporary;
   const host::CommandBatch motion = readBatches(temporary, R"(header:
-  stamp: {secs: 12, nsecs: 0}
+  stamp: {secs: 1700000000, nsecs: 5}
 joint_names: ["b", a]
 points:
-- {positions: [0.1, -2], time_from_start: {sec: 0, nanosec: 0}}
+- {positions: [0.1, -2], time_from_start: {sec: 0}}
 - positions: [+1e-3, .5]
   velocities: [1, 1]
   accelerations: []
@@ -204,14 +204,64 @@ TEST(Lists, ReadMomentsModesAndKeys) {
 - {at: 2, from: 1.5, mode: clear_before, trajectory: {joint_names: [l, b], points: [
     {positions: [1, 0.5], time_from_start: 0.46}, {positions: [2, 1], time_from_start: 9}]}}
 - {at: 3, mode: replace, key: b/Value, items: []}
+- {at: 4, key: l/Value, items: [{time: 0, value: 1}, {time: 1.001, value: 1}], speed: 2, repeat: 3}
 )");
-  ASSERT_EQ(batches.size(), 3U);
+  ASSERT_EQ(batches.size(), 4U);
+  EXPECT_EQ(batches[3].mode, TimedCommand::MERGE);
+  EXPECT_EQ(batches[3].times, (std::vector<std::uint32_t>{0, 501}));
+  EXPECT_EQ(batches[3].size(), 4U) << "the first point is the last one of the round before";
+  EXPECT_EQ(batches[3].lastMs(), 1503);
   EXPECT_EQ(batches[0].fromMs, 2000U) << "the hand-over";
   EXPECT_EQ(batches[0].value(0, 0).asInt, -7);
   EXPECT_EQ(batches[1].fromMs, 1500U);
   EXPECT_EQ(batches[1].mode, TimedCommand::CLEAR_BEFORE);
   EXPECT_EQ(batches[1].value(1, 0).asInt, 2) << "of the actuator's own type";
   EXPECT_EQ(batches[1].value(1, 1).asFloat, 1.0F);
+}
+
+TEST(MotionFile, IsTheSameInEveryWrapper) {
+  const std::string points = "points: [{positions: [3, 0.5], time_from_start: {nsecs: 500000000}}]";
+  const std::string trajectory = "{joint_names: [l, a], " + points + "}";
+  const std::string motions = "motions: {up: {joints: [l, a], " + points +
+                              ", meta: {name: Up}}, down: {joints: [a], positions: [0, 1],"
+                              " times_from_start: [1, 2]}}";
+  const struct {
+    std::string text, pick;
+    std::size_t notes;
+  } cases[] = {
+      {trajectory, "", 0},
+      {"{goal_id: {id: x}, goal: {trajectory: " + trajectory + ", path_tolerance: []}}", "", 1},
+      {"trajectory: [{joint_trajectory: " + trajectory + ", multi_dof_joint_trajectory: {}}]", "",
+       0},
+      {motions, ":up", 0},
+      {"play_motion: {controllers: [c], " + motions + "}", ":up", 1},
+      {"/**: {node: {ros__parameters: {" + motions + "}}}", ":up", 0},
+      {"batches: [{at: 0, trajectory: {goal: {trajectory: " + trajectory + "}}}]", "", 0},
+      {"batches: [{at: 0, trajectory_file: 'named.yaml:up'}]", "", 0},
+      {"{joint_names: [x, l, f, a], points: [{positions: [9, 3, 9, 0.5], time_from_start: 0.5}]}",
+       "", 1}};
+  const Temporary temporary;
+  (void)temporary.write("few.urdf", fewJoints);
+  (void)temporary.write("named.yaml", motions);
+  const auto machine = host::readMachineFile(temporary.write("r.yaml", fewActuators));
+  for (const auto& tried : cases) {
+    const std::string path = temporary.write("m.yaml", tried.text);
+    const auto read = host::readMotionFiles({path + tried.pick}, machine, {true});
+    ASSERT_EQ(read.size(), 1U) << tried.text;
+    EXPECT_EQ(read[0].times, std::vector<std::uint32_t>{500}) << tried.text;
+    EXPECT_EQ(read[0].value(0, 0).asInt, 3) << tried.text;
+    EXPECT_EQ(read[0].value(0, 1).asFloat, 0.5F) << tried.text;
+    EXPECT_EQ(read[0].notes.size(), tried.notes) << tried.text;
+  }
+  const auto down = host::readMotionFiles({temporary.path("named.yaml:down")}, machine);
+  EXPECT_EQ(down[0].value(1, 0).asFloat, 1.0F);
+  const std::string whole = temporary.write(
+      "named.yaml:up", "joint_names: [b]\n" + std::string("points: [{positions: "
+                                                          "[1], time_from_start: 1}]"));
+  EXPECT_EQ(host::readMotionFiles({whole}, machine)[0].actuators, std::vector<int>{1});
+  EXPECT_EQ(complaint(temporary,
+                      [&] { host::readMotionFiles({temporary.path("named.yaml:x")}, machine); }),
+            "named.yaml:1:10: error: there is no motion 'x'; known are up, down");
 }
 
 TEST(Lists, SayWhatIsWrongAndWhere) {
