@@ -13,9 +13,9 @@ namespace simulation {
 /// "ZRPreferences". Set-up and command threads; not for the control cycle.
 ///
 /// The service writes a tree as XML into a directory, which it creates when it is
-/// missing. The file appears whole: it is written beside its place as
-/// FILE.torvex-part, flushed and renamed, so that whoever reads finds the old or
-/// the new one, however the process ends.
+/// missing. The file appears whole: it is written beside its place, flushed and
+/// renamed, so that whoever reads finds the old or the new one, however the process
+/// ends.
 class PLATFORM_API Framework {
  public:
   /// A broker whose preferences service writes into `preferenceDirectory`.

@@ -3,12 +3,14 @@
 #include <fmt/format.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <cstring>
 #include <filesystem>
 #include <system_error>
 
 #include "host/base/usererror.h"
+#include "simulation/framework/outputfile.h"
 
 namespace host {
 namespace {
@@ -22,10 +24,29 @@ bool isSamePlace(const std::string& one, const std::string& other) {
                                                  fs::weakly_canonical(fs::absolute(other), none);
 }
 
+/// Files with such names come and go beside an output. Also behind a link.
+bool isPart(const std::string& path) {
+  std::error_code none;
+  return simulation::isPartName(fs::path(path).filename()) ||
+         simulation::isPartName(fs::weakly_canonical(path, none).filename());
+}
+
+void refusePart(const std::string& path) {
+  if (isPart(path)) {
+    throw UserError(path, {}, "bears the name of a part of a file; give it another one");
+  }
+}
+
 }  // namespace
+
+bool isStandardOutput(const std::string& path) {
+  return path == "/dev/stdout" || path == "/dev/fd/1" || path == "/proc/self/fd/1";
+}
 
 void checkOutputs(const std::vector<NamedOutput>& outputs, const std::vector<std::string>& inputs) {
   for (auto output = outputs.begin(); output != outputs.end(); ++output) {
+    refusePart(output->path);
+    std::for_each(inputs.begin(), inputs.end(), refusePart);
     for (const std::string& input : inputs) {
       if (isSamePlace(output->path, input)) {
         throw UserError(output->path, {},

@@ -40,6 +40,11 @@ std::string joinedLines(const std::vector<std::string>& lines) {
   return text;
 }
 
+/// Whether standard output is that of a file, so that the report has to go elsewhere.
+bool leavesStandardOutput(const RunOptions& options) {
+  return isStandardOutput(options.tracePath) || isStandardOutput(options.plotPath);
+}
+
 void checkOutputPaths(const RunOptions& options, const MachineModel& machine,
                       const std::vector<CommandBatch>& batches) {
   std::set<std::string> read(machine.paths.begin(), machine.paths.end());
@@ -60,6 +65,14 @@ void checkOutputPaths(const RunOptions& options, const MachineModel& machine,
                        "preference file of " + wanted.container});
   }
   checkOutputs(outputs, inputs);
+  if (options.json && leavesStandardOutput(options)) {
+    throw UserError("/dev/stdout", {}, "holds the JSON object; name a file, or leave out --json");
+  }
+}
+
+/// Where the report goes.
+void report(const RunOptions& options, const std::string& text) {
+  leavesStandardOutput(options) ? complain(text) : say(text);
 }
 
 std::string titleOf(const MachineModel& machine, const RunOptions& options) {
@@ -128,8 +141,8 @@ void judge(const RunOptions& options, const RunResult& result, const Plan& plan,
 /// Says all of it, and the status to exit with.
 int conclude(const RunOptions& options, const RunResult& result, const Plan& plan,
              const Outcome& outcome) {
-  say(options.json ? runJson(options, result, plan, outcome)
-                   : joinedLines(outcome.exports) + runReport(result, outcome));
+  report(options, options.json ? runJson(options, result, plan, outcome)
+                               : joinedLines(outcome.exports) + runReport(result, outcome));
   complainAll("warning", outcome.warnings);
   complainAll("error", outcome.errors);
   if (outcome.signal != 0) {
@@ -147,8 +160,8 @@ void announce(const RunOptions& options, Torvex& torvex, const MachineModel& mac
               const std::vector<CommandBatch>& batches, const Schedule& schedule,
               Outcome& outcome) {
   if (!options.json) {
-    say(loadedReport(machine, batches, schedule, options,
-                     torvex.engine().machine().replacedLeftover()));
+    report(options, loadedReport(machine, batches, schedule, options,
+                                 torvex.engine().machine().replacedLeftover()));
   }
   if (options.session.clock == Clock::realtime) {
     for (const std::string& refused : prepareRealtime(options.session.cycleScheduling)) {
@@ -249,8 +262,15 @@ void addPace(CLI::App& command, RunOptions& options) {
 }
 
 void addOutputs(CLI::App& command, RunOptions& options) {
-  addOption(command, {"--trace", "FILE.csv", "Write every cycle to this CSV file", ""},
-            options.tracePath);
+  addOption(
+      command,
+      {"--trace", "FILE.csv",
+       "Write every cycle to this CSV file; - is standard output, and the report then goes to "
+       "standard error",
+       ""},
+      [&options](const std::string& text) {
+        options.tracePath = text == "-" ? "/dev/stdout" : text;
+      });
   addOption(
       command,
       {"--plot", "FILE.svg", "Draw commands and measured values over time (needs gnuplot)", ""},

@@ -1,101 +1,231 @@
 #include "simulation/framework/outputfile.h"
 
+#include <dirent.h>
 #include <fcntl.h>
 #include <sys/file.h>
-#include <sys/stat.h>
-#include <unistd.h>
+#include <sys/random.h>
 
+#include <algorithm>
 #include <cerrno>
+#include <cstdint>
+#include <cstdlib>
 #include <cstring>
-#include <filesystem>
+#include <memory>
+#include <string_view>
 #include <system_error>
+#include <utility>
 
+#include "simulation/framework/outputplace.h"
 #include "simulation/machine.h"
 
 namespace simulation {
 namespace {
 
-Error unwritable(const std::string& why) {
-  return Error{"cannot be written: " + why};
+constexpr std::string_view partMark = ".torvex-part-";
+constexpr std::size_t randomDigits = 16;
+
+[[noreturn]] void refuse(const std::string& why) {
+  throw Error("cannot be written: " + why);
+}
+
+[[noreturn]] void refuseFor(int error) {
+  refuse(std::strerror(error));
+}
+
+std::string freshPartName(const std::string& name) {
+  std::uint64_t number = 0;
+  if (getrandom(&number, sizeof number, 0) != sizeof number) {
+    refuseFor(errno);
+  }
+  std::string digits(randomDigits, '0');
+  for (char& digit : digits) {
+    digit = "0123456789abcdef"[number & 15U];
+    number >>= 4U;
+  }
+  return name + std::string(partMark) + digits;
+}
+
+/// The descriptor of this process that a name in its folder of descriptors means.
+Descriptor duplicated(const OutputPlace& place) {
+  const int number = std::atoi(place.name.c_str());
+  struct stat meant {};
+  struct stat own {};
+  if (fstatat(place.folder.number(), place.name.c_str(), &meant, 0) != 0 ||
+      fstat(number, &own) != 0 || meant.st_ino != own.st_ino || meant.st_dev != own.st_dev) {
+    refuse("it is no open file of this process");
+  }
+  Descriptor copy(fcntl(number, F_DUPFD_CLOEXEC, 0));
+  if (!copy.isOpen()) {
+    refuseFor(errno);
+  }
+  return copy;
+}
+
+/// A pipe or a device, to be written to as it is.
+Descriptor openedStream(const OutputPlace& place) {
+  if (S_ISFIFO(place.present.st_mode) && place.present.st_uid != geteuid()) {
+    refuse("it is a pipe of another user");
+  }
+  Descriptor stream(openat(place.folder.number(), place.name.c_str(),
+                           O_WRONLY | O_NOFOLLOW | O_NOCTTY | O_CLOEXEC));
+  if (!stream.isOpen()) {
+    refuseFor(errno);
+  }
+  return stream;
 }
 
 /// Replacing a file asks only for its folder's permission; ask for its own too.
-/// The result is what the new file may permit.
-mode_t checkPlace(const std::string& path) {
-  struct stat present {};
-  if (stat(path.c_str(), &present) != 0) {
-    constexpr mode_t everybodyReads = 0644;
-    return everybodyReads;
+void checkReplaceable(const OutputPlace& place) {
+  if (!S_ISREG(place.present.st_mode)) {
+    refuse("it is neither a regular file nor a pipe or device");
   }
-  if (!S_ISREG(present.st_mode)) {
-    throw unwritable("it is not a regular file");
+  if (faccessat(place.folder.number(), place.name.c_str(), W_OK, AT_EACCESS) != 0) {
+    refuseFor(errno);
   }
-  if (access(path.c_str(), W_OK) != 0) {
-    throw unwritable(std::strerror(errno));
+  struct stat around {};
+  const uid_t user = geteuid();
+  if (fstat(place.folder.number(), &around) != 0 ||
+      ((around.st_mode & S_ISVTX) != 0 && user != 0 && user != around.st_uid &&
+       user != place.present.st_uid)) {
+    refuseFor(EPERM);
   }
-  constexpr mode_t permissions = 07777;
-  return present.st_mode & permissions;
 }
 
-/// The file that a symbolic link leads to, there or not.
-std::string resolved(const std::string& path) {
-  constexpr int longestChain = 40;
-  std::filesystem::path place = path;
-  std::error_code failure;
-  for (int link = 0; link < longestChain && std::filesystem::is_symlink(place, failure); ++link) {
-    place = place.parent_path() / std::filesystem::read_symlink(place, failure);
+/// Whether a part lies there that no living process writes, of this user.
+bool isLeftBehind(int folder, const char* name) {
+  const Descriptor part(openat(folder, name, O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC));
+  struct stat found {};
+  return part.isOpen() && fstat(part.number(), &found) == 0 && S_ISREG(found.st_mode) &&
+         found.st_uid == geteuid() && flock(part.number(), LOCK_EX | LOCK_NB) == 0;
+}
+
+void sweepParts(const OutputPlace& place) {
+  const int folder =
+      openat(place.folder.number(), ".", O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC);
+  const std::unique_ptr<DIR, int (*)(DIR*)> entries(folder < 0 ? nullptr : fdopendir(folder),
+                                                    closedir);
+  if (entries == nullptr) {
+    if (folder >= 0) {
+      close(folder);
+    }
+    return;
   }
-  return place.string();
-}
-
-/// False when the file has meanwhile taken its place under another name, or has a
-/// second one.
-bool isStillNamed(int descriptor, const std::string& path) {
-  struct stat opened {};
-  struct stat named {};
-  return fstat(descriptor, &opened) == 0 && lstat(path.c_str(), &named) == 0 &&
-         S_ISREG(opened.st_mode) && opened.st_nlink == 1 && opened.st_ino == named.st_ino &&
-         opened.st_dev == named.st_dev;
-}
-
-void syncFolderOf(const std::string& path) {
-  const std::size_t slash = path.rfind('/');
-  const std::string folder = slash == std::string::npos ? "." : path.substr(0, slash + 1);
-  const int descriptor = open(folder.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
-  if (descriptor >= 0) {
-    fsync(descriptor);
-    close(descriptor);
+  while (const dirent* const entry = readdir(entries.get())) {
+    const std::string_view name = entry->d_name;
+    if (name.size() == place.name.size() + partMark.size() + randomDigits &&
+        name.substr(0, place.name.size()) == place.name && isPartName(entry->d_name) &&
+        isLeftBehind(place.folder.number(), entry->d_name)) {
+      unlinkat(place.folder.number(), entry->d_name, 0);
+    }
   }
 }
 
 }  // namespace
 
-OutputFile::OutputFile(const std::string& path)
-    : path_(resolved(path)), partPath_(path_ + ".torvex-part") {
-  const mode_t mode = checkPlace(path_);
-  descriptor_ =
-      open(partPath_.c_str(), O_WRONLY | O_CREAT | O_CLOEXEC | O_NOFOLLOW | O_NONBLOCK, mode);
-  if (descriptor_ < 0) {
-    throw unwritable(std::strerror(errno));
-  }
-  const char* obstacle = nullptr;
-  if (flock(descriptor_, LOCK_EX | LOCK_NB) != 0 || !isStillNamed(descriptor_, partPath_)) {
-    obstacle = "another process is writing it";
-  } else if (ftruncate(descriptor_, 0) != 0) {
-    obstacle = std::strerror(errno);
-  }
-  if (obstacle != nullptr) {
-    close(descriptor_);
-    throw unwritable(obstacle);
-  }
+bool isPartName(const std::string& name) {
+  const std::size_t end = partMark.size() + randomDigits;
+  return name.size() > end && name.compare(name.size() - end, partMark.size(), partMark) == 0 &&
+         name.find_first_not_of("0123456789abcdef", name.size() - randomDigits) ==
+             std::string::npos;
 }
 
-OutputFile::~OutputFile() {
-  if (descriptor_ >= 0) {
-    unlink(partPath_.c_str());
-    close(descriptor_);
+/// What is being written, and where it goes.
+struct OutputFile::Part {
+  explicit Part(const std::string& path) : place(placeOf(path)) {
+    if (place.isDescriptor) {
+      file = duplicated(place);
+      return;
+    }
+    if (place.exists && (S_ISFIFO(place.present.st_mode) || S_ISCHR(place.present.st_mode))) {
+      file = openedStream(place);
+      return;
+    }
+    takesPlace = true;
+    if (isPartName(place.name)) {
+      refuse("such names are those of parts of files");
+    }
+    if (place.exists) {
+      checkReplaceable(place);
+    }
+    sweepParts(place);
+    open();
   }
-}
+  ~Part() {
+    if (!name.empty()) {
+      unlinkat(place.folder.number(), name.c_str(), 0);
+    }
+  }
+  Part(const Part&) = delete;
+  Part& operator=(const Part&) = delete;
+
+  void open() {
+    constexpr mode_t readAndWrite = 0666;
+    const mode_t mode = readAndWrite & (place.exists ? place.present.st_mode : readAndWrite);
+    const bool canBeNamed = access("/proc/self/fd", X_OK) == 0;
+    errno = EOPNOTSUPP;
+    if (canBeNamed) {
+      file = Descriptor(openat(place.folder.number(), ".", O_TMPFILE | O_WRONLY | O_CLOEXEC, mode));
+    }
+    if (!file.isOpen() && (errno == EOPNOTSUPP || errno == EISDIR || errno == EINVAL)) {
+      openNamed(mode);
+    }
+    if (!file.isOpen()) {
+      refuseFor(errno);
+    }
+    flock(file.number(), LOCK_EX | LOCK_NB);
+  }
+  /// Locked, or a sweep that came between has removed it.
+  void openNamed(mode_t mode) {
+    struct stat made {};
+    while (made.st_nlink == 0) {
+      std::string fresh = freshPartName(place.name);
+      file = Descriptor(openat(place.folder.number(), fresh.c_str(),
+                               O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, mode));
+      if (!file.isOpen()) {
+        return;
+      }
+      name = std::move(fresh);
+      flock(file.number(), LOCK_EX | LOCK_NB);
+      fstat(file.number(), &made);
+    }
+  }
+  /// Gives the part a name, if it has none, and then its place.
+  bool settle() {
+    if (name.empty()) {
+      const std::string own = "/proc/self/fd/" + std::to_string(file.number());
+      std::string fresh = freshPartName(place.name);
+      if (linkat(AT_FDCWD, own.c_str(), place.folder.number(), fresh.c_str(), AT_SYMLINK_FOLLOW) !=
+          0) {
+        return false;
+      }
+      name = std::move(fresh);
+    }
+    if (renameat(place.folder.number(), name.c_str(), place.folder.number(), place.name.c_str()) !=
+        0) {
+      return false;
+    }
+    name.clear();
+    return true;
+  }
+  void syncFolder() const {
+    const Descriptor folder(openat(place.folder.number(), ".", O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+    if (folder.isOpen()) {
+      fsync(folder.number());
+    }
+  }
+
+  OutputPlace place;
+  Descriptor file;
+  /// Empty while it has none.
+  std::string name;
+  /// Otherwise it is written to as it is.
+  bool takesPlace = false;
+};
+
+OutputFile::OutputFile(const std::string& path)
+    : path_(path), part_(std::make_unique<Part>(path)) {}
+
+OutputFile::~OutputFile() = default;
 
 void OutputFile::fail() const {
   throw std::system_error(errno, std::generic_category(), path_);
@@ -103,7 +233,7 @@ void OutputFile::fail() const {
 
 void OutputFile::write(const char* bytes, std::size_t count) {
   while (count > 0) {
-    const ssize_t written = ::write(descriptor_, bytes, count);
+    const ssize_t written = ::write(part_->file.number(), bytes, count);
     if (written < 0) {
       if (errno == EINTR) {
         continue;
@@ -116,12 +246,13 @@ void OutputFile::write(const char* bytes, std::size_t count) {
 }
 
 void OutputFile::commit() {
-  if (fsync(descriptor_) != 0 || rename(partPath_.c_str(), path_.c_str()) != 0) {
-    fail();
+  if (part_->takesPlace) {
+    if (fsync(part_->file.number()) != 0 || !part_->settle()) {
+      fail();
+    }
+    part_->syncFolder();
   }
-  close(descriptor_);
-  descriptor_ = -1;
-  syncFolderOf(path_);
+  part_.reset();
 }
 
 }  // namespace simulation

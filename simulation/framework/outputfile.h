@@ -1,15 +1,24 @@
 #pragma once
 
 #include <cstddef>
+#include <memory>
 #include <string>
 
 #include "platform/export.h"
 
 namespace simulation {
 
-/// A file that appears whole or not at all: it is written as FILE.torvex-part
-/// beside its place and takes it on `commit`. A part that a killed process left
-/// behind is written over; one that another process is writing is not.
+/// True for the names that parts of files bear while they are written.
+PLATFORM_API bool isPartName(const std::string& name);
+
+/// A file that appears whole or not at all: its part has no name until `commit`, or where the
+/// file system knows no files without a name, one that nobody can foresee. A part that a killed
+/// process left there is removed by its owner's next file of the same name.
+///
+/// The file belongs to this user, is permitted what the umask leaves and a file that it replaces
+/// permitted, and never carries set-id bits. Symbolic links are followed when nobody but root or
+/// this user can have laid them. Pipes, devices and this process's open files (/dev/stdout) are
+/// written to as they are; a pipe of another user is refused.
 class PLATFORM_API OutputFile {
  public:
   /// Throws `Error`, which says why but not where, when it cannot be written there.
@@ -25,11 +34,12 @@ class PLATFORM_API OutputFile {
   void commit();
 
  private:
+  struct Part;
+
   [[noreturn]] void fail() const;
 
   const std::string path_;
-  const std::string partPath_;
-  int descriptor_ = -1;
+  std::unique_ptr<Part> part_;
 };
 
 }  // namespace simulation

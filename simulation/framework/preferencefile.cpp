@@ -214,10 +214,6 @@ void replaceFile(const std::string& path, const std::string& content) {
   }
 }
 
-bool endsWith(const std::string& text, const std::string& end) {
-  return text.size() >= end.size() && text.compare(text.size() - end.size(), end.size(), end) == 0;
-}
-
 }  // namespace
 
 void writePreferenceFile(const std::string& directory, const std::string& fileName,
@@ -238,7 +234,7 @@ void writePreferenceFile(const std::string& directory, const std::string& fileNa
 bool isPreferenceFileName(const std::string& fileName) {
   return !fileName.empty() && fileName != "." && fileName != ".." &&
          fileName.find('/') == std::string::npos && fileName.find('\0') == std::string::npos &&
-         !endsWith(fileName, ".torvex-part");
+         !isPartName(fileName);
 }
 
 ZR::ZRValue readPreferenceFile(const std::string& path) {

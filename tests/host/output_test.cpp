@@ -1,10 +1,13 @@
+#include <fcntl.h>
 #include <gtest/gtest.h>
 #include <pty.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <algorithm>
 #include <cstdint>
 #include <cstdlib>
+#include <filesystem>
 #include <limits>
 #include <random>
 #include <sstream>
@@ -19,29 +22,71 @@
 #include "host/engine/trace.h"
 #include "host/results/report.h"
 #include "tests/support/bits.h"
+#include "tests/support/namelessfiles.h"
 #include "tests/support/temporary.h"
 
 namespace {
 
+// Once with parts that have no name, and once as on a file system that knows none.
 TEST(OutputFile, AppearsWholeOrNotAtAll) {
-  const Temporary temporary;
-  const std::string path = temporary.write("out", "old");
-  {
-    host::OutputFile dropped(path);
-    dropped.write("half", 4);
+  for (const bool named : {false, true}) {
+    refuseFilesWithoutName = named;
+    const Temporary temporary;
+    const std::string path = temporary.write("out", "old");
+    const auto entries = [&] {
+      return std::distance(std::filesystem::directory_iterator(temporary.path("")), {});
+    };
+    {
+      host::OutputFile dropped(path);
+      dropped.write("half", 4);
+      EXPECT_EQ(entries(), named ? 2 : 1);
+    }
+    EXPECT_EQ(contentsOf(path), "old");
+    (void)temporary.write("out.torvex-part-0123456789abcdef", "what a killed process left");
+    (void)temporary.write("out.torvex-part", "the user's own");
+    chmod(path.c_str(), 04606);
+    host::OutputFile file(path);
+    file.write("new", 3);
+    EXPECT_EQ(contentsOf(path), "old");
+    host::OutputFile other(path);  // takes no part of another for one left behind
+    file.commit();
+    EXPECT_EQ(contentsOf(path), "new");
+    other.commit();
+    EXPECT_EQ(contentsOf(path), "");
+    EXPECT_EQ(entries(), 2);
+    struct stat made {};
+    stat(path.c_str(), &made);
+    EXPECT_EQ(made.st_mode & 07777U, 0604U) << "of what the old one had, what the umask leaves";
+    refuseFilesWithoutName = false;
   }
-  EXPECT_EQ(contentsOf(path), "old");
-  EXPECT_FALSE(temporary.holds("out.torvex-part"));
-  (void)temporary.write("out.torvex-part", "what a killed process left");
-  host::OutputFile file(path);
-  file.write("new", 3);
-  EXPECT_EQ(contentsOf(path), "old");
-  EXPECT_THROW(host::OutputFile{path}, host::UserError) << "it is being written";
-  file.commit();
-  EXPECT_EQ(contentsOf(path), "new");
-  EXPECT_FALSE(temporary.holds("out.torvex-part"));
-  EXPECT_THROW(host::OutputFile{temporary.path("none/out")}, host::UserError);
-  EXPECT_THROW(host::OutputFile{temporary.path("")}, host::UserError);
+}
+
+TEST(OutputFile, FollowsOnlyWhatNobodyElseCanHaveLaid) {
+  const Temporary temporary;
+  const std::string target = temporary.write("target", "old");
+  std::filesystem::create_directory(temporary.path("shared"));
+  for (const char* link : {"link", "shared/link"}) {
+    std::filesystem::create_symlink(target, temporary.path(link));
+  }
+  const auto write = [&](const std::string& name) {
+    host::OutputFile file(temporary.path(name));
+    file.write(name.data(), name.size());
+    file.commit();
+  };
+  write("shared/../link");
+  EXPECT_EQ(contentsOf(target), "shared/../link");
+  EXPECT_TRUE(std::filesystem::is_symlink(temporary.path("link")));
+  chmod(temporary.path("shared").c_str(), 01777);
+  mkfifo(temporary.path("pipe").c_str(), 0600);
+  const int reader = open(temporary.path("pipe").c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC);
+  write("pipe");
+  char block[8] = {};
+  EXPECT_EQ(read(reader, block, sizeof block), 4);
+  close(reader);
+  for (const char* refused : {"shared/link", "none/out", "", "out.torvex-part-0123456789abcdef"}) {
+    EXPECT_THROW(write(refused), host::UserError) << refused;
+  }
+  EXPECT_EQ(contentsOf(target), "shared/../link");
 }
 
 TEST(Trace, WritesFloatsThatReadBackExactly) {

@@ -61,7 +61,7 @@ expect_recovery() {
   count_new
   [ $new -eq ${#files[@]} ] || wrong "the next run wrote $new files"
   [ ! -e "/dev/shm/torvex.$pool" ] || wrong "the next run left its pool"
-  [ -z "$(find . -name '*.torvex-part')" ] || wrong "the next run left a part"
+  [ -z "$(find . -name '*.torvex-part*')" ] || wrong "the next run left a part"
 }
 
 kill=none new=0
