@@ -3,6 +3,7 @@
 #include <cstdint>
 #include <limits>
 #include <memory>
+#include <optional>
 #include <stdexcept>
 #include <string>
 #include <utility>
@@ -108,25 +109,32 @@ struct ActuatorCounters {
   std::uint32_t movedFromOutside = 0;
 };
 
+/// Where the pool of a name lies: "NAME" is this user's, "UID:NAME" that of the user with this
+/// number. Throws `Error` for what is no such name.
+PLATFORM_API std::string poolPath(const std::string& poolName);
+
 /// The machine of this process: from construction to destruction, the hal's
 /// operations answer from its pool. There is one at a time.
 ///
-/// Construction, destruction and `step` belong to one thread each; the other
-/// operations to any. Nothing but `step` is meant for the control cycle.
+/// Construction, destruction, and `step` with `beginCycle` and `endCycle` belong to one thread
+/// each; the other operations to any. Nothing but these three is meant for the control cycle.
 class PLATFORM_API Machine {
  public:
   /// Lays the machine out in the shared-memory segment of this name (letters,
-  /// digits, ".", "_" and "-"). A segment left by a process that was killed is
-  /// replaced. With an empty name the machine is this process's alone: nobody can
+  /// digits, ".", "_" and "-"), which is this user's alone: each has a name space of his own
+  /// (`poolPath`). Others may read it as far as `poolMode` permits, of which the bits of 0044
+  /// count; without it, as far as the umask leaves them. A segment left by a process that was
+  /// killed is replaced. With an empty name the machine is this process's alone: nobody can
   /// watch it, and nothing of it can stay behind.
   ///
   /// Throws `Error` when the description is not sound (an empty name, two
   /// sub-devices or two other containers of one kind with the same name, a
   /// value that does not fit its type code, a sensor on an unknown actuator, a
   /// preference of an unknown owner, more attributes or preferences than fit), when a living
-  /// process owns the segment, when something else does, when out of memory, and when this
-  /// process has a machine already.
-  Machine(const std::string& poolName, const MachineDescription& description);
+  /// process owns the segment, when something else or somebody else does, when out of memory,
+  /// and when this process has a machine already.
+  Machine(const std::string& poolName, const MachineDescription& description,
+          std::optional<std::uint32_t> poolMode = std::nullopt);
   /// Removes the segment.
   ~Machine();
 
@@ -139,6 +147,13 @@ class PLATFORM_API Machine {
   /// Lets `seconds` pass for the sensors. May be called in the control cycle:
   /// neither allocates nor blocks nor throws.
   void step(double seconds) noexcept;
+
+  /// Around all that one control cycle writes, `step` included, so that observers can copy the
+  /// values of one cycle (`Observer::copyCycle`); `machineTimeMs` is what they are told of it. A
+  /// cycle that was begun and not ended goes on with the next one. May be called in the control
+  /// cycle: neither allocate nor block nor throw, and have no locked instruction.
+  void beginCycle() noexcept;
+  void endCycle(std::int64_t machineTimeMs) noexcept;
 
   /// The attribute that holds the "Value" of an actuator or a sensor.
   [[nodiscard]] const hal::DeviceAttrGeneric& actuatorValue(int actuator) const;

@@ -2,6 +2,8 @@
 
 #include <fmt/format.h>
 
+#include <algorithm>
+#include <chrono>
 #include <map>
 #include <nlohmann/json.hpp>
 #include <set>
@@ -60,11 +62,22 @@ LiveValues::LiveValues(const simulation::Observer& observer, const std::vector<s
       attributes_.push_back({found->second, found->first});
     }
   }
+  look();
+}
+
+std::optional<std::int64_t> LiveValues::ageMs() const {
+  if (cycle_.number == 0) {
+    return std::nullopt;
+  }
+  const auto now = std::chrono::system_clock::now().time_since_epoch();
+  const std::int64_t ageNs = now / std::chrono::nanoseconds(1) - cycle_.wallTimeNs;
+  constexpr std::int64_t nsPerMs = 1'000'000;
+  return std::max<std::int64_t>(ageNs / nsPerMs, 0);
 }
 
 Json LiveValues::value(std::size_t position) const {
   const int index = attributes_[position].index;
-  const hal::AttrGeneric present = observer_.value(index);
+  const hal::AttrGeneric present = cycle_.values[static_cast<std::size_t>(index)];
   switch (valueType(observer_.typeCode(index))) {
     case ValueType::integer:
       return present.asInt;
@@ -102,7 +115,15 @@ std::string jsonLine(const LiveValues& values, std::int64_t timeMs) {
   for (std::size_t i = 0; i < values.size(); ++i) {
     members.push_back({values.key(i), values.value(i)});  // no key twice
   }
-  return printed({{"time_ms", timeMs}, {"values", std::move(members)}}, -1) + "\n";
+  const std::optional<std::int64_t> ageMs = values.ageMs();
+  return printed({{"time_ms", timeMs},
+                  {"cycle", values.cycle().number},
+                  {"machine_ms", values.cycle().machineTimeMs},
+                  {"age_ms", ageMs ? Json(*ageMs) : Json()},
+                  {"whole", values.cycle().isWhole},
+                  {"values", std::move(members)}},
+                 -1) +
+         "\n";
 }
 
 }  // namespace host

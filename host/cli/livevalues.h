@@ -2,6 +2,7 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -22,7 +23,13 @@ class LiveValues {
   [[nodiscard]] const std::string& key(std::size_t position) const {
     return attributes_[position].key;
   }
-  /// The present value; null when there is none.
+  /// Copies the values of the present cycle; the first ones are those at construction.
+  void look() { cycle_ = observer_.copyCycle(); }
+  /// When and by which cycle they were written.
+  [[nodiscard]] const simulation::PoolCycle& cycle() const { return cycle_; }
+  /// How long that is ago, in milliseconds; none when no cycle has written anything.
+  [[nodiscard]] std::optional<std::int64_t> ageMs() const;
+  /// A value as it was then; null when there is none.
   [[nodiscard]] Json value(std::size_t position) const;
   /// The same, for the eye.
   [[nodiscard]] std::string shownValue(std::size_t position) const;
@@ -35,6 +42,7 @@ class LiveValues {
 
   const simulation::Observer& observer_;
   std::vector<Attribute> attributes_;
+  simulation::PoolCycle cycle_;
 };
 
 /// Says what the values are: the result is to be written out. The time is in

@@ -1,6 +1,7 @@
 #include "host/cli/options.h"
 
 #include <charconv>
+#include <string>
 #include <system_error>
 
 #include "host/base/textfile.h"
@@ -120,8 +121,21 @@ void addPreferenceDirectory(CLI::App& command, std::string& path) {
 }
 
 void addPool(CLI::App& command, std::string& name) {
-  addOption(command, {"--pool", "NAME", "Name of the device pool in shared memory", name},
+  addOption(command,
+            {"--pool", "NAME", "Name of the device pool in shared memory, each user's own", name},
             [&name](const std::string& text) { name = notEmpty("--pool", text); });
+}
+
+void addPoolMode(CLI::App& command, std::optional<std::uint32_t>& mode) {
+  addOption(command,
+            {"--pool-mode", "600|640|604|644",
+             "Who may watch: permissions of the device pool (default: 644 less the umask)", ""},
+            [&mode](const std::string& text) {
+              if (text != "600" && text != "640" && text != "604" && text != "644") {
+                refuseOption("--pool-mode", "'" + text + "' is not 600, 640, 604 or 644");
+              }
+              mode = static_cast<std::uint32_t>(std::stoul(text, nullptr, 8));
+            });
 }
 
 }  // namespace host

@@ -1,5 +1,7 @@
 #pragma once
 
+#include <cstdint>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -20,5 +22,6 @@ void addPreferenceDirectory(CLI::App& command, std::string& path);
 /// What the thread of the cycle asks of the machine, in real time.
 void addCycleScheduling(CLI::App& command, ThreadScheduling& scheduling);
 void addPool(CLI::App& command, std::string& name);
+void addPoolMode(CLI::App& command, std::optional<std::uint32_t>& mode);
 
 }  // namespace host

@@ -315,6 +315,7 @@ void addRunCommand(CLI::App& app, Command& chosen) {
   addOutputs(command, *options);
   addExports(command, *options);
   addPool(command, options->session.poolName);
+  addPoolMode(command, options->session.poolMode);
   addFlag(command, "--json", options->json, "The outcome as a JSON object instead of tables");
 }
 

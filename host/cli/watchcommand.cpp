@@ -44,11 +44,12 @@ int waitForNextLook() {
   return output.revents == 0 ? okStatus : shortfallStatus;
 }
 
-int follow(const simulation::Observer& observer, bool once, const Look& look,
+int follow(const simulation::Observer& observer, LiveValues& values, bool once, const Look& look,
            int (*write)(const std::string&) = writeOut) {
   const auto begin = std::chrono::steady_clock::now();
   while (true) {
     const bool isLast = once || !observer.isOwned();
+    values.look();
     const auto passed = std::chrono::steady_clock::now() - begin;
     int status = write(look(passed / std::chrono::milliseconds(1)));
     if (isLast || status != okStatus) {
@@ -61,19 +62,20 @@ int follow(const simulation::Observer& observer, bool once, const Look& look,
   }
 }
 
-int lookOn(const simulation::Observer& observer, const LiveValues& values,
-           const WatchOptions& options) {
+int lookOn(const simulation::Observer& observer, LiveValues& values, const WatchOptions& options) {
   if (options.json) {
-    return follow(observer, options.once,
+    return follow(observer, values, options.once,
                   [&](std::int64_t timeMs) { return jsonLine(values, timeMs); });
   }
   if (!options.once && isatty(STDOUT_FILENO) == 1) {
     const WatchScreen screen("pool " + options.poolName, values);
     return follow(
-        observer, false, [&](std::int64_t timeMs) { return screen.redrawn(timeMs); }, sendOut);
+        observer, values, false, [&](std::int64_t timeMs) { return screen.redrawn(timeMs); },
+        sendOut);
   }
   ValueLines lines(values);
-  return follow(observer, options.once, [&](std::int64_t timeMs) { return lines.changed(timeMs); });
+  return follow(observer, values, options.once,
+                [&](std::int64_t timeMs) { return lines.changed(timeMs); });
 }
 
 int watch(const WatchOptions& options) {
@@ -82,11 +84,13 @@ int watch(const WatchOptions& options) {
     throw simulation::Error(fmt::format(
         "the machine of the device pool '{}' runs no more; start it anew", options.poolName));
   }
-  const LiveValues values(observer, options.keys);
+  LiveValues values(observer, options.keys);
   const StopSignal stopSignal;
   const int status = lookOn(observer, values, options);
   if (status == okStatus && !options.once) {
     complain("torvex: the machine has ended\n");
+  } else if (status == okStatus && !options.json && values.ageMs()) {
+    complain(fmt::format("torvex: cycle {}, {} ms ago\n", values.cycle().number, *values.ageMs()));
   }
   return status;
 }
@@ -102,8 +106,11 @@ void addWatchCommand(CLI::App& app, Command& chosen) {
       "  torvex watch torso_yaw/Value torso_yaw/Sensor/Value\n\n"
       "On a terminal the values are redrawn ten times a second. Elsewhere there is a line\n"
       "SECONDS KEY VALUE for each value that has changed, since watching began; with --json, at\n"
-      "each look an object {\"time_ms\": ..., \"values\": {KEY: VALUE, ...}} on a line. A missing\n"
-      "value is shown as -, and null in JSON. Watching does not disturb the machine.\n\n"
+      "each look an object on a line: {\"time_ms\": ..., \"cycle\": its number, \"machine_ms\": "
+      "machine\n"
+      "time, \"age_ms\": how long ago it ended, \"whole\": whether all values are of that cycle,\n"
+      "\"values\": {KEY: VALUE, ...}}. A missing value is shown as -, and null in JSON. Watching\n"
+      "does not disturb the machine. --pool UID:NAME is the pool of the user with this number.\n\n"
       "Exit status: 0 when the machine ended, however it did; 1 when nobody reads any more; 2\n"
       "when there is no such pool or key, or for bad usage; 128 and the signal's number when a\n"
       "signal stopped it.",

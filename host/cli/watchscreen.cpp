@@ -58,8 +58,12 @@ std::string WatchScreen::redrawn(std::int64_t timeMs) const {
   const std::string rest =
       rows < values_.size() ? fmt::format(" ({} more)", values_.size() - rows) : "";
   std::string bytes(home);
-  bytes += line(fmt::format("{}{}  {:.1f} s  {}", counted(rows, "value"), rest,
-                            static_cast<double>(timeMs) / 1000.0, title_));
+  const std::optional<std::int64_t> ageMs = values_.ageMs();
+  const std::string age = ageMs ? fmt::format("  cycle {}, {:.3f} s ago", values_.cycle().number,
+                                              static_cast<double>(*ageMs) / 1000.0)
+                                : "";
+  bytes += line(fmt::format("{}{}  {:.1f} s  {}{}", counted(rows, "value"), rest,
+                            static_cast<double>(timeMs) / 1000.0, title_, age));
   for (std::size_t i = 0; i < rows; ++i) {
     bytes += "\r\n" + line(fmt::format("{:<{}} {}", cutInFront(names[i], nameColumns), nameColumns,
                                        values_.shownValue(i)));

@@ -22,9 +22,9 @@ double numberIn(const hal::DeviceAttrGeneric& attribute) {
 }
 
 std::int32_t bitsIn(const hal::DeviceAttrGeneric& attribute) {
-  std::int32_t bits = 0;
-  __atomic_load(&attribute.value.asInt, &bits, __ATOMIC_RELAXED);
-  return bits;
+  hal::AttrGeneric present;
+  __atomic_load(&attribute.value, &present, __ATOMIC_RELAXED);
+  return present.asInt;
 }
 
 }  // namespace host

@@ -7,7 +7,7 @@ namespace host {
 
 Engine::Engine(const MachineModel& machine, const EngineOptions& options, Torvex* host)
     : options_(options),
-      machine_(options.poolName, machine.description),
+      machine_(options.poolName, machine.description, options.poolMode),
       framework_(options.preferenceDirectory),
       library_(framework_.broker(), host),
       pacer_(options.cycleMs, options.late),
@@ -51,6 +51,7 @@ std::int64_t Engine::goOn() {
   noteExternalWrites(timeMs);
   cycles_.latestMs = timeMs;
   cycles_.log.add({timeMs, previousMs});
+  machine_.beginCycle();
   library_.commands.run(stamp(timeMs), stamp(previousMs));
   for (Register& written : registers_) {
     written.lastBits = bitsIn(*written.attribute);

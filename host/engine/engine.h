@@ -28,6 +28,7 @@ struct EngineOptions {
   /// The tick, in milliseconds modulo 2^32, of machine time 0.
   std::uint32_t startTick = 0;
   Late late = Late::stand;
+  std::optional<std::uint32_t> poolMode = std::nullopt;
 };
 
 /// A machine and the library that drives it, with everything that commands it on one road.

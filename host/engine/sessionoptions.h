@@ -1,6 +1,7 @@
 #pragma once
 
 #include <cstdint>
+#include <optional>
 #include <string>
 
 #include "host/engine/pacer.h"
@@ -24,6 +25,8 @@ struct SessionOptions {
   double tolerance = 0.01;
   /// The device pool's name in shared memory.
   std::string poolName = "torvex";
+  /// Who may read it, as `simulation::Machine` takes it.
+  std::optional<std::uint32_t> poolMode = std::nullopt;
   std::string preferenceDirectory = ".";
 };
 

@@ -28,7 +28,8 @@ std::int64_t lastTime(const host::Plan& plan) {
 }
 
 host::EngineOptions engineOptions(const host::SessionOptions& options, std::uint32_t cycleMs) {
-  return {options.poolName, options.preferenceDirectory, cycleMs, options.startTick, options.late};
+  return {options.poolName, options.preferenceDirectory, cycleMs, options.startTick, options.late,
+          options.poolMode};
 }
 
 std::string sensorColumn(const std::string& sensor) {
@@ -210,6 +211,7 @@ void Torvex::cycle() {
     return;
   }
   engine_.machine().step(static_cast<double>(stepMs) / 1000.0);
+  engine_.machine().endCycle(engine_.timeMs());
   readBack();
   ++result_.counts.cycles;
   result_.counts.durations.add(static_cast<std::uint64_t>(host::wallNs() - beginNs));

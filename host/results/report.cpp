@@ -210,7 +210,7 @@ std::string loadedReport(const MachineModel& machine, const std::vector<CommandB
       text += noteLine(note);
     }
   }
-  text += fmt::format("pool     /dev/shm/torvex.{}{}\n", options.session.poolName,
+  text += fmt::format("pool     {}{}\n", simulation::poolPath(options.session.poolName),
                       replacedLeftover ? ", in place of one that a killed process left" : "");
   text += fmt::format("clock    {}, cycle {} ms, from tick {}\n",
                       options.session.clock == Clock::realtime ? "real time" : "simulated time",

@@ -3,6 +3,7 @@
 #include <boost/interprocess/offset_ptr.hpp>
 #include <cstddef>
 #include <cstdint>
+#include <cstring>
 #include <type_traits>
 
 #include "platform/export.h"
@@ -43,16 +44,20 @@ struct PLATFORM_API DeviceAttrGeneric {
   /// while `trackChangeFlag` is set; same duties as `set`.
   void trackChange();
 
-  /// Stores the float of a float attribute in one piece; tracks nothing.
+  /// Stores the float of a float attribute; tracks nothing. The record is loaded and stored in
+  /// one piece each and keeps its other four bytes, which two writers at once could mix.
   void storeFloat(float newValue) noexcept {
-    __atomic_store(&value.asFloat, &newValue, __ATOMIC_RELAXED);
+    AttrGeneric record;
+    __atomic_load(&value, &record, __ATOMIC_RELAXED);
+    std::memcpy(&record.asFloat, &newValue, sizeof newValue);
+    __atomic_store(&value, &record, __ATOMIC_RELEASE);
   }
 
   /// Any thread.
   [[nodiscard]] float loadFloat() const noexcept {
-    float present = 0.0F;
-    __atomic_load(&value.asFloat, &present, __ATOMIC_RELAXED);
-    return present;
+    AttrGeneric present;
+    __atomic_load(&value, &present, __ATOMIC_RELAXED);
+    return present.asFloat;
   }
 
   [[nodiscard]] bool tracksChanges() const noexcept { return (flags & trackChangeFlag) != 0; }

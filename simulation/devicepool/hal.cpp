@@ -70,7 +70,7 @@ AttributeContainer* DeviceManager::foundAttributeContainerWithNames(const char* 
 
 void DeviceAttrGeneric::set(const AttrGeneric& newValue) {
   AttrGeneric stored = newValue;
-  __atomic_store(&value, &stored, __ATOMIC_RELAXED);
+  __atomic_store(&value, &stored, __ATOMIC_RELEASE);
   if (tracksChanges()) {
     trackChange();
   }

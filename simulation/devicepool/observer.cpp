@@ -1,51 +1,110 @@
 #include "simulation/observer.h"
 
-#include <boost/interprocess/mapped_region.hpp>
-#include <boost/interprocess/shared_memory_object.hpp>
-#include <cstddef>
-#include <string_view>
+#include <fcntl.h>
+#include <sys/stat.h>
 
+#include <algorithm>
+#include <cerrno>
+#include <chrono>
+#include <cstddef>
+#include <cstring>
+#include <string_view>
+#include <thread>
+
+#include "simulation/devicepool/guardedmapping.h"
 #include "simulation/devicepool/poollayout.h"
 #include "simulation/devicepool/segment.h"
+#include "simulation/framework/descriptor.h"
 #include "simulation/machine.h"
 
 namespace simulation {
+namespace {
 
-namespace bip = boost::interprocess;
+/// Without waiting for anybody, whatever bears the name.
+Descriptor openedPool(const PoolPlace& place) {
+  Descriptor pool(
+      open(place.path.c_str(), O_RDONLY | O_NONBLOCK | O_NOFOLLOW | O_NOCTTY | O_CLOEXEC));
+  if (!pool.isOpen() && errno == ENOENT) {
+    throw Error("there is no device pool " + place.path +
+                "; start its machine first, or name the pool of one that runs");
+  }
+  struct stat found {};
+  if (!pool.isOpen() || fstat(pool.number(), &found) != 0) {
+    throw Error("cannot read the device pool " + place.path + ": " + std::strerror(errno));
+  }
+  if (!S_ISREG(found.st_mode)) {
+    throw Error(place.path + " is no device pool");
+  }
+  if (found.st_uid != place.user && found.st_uid != 0) {
+    throw Error(place.path + " belongs to user " + nameOfUser(found.st_uid) +
+                ", not to the one whose pool it would be");
+  }
+  return pool;
+}
 
-struct Observer::Mapping {
-  bip::shared_memory_object object;
-  bip::mapped_region region;
+std::size_t sizeOf(const Descriptor& pool, const std::string& path) {
+  struct stat found {};
+  if (fstat(pool.number(), &found) != 0 || found.st_size < off_t{sizeof(PoolRecord)}) {
+    throw Error(path + " is no complete device pool");
+  }
+  return static_cast<std::size_t>(found.st_size);
+}
+
+}  // namespace
+
+struct Observer::View {
+  explicit View(const PoolPlace& place)
+      : pool(openedPool(place)), mapping(pool.number(), sizeOf(pool, place.path)) {}
+
+  Descriptor pool;
+  GuardedMapping mapping;
+  /// As it was at first, whatever is written there later.
+  int attributeCount = 0;
 
   [[nodiscard]] const PoolRecord& record() const {
-    return *static_cast<const PoolRecord*>(region.get_address());
+    return *static_cast<const PoolRecord*>(mapping.address());
+  }
+
+  /// Zeros that stand for what was cut off lead nowhere else, so it is enough to look afterwards.
+  template <typename T>
+  [[nodiscard]] T unlessCut(T read) const {
+    if (mapping.isCut()) {
+      throw Error("the device pool was cut short while it was read");
+    }
+    return read;
   }
 
   /// Of what does not lie in the pool, any number.
   [[nodiscard]] std::size_t offsetOf(const void* place) const {
     return reinterpret_cast<std::uintptr_t>(place) -
-           reinterpret_cast<std::uintptr_t>(region.get_address());
+           reinterpret_cast<std::uintptr_t>(mapping.address());
   }
   template <typename T>
   [[nodiscard]] const T& recordAt(std::size_t offset) const {
-    const std::size_t size = region.get_size();
+    const std::size_t size = mapping.size();
     if (offset > size || size - offset < sizeof(T) || offset % alignof(T) != 0) {
       throw Error("the device pool is damaged: it points out of itself");
     }
-    return *reinterpret_cast<const T*>(static_cast<const char*>(region.get_address()) + offset);
+    return *reinterpret_cast<const T*>(static_cast<const char*>(mapping.address()) + offset);
   }
   [[nodiscard]] std::string textAt(std::size_t offset) const {
-    const std::string_view pool(static_cast<const char*>(region.get_address()), region.get_size());
-    const std::size_t end = pool.find('\0', offset);
-    if (end == std::string_view::npos) {
-      throw Error("the device pool is damaged: a text does not end in it");
+    constexpr std::size_t allTexts = std::size_t{64} << 20U;
+    constexpr std::size_t anyText = 1024;
+    const auto attributes = static_cast<std::size_t>(std::max(attributeCount, 1));
+    const std::size_t longest = std::max(anyText, allTexts / attributes);
+    const std::string_view all(static_cast<const char*>(mapping.address()), mapping.size());
+    const std::string_view begin = all.substr(std::min(offset, all.size()), longest + 1);
+    const std::size_t length = begin.find('\0');
+    if (length == std::string_view::npos) {
+      throw Error("the device pool is damaged: a text does not end in it, or is longer than " +
+                  std::to_string(longest) + " bytes");
     }
-    return std::string(pool.substr(offset, end - offset));
+    return unlessCut(std::string(begin.substr(0, length)));
   }
 
   [[nodiscard]] const hal::DeviceAttrGeneric& attribute(int index) const {
-    if (index < 0 || index >= record().attributeCount) {
-      throw Error("there is no attribute " + std::to_string(index));
+    if (index < 0 || index >= attributeCount) {
+      throw unlessCut(Error("there is no attribute " + std::to_string(index)));
     }
     return recordAt<hal::DeviceAttrGeneric>(offsetOf(record().attributes.get()) +
                                             static_cast<std::size_t>(index) *
@@ -54,80 +113,95 @@ struct Observer::Mapping {
   [[nodiscard]] const hal::AttributeContainer& container(int index) const {
     return recordAt<hal::AttributeContainer>(offsetOf(attribute(index).container.get()));
   }
+  [[nodiscard]] hal::AttrGeneric value(int index) const {
+    hal::AttrGeneric present;
+    __atomic_load(&attribute(index).value, &present, __ATOMIC_ACQUIRE);
+    return present;
+  }
+
+  /// False when a cycle was being written.
+  bool copyCycle(PoolCycle& copy) const {
+    const std::uint64_t before = __atomic_load_n(&record().sequence, __ATOMIC_ACQUIRE);
+    copy.number = before / 2;
+    copy.machineTimeMs = __atomic_load_n(&record().machineTimeMs, __ATOMIC_ACQUIRE);
+    copy.wallTimeNs = __atomic_load_n(&record().wallTimeNs, __ATOMIC_ACQUIRE);
+    copy.values.clear();
+    for (int index = 0; index < attributeCount; ++index) {
+      copy.values.push_back(value(index));
+    }
+    copy.isWhole =
+        before % 2 == 0 && __atomic_load_n(&record().sequence, __ATOMIC_RELAXED) == before;
+    return copy.isWhole;
+  }
+
+  void checkLayout(const std::string& path) {
+    if (__atomic_load_n(&record().magic, __ATOMIC_ACQUIRE) != PoolRecord::expectedMagic) {
+      throw Error(path + " is no complete device pool");
+    }
+    if (record().layoutVersion != PoolRecord::expectedVersion) {
+      throw Error(path + " has layout version " + std::to_string(record().layoutVersion) +
+                  "; this program reads version " + std::to_string(PoolRecord::expectedVersion));
+    }
+    if (record().sizeBytes != mapping.size()) {
+      throw Error(path + " has " + std::to_string(mapping.size()) + " bytes instead of " +
+                  std::to_string(record().sizeBytes));
+    }
+    attributeCount = record().attributeCount;
+  }
 };
 
-namespace {
-
-void checkLayout(const bip::mapped_region& region, const std::string& name) {
-  const auto* record = static_cast<const PoolRecord*>(region.get_address());
-  if (region.get_size() < sizeof(PoolRecord) ||
-      __atomic_load_n(&record->magic, __ATOMIC_ACQUIRE) != PoolRecord::expectedMagic) {
-    throw Error("/dev/shm/" + name + " is no complete device pool");
-  }
-  if (record->layoutVersion != PoolRecord::expectedVersion) {
-    throw Error("/dev/shm/" + name + " has layout version " +
-                std::to_string(record->layoutVersion) + "; this program reads version " +
-                std::to_string(PoolRecord::expectedVersion));
-  }
-  if (record->sizeBytes != region.get_size()) {
-    throw Error("/dev/shm/" + name + " has " + std::to_string(region.get_size()) +
-                " bytes instead of " + std::to_string(record->sizeBytes));
-  }
-}
-
-}  // namespace
-
-Observer::Observer(const std::string& poolName) : mapping_(std::make_unique<Mapping>()) {
-  const std::string name = segmentName(poolName);
-  try {
-    bip::shared_memory_object object(bip::open_only, name.c_str(), bip::read_only);
-    bip::mapped_region region(object, bip::read_only);
-    mapping_->object.swap(object);
-    mapping_->region.swap(region);
-  } catch (const bip::interprocess_exception& error) {
-    if (error.get_error_code() == bip::not_found_error) {
-      throw Error("there is no device pool /dev/shm/" + name +
-                  "; start its machine first, or name the pool of one that runs");
-    }
-    throw Error("cannot read the device pool /dev/shm/" + name + ": " + error.what());
-  }
-  checkLayout(mapping_->region, name);
+Observer::Observer(const std::string& poolName) {
+  const PoolPlace place = placeOfPool(poolName);
+  view_ = std::make_unique<View>(place);
+  view_->checkLayout(place.path);
 }
 
 Observer::~Observer() = default;
 
 bool Observer::isOwned() const {
-  return simulation::isOwned(mapping_->object);
+  return simulation::isOwned(view_->pool);
 }
 
 int Observer::attributeCount() const {
-  return mapping_->record().attributeCount;
+  return view_->attributeCount;
 }
 
 std::string Observer::containerName(int index) const {
-  return mapping_->textAt(mapping_->offsetOf(mapping_->container(index).name.get()));
+  return view_->textAt(view_->offsetOf(view_->container(index).name.get()));
 }
 
 std::string Observer::attributeName(int index) const {
-  return mapping_->textAt(mapping_->offsetOf(mapping_->attribute(index).name.get()));
+  return view_->textAt(view_->offsetOf(view_->attribute(index).name.get()));
 }
 
 std::uint8_t Observer::containerKind(int index) const {
-  return mapping_->container(index).kind;
+  return view_->unlessCut(view_->container(index).kind);
 }
 
 std::uint8_t Observer::typeCode(int index) const {
-  return mapping_->attribute(index).typeCode;
+  return view_->unlessCut(view_->attribute(index).typeCode);
 }
 
 hal::AttrGeneric Observer::value(int index) const {
-  hal::AttrGeneric present;
-  __atomic_load(&mapping_->attribute(index).value, &present, __ATOMIC_RELAXED);
-  return present;
+  return view_->unlessCut(view_->value(index));
+}
+
+PoolCycle Observer::copyCycle() const {
+  constexpr int tries = 40;
+  PoolCycle copy;
+  for (int turn = 0; turn < tries && !view_->copyCycle(copy); ++turn) {
+    std::this_thread::sleep_for(std::chrono::microseconds(100));
+  }
+  struct stat present {};
+  if (fstat(view_->pool.number(), &present) == 0 &&
+      present.st_size < static_cast<off_t>(view_->mapping.size())) {
+    throw Error("the device pool was cut short");
+  }
+  return view_->unlessCut(std::move(copy));
 }
 
 std::string Observer::text(const hal::AttrGeneric& value) const {
-  return mapping_->textAt(value.asTextOffset);
+  return view_->textAt(value.asTextOffset);
 }
 
 }  // namespace simulation

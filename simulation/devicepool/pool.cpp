@@ -1,6 +1,7 @@
 #include "simulation/devicepool/pool.h"
 
 #include <cstring>
+#include <ctime>
 #include <map>
 #include <new>
 
@@ -37,11 +38,13 @@ bool hasCurrentPool() noexcept {
   return gCurrentPool != nullptr;
 }
 
-Pool::Pool(const std::string& poolName, const MachineDescription& description)
-    : Pool(poolName, description, checkDescription(description)) {}
+Pool::Pool(const std::string& poolName, const MachineDescription& description,
+           std::optional<std::uint32_t> mode)
+    : Pool(poolName, description, mode, checkDescription(description)) {}
 
-Pool::Pool(const std::string& poolName, const MachineDescription& description, PoolSize size)
-    : segment_(poolName, segmentSize(description, size)),
+Pool::Pool(const std::string& poolName, const MachineDescription& description,
+           std::optional<std::uint32_t> mode, PoolSize size)
+    : segment_(poolName, segmentSize(description, size), mode),
       record_(carve<PoolRecord>(1)),
       actuatorCount_(description.actuators.size()) {
   record_->attributes = carve<hal::DeviceAttrGeneric>(size.attributes);
@@ -69,6 +72,22 @@ Pool::Pool(const std::string& poolName, const MachineDescription& description, P
 
 void Pool::publish() noexcept {
   __atomic_store_n(&record_->magic, PoolRecord::expectedMagic, __ATOMIC_RELEASE);
+}
+
+// Whoever reads a value of this cycle, all of which are stored with release, reads this too.
+void Pool::beginCycle() noexcept {
+  const std::uint64_t sequence = __atomic_load_n(&record_->sequence, __ATOMIC_RELAXED);
+  __atomic_store_n(&record_->sequence, sequence | 1U, __ATOMIC_RELAXED);
+}
+
+void Pool::endCycle(std::int64_t machineTimeMs) noexcept {
+  timespec now{};
+  clock_gettime(CLOCK_REALTIME, &now);
+  constexpr std::int64_t nsPerSecond = 1'000'000'000;
+  __atomic_store_n(&record_->machineTimeMs, machineTimeMs, __ATOMIC_RELEASE);
+  __atomic_store_n(&record_->wallTimeNs, now.tv_sec * nsPerSecond + now.tv_nsec, __ATOMIC_RELEASE);
+  const std::uint64_t sequence = __atomic_load_n(&record_->sequence, __ATOMIC_RELAXED);
+  __atomic_store_n(&record_->sequence, (sequence | 1U) + 1, __ATOMIC_RELEASE);
 }
 
 template <typename T>

@@ -1,6 +1,8 @@
 #pragma once
 
 #include <cstddef>
+#include <cstdint>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -16,7 +18,8 @@ namespace simulation {
 class Pool {
  public:
   /// Lays out a description; throws as `Machine` does.
-  Pool(const std::string& poolName, const MachineDescription& description);
+  Pool(const std::string& poolName, const MachineDescription& description,
+       std::optional<std::uint32_t> mode);
 
   [[nodiscard]] bool replacedLeftover() const { return segment_.replacedLeftover(); }
   [[nodiscard]] PoolRecord& record() const { return *record_; }
@@ -28,8 +31,13 @@ class Pool {
   /// From now on observers take the pool for complete.
   void publish() noexcept;
 
+  /// Around what a cycle writes; without lock, heap or locked instruction.
+  void beginCycle() noexcept;
+  void endCycle(std::int64_t machineTimeMs) noexcept;
+
  private:
-  Pool(const std::string& poolName, const MachineDescription& description, PoolSize size);
+  Pool(const std::string& poolName, const MachineDescription& description,
+       std::optional<std::uint32_t> mode, PoolSize size);
 
   template <typename T>
   T* carve(std::size_t count);

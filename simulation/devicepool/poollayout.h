@@ -28,11 +28,16 @@ struct SubDeviceRecord : hal::SubDevice {
 /// unfinished.
 struct PoolRecord : hal::DevicePool {
   static constexpr std::uint64_t expectedMagic = 0x6c6f6f7078767274;  // "trvxpool"
-  static constexpr std::uint32_t expectedVersion = 2;
+  static constexpr std::uint32_t expectedVersion = 3;
 
   std::uint32_t layoutVersion = expectedVersion;
   std::uint64_t magic = 0;
   std::uint64_t sizeBytes = 0;
+  /// Twice the number of cycles, and one more while one is being written.
+  std::uint64_t sequence = 0;
+  /// At the end of the latest cycle, as `PoolCycle` has it.
+  std::int64_t machineTimeMs = 0;
+  std::int64_t wallTimeNs = 0;
   std::int32_t containerCount = 0;
   std::int32_t subDeviceCount = 0;
   SharedPtr<hal::DeviceAttrGeneric> attributes;

@@ -1,13 +1,12 @@
 #include "simulation/devicepool/segment.h"
 
 #include <fcntl.h>
-#include <sys/mman.h>
+#include <pwd.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
-#include <boost/interprocess/anonymous_shared_memory.hpp>
 #include <cerrno>
-#include <cstddef>
+#include <charconv>
 #include <cstdint>
 #include <cstring>
 
@@ -17,11 +16,7 @@
 namespace simulation {
 namespace {
 
-namespace bip = boost::interprocess;
-
-int descriptorOf(const bip::shared_memory_object& object) {
-  return object.get_mapping_handle().handle;
-}
+constexpr mode_t ownersAlone = 0600;
 
 struct flock wholeSegment(short type) {
   struct flock whole {};
@@ -32,67 +27,118 @@ struct flock wholeSegment(short type) {
 
 /// The lock belongs to the open segment, not to the process: two machines of
 /// one process keep each other out, too.
-bool lock(const bip::shared_memory_object& object) {
+bool lock(const Descriptor& segment) {
   struct flock wanted = wholeSegment(F_WRLCK);
-  return fcntl(descriptorOf(object), F_OFD_SETLK, &wanted) == 0;
+  return fcntl(segment.number(), F_OFD_SETLK, &wanted) == 0;
 }
 
-/// Whether the name still designates this segment and not a later one. Without the heap:
-/// the destructor asks.
-bool stillNamed(const bip::shared_memory_object& object, const std::string& name) noexcept {
-  const int descriptor = shm_open(name.c_str(), O_RDONLY, 0);
-  if (descriptor < 0) {
-    return false;
-  }
+/// Whether the name still designates this segment and not a later one. Without the heap and
+/// without a descriptor: the destructor asks.
+bool stillNamed(const Descriptor& segment, const std::string& path) noexcept {
   struct stat mine {};
   struct stat named {};
-  const bool isSame = fstat(descriptorOf(object), &mine) == 0 && fstat(descriptor, &named) == 0 &&
-                      mine.st_ino == named.st_ino && mine.st_dev == named.st_dev;
-  close(descriptor);
-  return isSame;
+  return fstat(segment.number(), &mine) == 0 && lstat(path.c_str(), &named) == 0 &&
+         mine.st_ino == named.st_ino && mine.st_dev == named.st_dev;
 }
 
 /// A pool, or one whose owner died before it was finished.
-bool looksLikePool(const bip::shared_memory_object& object) {
-  bip::offset_t size = 0;
-  if (!object.get_size(size) || size == 0) {
+bool looksLikePool(const Descriptor& segment) {
+  struct stat found {};
+  if (fstat(segment.number(), &found) != 0 || found.st_size == 0) {
     return true;
   }
-  if (size < static_cast<bip::offset_t>(sizeof(PoolRecord))) {
+  if (found.st_size < static_cast<off_t>(sizeof(PoolRecord))) {
     return false;
   }
-  const bip::mapped_region head(object, bip::read_only, 0, sizeof(PoolRecord));
-  const std::uint64_t magic = static_cast<const PoolRecord*>(head.get_address())->magic;
+  const GuardedMapping head(segment.number(), sizeof(PoolRecord));
+  const std::uint64_t magic = static_cast<const PoolRecord*>(head.address())->magic;
   return magic == 0 || magic == PoolRecord::expectedMagic;
+}
+
+[[noreturn]] void refuseForeign(const std::string& path, const struct stat& found) {
+  throw Error(path + " belongs to user " + nameOfUser(found.st_uid) +
+              (S_ISREG(found.st_mode) ? "" : " and is no device pool") +
+              "; choose another pool name");
+}
+
+/// Of a process of this user, or of root; otherwise it was laid there.
+void checkOwner(const Descriptor& segment, const std::string& path) {
+  struct stat found {};
+  if (fstat(segment.number(), &found) == 0 &&
+      (!S_ISREG(found.st_mode) || (found.st_uid != geteuid() && found.st_uid != 0))) {
+    refuseForeign(path, found);
+  }
+}
+
+[[noreturn]] void refuseUnopened(const std::string& path, int error) {
+  struct stat found {};
+  if (lstat(path.c_str(), &found) == 0 && (!S_ISREG(found.st_mode) || found.st_uid != geteuid())) {
+    refuseForeign(path, found);
+  }
+  throw Error("cannot open the device pool " + path + ": " + std::strerror(error));
+}
+
+/// The mode of files that the umask leaves. In between it is stricter, never wider.
+mode_t permittedByUmask() {
+  constexpr mode_t everybodyReads = 0644;
+  const mode_t mask = umask(0077);
+  umask(mask);
+  return everybodyReads & ~mask;
 }
 
 }  // namespace
 
-std::string segmentName(const std::string& poolName) {
+PoolPlace placeOfPool(const std::string& poolName) {
   constexpr std::size_t longestName = 200;
-  const bool legal = !poolName.empty() && poolName.size() <= longestName &&
-                     poolName.find_first_not_of(
+  PoolPlace place{geteuid(), {}};
+  const std::size_t colon = poolName.find(':');
+  const std::string name = colon == std::string::npos ? poolName : poolName.substr(colon + 1);
+  const char* const end = poolName.data() + (colon == std::string::npos ? 0 : colon);
+  const auto [stop, failure] = colon == std::string::npos
+                                   ? std::from_chars_result{end, std::errc()}
+                                   : std::from_chars(poolName.data(), end, place.user);
+  const bool legal = stop == end && failure == std::errc() && !name.empty() &&
+                     name.size() <= longestName &&
+                     name.find_first_not_of(
                          "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwx"
                          "yz0123456789._-") == std::string::npos;
   if (!legal) {
     throw Error("'" + poolName +
-                "' is no pool name: use 1 to 200 letters, digits, '.', '_' and '-'");
+                "' is no pool name: use 1 to 200 letters, digits, '.', '_' and '-', for another "
+                "user's pool behind his number and ':'");
   }
-  return "torvex." + poolName;
+  place.path = "/dev/shm/torvex." + std::to_string(place.user) + "." + name;
+  return place;
 }
 
-bool isOwned(const bip::shared_memory_object& object) noexcept {
+std::string poolPath(const std::string& poolName) {
+  return placeOfPool(poolName).path;
+}
+
+std::string nameOfUser(uid_t user) {
+  char text[4096];
+  passwd entry{};
+  passwd* found = nullptr;
+  const bool isKnown = getpwuid_r(user, &entry, text, sizeof text, &found) == 0 && found != nullptr;
+  return isKnown ? "'" + std::string(entry.pw_name) + "'" : std::to_string(user);
+}
+
+bool isOwned(const Descriptor& segment) noexcept {
   struct flock found = wholeSegment(F_RDLCK);
-  return fcntl(descriptorOf(object), F_OFD_GETLK, &found) == 0 && found.l_type != F_UNLCK;
+  return fcntl(segment.number(), F_OFD_GETLK, &found) == 0 && found.l_type != F_UNLCK;
 }
 
-Segment::Segment(const std::string& poolName, std::size_t sizeBytes)
-    : name_(poolName.empty() ? "" : segmentName(poolName)), systemName_("/" + name_) {
-  if (name_.empty()) {
-    bip::mapped_region region(bip::anonymous_shared_memory(sizeBytes));
-    region_.swap(region);
+Segment::Segment(const std::string& poolName, std::size_t sizeBytes, std::optional<mode_t> mode) {
+  if (poolName.empty()) {
+    mapping_ = Mapping(-1, sizeBytes, true);
     return;
   }
+  const PoolPlace place = placeOfPool(poolName);
+  if (place.user != geteuid()) {
+    throw Error("the device pool '" + poolName + "' is one of user " + nameOfUser(place.user) +
+                ", who alone can make it; leave out the number");
+  }
+  path_ = place.path;
   // Each turn can be lost to a process that starts at the same moment; it then
   // owns the segment, which the next turn finds out.
   constexpr int turns = 16;
@@ -102,53 +148,57 @@ Segment::Segment(const std::string& poolName, std::size_t sizeBytes)
     }
   }
   reserve(sizeBytes);
+  fchmod(segment_.number(), ownersAlone | mode.value_or(permittedByUmask()));
 }
 
 Segment::~Segment() {
-  if (!name_.empty() && stillNamed(object_, systemName_)) {
-    shm_unlink(systemName_.c_str());
+  if (segment_.isOpen() && stillNamed(segment_, path_)) {
+    unlink(path_.c_str());
   }
 }
 
 bool Segment::create() {
-  try {
-    bip::shared_memory_object created(bip::create_only, name_.c_str(), bip::read_write);
-    if (!lock(created) || !stillNamed(created, systemName_)) {
+  Descriptor created(
+      ::open(path_.c_str(), O_RDWR | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, ownersAlone));
+  if (created.isOpen()) {
+    fchmod(created.number(), ownersAlone);  // whatever the umask took
+    if (!lock(created) || !stillNamed(created, path_)) {
       return false;
     }
-    object_.swap(created);
+    segment_ = std::move(created);
     return true;
-  } catch (const bip::interprocess_exception& error) {
-    if (error.get_error_code() != bip::already_exists_error) {
-      throw Error("cannot create the shared memory /dev/shm/" + name_ + ": " + error.what());
-    }
+  }
+  if (errno != EEXIST) {
+    throw Error("cannot create the shared memory " + path_ + ": " + std::strerror(errno));
   }
   removeLeftover();
   return false;
 }
 
 void Segment::removeLeftover() {
-  bip::shared_memory_object existing;
-  try {
-    bip::shared_memory_object opened(bip::open_only, name_.c_str(), bip::read_write);
-    existing.swap(opened);
-  } catch (const bip::interprocess_exception& error) {
-    if (error.get_error_code() == bip::not_found_error) {
+  const Descriptor existing(
+      ::open(path_.c_str(), O_RDWR | O_NOFOLLOW | O_NONBLOCK | O_NOCTTY | O_CLOEXEC));
+  if (!existing.isOpen()) {
+    if (errno == ENOENT) {
       return;  // its owner has just ended
     }
-    throw Error("cannot open the shared memory /dev/shm/" + name_ + ": " + error.what());
+    refuseUnopened(path_, errno);
   }
-  if (!lock(existing)) {
-    throw Error("the device pool /dev/shm/" + name_ +
+  checkOwner(existing, path_);
+  // Who may only read can take a lock for reading; it makes no owner.
+  if (!lock(existing) && isOwned(existing)) {
+    throw Error("the device pool " + path_ +
                 " belongs to a running process; choose another pool name");
   }
-  if (!stillNamed(existing, systemName_)) {
+  if (!stillNamed(existing, path_)) {
     return;
   }
   if (!looksLikePool(existing)) {
-    throw Error("/dev/shm/" + name_ + " is no device pool; choose another pool name");
+    throw Error(path_ + " is no device pool; choose another pool name");
   }
-  shm_unlink(systemName_.c_str());
+  if (unlink(path_.c_str()) != 0 && errno != ENOENT) {
+    refuseUnopened(path_, errno);
+  }
   replacedLeftover_ = true;
 }
 
@@ -157,16 +207,15 @@ void Segment::reserve(std::size_t sizeBytes) {
     // Reserved now: a page that is missing later would be a signal, not an error.
     int failure = EINTR;
     while (failure == EINTR) {
-      failure = posix_fallocate(descriptorOf(object_), 0, static_cast<off_t>(sizeBytes));
+      failure = posix_fallocate(segment_.number(), 0, static_cast<off_t>(sizeBytes));
     }
     if (failure != 0) {
       throw Error("no room for a device pool of " + std::to_string(sizeBytes) +
                   " bytes in /dev/shm: " + std::strerror(failure));
     }
-    bip::mapped_region region(object_, bip::read_write, 0, sizeBytes);
-    region_.swap(region);
+    mapping_ = Mapping(segment_.number(), sizeBytes, true);
   } catch (...) {
-    shm_unlink(systemName_.c_str());
+    unlink(path_.c_str());
     throw;
   }
 }

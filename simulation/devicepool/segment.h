@@ -1,37 +1,50 @@
 #pragma once
 
-#include <boost/interprocess/mapped_region.hpp>
-#include <boost/interprocess/shared_memory_object.hpp>
+#include <sys/types.h>
+
 #include <cstddef>
+#include <optional>
 #include <string>
+
+#include "simulation/devicepool/guardedmapping.h"
+#include "simulation/framework/descriptor.h"
 
 namespace simulation {
 
-/// The name that a pool's segment bears in the system. Throws `Error` for a
-/// name with other characters than letters, digits, ".", "_" and "-".
-std::string segmentName(const std::string& poolName);
+/// Where the pool of a name lies, and whose it is.
+struct PoolPlace {
+  uid_t user;
+  std::string path;
+};
 
-/// Whether a living process owns this segment. Only asks: takes no lock that a
-/// machine which starts meanwhile could meet.
-bool isOwned(const boost::interprocess::shared_memory_object& object) noexcept;
+/// "NAME" is this user's, "UID:NAME" another's. Throws `Error` for a name with other characters
+/// than letters, digits, ".", "_" and "-".
+PoolPlace placeOfPool(const std::string& poolName);
 
-/// A shared-memory segment of this process. The owner holds a lock on it that
-/// the system releases with the process, however it ends; so a segment whose
-/// lock is free was left behind.
+/// In words for a user: the name, or the number where there is none.
+std::string nameOfUser(uid_t user);
+
+/// Whether a living process owns this segment: it has a lock for writing, which nobody gets who
+/// may only read. Only asks: takes no lock that a machine which starts meanwhile could meet.
+bool isOwned(const Descriptor& segment) noexcept;
+
+/// A shared-memory segment of this process. The owner holds a lock on it that the system
+/// releases with the process, however it ends; so a segment without one was left behind.
 class Segment {
  public:
-  /// A new segment, all zero, its memory reserved. Replaces one left behind. An
-  /// empty name makes one that this process alone has.
-  /// Throws `Error` when a living process owns the name, when what bears it is
-  /// no device pool, and when out of memory.
-  Segment(const std::string& poolName, std::size_t sizeBytes);
-  /// Removes the segment.
+  /// A new segment, all zero, its memory reserved; it is this user's alone until it is locked,
+  /// and may then be read by whom `mode` says, without it by whom the umask leaves. Replaces one
+  /// left behind. An empty name makes one that this process alone has.
+  /// Throws `Error` when a living process owns the name, when what bears it is no device pool of
+  /// this user, when the name is another user's, and when out of memory.
+  Segment(const std::string& poolName, std::size_t sizeBytes, std::optional<mode_t> mode);
+  /// Removes the segment, for which it needs no further descriptor.
   ~Segment();
 
   Segment(const Segment&) = delete;
   Segment& operator=(const Segment&) = delete;
 
-  [[nodiscard]] void* address() const { return region_.get_address(); }
+  [[nodiscard]] void* address() const { return mapping_.address(); }
   [[nodiscard]] bool replacedLeftover() const { return replacedLeftover_; }
 
  private:
@@ -39,11 +52,10 @@ class Segment {
   void removeLeftover();
   void reserve(std::size_t sizeBytes);
 
-  std::string name_;
-  /// With the slash that the system wants.
-  std::string systemName_;
-  boost::interprocess::shared_memory_object object_;
-  boost::interprocess::mapped_region region_;
+  /// Empty: nobody else finds it.
+  std::string path_;
+  Descriptor segment_;
+  Mapping mapping_;
   bool replacedLeftover_ = false;
 };
 

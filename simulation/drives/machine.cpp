@@ -6,8 +6,9 @@
 namespace simulation {
 
 struct Machine::Parts {
-  Parts(const std::string& poolName, const MachineDescription& description)
-      : pool(poolName, description) {
+  Parts(const std::string& poolName, const MachineDescription& description,
+        std::optional<std::uint32_t> poolMode)
+      : pool(poolName, description, poolMode) {
     int index = 0;
     for (const Sensor& sensor : description.sensors) {
       drives.add(sensor, pool.actuator(sensor.actuator), pool.sensor(index++));
@@ -20,11 +21,12 @@ struct Machine::Parts {
   Drives drives;
 };
 
-Machine::Machine(const std::string& poolName, const MachineDescription& description) {
+Machine::Machine(const std::string& poolName, const MachineDescription& description,
+                 std::optional<std::uint32_t> poolMode) {
   if (hasCurrentPool()) {
     throw Error("this process has a simulated machine already");
   }
-  parts_ = std::make_unique<Parts>(poolName, description);
+  parts_ = std::make_unique<Parts>(poolName, description, poolMode);
   setCurrentPool(&parts_->pool);
 }
 
@@ -38,6 +40,14 @@ bool Machine::replacedLeftover() const {
 
 void Machine::step(double seconds) noexcept {
   parts_->drives.exchange(seconds);
+}
+
+void Machine::beginCycle() noexcept {
+  parts_->pool.beginCycle();
+}
+
+void Machine::endCycle(std::int64_t machineTimeMs) noexcept {
+  parts_->pool.endCycle(machineTimeMs);
 }
 
 const hal::DeviceAttrGeneric& Machine::actuatorValue(int actuator) const {

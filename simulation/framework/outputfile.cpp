@@ -77,7 +77,7 @@ Descriptor openedStream(const OutputPlace& place) {
 /// Replacing a file asks only for its folder's permission; ask for its own too.
 void checkReplaceable(const OutputPlace& place) {
   if (!S_ISREG(place.present.st_mode)) {
-    refuse("it is neither a regular file nor a pipe or device");
+    refuse("it is not a regular file, pipe or device");
   }
   if (faccessat(place.folder.number(), place.name.c_str(), W_OK, AT_EACCESS) != 0) {
     refuseFor(errno);

@@ -7,7 +7,7 @@ set -euo pipefail
 program=$(realpath "$1") step=${2:-9}
 folder=$(mktemp -d "${TMPDIR:-/tmp}/torvex-test-XXXXXX")
 pool=$(basename "$folder")
-trap 'rm -rf "$folder" "/dev/shm/torvex.$pool"' EXIT
+trap 'rm -rf "$folder" "/dev/shm/torvex.$UID.$pool"' EXIT
 cd "$folder"
 
 cat >machine.yaml <<'END'
@@ -68,7 +68,7 @@ judge() {
   else
     [ "$trace$board" = "$whole_trace$whole_board" ] || wrong "not all is written"
   fi
-  for left in ./*.torvex-part* made/*.torvex-part* "/dev/shm/torvex.$pool"; do
+  for left in ./*.torvex-part* made/*.torvex-part* "/dev/shm/torvex.$UID.$pool"; do
     [ ! -e "$left" ] || wrong "$left is left behind"
   done
 }

@@ -3,16 +3,21 @@
 #include <sys/mman.h>
 #include <unistd.h>
 
+#include <cstring>
+#include <functional>
 #include <string>
 
 #include "simulation/devicepool/poollayout.h"
+#include "simulation/framework/descriptor.h"
 #include "simulation/machine.h"
 #include "simulation/observer.h"
+#include "tests/support/random.h"
 #include "tests/support/temporary.h"
 
 namespace {
 
 using simulation::Machine;
+using simulation::Observer;
 
 simulation::MachineDescription oneArm() {
   simulation::MachineDescription description;
@@ -21,13 +26,27 @@ simulation::MachineDescription oneArm() {
   return description;
 }
 
-std::string refusal(const std::string& pool) {
+/// What an action refuses; "accepted" when it does not.
+std::string refusal(const std::function<void()>& action) {
   try {
-    const Machine machine(pool, oneArm());
+    action();
     return "accepted";
   } catch (const simulation::Error& error) {
     return error.what();
   }
+}
+
+std::string machineRefusal(const std::string& pool) {
+  return refusal([&] { const Machine machine(pool, oneArm()); });
+}
+
+simulation::Descriptor opened(const Temporary& temporary, int flags) {
+  return simulation::Descriptor(
+      open(simulation::poolPath(temporary.pool()).c_str(), flags | O_CLOEXEC, 0600));
+}
+
+bool holds(const std::string& text, const std::string& part) {
+  return text.find(part) != std::string::npos;
 }
 
 TEST(Pool, BelongsToOneMachineOfOneProcess) {
@@ -35,61 +54,170 @@ TEST(Pool, BelongsToOneMachineOfOneProcess) {
   {
     const Machine machine(temporary.pool(), oneArm());
     EXPECT_FALSE(machine.replacedLeftover());
-    EXPECT_NE(refusal(temporary.pool()).find("has a simulated machine already"), std::string::npos);
+    EXPECT_TRUE(holds(machineRefusal(temporary.pool()), "has a simulated machine already"));
   }
   EXPECT_FALSE(temporary.poolExists());
 }
 
 TEST(Pool, ReplacesAnUnfinishedSegmentButNoForeignOne) {
   const Temporary temporary;
-  const std::string name = "/torvex." + temporary.pool();
-  const int descriptor = shm_open(name.c_str(), O_RDWR | O_CREAT, 0600);
-  ASSERT_GE(descriptor, 0);
-  EXPECT_EQ(refusal(temporary.pool()), "accepted");
-  const int foreign = shm_open(name.c_str(), O_RDWR | O_CREAT, 0600);
+  (void)opened(temporary, O_RDWR | O_CREAT);
+  EXPECT_EQ(machineRefusal(temporary.pool()), "accepted");
   const std::string content(4096, 'x');
-  ASSERT_EQ(write(foreign, content.data(), content.size()), 4096);
-  EXPECT_NE(refusal(temporary.pool()).find("is no device pool"), std::string::npos);
+  ASSERT_EQ(write(opened(temporary, O_RDWR | O_CREAT).number(), content.data(), content.size()),
+            4096);
+  EXPECT_TRUE(holds(machineRefusal(temporary.pool()), "is no device pool"));
   EXPECT_TRUE(temporary.poolExists());
-  shm_unlink(name.c_str());
-  close(descriptor);
-  close(foreign);
-  EXPECT_NE(refusal("a/b").find("is no pool name"), std::string::npos);
+  unlink(simulation::poolPath(temporary.pool()).c_str());
+  for (const char* name : {"a/b", "1:", ":a", "-1:a", "99999999999:a", "1:2:a"}) {
+    EXPECT_TRUE(holds(machineRefusal(name), "is no pool name")) << name;
+  }
 }
+
+/// A sound pool, to be changed under an observer's eyes.
+struct OpenPool {
+  explicit OpenPool(const Temporary& temporary) : machine(temporary.pool(), oneArm()) {
+    const simulation::Descriptor file = opened(temporary, O_RDWR);
+    record = static_cast<simulation::PoolRecord*>(mmap(nullptr, sizeof(simulation::PoolRecord),
+                                                       PROT_READ | PROT_WRITE, MAP_SHARED,
+                                                       file.number(), 0));
+  }
+  ~OpenPool() { munmap(record, sizeof(simulation::PoolRecord)); }
+  OpenPool(const OpenPool&) = delete;
+  OpenPool& operator=(const OpenPool&) = delete;
+
+  Machine machine;
+  simulation::PoolRecord* record;
+};
 
 TEST(Observer, ChecksWhatItOpens) {
   const Temporary temporary;
-  EXPECT_THROW(simulation::Observer{temporary.pool()}, simulation::Error);
-  const Machine machine(temporary.pool(), oneArm());
-  const int descriptor = shm_open(("/torvex." + temporary.pool()).c_str(), O_RDWR, 0600);
-  auto* record = static_cast<simulation::PoolRecord*>(mmap(
-      nullptr, sizeof(simulation::PoolRecord), PROT_READ | PROT_WRITE, MAP_SHARED, descriptor, 0));
+  EXPECT_THROW(Observer{temporary.pool()}, simulation::Error);
+  const OpenPool pool(temporary);
   {
-    const simulation::Observer observer(temporary.pool());
+    const Observer observer(temporary.pool());
     EXPECT_EQ(observer.containerName(0) + "/" + observer.attributeName(2), "Arm/Maximum");
     EXPECT_THROW((void)observer.value(4), simulation::Error);
     hal::AttrGeneric text;
-    text.asTextOffset = record->sizeBytes;
+    text.asTextOffset = pool.record->sizeBytes;
     EXPECT_THROW((void)observer.text(text), simulation::Error);
-    record->attributes = nullptr;
+    pool.record->attributes = nullptr;
     EXPECT_THROW((void)observer.value(0), simulation::Error);
   }
   const auto expectComplaint = [&](auto& field, const char* expected) {
     const auto sound = field;
     field = 99;
-    try {
-      const simulation::Observer observer(temporary.pool());
-      ADD_FAILURE() << "accepted: " << expected;
-    } catch (const simulation::Error& error) {
-      EXPECT_NE(std::string(error.what()).find(expected), std::string::npos) << error.what();
-    }
+    const std::string said = refusal([&] { const Observer observer(temporary.pool()); });
+    EXPECT_TRUE(holds(said, expected)) << said;
     field = sound;
   };
-  expectComplaint(record->layoutVersion, "has layout version 99");
-  expectComplaint(record->sizeBytes, "instead of 99");
-  expectComplaint(record->magic, "is no complete device pool");
-  munmap(record, sizeof(simulation::PoolRecord));
-  close(descriptor);
+  expectComplaint(pool.record->layoutVersion, "has layout version 99");
+  expectComplaint(pool.record->sizeBytes, "instead of 99");
+  expectComplaint(pool.record->magic, "is no complete device pool");
+}
+
+TEST(Observer, CopiesTheValuesOfOneCycle) {
+  const Temporary temporary;
+  OpenPool pool(temporary);
+  const Observer observer(temporary.pool());
+  EXPECT_EQ(observer.copyCycle().number, 0U);
+  for (std::uint64_t cycle = 1; cycle < 4; ++cycle) {
+    pool.machine.beginCycle();
+    pool.machine.moveFromOutside(0, static_cast<float>(cycle));
+    EXPECT_EQ(pool.record->sequence, 2 * cycle - 1);
+    EXPECT_FALSE(observer.copyCycle().isWhole);
+    pool.machine.endCycle(static_cast<std::int64_t>(cycle) * 10);
+    EXPECT_EQ(pool.record->sequence, 2 * cycle);
+    const simulation::PoolCycle copy = observer.copyCycle();
+    EXPECT_TRUE(copy.isWhole);
+    EXPECT_EQ(copy.number, cycle);
+    EXPECT_EQ(copy.machineTimeMs, static_cast<std::int64_t>(cycle) * 10);
+    EXPECT_GT(copy.wallTimeNs, 0);
+    ASSERT_EQ(copy.values.size(), 4U);
+    EXPECT_EQ(copy.values[0].asFloat, static_cast<float>(cycle));
+  }
+}
+
+TEST(Value, KeepsTheOtherHalfOfItsRecord) {
+  hal::DeviceAttrGeneric attribute;
+  attribute.value.asTextOffset = 0x1234567800000000U;
+  attribute.storeFloat(1.5F);
+  EXPECT_EQ(attribute.value.asTextOffset, 0x123456783FC00000U);
+  EXPECT_EQ(attribute.loadFloat(), 1.5F);
+}
+
+/// Everything that an observer can be asked.
+std::size_t readAll(const std::string& pool) {
+  const Observer observer(pool);
+  std::size_t bytes = observer.copyCycle().values.size();
+  for (int index = 0; index < observer.attributeCount(); ++index) {
+    bytes += observer.containerName(index).size() + observer.attributeName(index).size() +
+             observer.containerKind(index) + observer.typeCode(index);
+    if (observer.typeCode(index) == 8) {
+      bytes += observer.text(observer.value(index)).size();
+    }
+  }
+  return bytes;
+}
+
+// Words of a sound pool are replaced by what leads astray, and the file is cut short.
+TEST(Observer, SurvivesForgedPools) {
+  const Temporary temporary;
+  std::string sound;
+  {
+    simulation::MachineDescription description;
+    description.containers = {{"D", hal::deviceKind, {{"Label", 8, std::string("text")}}}};
+    for (int i = 0; i < 30; ++i) {
+      description.actuators.emplace_back().name = "Arm" + std::to_string(i);
+    }
+    const Machine machine(temporary.pool(), description);
+    sound = contentsOf(simulation::poolPath(temporary.pool()));
+  }
+  Random random(14);
+  const unsigned long rounds = fromEnvironment("TORVEX_ROUNDS", 20'000);
+  std::size_t whole = 0;
+  for (unsigned long round = 0; round < rounds; ++round) {
+    std::string forged = sound;
+    const auto size = static_cast<std::uint32_t>(sound.size());
+    for (std::uint32_t changes = random.below(4); changes > 0; --changes) {
+      const std::uint64_t words[] = {0, ~std::uint64_t{0}, random.below(size), 65535,
+                                     std::uint64_t{1} << random.below(64)};
+      const std::size_t length = random.chance(50) ? 8 : 2;
+      std::memcpy(&forged[random.below(size / 8 - 1) * 8 + random.below(4) * 2],
+                  &words[random.below(5)], length);
+    }
+    const simulation::Descriptor file = opened(temporary, O_RDWR | O_CREAT | O_TRUNC);
+    ASSERT_EQ(write(file.number(), forged.data(), forged.size()),
+              static_cast<ssize_t>(forged.size()));
+    whole += refusal([&] { (void)readAll(temporary.pool()); }) == "accepted" ? 1 : 0;
+    const std::string cut = refusal([&] {
+      const Observer observer(temporary.pool());
+      (void)!ftruncate(file.number(), random.below(size));
+      (void)observer.containerName(0);
+      (void)observer.copyCycle();
+    });
+    EXPECT_NE(cut, "accepted");
+  }
+  EXPECT_GT(whole, rounds / 10);
+  EXPECT_LT(whole, rounds);
+  unlink(simulation::poolPath(temporary.pool()).c_str());
+}
+
+TEST(Observer, ReadsNoTextManyTimesOver) {
+  const Temporary temporary;
+  simulation::MachineDescription description = oneArm();
+  auto& attributes = description.containers.emplace_back().attributes;
+  description.containers[0].name = "D";
+  for (int i = 0; i < 60'000; ++i) {
+    attributes.emplace_back("A" + std::to_string(i), 6, i);
+  }
+  attributes.emplace_back("Long", 8, std::string(4000, 'x'));
+  const Machine machine(temporary.pool(), description);
+  EXPECT_TRUE(
+      holds(refusal([&] {
+              (void)Observer(temporary.pool()).text(Observer(temporary.pool()).value(60'000));
+            }),
+            "longer than"));
 }
 
 }  // namespace

@@ -11,7 +11,7 @@
 
 bool refuseFilesWithoutName = false;
 
-extern "C" int openat(int folder, const char* path, int flags, ...) {
+extern "C" [[gnu::visibility("default")]] int openat(int folder, const char* path, int flags, ...) {
   if (refuseFilesWithoutName && (flags & O_TMPFILE) == O_TMPFILE) {
     errno = EOPNOTSUPP;
     return -1;

@@ -32,7 +32,7 @@ class Temporary {
     return std::filesystem::exists(folder_ / name);
   }
   [[nodiscard]] bool poolExists() const {
-    return std::filesystem::exists("/dev/shm/torvex." + pool());
+    return std::filesystem::exists("/dev/shm/torvex." + std::to_string(geteuid()) + "." + pool());
   }
 
  private:

@@ -7,7 +7,7 @@ tool=$(realpath "$1") count=${2:-8} seed=${3:-1}
 RANDOM=$seed
 folder=$(mktemp -d "${TMPDIR:-/tmp}/torvex-test-XXXXXX")
 pool=$(basename "$folder")
-trap 'rm -rf "$folder" "/dev/shm/torvex.$pool"' EXIT
+trap 'rm -rf "$folder" "/dev/shm/torvex.$UID.$pool"' EXIT
 cd "$folder"
 
 {
@@ -55,12 +55,12 @@ count_new() {
 # The next run replaces what was left behind, says so, and leaves nothing itself.
 expect_recovery() {
   local new=0 leftover=no
-  [ ! -e "/dev/shm/torvex.$pool" ] || leftover=yes
+  [ ! -e "/dev/shm/torvex.$UID.$pool" ] || leftover=yes
   complete
   [ $leftover = no ] || grep -q "a killed process left" said || wrong "no word of its pool"
   count_new
   [ $new -eq ${#files[@]} ] || wrong "the next run wrote $new files"
-  [ ! -e "/dev/shm/torvex.$pool" ] || wrong "the next run left its pool"
+  [ ! -e "/dev/shm/torvex.$UID.$pool" ] || wrong "the next run left its pool"
   [ -z "$(find . -name '*.torvex-part*')" ] || wrong "the next run left a part"
 }
 
