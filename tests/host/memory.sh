@@ -1,10 +1,12 @@
 #!/usr/bin/env bash
-# memory.sh SHORT_OF_MEMORY [STEP]: runs whose memory gives out, each at the allocation STEP
-# (9) behind that of the one before. They must end with an error that is said, and leave
-# whole files or none, and no pool.
+# memory.sh SHORT_OF_MEMORY [STEP] [realtime]: runs whose memory gives out, each at the allocation
+# STEP (9) behind that of the one before, in simulated time, or in real time with a picture. They
+# must end with an error that is said, and leave whole files or none, and no pool.
 set -euo pipefail
 
 program=$(realpath "$1") step=${2:-9}
+clock=(--clock simulated)
+[ "${3:-}" != realtime ] || clock=(--cycle 1ms --plot picture.svg)
 folder=$(mktemp -d "${TMPDIR:-/tmp}/torvex-test-XXXXXX")
 pool=$(basename "$folder")
 trap 'rm -rf "$folder" "/dev/shm/torvex.$UID.$pool"' EXIT
@@ -43,10 +45,12 @@ END
 attempt() {
   rm -rf made
   echo old >trace.csv
+  echo old >picture.svg
   status=0
-  "$program" "$1" "$2" run machine.yaml motion.yaml --clock simulated --pool "$pool" \
+  "$program" "$1" "$2" run machine.yaml motion.yaml "${clock[@]}" --pool "$pool" \
     --trace trace.csv --export MainBoard=board.xml --directory made >said 2>&1 || status=$?
   trace=$(<trace.csv)
+  picture=$(<picture.svg)
   board=none
   [ ! -e made/board.xml ] || board=$(<made/board.xml)
 }
@@ -57,17 +61,28 @@ wrong() {
   exit 1
 }
 
+# In real time each trace has its own length.
+is_whole_trace() {
+  local last=${trace##*$'\n'} head=${trace%%$'\n'*}
+  if [ "${clock[0]}" = --clock ]; then
+    [ "$trace" = "$whole_trace" ]
+  else
+    [ "${head%%,*}" = time_ms ] && [ "${last//[^,]/}" = "${head//[^,]/}" ] && [ -z "$(tail -c 1 trace.csv)" ]
+  fi
+}
+
 judge() {
   local left
   if [ $((status % 100)) -gt 2 ]; then
     wrong "the run broke off"
   elif [ $((status % 100)) -gt 0 ]; then
     grep -q 'torvex: error: ' said || wrong "no error is said"
-    [ "$trace" = old ] || [ "$trace" = "$whole_trace" ] || wrong "half a trace"
+    [ "$trace" = old ] || is_whole_trace || wrong "half a trace"
     [ "$board" = none ] || [ "$board" = "$whole_board" ] || wrong "half a preference file"
   else
-    [ "$trace$board" = "$whole_trace$whole_board" ] || wrong "not all is written"
+    is_whole_trace && [ "$board" = "$whole_board" ] || wrong "not all is written"
   fi
+  [ "$picture" = old ] || [[ $picture == *"</svg>"* ]] || wrong "half a picture"
   for left in ./*.torvex-part* made/*.torvex-part* "/dev/shm/torvex.$UID.$pool"; do
     [ ! -e "$left" ] || wrong "$left is left behind"
   done
