@@ -6,7 +6,6 @@
 #include <atomic>
 #include <cerrno>
 #include <csignal>
-#include <cstdint>
 #include <mutex>
 #include <system_error>
 
@@ -15,7 +14,7 @@ namespace simulation {
 /// What the handler knows of a mapping. There are as many as were ever needed at once; they are
 /// never freed, since a handler may look at them at any time.
 struct MappingGuard {
-  std::atomic<std::uintptr_t> begin{0};
+  std::atomic<char*> begin{nullptr};
   std::atomic<std::size_t> size{0};
   std::atomic<bool> isCut{false};
   MappingGuard* next = nullptr;
@@ -28,24 +27,25 @@ std::mutex gGuardsMutex;
 struct sigaction gPrevious {};
 
 /// Puts zeros in place of the mapping from this address on; false when it is none of ours.
-bool replaceMissing(std::uintptr_t address) {
+bool replaceMissing(const char* address) {
   for (MappingGuard* guard = gGuards; guard != nullptr; guard = guard->next) {
-    const std::uintptr_t begin = guard->begin;
-    if (begin == 0 || address < begin || address >= begin + guard->size) {
+    char* const begin = guard->begin;
+    const std::size_t size = guard->size;
+    if (begin == nullptr || address < begin || address >= begin + size) {
       continue;
     }
     guard->isCut = true;
-    const auto page = static_cast<std::uintptr_t>(sysconf(_SC_PAGESIZE));
-    const std::uintptr_t missing = address / page * page;
-    return mmap(reinterpret_cast<void*>(missing), begin + guard->size - missing, PROT_READ,
-                MAP_PRIVATE | MAP_ANONYMOUS | MAP_FIXED, -1, 0) != MAP_FAILED;
+    const auto page = static_cast<std::size_t>(sysconf(_SC_PAGESIZE));
+    const std::size_t missing = static_cast<std::size_t>(address - begin) / page * page;
+    return mmap(begin + missing, size - missing, PROT_READ, MAP_PRIVATE | MAP_ANONYMOUS | MAP_FIXED,
+                -1, 0) != MAP_FAILED;
   }
   return false;
 }
 
 void onBusError(int /*signal*/, siginfo_t* info, void* /*context*/) {
   const int before = errno;
-  if (!replaceMissing(reinterpret_cast<std::uintptr_t>(info->si_addr))) {
+  if (!replaceMissing(static_cast<const char*>(info->si_addr))) {
     sigaction(SIGBUS, &gPrevious, nullptr);  // the access is tried again, and met by that one
   }
   errno = before;
@@ -97,11 +97,11 @@ Mapping::~Mapping() {
 GuardedMapping::GuardedMapping(int descriptor, std::size_t size)
     : mapping_(descriptor, size, false), guard_(freeGuard()) {
   guard_.size = size;
-  guard_.begin = reinterpret_cast<std::uintptr_t>(mapping_.address());
+  guard_.begin = static_cast<char*>(mapping_.address());
 }
 
 GuardedMapping::~GuardedMapping() {
-  guard_.begin = 0;
+  guard_.begin = nullptr;
   guard_.size = 0;
 }
 
