@@ -53,7 +53,7 @@ void examine(const CheckOptions& options, CheckOutcome& outcome) {
   Findings findings(machine, plan);
   rehearse(machine, plan, findings);
   for (Finding& finding : findings.all()) {
-    (finding.isRefusal ? outcome.errors : outcome.warnings).push_back(std::move(finding));
+    (finding.isFailure ? outcome.errors : outcome.warnings).push_back(std::move(finding));
   }
 }
 

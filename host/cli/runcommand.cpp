@@ -6,6 +6,7 @@
 #include <algorithm>
 #include <exception>
 #include <filesystem>
+#include <map>
 #include <memory>
 #include <optional>
 #include <set>
@@ -132,7 +133,7 @@ void judge(const RunOptions& options, const RunResult& result, const Plan& plan,
   std::vector<Finding> noted = findings.all();
   append(noted, cycleFindings(result));
   for (Finding& finding : noted) {
-    const bool isError = finding.isRefusal || (options.strict && finding.isOfCycles);
+    const bool isError = finding.isFailure || (options.strict && finding.isOfCycles);
     (isError ? outcome.errors : outcome.warnings).push_back(std::move(finding));
   }
   outcome.axes = judgedAxes(result, plan, outcome);
@@ -232,6 +233,16 @@ Clock clockNamed(const std::string& text) {
   return text == "realtime" ? Clock::realtime : Clock::simulated;
 }
 
+GuardMode guardNamed(const std::string& text) {
+  static const std::map<std::string, GuardMode> modes = {
+      {"hold", GuardMode::hold}, {"warn", GuardMode::warn}, {"off", GuardMode::off}};
+  const auto mode = modes.find(text);
+  if (mode == modes.end()) {
+    refuseOption("--guard", "'" + text + "' is none of hold, warn and off");
+  }
+  return mode->second;
+}
+
 Late lateNamed(const std::string& text) {
   if (text != "stand" && text != "catch-up") {
     refuseOption("--late", "'" + text + "' is neither stand nor catch-up");
@@ -256,6 +267,12 @@ void addPace(CLI::App& command, RunOptions& options) {
              "After the process was held up: stand goes on where the motion was, catch-up hurries",
              "stand"},
             [&options](const std::string& text) { options.session.late = lateNamed(text); });
+  addOption(command,
+            {"--guard", "hold|warn|off",
+             "What is done about a step beyond a maximum velocity: hold brings the actuator to "
+             "rest, warn tells it, off does nothing",
+             "hold"},
+            [&options](const std::string& text) { options.session.guard = guardNamed(text); });
   addFlag(command, "--strict", options.strict,
           "Refuse what 'torvex check' warns of, before anything moves; exit with 1 when "
           "cycles were missed");

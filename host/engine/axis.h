@@ -6,6 +6,7 @@
 #include <limits>
 #include <optional>
 
+#include "host/engine/guard.h"
 #include "host/engine/window.h"
 #include "host/motion/backlog.h"
 #include "host/motion/pointcounts.h"
@@ -44,6 +45,8 @@ struct Axis {
   std::atomic<std::uint64_t> externalWrites{0};
   std::int64_t lastExternalMs = never;
 
+  GuardRecord guard;
+
   // Of the command thread.
 
   Backlog backlog;
@@ -58,6 +61,7 @@ struct Axis {
   /// The cycle that reached the last point.
   std::int64_t lastReachedMs = never;
   std::uint64_t externalWritesTold = 0;
+  std::uint64_t touchesTold = 0;
   /// Nodes that it may need beyond those of its own.
   std::size_t borrowed = 0;
   /// The point that it is to hold once nothing waits; none at first, and when a batch

@@ -10,6 +10,7 @@ Engine::Engine(const MachineModel& machine, const EngineOptions& options, Torvex
       machine_(options.poolName, machine.description, options.poolMode),
       framework_(options.preferenceDirectory),
       library_(framework_.broker(), host),
+      guard_(options.guard),
       pacer_(options.cycleMs, options.late),
       streamer_(axes_, gate_, cycles_, teller_, options.cycleMs, options.startTick) {
   cycles_.latestMs = pacer_.timeMs();
@@ -31,6 +32,7 @@ void Engine::addAxes(const MachineModel& machine) {
                                     machine_.actuatorValue(position),
                                     sensor == sensors.end() ? nullptr : sensor->second);
     registers_.push_back({axis.command, bitsIn(*axis.command), &axis});
+    guard_.add(actuator, *axis.timeline->deviceAttr, axis.guard);
   }
 }
 
@@ -52,7 +54,9 @@ std::int64_t Engine::goOn() {
   cycles_.latestMs = timeMs;
   cycles_.log.add({timeMs, previousMs});
   machine_.beginCycle();
+  guard_.begin();
   library_.commands.run(stamp(timeMs), stamp(previousMs));
+  guard_.check(timeMs, stepMs);
   for (Register& written : registers_) {
     written.lastBits = bitsIn(*written.attribute);
   }

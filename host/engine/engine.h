@@ -10,6 +10,7 @@
 #include "host/engine/axis.h"
 #include "host/engine/cyclestate.h"
 #include "host/engine/gate.h"
+#include "host/engine/guard.h"
 #include "host/engine/library.h"
 #include "host/engine/pacer.h"
 #include "host/engine/streamer.h"
@@ -28,6 +29,7 @@ struct EngineOptions {
   /// The tick, in milliseconds modulo 2^32, of machine time 0.
   std::uint32_t startTick = 0;
   Late late = Late::stand;
+  GuardMode guard = GuardMode::hold;
   std::optional<std::uint32_t> poolMode = std::nullopt;
 };
 
@@ -102,6 +104,7 @@ class Engine {
   std::deque<Axis> axes_;
   /// Of the cycle.
   std::vector<Register> registers_;
+  Guard guard_;
   Gate gate_;
   CycleState cycles_;
   Teller teller_;

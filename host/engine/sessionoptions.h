@@ -4,6 +4,7 @@
 #include <optional>
 #include <string>
 
+#include "host/engine/guard.h"
 #include "host/engine/pacer.h"
 #include "host/engine/realtime.h"
 
@@ -16,6 +17,8 @@ struct SessionOptions {
   Clock clock = Clock::realtime;
   /// What machine time does after the process was held up.
   Late late = Late::stand;
+  /// What is done about a step beyond a maximum velocity.
+  GuardMode guard = GuardMode::hold;
   /// Of the cycle thread, in real time.
   ThreadScheduling cycleScheduling;
   /// The tick, in milliseconds modulo 2^32, of the first cycle.

@@ -162,21 +162,29 @@ Intake Streamer::intakeOf(const Waiting& waiting, const Axis& axis, std::size_t 
 
 /// Looks at all axes of a batch, since it is taken whole or not at all.
 Event Streamer::findFault(const Columns& columns, const Waiting& waiting) {
+  Event fault{EventKind::refused, Fault::none, latestMs_, waiting.number};
   {
     GateHold hold(gate_);
     for (const Column& column : columns) {
       timelines_.look(column.axis);
+      if (column.axis.guard.isHeld()) {
+        fault.reason = Fault::guarded;
+        fault.actuator = column.axis.index;
+      }
       hold.breathe();
     }
     latestMs_ = cycles_.latestMs;
+  }
+  if (fault.reason != Fault::none) {
+    return fault;
   }
   for (const Column& column : columns) {
     Axis& axis = column.axis;
     hal::AttrGeneric present;
     present.asInt = bitsIn(*axis.command);
     Density density;
-    Event fault = intakeOf(waiting, axis, column.number)
-                      .findFault(column.points, axis.backlog, present, density);
+    fault = intakeOf(waiting, axis, column.number)
+                .findFault(column.points, axis.backlog, present, density);
     if (fault.reason == Fault::none && !timelines_.canHold(axis, density.inTwoCycles)) {
       fault.reason = Fault::full;
     }
@@ -231,6 +239,9 @@ void Streamer::takeOn(const Column& column, const Waiting& waiting, Taken& taken
     axis.target.reset();
   }
   timelines_.rebuild(axis);
+  if (axis.guard.isHeld()) {
+    timelines_.clear(axis);
+  }
   // No cycle goes beyond what the timeline holds from now on.
   boundMs_ = std::min(boundMs_.load(), timelines_.boundMs(axis, cycles_.latestMs));
   timelines_.endLoan(axis);
@@ -276,14 +287,14 @@ void Streamer::publish() {
     }
   }
   boundMs_ = bound;
-  idle_ = idle && areTimelinesEmpty();
+  idle_ = idle && areAxesAtRest();
 }
 
 /// Others may have queued commands of their own.
-bool Streamer::areTimelinesEmpty() {
+bool Streamer::areAxesAtRest() {
   const std::lock_guard hold(gate_);
   return std::all_of(axes_.begin(), axes_.end(),
-                     [](const Axis& axis) { return Timelines::isEmpty(axis); });
+                     [](const Axis& axis) { return Timelines::isAtRest(axis); });
 }
 
 }  // namespace host

@@ -87,7 +87,7 @@ class Streamer {
   void tellLateHandOver(const Waiting& waiting);
   void careForTimelines();
   void publish();
-  [[nodiscard]] bool areTimelinesEmpty();
+  [[nodiscard]] bool areAxesAtRest();
   [[nodiscard]] std::int64_t latestMs();
 
   std::deque<Axis>& axes_;

@@ -55,6 +55,7 @@ void Timelines::look(Axis& axis) {
   }
   axis.nextCycle = cycles_.log.count();
   noteExternal(axis);
+  noteGuarded(axis);
 }
 
 Timelines::Held Timelines::heldBy(const Axis& axis) {
@@ -69,8 +70,7 @@ void Timelines::noteAllTaken(Axis& axis, const TakenBy& taken) {
     noteTaken(axis, taken[i], reached);
     const bool isLastOfCycle = i + 1 == taken.size() || taken[i + 1].timeMs != taken[i].timeMs;
     if (isLastOfCycle) {
-      tellRuns({EventKind::reached, Fault::none, taken[i].timeMs, 0, axis.index},
-               std::exchange(reached, {}), listener_);
+      tellReached(axis, taken[i], std::exchange(reached, {}));
     }
   }
 }
@@ -124,8 +124,25 @@ void Timelines::noteTaken(Axis& axis, const Cycle& cycle, std::vector<Point>& re
   axis.start = {std::max(point.timeMs, cycle.previousMs), double{point.value.asFloat}};
   axis.lastReachedMs = cycle.timeMs;
   axis.target = point;
-  ++axis.counts.reached;
   reached.push_back(point);
+}
+
+/// What the library still takes of an axis that the guard holds is not reached.
+void Timelines::tellReached(Axis& axis, const Cycle& cycle, const std::vector<Point>& points) {
+  if (cycle.timeMs >= axis.guard.heldSinceMs) {
+    tellCleared(clearedEvent(axis, cycle.timeMs, Event::byGuard), {{points}, {}}, axis.counts,
+                listener_);
+    return;
+  }
+  axis.counts.reached += points.size();
+  tellRuns({EventKind::reached, Fault::none, cycle.timeMs, 0, axis.index}, points, listener_);
+}
+
+/// Of the axis, at this time, by whom.
+Event Timelines::clearedEvent(const Axis& axis, std::int64_t timeMs, std::uint32_t byWhom) {
+  Event cleared{EventKind::cleared, Fault::none, timeMs, 0, axis.index};
+  cleared.byBatch = byWhom;
+  return cleared;
 }
 
 /// Others may push and clear meanwhile: they hold the lock of the timelines alone.
@@ -169,8 +186,7 @@ void Timelines::reconcile(Axis& axis, const TakenBy& taken) {
     std::vector<Point> points;
     if (i < taken.size() && at == 0) {
       noteTaken(axis, taken[i], points);
-      tellRuns({EventKind::reached, Fault::none, taken[i].timeMs, 0, axis.index}, points,
-               listener_);
+      tellReached(axis, taken[i], points);
       continue;
     }
     const Window::Items& items = axis.window.items();
@@ -179,14 +195,12 @@ void Timelines::reconcile(Axis& axis, const TakenBy& taken) {
           std::count_if(items.begin(), items.begin() + static_cast<std::ptrdiff_t>(at), isPoint));
       points.push_back(axis.backlog[number]);
       axis.backlog.erase(number);
-      ++axis.counts.cleared;
     }
     axis.window.erase(at);
     ++released_;
     cleared = true;
-    Event event{EventKind::cleared, Fault::none, cycles_.latestMs, 0, axis.index};
-    event.byBatch = Event::byOthers;
-    tellRuns(event, points, listener_);
+    tellCleared(clearedEvent(axis, cycles_.latestMs, Event::byOthers), {{points}, {}}, axis.counts,
+                listener_);
   }
   if (cleared) {
     axis.start = presentStart(axis);
@@ -210,6 +224,31 @@ void Timelines::noteExternal(Axis& axis) {
   }
   axis.start = presentStart(axis);
   rebuild(axis);
+}
+
+/// Tells of the guard, and takes everything away from an axis that it holds.
+void Timelines::noteGuarded(Axis& axis) {
+  const GuardRecord& guard = axis.guard;
+  if (const std::uint64_t touches = guard.touches; touches != axis.touchesTold) {
+    Event guarded{EventKind::guarded, guard.isHeld() ? Fault::guarded : Fault::none, guard.latestMs,
+                  Event::byOthers, axis.index};
+    guarded.count = touches - std::exchange(axis.touchesTold, touches);
+    guarded.amount = guard.speed;
+    listener_.tell(guarded, nullptr);
+  }
+  if (guard.isHeld() && !guard.isCleared) {
+    clear(axis);
+  }
+}
+
+void Timelines::clear(Axis& axis) {
+  tellCleared(clearedEvent(axis, cycles_.latestMs, Event::byGuard),
+              axis.backlog.take({}, TimedCommand::REPLACE), axis.counts, listener_);
+  const std::size_t held = axis.window.items().size();
+  axis.window.clear();
+  axis.target.reset();
+  replace(axis, held);
+  axis.guard.isCleared = true;
 }
 
 void Timelines::judge(const Axis& axis, const Point& end) {
@@ -237,6 +276,9 @@ SegmentStart Timelines::presentStart(const Axis& axis) const {
 }
 
 bool Timelines::needsCare(const Axis& axis, std::int64_t latestMs) const {
+  if (axis.guard.touches != axis.touchesTold) {
+    return true;
+  }
   if (axis.isIdle()) {
     return false;
   }

@@ -37,8 +37,11 @@ class Timelines {
 
   /// Under the gate: sees what cycles have taken since the last look, and what others wrote.
   void look(Axis& axis);
-  /// Whether the timeline holds no item, neither of the engine nor of others.
-  [[nodiscard]] static bool isEmpty(const Axis& axis) { return heldBy(axis).items == 0; }
+  /// Under the gate: whether the timeline holds nothing, of others neither, and the guard
+  /// does not move the axis.
+  [[nodiscard]] static bool isAtRest(const Axis& axis) {
+    return heldBy(axis).items == 0 && !axis.guard.isRamping;
+  }
   /// Whether there is anything to see or to hand over. Needs no gate.
   [[nodiscard]] bool needsCare(const Axis& axis, std::int64_t latestMs) const;
   /// Under the gate, after a look: hands over what follows in the path.
@@ -46,6 +49,9 @@ class Timelines {
   /// Under the gate, after a look: the path within the window has changed. Hands over what
   /// differs, or everything anew.
   void rebuild(Axis& axis);
+
+  /// Under the gate: takes all points away from an axis that the guard holds.
+  void clear(Axis& axis);
 
   /// The start of the line to a new first point: what the register holds at the latest cycle,
   /// or at the next one where the library will resynchronise. Under the gate.
@@ -89,7 +95,11 @@ class Timelines {
   void noteTaken(Axis& axis, const Cycle& cycle, std::vector<Point>& reached);
   [[nodiscard]] std::vector<bool> heldItems(const Axis& axis) const;
   void reconcile(Axis& axis, const TakenBy& taken);
+  void tellReached(Axis& axis, const Cycle& cycle, const std::vector<Point>& points);
+  [[nodiscard]] static Event clearedEvent(const Axis& axis, std::int64_t timeMs,
+                                          std::uint32_t byWhom);
   void noteExternal(Axis& axis);
+  void noteGuarded(Axis& axis);
   [[nodiscard]] bool needsAnchor(const Axis& axis) const;
   [[nodiscard]] Window freshWindow(const Axis& axis) const;
   [[nodiscard]] bool merge(const Axis& axis, std::size_t held);

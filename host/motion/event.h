@@ -11,24 +11,26 @@ namespace host {
 enum class EventKind : std::uint8_t {
   taken,       ///< points of a batch wait on an axis
   reached,     ///< points were reached in a cycle
-  cleared,     ///< points were removed by another batch, or by others
+  cleared,     ///< points were removed by another batch, by others or by the guard
   late,        ///< points were due before they could be reached
   limited,     ///< a point was moved into the limits
   steep,       ///< a segment asks for more than the maximum velocity
   refused,     ///< a batch was refused, and why
   handedLate,  ///< machine time stood for a batch, or it came after its moment
+  guarded,     ///< the guard saw a step beyond the maximum velocity, and what it did
   external,    ///< others wrote the command register
   stalled,     ///< the machine stood, because the process did
   uncertain,   ///< a rehearsal went no further: so many points are left
 };
-constexpr std::size_t eventKinds = 11;
+constexpr std::size_t eventKinds = 12;
 
-/// Why a batch is refused.
+/// Why a batch is refused, or an axis is held.
 enum class Fault : std::uint8_t {
   none,
   full,       ///< too many points wait already
   tooDense,   ///< more points of an axis are due within two cycles than a timeline holds
   notFinite,  ///< the command register would become infinite or no number
+  guarded,    ///< the guard holds the axis
 };
 
 /// What happened. An event about points names one batch, and points whose numbers in the
@@ -38,23 +40,25 @@ struct Event {
   Fault reason = Fault::none;
   /// The latest cycle, or the one that it happened in: machine time.
   std::int64_t timeMs = 0;
+  /// `byOthers` where it is about none.
   std::uint32_t batch = 0;
   /// The actuator, as its index in the machine; -1 for all of a batch or machine.
   int actuator = -1;
   /// The first of these points.
   std::uint32_t point = 0;
-  /// How many points; for `external`, cycles; for `stalled`, stalls.
+  /// How many points; for `external` and `guarded`, cycles; for `stalled`, stalls.
   std::uint64_t count = 0;
   /// `limited` and `steep`: in how many rounds of the batch, from this one on.
   std::uint64_t rounds = 1;
-  /// `cleared`: the batch that did it, or `byOthers`.
+  /// `cleared`: the batch that did it, `byOthers` or `byGuard`.
   std::uint32_t byBatch = 0;
-  /// `limited`: what was asked. `steep`: the speed, in units a second. `late`,
+  /// `limited`: what was asked. `steep` and `guarded`: the speed, in units a second. `late`,
   /// `handedLate` and `stalled`: milliseconds. `refused` as too dense: the points that would
   /// be due within two cycles.
   double amount = 0.0;
 
   static constexpr std::uint32_t byOthers = ~std::uint32_t{0};
+  static constexpr std::uint32_t byGuard = byOthers - 1;
 };
 
 /// Is told what happens, in order, by the thread that makes it happen.

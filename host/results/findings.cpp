@@ -13,7 +13,7 @@ namespace host {
 namespace {
 
 const char* nounOf(EventKind kind) {
-  return kind == EventKind::steep ? "segment" : "point";
+  return kind == EventKind::steep ? "segment" : kind == EventKind::guarded ? "step" : "point";
 }
 
 /// Told once for a batch, in the words of its worst actuator.
@@ -73,6 +73,9 @@ void Findings::tell(const Event& event, const Point* points) {
                        "beside each other for too long",
                        event.count, actuatorOf(event).name));
       break;
+    case EventKind::guarded:
+      note(event, event.amount, guardText(event));
+      break;
     case EventKind::taken:
     case EventKind::reached:
     case EventKind::cleared:
@@ -91,11 +94,12 @@ void Findings::note(const Event& event, double excess, const std::string& text) 
     worst.excess = excess;
     worst.point = event.point;
     worst.text = text;
+    worst.isFailure = event.reason != Fault::none;
   }
 }
 
-double Findings::secondsOf(const Point& point) const {
-  return static_cast<double>(point.timeMs - std::int64_t{plan_.schedule.approachMs}) / 1000.0;
+double Findings::secondsOf(std::int64_t timeMs) const {
+  return static_cast<double>(timeMs - std::int64_t{plan_.schedule.approachMs}) / 1000.0;
 }
 
 std::string Findings::limitText(const Event& event, const Point& point) const {
@@ -104,7 +108,7 @@ std::string Findings::limitText(const Event& event, const Point& point) const {
   const bool above = event.amount > done;
   const int digits = actuator.typeCode == hal::floatTypeCode ? 6 : 17;
   return fmt::format("{} is to be {:.{}g} at {:.3f} s, {} its {} {:.{}g}", actuator.name,
-                     event.amount, digits, secondsOf(point), above ? "above" : "below",
+                     event.amount, digits, secondsOf(point.timeMs), above ? "above" : "below",
                      above ? "maximum" : "minimum", above ? actuator.maximum : actuator.minimum,
                      digits);
 }
@@ -113,7 +117,16 @@ std::string Findings::speedText(const Event& event, const Point& point) const {
   const simulation::Actuator& actuator = actuatorOf(event);
   return fmt::format("{} moves {:.4g} a second to be {:.6g} at {:.3f} s, above its limit {:.4g}",
                      actuator.name, event.amount, commandedNumber(actuator, point.value),
-                     secondsOf(point), actuator.maximumVelocity);
+                     secondsOf(point.timeMs), actuator.maximumVelocity);
+}
+
+std::string Findings::guardText(const Event& event) const {
+  const simulation::Actuator& actuator = actuatorOf(event);
+  return fmt::format("{} was to move {:.4g} a second at {:.3f} s, above its limit {:.4g}{}",
+                     actuator.name, event.amount, secondsOf(event.timeMs), actuator.maximumVelocity,
+                     event.reason == Fault::guarded
+                         ? ": the guard brought it to rest; '--guard warn' lets it move"
+                         : "");
 }
 
 std::string Findings::refusalText(const Event& event) const {
@@ -132,6 +145,8 @@ std::string Findings::refusalText(const Event& event) const {
           "refused: too many points of several actuators are due together with "
           "those for '{}'",
           name);
+    case Fault::guarded:
+      return fmt::format("refused: the guard holds '{}'", name);
     case Fault::none:
       break;
   }
@@ -141,14 +156,16 @@ std::string Findings::refusalText(const Event& event) const {
 std::vector<Finding> Findings::all() const {
   std::vector<Finding> findings;
   for (const auto& [key, worst] : worst_) {
-    const CommandBatch& batch = *plan_.batches[key.first].commands;
     const EventKind kind = key.second.first;
     const bool whole = isAboutWholeBatch(kind);
     Finding& finding = findings.emplace_back();
-    finding.path = whole ? batch.path : batch.pointsPath;
-    finding.location = whole ? batch.location : batch.locations[batch.rowOf(worst.point)];
+    if (key.first != Event::byOthers) {
+      const CommandBatch& batch = *plan_.batches[key.first].commands;
+      finding.path = whole ? batch.path : batch.pointsPath;
+      finding.location = whole ? batch.location : batch.locations[batch.rowOf(worst.point)];
+    }
     finding.text = worst.text;
-    finding.isRefusal = kind == EventKind::refused;
+    finding.isFailure = worst.isFailure;
     if (!whole && worst.count > 1) {
       finding.text += fmt::format(" (the worst of {} {}s)", worst.count, nounOf(kind));
     }

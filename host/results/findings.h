@@ -18,8 +18,8 @@ struct Finding {
   std::string path;
   SourceLocation location;
   std::string text;
-  /// The batch, or a part of it, was not done at all.
-  bool isRefusal = false;
+  /// What was asked was not done, or an axis was held.
+  bool isFailure = false;
   /// Cycles were missed or late.
   bool isOfCycles = false;
 };
@@ -48,6 +48,7 @@ class Findings : public Listener {
     std::uint32_t point = 0;
     std::string text;
     std::uint64_t count = 0;
+    bool isFailure = false;
   };
   /// ScheduledBatch, kind, actuator.
   using Key = std::pair<std::uint32_t, std::pair<EventKind, int>>;
@@ -59,7 +60,9 @@ class Findings : public Listener {
   [[nodiscard]] std::string limitText(const Event& event, const Point& point) const;
   [[nodiscard]] std::string speedText(const Event& event, const Point& point) const;
   [[nodiscard]] std::string refusalText(const Event& event) const;
-  [[nodiscard]] double secondsOf(const Point& point) const;
+  [[nodiscard]] std::string guardText(const Event& event) const;
+  /// Since the start of the motion.
+  [[nodiscard]] double secondsOf(std::int64_t timeMs) const;
 
   const MachineModel& machine_;
   const Plan& plan_;

@@ -6,6 +6,8 @@
 
 #include <algorithm>
 #include <atomic>
+#include <cmath>
+#include <limits>
 #include <map>
 #include <memory>
 #include <random>
@@ -18,6 +20,7 @@
 #include "host/engine/engine.h"
 #include "host/engine/library.h"
 #include "host/motion/limits.h"
+#include "tests/support/bits.h"
 #include "tests/support/random.h"
 
 namespace {
@@ -88,8 +91,14 @@ class Witness : public host::Listener {
 
 class RandomRun {
  public:
-  explicit RandomRun(unsigned long seed)
-      : random_(static_cast<std::uint32_t>(seed)), machine_(machineOf(1 + pick(3))) {}
+  explicit RandomRun(unsigned long seed, float maximumVelocity = unlimited)
+      : random_(static_cast<std::uint32_t>(seed)), machine_(machineOf(1 + pick(3))) {
+    for (simulation::Actuator& actuator : machine_.description.actuators) {
+      actuator.maximumVelocity = maximumVelocity;
+    }
+  }
+
+  static constexpr float unlimited = std::numeric_limits<float>::infinity();
 
   [[nodiscard]] const host::MachineModel& machine() const { return machine_; }
   [[nodiscard]] std::uint32_t startTick() const { return options_.startTick; }
@@ -328,6 +337,26 @@ bool expectSame(const Done& done, const host::MachineModel& machine, std::uint32
   return true;
 }
 
+/// How many steps were beyond what the guard allows: plus 1e-4, and two units in the last place.
+int tooLargeSteps(const Done& done, float maximumVelocity) {
+  std::vector<std::uint32_t> before(done.cycles.front().bits.size(), 0);
+  int tooLarge = 0;
+  for (const Done::Cycle& cycle : done.cycles) {
+    for (std::size_t axis = 0; axis < before.size(); axis += 2) {
+      const auto number = static_cast<int>(axis);
+      const float from =
+          cycle.external.count(number) != 0 ? cycle.external.at(number) : floatOf(before[axis]);
+      const float to = floatOf(cycle.bits[axis]);
+      const double allowed = double{maximumVelocity} * 1e-3 *
+                             static_cast<double>(cycle.timeMs - cycle.previousMs) * 1.0001;
+      const double ulp = double{std::nextafter(2.0F, 3.0F)} - 2.0;
+      tooLarge += std::abs(double{to} - double{from}) <= allowed + 2 * ulp ? 0 : 1;
+    }
+    before = cycle.bits;
+  }
+  return tooLarge;
+}
+
 void compareRandomRuns(unsigned long rounds, Done (RandomRun::*drive)()) {
   const unsigned long seed = fromEnvironment("TORVEX_SEED", 1);
   unsigned long compared = 0;
@@ -342,6 +371,17 @@ void compareRandomRuns(unsigned long rounds, Done (RandomRun::*drive)()) {
 
 TEST(Engine, MovesAsIfEveryBatchWereHandedOverWhole) {
   compareRandomRuns(fromEnvironment("TORVEX_ROUNDS", 300), &RandomRun::run);
+}
+
+TEST(Guard, LetsNoStepBeMoreThanTheMaximumVelocity) {
+  constexpr float maximumVelocity = 6.0F;
+  const unsigned long seed = fromEnvironment("TORVEX_SEED", 1);
+  const unsigned long rounds = fromEnvironment("TORVEX_ROUNDS", 300) / 3;
+  for (unsigned long round = seed; round < seed + rounds; ++round) {
+    SCOPED_TRACE("TORVEX_SEED=" + std::to_string(round));
+    EXPECT_EQ(tooLargeSteps(RandomRun(round, maximumVelocity).run(), maximumVelocity), 0);
+    EXPECT_GT(tooLargeSteps(RandomRun(round).run(), maximumVelocity), 0) << "nothing to hold";
+  }
 }
 
 TEST(Engine, MovesSoBesideThreads) {

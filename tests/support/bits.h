@@ -9,3 +9,9 @@ inline std::uint32_t bitsOf(float value) {
   std::memcpy(&bits, &value, sizeof bits);
   return bits;
 }
+
+inline float floatOf(std::uint32_t bits) {
+  float value = 0.0F;
+  std::memcpy(&value, &bits, sizeof value);
+  return value;
+}

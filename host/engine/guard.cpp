@@ -1,0 +1,105 @@
+#include "host/engine/guard.h"
+
+#include <algorithm>
+#include <cmath>
+
+namespace host {
+namespace {
+
+constexpr double msPerSecond = 1000.0;
+constexpr double tolerance = 1.0001;
+
+/// A unit in the last place of the larger one.
+double ulpOf(float one, float other) {
+  const float larger = std::max(std::abs(one), std::abs(other));
+  return double{std::nextafter(larger, std::numeric_limits<float>::infinity())} - double{larger};
+}
+
+void write(hal::DeviceAttrGeneric& command, double value) noexcept {
+  command.storeFloat(static_cast<float>(value));
+}
+
+}  // namespace
+
+void Guard::add(const simulation::Actuator& actuator, hal::DeviceAttrGeneric& command,
+                GuardRecord& record) {
+  if (mode_ != GuardMode::off && actuator.interpolates) {
+    watched_.push_back({&command, double{actuator.maximumVelocity} / msPerSecond, 0.0F, false});
+    guarded_.push_back({&actuator, &record});
+  }
+}
+
+void Guard::begin() noexcept {
+  for (Watched& watched : watched_) {
+    watched.before = watched.command->loadFloat();
+  }
+}
+
+void Guard::check(std::int64_t timeMs, std::int64_t stepMs) noexcept {
+  const double passedMs = static_cast<double>(stepMs) * tolerance;
+  for (std::size_t i = 0; i < watched_.size(); ++i) {
+    const Watched& watched = watched_[i];
+    if (watched.isRamping) {
+      goOn(i, timeMs);
+      continue;
+    }
+    const float wanted = watched.command->loadFloat();
+    const double step = std::abs(double{wanted} - double{watched.before});
+    if (!(step <= watched.maximumVelocity * passedMs)) {
+      touch(i, wanted, timeMs, stepMs);
+    }
+  }
+}
+
+/// What is no number compares as exceeding.
+void Guard::touch(std::size_t index, float wanted, std::int64_t timeMs,
+                  std::int64_t stepMs) noexcept {
+  Watched& watched = watched_[index];
+  Guarded& guarded = guarded_[index];
+  const double passedMs = static_cast<double>(stepMs);
+  const double step = double{wanted} - double{watched.before};
+  const double allowed = watched.maximumVelocity * passedMs;
+  if (std::abs(step) <= allowed * tolerance + 2.0 * ulpOf(wanted, watched.before)) {
+    return;
+  }
+  GuardRecord& record = *guarded.record;
+  record.latestMs = timeMs;
+  record.speed = std::abs(step) / passedMs * msPerSecond;
+  record.touches.store(record.touches.load(std::memory_order_relaxed) + 1,
+                       std::memory_order_relaxed);
+  if (mode_ == GuardMode::warn) {
+    return;
+  }
+  const bool isOrdered = std::isfinite(step);
+  const double velocity = isOrdered ? std::copysign(watched.maximumVelocity, step) : 0.0;
+  guarded.written = static_cast<float>(double{watched.before} + velocity * passedMs);
+  write(*watched.command, double{guarded.written});
+  const simulation::Actuator& actuator = *guarded.actuator;
+  guarded.ramp =
+      rampToRest(double{guarded.written}, velocity, std::numeric_limits<double>::infinity(),
+                 actuator.minimum, actuator.maximum);
+  guarded.rampMs = timeMs;
+  watched.isRamping = true;
+  record.isRamping = true;
+  record.isCleared = false;
+  record.heldSinceMs = std::min(record.heldSinceMs, timeMs);
+}
+
+/// Whatever the library wrote. Where others wrote the register, it rests there.
+void Guard::goOn(std::size_t index, std::int64_t timeMs) noexcept {
+  Watched& watched = watched_[index];
+  Guarded& guarded = guarded_[index];
+  const auto elapsedMs = static_cast<double>(timeMs - guarded.rampMs);
+  GuardRecord& record = *guarded.record;
+  if (!(watched.before == guarded.written)) {
+    guarded.ramp = {double{watched.before}, 0.0, 0.0};
+  }
+  guarded.written = static_cast<float>(guarded.ramp.at(elapsedMs));
+  write(*watched.command, double{guarded.written});
+  if (elapsedMs >= guarded.ramp.durationMs && record.isCleared) {
+    watched.isRamping = false;
+    record.isRamping = false;
+  }
+}
+
+}  // namespace host
