@@ -44,6 +44,8 @@ struct AxisResult {
   std::optional<Point> target;
   /// The last of the points that still wait; the target where none does.
   std::optional<Point> last;
+  /// Whether the guard brought it to rest.
+  bool isHeld = false;
   /// Its columns in the sample history.
   std::size_t commandColumn = 0;
   std::optional<std::size_t> measuredColumn;

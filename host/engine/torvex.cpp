@@ -75,6 +75,7 @@ host::AxisResult axisResult(const host::ShownAxis& shown) {
   result.index = axis.index;
   result.counts = axis.counts;
   result.externalWrites = axis.externalWrites;
+  result.isHeld = axis.guard.isHeld();
   result.command.asInt = host::bitsIn(*axis.command);
   result.measured = axis.measuredValue();
   result.target = axis.target;

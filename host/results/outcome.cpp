@@ -56,6 +56,8 @@ const char* nameOf(Verdict verdict) {
       return "limited";
     case Verdict::stopped:
       return "stopped";
+    case Verdict::held:
+      return "held";
     case Verdict::missed:
       break;
   }
@@ -75,6 +77,10 @@ std::vector<AxisOutcome> judgedAxes(const RunResult& result, const Plan& plan, O
       judged.verdict = Verdict::limited;
     }
     if (outcome.signal != 0) {
+      continue;
+    }
+    if (axis.isHeld) {
+      judged.verdict = Verdict::held;
       continue;
     }
     for (const std::string& reason : shortfalls(axis, result.session.tolerance)) {

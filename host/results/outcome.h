@@ -15,6 +15,7 @@ enum class Verdict {
   reached,  ///< it holds what was asked last
   limited,  ///< it holds the limit, since more was asked
   stopped,  ///< a batch or a signal stopped it on its way
+  held,     ///< the guard brought it to rest
   missed,   ///< it does not do what it was told
 };
 const char* nameOf(Verdict verdict);

@@ -188,7 +188,8 @@ const char* const reportWords =
     "  points    what the motions ask of an actuator; target: the last of them\n"
     "  command   what its register holds at the end; measured: what its sensor shows\n"
     "  path      its commands over time; or: limited (the target lies beyond a limit),\n"
-    "            stopped (on its way, by a batch or a signal), missed (see the errors)\n"
+    "            stopped (on its way, by a batch or a signal), held (by the guard, at its\n"
+    "            maximum velocity), missed (see the errors)\n"
     "  cleared   removed by a later batch; refused: never taken; left: not reached yet\n"
     "  late      due before they could be reached; limited: moved into the limits\n"
     "  others    cycles in which somebody else had written the register\n";
