@@ -242,8 +242,11 @@ void Timelines::noteGuarded(Axis& axis) {
 }
 
 void Timelines::clear(Axis& axis) {
+  if (!axis.backlog.empty()) {
+    judge(axis, axis.backlog.front());
+  }
   tellCleared(clearedEvent(axis, cycles_.latestMs, Event::byGuard),
-              axis.backlog.take({}, TimedCommand::REPLACE), axis.counts, listener_);
+              axis.backlog.take(Rounds({}), TimedCommand::REPLACE), axis.counts, listener_);
   const std::size_t held = axis.window.items().size();
   axis.window.clear();
   axis.target.reset();

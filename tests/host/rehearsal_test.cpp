@@ -23,6 +23,7 @@ struct Case {
   Case() {
     options.session.clock = host::Clock::simulated;
     options.session.poolName = "";
+    options.session.guard = host::GuardMode::off;
   }
   void addActuator(bool interpolates) {
     simulation::Actuator& actuator = machine.description.actuators.emplace_back();

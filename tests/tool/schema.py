@@ -56,7 +56,7 @@ with tempfile.TemporaryDirectory(prefix="torvex-test-") as folder:
                    "devices: [{name: D}]\n")
     with open("motion.yaml", "w", encoding="utf-8") as file:
         file.write("lists:\n"
-                   "- {at: 0, mode: merge, key: a/Value, items: [{time: 0.02, value: 0.9}]}\n"
+                   "- {at: 0, mode: merge, key: a/Value, items: [{time: 0.6, value: 0.9}]}\n"
                    "- {at: 0, mode: merge, key: b/Value, items: [{time: 0.5, value: 1}]}\n"
                    "- {at: 0.1, mode: replace, key: b/Value, items: []}\n")
     humanoid = os.path.join(root, "examples/humanoid")

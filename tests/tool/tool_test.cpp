@@ -240,6 +240,13 @@ TEST(Tool, SaysWhatTheLimitsChange) {
       EXPECT_FALSE(temporary.holds("s.csv"));
     }
     run.back() = "--json";
+    if (now.finding.find("a second") != std::string::npos) {
+      Tool guarded(run);
+      EXPECT_EQ(guarded.wait(), 1);
+      EXPECT_EQ(outcomeOf(guarded)["axes"][0]["verdict"], "held") << guarded.said();
+      EXPECT_NE(guarded.said().find("the guard brought it to rest"), std::string::npos);
+    }
+    run.insert(run.end(), {"--guard", "off"});
     Tool json(run);
     ASSERT_EQ(json.wait(), 0) << json.said();
     const nlohmann::json outcome = outcomeOf(json), expected = nlohmann::json::parse(now.axis);
