@@ -126,6 +126,7 @@ TEST(Run, SaysWhichJointDidNotArrive) {
   Prepared setup(2, 50, 20);
   setup.machine.description.actuators[1].maximumVelocity = 0.01F;
   setup.options.timing.approachMs = 10;
+  setup.options.session.guard = host::GuardMode::off;
   Ran ran(setup);
   ran.run();
   ASSERT_EQ(ran.outcome.errors.size(), 1U);
