@@ -77,7 +77,7 @@ with tempfile.TemporaryDirectory(prefix="torvex-test-") as folder:
 assert [axis["verdict"] for axis in limited["axes"]] == ["limited", "stopped"], limited["axes"]
 assert example["latency_ns"] is None and limited["latency_ns"]["max"] > 0
 assert {finding["line"] for finding in limited["warnings"]} >= {2}, limited["warnings"]
-assert checked["counts"] == {"batches": 3, "points": 2, "actuators": 2, "warnings": 2, "errors": 0}
+assert checked["counts"] == {"batches": 3, "points": 2, "actuators": 2, "warnings": 1, "errors": 0}
 assert [error["column"] for error in refused["errors"]] == [1, 18, 21], refused
 assert refused["machine"] == "machine" and refused["counts"]["batches"] is None, refused
 assert noted == ("note     noted.yaml: velocities are ignored; positions and times are used\n"
