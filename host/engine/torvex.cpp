@@ -28,8 +28,10 @@ std::int64_t lastTime(const host::Plan& plan) {
 }
 
 host::EngineOptions engineOptions(const host::SessionOptions& options, std::uint32_t cycleMs) {
-  return {options.poolName, options.preferenceDirectory, cycleMs, options.startTick, options.late,
-          options.guard, options.poolMode};
+  return {options.poolName, options.preferenceDirectory,
+          cycleMs,          options.startTick,
+          options.late,     options.guard,
+          options.poolMode};
 }
 
 std::string sensorColumn(const std::string& sensor) {
