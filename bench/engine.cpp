@@ -141,7 +141,7 @@ void takeBackToReserve(benchmark::State& state) {
 }
 
 /// Each axis reaches a point every so many cycles, as many of them in each cycle.
-void loadProcessor(benchmark::State& state, std::size_t axes) {
+void loadProcessor(benchmark::State& state, std::size_t axes, decltype(&motionOf) motion) {
   constexpr std::size_t cycles = 2000;
   EngineRig rig(axes);
   for (std::size_t phase = 0; phase < cyclesBetweenPoints; ++phase) {
@@ -150,7 +150,7 @@ void loadProcessor(benchmark::State& state, std::size_t axes) {
       some.push_back(static_cast<int>(axis));
     }
     rig.submit(
-        motionOf(some, 2 * cycles / cyclesBetweenPoints, cyclesBetweenPoints, TimedCommand::MERGE),
+        motion(some, 2 * cycles / cyclesBetweenPoints, cyclesBetweenPoints, TimedCommand::MERGE),
         static_cast<std::int64_t>(phase));
   }
   rig.engine.pass();
@@ -173,6 +173,7 @@ void loadProcessor(benchmark::State& state, std::size_t axes) {
     const double nsPerCycle = 1e9 / static_cast<double>(cycles);
     state.SetIterationTime(cycle + machine + pass);
     state.counters[percentCounter] = (cycle + machine + pass) * nsPerCycle / 1e6 * 100.0;
+    state.counters["axis_ns"] = (cycle + pass) * nsPerCycle / static_cast<double>(axes);
     state.counters["cycle_ns"] = cycle * nsPerCycle;
     state.counters["machine_ns"] = machine * nsPerCycle;
     state.counters["pass_ns"] = pass * nsPerCycle;
@@ -319,7 +320,11 @@ void addEngineBenchmarks() {
   addTimed("replace/10000_by_1", [](benchmark::State& state) { replaceBacklog(state, 10'000, 1); });
   addTimed("replace/10000_by_10000",
            [](benchmark::State& state) { replaceBacklog(state, 10'000, 10'000); });
-  addOnce("share/1000_axes", [](benchmark::State& state) { loadProcessor(state, 1000); });
+  addOnce("share/1000_axes", [](benchmark::State& state) { loadProcessor(state, 1000, motionOf); });
+  addOnce("share/100_axes/lines",
+          [](benchmark::State& state) { loadProcessor(state, 100, motionOf); });
+  addOnce("share/100_axes/curves",
+          [](benchmark::State& state) { loadProcessor(state, 100, curvedMotionOf); });
   addOnce("memory/in_batch", [](benchmark::State& state) { holdPoints(state, false); });
   addOnce("memory/in_backlog", [](benchmark::State& state) { holdPoints(state, true); });
   addTogether();

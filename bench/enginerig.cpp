@@ -60,6 +60,18 @@ MotionPointer motionOf(const std::vector<int>& axes, std::size_t points, std::ui
   return motion;
 }
 
+MotionPointer curvedMotionOf(const std::vector<int>& axes, std::size_t points, std::uint32_t stepMs,
+                             TimedCommand::commandType mode) {
+  auto motion = std::make_shared<host::CommandBatch>(*motionOf(axes, points, stepMs, mode));
+  for (std::size_t point = 1; point <= points; ++point) {
+    for (std::size_t i = 0; i < axes.size(); ++i) {
+      motion->velocities.push_back(100.0F / static_cast<float>(stepMs) *
+                                   std::cos(0.1F * static_cast<float>(point + i)));
+    }
+  }
+  return motion;
+}
+
 EngineRig::EngineRig(std::size_t axes) : machine_(describe(axes)), engine(machine_, options()) {
   engine.start();
 }

@@ -19,6 +19,10 @@ std::vector<int> firstAxes(std::size_t count);
 MotionPointer motionOf(const std::vector<int>& axes, std::size_t points, std::uint32_t stepMs,
                        TimedCommand::commandType mode);
 
+/// The same with velocities, so that all its segments are cubic.
+MotionPointer curvedMotionOf(const std::vector<int>& axes, std::size_t points, std::uint32_t stepMs,
+                             TimedCommand::commandType mode);
+
 /// The reference host's engine with a machine of joints, each with a sensor, in simulated
 /// cycles of a millisecond. One thread does the work of both, in turn.
 class EngineRig {

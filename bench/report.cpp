@@ -50,6 +50,8 @@ constexpr Goal goals[] = {
      "push/merge/500_into_0/ascending/vector", nsCounter, 1.0},
     {"  taking their nodes back", "engine/reserve/500_taken_back",
      "push/merge/500_into_0/ascending/vector", nsCounter, open},
+    {"a cycle of an axis on curves / on lines", "engine/share/100_axes/curves",
+     "engine/share/100_axes/lines", "axis_ns", open},
     {"1,000 axes reach a point / none does, p50", "engine/together/1000/steady",
      "engine/together/1000/steady", "p50", 1.2, "none_p50"},
     {"  p99 / p50 where none does", "engine/together/1000/steady", "engine/together/1000/steady",

@@ -42,16 +42,19 @@ std::size_t columnsOf(const std::string& text) {
   return static_cast<std::size_t>(std::count_if(text.begin(), text.end(), startsCodePoint));
 }
 
-std::string cutInFront(const std::string& text, std::size_t columns) {
+std::string cutInMiddle(const std::string& text, std::size_t columns) {
   const std::size_t taken = columnsOf(text);
   if (taken <= columns) {
     return text;
   }
-  std::size_t toSkip = taken - columns + 1;
-  const auto rest = std::find_if(text.begin(), text.end(), [&toSkip](char byte) {
-    return startsCodePoint(byte) && toSkip-- == 0;
-  });
-  return "…" + std::string(rest, text.end());
+  // Long names mostly differ at one end or the other.
+  const std::size_t behind = columns / 2;
+  const auto codePoint = [&text](std::size_t number) {
+    return std::find_if(text.begin(), text.end(),
+                        [&number](char byte) { return startsCodePoint(byte) && number-- == 0; });
+  };
+  return std::string(text.begin(), codePoint(columns - behind - 1)) + "…" +
+         std::string(codePoint(taken - behind), text.end());
 }
 
 }  // namespace host

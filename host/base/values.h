@@ -29,8 +29,8 @@ std::string shown(const Json& value);
 /// How many columns of a terminal a text takes: one a code point.
 std::size_t columnsOf(const std::string& text);
 
-/// The text, or its end behind "…" when it takes more columns than these (at
-/// least 1): the ends of keys tell more than their beginnings.
-std::string cutInFront(const std::string& text, std::size_t columns);
+/// The text, or its two ends with "…" between them when it takes more columns than these (at
+/// least 1).
+std::string cutInMiddle(const std::string& text, std::size_t columns);
 
 }  // namespace host

@@ -44,7 +44,7 @@ std::string axisLine(const Axis& axis, std::size_t nameColumns) {
   }
   bar[columnOf(axis.actuator, axis.commanded())] = '#';
   const double command = axis.commanded();
-  const std::string name = cutInFront(visible(axis.actuator.name), nameColumns);
+  const std::string name = cutInMiddle(visible(axis.actuator.name), nameColumns);
   return fmt::format("{:<{}} [{}] {:>9}\n", name, nameColumns, bar,
                      fmt::format(std::abs(command) < 1e4 ? "{:.3f}" : "{:.2e}", command));
 }

@@ -1,6 +1,7 @@
 #include "host/cli/options.h"
 
 #include <charconv>
+#include <optional>
 #include <string>
 #include <system_error>
 
@@ -36,6 +37,14 @@ int priority(const std::string& text) {
     refuseOption("--priority", "'" + text + "' is not a priority from 2 to 99");
   }
   return value;
+}
+
+Interpolation interpolationNamed(const std::string& text) {
+  const std::optional<Interpolation> interpolation = interpolationWithName(text);
+  if (!interpolation) {
+    refuseOption("--interpolation", "'" + text + "' is neither message, linear nor smooth");
+  }
+  return *interpolation;
 }
 
 int processor(const std::string& text) {
@@ -101,6 +110,13 @@ void addTiming(CLI::App& command, Timing& timing) {
             [&timing](const std::string& text) {
               timing.approachMs = milliseconds("--approach", text, 1, longestApproachMs);
             });
+  addOption(
+      command,
+      {"--interpolation", "message|linear|smooth",
+       "Between points: message as it has velocities and accelerations, linear, or smooth "
+       "through points without velocities",
+       "message"},
+      [&timing](const std::string& text) { timing.interpolation = interpolationNamed(text); });
 }
 
 void addCycleScheduling(CLI::App& command, ThreadScheduling& scheduling) {

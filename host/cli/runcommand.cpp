@@ -84,12 +84,27 @@ std::string titleOf(const MachineModel& machine, const RunOptions& options) {
   return fmt::format("{}: {}", machine.name, fmt::join(motions, ", "));
 }
 
-std::vector<std::string> columnNames(const Torvex& torvex) {
+/// The trace of the columns that are chosen by the names of their actuators and sensors.
+void openTrace(const RunOptions& options, const Torvex& torvex, std::optional<Trace>& trace) {
   std::vector<std::string> names;
+  std::vector<bool> chosen;
   for (const TracedColumn& column : torvex.columns()) {
     names.push_back(column.name);
+    chosen.push_back(
+        isChosen(options.picture.joints, column.name.substr(0, column.name.rfind('/'))));
   }
-  return names;
+  trace.emplace(options.tracePath, names, chosen);
+}
+
+void checkJoints(const RunOptions& options, const Torvex& torvex) {
+  const auto& axes = torvex.shownAxes();
+  if (!axes.empty() && std::none_of(axes.begin(), axes.end(), [&](const ShownAxis& shown) {
+        return isChosen(options.picture.joints, shown.axis.actuator.name);
+      })) {
+    throw UserError(
+        options.motionPaths.front(), {},
+        fmt::format("moves no actuator that --joints '{}' has", options.picture.joints));
+  }
 }
 
 /// What a run leaves behind; opened before anything moves.
@@ -199,13 +214,15 @@ int run(const RunOptions& options) {
   Findings findings(machine, plan);
   RunLog log;
   Torvex torvex(machine, plan, options.session);
+  checkJoints(options, torvex);
   torvex.addListener(findings);
   torvex.addListener(log);
   if (!options.tracePath.empty()) {
-    torvex.setTrace(&outputs.trace.emplace(options.tracePath, columnNames(torvex)));
+    openTrace(options, torvex, outputs.trace);
+    torvex.setTrace(&*outputs.trace);
   }
   if (!options.plotPath.empty()) {
-    outputs.plot.emplace(options.plotPath, titleOf(machine, options), plan);
+    outputs.plot.emplace(options.plotPath, titleOf(machine, options), plan, options.picture);
   }
   Outcome outcome;
   outcome.machine = machine.name;
@@ -292,6 +309,12 @@ void addOutputs(CLI::App& command, RunOptions& options) {
       command,
       {"--plot", "FILE.svg", "Draw commands and measured values over time (needs gnuplot)", ""},
       options.plotPath);
+  addFlag(command, "--plot-velocity", options.picture.velocities,
+          "Draw commanded velocities as well");
+  addOption(
+      command,
+      {"--joints", "PATTERN", "What is traced and drawn, by name, as in the shell: 'left_*'", "*"},
+      options.picture.joints);
 }
 
 void addExports(CLI::App& command, RunOptions& options) {

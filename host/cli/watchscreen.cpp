@@ -65,7 +65,7 @@ std::string WatchScreen::redrawn(std::int64_t timeMs) const {
   bytes += line(fmt::format("{}{}  {:.1f} s  {}{}", counted(rows, "value"), rest,
                             static_cast<double>(timeMs) / 1000.0, title_, age));
   for (std::size_t i = 0; i < rows; ++i) {
-    bytes += "\r\n" + line(fmt::format("{:<{}} {}", cutInFront(names[i], nameColumns), nameColumns,
+    bytes += "\r\n" + line(fmt::format("{:<{}} {}", cutInMiddle(names[i], nameColumns), nameColumns,
                                        values_.shownValue(i)));
   }
   return bytes.append(clearRestOfScreen);

@@ -20,6 +20,17 @@ double numberIn(const hal::DeviceAttrGeneric& attribute);
 /// The four bytes that hold it, which tell any two values apart.
 std::int32_t bitsIn(const hal::DeviceAttrGeneric& attribute);
 
+struct Axis;
+
+/// The command register of an axis, as the cycle saw it. Under the gate.
+struct Register {
+  const hal::DeviceAttrGeneric* attribute;
+  /// What it held when the latest cycle began, and when it ended.
+  std::int32_t firstBits;
+  std::int32_t lastBits;
+  Axis* axis;
+};
+
 /// One actuator of the machine, with all that is known of it.
 struct Axis {
   Axis(int index_, const simulation::Actuator& actuator_, TimedCommand& timeline_,
@@ -44,13 +55,15 @@ struct Axis {
   /// latest of them.
   std::atomic<std::uint64_t> externalWrites{0};
   std::int64_t lastExternalMs = never;
+  /// Set before the first cycle.
+  const Register* written = nullptr;
 
   GuardRecord guard;
 
   // Of the command thread.
 
   Backlog backlog;
-  /// Where the line to the first point of the backlog begins.
+  /// Where the segment to the first point of the backlog begins.
   SegmentStart start;
   /// What the timeline holds of it. Changes under the gate.
   Window window;
@@ -73,7 +86,8 @@ struct Axis {
 
   [[nodiscard]] bool isIdle() const { return backlog.empty() && window.items().empty(); }
   [[nodiscard]] Path path(std::int64_t cycleMs, std::int64_t latestMs) const {
-    return {backlog, start, actuator.interpolates, cycleMs, latestMs};
+    return {backlog, start,    actuator.interpolates,
+            cycleMs, latestMs, {actuator.minimum, actuator.maximum}};
   }
 
   [[nodiscard]] double commanded() const;

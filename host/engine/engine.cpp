@@ -31,8 +31,11 @@ void Engine::addAxes(const MachineModel& machine) {
     Axis& axis = axes_.emplace_back(position, actuator, library_.commands.commandTable.at(index),
                                     machine_.actuatorValue(position),
                                     sensor == sensors.end() ? nullptr : sensor->second);
-    registers_.push_back({axis.command, bitsIn(*axis.command), &axis});
+    registers_.push_back({axis.command, bitsIn(*axis.command), bitsIn(*axis.command), &axis});
     guard_.add(actuator, *axis.timeline->deviceAttr, axis.guard);
+  }
+  for (const Register& written : registers_) {
+    written.axis->written = &written;
   }
 }
 
@@ -64,8 +67,9 @@ std::int64_t Engine::goOn() {
 }
 
 void Engine::noteExternalWrites(std::int64_t timeMs) noexcept {
-  for (const Register& written : registers_) {
-    if (bitsIn(*written.attribute) != written.lastBits) {
+  for (Register& written : registers_) {
+    written.firstBits = bitsIn(*written.attribute);
+    if (written.firstBits != written.lastBits) {
       Axis& axis = *written.axis;
       axis.externalWrites.store(axis.externalWrites.load(std::memory_order_relaxed) + 1,
                                 std::memory_order_relaxed);

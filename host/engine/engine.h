@@ -83,14 +83,6 @@ class Engine {
   [[nodiscard]] const EventRing& events() const { return teller_.ring(); }
 
  private:
-  /// The command register of an axis; these lie together, since every cycle looks at all.
-  struct Register {
-    const hal::DeviceAttrGeneric* attribute;
-    /// What it held at the end of the latest cycle.
-    std::int32_t lastBits;
-    Axis* axis;
-  };
-
   void addAxes(const MachineModel& machine);
   void noteExternalWrites(std::int64_t timeMs) noexcept;
   [[nodiscard]] std::uint32_t stamp(std::int64_t timeMs) const noexcept {
@@ -102,7 +94,7 @@ class Engine {
   const simulation::Framework framework_;
   Library library_;
   std::deque<Axis> axes_;
-  /// Of the cycle.
+  /// They lie together, since every cycle looks at all.
   std::vector<Register> registers_;
   Guard guard_;
   Gate gate_;

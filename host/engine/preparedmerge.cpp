@@ -6,12 +6,12 @@
 namespace host {
 
 PreparedMerge::PreparedMerge(const Backlog& backlog, std::size_t windowed, const Rounds& points,
-                             TimedCommand::commandType mode)
+                             TimedCommand::commandType mode, std::shared_ptr<const Curve> curve)
     : merged_(backlog) {
   for (std::size_t i = 0; i < windowed; ++i) {
     windowed_.push_back(backlog[i]);
   }
-  removed_ = merged_.take(points, mode);
+  removed_ = merged_.take(points, mode, std::move(curve));
 }
 
 Backlog::Removed PreparedMerge::applyTo(Backlog& backlog) {

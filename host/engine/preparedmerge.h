@@ -1,6 +1,7 @@
 #pragma once
 
 #include <cstddef>
+#include <memory>
 #include <vector>
 
 #include "host/motion/backlog.h"
@@ -15,7 +16,7 @@ class PreparedMerge {
  public:
   /// Before `applyTo`, cycles may reach the first `windowed` points of the backlog, no others.
   PreparedMerge(const Backlog& backlog, std::size_t windowed, const Rounds& points,
-                TimedCommand::commandType mode);
+                TimedCommand::commandType mode, std::shared_ptr<const Curve> curve);
 
   /// Replaces the backlog that it was made from. Returns what the mode removed.
   Backlog::Removed applyTo(Backlog& backlog);

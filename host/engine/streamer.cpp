@@ -137,11 +137,12 @@ void Streamer::handOver(const Waiting& waiting) {
 }
 
 /// Without the gate: only a batch of few points is taken in while a cycle may wait.
-void Streamer::prepare(const Column& column, const Waiting& waiting, Taken& taken) {
+void Streamer::prepare(const Column& column, const Waiting& waiting, Taken& taken) const {
   constexpr std::size_t fewPoints = 64;
+  taken.curve = intakeOf(waiting, column.axis, column.number).curve(column.points);
   if (column.points.size() > fewPoints) {
     taken.merge.emplace(column.axis.backlog, column.axis.window.points(), column.points,
-                        waiting.batch.commands->mode);
+                        waiting.batch.commands->mode, taken.curve);
   }
 }
 
@@ -225,15 +226,17 @@ void Streamer::takeOn(const Column& column, const Waiting& waiting, Taken& taken
   timelines_.look(axis);
   const bool hadFirst = !axis.backlog.empty();
   const Point first = hadFirst ? axis.backlog.front() : Point();
-  taken.removed = taken.merge ? taken.merge->applyTo(axis.backlog)
-                              : axis.backlog.take(column.points, waiting.batch.commands->mode);
+  const Knot firstKnot = axis.backlog.knotOf(first);
+  taken.removed = taken.merge
+                      ? taken.merge->applyTo(axis.backlog)
+                      : axis.backlog.take(column.points, waiting.batch.commands->mode, taken.curve);
   const bool hasFirst = !axis.backlog.empty();
   const bool goesOn = hadFirst && hasFirst && axis.backlog.front().isSamePointAs(first);
   if (!goesOn) {
     if (hadFirst && cycles_.latestMs > axis.start.timeMs && first.timeMs > cycles_.latestMs) {
-      timelines_.judge(axis, first);
+      timelines_.judge(axis, first, firstKnot, cycles_.latestMs);
     }
-    axis.start = timelines_.presentStart(axis);
+    timelines_.restart(axis);
   }
   if (!hasFirst && hadFirst) {
     axis.target.reset();
@@ -280,7 +283,8 @@ void Streamer::publish() {
   bool idle = waiting_.empty();
   std::int64_t bound = idle ? unboundedMs : waiting_.begin()->first.first - 1;
   const std::int64_t latest = latestMs();
-  for (const Axis& axis : axes_) {
+  for (Axis& axis : axes_) {
+    axis.backlog.dropPastCurves();
     if (!axis.isIdle()) {
       idle = false;
       bound = std::min(bound, timelines_.boundMs(axis, latest));

@@ -5,6 +5,7 @@
 #include <cstdint>
 #include <deque>
 #include <map>
+#include <memory>
 #include <optional>
 #include <utility>
 #include <vector>
@@ -68,6 +69,7 @@ class Streamer {
   struct Taken {
     /// For a long one.
     std::optional<PreparedMerge> merge;
+    std::shared_ptr<const Curve> curve;
     Backlog::Removed removed;
     /// The latest cycle before it.
     std::int64_t latestMs = 0;
@@ -81,7 +83,7 @@ class Streamer {
   [[nodiscard]] Intake intakeOf(const Waiting& waiting, const Axis& axis, std::size_t column) const;
   [[nodiscard]] Event findFault(const Columns& columns, const Waiting& waiting);
   void refuse(const Columns& columns, Event fault);
-  static void prepare(const Column& column, const Waiting& waiting, Taken& taken);
+  void prepare(const Column& column, const Waiting& waiting, Taken& taken) const;
   void takeOn(const Column& column, const Waiting& waiting, Taken& taken);
   void tellTaken(const Column& column, const Taken& taken, const Waiting& waiting);
   void tellLateHandOver(const Waiting& waiting);

@@ -4,6 +4,7 @@
 #include <utility>
 
 #include "host/motion/intake.h"
+#include "host/motion/judgement.h"
 #include "host/motion/limits.h"
 #include "platform/zr/zrcriticalsectionwrite.h"
 
@@ -19,6 +20,12 @@ bool isPoint(const WindowItem& item) {
 
 bool isSame(const WindowItem& one, const WindowItem& other) {
   return one.timeMs == other.timeMs && isSameValue(one.value, other.value);
+}
+
+double floatOf(std::int32_t bits) {
+  hal::AttrGeneric record;
+  record.asInt = bits;
+  return double{record.asFloat};
 }
 
 /// The length of the common beginning.
@@ -118,10 +125,11 @@ void Timelines::noteTaken(Axis& axis, const Cycle& cycle, std::vector<Point>& re
     return;
   }
   const Point point = axis.backlog.front();
+  const Knot knot = axis.backlog.knotOf(point);
   axis.backlog.popFront();
-  judge(axis, point);
+  judge(axis, point, knot, point.timeMs);
   // The library goes on from the point, or from the cycle before when it came too late.
-  axis.start = {std::max(point.timeMs, cycle.previousMs), double{point.value.asFloat}};
+  axis.start = startAt(point, knot, cycle.previousMs);
   axis.lastReachedMs = cycle.timeMs;
   axis.target = point;
   reached.push_back(point);
@@ -203,7 +211,7 @@ void Timelines::reconcile(Axis& axis, const TakenBy& taken) {
                 listener_);
   }
   if (cleared) {
-    axis.start = presentStart(axis);
+    restart(axis);
     rebuild(axis);
   }
 }
@@ -222,7 +230,7 @@ void Timelines::noteExternal(Axis& axis) {
       axis.lastExternalMs <= axis.lastReachedMs) {
     return;
   }
-  axis.start = presentStart(axis);
+  restart(axis);
   rebuild(axis);
 }
 
@@ -243,7 +251,8 @@ void Timelines::noteGuarded(Axis& axis) {
 
 void Timelines::clear(Axis& axis) {
   if (!axis.backlog.empty()) {
-    judge(axis, axis.backlog.front());
+    const Point& first = axis.backlog.front();
+    judge(axis, first, axis.backlog.knotOf(first), std::min(cycles_.latestMs, first.timeMs));
   }
   tellCleared(clearedEvent(axis, cycles_.latestMs, Event::byGuard),
               axis.backlog.take(Rounds({}), TimedCommand::REPLACE), axis.counts, listener_);
@@ -254,17 +263,20 @@ void Timelines::clear(Axis& axis) {
   axis.guard.isCleared = true;
 }
 
-void Timelines::judge(const Axis& axis, const Point& end) {
-  if (!axis.actuator.interpolates) {
-    return;
-  }
-  const double speed = speedOf(axis.start, end.timeMs, double{end.value.asFloat}, cycleMs_);
-  if (isTooFast(axis.actuator, speed)) {
-    Event steep{
+void Timelines::judge(const Axis& axis, const Point& end, const Knot& knot, std::int64_t untilMs) {
+  if (axis.actuator.interpolates) {
+    Event event{
         EventKind::steep, Fault::none, cycles_.latestMs, end.batch, axis.index, end.index, 1};
-    steep.amount = speed;
-    listener_.tell(steep, &end);
+    for (const Event& told :
+         judgeSegment(axis.actuator, {axis.start, end, knot, untilMs, cycleMs_}, event)) {
+      listener_.tell(told, &end);
+    }
   }
+}
+
+void Timelines::restart(Axis& axis) const {
+  axis.start = presentStart(axis);
+  axis.backlog.beginInMotion(axis.start.takesOver);
 }
 
 SegmentStart Timelines::presentStart(const Axis& axis) const {
@@ -272,10 +284,14 @@ SegmentStart Timelines::presentStart(const Axis& axis) const {
     return {cycles_.latestMs, 0.0};
   }
   const hal::AttrGeneric present(axis.command->loadFloat());
-  const bool startsAnew = !(present.asFloat == axis.timeline->currentValue);
   // What lies outside the limits is written back within them by the first pass.
-  return {startsAnew ? cycles_.latestMs + cycleMs_ : cycles_.latestMs,
-          double{limited(axis.actuator, present).asFloat}};
+  const double value = double{limited(axis.actuator, present).asFloat};
+  if (!(present.asFloat == axis.timeline->currentValue)) {
+    return restingAt(cycles_.latestMs + cycleMs_, value);
+  }
+  const Cycle& cycle = cycles_.log.at(cycles_.log.count() - 1);
+  const double step = floatOf(axis.written->lastBits) - floatOf(axis.written->firstBits);
+  return movingAt(cycles_.latestMs, value, step, cycle.timeMs - cycle.previousMs);
 }
 
 bool Timelines::needsCare(const Axis& axis, std::int64_t latestMs) const {

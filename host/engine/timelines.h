@@ -53,11 +53,13 @@ class Timelines {
   /// Under the gate: takes all points away from an axis that the guard holds.
   void clear(Axis& axis);
 
-  /// The start of the line to a new first point: what the register holds at the latest cycle,
-  /// or at the next one where the library will resynchronise. Under the gate.
-  [[nodiscard]] SegmentStart presentStart(const Axis& axis) const;
-  /// Tells of a segment that is steeper than the actuator may move.
-  void judge(const Axis& axis, const Point& end);
+  /// Begins the segment to the first point anew: with what the register holds and the velocity
+  /// of its last step, at the latest cycle; or from rest, at the next one, where the library
+  /// will resynchronise. Under the gate.
+  void restart(Axis& axis) const;
+  /// Tells of a segment, as far as it lies before this time, that is steeper than the
+  /// actuator may move, or leaves its limits between its ends.
+  void judge(const Axis& axis, const Point& end, const Knot& knot, std::int64_t untilMs);
 
   /// Under the gate: takes a bounded number of released nodes back into the reserve. True
   /// while there are more.
@@ -100,6 +102,7 @@ class Timelines {
                                           std::uint32_t byWhom);
   void noteExternal(Axis& axis);
   void noteGuarded(Axis& axis);
+  [[nodiscard]] SegmentStart presentStart(const Axis& axis) const;
   [[nodiscard]] bool needsAnchor(const Axis& axis) const;
   [[nodiscard]] Window freshWindow(const Axis& axis) const;
   [[nodiscard]] bool merge(const Axis& axis, std::size_t held);

@@ -50,22 +50,27 @@ void appendNumber(fmt::memory_buffer& text, double value) {
   }
 }
 
-void appendRow(fmt::memory_buffer& text, const std::vector<double>& row) {
+void appendRow(fmt::memory_buffer& text, const std::vector<double>& row,
+               const std::vector<std::size_t>& chosen) {
   fmt::format_to(std::back_inserter(text), "{},{}", static_cast<std::int64_t>(row[0]),
                  static_cast<std::int64_t>(row[1]));
-  for (std::size_t i = rowTimes; i < row.size(); ++i) {
-    appendNumber(text, row[i]);
+  for (const std::size_t position : chosen) {
+    appendNumber(text, row[position]);
   }
   text.push_back('\n');
 }
 
 }  // namespace
 
-Trace::Trace(const std::string& path, const std::vector<std::string>& columns)
+Trace::Trace(const std::string& path, const std::vector<std::string>& columns,
+             const std::vector<bool>& isChosen)
     : file_(path), rowLength_(rowTimes + columns.size()), queue_(queueLength(rowLength_)) {
   std::string header = "time_ms,motion_ms";
-  for (const std::string& column : columns) {
-    header += "," + csvField(column);
+  for (std::size_t i = 0; i < columns.size(); ++i) {
+    if (isChosen[i]) {
+      header += "," + csvField(columns[i]);
+      chosen_.push_back(rowTimes + i);
+    }
   }
   header += "\n";
   file_.write(header.data(), header.size());
@@ -111,7 +116,7 @@ void Trace::writeRows() {
     // Rows are pushed whole, so a first number means that the rest is there.
     while (queue_.read_available() >= rowLength_) {
       queue_.pop(row.data(), row.size());
-      appendRow(text, row);
+      appendRow(text, row, chosen_);
       if (text.size() >= blockBytes) {
         file_.write(text.data(), text.size());
         text.clear();

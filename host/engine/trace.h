@@ -17,8 +17,10 @@ namespace host {
 /// queue to a thread of the trace's own.
 class Trace {
  public:
-  /// Throws `UserError` when the file cannot be written.
-  Trace(const std::string& path, const std::vector<std::string>& columns);
+  /// Rows have all columns, of which those that are chosen are written. Throws `UserError`
+  /// when the file cannot be written.
+  Trace(const std::string& path, const std::vector<std::string>& columns,
+        const std::vector<bool>& isChosen);
   /// Without `finish`, nothing of the trace remains.
   ~Trace();
 
@@ -41,6 +43,8 @@ class Trace {
 
   OutputFile file_;
   const std::size_t rowLength_;
+  /// Their positions in a row.
+  std::vector<std::size_t> chosen_;
   boost::lockfree::spsc_queue<double> queue_;
   std::atomic<bool> closing_{false};
   std::atomic<bool> broken_{false};

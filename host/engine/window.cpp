@@ -42,13 +42,14 @@ WindowItem Window::next(const Path& path) const {
     SegmentStart start = path.start;
     if (points_ > 0) {
       const Point& before = path.backlog[points_ - 1];
-      start = {std::max(before.timeMs, path.latestMs), double{before.value.asFloat}};
+      start = startAt(before, path.backlog.knotOf(before), path.latestMs);
     }
     std::int64_t afterMs = std::max(start.timeMs, path.latestMs);
     if (!items_.empty()) {
       afterMs = std::max(afterMs, items_.back().timeMs);
     }
-    if (const auto sample = sampleAfter(start, end, afterMs, path.cycleMs)) {
+    const Segment segment(start, end, path.backlog.knotOf(end));
+    if (const auto sample = sampleAfter(segment, afterMs, path.cycleMs, path.range)) {
       return {sample->timeMs, hal::AttrGeneric(sample->value), WindowItem::Kind::sample};
     }
   }

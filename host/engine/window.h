@@ -10,7 +10,7 @@
 
 namespace host {
 
-/// What the timeline holds of a point or of the line before it.
+/// What the timeline holds of a point or of the segment before it.
 struct WindowItem {
   enum class Kind : std::uint8_t { point, sample, anchor };
 
@@ -32,12 +32,13 @@ constexpr std::int64_t unboundedMs = std::numeric_limits<std::int64_t>::max() / 
 /// The path of an axis as the timeline is to hold it.
 struct Path {
   const Backlog& backlog;
-  /// Where the line to the first point of the backlog begins.
+  /// Where the segment to the first point of the backlog begins.
   SegmentStart start;
   bool interpolates = false;
   std::int64_t cycleMs = 1;
   /// The latest cycle: what lies before is past, and a late point is left from there.
   std::int64_t latestMs = 0;
+  Range range{};
 
   [[nodiscard]] std::int64_t nextMs() const { return latestMs + cycleMs; }
 };

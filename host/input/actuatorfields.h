@@ -23,6 +23,10 @@ struct ActuatorFields {
   std::optional<GivenNumber> maximum;
   std::optional<GivenNumber> maximumVelocity;
   std::optional<GivenNumber> value;
+  /// Units a second.
+  std::optional<double> approachVelocity;
+  /// At most this, where nothing is given: many a URDF holds nonsense for a limit.
+  double usualApproachVelocity = std::numeric_limits<double>::infinity();
   /// What is wrong unless all limits are given in the end.
   std::optional<UserError> lacking;
 };

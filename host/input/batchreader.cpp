@@ -92,10 +92,38 @@ void readMoment(const YamlFile& yaml, const Fields& fields, const YAML::Node& no
              [&](const YAML::Node& from) { batch.fromMs = yaml.milliseconds(from, "from"); });
 }
 
+/// Steps are what all other actuators do.
+void readInterpolation(const PointReader& reader, const YAML::Node& node, CommandBatch& batch) {
+  const YamlFile& yaml = reader.yaml();
+  const std::string name = yaml.text(node, "interpolation");
+  const auto interpolates = [&](int actuator) {
+    return actuator >= 0 && reader.machine().actuator(actuator).interpolates;
+  };
+  batch.interpolation = interpolationWithName(name);
+  if (batch.interpolation) {
+    return;
+  }
+  if (name != "step") {
+    yaml.fail(node, fmt::format("interpolation is '{}'; use message, linear, smooth or step",
+                                name.substr(0, 40)));
+  }
+  if (std::any_of(batch.actuators.begin(), batch.actuators.end(), interpolates)) {
+    yaml.fail(node,
+              "interpolation is step, and the batch has an actuator that interpolates; "
+              "use 'interpolation: step' in the machine file");
+  }
+}
+
 void stretch(const YamlFile& yaml, const YAML::Node& node, CommandBatch& batch) {
   const double speed = yaml.number(node, "speed");
   if (!(speed > 0)) {
     yaml.fail(node, fmt::format("speed is {:g}; a number above 0 is needed", speed));
+  }
+  for (float& velocity : batch.velocities) {
+    velocity = static_cast<float>(velocity * speed);
+  }
+  for (float& acceleration : batch.accelerations) {
+    acceleration = static_cast<float>(acceleration * speed * speed);
   }
   for (std::size_t point = 0; point < batch.times.size(); ++point) {
     const double timeMs = std::round(batch.times[point] / speed);
@@ -171,9 +199,9 @@ void stretchAndRepeat(const PointReader& reader, const Fields& fields, const YAM
 CommandBatch readBatch(const PointReader& reader, const YAML::Node& node,
                        TrajectorySource& trajectories) {
   const YamlFile& yaml = reader.yaml();
-  const Fields fields = yaml.fields(
-      node, "a batch",
-      {"at", "from", "mode", "trajectory", "trajectory_file", "key", "items", "speed", "repeat"});
+  const Fields fields = yaml.fields(node, "a batch",
+                                    {"at", "from", "mode", "interpolation", "trajectory",
+                                     "trajectory_file", "key", "items", "speed", "repeat"});
   CommandBatch batch;
   batch.path = yaml.path();
   readMoment(yaml, fields, node, batch);
@@ -191,6 +219,8 @@ CommandBatch readBatch(const PointReader& reader, const YAML::Node& node,
   if (hasMode && batch.times.empty() && batch.mode != TimedCommand::REPLACE) {
     yaml.fail(node, "items is empty: that does something with the mode replace only");
   }
+  yaml.field(fields, "interpolation",
+             [&](const YAML::Node& name) { readInterpolation(reader, name, batch); });
   stretchAndRepeat(reader, fields, node, batch);
   return batch;
 }

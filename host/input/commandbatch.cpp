@@ -28,6 +28,16 @@ std::int64_t CommandBatch::lastMs() const {
   return times.empty() ? 0 : std::int64_t{repeat} * times.back();
 }
 
+std::optional<Interpolation> interpolationWithName(const std::string& name) {
+  if (name == "message") {
+    return Interpolation::message;
+  }
+  if (name == "linear") {
+    return Interpolation::linear;
+  }
+  return name == "smooth" ? std::optional(Interpolation::smooth) : std::nullopt;
+}
+
 const char* modeName(TimedCommand::commandType mode) {
   switch (mode) {
     case TimedCommand::REPLACE:

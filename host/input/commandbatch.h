@@ -12,6 +12,16 @@
 
 namespace host {
 
+/// How the segments between the points of interpolating actuators run.
+enum class Interpolation : std::uint8_t {
+  message,  ///< cubic where both ends have velocities, quintic with accelerations, else lines
+  linear,
+  smooth,  ///< as `message`, with velocities for points that have none
+};
+
+/// The one with the name "message", "linear" or "smooth".
+std::optional<Interpolation> interpolationWithName(const std::string& name);
+
 /// Commands that are handed over together: what some of a machine's actuators
 /// are to hold, and when. Times count from the start of the motion.
 struct CommandBatch {
@@ -35,6 +45,12 @@ struct CommandBatch {
   std::vector<std::uint32_t> times;
   /// One row a point, one column an actuator; each of its actuator's type.
   std::vector<hal::AttrGeneric> values;
+  /// In the order of `values`, in units a second and a second squared; not a number where a
+  /// point has none. Empty where no point has any. No acceleration without velocity.
+  std::vector<float> velocities;
+  std::vector<float> accelerations;
+  /// None: as the run has it.
+  std::optional<Interpolation> interpolation;
   /// Where each point stands in its file.
   std::vector<SourceLocation> locations;
   /// What was ignored, in words for a user.

@@ -2,6 +2,7 @@
 
 #include <fmt/format.h>
 
+#include <limits>
 #include <optional>
 #include <set>
 #include <string>
@@ -66,6 +67,7 @@ class Columns {
   }
 
   [[nodiscard]] std::size_t size() const { return columns_.size(); }
+  [[nodiscard]] bool isLeftOut(std::size_t column) const { return columns_[column] == leftOut; }
 
   /// Adds the position at `node`, of this column, to the row under way.
   void addPosition(std::size_t column, const YAML::Node& node) const {
@@ -135,6 +137,48 @@ void readPoint(const PointReader& reader, const YAML::Node& point, const Fields&
   }
 }
 
+/// The row of a point in `rows`, which gets rows without numbers for the points before it.
+/// False when the point has none.
+bool readRow(const PointReader& reader, const Fields& fields, const char* key,
+             const Columns& columns, const CommandBatch& batch, std::vector<float>& rows) {
+  const auto field = fields.find(key);
+  if (field == fields.end() || field->second.size() == 0) {
+    return false;
+  }
+  const YamlFile& yaml = reader.yaml();
+  const YAML::Node& numbers = field->second;
+  if (!numbers.IsSequence() || numbers.size() != columns.size()) {
+    yaml.fail(numbers,
+              fmt::format("{} {} for {}", numbers.size(), key, counted(columns.size(), "joint")));
+  }
+  rows.resize((batch.locations.size() - 1) * batch.actuators.size(),
+              std::numeric_limits<float>::quiet_NaN());
+  std::size_t column = 0;
+  for (const YAML::Node& number : numbers) {
+    const float single = yaml.singleNumber(number, key);
+    if (!columns.isLeftOut(column++)) {
+      rows.push_back(single);
+    }
+  }
+  return true;
+}
+
+void readDerivatives(const PointReader& reader, const Fields& fields, const Columns& columns,
+                     CommandBatch& batch) {
+  const bool hasVelocities =
+      readRow(reader, fields, "velocities", columns, batch, batch.velocities);
+  if (readRow(reader, fields, "accelerations", columns, batch, batch.accelerations) &&
+      !hasVelocities) {
+    reader.yaml().fail(fields.at("accelerations"), "accelerations without velocities");
+  }
+}
+
+void completeRows(const CommandBatch& batch, std::vector<float>& rows) {
+  if (!rows.empty()) {
+    rows.resize(batch.values.size(), std::numeric_limits<float>::quiet_NaN());
+  }
+}
+
 void readPoints(const PointReader& reader, const YAML::Node& points, const Columns& columns,
                 CommandBatch& batch) {
   static const std::set<std::string> known = {"positions", "velocities", "accelerations",
@@ -145,21 +189,24 @@ void readPoints(const PointReader& reader, const YAML::Node& points, const Colum
   checkCount(reader.yaml(), points, columns.size());
   batch.times.reserve(points.size());
   batch.locations.reserve(points.size());
+  static const std::set<std::string> efforts = {"effort", "efforts"};
   std::set<std::string> ignored;
   for (const YAML::Node& point : points) {
     reader.yaml().attempt([&] {
       const Fields fields = reader.yaml().fields(point, "a point", known);
       for (const auto& [key, node] : fields) {
-        if (key != "positions" && key != "time_from_start" && node.size() != 0) {
+        if (efforts.count(key) != 0 && node.size() != 0) {
           ignored.insert(key);
         }
       }
       readPoint(reader, point, fields, columns, batch);
+      readDerivatives(reader, fields, columns, batch);
     });
   }
+  completeRows(batch, batch.velocities);
+  completeRows(batch, batch.accelerations);
   for (const std::string& key : ignored) {
-    batch.notes.push_back(
-        fmt::format("{}: {} are ignored; positions and times are used", batch.pointsPath, key));
+    batch.notes.push_back(fmt::format("{}: {} are ignored", batch.pointsPath, key));
   }
 }
 

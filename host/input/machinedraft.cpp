@@ -2,6 +2,8 @@
 
 #include <fmt/format.h>
 
+#include <algorithm>
+#include <cmath>
 #include <utility>
 
 #include "host/input/yaml.h"
@@ -74,9 +76,21 @@ void MachineDraft::failAsUnknown(const FileLocation& where, const std::string& w
   throw UserError(where, what);
 }
 
+void MachineDraft::setApproachVelocity(std::size_t actuator) {
+  const ActuatorFields& fields = fields_[actuator];
+  const double most = double{model.description.actuators[actuator].maximumVelocity};
+  const std::optional<double> given =
+      fields.approachVelocity ? fields.approachVelocity : approachVelocity;
+  if (given || std::isfinite(fields.usualApproachVelocity)) {
+    model.approachVelocities[static_cast<int>(actuator)] =
+        given.value_or(std::min(most / 4.0, fields.usualApproachVelocity));
+  }
+}
+
 MachineModel MachineDraft::finish() {
   for (std::size_t i = 0; i < fields_.size(); ++i) {
     settle(fields_[i], model.description.actuators[i], errors_);
+    setApproachVelocity(i);
   }
   errors_.throwIfAny();
   return std::move(model);

@@ -3,6 +3,7 @@
 #include <array>
 #include <cstddef>
 #include <map>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -63,10 +64,14 @@ class MachineDraft {
   NameTable joints;
   /// Of the sensors that have none of their own.
   double timeConstant = simulation::Sensor().timeConstant;
+  /// Of all actuators that have none of their own; units a second.
+  std::optional<double> approachVelocity;
   /// No entry, and not the URDF, is so broken that its name is missing here.
   bool namesAreComplete = true;
 
  private:
+  void setApproachVelocity(std::size_t actuator);
+
   ErrorCollector& errors_;
   std::array<std::size_t, 3> counts_ = {};
   std::vector<ActuatorFields> fields_;

@@ -61,8 +61,8 @@ void readSection(const YamlFile& yaml, const Fields& fields, const Section& sect
 
 void readFields(const YamlFile& yaml, MachineDraft& draft) {
   const Fields fields = yaml.fields(yaml.root(), "the machine",
-                                    {"name", "urdf", "time_constant", "joints", "devices",
-                                     "actuators", "sensors", "preferences"});
+                                    {"name", "urdf", "time_constant", "approach_velocity", "joints",
+                                     "devices", "actuators", "sensors", "preferences"});
   draft.namesAreComplete = yaml.field(
       fields, "urdf", [&](const YAML::Node& node) { readUrdfNamedAt(yaml, node, draft); });
   draft.model.paths.push_back(yaml.path());
@@ -73,6 +73,9 @@ void readFields(const YamlFile& yaml, MachineDraft& draft) {
     for (simulation::Sensor& sensor : draft.model.description.sensors) {
       sensor.timeConstant = draft.timeConstant;
     }
+  });
+  yaml.field(fields, "approach_velocity", [&](const YAML::Node& node) {
+    draft.approachVelocity = readApproachVelocity(yaml, node);
   });
   for (const Section& section : sections) {
     const auto list = fields.find(section.key);

@@ -1,8 +1,20 @@
 #include "host/input/machinemodel.h"
 
+#include <algorithm>
+#include <cmath>
+
 #include "host/base/attributekey.h"
 
 namespace host {
+
+double MachineModel::approachVelocity(int index) const {
+  const double most = double{actuator(index).maximumVelocity};
+  const auto given = approachVelocities.find(index);
+  if (given != approachVelocities.end()) {
+    return std::min(given->second, most);
+  }
+  return std::isfinite(most) ? most / 4.0 : 1.0;
+}
 
 std::map<std::string, int> actuatorIndexes(const MachineModel& machine) {
   std::map<std::string, int> indexes;

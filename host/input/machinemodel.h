@@ -18,10 +18,15 @@ struct MachineModel {
   simulation::MachineDescription description;
   /// Joints of the URDF without an actuator: mimic, fixed, floating and planar ones.
   std::set<std::string> uncommandedJoints;
+  /// Of actuators, by index, that do not approach at a quarter of their maximum velocity;
+  /// units a second.
+  std::map<int, double> approachVelocities;
 
   [[nodiscard]] const simulation::Actuator& actuator(int index) const {
     return description.actuators[static_cast<std::size_t>(index)];
   }
+  /// At most the maximum velocity; 1 where nothing is known.
+  [[nodiscard]] double approachVelocity(int index) const;
 };
 
 /// The index of each actuator by its name.

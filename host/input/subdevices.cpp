@@ -43,6 +43,12 @@ void readValue(const YamlFile& yaml, const Fields& fields, std::uint8_t typeCode
   });
 }
 
+void readApproach(const YamlFile& yaml, const Fields& fields, ActuatorFields& given) {
+  yaml.field(fields, "approach_velocity", [&](const YAML::Node& node) {
+    given.approachVelocity = readApproachVelocity(yaml, node);
+  });
+}
+
 /// "law" is the older word.
 void readInterpolation(const YamlFile& yaml, const Fields& fields, simulation::Actuator& actuator) {
   const bool isFloat = actuator.typeCode == hal::floatTypeCode;
@@ -89,9 +95,17 @@ double readTimeConstant(const YamlFile& yaml, const YAML::Node& node) {
   return seconds;
 }
 
+double readApproachVelocity(const YamlFile& yaml, const YAML::Node& node) {
+  const double velocity = yaml.number(node, "approach_velocity");
+  if (velocity <= 0) {
+    yaml.fail(node, "approach_velocity must be a number above 0, in units a second");
+  }
+  return velocity;
+}
+
 void readJoint(const YamlFile& yaml, const YAML::Node& node, MachineDraft& draft) {
-  const Fields fields =
-      yaml.fields(node, "a joint", withLimits({"name", "value", "time_constant"}));
+  const Fields fields = yaml.fields(
+      node, "a joint", withLimits({"name", "value", "time_constant", "approach_velocity"}));
   const std::string name = readName(yaml, fields, node, draft.joints, "joint");
   simulation::Sensor* const sensor = draft.sensor(name + "/Sensor");
   yaml.field(fields, "time_constant", [&](const YAML::Node& seconds) {
@@ -105,6 +119,7 @@ void readJoint(const YamlFile& yaml, const YAML::Node& node, MachineDraft& draft
   ActuatorFields& given = actuator < 0 ? ignored : draft.fields(actuator);
   readLimits(yaml, fields, given);
   readValue(yaml, fields, hal::floatTypeCode, given);
+  readApproach(yaml, fields, given);
   if (name.empty()) {
     return;
   }
@@ -121,8 +136,9 @@ void readJoint(const YamlFile& yaml, const YAML::Node& node, MachineDraft& draft
 }
 
 void readActuator(const YamlFile& yaml, const YAML::Node& node, MachineDraft& draft) {
-  const Fields fields = yaml.fields(node, "an actuator",
-                                    withLimits({"name", "type", "law", "interpolation", "value"}));
+  const Fields fields = yaml.fields(
+      node, "an actuator",
+      withLimits({"name", "type", "law", "interpolation", "value", "approach_velocity"}));
   simulation::Actuator actuator;
   actuator.name = readName(yaml, fields, node, draft.subDevices, subDevice);
   ActuatorFields given;
@@ -131,6 +147,7 @@ void readActuator(const YamlFile& yaml, const YAML::Node& node, MachineDraft& dr
     actuator.typeCode = readTypeCode(yaml, type, 1, hal::floatTypeCode);
   });
   readLimits(yaml, fields, given);
+  readApproach(yaml, fields, given);
   if (isTyped) {
     yaml.attempt([&] { readInterpolation(yaml, fields, actuator); });
     readValue(yaml, fields, actuator.typeCode, given);

@@ -13,5 +13,7 @@ void readSensor(const YamlFile& yaml, const YAML::Node& node, MachineDraft& draf
 
 /// Seconds of a sensor's lag.
 double readTimeConstant(const YamlFile& yaml, const YAML::Node& node);
+/// Units a second.
+double readApproachVelocity(const YamlFile& yaml, const YAML::Node& node);
 
 }  // namespace host

@@ -164,10 +164,12 @@ class UrdfReader {
                               "fixed, floating or planar",
                               name, type));
     }
-    readMovableJoint(joint, name, type == "continuous");
+    readMovableJoint(joint, name, type);
   }
 
-  void readMovableJoint(const pugi::xml_node& joint, const std::string& name, bool continuous) {
+  void readMovableJoint(const pugi::xml_node& joint, const std::string& name,
+                        const std::string& type) {
+    const bool continuous = type == "continuous";
     if (const pugi::xml_node mimic = onlyChild(joint, "mimic")) {
       draft_.model.uncommandedJoints.insert(name);
       readFollower(joint, mimic, name, continuous);
@@ -177,6 +179,7 @@ class UrdfReader {
     actuator.name = name;
     ActuatorFields fields;
     fields.location = at(joint);
+    fields.usualApproachVelocity = type == "prismatic" ? 0.25 : 1.0;
     readLimits(joint, name, continuous, fields);
     draft_.subDevices.take(name, fields.location, "actuator or sensor");
     draft_.addActuator(std::move(actuator), std::move(fields));

@@ -1,6 +1,7 @@
 #include "host/motion/backlog.h"
 
 #include <algorithm>
+#include <iterator>
 #include <numeric>
 #include <utility>
 
@@ -77,6 +78,7 @@ void Backlog::erase(std::size_t position) {
 
 void Backlog::eraseAt(const Cursor& cursor) {
   Block& block = blocks_[cursor.block];
+  noteGone(block[cursor.offset].batch, 1);
   block.erase(at(block, cursor.offset));
   --size_;
   if (block.empty()) {
@@ -119,7 +121,8 @@ std::size_t Backlog::countBetween(const Cursor& begin, const Cursor& end) const 
   return count + end.offset - begin.offset;
 }
 
-Backlog::Removed Backlog::take(const Rounds& points, TimedCommand::commandType mode) {
+Backlog::Removed Backlog::take(const Rounds& points, TimedCommand::commandType mode,
+                               std::shared_ptr<const Curve> curve) {
   const Kept keeps = kept(points, mode);
   Removed removed;
   cut({0, 0}, findFirst(keeps.firstMs), removed.blocks);
@@ -128,6 +131,9 @@ Backlog::Removed Backlog::take(const Rounds& points, TimedCommand::commandType m
   }
   cutRounds(keeps, removed.runs);
   ++arrivals_;
+  if (curve != nullptr && !points.empty()) {
+    curves_[points.first().front().batch] = {std::move(curve), points.size()};
+  }
   if (points.isRepeated()) {
     rounds_.push_back({points, 0, points.size(), arrivals_, points.firstMs()});
   } else {
@@ -150,6 +156,38 @@ void Backlog::takeOnce(const std::vector<Point>& points) {
     point.arrival = arrivals_;
     insert(point, findFirst(point.timeMs));
   });
+}
+
+Knot Backlog::knotOf(const Point& point) const {
+  const auto found = curves_.find(point.batch);
+  if (found == curves_.end()) {
+    return {};
+  }
+  Knot knot = found->second.curve->at(point.index);
+  if (point.index == 0 && knot.shape == Shape::smooth && !found->second.beginsInMotion) {
+    knot.velocity = 0.0F;
+  }
+  return knot;
+}
+
+void Backlog::beginInMotion(bool inMotion) {
+  const auto found = empty() ? curves_.end() : curves_.find(front().batch);
+  if (found != curves_.end() && front().index == 0) {
+    found->second.beginsInMotion = inMotion;
+  }
+}
+
+void Backlog::dropPastCurves() {
+  for (auto curve = curves_.begin(); curve != curves_.end();) {
+    curve = curve->second.points == 0 ? curves_.erase(curve) : std::next(curve);
+  }
+}
+
+void Backlog::noteGone(std::uint32_t batch, std::uint64_t points) {
+  const auto found = curves_.empty() ? curves_.end() : curves_.find(batch);
+  if (found != curves_.end()) {
+    found->second.points -= points;
+  }
 }
 
 bool Backlog::remove(const Point& point) {
@@ -178,6 +216,9 @@ void Backlog::cut(const Cursor& begin, const Cursor& end, std::vector<Block>& re
     Block& block = blocks_[number];
     const auto first = at(block, number == begin.block ? begin.offset : 0);
     const auto last = number == end.block ? at(block, end.offset) : block.end();
+    if (!curves_.empty()) {
+      std::for_each(first, last, [this](const Point& point) { noteGone(point.batch, 1); });
+    }
     if (first == block.begin() && last == block.end()) {
       removed.push_back(std::move(block));
       block.clear();
@@ -231,8 +272,9 @@ void Backlog::insert(const Point& point, Cursor cursor) {
 }
 
 void Backlog::cutRounds(const Kept& kept, std::vector<Run>& removed) {
-  const auto cutOff = [&removed](const Waiting& waiting, std::uint64_t first, std::uint64_t end) {
+  const auto cutOff = [&](const Waiting& waiting, std::uint64_t first, std::uint64_t end) {
     if (first < end) {
+      noteGone(waiting.points.first().front().batch, end - first);
       removed.push_back(
           {waiting.points.first().front().batch, static_cast<std::uint32_t>(first), end - first});
     }
@@ -318,6 +360,7 @@ std::uint64_t Backlog::skipRounds(std::int64_t untilMs) {
     point.timeMs += static_cast<std::int64_t>(rounds) * periodMs;
     point.index += static_cast<std::uint32_t>(rounds * each);
   }
+  noteGone(waiting.points.first().front().batch, rounds * each);
   waiting.next += rounds * each;
   dropEnded();
   layIn();

@@ -5,8 +5,11 @@
 #include <cstdint>
 #include <deque>
 #include <limits>
+#include <map>
+#include <memory>
 #include <vector>
 
+#include "host/motion/curve.h"
 #include "host/motion/point.h"
 #include "host/motion/rounds.h"
 #include "timedcommand/timedcommand.h"
@@ -83,8 +86,18 @@ class Backlog {
 
   /// Takes points in by the rules of a timeline: removes what the mode does not keep, then
   /// merges, a new point before a waiting one with the same time. Points with equal times
-  /// come in the order in which they are to wait. Returns what was removed.
-  Removed take(const Rounds& points, TimedCommand::commandType mode);
+  /// come in the order in which they are to wait. Returns what was removed. The curve is that
+  /// of their batch; without one their segments are lines.
+  Removed take(const Rounds& points, TimedCommand::commandType mode,
+               std::shared_ptr<const Curve> curve = nullptr);
+
+  /// What the batch of a waiting point says of it.
+  [[nodiscard]] Knot knotOf(const Point& point) const;
+  /// Whether the way to the first point begins in motion. The first point of a smooth batch
+  /// is passed then, and else reached at rest.
+  void beginInMotion(bool inMotion);
+  /// Lets go of the curves of which no point waits. It may free much memory.
+  void dropPastCurves();
 
   /// False when it does not hold this point.
   bool remove(const Point& point);
@@ -99,6 +112,12 @@ class Backlog {
   std::uint64_t skipRounds(std::int64_t untilMs);
 
  private:
+  struct WaitingCurve {
+    std::shared_ptr<const Curve> curve;
+    std::uint64_t points = 0;
+    bool beginsInMotion = false;
+  };
+
   static constexpr std::size_t blockPoints = 128;
   /// Of a point, or of the end: of no block, and 0.
   struct Cursor {
@@ -128,12 +147,15 @@ class Backlog {
   void layIn();
   void layInNext(Waiting& waiting);
   void dropEnded();
+  void noteGone(std::uint32_t batch, std::uint64_t points);
 
   std::deque<Block> blocks_;
   std::size_t size_ = 0;
   std::vector<Waiting> rounds_;
   std::uint32_t arrivals_ = 0;
   std::size_t densest_ = 0;
+  /// By batch; only those with curves.
+  std::map<std::uint32_t, WaitingCurve> curves_;
 };
 
 /// How many of these a cycle at this time reaches: all that are overdue, and of those due

@@ -2,6 +2,7 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <limits>
 
 #include "host/motion/point.h"
 
@@ -15,6 +16,8 @@ enum class EventKind : std::uint8_t {
   late,        ///< points were due before they could be reached
   limited,     ///< a point was moved into the limits
   steep,       ///< a segment asks for more than the maximum velocity
+  beyond,      ///< a curve leaves the limits between its points
+  unstopped,   ///< the last point of a batch has a velocity, and is held nevertheless
   refused,     ///< a batch was refused, and why
   handedLate,  ///< machine time stood for a batch, or it came after its moment
   guarded,     ///< the guard saw a step beyond the maximum velocity, and what it did
@@ -22,7 +25,7 @@ enum class EventKind : std::uint8_t {
   stalled,     ///< the machine stood, because the process did
   uncertain,   ///< a rehearsal went no further: so many points are left
 };
-constexpr std::size_t eventKinds = 12;
+constexpr std::size_t eventKinds = 14;
 
 /// Why a batch is refused, or an axis is held.
 enum class Fault : std::uint8_t {
@@ -31,6 +34,7 @@ enum class Fault : std::uint8_t {
   tooDense,   ///< more points of an axis are due within two cycles than a timeline holds
   notFinite,  ///< the command register would become infinite or no number
   guarded,    ///< the guard holds the axis
+  tooSteep,   ///< a velocity or an acceleration beyond all that can be computed with
 };
 
 /// What happened. An event about points names one batch, and points whose numbers in the
@@ -48,14 +52,16 @@ struct Event {
   std::uint32_t point = 0;
   /// How many points; for `external` and `guarded`, cycles; for `stalled`, stalls.
   std::uint64_t count = 0;
-  /// `limited` and `steep`: in how many rounds of the batch, from this one on.
+  /// `limited`, `steep` and `beyond`: in how many rounds of the batch, from this one on.
   std::uint64_t rounds = 1;
   /// `cleared`: the batch that did it, `byOthers` or `byGuard`.
   std::uint32_t byBatch = 0;
-  /// `limited`: what was asked. `steep` and `guarded`: the speed, in units a second. `late`,
-  /// `handedLate` and `stalled`: milliseconds. `refused` as too dense: the points that would
-  /// be due within two cycles.
+  /// `limited`: what was asked. `steep`, `guarded` and `unstopped`: the speed, in units a second.
+  /// `beyond`: the farthest value. `late`, `handedLate` and `stalled`: milliseconds. `refused` as
+  /// too dense: the points that would be due within two cycles.
   double amount = 0.0;
+  /// `steep` and `beyond`: when, in machine time; not a number for the whole of a line.
+  double momentMs = std::numeric_limits<double>::quiet_NaN();
 
   static constexpr std::uint32_t byOthers = ~std::uint32_t{0};
   static constexpr std::uint32_t byGuard = byOthers - 1;

@@ -1,6 +1,7 @@
 #include "host/motion/intake.h"
 
 #include <algorithm>
+#include <cmath>
 #include <utility>
 
 #include "host/motion/limits.h"
@@ -33,6 +34,48 @@ Rounds Intake::points() const {
   return {std::move(points), commands.repeat, batch.originMs};
 }
 
+Knot Intake::messageKnot(std::size_t point) const {
+  const CommandBatch& commands = *batch.commands;
+  const std::size_t position = point * commands.actuators.size() + column;
+  Knot knot;
+  if (!actuator.interpolates || commands.velocities.empty() ||
+      std::isnan(commands.velocities[position])) {
+    return knot;
+  }
+  knot.shape = Shape::cubic;
+  knot.known = Knot::Known::velocity;
+  knot.velocity = commands.velocities[position];
+  if (!commands.accelerations.empty() && !std::isnan(commands.accelerations[position])) {
+    knot.shape = Shape::quintic;
+    knot.known = Knot::Known::acceleration;
+    knot.acceleration = commands.accelerations[position];
+  }
+  return knot;
+}
+
+std::shared_ptr<const Curve> Intake::curve(const Rounds& rounds) const {
+  const std::vector<Point>& points = rounds.first();
+  if (!actuator.interpolates || points.empty()) {
+    return nullptr;
+  }
+  std::vector<Knot> knots;
+  const bool isSmooth = batch.interpolation == Interpolation::smooth;
+  if (isSmooth ||
+      (batch.interpolation == Interpolation::message && !batch.commands->velocities.empty())) {
+    for (std::size_t point = 0; point < points.size(); ++point) {
+      knots.push_back(messageKnot(point));
+    }
+  }
+  if (isSmooth) {
+    addSlopes(points, batch.approaches, knots);
+  }
+  if (knots.empty() && !batch.approaches) {
+    return nullptr;
+  }
+  return std::make_shared<Curve>(std::move(knots), points.size() - rounds.sizeOfRound(),
+                                 batch.approaches);
+}
+
 Event Intake::findFault(const Rounds& rounds, const Backlog& backlog,
                         const hal::AttrGeneric& present, Density& density) const {
   Event fault{EventKind::refused, Fault::none, latestMs, number, actuatorIndex()};
@@ -43,6 +86,16 @@ Event Intake::findFault(const Rounds& rounds, const Backlog& backlog,
   if (bad != points.end() || (!points.empty() && !isCommandable(actuator, present))) {
     fault.reason = Fault::notFinite;
     fault.point = bad != points.end() ? bad->index : 0;
+    return fault;
+  }
+  const auto steep = std::find_if(points.begin(), points.end(), [this](const Point& point) {
+    const Knot knot = messageKnot(point.index);
+    return !(std::abs(knot.velocity) <= mostDerivative &&
+             std::abs(knot.acceleration) <= mostDerivative);
+  });
+  if (steep != points.end()) {
+    fault.reason = Fault::tooSteep;
+    fault.point = steep->index;
     return fault;
   }
   density = densityAround(rounds, backlog, mode(), latestMs, cycleMs);
@@ -71,6 +124,7 @@ void Intake::tellTaken(const Rounds& points, PointCounts& counts, Listener& list
       counts.limited += moved.rounds;
     }
   }
+  tellUnstopped(points, listener);
   const std::int64_t inTimeMs = std::max(batch.momentMs.value_or(latestMs + 1), latestMs + 1);
   if (points.empty() || points.firstMs() >= inTimeMs) {
     return;
@@ -81,6 +135,20 @@ void Intake::tellTaken(const Rounds& points, PointCounts& counts, Listener& list
   late.amount = static_cast<double>(inTimeMs - points.firstMs());
   listener.tell(late, nullptr);
   counts.late += late.count;
+}
+
+void Intake::tellUnstopped(const Rounds& points, Listener& listener) const {
+  if (batch.interpolation == Interpolation::linear || points.empty()) {
+    return;
+  }
+  const Point last = points.at(points.size() - 1);
+  const Knot knot = messageKnot(batch.commands->rowOf(last.index));
+  if (knot.velocity != 0.0F) {
+    Event unstopped{EventKind::unstopped, Fault::none, latestMs, number,
+                    actuatorIndex(),      last.index,  1};
+    unstopped.amount = std::abs(double{knot.velocity});
+    listener.tell(unstopped, &last);
+  }
 }
 
 void tellCleared(Event event, const Backlog::Removed& removed, PointCounts& counts,

@@ -2,6 +2,7 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <memory>
 #include <vector>
 
 #include "host/motion/backlog.h"
@@ -12,6 +13,9 @@
 #include "simulation/machine.h"
 
 namespace host {
+
+/// The largest magnitude of a velocity or an acceleration.
+constexpr float mostDerivative = 1e15F;
 
 /// One batch on its way into the backlog of one axis.
 struct Intake {
@@ -31,14 +35,21 @@ struct Intake {
   /// later one of two with the same time first.
   [[nodiscard]] Rounds points() const;
 
+  /// How the segments to these points run; null where all are lines.
+  [[nodiscard]] std::shared_ptr<const Curve> curve(const Rounds& rounds) const;
+
   /// Why these points cannot be taken: an event `refused`, with no reason where they can.
   /// `present` is what the register holds; `density` is what results.
   [[nodiscard]] Event findFault(const Rounds& points, const Backlog& backlog,
                                 const hal::AttrGeneric& present, Density& density) const;
 
   /// Tells that these points are taken; tells of those that are late or limited, and counts
-  /// them.
+  /// them, and of a last one that has a velocity.
   void tellTaken(const Rounds& points, PointCounts& counts, Listener& listener) const;
+
+ private:
+  [[nodiscard]] Knot messageKnot(std::size_t point) const;
+  void tellUnstopped(const Rounds& points, Listener& listener) const;
 };
 
 /// The last cycle before a moment.

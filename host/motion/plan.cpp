@@ -13,12 +13,15 @@ namespace host {
 namespace {
 
 /// The motions outlive the batches, so nothing is owned.
-ScheduledBatch batchOf(const CommandBatch& commands, const Schedule& schedule) {
+ScheduledBatch batchOf(const CommandBatch& commands, const Schedule& schedule,
+                       Interpolation interpolation) {
   ScheduledBatch batch;
   batch.commands =
       std::shared_ptr<const CommandBatch>(std::shared_ptr<const CommandBatch>(), &commands);
   batch.momentMs = commands.atMs ? std::int64_t{schedule.approachMs} + *commands.atMs : 0;
   batch.originMs = std::int64_t{schedule.approachMs} + commands.fromMs;
+  batch.interpolation = commands.interpolation.value_or(interpolation);
+  batch.approaches = !commands.atMs;
   return batch;
 }
 
@@ -73,6 +76,12 @@ class BatchChecker {
                       density.inTwoCycles, actuator.name, cycleMs,
                       TimedCommand::MAX_TIMELINE_ITEMS));
     }
+    if (fault.reason == Fault::tooSteep) {
+      throw UserError(commands.pointsPath, location,
+                      fmt::format("'{}' cannot be moved with such a velocity or acceleration; "
+                                  "use magnitudes up to {:g}",
+                                  actuator.name, mostDerivative));
+    }
     throw UserError(commands.pointsPath, location,
                     fmt::format("'{}' cannot be interpolated between {:.6g} and {:.6g}; use "
                                 "magnitudes up to {:g}",
@@ -96,7 +105,7 @@ Plan planRun(const MachineModel& machine, const std::vector<CommandBatch>& batch
   BatchChecker checker(machine, plan.schedule);
   ErrorCollector errors;
   for (const CommandBatch& batch : batches) {
-    plan.batches.push_back(batchOf(batch, plan.schedule));
+    plan.batches.push_back(batchOf(batch, plan.schedule, timing.interpolation));
     checker.check(plan.batches.back(), errors);
   }
   errors.throwIfAny();

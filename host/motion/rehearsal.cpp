@@ -7,6 +7,7 @@
 
 #include "host/motion/backlog.h"
 #include "host/motion/intake.h"
+#include "host/motion/judgement.h"
 #include "host/motion/limits.h"
 #include "host/motion/segment.h"
 
@@ -23,17 +24,16 @@ class RehearsedAxis {
         cycleMs_(cycleMs),
         listener_(listener),
         latestMs_(-cycleMs),
-        start_{0, commandedNumber(actuator, initialRecord(actuator))} {}
+        start_(restingAt(0, commandedNumber(actuator, initialRecord(actuator)))),
+        valueBefore_(start_.value) {}
 
   /// Runs all cycles up to this one.
   void goOnTo(std::int64_t cycleMs) {
-    hasRun_ = hasRun_ || (cycleMs > latestMs_ && !backlog_.empty());
-    while (!backlog_.empty() && !gaveUp_ && reachingCycle(backlog_.front()) <= cycleMs) {
-      run(reachingCycle(backlog_.front()));
-      skipRounds(cycleMs);
-      gaveUp_ = walkedInAll_ > mostWalked;
+    if (cycleMs > latestMs_) {
+      runTo(cycleMs - cycleMs_);
+      valueBefore_ = valueNow();
+      runTo(cycleMs);
     }
-    latestMs_ = std::max(latestMs_, cycleMs);
   }
 
   [[nodiscard]] Intake intake(const ScheduledBatch& batch, std::uint32_t number,
@@ -63,17 +63,19 @@ class RehearsedAxis {
     }
     const bool hadFirst = !backlog_.empty();
     const Point first = hadFirst ? backlog_.front() : Point();
+    const Knot firstKnot = backlog_.knotOf(first);
     const SegmentStart present = presentStart();
     Event cleared{EventKind::cleared, Fault::none, latestMs_, 0, index_};
     cleared.byBatch = intake.number;
-    const Backlog::Removed removed = backlog_.take(points, intake.mode());
+    const Backlog::Removed removed = backlog_.take(points, intake.mode(), intake.curve(points));
     walked_.clear();
     const bool goesOn = hadFirst && !backlog_.empty() && backlog_.front().isSamePointAs(first);
     if (!goesOn) {
       if (hadFirst && latestMs_ > start_.timeMs && first.timeMs > latestMs_) {
-        judge(first);
+        judge(first, firstKnot, latestMs_);
       }
       start_ = present;
+      backlog_.beginInMotion(present.takesOver);
     }
     tellCleared(cleared, removed, counts_, listener_);
     intake.tellTaken(points, counts_, listener_);
@@ -108,10 +110,11 @@ class RehearsedAxis {
                                            [this](std::size_t i) { return backlog_[i].timeMs; });
     for (std::size_t i = 0; i < count; ++i) {
       const Point point = backlog_.front();
+      const Knot knot = backlog_.knotOf(point);
       backlog_.popFront();
-      judge(point);
+      judge(point, knot, point.timeMs);
       noteWalked(point, cycleMs);
-      start_ = {std::max(point.timeMs, cycleMs - cycleMs_), double{point.value.asFloat}};
+      start_ = startAt(point, knot, cycleMs - cycleMs_);
       reached.push_back(point);
     }
     counts_.reached += count;
@@ -120,15 +123,27 @@ class RehearsedAxis {
     latestMs_ = cycleMs;
   }
 
-  void judge(const Point& end) {
-    const double speed = speedOf(start_, end.timeMs, double{end.value.asFloat}, cycleMs_);
-    if (actuator_.interpolates && isTooFast(actuator_, speed)) {
-      Event steep{EventKind::steep, Fault::none, latestMs_, end.batch, index_, end.index, 1};
-      steep.amount = speed;
-      listener_.tell(steep, &end);
-      const Rounds* const rounds = backlog_.onlyRounds();
+  void runTo(std::int64_t cycleMs) {
+    hasRun_ = hasRun_ || (cycleMs > latestMs_ && !backlog_.empty());
+    while (!backlog_.empty() && !gaveUp_ && reachingCycle(backlog_.front()) <= cycleMs) {
+      run(reachingCycle(backlog_.front()));
+      skipRounds(cycleMs);
+      gaveUp_ = walkedInAll_ > mostWalked;
+    }
+    latestMs_ = std::max(latestMs_, cycleMs);
+  }
+
+  void judge(const Point& end, const Knot& knot, std::int64_t untilMs) {
+    if (!actuator_.interpolates) {
+      return;
+    }
+    const Event event{EventKind::steep, Fault::none, latestMs_, end.batch, index_, end.index, 1};
+    const Rounds* const rounds = backlog_.onlyRounds();
+    for (const Event& told :
+         judgeSegment(actuator_, {start_, end, knot, untilMs, cycleMs_}, event)) {
+      listener_.tell(told, &end);
       if (rounds != nullptr && rounds->first().front().batch == end.batch) {
-        walked_.steep.emplace_back(steep, end);
+        walked_.told.emplace_back(told, end);
       }
     }
   }
@@ -161,13 +176,14 @@ class RehearsedAxis {
     start_.timeMs += static_cast<std::int64_t>(skipped) * periodMs;
     // The cycle of the last of them may reach the next one as well.
     latestMs_ = cycleBefore(backlog_.front().timeMs, cycleMs_);
-    for (auto [steep, end] : walked.steep) {
+    for (auto [event, end] : walked.told) {
       if (end.index + each >= next.index) {
         end.index += static_cast<std::uint32_t>(each);
         end.timeMs += periodMs;
-        steep.point = end.index;
-        steep.rounds = skipped;
-        listener_.tell(steep, &end);
+        event.point = end.index;
+        event.momentMs += static_cast<double>(periodMs);
+        event.rounds = skipped;
+        listener_.tell(event, &end);
       }
     }
     counts_.reached += skipped * each;
@@ -177,15 +193,22 @@ class RehearsedAxis {
     listener_.tell(reached, nullptr);
   }
 
-  /// Where a line to a new first point begins. The library has no value of its own before
-  /// its first pass, and then begins a cycle later.
-  [[nodiscard]] SegmentStart presentStart() const {
-    double value = start_.value;
-    if (!backlog_.empty() && start_.timeMs < latestMs_ && backlog_.front().timeMs > latestMs_) {
-      value = valueOnLine(start_, backlog_.front().timeMs, double{backlog_.front().value.asFloat},
-                          latestMs_);
+  /// What the register holds after the latest cycle, but for the rounding of a line.
+  [[nodiscard]] double valueNow() const {
+    if (backlog_.empty() || start_.timeMs >= latestMs_ || backlog_.front().timeMs <= latestMs_) {
+      return start_.value;
     }
-    return {hasRun_ ? latestMs_ : latestMs_ + cycleMs_, value};
+    const Point& end = backlog_.front();
+    const double value = Segment(start_, end, backlog_.knotOf(end)).valueAt(latestMs_);
+    return std::clamp(value, actuator_.minimum, actuator_.maximum);
+  }
+
+  /// Where the segment to a new first point begins. The library has no value of its own
+  /// before its first pass, and then begins a cycle later.
+  [[nodiscard]] SegmentStart presentStart() const {
+    const double value = valueNow();
+    return hasRun_ ? movingAt(latestMs_, value, value - valueBefore_, cycleMs_)
+                   : restingAt(latestMs_ + cycleMs_, value);
   }
 
   const int index_;
@@ -195,12 +218,14 @@ class RehearsedAxis {
   std::int64_t latestMs_;
   Backlog backlog_;
   SegmentStart start_;
+  /// What the register held a cycle before the latest one.
+  double valueBefore_;
   bool hasRun_ = false;
   /// What went by since the last change.
   struct Walked {
     std::uint32_t batch = 0;
     std::uint64_t count = 0;
-    std::vector<std::pair<Event, Point>> steep;
+    std::vector<std::pair<Event, Point>> told;
     void clear() { *this = Walked(); }
   };
   Walked walked_;

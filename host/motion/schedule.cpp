@@ -4,6 +4,7 @@
 
 #include <algorithm>
 #include <cmath>
+#include <limits>
 
 #include "host/base/errorcollector.h"
 #include "host/motion/limits.h"
@@ -11,17 +12,28 @@
 namespace host {
 namespace {
 
-/// What a joint without a velocity limit is taken to move, a second.
-constexpr double unlimitedVelocity = 1.0;
+/// Of the quintic from rest to rest, over a distance and a time of 1.
+constexpr double peakVelocity = 1.875;
+constexpr double peakAcceleration = 5.7735026919;
 
 struct Approach {
   std::string joint;
   double distance = 0.0;
-  double velocity = unlimitedVelocity;
-  bool limited = false;
+  /// Units a second: to go at, and at most.
+  double velocity = 1.0;
+  double limit = std::numeric_limits<double>::infinity();
+  /// Until the first point, from the start of the motion.
+  double leftMs = 0.0;
   const CommandBatch* batch = nullptr;
 
-  [[nodiscard]] double milliseconds() const { return std::ceil(distance / velocity * 1000.0); }
+  [[nodiscard]] double neededMs() const {
+    return std::ceil(1000.0 * approachSeconds(distance, velocity));
+  }
+  /// What has to be added before the start of the motion.
+  [[nodiscard]] double addedMs() const { return neededMs() - leftMs; }
+  [[nodiscard]] bool isTooShort(double addedMs) const {
+    return (addedMs + leftMs) * limit < 1000.0 * peakVelocity * distance;
+  }
 };
 
 void checkThatItCanMove(const CommandBatch& batch, std::size_t column,
@@ -39,23 +51,23 @@ void checkThatItCanMove(const CommandBatch& batch, std::size_t column,
   }
 }
 
-Approach approachOf(const CommandBatch& batch, std::size_t column,
-                    const simulation::Actuator& actuator) {
+Approach approachOf(const CommandBatch& batch, std::size_t column, const MachineModel& machine) {
+  const simulation::Actuator& actuator = machine.actuator(batch.actuators[column]);
   const float first = limited(actuator, batch.value(0, column)).asFloat;
   Approach approach;
   approach.joint = actuator.name;
   approach.distance = std::abs(double{first} - double{std::get<float>(actuator.value)});
-  approach.limited = std::isfinite(actuator.maximumVelocity);
-  if (approach.limited && actuator.maximumVelocity > 0) {
-    approach.velocity = actuator.maximumVelocity;
-  }
+  approach.limit = double{actuator.maximumVelocity};
+  approach.velocity = machine.approachVelocity(batch.actuators[column]);
+  approach.leftMs = static_cast<double>(batch.fromMs + batch.times.front());
   approach.batch = &batch;
   return approach;
 }
 
-/// The joint that needs longest from where it stands to its first point.
-Approach slowestApproach(const MachineModel& machine, const std::vector<CommandBatch>& batches) {
-  Approach slowest;
+/// From where joints stand to their first points.
+std::vector<Approach> approachesOf(const MachineModel& machine,
+                                   const std::vector<CommandBatch>& batches) {
+  std::vector<Approach> approaches;
   ErrorCollector errors;
   for (const CommandBatch& batch : batches) {
     for (std::size_t column = 0; column < batch.actuators.size(); ++column) {
@@ -64,38 +76,55 @@ Approach slowestApproach(const MachineModel& machine, const std::vector<CommandB
         continue;
       }
       errors.attempt([&] { checkThatItCanMove(batch, column, actuator); });
-      const Approach approach = batch.atMs ? Approach() : approachOf(batch, column, actuator);
-      if (approach.milliseconds() > slowest.milliseconds()) {
-        slowest = approach;
+      const Approach approach = batch.atMs ? Approach() : approachOf(batch, column, machine);
+      if (approach.distance > 0.0) {
+        approaches.push_back(approach);
       }
     }
   }
   errors.throwIfAny();
-  return slowest;
+  return approaches;
 }
 
-std::string approachReason(const Approach& slowest, const Timing& timing) {
-  if (slowest.distance == 0.0) {
-    return "nothing has to be approached first";
+std::string approachReason(const Approach& slowest) {
+  return fmt::format("{} has {:.4g} to go, at {:.4g} a second at most", slowest.joint,
+                     slowest.distance, slowest.velocity);
+}
+
+/// Of an approach of this length.
+std::string reasonOf(const std::vector<Approach>& approaches, std::uint32_t approachMs) {
+  for (const Approach& approach : approaches) {
+    if (approach.isTooShort(approachMs)) {
+      return fmt::format("too short: {} has {:.4g} to go, and its limit is {:.4g} a second",
+                         approach.joint, approach.distance, approach.limit);
+    }
   }
-  const std::string need =
-      fmt::format("{} has {:.4g} to go, {} {:.4g} a second", slowest.joint, slowest.distance,
-                  slowest.limited ? "at most" : "without a limit, at", slowest.velocity);
-  return timing.approachMs && *timing.approachMs < slowest.milliseconds()
-             ? fmt::format("too short: {}", need)
-             : need;
+  return "as it was asked for";
 }
 
 }  // namespace
 
+double approachSeconds(double distance, double velocity) {
+  if (distance == 0.0) {
+    return 0.0;
+  }
+  constexpr double rampSeconds = 0.25;
+  return std::max(peakVelocity * distance / velocity,
+                  std::sqrt(peakAcceleration * distance * rampSeconds / velocity));
+}
+
 Schedule planSchedule(const MachineModel& machine, const std::vector<CommandBatch>& batches,
                       const Timing& timing) {
-  const Approach slowest = slowestApproach(machine, batches);
+  const std::vector<Approach> approaches = approachesOf(machine, batches);
+  const auto slowest = std::max_element(
+      approaches.begin(), approaches.end(),
+      [](const Approach& one, const Approach& other) { return one.addedMs() < other.addedMs(); });
+  const bool hasSlowest = slowest != approaches.end();
+  const double neededMs = hasSlowest ? std::max(slowest->addedMs(), 0.0) : 0.0;
   constexpr double longestApproachMs = 7e7;
-  const double neededMs = slowest.milliseconds();
   if (neededMs > longestApproachMs && !timing.approachMs) {
-    throw UserError(slowest.batch->pointsPath, slowest.batch->locations.front(),
-                    fmt::format("joint '{}' would need {:.0f} s to the first point", slowest.joint,
+    throw UserError(slowest->batch->pointsPath, slowest->batch->locations.front(),
+                    fmt::format("joint '{}' would need {:.0f} s to the first point", slowest->joint,
                                 neededMs / 1000.0));
   }
   Schedule schedule;
@@ -103,7 +132,9 @@ Schedule planSchedule(const MachineModel& machine, const std::vector<CommandBatc
   const auto wanted = timing.approachMs.value_or(static_cast<std::uint32_t>(neededMs));
   const std::uint32_t cycles = (wanted + timing.cycleMs - 1) / timing.cycleMs;
   schedule.approachMs = std::max(cycles, 1U) * timing.cycleMs;
-  schedule.approachReason = approachReason(slowest, timing);
+  schedule.approachReason = !hasSlowest         ? "nothing has to be approached first"
+                            : timing.approachMs ? reasonOf(approaches, schedule.approachMs)
+                                                : approachReason(*slowest);
   return schedule;
 }
 

@@ -10,11 +10,13 @@
 
 namespace host {
 
-/// What decides when commands are due.
+/// What decides when commands are due, and how the way between them runs.
 struct Timing {
   std::uint32_t cycleMs = 10;
   /// From the first cycle to the start of the motion; computed when not given.
   std::optional<std::uint32_t> approachMs;
+  /// Of batches that have none of their own.
+  Interpolation interpolation = Interpolation::message;
 };
 
 /// When the commands of a run are due. Times are milliseconds after the first
@@ -27,9 +29,14 @@ struct Schedule {
   std::string approachReason;
 };
 
-/// Plans the run of motions by a machine that stands as described: the approach
-/// takes as long as the slowest joint needs to the first point of a trajectory at its
-/// velocity limit. Throws `UserError` when a joint cannot move there.
+/// The shortest time, in seconds, in which an approach covers a distance: it is at rest at
+/// both ends, moves at this velocity at most, and takes a quarter of a second at least to
+/// get up to it.
+double approachSeconds(double distance, double velocity);
+
+/// Plans the run of motions by a machine that stands as described. The approach takes as long
+/// as the slowest joint needs to the first point of a trajectory, less the time that the
+/// trajectory itself leaves before it. Throws `UserError` when a joint cannot move there.
 Schedule planSchedule(const MachineModel& machine, const std::vector<CommandBatch>& batches,
                       const Timing& timing);
 

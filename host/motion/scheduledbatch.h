@@ -15,6 +15,9 @@ struct ScheduledBatch {
   std::optional<std::int64_t> momentMs;
   /// Machine time in milliseconds that the times of its points count from.
   std::int64_t originMs = 0;
+  Interpolation interpolation = Interpolation::message;
+  /// Its first point is approached, from rest to rest.
+  bool approaches = false;
 };
 
 }  // namespace host

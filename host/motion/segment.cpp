@@ -5,37 +5,252 @@
 #include <limits>
 
 namespace host {
+namespace {
+
+double ulpOf(double magnitude) {
+  const auto value = static_cast<float>(magnitude);
+  return double{std::nextafter(value, std::numeric_limits<float>::infinity())} - double{value};
+}
+
+constexpr std::int64_t mostCyclesBetween = 200;
+constexpr double ulpsPerCycle = 0.19;
+constexpr double ownRounding = 0.5;
+
+/// How many cycles may go by until rounding has led so many ulp away.
+std::int64_t cyclesWithin(double ulps) {
+  const double cycles = (ulps - ownRounding) / ulpsPerCycle;
+  return static_cast<std::int64_t>(std::min(cycles, static_cast<double>(mostCyclesBetween)));
+}
+
+/// As much of a velocity as a cubic over this difference can have at an end and still rise
+/// or fall all the way.
+double monotone(double velocity, double difference) {
+  const double steepest = 3.0 * difference;
+  return std::clamp(velocity, std::min(steepest, 0.0), std::max(steepest, 0.0));
+}
+
+Shape shapeOf(const SegmentStart& start, const Point& end, const Knot& knot) {
+  if (end.timeMs <= start.timeMs) {
+    return Shape::linear;
+  }
+  const bool endsAlike = knot.shape == Shape::cubic || knot.shape == Shape::quintic;
+  if (endsAlike && start.known == Knot::Known::nothing) {
+    return Shape::linear;
+  }
+  return knot.shape == Shape::quintic && start.known == Knot::Known::velocity ? Shape::cubic
+                                                                              : knot.shape;
+}
+
+}  // namespace
+
+SegmentStart restingAt(std::int64_t timeMs, double value) {
+  return {timeMs, value, 0.0, 0.0, Knot::Known::acceleration, false};
+}
+
+SegmentStart movingAt(std::int64_t timeMs, double value, double step, std::int64_t stepMs) {
+  SegmentStart start = restingAt(timeMs, value);
+  start.velocity = step * 1000.0 / static_cast<double>(stepMs);
+  start.takesOver = step != 0.0;
+  return start;
+}
+
+SegmentStart startAt(const Point& point, const Knot& knot, std::int64_t notBeforeMs) {
+  SegmentStart start;
+  start.timeMs = std::max(point.timeMs, notBeforeMs);
+  start.value = double{point.value.asFloat};
+  start.velocity = double{knot.velocity};
+  start.acceleration = double{knot.acceleration};
+  start.known = knot.known;
+  return start;
+}
+
+Segment::Segment(const SegmentStart& start, const Point& end, const Knot& knot)
+    : startMs_(start.timeMs), endMs_(end.timeMs) {
+  const double endValue = double{end.value.asFloat};
+  const double difference = endValue - start.value;
+  // Velocities and accelerations over the whole of it.
+  const double seconds = static_cast<double>(endMs_ - startMs_) / 1000.0;
+  SegmentStart scaled = start;
+  scaled.velocity *= seconds;
+  scaled.acceleration *= seconds * seconds;
+  const double velocity = double{knot.velocity} * seconds;
+  const double acceleration = double{knot.acceleration} * seconds * seconds;
+  const Shape shape = shapeOf(start, end, knot);
+  degree_ = shape == Shape::linear ? 1 : shape == Shape::cubic || shape == Shape::smooth ? 3 : 5;
+  ordinates_[0] = start.value;
+  ordinates_[degree_] = endValue;
+  if (shape == Shape::cubic || (shape == Shape::smooth && start.takesOver)) {
+    bend(scaled, velocity, 0.0);
+  } else if (shape == Shape::smooth) {
+    scaled.velocity = start.known == Knot::Known::nothing ? difference : scaled.velocity;
+    scaled.velocity = monotone(scaled.velocity, difference);
+    bend(scaled, monotone(velocity, difference), 0.0);
+  } else if (shape == Shape::quintic) {
+    bend(scaled, velocity, acceleration);
+  } else if (shape == Shape::approach) {
+    bend(scaled, 0.0, 0.0);
+  }
+}
+
+/// Lays the inner ordinates so that the ends have these derivatives.
+void Segment::bend(const SegmentStart& start, double velocity, double acceleration) {
+  const auto degree = static_cast<double>(degree_);
+  ordinates_[1] = ordinates_[0] + start.velocity / degree;
+  ordinates_[degree_ - 1] = ordinates_[degree_] - velocity / degree;
+  if (degree_ == 5) {
+    ordinates_[2] = 2.0 * ordinates_[1] - ordinates_[0] + start.acceleration / 20.0;
+    ordinates_[3] = 2.0 * ordinates_[4] - ordinates_[5] + acceleration / 20.0;
+  }
+}
+
+double Segment::shareAt(double timeMs) const {
+  return endMs_ > startMs_
+             ? (timeMs - static_cast<double>(startMs_)) / static_cast<double>(endMs_ - startMs_)
+             : 1.0;
+}
+
+double Segment::valueAt(std::int64_t timeMs) const {
+  const double share = shareAt(static_cast<double>(timeMs));
+  return isLine() ? ordinates_[0] + (ordinates_[1] - ordinates_[0]) * share
+                  : evaluate(ordinates_, degree_, share);
+}
+
+double Segment::evaluate(Ordinates ordinates, std::size_t degree, double share) {
+  for (std::size_t left = degree; left > 0; --left) {
+    for (std::size_t i = 0; i < left; ++i) {
+      ordinates[i] += (ordinates[i + 1] - ordinates[i]) * share;
+    }
+  }
+  return ordinates[0];
+}
+
+/// The ordinates of the derivative, of one degree less, over the whole.
+Segment::Ordinates Segment::differences(const Ordinates& ordinates, std::size_t degree) {
+  Ordinates result{};
+  for (std::size_t i = 0; i < degree; ++i) {
+    result[i] = static_cast<double>(degree) * (ordinates[i + 1] - ordinates[i]);
+  }
+  return result;
+}
+
+double Segment::largestMagnitude() const {
+  double largest = 0.0;
+  for (std::size_t i = 0; i <= degree_; ++i) {
+    largest = std::max(largest, std::abs(ordinates_[i]));
+  }
+  return largest;
+}
+
+bool Segment::mayLeave(const Range& range) const {
+  return std::any_of(ordinates_.begin(), ordinates_.begin() + degree_ + 1, [&](double ordinate) {
+    return ordinate < range.minimum || ordinate > range.maximum;
+  });
+}
+
+double Segment::largestAcceleration() const {
+  const Ordinates second = differences(differences(ordinates_, degree_), degree_ - 1);
+  double largest = 0.0;
+  for (std::size_t i = 0; i + 1 < degree_; ++i) {
+    largest = std::max(largest, std::abs(second[i]));
+  }
+  const double seconds = static_cast<double>(endMs_ - startMs_) / 1000.0;
+  return largest / (seconds * seconds);
+}
+
+/// Where a polynomial changes its sign between 0 and 1: once at most between two places
+/// where its derivative does.
+Segment::Roots Segment::rootsOf(const Ordinates& ordinates, std::size_t degree) {
+  Roots roots;
+  if (degree == 0) {
+    return roots;
+  }
+  const Roots turns = rootsOf(differences(ordinates, degree), degree - 1);
+  double low = 0.0;
+  for (std::size_t i = 0; i <= turns.count; ++i) {
+    const double next = i < turns.count ? turns.at[i] : 1.0;
+    const bool rises = evaluate(ordinates, degree, low) < 0.0;
+    double high = next;
+    if (rises == (evaluate(ordinates, degree, high) > 0.0)) {
+      constexpr int halvings = 50;
+      for (int step = 0; step < halvings; ++step) {
+        const double middle = 0.5 * (low + high);
+        ((evaluate(ordinates, degree, middle) < 0.0) == rises ? low : high) = middle;
+      }
+      roots.at[roots.count++] = low;
+    }
+    low = next;
+  }
+  return roots;
+}
+
+template <typename IsMore>
+Segment::Extreme Segment::extreme(const Ordinates& ordinates, std::size_t degree, double untilShare,
+                                  const IsMore& isMore) {
+  Roots turns = rootsOf(differences(ordinates, degree), degree - 1);
+  turns.at[turns.count++] = untilShare;
+  Extreme most{0.0, ordinates[0]};
+  for (std::size_t i = 0; i < turns.count; ++i) {
+    const double value = evaluate(ordinates, degree, turns.at[i]);
+    if (turns.at[i] <= untilShare && isMore(value, most.amount)) {
+      most = {turns.at[i], value};
+    }
+  }
+  return most;
+}
+
+Segment::Extreme Segment::inTime(const Extreme& extreme) const {
+  return {static_cast<double>(startMs_) + extreme.timeMs * static_cast<double>(endMs_ - startMs_),
+          extreme.amount};
+}
+
+Segment::Extreme Segment::lowest(std::int64_t untilMs) const {
+  return inTime(extreme(ordinates_, degree_, shareAt(static_cast<double>(untilMs)),
+                        [](double one, double other) { return one < other; }));
+}
+
+Segment::Extreme Segment::highest(std::int64_t untilMs) const {
+  return inTime(extreme(ordinates_, degree_, shareAt(static_cast<double>(untilMs)),
+                        [](double one, double other) { return one > other; }));
+}
+
+Segment::Extreme Segment::fastest(std::int64_t untilMs) const {
+  Extreme most = inTime(
+      extreme(differences(ordinates_, degree_), degree_ - 1, shareAt(static_cast<double>(untilMs)),
+              [](double one, double other) { return std::abs(one) > std::abs(other); }));
+  most.amount = std::abs(most.amount) * 1000.0 / static_cast<double>(endMs_ - startMs_);
+  return most;
+}
 
 std::int64_t cyclesBetweenSamples(double magnitude) {
-  constexpr std::int64_t mostCycles = 200;
-  constexpr double ulpsPerCycle = 0.19;
-  constexpr double ownRounding = 0.5;
-  const auto value = static_cast<float>(magnitude);
-  const double ulp =
-      double{std::nextafter(value, std::numeric_limits<float>::infinity())} - double{value};
-  const double allowedUlps = std::max(1e-5 / ulp, 2.0);
-  const double cycles = (allowedUlps - ownRounding) / ulpsPerCycle;
-  return static_cast<std::int64_t>(std::min(cycles, static_cast<double>(mostCycles)));
+  return cyclesWithin(std::max(1e-5 / ulpOf(magnitude), 2.0));
 }
 
-double valueOnLine(const SegmentStart& start, std::int64_t endMs, double endValue,
-                   std::int64_t timeMs) {
-  const double share =
-      static_cast<double>(timeMs - start.timeMs) / static_cast<double>(endMs - start.timeMs);
-  return start.value + (endValue - start.value) * share;
+std::int64_t cyclesBetweenSamples(const Segment& curve, std::int64_t cycleMs) {
+  const double ulp = ulpOf(curve.largestMagnitude());
+  const std::int64_t most = cyclesWithin(std::max(2e-6 / ulp, 1.5));
+  // A chord of this many seconds strays by an eighth of the acceleration times their square.
+  const double allowed = std::max(8e-6, 2.5 * ulp);
+  const double seconds = std::sqrt(8.0 * allowed / curve.largestAcceleration());
+  const double cycles = seconds * 1000.0 / static_cast<double>(cycleMs);
+  return cycles < static_cast<double>(most)
+             ? std::max(static_cast<std::int64_t>(cycles), std::int64_t{1})
+             : most;
 }
 
-std::optional<Sample> sampleAfter(const SegmentStart& start, const Point& end, std::int64_t afterMs,
-                                  std::int64_t cycleMs) {
-  const double endValue = end.value.asFloat;
-  const std::int64_t distanceMs =
-      cyclesBetweenSamples(std::max(std::abs(start.value), std::abs(endValue))) * cycleMs;
-  const std::int64_t passed = std::max<std::int64_t>(afterMs - start.timeMs, 0) / distanceMs + 1;
-  const std::int64_t timeMs = start.timeMs + passed * distanceMs;
-  if (timeMs >= end.timeMs) {
+std::optional<Sample> sampleAfter(const Segment& segment, std::int64_t afterMs,
+                                  std::int64_t cycleMs, const Range& range) {
+  const std::int64_t cycles = segment.isLine() ? cyclesBetweenSamples(segment.largestMagnitude())
+                              : segment.mayLeave(range) ? 1
+                                                        : cyclesBetweenSamples(segment, cycleMs);
+  const std::int64_t distanceMs = cycles * cycleMs;
+  const std::int64_t firstMs = segment.isLine() ? segment.startMs() : 0;
+  const std::int64_t passed = std::max<std::int64_t>(afterMs - firstMs, 0) / distanceMs + 1;
+  const std::int64_t timeMs = firstMs + passed * distanceMs;
+  if (timeMs >= segment.endMs()) {
     return std::nullopt;
   }
-  return Sample{timeMs, static_cast<float>(valueOnLine(start, end.timeMs, endValue, timeMs))};
+  const double value = std::clamp(segment.valueAt(timeMs), range.minimum, range.maximum);
+  return Sample{timeMs, static_cast<float>(value)};
 }
 
 double speedOf(const SegmentStart& start, std::int64_t endMs, double endValue,

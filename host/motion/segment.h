@@ -1,19 +1,95 @@
 #pragma once
 
+#include <array>
+#include <cstddef>
 #include <cstdint>
+#include <limits>
 #include <optional>
 
+#include "host/motion/curve.h"
 #include "host/motion/point.h"
 
 namespace host {
 
-/// Where the straight line to the next point begins.
+/// Where the segment to the next point begins.
 struct SegmentStart {
   std::int64_t timeMs = 0;
   double value = 0.0;
+  /// Units a second, and a second squared.
+  double velocity = 0.0;
+  double acceleration = 0.0;
+  /// What is known of both.
+  Knot::Known known = Knot::Known::nothing;
+  /// The axis was in motion when a batch took over: a smooth segment may overshoot.
+  bool takesOver = false;
 };
 
-/// A value on the line of a segment.
+/// Starts at a moment: at rest; and in motion, by so much in the cycle before.
+SegmentStart restingAt(std::int64_t timeMs, double value);
+SegmentStart movingAt(std::int64_t timeMs, double value, double step, std::int64_t stepMs);
+/// The start at a point, or at this time if that is later.
+SegmentStart startAt(const Point& point, const Knot& knot, std::int64_t notBeforeMs);
+
+/// The values that an actuator may take.
+struct Range {
+  double minimum = -std::numeric_limits<double>::infinity();
+  double maximum = std::numeric_limits<double>::infinity();
+};
+
+/// The path from a start to a point: a polynomial of degree 1, 3 or 5.
+///
+/// It is kept by its Bezier ordinates: the first and the last are the ends' values, and it
+/// goes beyond none of them. Where the end is not later than the start, it is a line.
+class Segment {
+ public:
+  Segment(const SegmentStart& start, const Point& end, const Knot& knot);
+
+  [[nodiscard]] bool isLine() const { return degree_ == 1; }
+  [[nodiscard]] std::int64_t startMs() const { return startMs_; }
+  [[nodiscard]] std::int64_t endMs() const { return endMs_; }
+  [[nodiscard]] double valueAt(std::int64_t timeMs) const;
+
+  /// Bounds of the magnitude of the value, and of its second derivative in units a second
+  /// squared. The latter holds exactly for a cubic.
+  [[nodiscard]] double largestMagnitude() const;
+  [[nodiscard]] bool mayLeave(const Range& range) const;
+  [[nodiscard]] double largestAcceleration() const;
+
+  struct Extreme {
+    double timeMs = 0.0;
+    double amount = 0.0;
+  };
+  /// Where it lies lowest, highest, and where it is fastest, up to a time within it; the
+  /// amount of the latter is a speed in units a second.
+  [[nodiscard]] Extreme lowest(std::int64_t untilMs) const;
+  [[nodiscard]] Extreme highest(std::int64_t untilMs) const;
+  [[nodiscard]] Extreme fastest(std::int64_t untilMs) const;
+
+ private:
+  static constexpr std::size_t mostOrdinates = 6;
+  using Ordinates = std::array<double, mostOrdinates>;
+  struct Roots {
+    std::array<double, mostOrdinates> at{};
+    std::size_t count = 0;
+  };
+
+  void bend(const SegmentStart& start, double velocity, double acceleration);
+  [[nodiscard]] static Ordinates differences(const Ordinates& ordinates, std::size_t degree);
+  [[nodiscard]] static double evaluate(Ordinates ordinates, std::size_t degree, double share);
+  [[nodiscard]] static Roots rootsOf(const Ordinates& ordinates, std::size_t degree);
+  template <typename IsMore>
+  [[nodiscard]] static Extreme extreme(const Ordinates& ordinates, std::size_t degree,
+                                       double untilShare, const IsMore& isMore);
+  [[nodiscard]] double shareAt(double timeMs) const;
+  [[nodiscard]] Extreme inTime(const Extreme& extreme) const;
+
+  std::int64_t startMs_;
+  std::int64_t endMs_;
+  std::size_t degree_ = 1;
+  Ordinates ordinates_{};
+};
+
+/// A value on the path of a segment.
 struct Sample {
   std::int64_t timeMs = 0;
   float value = 0.0F;
@@ -29,16 +105,20 @@ struct Sample {
 /// those are more.
 std::int64_t cyclesBetweenSamples(double magnitude);
 
-/// The value of the line at a time.
-double valueOnLine(const SegmentStart& start, std::int64_t endMs, double endValue,
-                   std::int64_t timeMs);
+/// The same for a curve: what its chords and their rounding lead away from it is at most
+/// 1e-5 together, or 4 ulp where those are more. One cycle where that would take more than
+/// one sample a cycle: then each cycle has its own sample, and strays by its rounding alone.
+std::int64_t cyclesBetweenSamples(const Segment& curve, std::int64_t cycleMs);
 
-/// The first sample of the segment from `start` to `end` that lies behind `afterMs` and
-/// before the end; none where the segment is short.
-std::optional<Sample> sampleAfter(const SegmentStart& start, const Point& end, std::int64_t afterMs,
-                                  std::int64_t cycleMs);
+/// The first sample of a segment that lies behind `afterMs` and before its end; none where
+/// it is short. Those of a line are counted from its start, those of a curve lie on the
+/// grid of the cycles, which has one at 0. They are moved into the range; a curve that may
+/// leave it has one in each cycle, since the library goes on from samples and not from what
+/// limits made of them.
+std::optional<Sample> sampleAfter(const Segment& segment, std::int64_t afterMs,
+                                  std::int64_t cycleMs, const Range& range = {});
 
-/// The speed that a segment asks for, in units a second. What is already past is to be
+/// The speed that a line asks for, in units a second. What is already past is to be
 /// reached in one cycle.
 double speedOf(const SegmentStart& start, std::int64_t endMs, double endValue,
                std::int64_t cycleMs);

@@ -2,18 +2,21 @@
 
 #include <fmt/format.h>
 
+#include <algorithm>
 #include <cmath>
 #include <nlohmann/json.hpp>
 
 #include "host/base/counted.h"
 #include "host/base/visible.h"
+#include "host/motion/intake.h"
 #include "host/motion/limits.h"
 
 namespace host {
 namespace {
 
 const char* nounOf(EventKind kind) {
-  return kind == EventKind::steep ? "segment" : kind == EventKind::guarded ? "step" : "point";
+  const bool isOfSegment = kind == EventKind::steep || kind == EventKind::beyond;
+  return isOfSegment ? "segment" : kind == EventKind::guarded ? "step" : "point";
 }
 
 /// Told once for a batch, in the words of its worst actuator.
@@ -52,6 +55,14 @@ void Findings::tell(const Event& event, const Point* points) {
     }
     case EventKind::steep:
       note(event, event.amount, speedText(event, *points));
+      break;
+    case EventKind::beyond:
+      note(event, beyondBy(event), beyondText(event));
+      break;
+    case EventKind::unstopped:
+      note(event, event.amount,
+           fmt::format("{} has a velocity of {:.4g} in the last point, and stops there at once",
+                       actuatorOf(event).name, event.amount));
       break;
     case EventKind::late:
       note(
@@ -102,6 +113,10 @@ double Findings::secondsOf(std::int64_t timeMs) const {
   return static_cast<double>(timeMs - std::int64_t{plan_.schedule.approachMs}) / 1000.0;
 }
 
+double Findings::secondsOf(double timeMs) const {
+  return (timeMs - static_cast<double>(plan_.schedule.approachMs)) / 1000.0;
+}
+
 std::string Findings::limitText(const Event& event, const Point& point) const {
   const simulation::Actuator& actuator = actuatorOf(event);
   const double done = commandedNumber(actuator, point.value);
@@ -113,8 +128,27 @@ std::string Findings::limitText(const Event& event, const Point& point) const {
                      digits);
 }
 
+double Findings::beyondBy(const Event& event) const {
+  const simulation::Actuator& actuator = actuatorOf(event);
+  return std::max(event.amount - actuator.maximum, actuator.minimum - event.amount);
+}
+
+std::string Findings::beyondText(const Event& event) const {
+  const simulation::Actuator& actuator = actuatorOf(event);
+  const bool above = event.amount > actuator.maximum;
+  return fmt::format("{} goes to {:.6g} between two points, at {:.3f} s, {} its {} {:.6g}",
+                     actuator.name, event.amount, secondsOf(event.momentMs),
+                     above ? "above" : "below", above ? "maximum" : "minimum",
+                     above ? actuator.maximum : actuator.minimum);
+}
+
 std::string Findings::speedText(const Event& event, const Point& point) const {
   const simulation::Actuator& actuator = actuatorOf(event);
+  if (std::isfinite(event.momentMs)) {
+    return fmt::format("{} moves {:.4g} a second at {:.3f} s, above its limit {:.4g}",
+                       actuator.name, event.amount, secondsOf(event.momentMs),
+                       actuator.maximumVelocity);
+  }
   return fmt::format("{} moves {:.4g} a second to be {:.6g} at {:.3f} s, above its limit {:.4g}",
                      actuator.name, event.amount, commandedNumber(actuator, point.value),
                      secondsOf(point.timeMs), actuator.maximumVelocity);
@@ -140,6 +174,11 @@ std::string Findings::refusalText(const Event& event) const {
     case Fault::notFinite:
       return fmt::format("refused: '{}' cannot be moved from or to a magnitude above {:g}", name,
                          mostInterpolated);
+    case Fault::tooSteep:
+      return fmt::format(
+          "refused: '{}' cannot be moved with a velocity or acceleration of a "
+          "magnitude above {:g}",
+          name, mostDerivative);
     case Fault::full:
       return fmt::format(
           "refused: too many points of several actuators are due together with "

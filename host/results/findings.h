@@ -63,6 +63,10 @@ class Findings : public Listener {
   [[nodiscard]] std::string guardText(const Event& event) const;
   /// Since the start of the motion.
   [[nodiscard]] double secondsOf(std::int64_t timeMs) const;
+  [[nodiscard]] double beyondBy(const Event& event) const;
+  [[nodiscard]] std::string beyondText(const Event& event) const;
+  /// After the start of the motion.
+  [[nodiscard]] double secondsOf(double timeMs) const;
 
   const MachineModel& machine_;
   const Plan& plan_;

@@ -71,7 +71,7 @@ std::string sparkline(const SampleHistory& history, std::size_t column, std::siz
 }
 
 std::string nameShown(const AxisResult& axis, std::size_t columns = nameColumns) {
-  return cutInFront(visible(axis.actuator.name), columns);
+  return cutInMiddle(visible(axis.actuator.name), columns);
 }
 
 std::string valuesTable(const RunResult& result, const Outcome& outcome) {

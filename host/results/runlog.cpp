@@ -20,6 +20,8 @@ void RunLog::tell(const Event& event, const Point* points) {
   if (event.kind == EventKind::reached || event.kind == EventKind::cleared) {
     addDots(event.kind == EventKind::reached ? axis.reached : axis.cleared, event, points);
     axis.dots += event.count;
+  } else if (event.kind == EventKind::limited) {
+    addDots(axis.limited, event, points);
   } else if (event.kind == EventKind::taken && axis.batches.size() < mostBatches) {
     axis.batches.push_back(event.batch);
   }

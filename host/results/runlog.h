@@ -20,6 +20,8 @@ class RunLog : public Listener {
   struct AxisLog {
     std::vector<Dot> reached;
     std::vector<Dot> cleared;
+    /// Of all points, those that were moved into the limits.
+    std::vector<Dot> limited;
     /// How many there were; beyond `mostDots` they are only counted.
     std::uint64_t dots = 0;
     /// In the order of their hand-overs.

@@ -6,6 +6,7 @@
 #include "host/engine/sessionoptions.h"
 #include "host/input/motionoptions.h"
 #include "host/motion/schedule.h"
+#include "host/results/plot/panel.h"
 #include "host/results/preferenceexport.h"
 
 namespace host {
@@ -23,6 +24,8 @@ struct RunOptions {
   std::string tracePath;
   /// Empty: no picture.
   std::string plotPath;
+  /// Its joints are those of the trace as well.
+  PictureOptions picture;
   /// What is exported at the end.
   std::vector<PreferenceExport> exports;
   /// The outcome as a JSON object instead of tables.

@@ -47,11 +47,11 @@ class Diary : public host::Listener {
     for (std::uint64_t i = 0; i < (perPoint ? event.count : event.rounds); ++i) {
       const auto point = static_cast<std::uint32_t>(event.point + i * (perPoint ? 1 : round));
       Entry& entry = entries_[{event.kind, event.actuator, event.batch, point}];
-      const bool steep = event.kind == host::EventKind::steep;
-      // When it is seen that a segment was steep depends on when one looks; of rounds that are
+      // When it is seen what a segment was like depends on when one looks; of rounds that are
       // counted together the cycle of the last point alone is told.
       const bool reached = event.kind == host::EventKind::reached;
-      entry.timeMs = steep || (reached && points == nullptr) ? untold : event.timeMs;
+      entry.timeMs =
+          isOfSegment(event.kind) || (reached && points == nullptr) ? untold : event.timeMs;
       entry.count = perPoint ? 1 : event.count;
       entry.byBatch = event.byBatch;
       entry.reason = event.reason;
@@ -71,15 +71,22 @@ class Diary : public host::Listener {
     const host::CommandBatch& commands = *plan_.batches[batch].commands;
     return (commands.size() - commands.times.size()) / (commands.repeat - 1);
   }
+  static bool isOfSegment(host::EventKind kind) {
+    return kind == host::EventKind::steep || kind == host::EventKind::beyond;
+  }
   /// By which amounts may differ. Values agree to 1e-5 or two units in the last place: over a
-  /// millisecond, the speeds.
+  /// millisecond, the speeds, which a curve goes on with.
   static double doubtOf(const Key& key, const Entry& entry) {
-    return std::get<0>(key) == host::EventKind::steep ? 1e-4 * entry.amount + 0.02 : 0.0;
+    return isOfSegment(std::get<0>(key)) ? 1e-4 * std::abs(entry.amount) + 0.02 : 0.0;
   }
   [[nodiscard]] bool isNearLimit(const Key& key, const Entry& entry) const {
-    return std::get<0>(key) == host::EventKind::steep &&
-           entry.amount - doubtOf(key, entry) <=
-               machine_.actuator(std::get<1>(key)).maximumVelocity;
+    const simulation::Actuator& actuator = machine_.actuator(std::get<1>(key));
+    const double doubt = doubtOf(key, entry);
+    return std::get<0>(key) == host::EventKind::steep
+               ? entry.amount - doubt <= actuator.maximumVelocity
+               : std::get<0>(key) == host::EventKind::beyond &&
+                     entry.amount - doubt <= actuator.maximum &&
+                     entry.amount + doubt >= actuator.minimum;
   }
   static std::string shown(const Entry& entry) {
     return fmt::format("at {} ms, count {}, by {}, amount {}", entry.timeMs, entry.count,

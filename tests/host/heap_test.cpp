@@ -100,7 +100,8 @@ TEST(Cycle, LeavesTheHeapAloneInRealTime) {
   setup.options.timing.cycleMs = 1;
   const host::Plan plan = setup.plan();
   Torvex torvex(setup.machine, plan, setup.options.session);
-  host::Trace trace(setup.temporary.path("t.csv"), std::vector<std::string>(60));
+  host::Trace trace(setup.temporary.path("t.csv"), std::vector<std::string>(60),
+                    std::vector<bool>(60, true));
   torvex.setTrace(&trace);
   torvex.run([&](std::int64_t timeMs) {
     if (timeMs < 1000) {

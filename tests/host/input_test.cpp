@@ -194,7 +194,7 @@ points:
     values.push_back(value.asFloat);
   }
   EXPECT_EQ(values, (std::vector<float>{0.1F, -2.0F, 1e-3F, 0.5F, 3.0F, 4.0F}));
-  EXPECT_EQ(motion.notes.size(), 3U) << "the stamp, velocities and efforts are ignored";
+  EXPECT_EQ(motion.notes.size(), 2U) << "the stamp and efforts are ignored";
 }
 
 TEST(Lists, ReadMomentsModesAndKeys) {

@@ -5,6 +5,7 @@
 
 #include <algorithm>
 #include <cstdlib>
+#include <limits>
 #include <map>
 #include <utility>
 
@@ -105,6 +106,11 @@ Case writtenOut(const Case& made) {
           batch.locations.emplace_back();
           for (std::size_t column = 0; column < first.actuators.size(); ++column) {
             batch.values.push_back(first.value(i, column));
+            if (!first.velocities.empty()) {
+              const std::size_t position = i * first.actuators.size() + column;
+              batch.velocities.push_back(first.velocities[position]);
+              batch.accelerations.push_back(first.accelerations[position]);
+            }
           }
         }
       }
@@ -121,6 +127,18 @@ std::string differenceToWrittenOut(const Case& made, const host::Plan& plan) {
   host::rehearse(made.machine, plan, byRule);
   host::rehearse(all.machine, planned, byHand);
   return byRule.differenceTo(byHand);
+}
+
+/// Velocities for some of its points, and accelerations for some of those.
+void bend(host::CommandBatch& motion, Random& random) {
+  constexpr float none = std::numeric_limits<float>::quiet_NaN();
+  const std::uint32_t share = 50 + random.below(60), accelerated = random.below(150);
+  for (std::size_t i = 0; i < motion.values.size(); ++i) {
+    const bool moves = random.chance(share);
+    const bool known = moves && random.chance(accelerated);
+    motion.velocities.push_back(moves ? static_cast<float>(random.below(200)) / 50 - 2 : none);
+    motion.accelerations.push_back(known ? static_cast<float>(random.below(200)) / 50 - 2 : none);
+  }
 }
 
 Case randomCase(int seed) {
@@ -144,6 +162,9 @@ Case randomCase(int seed) {
     motion.fromMs = at - std::min(at, random.chance(30) ? random.below(500) : 0);
     if (made.batches.size() > 1 || motion.times.empty() || random.chance(50)) {
       motion.atMs = at;
+    }
+    if (random.chance(40)) {
+      bend(motion, random);
     }
   }
   return made;

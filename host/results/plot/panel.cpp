@@ -1,6 +1,7 @@
 #include "host/results/plot/panel.h"
 
 #include <fmt/format.h>
+#include <fnmatch.h>
 
 #include <algorithm>
 #include <cmath>
@@ -60,6 +61,19 @@ Dots commanded(const std::vector<RunLog::Dot>& points, const simulation::Actuato
   return dots;
 }
 
+/// Of each row and the one before, half-way between them.
+Dots velocities(const Dots& curve) {
+  Dots result;
+  for (std::size_t i = 1; i < curve.size(); ++i) {
+    const double seconds = curve[i].seconds - curve[i - 1].seconds;
+    if (seconds > 0.0) {
+      result.push_back(
+          {curve[i].seconds - seconds / 2.0, (curve[i].value - curve[i - 1].value) / seconds});
+    }
+  }
+  return result;
+}
+
 void coverRange(Panel& panel) {
   double least = HUGE_VAL;
   double most = -HUGE_VAL;
@@ -79,12 +93,12 @@ void coverRange(Panel& panel) {
 }
 
 /// Limits are drawn unless they would press the motion flat.
-void addLimits(const simulation::Actuator& actuator, Panel& panel) {
+void addLimits(double minimum, double maximum, Panel& panel) {
   const double span = panel.most - panel.least;
   const double lowest = panel.least - 0.75 * span;
   const double highest = panel.most + 0.75 * span;
   std::string offScale;
-  for (const double limit : {actuator.minimum, actuator.maximum}) {
+  for (const double limit : {minimum, maximum}) {
     if (limit >= lowest && limit <= highest) {
       panel.limits.push_back(limit);
       panel.least = std::min(panel.least, limit);
@@ -103,6 +117,7 @@ void leaveOutClouds(const RunLog::AxisLog& log, Panel& panel) {
     panel.title += fmt::format(" ({} points not drawn)", log.dots);
     panel.reached.clear();
     panel.cleared.clear();
+    panel.limited.clear();
   }
 }
 
@@ -129,33 +144,64 @@ void addHandOvers(const RunLog::AxisLog& log, const Plan& plan, Panel& panel) {
   }
 }
 
+std::string titleOf(const simulation::Actuator& actuator) {
+  constexpr std::size_t mostTitleColumns = 30;
+  return cutInMiddle(visible(actuator.name), mostTitleColumns);
+}
+
+void simplify(Panel& panel) {
+  constexpr double seen = 1.0 / 1000.0;
+  const double tolerance = seen * (panel.most - panel.least);
+  panel.command = simplified(panel.command, tolerance);
+  panel.measured = simplified(panel.measured, tolerance);
+}
+
 }  // namespace
 
-std::vector<Panel> panelsOf(const RunResult& result, const Plan& plan, const RunLog& log) {
+bool isChosen(const std::string& pattern, const std::string& name) {
+  return fnmatch(pattern.c_str(), name.c_str(), 0) == 0;
+}
+
+std::vector<Panel> panelsOf(const RunResult& result, const Plan& plan, const RunLog& log,
+                            const PictureOptions& options) {
   const std::int64_t approachMs = plan.schedule.approachMs;
-  const SampleHistory& history = result.history;
   std::vector<Panel> panels;
   for (const AxisResult& axis : result.axes) {
     const simulation::Actuator& actuator = axis.actuator;
+    if (!isChosen(options.joints, actuator.name)) {
+      continue;
+    }
     const RunLog::AxisLog& axisLog = log.of(axis.index);
-    Panel panel;
-    constexpr std::size_t mostTitleColumns = 30;
-    panel.title = cutInFront(visible(actuator.name), mostTitleColumns);
-    panel.command = recorded(history, axis.commandColumn);
+    Panel& panel = panels.emplace_back();
+    panel.title = titleOf(actuator);
+    panel.command = recorded(result.history, axis.commandColumn);
     if (axis.measuredColumn) {
-      panel.measured = recorded(history, *axis.measuredColumn);
+      panel.measured = recorded(result.history, *axis.measuredColumn);
     }
     panel.reached = commanded(axisLog.reached, actuator, approachMs);
     panel.cleared = commanded(axisLog.cleared, actuator, approachMs);
+    panel.limited = commanded(axisLog.limited, actuator, approachMs);
     coverRange(panel);
-    addLimits(actuator, panel);
+    addLimits(actuator.minimum, actuator.maximum, panel);
     leaveOutClouds(axisLog, panel);
     addHandOvers(axisLog, plan, panel);
-    constexpr double visible = 1.0 / 1000.0;
-    const double tolerance = visible * (panel.most - panel.least);
-    panel.command = simplified(panel.command, tolerance);
-    panel.measured = simplified(panel.measured, tolerance);
-    panels.push_back(std::move(panel));
+    simplify(panel);
+  }
+  return panels;
+}
+
+std::vector<Panel> velocityPanelsOf(const RunResult& result, const PictureOptions& options) {
+  std::vector<Panel> panels;
+  for (const AxisResult& axis : result.axes) {
+    if (options.velocities && isChosen(options.joints, axis.actuator.name)) {
+      Panel& panel = panels.emplace_back();
+      panel.title = titleOf(axis.actuator) + ", a second";
+      panel.command = velocities(recorded(result.history, axis.commandColumn));
+      coverRange(panel);
+      const double limit = double{axis.actuator.maximumVelocity};
+      addLimits(-limit, limit, panel);
+      simplify(panel);
+    }
   }
   return panels;
 }

@@ -4,6 +4,7 @@
 
 #include <algorithm>
 #include <cmath>
+#include <cstring>
 #include <utility>
 #include <vector>
 
@@ -18,6 +19,9 @@ constexpr const char* commandColour = "#0072b2";
 constexpr const char* measuredColour = "#e69f00";
 constexpr const char* limitColour = "#bbbbbb";
 constexpr const char* handOverColour = "#009e73";
+constexpr const char* limitedPoint = "points pt 9 ps 0.8 lc rgb '#d55e00'";
+constexpr const char* reachedPoint = "points pt 7 ps 0.45 lc rgb '#000000'";
+constexpr const char* clearedPoint = "points pt 6 ps 0.6 lc rgb '#000000'";
 
 /// In pixels.
 struct Geometry {
@@ -28,14 +32,17 @@ struct Geometry {
   std::size_t rows = 1;
   double panelHeight = 260.0;
 
-  explicit Geometry(std::size_t panels) {
+  /// Of each panel, one below the other.
+  std::size_t layers = 1;
+
+  Geometry(std::size_t panels, std::size_t layers_) : layers(layers_) {
     columns = panels <= 2 ? 1 : panels <= 8 ? 2 : panels <= 24 ? 3 : 4;
     rows = (panels + columns - 1) / columns;
     panelHeight = columns == 1 ? 280.0 : columns == 2 ? 220.0 : 172.0;
   }
 
   [[nodiscard]] double height() const {
-    return header + footer + static_cast<double>(rows) * panelHeight;
+    return header + footer + static_cast<double>(rows * layers) * panelHeight;
   }
   /// From the top left corner to gnuplot's fractions from the bottom left one.
   [[nodiscard]] static double x(double pixels) { return pixels / width; }
@@ -53,8 +60,11 @@ void replaceAll(std::string& text, const std::string& what, const std::string& b
 std::string quoted(const std::string& text) {
   std::string result = visible(text);
   replaceAll(result, "]]>", "]] >");
-  replaceAll(result, "'", "''");
-  return "'" + result + "'";
+  // What begins with a doubled quote it takes for an empty text.
+  const std::size_t quotes = std::min(result.find_first_not_of('\''), result.size());
+  std::string rest = result.substr(quotes);
+  replaceAll(rest, "'", "''");
+  return (quotes > 0 ? "\"" + result.substr(0, quotes) + "\"." : "") + "'" + rest + "'";
 }
 
 /// The distance of about so many marks: 1, 2 or 5 times a power of ten.
@@ -67,8 +77,11 @@ double markDistance(double span, double marks) {
 
 class Picture {
  public:
-  Picture(const std::vector<Panel>& panels, const std::string& title)
-      : panels_(panels), geometry_(panels.size()) {
+  Picture(const std::vector<Panel>& panels, const std::vector<Panel>& velocities,
+          const std::string& title)
+      : panels_(panels),
+        velocities_(velocities),
+        geometry_(panels.size(), velocities.empty() ? 1 : 2) {
     for (const Panel& panel : panels) {
       for (const auto* dots : {&panel.command, &panel.reached, &panel.cleared}) {
         if (!dots->empty()) {
@@ -87,7 +100,10 @@ class Picture {
 
   std::string draw() {
     for (std::size_t i = 0; i < panels_.size(); ++i) {
-      drawPanel(i);
+      drawPanel(panels_[i], i, 0);
+      if (!velocities_.empty()) {
+        drawPanel(velocities_[i], i, 1);
+      }
     }
     add("unset multiplot\n");
     return std::move(script_);
@@ -106,38 +122,58 @@ class Picture {
 
   /// The title, the legend and the name of the axis, in a plot of nothing.
   void drawHeader(const std::string& title) {
-    constexpr double legendY = 46.0;
     label(title, 20.0, 20.0, "font ',14'");
     label("seconds after the start of the motion", Geometry::width / 2.0, geometry_.height() - 12.0,
           "center font ',11'");
-    double x = 20.0;
-    const auto entry = [&](const char* text, const std::string& style, double room) {
-      add("set arrow from screen {:.5f},{:.5f} to screen {:.5f},{:.5f} nohead {}\n", Geometry::x(x),
-          geometry_.y(legendY), Geometry::x(x + 28.0), geometry_.y(legendY), style);
-      label(text, x + 36.0, legendY, "");
-      x += room;
-    };
-    entry("commanded", fmt::format("lw 1.6 lc rgb '{}'", commandColour), 130.0);
-    entry("measured", fmt::format("lw 3.5 lc rgb '{}'", measuredColour), 120.0);
-    entry("limit", fmt::format("lw 1.2 lc rgb '{}'", limitColour), 95.0);
-    entry("a batch is handed over, with its mode",
-          fmt::format("lw 1.2 dt 2 lc rgb '{}'", handOverColour), 300.0);
-    const auto dot = [&](const char* text, const char* style, double room) {
-      label("", x + 8.0, legendY, style);
-      label(text, x + 20.0, legendY, "");
-      x += room;
-    };
-    dot("point", "point pt 7 ps 0.45 lc rgb '#000000'", 75.0);
-    dot("point that a later batch cleared", "point pt 6 ps 0.6 lc rgb '#000000'", 0.0);
+    drawLegend();
     add("set margins at screen 0, screen 1, screen 0, screen 1\n");
     add("unset border\nunset tics\nplot [0:1] [0:1] NaN notitle\nunset label\nunset arrow\n");
     add("set border 3 lc rgb '#666666'\nset tics nomirror scale 0.5 font ',10'\n");
   }
 
-  void drawPanel(std::size_t index) {
-    const Panel& panel = panels_[index];
+  template <typename Entry>
+  [[nodiscard]] bool occurs(std::vector<Entry> Panel::*entries) const {
+    const auto has = [entries](const Panel& panel) { return !(panel.*entries).empty(); };
+    return std::any_of(panels_.begin(), panels_.end(), has) ||
+           std::any_of(velocities_.begin(), velocities_.end(), has);
+  }
+
+  /// Of what occurs.
+  void drawLegend() {
+    constexpr double legendY = 46.0;
+    double x = 20.0;
+    const auto line = [&](bool isThere, const char* text, const std::string& style, double room) {
+      if (isThere) {
+        add("set arrow from screen {:.5f},{:.5f} to screen {:.5f},{:.5f} nohead {}\n",
+            Geometry::x(x), geometry_.y(legendY), Geometry::x(x + 28.0), geometry_.y(legendY),
+            style);
+        label(text, x + 36.0, legendY, "");
+        x += room;
+      }
+    };
+    const auto dot = [&](bool isThere, const char* text, const char* style, double room) {
+      if (isThere) {
+        label(" ", x + 8.0, legendY,
+              fmt::format("point {}", style + std::strlen("points ")).c_str());
+        label(text, x + 20.0, legendY, "");
+        x += room;
+      }
+    };
+    line(occurs(&Panel::command), "commanded", fmt::format("lw 1.6 lc rgb '{}'", commandColour),
+         115.0);
+    line(occurs(&Panel::measured), "measured", fmt::format("lw 3.5 lc rgb '{}'", measuredColour),
+         110.0);
+    line(occurs(&Panel::limits), "limit", fmt::format("lw 1.2 lc rgb '{}'", limitColour), 85.0);
+    line(occurs(&Panel::handOvers), "a batch is handed over, with its mode",
+         fmt::format("lw 1.2 dt 2 lc rgb '{}'", handOverColour), 280.0);
+    dot(occurs(&Panel::reached), "point", reachedPoint, 65.0);
+    dot(occurs(&Panel::cleared), "point that a later batch cleared", clearedPoint, 220.0);
+    dot(occurs(&Panel::limited), "point that was moved into the limits", limitedPoint, 0.0);
+  }
+
+  void drawPanel(const Panel& panel, std::size_t index, std::size_t layer) {
     const std::size_t column = index % geometry_.columns;
-    const std::size_t row = index / geometry_.columns;
+    const std::size_t row = index / geometry_.columns * geometry_.layers + layer;
     const double panelWidth = Geometry::width / static_cast<double>(geometry_.columns);
     const double left = static_cast<double>(column) * panelWidth;
     const double top = Geometry::header + static_cast<double>(row) * geometry_.panelHeight;
@@ -188,12 +224,14 @@ class Picture {
     }
     curve("measured", panel.measured, fmt::format("lw 3.5 lc rgb '{}'", measuredColour));
     curve("command", panel.command, fmt::format("lw 1.6 lc rgb '{}'", commandColour));
-    curve("cleared", panel.cleared, "with points pt 6 ps 0.6 lc rgb '#000000'");
-    curve("reached", panel.reached, "with points pt 7 ps 0.45 lc rgb '#000000'");
+    curve("cleared", panel.cleared, fmt::format("with {}", clearedPoint));
+    curve("reached", panel.reached, fmt::format("with {}", reachedPoint));
+    curve("limited", panel.limited, fmt::format("with {}", limitedPoint));
     add("plot {}\n", plots);
   }
 
   const std::vector<Panel>& panels_;
+  const std::vector<Panel>& velocities_;
   const Geometry geometry_;
   double firstSecond_ = 0.0;
   double lastSecond_ = 0.0;
@@ -203,9 +241,10 @@ class Picture {
 }  // namespace
 
 std::string pictureScript(const RunResult& result, const Plan& plan, const RunLog& log,
-                          const std::string& title) {
-  const std::vector<Panel> panels = panelsOf(result, plan, log);
-  return Picture(panels, title).draw();
+                          const std::string& title, const PictureOptions& options) {
+  const std::vector<Panel> panels = panelsOf(result, plan, log, options);
+  const std::vector<Panel> velocities = velocityPanelsOf(result, options);
+  return Picture(panels, velocities, title).draw();
 }
 
 }  // namespace host

@@ -10,8 +10,12 @@
 
 namespace host {
 
-Plot::Plot(const std::string& path, std::string title, const Plan& plan)
-    : path_(path), file_(path), title_(std::move(title)), plan_(plan) {
+Plot::Plot(const std::string& path, std::string title, const Plan& plan, PictureOptions options)
+    : path_(path),
+      file_(path),
+      title_(std::move(title)),
+      plan_(plan),
+      options_(std::move(options)) {
   if (!hasGnuplot()) {
     throw UserError(path, {}, "cannot be drawn: gnuplot is not installed (package gnuplot-nox)");
   }
@@ -20,7 +24,7 @@ Plot::Plot(const std::string& path, std::string title, const Plan& plan)
 void Plot::draw(const RunResult& result, const RunLog& log) {
   std::string drawn;
   try {
-    drawn = drawnByGnuplot(pictureScript(result, plan_, log, title_));
+    drawn = drawnByGnuplot(pictureScript(result, plan_, log, title_, options_));
   } catch (const std::exception& error) {
     throw std::runtime_error(path_ + ": " + error.what());
   }
