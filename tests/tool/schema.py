@@ -64,7 +64,7 @@ with tempfile.TemporaryDirectory(prefix="torvex-test-") as folder:
         file.write("joint_names: [a, x, y]\n")
     with open("noted.yaml", "w", encoding="utf-8") as file:
         file.write("joint_names: [a]\n"
-                   "points: [{positions: [0], velocities: [1], time_from_start: 1}]\n")
+                   "points: [{positions: [0], efforts: [1], time_from_start: 1}]\n")
     noted = subprocess.check_output([tool, "check", "machine.yaml", "noted.yaml"], text=True)
     example = outcome("run", *(f"{humanoid}/{name}.yaml" for name in ("humanoid", "wave", "greeting")),
                       "--clock", "simulated", "--pool", pool, "--trace", "t.csv")
@@ -80,7 +80,7 @@ assert {finding["line"] for finding in limited["warnings"]} >= {2}, limited["war
 assert checked["counts"] == {"batches": 3, "points": 2, "actuators": 2, "warnings": 1, "errors": 0}
 assert [error["column"] for error in refused["errors"]] == [1, 18, 21], refused
 assert refused["machine"] == "machine" and refused["counts"]["batches"] is None, refused
-assert noted == ("note     noted.yaml: velocities are ignored; positions and times are used\n"
+assert noted == ("note     noted.yaml: efforts are ignored\n"
                  "machine: 1 batch for 1 actuator: 0 findings\n"), noted
 assert nothing["machine"] is None and nothing["errors"][0]["file"] == "none.yaml", nothing
 missing = [(command, document, *poor)
