@@ -49,7 +49,7 @@ std::string AttrFullName::getZRMemoryNameForPreference(hal::Preference* preferen
   if (name == nullptr || std::strcmp(name, "Value") != 0) {
     return {};
   }
-  const char* unmarked = preference->name.get() + 1;
+  const char* unmarked = hal::withoutMark(preference->name.get());
   if (manager->foundAttributeContainerWithNames(unmarked) != nullptr) {
     return {};
   }

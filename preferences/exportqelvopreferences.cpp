@@ -27,10 +27,6 @@ constexpr int valueElement = 2;
 constexpr int keyElement = 3;
 constexpr int elementCount = 4;
 
-const char* withoutMark(const char* text) {
-  return *text == '\0' ? text : text + 1;
-}
-
 void fill(ZR::ZRValue& value, const hal::Preference& preference) {
   const std::uint8_t typeCode = preference.typeCode;
   if (typeCode >= firstIntegerTypeCode && typeCode <= lastIntegerTypeCode) {
@@ -40,7 +36,7 @@ void fill(ZR::ZRValue& value, const hal::Preference& preference) {
   } else if (typeCode == textTypeCode) {
     value = ZR::ZRValue(std::string(preference.value.asText.get()));
   } else if (typeCode == markedTextTypeCode) {
-    value = ZR::ZRValue(std::string(withoutMark(preference.value.asText.get())));
+    value = ZR::ZRValue(std::string(hal::withoutMark(preference.value.asText.get())));
   }
 }
 
@@ -64,7 +60,7 @@ void ExportQelvoPreferences::createZRValueFromPreference(const char* containerNa
     }
     ZR::ZRValue value;
     fill(value, preference);
-    xAddAKey(withoutMark(preference.name.get()), value, tree);
+    xAddAKey(hal::withoutMark(preference.name.get()), value, tree);
   }
 }
 

@@ -60,10 +60,12 @@ TimedCommand::TimedCommand() : currentValue(std::numeric_limits<float>::quiet_Na
 
 void TimedCommand::preAllocate() {
   const ZR::ZRCriticalSectionWrite section(mutex);
+  CommandList emptied;  // so that the timeline is empty, too, when memory runs out
+  emptied.swap(commandList);
   for (int i = 0; i < PREALLOCATED_NODES; ++i) {
-    commandList.emplace_front();
+    emptied.emplace_front();
   }
-  releaseBefore(commandList, commandList.end());
+  releaseBefore(emptied, emptied.end());
 }
 
 void TimedCommand::testIfInterpolationPossible() {

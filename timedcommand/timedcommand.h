@@ -45,7 +45,8 @@ class TORVEX_EXPORT TimedCommand {
     hal::AttrGeneric value;
     std::uint32_t time;
     /// Never applied: dropped when it reaches the head. As the first item of
-    /// a pushed list it makes the mode `MERGE`.
+    /// a list, in the caller's order, that is pushed into a timeline which is not
+    /// empty, it makes the mode `MERGE`.
     bool ignore;
 
     /// Leaves `time` and `ignore` open: set both before use. An item with an
@@ -89,8 +90,9 @@ class TORVEX_EXPORT TimedCommand {
   ~TimedCommand() = default;
 
   /// Grows the node pool by a few nodes and leaves the timeline empty: queued
-  /// commands are discarded. Set-up; takes the lock. May throw `std::bad_alloc`;
-  /// the timeline then holds open items and must not be copied.
+  /// commands are discarded. Set-up; takes the lock and lets through what it
+  /// throws, with nothing changed. May throw `std::bad_alloc`; the timeline is
+  /// empty then, too.
   void preAllocate();
 
   /// Chooses the law: linear for float attributes, unless a bound sub-device

@@ -23,12 +23,11 @@ class TORVEX_EXPORT TimedCommandManager {
   /// With `startIndex` 0 everything is built anew and queued commands are
   /// dropped. Otherwise `startIndex` is the first attribute index whose handle
   /// is read again, at most the table's present size (this is not tested): the
-  /// table is resized to the pool's attribute count and the timelines below
-  /// keep their commands, except that every actuator "Value" timeline that is
-  /// found is emptied.
-  ///
-  /// Timelines that are kept also keep their lock and their marks; with a
-  /// `startIndex` above the old size, those in between have no attribute.
+  /// table is resized to the pool's attribute count. Timelines that stay within
+  /// it keep their commands, their lock and their marks, at and above `startIndex`
+  /// as well as below; only the actuator "Value" timelines that are found, above
+  /// and below, are emptied. With a `startIndex` above the old size, the timelines
+  /// in between have no attribute.
   ///
   /// Set-up, one thread. Lets through what the platform throws, and
   /// `std::bad_alloc`: a failure before the table is sized leaves it as it was;

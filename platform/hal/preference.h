@@ -10,8 +10,8 @@ struct AttributeContainer;
 /// A setting of the machine that outlives its power supply. Lies in the device
 /// pool.
 struct Preference {
-  /// NUL-terminated, never null or empty: the first character is a mark that is
-  /// part of no key.
+  /// NUL-terminated, never null. The first character is a mark that is part of no
+  /// key; an empty name has none.
   boost::interprocess::offset_ptr<char> name;
   /// The device or sub-device that it belongs to; never null while in use.
   boost::interprocess::offset_ptr<AttributeContainer> owner;
@@ -30,5 +30,10 @@ struct Preference {
   /// 0: an empty slot of the table.
   std::uint8_t inUse = 0;
 };
+
+/// A stored name or text less its mark; the empty text has none.
+inline const char* withoutMark(const char* text) {
+  return *text == '\0' ? text : text + 1;
+}
 
 }  // namespace hal

@@ -16,14 +16,6 @@
 #include "host/engine/torvex.h"
 #include "tests/host/prepared.h"
 
-// The C library's own, NOLINTBEGIN(bugprone-reserved-identifier)
-extern "C" void* __libc_malloc(std::size_t size);
-extern "C" void* __libc_calloc(std::size_t count, std::size_t size);
-extern "C" void* __libc_realloc(void* block, std::size_t size);
-extern "C" void* __libc_memalign(std::size_t alignment, std::size_t size);
-extern "C" void __libc_free(void* block);
-// NOLINTEND(bugprone-reserved-identifier)
-
 namespace {
 
 thread_local bool counting = false;
@@ -39,34 +31,25 @@ void count() {
 
 #define TORVEX_IN_PLACE extern "C" __attribute__((visibility("default")))
 
-TORVEX_IN_PLACE void* malloc(std::size_t size) {
-  count();
-  return __libc_malloc(size);
-}
+// A function of the heap, which counts and calls the C library's own.
+#define TORVEX_COUNTED(result, name, own, parameters, arguments) \
+  extern "C" result own parameters;                              \
+  TORVEX_IN_PLACE result name parameters {                       \
+    count();                                                     \
+    return own arguments;                                        \
+  }
 
-TORVEX_IN_PLACE void* calloc(std::size_t number, std::size_t size) {
-  count();
-  return __libc_calloc(number, size);
-}
-
-TORVEX_IN_PLACE void* realloc(void* block, std::size_t size) {
-  count();
-  return __libc_realloc(block, size);
-}
-
-TORVEX_IN_PLACE void* aligned_alloc(std::size_t alignment, std::size_t size) {
-  count();
-  return __libc_memalign(alignment, size);
-}
+// NOLINTBEGIN(bugprone-reserved-identifier)
+TORVEX_COUNTED(void*, malloc, __libc_malloc, (std::size_t size), (size))
+TORVEX_COUNTED(void*, calloc, __libc_calloc, (std::size_t n, std::size_t size), (n, size))
+TORVEX_COUNTED(void*, realloc, __libc_realloc, (void* block, std::size_t size), (block, size))
+TORVEX_COUNTED(void*, aligned_alloc, __libc_memalign, (std::size_t n, std::size_t size), (n, size))
+TORVEX_COUNTED(void, free, __libc_free, (void* block), (block))
+// NOLINTEND(bugprone-reserved-identifier)
 
 TORVEX_IN_PLACE int posix_memalign(void** block, std::size_t alignment, std::size_t size) {
   *block = aligned_alloc(alignment, size);
   return *block == nullptr ? ENOMEM : 0;
-}
-
-TORVEX_IN_PLACE void free(void* block) {
-  count();
-  __libc_free(block);
 }
 
 TORVEX_IN_PLACE int clock_nanosleep(clockid_t clock, int flags, const timespec* time,

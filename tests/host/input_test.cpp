@@ -33,6 +33,10 @@ const std::string fewJoints = robotText(
     joint("z", "revolute", "<limit lower='-1' upper='1' velocity='0'/>") +
     joint("t", "revolute", "<mimic joint='a'/>"));
 
+std::string good(const std::string& name) {
+  return contentsOf(GOOD_INPUT "/" + name);
+}
+
 /// The text so many times; a "#" in it is the number of the time, from 0.
 std::string repeated(const std::string& text, int times) {
   const std::size_t mark = std::min(text.find('#'), text.size());
@@ -130,21 +134,8 @@ TEST(MachineModel, AddsToAUrdf) {
                         robotText(joint("a", "revolute", limit) + joint("b", "prismatic", "") +
                                   joint("z", "revolute", "<limit lower='3' upper='1'/>") +
                                   joint("t", "revolute", "<mimic joint='a'/>")));
-  const host::MachineModel machine = host::readMachineFile(temporary.write("m.yaml", R"(
-urdf: few.urdf
-time_constant: 0.5
-joints:
-- {name: a, value: -0.5}
-- {name: t, time_constant: 0.25}
-- {name: b, minimum: 1, maximum: 2, maximum_velocity: 3}
-- {name: z, minimum: 0.7, maximum_velocity: 1}
-devices: [{name: D, attributes: [{name: N, type: 6, value: -3}, {name: T, type: 9, value: ":x"}]}]
-actuators:
-- {name: l, type: 2, value: 3, minimum: 0, maximum: 9}
-- {name: s, law: step}
-- {name: u, interpolation: step}
-sensors: [{name: q, actuator: l, multiplier: 2, offset: -1}]
-)"));
+  const host::MachineModel machine =
+      host::readMachineFile(temporary.write("m.yaml", good("machine.yaml")));
   const auto& description = machine.description;
   EXPECT_EQ(machine.name, "r") << "the URDF's own";
   EXPECT_EQ(std::get<float>(description.actuators[0].value), -0.5F);
@@ -174,19 +165,7 @@ std::vector<host::CommandBatch> readBatches(const Temporary& temporary, const st
 
 TEST(JointTrajectory, ReadsBothSpellingsOfTimeAndNumbers) {
   const Temporary temporary;
-  const host::CommandBatch motion = readBatches(temporary, R"(header:
-  stamp: {secs: 1700000000, nsecs: 5}
-joint_names: ["b", a]
-points:
-- {positions: [0.1, -2], time_from_start: {sec: 0}}
-- positions: [+1e-3, .5]
-  velocities: [1, 1]
-  accelerations: []
-  time_from_start: {secs: 1, nsecs: 499999}
-- {positions: [3., 4], time_from_start: 1.0015, effort: [2, 2]}
----
-)")
-                                        .front();
+  const host::CommandBatch motion = readBatches(temporary, good("trajectory.yaml")).front();
   EXPECT_EQ(motion.actuators, (std::vector<int>{1, 0}));
   EXPECT_EQ(motion.times, (std::vector<std::uint32_t>{0, 1000, 1002}));
   std::vector<float> values;
@@ -199,13 +178,7 @@ points:
 
 TEST(Lists, ReadMomentsModesAndKeys) {
   const Temporary temporary;
-  const auto batches = readBatches(temporary, R"(lists:
-- {at: 2, mode: clear_after, key: Device/SubDeviceList/l/Value, items: [{time: 0.5, value: -7}]}
-- {at: 2, from: 1.5, mode: clear_before, trajectory: {joint_names: [l, b], points: [
-    {positions: [1, 0.5], time_from_start: 0.46}, {positions: [2, 1], time_from_start: 9}]}}
-- {at: 3, mode: replace, key: b/Value, items: []}
-- {at: 4, key: l/Value, items: [{time: 0, value: 1}, {time: 1.001, value: 1}], speed: 2, repeat: 3}
-)");
+  const auto batches = readBatches(temporary, good("batches.yaml"));
   ASSERT_EQ(batches.size(), 4U);
   EXPECT_EQ(batches[3].mode, TimedCommand::MERGE);
   EXPECT_EQ(batches[3].times, (std::vector<std::uint32_t>{0, 501}));
@@ -320,13 +293,7 @@ TEST(Input, RefusesShortFilesThatAskForMuch) {
 
 TEST(Check, SaysWhatIsLateOrBeyondTheLimits) {
   const Temporary temporary;
-  const auto batches = readBatches(temporary, R"(lists:
-- {at: 1, mode: merge, key: a/Value, items: [{time: 1, value: 2}, {time: 2, value: -1.5}]}
-- {at: 2.5, mode: clear_after, key: a/Value, items: [{time: 0.25, value: 1.25}]}
-- {at: 1, mode: merge, key: l/Value, items: [{time: 1, value: 99}, {time: 1.01, value: 0}]}
-- {at: 2, from: 1.5, mode: clear_before, trajectory: {joint_names: [l, b], points: [
-    {positions: [1, 0.5], time_from_start: 0.46}, {positions: [2, 1], time_from_start: 9}]}}
-)");
+  const auto batches = readBatches(temporary, good("late.yaml"));
   const auto machine = host::readMachineFile(temporary.path("r.yaml"));
   const host::Plan plan = host::planRun(machine, batches, {});
   host::Findings findings(machine, plan);

@@ -17,33 +17,10 @@
 
 namespace {
 
-TEST(Gate, ExcludesAndInheritsPriorities) {
+// Hangs when the waiter does not come through.
+TEST(Gate, InheritsPrioritiesAndLetsAWaiterThroughWhereItBreathes) {
   host::Gate gate;
   EXPECT_EQ(latestProtocol, PTHREAD_PRIO_INHERIT);
-  constexpr int threads = 4, rounds = 20'000;
-  int plain = 0;
-  std::vector<std::thread> all;
-  for (int i = 0; i < threads; ++i) {
-    all.emplace_back([&gate, &plain, breathes = i % 2 == 0] {
-      for (int round = 0; round < rounds; ++round) {
-        host::GateHold hold(gate);
-        plain = plain + 1;
-        if (breathes) {
-          hold.breathe();
-          plain = plain + 1;
-        }
-      }
-    });
-  }
-  for (std::thread& thread : all) {
-    thread.join();
-  }
-  EXPECT_EQ(plain, threads / 2 * rounds * 3);
-}
-
-// Hangs when the waiter does not come through.
-TEST(Gate, LetsAWaiterThroughWhereItBreathes) {
-  host::Gate gate;
   std::atomic<bool> through{false};
   std::thread waiter;
   {
@@ -131,14 +108,10 @@ Addresses ownNodes(host::NodeReserve& reserve, std::size_t axis) {
   return addresses;
 }
 
-std::size_t poolNodes() {
-  return poolBytes / sizeof(boost::CommandNodeLayout);
-}
-
 /// How many nodes the pool gives without growing.
 std::size_t freeNodes() {
   CommandList nodes;
-  for (const std::size_t before = poolNodes(); poolNodes() == before;) {
+  for (const std::size_t before = poolNodes; poolNodes == before;) {
     nodes.emplace_back(hal::AttrGeneric(), 0U);
   }
   return nodes.size() - 1;
@@ -150,9 +123,9 @@ TEST(NodeReserve, KeepsThePoolAsItIs) {
   std::size_t filled = 0;
   {
     host::NodeReserve reserve;
-    const std::size_t before = poolNodes();
+    const std::size_t before = poolNodes;
     reserve.fill(sizes);
-    filled = poolNodes() - before;
+    filled = poolNodes - before;
     EXPECT_GE(filled, 330U + host::NodeReserve::commonNodes);
     for (std::size_t axis = 0; axis < sizes.size(); ++axis) {
       ranges.push_back(ownNodes(reserve, axis));
@@ -175,7 +148,7 @@ TEST(NodeReserve, KeepsThePoolAsItIs) {
         reserve.takeBack(std::min<std::size_t>(released, 64));
       }
     }
-    EXPECT_EQ(poolNodes() - before, filled) << "the pool has grown";
+    EXPECT_EQ(poolNodes - before, filled) << "the pool has grown";
     for (TimedCommand& timeline : timelines) {
       const std::size_t released = timeline.commandList.size();
       timeline.commandList.clear();
@@ -299,13 +272,13 @@ TEST(Engine, LeavesNothingBehindWhenItCannotStart) {
   options.poolName = temporary.pool();
   long failures = 0;
   for (bool started = false; !started; ++failures) {
-    allocationsToFailure = failures + 1;
+    placesToFailure = failures + 1;
     try {
       const host::Engine engine(machine, options, some);
-      started = allocationsToFailure.exchange(0) > 0;
+      started = placesToFailure.exchange(0) > 0;
       EXPECT_FALSE(isRegistryEmpty());
     } catch (const std::exception&) {
-      allocationsToFailure = 0;
+      placesToFailure = 0;
     }
     ASSERT_TRUE(isRegistryEmpty()) << "allocation " << failures;
     ASSERT_FALSE(temporary.poolExists()) << "allocation " << failures;

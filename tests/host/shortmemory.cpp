@@ -16,7 +16,7 @@ int main(int argc, char** argv) {
   }
   alarm(60);
   allFollow = std::string_view(argv[2]) == "on";
-  allocationsToFailure = std::atol(argv[1]);
+  placesToFailure = std::atol(argv[1]);
   const int status = host::runCommandLine(argc - 2, argv + 2);
   _exit(hasFailed ? 100 + status : status);
 }

@@ -84,9 +84,11 @@ ZRCriticalSectionWrite::ZRCriticalSectionWrite(boost::shared_ptr<ZRMutexRW> mute
     : mutex_(std::move(mutex)) {
   FakePlatform::used->record(FakePlatform::used->locksHeld == 0 ? "lock" : "lock-inside-another");
   ++FakePlatform::used->locksHeld;
+  FakePlatform::used->locked();
 }
 
 ZRCriticalSectionWrite::~ZRCriticalSectionWrite() {
+  FakePlatform::used->unlocked();
   FakePlatform::used->note("unlock");
   --FakePlatform::used->locksHeld;
 }
@@ -173,7 +175,8 @@ bool SubDeviceAccessor::isInterpolationPossible() const {
 
 float SubDeviceAccessor::getValueFloat() const {
   FakePlatform::used->record("read");
-  return fake(container_).command;
+  FakeContainer& read = fake(container_);
+  return std::exchange(read.command, read.command + read.drift);
 }
 
 float SubDeviceAccessor::limitMinMaxFloat(float value) const {

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <functional>
 #include <list>
 #include <map>
 #include <string>
@@ -19,6 +20,8 @@ struct FakeContainer : hal::SubDevice {
   bool actuator = false, interpolation = true;
   /// The command register, and the largest magnitude that it takes.
   float command = 0, limit = 1e30F;
+  /// What each reading of the register adds to it.
+  float drift = 0;
 };
 
 /// The platform of the process while it lives. Writes down, in order, what the
@@ -44,6 +47,8 @@ struct FakePlatform {
   /// Says of every operation whether it is to throw.
   bool (*fails)() = nullptr;
   int locksHeld = 0;
+  /// Called as soon as a lock is held, and when it is given up.
+  std::function<void()> locked = [] {}, unlocked = [] {};
   hal::DevicePool pool;
   std::map<int, hal::DeviceAttrGeneric> attributes;
   std::map<int, FakeContainer*> owners;

@@ -5,7 +5,6 @@
 #include <gtest/gtest.h>
 
 #include <cstdio>
-#include <cstdlib>
 #include <new>
 
 #include "attrfullname/attrfullname.h"
@@ -13,71 +12,8 @@
 #include "preferences/exportqelvopreferences.h"
 #include "registry/attrfullnamemanager.h"
 #include "registry/brokermanager.h"
+#include "tests/support/failingheap.h"
 #include "timedcommandmanager/timedcommandmanager.h"
-
-namespace {
-
-/// The places passed. From `firstFailure` on all fail, or the first alone, unless it is 0.
-long places = 0, firstFailure = 0, liveBlocks = 0;
-bool failed = false, allFollow = true;
-std::size_t poolNodes = 0;
-
-bool failsHere() {
-  ++places;
-  const bool fails = firstFailure > 0 && places >= firstFailure && (allFollow || !failed);
-  failed = failed || fails;
-  return fails;
-}
-
-[[gnu::noinline]] void* take(std::size_t size, [[maybe_unused]] bool isAskedAgain) noexcept {
-#ifdef BOOST_POOL_VALGRIND  // whose pool loses nodes itself
-  ++places;
-#else
-  if ((allFollow || !isAskedAgain) && failsHere()) {
-    return nullptr;
-  }
-#endif
-  ++liveBlocks;
-  return std::malloc(size);
-}
-
-[[gnu::noinline]] void release(void* block) noexcept {
-  liveBlocks -= block == nullptr ? 0 : 1;
-  std::free(block);
-}
-
-}  // namespace
-
-// The program's own heap functions serve the library too.
-void* operator new(std::size_t size) {
-  void* const block = take(size, false);
-  return block == nullptr ? throw std::bad_alloc() : block;
-}
-
-// The source of the node pool, which asks for less when it is refused.
-void* operator new[](std::size_t size, const std::nothrow_t& /*tag*/) noexcept {
-  void* const block = take(size, true);
-  poolNodes += block == nullptr ? 0 : size / sizeof(boost::CommandNodeLayout);
-  return block;
-}
-
-void operator delete(void* block) noexcept {
-  release(block);
-}
-
-void operator delete(void* block, std::size_t /*size*/) noexcept {
-  release(block);
-}
-
-// The array form of new that throws is not used.
-// NOLINTNEXTLINE(misc-new-delete-overloads)
-void operator delete[](void* block) noexcept {
-  release(block);
-}
-
-void operator delete[](void* block, std::size_t /*size*/) noexcept {
-  release(block);
-}
 
 namespace {
 
@@ -122,15 +58,18 @@ struct Rig {
     for (const char* key : {"Arm/Value", "Arm/Offset", "Leg/Value", "Late/Value"}) {
       text += " " + std::to_string(names.getAttributeIndexWithName(key));
     }
+    for (const TimedCommand::commandItem& item : list) {
+      text += " given " + std::to_string(item.time);
+    }
     return text + callWith(" leg", platform.attributes[leg].value.asFloat) + " " +
-           std::to_string(list.size()) + " " + std::to_string(platform.written.getSize());
+           std::to_string(platform.written.getSize());
   }
 
   FakePlatform platform;
   TimedCommandManager manager;
   AttrFullName names;
-  /// A caller's.
-  CommandList list = {{hal::AttrGeneric(7), 7}, {hal::AttrGeneric(8), 8}};
+  /// A caller's, not in order.
+  CommandList list = {{hal::AttrGeneric(8), 8}, {hal::AttrGeneric(7), 7}};
 };
 
 struct Operation {
@@ -166,11 +105,24 @@ void expectWhatWasNotWritten(Rig& rig, const std::string& /*before*/) {
   EXPECT_EQ(rig.manager.commandTable[leg].commandList.front().time, wroteOne ? 9U : 5U);
 }
 
+/// Only where the lock was not to be had the commands are still there.
+void expectEmptied(Rig& rig, const std::string& before) {
+  const std::string& calls = rig.platform.calls;
+  if (calls.compare(calls.size() - 6, 6, "unlock") == 0) {
+    EXPECT_TRUE(rig.manager.commandTable[armOffset].commandList.empty());
+  } else {
+    expectUnchanged(rig, before);
+  }
+}
+
 const Operation operations[] = {
     {"full build", [](Rig& rig) { rig.manager.initTimedCommand(0); },
      [](Rig& rig, const std::string& before) { expectTable(rig, before, 0); }},
     {"partial build", [](Rig& rig) { rig.manager.initTimedCommand(late); },
      [](Rig& rig, const std::string& before) { expectTable(rig, before, 3); }},
+    {"warming", [](Rig& rig) { rig.manager.commandTable[armOffset].preAllocate(); }, expectEmptied},
+    {"taking", [](Rig& rig) { (void)rig.manager.commandTable[leg].popNexCommand(); },
+     expectUnchanged},
     {"names anew", [](Rig& rig) { rig.names.initNameList(0); }, expectFirstNames},
     {"more names", [](Rig& rig) { rig.names.initNameList(late); }, expectUnchanged},
     {"copy", [](Rig& rig) { rig.list = TimedCommand(rig.manager.commandTable[leg]).commandList; },
@@ -186,8 +138,8 @@ const Operation operations[] = {
 /// Runs the operation, in which everything fails from the nth place on. Whether there is
 /// such a place, and so an exception.
 bool throws(Rig& rig, const Operation& operation, long n) {
-  failed = false;
-  firstFailure = places + n;
+  hasFailed = false;
+  placesToFailure = n;
   bool thrown = true;
   try {
     operation.run(rig);
@@ -195,8 +147,8 @@ bool throws(Rig& rig, const Operation& operation, long n) {
   } catch (const FakeFailure&) {
   } catch (const std::bad_alloc&) {
   }
-  firstFailure = 0;
-  EXPECT_EQ(thrown, failed) << "a fault is the caller's to know";
+  placesToFailure = 0;
+  EXPECT_EQ(thrown, hasFailed) << "a fault is the caller's to know";
   return thrown;
 }
 
@@ -239,6 +191,9 @@ std::string stateAfter(const Operation& operation) {
 }
 
 TEST(Faults, LeaveNoTrace) {
+#ifdef BOOST_POOL_VALGRIND  // whose pool loses nodes itself
+  heapFails = false;
+#endif
   setBrokerManager(boost::shared_ptr<FakeBroker>(new FakeBroker));
   int count = 0;
   for (const Operation& operation : operations) {
@@ -260,11 +215,13 @@ TEST(NodePool, DoesNotGrowWithTheNumberOfCommands) {
   boost::CommandNodePool::purge_memory();
   FakePlatform platform;
   TimedCommand timeline;
-  timeline.preAllocate();
-#ifndef BOOST_POOL_VALGRIND  // under which nothing is pooled
-  const long allocations = places;
-  const CommandList few(16, {hal::AttrGeneric(1), 0});
-  EXPECT_EQ(places, allocations) << "the pool was empty before";
+#ifndef BOOST_POOL_VALGRIND                       // under which nothing is pooled
+  for (const std::size_t nodesLeft : {16, 15}) {  // of 32, the first block
+    const CommandList others(32 - nodesLeft, {hal::AttrGeneric(1), 0});
+    poolNodes = 0;
+    timeline.preAllocate();
+    EXPECT_EQ(poolNodes > 0, nodesLeft < 16) << nodesLeft;
+  }
 #endif
   timeline.deviceAttr = &platform.attributes[0];
   timeline.commandList.emplace_back(hal::AttrGeneric(), 0x3FFFFFFF);  // to be merged before
@@ -273,12 +230,12 @@ TEST(NodePool, DoesNotGrowWithTheNumberOfCommands) {
     platform.calls.clear();
     CommandList commands(500, {hal::AttrGeneric(1), time});
     const TimedCommand::commandItem* const last = &commands.back();  // equal stamps reverse
-    const long before = places;
+    const long before = allocations;
     timeline.pushTimedCommand(commands, TimedCommand::CLEAR_BEFORE);
     ASSERT_EQ(timeline.getNextCommand(), last) << "copied";
     timeline.run(time + time % 1000, time);
-    allocationsInside += time < 5000 ? 0 : places - before;
-    blocksAfterWarmUp = time < 5000 ? liveBlocks : blocksAfterWarmUp;
+    allocationsInside += time < 5000 ? 0 : allocations - before;
+    blocksAfterWarmUp = time < 5000 ? liveBlocks.load() : blocksAfterWarmUp;
   }
   EXPECT_EQ(liveBlocks, blocksAfterWarmUp);
   EXPECT_EQ(allocationsInside, 0);

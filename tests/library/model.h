@@ -4,10 +4,12 @@
 #include <cmath>
 #include <cstdint>
 #include <cstdlib>
+#include <functional>
 #include <iterator>
 #include <list>
 #include <map>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "fakeplatform.h"
@@ -56,12 +58,15 @@ class Machine {
   std::vector<std::size_t> driven;
   /// The calls on the platform, as the fake one writes them down.
   std::string calls;
+  /// Called as soon as a timeline is locked.
+  std::function<void(Timeline&)> locked = [](Timeline&) {};
   int locks = 0;
 
   void push(Timeline& timeline, Items& commands, int mode) {
     Items& queued = timeline.commandList;
-    call("lock unlock");
     mode = !queued.empty() && !commands.empty() && commands.front().ignore ? 1 : mode;
+    call("lock unlock");
+    locked(timeline);
     const auto comesFirst = [](const Item& x, const Item& y) {
       return distance(x.time, y.time) <= 0;
     };
@@ -85,12 +90,11 @@ class Machine {
       return;
     }
     call("lock");
+    locked(timeline);
     if (timeline.interpolationPossible != 0) {
-      const float actual = registers[timeline.container];
-      const bool agrees = actual <= timeline.currentValue && actual >= timeline.currentValue;
-      call(agrees ? "read" : "read read");
-      if (!agrees) {
-        start(timeline, actual, time);
+      const float actual = read(timeline);
+      if (!(actual <= timeline.currentValue && actual >= timeline.currentValue)) {
+        start(timeline, read(timeline), time);
       }
       linearLaw(timeline, time, previous);
       output(timeline);
@@ -138,6 +142,12 @@ class Machine {
 
  private:
   void call(const std::string& text) { calls += (calls.empty() ? "" : " ") + text; }
+
+  float read(Timeline& timeline) {
+    call("read");
+    float& value = registers[timeline.container];
+    return std::exchange(value, value + timeline.container->drift);
+  }
 
   void stepLaw(Timeline& timeline, std::uint32_t time) {
     for (int overdue = 1; overdue > 0 && !timeline.commandList.empty();) {

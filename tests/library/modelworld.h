@@ -14,12 +14,13 @@
 namespace model {
 
 /// Timelines by number: the copies beside the table, then those of the table.
-constexpr std::size_t copyCount = 3, attributeCount = 8, slotCount = copyCount + attributeCount;
+constexpr std::size_t copyCount = 3, attributeCount = 10, slotCount = copyCount + attributeCount;
 // In the order of the indexes, which is not that of the walk.
 constexpr const char* containerNames[] = {"Leg", "Arm", "Rack", "Paw"};
 // Of equal names the highest index has the key; some have no name.
 constexpr const char* keys[attributeCount] = {"Leg/Value", "Leg/Value2", nullptr,      "Arm/Value",
-                                              nullptr,     "Rack/value", "Rack/Value", "Paw/Value"};
+                                              nullptr,     "Rack/value", "Rack/Value", "Paw/Value",
+                                              "Paw/Val",   "Paw/xValue"};
 
 template <class List>
 bool same(const List& list, const Items& items) {
@@ -62,7 +63,7 @@ class World {
     platform_.add("Leg", {"Value", "Value2"});
     platform_.add("Arm", {"Value", "Value"}).limit = 2;
     platform_.add("Rack", {nullptr, "value", "Value"});
-    platform_.add("Paw", {"Value"});
+    platform_.add("Paw", {"Value", "Val", "xValue"});
     for (auto& [index, attribute] : platform_.attributes) {
       attribute.flags = index % 2 == 0 ? 0x40 : 0xBF;
     }
@@ -73,50 +74,111 @@ class World {
     names_.initNameList(0);
     setAttrFullNameManager(&names_);
     build();
+    watchTheLock();
   }
 
-  /// Does an operation on both sides. The result is empty, or says what was done so
-  /// far and what differs now.
+  /// Does an operation on both sides. The result is empty, or says what differs now.
   std::string step() {
-    // The first three are the frequent ones.
+    // The first three are the frequent ones. The first five change nothing but under the lock.
     static constexpr std::pair<const char*, void (World::*)()> operations[] = {
         {"push", &World::push},
         {"cycle", &World::cycle},
         {"cycle of one", &World::cycleOne},
         {"push itself", &World::pushItself},
-        {"move", &World::move},
         {"pop", &World::pop},
+        {"move", &World::move},
         {"copy", &World::copy},
         {"bind", &World::bind},
         {"build", &World::build}};
-    const auto& [name, run] = operations[pick_(pick_(3) == 0 ? 9 : 3)];
+    const auto& operation = operations[pick_(pick_(3) == 0 ? 9 : 3)];
     platform_.take();
     machine_.calls.clear();
-    done_ += name;
-    (this->*run)();
-    done_ += "\n";
+    isGuarded_ = &operation - operations < 5;
+    seen_ = guarded();
+    (this->*operation.second)();
+    expect(!isGuarded_ || seen_ == guarded(), "what the lock guarded when it was given up");
+    isGuarded_ = false;
+    waiting_ = 0;
+    given_.clear();
     compare();
-    return difference_.empty() ? "" : done_ + "after which\n" + difference_;
+    return difference_.empty() ? "" : operation.first + (": " + difference_);
   }
 
  private:
+  /// A node with what it holds, or no node and what else a timeline knows.
+  using Guarded = std::vector<std::pair<const Item*, std::uint64_t>>;
+
+  /// All that the lock guards, in order.
+  Guarded guarded() {
+    Guarded all;
+    const auto add = [&all](const CommandList& items) {
+      for (const Item& item : items) {
+        all.emplace_back(&item, item.value.asTextOffset ^ item.time * 2ULL ^ (item.ignore ? 1 : 0));
+      }
+    };
+    for (std::size_t slot = 0; slot < slotsNow(); ++slot) {
+      add(real(slot).commandList);
+      all.emplace_back(nullptr, std::hash<std::string>()(stateOf(real(slot))));
+    }
+    add(given_);
+    return all;
+  }
+
+  /// Nothing that it guards may change while nobody holds it, but by others who wait for it, too.
+  void watchTheLock() {
+    platform_.locked = [this] {
+      expect(!isGuarded_ || seen_ == guarded(), "what the lock guards before it is held");
+      if (waiting_ != 0) {
+        interfere(real(waiting_ - 1).commandList);
+      }
+      locked_ = given_.empty() ? Guarded() : guarded();
+    };
+    platform_.unlocked = [this] { seen_ = isGuarded_ ? guarded() : Guarded(); };
+    machine_.locked = [this](Timeline& timeline) {
+      if (waiting_ != 0) {
+        interfere(timeline.commandList);
+      }
+    };
+  }
+
+  /// What another thread did to a timeline while this one waited for the lock.
+  template <class List>
+  void interfere(List& queued) {
+    if (queued.empty()) {
+      queued.emplace_back(hal::AttrGeneric(1.5F), now_);
+    } else {
+      queued.clear();
+    }
+  }
+
+  /// Whether the timelines consist of nodes that were there when they were locked.
+  bool areRelinked() {
+    Guarded linked = guarded();
+    std::sort(locked_.begin(), locked_.end());
+    std::sort(linked.begin(), linked.end());
+    return std::includes(locked_.begin(), locked_.end(), linked.begin(), linked.end());
+  }
+
   void push() {
     const std::size_t to = slot();
     const TimedCommand::commandType type = mode();
     Items expected = items(at(to).commandList);
-    done_ += " mode " + std::to_string(type) + textOf(expected);
-    CommandList commands(expected.begin(), expected.end());
+    given_.assign(expected.begin(), expected.end());
+    const bool relinks = !given_.empty();
+    seen_ = guarded();
+    waiting_ = pick_(8) == 0 ? to + 1 : 0;
     const std::size_t index = to - copyCount;
     if (to < copyCount) {
-      real(to).pushTimedCommand(commands, type);
+      real(to).pushTimedCommand(given_, type);
     } else if (keys[index] == nullptr || pick_(2) == 0) {
-      expect(manager_.AddTimedCommandWithIndex(static_cast<int>(index), commands, type),
-             "a result");
+      expect(manager_.AddTimedCommandWithIndex(static_cast<int>(index), given_, type), "a result");
     } else {
-      expect(manager_.AddTimedCommand(keys[index], commands, type), "a result");
+      expect(manager_.testActuatorName(keys[index]) == static_cast<int>(index), "an index");
+      expect(manager_.AddTimedCommand(keys[index], given_, type), "a result");
     }
     machine_.push(at(to), expected, type);
-    expect(same(commands, expected), "the caller's list");
+    expect(same(given_, expected), "the caller's list");
+    expect(!relinks || areRelinked(), "a node");
   }
 
   void pushItself() {
@@ -137,6 +199,7 @@ class World {
   void cycleOne() {
     const std::size_t of = slot();
     const std::uint32_t previous = passTime();
+    waiting_ = pick_(8) == 0 ? of + 1 : 0;
     real(of).run(now_, previous);
     machine_.cycle(at(of), now_, previous);
   }
@@ -144,6 +207,7 @@ class World {
   void move() {
     FakeContainer& container = platform_.containers[containerNames[pick_(4)]];
     container.command = machine_.registers[&container] = value();
+    container.drift = pick_(8) == 0 ? 0.25F : -0.0F;
   }
 
   void pop() {
@@ -179,7 +243,7 @@ class World {
   }
 
   void build() {
-    const int lengths[] = {2, 2, 3, 1};
+    const int lengths[] = {2, 2, 3, 3};
     const std::uint32_t there = pick_(2) == 0 ? 4 : pick_(5);
     platform_.pool.attributeCount = 0;
     for (std::uint32_t i = 0; i < 4; ++i) {
@@ -206,7 +270,6 @@ class World {
   std::uint32_t passTime() {
     const std::uint32_t previous = pick_(10) == 0 ? stamp() : now_;
     now_ = pick_(20) == 0 ? stamp() : now_ + pick_(spread_ / 16 + 3);
-    done_ += " at " + std::to_string(now_) + " after " + std::to_string(previous);
     return previous;
   }
 
@@ -241,9 +304,7 @@ class World {
 
   std::size_t slot() {
     const std::size_t picked = pick_(2) == 0 ? favourite_ : pick_(slotCount);
-    const std::size_t slot = picked < slotsNow() ? picked : 0;
-    done_ += " timeline " + std::to_string(slot);
-    return slot;
+    return picked < slotsNow() ? picked : 0;
   }
 
   [[nodiscard]] std::size_t slotsNow() const { return copyCount + machine_.table.size(); }
@@ -311,7 +372,14 @@ class World {
   AttrFullName names_;
   std::vector<TimedCommand> copies_;
   std::vector<Timeline> expectedCopies_;
-  std::string done_, difference_;
+  std::string difference_;
+  /// What the lock guards, as it must be while nobody holds it, and as it was when it was locked.
+  Guarded seen_, locked_;
+  bool isGuarded_ = false;
+  /// The caller's list of a push.
+  CommandList given_;
+  /// The timeline that others change before the lock is held, counted from 1.
+  std::size_t waiting_ = 0;
 };
 
 }  // namespace model

@@ -2,73 +2,86 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <boost/make_shared.hpp>
 
 #include "fakeplatform.h"
 #include "platform/zr/zrexception.h"
 #include "registry/brokermanager.h"
+#include "tests/support/drawn.h"
+#include "tests/support/random.h"
 
 namespace {
-
-/// A tree on one line, every type told apart.
-std::string drawn(const ZR::ZRValue& value) {
-  switch (value.getType()) {
-    case ZR::ZRValue::intType:
-      return std::to_string(value.asInt());
-    case ZR::ZRValue::floatType:
-      return callWith("f", value.asFloat());
-    case ZR::ZRValue::stringType:
-      return "'" + value.asString() + "'";
-    case ZR::ZRValue::arrayType: {
-      std::string elements;
-      for (int i = 0; i < value.getSize(); ++i) {
-        elements += (i == 0 ? "" : " ") + drawn(value[i]);
-      }
-      return "[" + elements + "]";
-    }
-    default:
-      return "-";
-  }
-}
 
 struct Preferences : testing::Test {
   Preferences() { setBrokerManager(boost::make_shared<FakeBroker>()); }
   ~Preferences() override { setBrokerManager(nullptr); }
 
   FakePlatform platform;
-  FakeContainer& arm = platform.add("Arm", {});
-  FakeContainer& leg = platform.add("arm", {});
 };
 
-TEST_F(Preferences, BecomeATreeOfUniqueKeys) {
-  platform.prefer(arm, "/Zero", 5).value.asInt = 3;
-  platform.prefer(leg, "/Other", 1);
-  platform.prefer(arm, "/Whole", 1).value.asInt = -1;
-  platform.prefer(arm, "/Sixth", 6).value.asInt = -6;
-  platform.prefer(arm, "/Empty", 1).inUse = 0;
-  platform.prefer(arm, "/Half", 7).value.asFloat = 0.5F;
-  platform.prefer(arm, "/Text", 8).value.asText = const_cast<char*>(":abc");
-  platform.prefer(arm, "/Marked", 9).value.asText = const_cast<char*>(":abc");
-  platform.prefer(arm, "/", 9).value.asText = const_cast<char*>("");
-  platform.prefer(arm, "/Far", 10);
-  platform.prefer(arm, "/Last", 255);
-  platform.prefer(arm, "/Zero", 0);
-  const ExportQelvoPreferences done("Arm", "arm.xml");
-  EXPECT_TRUE(done.keyAdded);
-  EXPECT_EQ(platform.take(), "get:ZRPreferences:0 file:arm.xml:false end");
-  EXPECT_EQ(drawn(platform.written),
-            "[['Key1' '' - 'Zero'] ['Key2' '' -1 'Whole'] ['Key3' '' -6 'Sixth'] "
-            "['Key4' '' f:0.5 'Half'] ['Key5' '' ':abc' 'Text'] ['Key6' '' 'abc' 'Marked'] "
-            "['Key7' '' '' ''] ['Key8' '' - 'Far'] ['Key9' '' - 'Last']]");
+/// The value of a preference as the tree draws it.
+std::string drawnValue(const hal::Preference& preference) {
+  const int code = preference.typeCode;
+  const hal::Preference::Slot& slot = preference.value;
+  return code >= 1 && code <= 6 ? std::to_string(slot.asInt)
+         : code == 7            ? "f" + std::to_string(bitsOf(slot.asFloat))
+         : code == 8            ? "'" + std::string(slot.asText.get()) + "'"
+         : code == 9            ? "'" + std::string(slot.asText.get()).erase(0, 1) + "'"
+                                : "-";
 }
 
-TEST_F(Preferences, WriteNothingWithoutAnyInUse) {
-  platform.prefer(arm, "/A", 1).inUse = 0;
-  platform.prefer(leg, "/A", 1);
-  for (const char* container : {"Arm", "ARM", ""}) {
-    EXPECT_FALSE(ExportQelvoPreferences(container, "f").keyAdded);
+TEST_F(Preferences, BecomeATreeOfUniqueKeys) {
+  Random random(1);
+  static constexpr const char* owners[] = {"Arm", "arm", "Ar", "Arms", "LArm"};
+  static constexpr const char* names[] = {"/Arm", "/A", "/AA", "/a", "",   "/",  ":B", "/BArm",
+                                          "/0",   "/1", "/2",  "/3", "/4", "/5", "/6", "/7"};
+  static constexpr const char* texts[] = {":abc", "", "x"};
+  static constexpr int codes[] = {0, 1, 2, 5, 6, 7, 8, 9, 10, 17, 24, 133, 255};
+  for (int round = 0; round < 300; ++round) {
+    FakePlatform tried;
+    std::vector<std::pair<std::string, std::string>> expected;
+    for (std::uint32_t count = random.below(60); count > 0; --count) {
+      FakeContainer& owner = tried.add(owners[random.chance(50) ? 0 : random.below(5)], {});
+      hal::Preference& added = tried.prefer(owner, names[random.below(16)],
+                                            static_cast<std::uint8_t>(codes[random.below(13)]));
+      added.inUse = static_cast<std::uint8_t>(random.below(3));
+      if (added.typeCode >= 8) {
+        added.value.asText = const_cast<char*>(texts[random.below(3)]);
+      } else {
+        added.value.asInt = 0x3FFFFFFF + static_cast<int>(random.below(1000));
+      }
+    }
+    for (const hal::Preference& preference : tried.preferences) {
+      if (preference.inUse != 0 && preference.owner->name.get() == std::string("Arm")) {
+        const std::string key = std::string(preference.name.get()).erase(0, 1);
+        const auto found = std::find_if(expected.begin(), expected.end(),
+                                        [&](const auto& entry) { return entry.first == key; });
+        (found == expected.end() ? expected.emplace_back(key, "") : *found).second =
+            drawnValue(preference);
+      }
+    }
+    std::string tree;
+    int number = 0;
+    for (const auto& [key, value] : expected) {
+      tree += (number == 0 ? "[['Key" : " ['Key") + std::to_string(number + 1);
+      tree += "' '' " + value + " '" + key + "']";
+      ++number;
+    }
+    EXPECT_EQ(ExportQelvoPreferences("Arm", "arm.xml").keyAdded, !expected.empty());
+    EXPECT_EQ(tried.take(), expected.empty() ? "" : "get:ZRPreferences:0 file:arm.xml:false end");
+    EXPECT_EQ(drawn(tried.written), expected.empty() ? "-" : tree + "]") << round;
   }
-  EXPECT_EQ(platform.take(), "");
+}
+
+TEST_F(Preferences, AreAsManyAsTheTableHolds) {
+  hal::Preference& last = platform.prefer(platform.add("Arm", {}), "/Last", 1);
+  hal::Preference unused;
+  platform.preferenceTable.assign(0xFFFF, &unused);
+  platform.preferenceTable.back() = &last;
+  platform.pool.preferences = platform.preferenceTable.data();
+  platform.pool.preferenceCount = 0xFFFF;
+  EXPECT_TRUE(ExportQelvoPreferences("Arm", "f").keyAdded);
 }
 
 TEST_F(Preferences, AddKeysOnlyToAnArray) {
@@ -82,7 +95,9 @@ TEST_F(Preferences, AddKeysOnlyToAnArray) {
   EXPECT_EQ(drawn(tree), "5");
   unused.createZRValueFromPreference("none", tree);
   EXPECT_EQ(unused.xAddAKey("b", value, tree), 1);
-  EXPECT_EQ(drawn(tree), "[['Key1' '' 7 'b']]");
+  EXPECT_EQ(unused.xAddAKey(std::string("b\0", 2), value, tree), 1);
+  EXPECT_EQ(tree.getSize(), 2) << "keys are compared whole";
+  EXPECT_EQ(drawn(tree[0]), "['Key1' '' 7 'b']");
 }
 
 }  // namespace

@@ -9,55 +9,39 @@
 #include "platform/zr/zrexception.h"
 #include "platform/zr/zrpreferencesproxy.h"
 #include "simulation/framework.h"
-#include "tests/support/bits.h"
+#include "tests/support/drawn.h"
 #include "tests/support/temporary.h"
 
 namespace {
 
-/// Texts and numbers that are hard to write, each in an array of its own.
-const std::vector<std::string> texts = {
-    "", "a\"b'c<d>&amp;\n\r\t e ", "Größe 力", "\xFF\xC0\x80", "\x01", "\xED\xA0\x80", " ", "]]>"};
-const std::vector<float> numbers = {0.1F,
-                                    -0.0F,
-                                    std::numeric_limits<float>::max(),
-                                    std::numeric_limits<float>::denorm_min(),
-                                    -std::numeric_limits<float>::infinity(),
-                                    std::nanf("0x12345")};
-
-ZR::ZRValue hardTree() {
-  ZR::ZRValue tree;
-  tree.arraySetSize(4);
-  tree[0] = std::numeric_limits<int>::min();
-  for (const std::string& text : texts) {
-    tree[1].arraySetSize(tree[1].getSize() + 1);
-    tree[1][tree[1].getSize() - 1] = ZR::ZRValue(text);
+template <typename Value>
+ZR::ZRValue arrayOf(const std::vector<Value>& values) {
+  ZR::ZRValue array;
+  array.arraySetSize(static_cast<int>(values.size()));
+  for (std::size_t i = 0; i < values.size(); ++i) {
+    array[static_cast<int>(i)] = values[i];
   }
-  for (const float number : numbers) {
-    tree[2].arraySetSize(tree[2].getSize() + 1);
-    tree[2][tree[2].getSize() - 1] = number;
-  }
-  tree[3].arraySetSize(1);
-  return tree;
+  return array;
 }
 
 TEST(PreferenceFile, ReadsBackExactlyWhatWasWritten) {
+  using Limits = std::numeric_limits<float>;
+  std::vector<ZR::ZRValue> texts;
+  for (const char* text : {"", "a\"b'c<d>&amp;\n\r\t e ", "Größe 力", "\xFF\xC0\x80", "\x01",
+                           "\xED\xA0\x80", " ", "]]>"}) {
+    texts.emplace_back(std::string(text));
+  }
+  ZR::ZRValue least, none;
+  least = std::numeric_limits<int>::min();
+  const ZR::ZRValue tree =
+      arrayOf<ZR::ZRValue>({least, arrayOf(texts), arrayOf<ZR::ZRValue>({none}),
+                            arrayOf<float>({0.1F, -0.0F, Limits::max(), Limits::denorm_min(),
+                                            -Limits::infinity(), std::nanf("0x12345")})});
   const Temporary temporary;
   const std::string directory = temporary.path("made/when/missing");
   const simulation::Framework framework(directory);
-  ZR::ZRPreferencesProxy(framework.broker()).writePrefFile("p.xml", hardTree(), false);
-  const ZR::ZRValue read = simulation::readPreferenceFile(directory + "/p.xml");
-  ASSERT_EQ(read.getSize(), 4);
-  EXPECT_EQ(read[0].asInt(), std::numeric_limits<int>::min());
-  ASSERT_EQ(read[1].getSize(), static_cast<int>(texts.size()));
-  for (int i = 0; i < read[1].getSize(); ++i) {
-    EXPECT_EQ(read[1][i].asString(), texts.at(static_cast<std::size_t>(i)));
-  }
-  ASSERT_EQ(read[2].getSize(), static_cast<int>(numbers.size()));
-  for (int i = 0; i < read[2].getSize(); ++i) {
-    EXPECT_EQ(bitsOf(read[2][i].asFloat()), bitsOf(numbers.at(static_cast<std::size_t>(i))));
-  }
-  ASSERT_EQ(read[3].getSize(), 1);
-  EXPECT_FALSE(read[3][0].isValid());
+  ZR::ZRPreferencesProxy(framework.broker()).writePrefFile("p.xml", tree, false);
+  EXPECT_EQ(drawn(simulation::readPreferenceFile(directory + "/p.xml")), drawn(tree));
   EXPECT_EQ(std::distance(std::filesystem::directory_iterator(directory), {}), 1);
 }
 

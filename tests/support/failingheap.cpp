@@ -3,23 +3,35 @@
 #include <cstdlib>
 #include <new>
 
-std::atomic<long> allocationsToFailure{0};
+#include "timedcommand/timedcommand.h"
+
+std::atomic<long> placesToFailure{0}, allocations{0}, liveBlocks{0};
 std::atomic<bool> hasFailed{false};
-bool allFollow = false;
-std::atomic<std::size_t> poolBytes{0};
+bool allFollow = false, heapFails = true;
+std::atomic<std::size_t> poolNodes{0};
+
+bool failsHere() {
+  if (placesToFailure > 0 && --placesToFailure == 0) {
+    hasFailed = true;
+    placesToFailure = allFollow ? 1 : 0;
+    return true;
+  }
+  return false;
+}
 
 namespace {
 
-[[gnu::noinline]] void* takeBlock(std::size_t size) noexcept {
-  if (allocationsToFailure > 0 && --allocationsToFailure == 0) {
-    hasFailed = true;
-    allocationsToFailure = allFollow ? 1 : 0;
+[[gnu::noinline]] void* takeBlock(std::size_t size, bool isPlace = true) noexcept {
+  ++allocations;
+  if (heapFails && isPlace && failsHere()) {
     return nullptr;
   }
+  ++liveBlocks;
   return std::malloc(size);
 }
 
 [[gnu::noinline]] void releaseBlock(void* block) noexcept {
+  liveBlocks -= block == nullptr ? 0 : 1;
   std::free(block);
 }
 
@@ -39,8 +51,9 @@ void* operator new(std::size_t size, const std::nothrow_t& /*tag*/) noexcept {
 }
 
 void* operator new[](std::size_t size, const std::nothrow_t& /*tag*/) noexcept {
-  poolBytes += size;
-  return takeBlock(size);
+  void* const block = takeBlock(size, allFollow);
+  poolNodes += block == nullptr ? 0 : size / sizeof(boost::CommandNodeLayout);
+  return block;
 }
 
 void operator delete(void* block) noexcept {

@@ -3,12 +3,10 @@
 #include "simulation/machine.h"
 
 // The machine of the threads test, as its own process and the reader know it: a stepping
-// actuator for each command thread alone, one that all share, one that another party sets
-// without a pause, and one that interpolates, with a sensor, that all share.
+// actuator that all command threads share, one that another party sets without a pause, and
+// one that interpolates, with a sensor, that all share.
 
-constexpr int pushers = 3;
-constexpr int merged = pushers, restless = merged + 1, swayed = restless + 1;
-constexpr int actuators = swayed + 1;
+constexpr int merged = 0, restless = 1, swayed = 2, actuators = 3;
 
 /// A stepper's value tells its actuator and its stamp: half of one and half of another
 /// fit no actuator.
@@ -32,5 +30,5 @@ inline bool isSound(int actuator, const hal::AttrGeneric& value) {
 }
 
 /// Reads the pool of this name until its machine ends. Writes a byte to standard output
-/// as soon as every value that commands move has moved; the result is 0 when all were sound.
+/// as soon as every value has moved; the result is 0 when all were sound.
 int readPool(const char* poolName);

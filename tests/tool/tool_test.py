@@ -1,0 +1,282 @@
+#!/usr/bin/env python3
+"""The tool from end to end."""
+
+import copy
+import csv
+import json
+import os
+import pathlib
+import signal
+import struct
+import unittest
+import xml.etree.ElementTree
+
+import jsonschema
+
+from tool import ToolTest, read, root, start, started_run, write
+
+example = root / "examples/humanoid"
+humanoid, wave, greeting = (example / f"{name}.yaml" for name in ("humanoid", "wave", "greeting"))
+urdf = ("<robot name='r'><joint name='a' type='revolute'>"
+        "<limit lower='-9' upper='9' velocity='9'/></joint>{}</robot>")
+arguments_file = pathlib.Path(__file__).with_name("bad_arguments.txt")
+
+
+def motion_of(*points):
+    """A trajectory of the joint a: values and times."""
+    return write("m.yaml", "joint_names: [a]\npoints:\n" + "".join(
+        f"- {{positions: [{value}], time_from_start: {time}}}\n" for value, time in points))
+
+
+def rows(name="t.csv"):
+    """The head of a trace and the numbers of each row."""
+    with open(name, encoding="utf-8") as file:
+        head, *lines = csv.reader(file)
+    return head, [[float(cell) for cell in line] for line in lines]
+
+
+def exported(name):
+    """The entries of a preference file, as lists of texts."""
+    tree = xml.etree.ElementTree.parse(name).getroot()[0]
+    return [[element.get("value") for element in entry] for entry in tree]
+
+
+def single(value):
+    """In single precision."""
+    return struct.unpack("f", struct.pack("f", value))[0]
+
+
+def objects(value):
+    """The value and all in it that is an object."""
+    if isinstance(value, dict):
+        yield value
+    for part in value.values() if isinstance(value, dict) else value:
+        if isinstance(part, (dict, list)):
+            yield from objects(part)
+
+
+class Tool(ToolTest):
+    def test_commands_the_same_at_every_try_and_every_start(self):
+        first = None
+        for start_tick in ("0", "0", "0x7FFFF000", "0xFFFFF000"):
+            outcome, _ = self.outcome(humanoid, wave, greeting, "--start", start_tick, "--trace", "t.csv")
+            first = first or read("t.csv")
+            self.assertTrue(read("t.csv") == first, start_tick)
+            self.assertIsNone(outcome["latency_ns"])
+            self.assertEqual(outcome["warnings"], [], "it asks nothing of the machine")
+        self.assertGreater(len(first), 100000)
+
+    def test_follows_the_line_in_real_time(self):
+        outcome, _ = self.outcome(write("r.urdf", urdf.format("")), motion_of((0.3, 0), (-2.7, 0.9)),
+                                  "--cycle", "1ms", "--trace", "t.csv", clock="realtime")
+        trace = rows()[1]
+        for time, motion, command, *_ in trace:
+            share = min(max(motion / 900, 0), 1)
+            self.assertEqual(time - motion, 659)
+            s = min(time / 659, 1)
+            approached = 0.3 * s * s * s * (10 - 15 * s + 6 * s * s)
+            self.assertAlmostEqual(command, approached - 3 * share, delta=1e-5, msg=time)
+        self.assertGreaterEqual(trace[-1][1], 900)
+        self.assertEqual(single(trace[-1][2]), single(-2.7))
+        cycles = outcome["cycles"] + outcome["overruns"] + outcome["stalled_ms"]
+        self.assertGreaterEqual(cycles, 1559)
+        self.assertLessEqual(outcome["latency_ns"]["p50"], outcome["latency_ns"]["p99.9"])
+        self.assertLessEqual(outcome["cycle_duration_ns"]["p99.9"], outcome["cycle_duration_ns"]["max"])
+        axis = outcome["axes"][0]
+        self.assertEqual((axis["verdict"], axis["reached"]), ("reached", 2))
+        self.assertEqual(single(axis["command"]), single(-2.7))
+
+    def test_refuses_bad_input_before_anything_moves(self):
+        write("r.urdf", urdf.format(""))
+        motion_of((1, 1))
+        write("w.yaml", "joint_names: [a, b]\n")
+        write("free.yaml", "actuators: [{name: a}, {name: b, value: 0.7, maximum: 0.7}]\n")
+        write("h.yaml", "joint_names: [a]\npoints:\n- {positions: [0], time_from_start: 0}\n"
+              "- {positions: [3e38], time_from_start: 1}\n")
+        items = ", ".join(f"{{time: {i}e-3, value: 0}}" for i in range(300))
+        write("c.yaml", "lists:\n" + f"- {{at: 0, mode: merge, key: a/Value, items: [{items}]}}\n" * 2)
+        cases = read(arguments_file).removesuffix("\n").split("\n\n")[1:]
+        self.assertGreater(len(cases), 20)
+        for case in cases:
+            arguments, expected = case.split("\n", 1)
+            arguments = arguments.split()
+            if len(arguments) < 5:
+                arguments += ["--trace", "t.csv"]
+            said = self.said(2, *arguments)
+            self.assertTrue(said.startswith(expected), f"{said}\nexpected {expected}")
+        self.assertFalse(list(pathlib.Path().glob("t.csv*")))
+
+    def test_says_what_the_limits_change_as_check_words_it(self):
+        for actuator, points, finding, target, command, verdict in (
+                ("type: 7, minimum: -0.5, maximum: 0.5, maximum_velocity: 1", [(0.9, 0.1)],
+                 "m.yaml:3:3: KIND: a is to be 0.9 at 0.100 s, above its maximum 0.5\n",
+                 0.9, 0.5, "limited"),
+                ("type: 7, maximum_velocity: 1", [(0, 0), (5, 0.1)],
+                 "m.yaml:4:3: KIND: a moves 50 a second to be 5 at 0.100 s, above its limit 1\n",
+                 5, 5, "reached"),
+                ("type: 7, law: step, maximum: 10", [("1e9", 0)],
+                 "m.yaml:3:3: KIND: a is to be 1e+09 at 0.000 s, above its maximum 10\n",
+                 1e9, 10, "limited"),
+                ("type: 1", [(16777217, 0)], "", 16777217, 16777217, "reached"),
+                ("type: 1, maximum: 16777217", [(16777218, 0)],
+                 "m.yaml:3:3: KIND: a is to be 16777218 at 0.000 s, above its maximum 16777217\n",
+                 16777218, 16777217, "limited")):
+            files = write("r.yaml", f"actuators: [{{name: a, {actuator}}}]\n"), motion_of(*points)
+            warning = finding.replace("KIND", "warning")
+            self.assertTrue(self.said(1 if finding else 0, "check", *files).startswith(warning))
+            if finding:
+                refused = self.said_by_run(2, *files, "--trace", "s.csv", "--strict")
+                self.assertEqual(refused, finding.replace("KIND", "error"))
+                self.assertFalse(os.path.exists("s.csv"))
+            else:
+                self.said_by_run(0, *files, "--strict")
+            if "a second" in finding:
+                outcome, said = self.outcome(*files, status=1)
+                self.assertEqual(outcome["axes"][0]["verdict"], "held")
+                self.assertIn("the guard brought it to rest", said)
+            outcome, said = self.outcome(*files, "--trace", "t.csv", "--guard", "off")
+            axis = outcome["axes"][0]
+            self.assertEqual((axis["target"], axis["command"], axis["verdict"]),
+                             (target, command, verdict))
+            self.assertEqual(len(outcome["warnings"]), 1 if finding else 0)
+            self.assertIn(warning, said)
+            self.assertEqual(rows()[1][-1][2], command)
+
+    def test_traces_the_sensors_of_joints_that_follow_others(self):
+        follower = ("<joint name='m' type='revolute'><limit lower='-9' upper='9' velocity='9'/>"
+                    "<mimic joint='a' multiplier='-2' offset='0.5'/></joint>")
+        self.said_by_run(0, write("r.urdf", urdf.format(follower)), motion_of((1, 1)), "--trace", "t.csv")
+        head, trace = rows()
+        self.assertEqual(head, ["time_ms", "motion_ms", "a/command", "a/measured", "m/measured"])
+        self.assertAlmostEqual(trace[-1][4], -1.5, delta=0.01)
+
+    def test_draws_what_it_did(self):
+        command = (humanoid, wave, greeting, "--plot", "p.svg")
+        environment = {**os.environ, "LC_ALL": "C"}
+        self.assertNotIn("warning", self.said_by_run(0, *command, env=environment))
+        picture = read("p.svg")
+        self.assertTrue(picture.startswith("<?xml"))
+        for text in (">humanoid: wave.yaml, greeting.yaml<", ">right_ankle_roll (limit",
+                     ">chest_light<", ">clear_after<", "</svg>"):
+            self.assertIn(text, picture)
+        said = self.said_by_run(2, *command, env={**environment, "PATH": os.getcwd()})
+        self.assertTrue(said.startswith("p.svg: error: cannot be drawn: gnuplot is not installed"), said)
+        self.assertTrue(read("p.svg") == picture)
+
+    def test_exports_preferences_and_replaces_no_input(self):
+        machine = ("actuators: [{name: a}]\ndevices: [{name: D}, {name: E}]\npreferences:\n"
+                   "- {owner: D, name: /D/0, type: 1, value: 7}\n"
+                   "- {owner: D, name: /D/1, type: 1, value: 9}\n")
+        write("m.yaml", machine)
+        for status, expected, *arguments in (
+                (0, "D: keys exported: 2, to made/d.xml\n", "D", "d.xml", "--directory", "made"),
+                (0, "E has no preferences in use: nothing was written",
+                 "E", "e.xml", "--directory", "made"),
+                (2, "", "d", "d.xml"), (2, "", "D", "../d.xml"),
+                (2, "", "D", "x", "--directory", "made/d.xml"),
+                (2, "", "D", "m.yaml", "--directory", "none/..")):
+            said = self.said(status, "export", "m.yaml", *arguments)
+            self.assertTrue(said.startswith(expected), said)
+        self.assertEqual(exported("made/d.xml"), [["Key1", "", "7", "D/0"], ["Key2", "", "9", "D/1"]])
+        self.assertFalse(os.path.exists("made/e.xml"))
+        self.assertEqual(read("m.yaml"), machine)
+
+    def test_exports_the_live_pool_at_the_end_of_a_run(self):
+        command = [humanoid, wave, greeting, "--directory", ".", "--export", "MainBoard=board.xml",
+                   "--export"]
+        self.said_by_run(0, *command, "head_yaw=head.xml")
+        self.assertEqual([entry[2] for entry in exported("board.xml")],
+                         ["70", "0.8", "en", 'Hello, <you> & "others"'])
+        self.assertEqual(exported("head.xml")[0][2], "0.0125")
+        for wrong, expected in (
+                ("nobody=head.xml", "torvex: error: machine 'humanoid' has no device"),
+                ("head_yaw=board.xml",
+                 "./board.xml: error: the preference file of head_yaw would replace the")):
+            said = self.said_by_run(2, *command, wrong)
+            self.assertTrue(said.startswith(expected), said)
+
+    def test_stops_where_it_is_when_asked_in_real_time(self):
+        command = (humanoid, wave, greeting, "--trace", "t.csv", "--pool", self.pool)
+        for number in (signal.SIGINT, signal.SIGTERM):
+            run = started_run(*command)
+            self.said(2, "run", *command)  # its pool is taken
+            self.said(0, "run", *command[:3], "--clock", "simulated", "--pool", self.pool + "-other")
+            run.send_signal(number)
+            said = run.communicate()[0]
+            self.assertEqual(run.returncode, 128 + number, said)
+            self.assertTrue(read("t.csv").startswith("time_ms,motion_ms,"))
+            self.assertTrue(read("t.csv").endswith("\n"))
+            self.assertFalse(self.pool_exists() or os.path.exists("t.csv.torvex-part"))
+
+    def test_lists_what_the_library_sees(self):
+        attributes = json.loads(self.said(0, "list", humanoid, "--json"))
+        self.assertEqual(attributes[9], {
+            "index": 9, "type": 7, "meaning": "float", "key": "Device/SubDeviceList/torso_pitch/Value",
+            "container": "sub-device", "actuator": True, "law": "linear", "minimum": -0.35,
+            "maximum": 0.75, "maximum_velocity": 2.0})
+        self.assertEqual(attributes[0]["key"], "Device/DeviceList/MainBoard/Version")
+        self.assertEqual(attributes[113]["law"], "step")
+        self.assertIsNone(attributes[113]["maximum_velocity"])
+
+    def test_watches_a_running_machine_until_it_ends_in_real_time(self):
+        run = started_run(humanoid, wave, "--pool", self.pool)
+        self.said(2, "watch", "nope/Value", "--pool", self.pool)
+        watch = start("watch", "torso_yaw/Value", "--json", "--pool", self.pool)
+        seen = set()
+        while len(seen) < 3 and (line := watch.stdout.readline()):
+            seen.add(json.loads(line)["values"]["Device/SubDeviceList/torso_yaw/Value"])
+        run.send_signal(signal.SIGTERM)
+        run.communicate()
+        self.assertEqual(run.returncode, 143)
+        watch.communicate()
+        self.assertEqual((watch.returncode, len(seen)), (0, 3))
+        self.said(2, "watch", "--pool", self.pool)
+
+    def test_tells_outcomes_by_their_schemas(self):
+        def told(status, command, *arguments):
+            document, _ = self.document(status, command, *arguments)
+            validators[command].validate(document)
+            return document
+
+        validators = {}
+        for command in ("run", "check"):
+            schema = json.loads(read(root / f"docs/{command}.schema.json"))
+            jsonschema.Draft202012Validator.check_schema(schema)
+            validators[command] = jsonschema.Draft202012Validator(schema)
+        write("machine.yaml", "devices: [{name: D}]\nactuators:\n"
+              "- {name: a, type: 7, minimum: -0.5, maximum: 0.5, maximum_velocity: 1}\n"
+              "- {name: b, type: 1}\n")
+        write("motion.yaml", "lists:\n"
+              "- {at: 0, mode: merge, key: a/Value, items: [{time: 0.6, value: 0.9}]}\n"
+              "- {at: 0, mode: merge, key: b/Value, items: [{time: 0.5, value: 1}]}\n"
+              "- {at: 0.1, mode: replace, key: b/Value, items: []}\n")
+        write("wrong.yaml", "joint_names: [a, x, y]\n")
+        validators["run"].validate(self.outcome(humanoid, wave, greeting, "--trace", "t.csv")[0])
+        limited, _ = self.outcome("machine.yaml", "motion.yaml", "--export", "D=d.xml", clock="realtime")
+        validators["run"].validate(limited)
+        self.assertEqual([axis["verdict"] for axis in limited["axes"]], ["limited", "stopped"])
+        self.assertGreater(limited["latency_ns"]["max"], 0)
+        self.assertIn(2, [finding["line"] for finding in limited["warnings"]])
+        self.assertEqual(told(1, "check", "machine.yaml", "motion.yaml")["counts"],
+                         {"batches": 3, "points": 2, "actuators": 2, "warnings": 1, "errors": 0})
+        refused = told(2, "check", "machine.yaml", "wrong.yaml", "motion.yaml")
+        self.assertEqual([error["column"] for error in refused["errors"]], [1, 18, 21])
+        self.assertEqual((refused["machine"], refused["counts"]["batches"]), ("machine", None))
+        write("noted.yaml", "joint_names: [a]\n"
+              "points: [{positions: [0], efforts: [1], time_from_start: 1}]\n")
+        self.assertEqual(self.said(0, "check", "machine.yaml", "noted.yaml"),
+                         "note     noted.yaml: efforts are ignored\n"
+                         "machine: 1 batch for 1 actuator: 0 findings\n")
+        nothing = told(2, "check", "none.yaml", "motion.yaml")
+        self.assertEqual((nothing["machine"], nothing["errors"][0]["file"]), (None, "none.yaml"))
+        for command, document in (("run", limited), ("check", refused)):
+            for number, original in enumerate(objects(document)):
+                for key in original:
+                    broken, more = copy.deepcopy(document), {**document, key + "_": 0}
+                    del list(objects(broken))[number][key]
+                    self.assertFalse(validators[command].is_valid(broken), f"accepted without {key}")
+                    self.assertFalse(validators[command].is_valid(more), "accepted with more")
+
+
+if __name__ == "__main__":
+    unittest.main()
