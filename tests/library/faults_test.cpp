@@ -215,8 +215,8 @@ TEST(NodePool, DoesNotGrowWithTheNumberOfCommands) {
   boost::CommandNodePool::purge_memory();
   FakePlatform platform;
   TimedCommand timeline;
-#ifndef BOOST_POOL_VALGRIND                       // under which nothing is pooled
-  for (const std::size_t nodesLeft : {16, 15}) {  // of 32, the first block
+#ifndef BOOST_POOL_VALGRIND                         // under which nothing is pooled
+  for (const std::size_t nodesLeft : {16U, 15U}) {  // of 32, the first block
     const CommandList others(32 - nodesLeft, {hal::AttrGeneric(1), 0});
     poolNodes = 0;
     timeline.preAllocate();

@@ -65,7 +65,7 @@ TEST_F(Preferences, BecomeATreeOfUniqueKeys) {
     int number = 0;
     for (const auto& [key, value] : expected) {
       tree += (number == 0 ? "[['Key" : " ['Key") + std::to_string(number + 1);
-      tree += "' '' " + value + " '" + key + "']";
+      tree.append("' '' ").append(value).append(" '").append(key).append("']");
       ++number;
     }
     EXPECT_EQ(ExportQelvoPreferences("Arm", "arm.xml").keyAdded, !expected.empty());
