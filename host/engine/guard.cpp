@@ -56,7 +56,7 @@ void Guard::touch(std::size_t index, float wanted, std::int64_t timeMs,
                   std::int64_t stepMs) noexcept {
   Watched& watched = watched_[index];
   Guarded& guarded = guarded_[index];
-  const double passedMs = static_cast<double>(stepMs);
+  const auto passedMs = static_cast<double>(stepMs);
   const double step = double{wanted} - double{watched.before};
   const double allowed = watched.maximumVelocity * passedMs;
   if (std::abs(step) <= allowed * tolerance + 2.0 * ulpOf(wanted, watched.before)) {

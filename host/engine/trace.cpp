@@ -29,7 +29,7 @@ std::size_t queueLength(std::size_t rowLength) {
 std::string csvField(const std::string& name) {
   const bool isFormula =
       !name.empty() && std::string_view("=+-@").find(name[0]) != std::string::npos;
-  const std::string text = (isFormula ? "'" : "") + visible(name);
+  std::string text = (isFormula ? "'" : "") + visible(name);
   if (text.find_first_of(",\"") == std::string::npos) {
     return text;
   }

@@ -78,7 +78,7 @@ void MachineDraft::failAsUnknown(const FileLocation& where, const std::string& w
 
 void MachineDraft::setApproachVelocity(std::size_t actuator) {
   const ActuatorFields& fields = fields_[actuator];
-  const double most = double{model.description.actuators[actuator].maximumVelocity};
+  const auto most = double{model.description.actuators[actuator].maximumVelocity};
   const std::optional<double> given =
       fields.approachVelocity ? fields.approachVelocity : approachVelocity;
   if (given || std::isfinite(fields.usualApproachVelocity)) {

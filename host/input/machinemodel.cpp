@@ -8,7 +8,7 @@
 namespace host {
 
 double MachineModel::approachVelocity(int index) const {
-  const double most = double{actuator(index).maximumVelocity};
+  const auto most = double{actuator(index).maximumVelocity};
   const auto given = approachVelocities.find(index);
   if (given != approachVelocities.end()) {
     return std::min(given->second, most);
