@@ -66,7 +66,7 @@ SegmentStart startAt(const Point& point, const Knot& knot, std::int64_t notBefor
 
 Segment::Segment(const SegmentStart& start, const Point& end, const Knot& knot)
     : startMs_(start.timeMs), endMs_(end.timeMs) {
-  const double endValue = double{end.value.asFloat};
+  const auto endValue = double{end.value.asFloat};
   const double difference = endValue - start.value;
   // Velocities and accelerations over the whole of it.
   const double seconds = static_cast<double>(endMs_ - startMs_) / 1000.0;

@@ -47,53 +47,51 @@ Json findingsJson(const std::vector<Finding>& findings) {
 }
 
 void Findings::tell(const Event& event, const Point* points) {
-  switch (event.kind) {
-    case EventKind::limited: {
-      const double done = commandedNumber(actuatorOf(event), points->value);
-      note(event, std::abs(event.amount - done), limitText(event, *points));
-      break;
-    }
-    case EventKind::steep:
-      note(event, event.amount, speedText(event, *points));
-      break;
-    case EventKind::beyond:
-      note(event, beyondBy(event), beyondText(event));
-      break;
-    case EventKind::unstopped:
-      note(event, event.amount,
-           fmt::format("{} has a velocity of {:.4g} in the last point, and stops there at once",
-                       actuatorOf(event).name, event.amount));
-      break;
-    case EventKind::late:
-      note(
-          event, event.amount,
-          fmt::format("{} of {} late by {} ms", event.count,
-                      counted(plan_.batches[event.batch].commands->size(), "point"), event.amount));
-      break;
-    case EventKind::handedLate:
-      note(event, event.amount,
-           event.amount > 0 ? fmt::format("handed over {} ms after its moment", event.amount)
-                            : "machine time stood until it was handed over");
-      break;
-    case EventKind::refused:
-      note(event, event.amount, refusalText(event));
-      break;
-    case EventKind::uncertain:
-      note(event, 0.0,
-           fmt::format("not checked from here on: {} points of {}; rounds of several batches go on "
-                       "beside each other for too long",
-                       event.count, actuatorOf(event).name));
-      break;
-    case EventKind::guarded:
-      note(event, event.amount, guardText(event));
-      break;
-    case EventKind::taken:
-    case EventKind::reached:
-    case EventKind::cleared:
-    case EventKind::stalled:
-    case EventKind::external:
-      break;
+  const std::string text = textOf(event, points);
+  if (!text.empty()) {
+    note(event, excessOf(event, points), text);
   }
+}
+
+/// Empty where nothing is to be said.
+std::string Findings::textOf(const Event& event, const Point* points) const {
+  switch (event.kind) {
+    case EventKind::limited:
+      return limitText(event, *points);
+    case EventKind::steep:
+      return speedText(event, *points);
+    case EventKind::beyond:
+      return beyondText(event);
+    case EventKind::unstopped:
+      return fmt::format("{} has a velocity of {:.4g} in the last point, and stops there at once",
+                         actuatorOf(event).name, event.amount);
+    case EventKind::late:
+      return fmt::format("{} of {} late by {} ms", event.count,
+                         counted(plan_.batches[event.batch].commands->size(), "point"),
+                         event.amount);
+    case EventKind::handedLate:
+      return event.amount > 0 ? fmt::format("handed over {} ms after its moment", event.amount)
+                              : "machine time stood until it was handed over";
+    case EventKind::refused:
+      return refusalText(event);
+    case EventKind::uncertain:
+      return fmt::format(
+          "not checked from here on: {} points of {}; rounds of several batches go on "
+          "beside each other for too long",
+          event.count, actuatorOf(event).name);
+    case EventKind::guarded:
+      return guardText(event);
+    default:
+      return "";
+  }
+}
+
+/// By how much it is beyond what was allowed: the worst is told.
+double Findings::excessOf(const Event& event, const Point* points) const {
+  if (event.kind == EventKind::limited) {
+    return std::abs(event.amount - commandedNumber(actuatorOf(event), points->value));
+  }
+  return event.kind == EventKind::beyond ? beyondBy(event) : event.amount;
 }
 
 void Findings::note(const Event& event, double excess, const std::string& text) {

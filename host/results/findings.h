@@ -53,6 +53,8 @@ class Findings : public Listener {
   /// ScheduledBatch, kind, actuator.
   using Key = std::pair<std::uint32_t, std::pair<EventKind, int>>;
 
+  [[nodiscard]] std::string textOf(const Event& event, const Point* points) const;
+  [[nodiscard]] double excessOf(const Event& event, const Point* points) const;
   void note(const Event& event, double excess, const std::string& text);
   [[nodiscard]] const simulation::Actuator& actuatorOf(const Event& event) const {
     return machine_.actuator(event.actuator);

@@ -81,8 +81,9 @@ TEST(Segment, RunsAsItsClosedForm) {
       high = std::max(high, value);
       fastest = std::max(fastest, std::abs(next - value) * 1e6);
     }
-    const double middle = closedForm(from, to, isQuintic, static_cast<double>((100 + endMs) / 2));
-    ASSERT_NEAR(segment.valueAt((100 + endMs) / 2), middle, 1e-9);
+    const std::int64_t middleMs = (100 + endMs) / 2;
+    const double middle = closedForm(from, to, isQuintic, static_cast<double>(middleMs));
+    ASSERT_NEAR(segment.valueAt(middleMs), middle, 1e-9);
     const double coarse = 1e-3 * (1.0 + high - low);
     ASSERT_NEAR(segment.lowest(endMs).amount, low, coarse);
     ASSERT_NEAR(segment.highest(endMs).amount, high, coarse);

@@ -283,8 +283,9 @@ class Reference {
     for (std::uint32_t round = 0; round < motion.repeat; ++round) {
       for (std::size_t i = 0; i < motion.times.size(); ++i) {
         if (round == 0 || motion.times[i] > 0) {
-          items.emplace_back(host::limited(described_.actuator(actuator), motion.value(i, column)),
-                             stamp(batch.originMs + motion.times[i] + round * motion.times.back()));
+          items.emplace_back(
+              host::limited(described_.actuator(actuator), motion.value(i, column)),
+              stamp(batch.originMs + motion.times[i] + std::int64_t{round} * motion.times.back()));
         }
       }
     }

@@ -198,7 +198,7 @@ std::vector<Panel> velocityPanelsOf(const RunResult& result, const PictureOption
       panel.title = titleOf(axis.actuator) + ", a second";
       panel.command = velocities(recorded(result.history, axis.commandColumn));
       coverRange(panel);
-      const double limit = double{axis.actuator.maximumVelocity};
+      const auto limit = double{axis.actuator.maximumVelocity};
       addLimits(-limit, limit, panel);
       simplify(panel);
     }
