@@ -132,8 +132,9 @@ TEST(Backlog, FollowsTheRulesOfATimeline) {
 }
 
 TEST(Intake, PutsTheLaterOfTwoEqualTimesFirst) {
+  const host::Rounds points = pointsAt({3, 5, 5, 5, 8}, 0);
   std::vector<std::uint32_t> indices;
-  for (const Point& point : pointsAt({3, 5, 5, 5, 8}, 0).first()) {
+  for (const Point& point : points.first()) {
     indices.push_back(point.index);
   }
   EXPECT_EQ(indices, (std::vector<std::uint32_t>{0, 3, 2, 1, 4}));

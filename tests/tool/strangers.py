@@ -167,6 +167,10 @@ def confined():
 
 
 def descriptors():
+    """The sanitizers need some of their own: without, they see faults where none are."""
+    with open(tool, "rb") as file:
+        if b"libasan" in file.read():
+            return
     for most in range(3, 13):
         done = run("--trace", "d.csv", preexec_fn=lambda: resource.setrlimit(resource.RLIMIT_NOFILE, (most, most)))
         expect(f"{most} descriptors", done, done.returncode, "", done.returncode in (0, 1, 2, 127), not os.path.exists(pool))
