@@ -11,91 +11,92 @@
 namespace host {
 namespace {
 
-using Fields = YamlFile::Fields;
+using Fields = Document::Fields;
 
 constexpr std::array modes = {TimedCommand::MERGE, TimedCommand::REPLACE, TimedCommand::CLEAR_AFTER,
                               TimedCommand::CLEAR_BEFORE};
 
-constexpr std::int64_t longestSeconds = YamlFile::longestMs / 1000;
+constexpr std::int64_t longestSeconds = Document::longestMs / 1000;
 
-TimedCommand::commandType readMode(const YamlFile& yaml, const YAML::Node& node) {
-  const std::string name = yaml.text(node, "mode");
+TimedCommand::commandType readMode(const Document& document, const Node& node) {
+  const std::string name = document.text(node, "mode");
   const auto* const mode = std::find_if(
       modes.begin(), modes.end(), [&](auto candidate) { return name == modeName(candidate); });
   if (mode == modes.end()) {
-    yaml.fail(node, fmt::format("mode is '{}'; use merge, replace, clear_after or clear_before",
-                                name.substr(0, 40)));
+    document.fail(node, fmt::format("mode is '{}'; use merge, replace, clear_after or clear_before",
+                                    name.substr(0, 40)));
   }
   return *mode;
 }
 
-void readItem(const PointReader& reader, const YAML::Node& item, int actuator,
-              CommandBatch& batch) {
-  const YamlFile& yaml = reader.yaml();
-  const Fields fields = yaml.fields(item, "an item", {"time", "value"});
-  yaml.requiredField(fields, item, "time",
-                     [&](const YAML::Node& node) { reader.addTime(node, "time", batch); });
-  batch.locations.push_back(YamlFile::locationOf(item));
-  yaml.requiredField(fields, item, "value", [&](const YAML::Node& node) {
+void readItem(const PointReader& reader, const Node& item, int actuator, CommandBatch& batch) {
+  const Document& document = reader.document();
+  const Fields fields = document.fields(item, "an item", {"time", "value"});
+  document.requiredField(fields, item, "time",
+                         [&](const Node& node) { reader.addTime(node, "time", batch); });
+  batch.locations.push_back(item.location());
+  document.requiredField(fields, item, "value", [&](const Node& node) {
     batch.values.push_back(reader.value(node, actuator, "value"));
   });
 }
 
-void readItems(const PointReader& reader, const Fields& fields, const YAML::Node& owner,
+void readItems(const PointReader& reader, const Fields& fields, const Node& owner,
                CommandBatch& batch) {
-  const YamlFile& yaml = reader.yaml();
-  const YAML::Node& keyNode = yaml.required(fields, owner, "key");
-  const std::string key = yaml.name(keyNode, "key");
+  const Document& document = reader.document();
+  const Node& keyNode = document.required(fields, owner, "key");
+  const std::string key = document.name(keyNode, "key");
   const int actuator = reader.actuatorWithKey(key);
   if (actuator < 0) {
-    yaml.report(keyNode, fmt::format("'{}' is not the \"Value\" of an actuator of machine '{}'; "
-                                     "'torvex list' shows them",
-                                     key, reader.machine().name));
+    document.report(keyNode,
+                    fmt::format("'{}' is not the \"Value\" of an actuator of machine '{}'; "
+                                "'torvex list' shows them",
+                                key, reader.machine().name));
   }
-  batch.pointsPath = yaml.path();
+  batch.pointsPath = document.path();
   batch.actuators.push_back(actuator);
-  for (const YAML::Node& item : yaml.entries(fields, "items")) {
-    yaml.attempt([&] { readItem(reader, item, actuator, batch); });
+  for (const Node& item : document.entries(fields, "items")) {
+    document.attempt([&] { readItem(reader, item, actuator, batch); });
   }
 }
 
 /// Exactly one of three.
-void readPoints(const PointReader& reader, const Fields& fields, const YAML::Node& owner,
+void readPoints(const PointReader& reader, const Fields& fields, const Node& owner,
                 TrajectorySource& trajectories, CommandBatch& batch) {
-  const YamlFile& yaml = reader.yaml();
+  const Document& document = reader.document();
   const auto trajectory = fields.find("trajectory");
   const auto file = fields.find("trajectory_file");
   if (fields.count("trajectory") + fields.count("trajectory_file") + fields.count("items") != 1) {
-    yaml.fail(owner, "a batch needs either a trajectory, or a trajectory_file, or a key and items");
+    document.fail(owner,
+                  "a batch needs either a trajectory, or a trajectory_file, or a key and items");
   }
   if (fields.count("items") != 0) {
     readItems(reader, fields, owner, batch);
     return;
   }
   if (const auto key = fields.find("key"); key != fields.end()) {
-    yaml.fail(key->second, "a trajectory names its joints itself; the key belongs to items");
+    document.fail(key->second, "a trajectory names its joints itself; the key belongs to items");
   }
   if (trajectory != fields.end()) {
     trajectories.readTrajectoryAt(reader, trajectory->second, batch);
   } else {
-    trajectories.readTrajectoryFile(yaml, file->second, batch);
+    trajectories.readTrajectoryFile(document, file->second, batch);
   }
 }
 
-void readMoment(const YamlFile& yaml, const Fields& fields, const YAML::Node& node,
+void readMoment(const Document& document, const Fields& fields, const Node& node,
                 CommandBatch& batch) {
   batch.atMs = 0;
-  yaml.requiredField(fields, node, "at",
-                     [&](const YAML::Node& at) { batch.atMs = yaml.milliseconds(at, "at"); });
+  document.requiredField(fields, node, "at",
+                         [&](const Node& at) { batch.atMs = document.milliseconds(at, "at"); });
   batch.fromMs = *batch.atMs;
-  yaml.field(fields, "from",
-             [&](const YAML::Node& from) { batch.fromMs = yaml.milliseconds(from, "from"); });
+  document.field(fields, "from",
+                 [&](const Node& from) { batch.fromMs = document.milliseconds(from, "from"); });
 }
 
 /// Steps are what all other actuators do.
-void readInterpolation(const PointReader& reader, const YAML::Node& node, CommandBatch& batch) {
-  const YamlFile& yaml = reader.yaml();
-  const std::string name = yaml.text(node, "interpolation");
+void readInterpolation(const PointReader& reader, const Node& node, CommandBatch& batch) {
+  const Document& document = reader.document();
+  const std::string name = document.text(node, "interpolation");
   const auto interpolates = [&](int actuator) {
     return actuator >= 0 && reader.machine().actuator(actuator).interpolates;
   };
@@ -104,20 +105,20 @@ void readInterpolation(const PointReader& reader, const YAML::Node& node, Comman
     return;
   }
   if (name != "step") {
-    yaml.fail(node, fmt::format("interpolation is '{}'; use message, linear, smooth or step",
-                                name.substr(0, 40)));
+    document.fail(node, fmt::format("interpolation is '{}'; use message, linear, smooth or step",
+                                    name.substr(0, 40)));
   }
   if (std::any_of(batch.actuators.begin(), batch.actuators.end(), interpolates)) {
-    yaml.fail(node,
-              "interpolation is step, and the batch has an actuator that interpolates; "
-              "use 'interpolation: step' in the machine file");
+    document.fail(node,
+                  "interpolation is step, and the batch has an actuator that interpolates; "
+                  "use 'interpolation: step' in the machine file");
   }
 }
 
-void stretch(const YamlFile& yaml, const YAML::Node& node, CommandBatch& batch) {
-  const double speed = yaml.number(node, "speed");
+void stretch(const Document& document, const Node& node, CommandBatch& batch) {
+  const double speed = document.number(node, "speed");
   if (!(speed > 0)) {
-    yaml.fail(node, fmt::format("speed is {:g}; a number above 0 is needed", speed));
+    document.fail(node, fmt::format("speed is {:g}; a number above 0 is needed", speed));
   }
   for (float& velocity : batch.velocities) {
     velocity = static_cast<float>(velocity * speed);
@@ -127,14 +128,15 @@ void stretch(const YamlFile& yaml, const YAML::Node& node, CommandBatch& batch) 
   }
   for (std::size_t point = 0; point < batch.times.size(); ++point) {
     const double timeMs = std::round(batch.times[point] / speed);
-    if (timeMs > static_cast<double>(YamlFile::longestMs)) {
-      yaml.fail(node,
-                fmt::format("at this speed the batch goes on beyond {} seconds after the start",
-                            longestSeconds));
+    if (timeMs > static_cast<double>(Document::longestMs)) {
+      document.fail(node,
+                    fmt::format("at this speed the batch goes on beyond {} seconds after the start",
+                                longestSeconds));
     }
     batch.times[point] = static_cast<std::uint32_t>(timeMs);
     if (point > 0 && batch.times[point] == batch.times[point - 1]) {
-      yaml.fail(node, fmt::format("at this speed two points fall on the millisecond {}", timeMs));
+      document.fail(node,
+                    fmt::format("at this speed two points fall on the millisecond {}", timeMs));
     }
   }
 }
@@ -145,14 +147,13 @@ double shown(const simulation::Actuator& actuator, const hal::AttrGeneric& value
 }
 
 /// The first point at time 0 is the last one of the round before.
-void checkThatRoundsMeet(const PointReader& reader, const YAML::Node& node,
-                         const CommandBatch& batch) {
+void checkThatRoundsMeet(const PointReader& reader, const Node& node, const CommandBatch& batch) {
   for (std::size_t column = 0; column < batch.actuators.size(); ++column) {
     const simulation::Actuator& actuator = reader.machine().actuator(batch.actuators[column]);
     const double first = shown(actuator, batch.value(0, column));
     const double last = shown(actuator, batch.value(batch.times.size() - 1, column));
     if (first != last) {
-      reader.yaml().fail(
+      reader.document().fail(
           node, fmt::format("a round begins where the one before ends, but '{}' begins at {:g} and "
                             "ends at {:g}; make them equal, or begin behind time 0",
                             actuator.name, first, last));
@@ -160,19 +161,19 @@ void checkThatRoundsMeet(const PointReader& reader, const YAML::Node& node,
   }
 }
 
-void repeat(const PointReader& reader, const YAML::Node& node, CommandBatch& batch) {
-  const YamlFile& yaml = reader.yaml();
-  batch.repeat = static_cast<std::uint32_t>(yaml.wholeNumber(node, "repeat", 1, 1e9));
+void repeat(const PointReader& reader, const Node& node, CommandBatch& batch) {
+  const Document& document = reader.document();
+  batch.repeat = static_cast<std::uint32_t>(document.wholeNumber(node, "repeat", 1, 1e9));
   if (batch.repeat == 1) {
     return;
   }
   if (batch.lastMs() == 0) {
-    yaml.fail(node, "a round lasts up to its last point; give one behind time 0");
+    document.fail(node, "a round lasts up to its last point; give one behind time 0");
   }
-  if (batch.lastMs() > YamlFile::longestMs - batch.fromMs) {
-    yaml.fail(node, fmt::format("{} of {:g} s go on beyond {} seconds after the start",
-                                counted(batch.repeat, "round"), batch.times.back() / 1000.0,
-                                longestSeconds));
+  if (batch.lastMs() > Document::longestMs - batch.fromMs) {
+    document.fail(node, fmt::format("{} of {:g} s go on beyond {} seconds after the start",
+                                    counted(batch.repeat, "round"), batch.times.back() / 1000.0,
+                                    longestSeconds));
   }
   if (batch.times.front() == 0) {
     checkThatRoundsMeet(reader, node, batch);
@@ -180,47 +181,49 @@ void repeat(const PointReader& reader, const YAML::Node& node, CommandBatch& bat
 }
 
 /// Once its points are known.
-void stretchAndRepeat(const PointReader& reader, const Fields& fields, const YAML::Node& node,
+void stretchAndRepeat(const PointReader& reader, const Fields& fields, const Node& node,
                       CommandBatch& batch) {
-  const YamlFile& yaml = reader.yaml();
+  const Document& document = reader.document();
   const auto speed = fields.find("speed");
   if (speed != fields.end()) {
-    stretch(yaml, speed->second, batch);
+    stretch(document, speed->second, batch);
   }
-  if (batch.lastMs() > YamlFile::longestMs - batch.fromMs) {
-    yaml.fail(speed != fields.end() ? speed->second : node,
-              fmt::format("the batch goes on beyond {} seconds after the start", longestSeconds));
+  if (batch.lastMs() > Document::longestMs - batch.fromMs) {
+    document.fail(
+        speed != fields.end() ? speed->second : node,
+        fmt::format("the batch goes on beyond {} seconds after the start", longestSeconds));
   }
-  yaml.field(fields, "repeat", [&](const YAML::Node& rounds) { repeat(reader, rounds, batch); });
+  document.field(fields, "repeat", [&](const Node& rounds) { repeat(reader, rounds, batch); });
 }
 
 }  // namespace
 
-CommandBatch readBatch(const PointReader& reader, const YAML::Node& node,
+CommandBatch readBatch(const PointReader& reader, const Node& node,
                        TrajectorySource& trajectories) {
-  const YamlFile& yaml = reader.yaml();
-  const Fields fields = yaml.fields(node, "a batch",
-                                    {"at", "from", "mode", "interpolation", "trajectory",
-                                     "trajectory_file", "key", "items", "speed", "repeat"});
+  const Document& document = reader.document();
+  const Fields fields = document.fields(node, "a batch",
+                                        {"at", "from", "mode", "interpolation", "trajectory",
+                                         "trajectory_file", "key", "items", "speed", "repeat"});
   CommandBatch batch;
-  batch.path = yaml.path();
-  readMoment(yaml, fields, node, batch);
-  const bool hasMode = yaml.field(
-      fields, "mode", [&](const YAML::Node& mode) { batch.mode = readMode(yaml, mode); });
+  batch.path = document.path();
+  readMoment(document, fields, node, batch);
+  const bool hasMode = document.field(
+      fields, "mode", [&](const Node& mode) { batch.mode = readMode(document, mode); });
   // Times of a batch that is stretched are looked at when it is.
   const std::uint32_t fromMs = batch.fromMs;
   batch.fromMs = fields.count("speed") != 0 ? 0 : fromMs;
-  const bool isWhole = yaml.attempt([&] { readPoints(reader, fields, node, trajectories, batch); });
+  const bool isWhole =
+      document.attempt([&] { readPoints(reader, fields, node, trajectories, batch); });
   batch.fromMs = fromMs;
-  batch.location = YamlFile::locationOf(node);
+  batch.location = node.location();
   if (!isWhole) {
     throw AlreadyReported();
   }
   if (hasMode && batch.times.empty() && batch.mode != TimedCommand::REPLACE) {
-    yaml.fail(node, "items is empty: that does something with the mode replace only");
+    document.fail(node, "items is empty: that does something with the mode replace only");
   }
-  yaml.field(fields, "interpolation",
-             [&](const YAML::Node& name) { readInterpolation(reader, name, batch); });
+  document.field(fields, "interpolation",
+                 [&](const Node& name) { readInterpolation(reader, name, batch); });
   stretchAndRepeat(reader, fields, node, batch);
   return batch;
 }

@@ -13,15 +13,14 @@ class TrajectorySource {
   virtual ~TrajectorySource() = default;
 
   /// Below `node`, in wrappers or without.
-  virtual void readTrajectoryAt(const PointReader& reader, const YAML::Node& node,
+  virtual void readTrajectoryAt(const PointReader& reader, const Node& node,
                                 CommandBatch& batch) = 0;
-  /// In the file that `node` names, relative to the file of `yaml`.
-  virtual void readTrajectoryFile(const YamlFile& yaml, const YAML::Node& node,
+  /// In the file that `node` names, relative to the file of `document`.
+  virtual void readTrajectoryFile(const Document& document, const Node& node,
                                   CommandBatch& batch) = 0;
 };
 
 /// Reads one command batch of a motion file: when, how, and its points. Throws `UserError`.
-CommandBatch readBatch(const PointReader& reader, const YAML::Node& node,
-                       TrajectorySource& trajectories);
+CommandBatch readBatch(const PointReader& reader, const Node& node, TrajectorySource& trajectories);
 
 }  // namespace host

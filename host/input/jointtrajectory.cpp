@@ -13,30 +13,30 @@
 namespace host {
 namespace {
 
-using Fields = YamlFile::Fields;
+using Fields = Document::Fields;
 
 /// In place of the actuator of a column that is left out; -1 where the name was reported.
 constexpr int leftOut = -2;
 
 /// Of any size: published recordings bear the time of day.
-void noteStamp(const YamlFile& yaml, const Fields& fields, CommandBatch& batch) {
+void noteStamp(const Document& document, const Fields& fields, CommandBatch& batch) {
   const auto header = fields.find("header");
-  if (header == fields.end() || header->second.IsNull()) {
+  if (header == fields.end() || header->second.isNull()) {
     return;
   }
-  const Fields parts = yaml.fields(header->second, "header", {"seq", "stamp", "frame_id"});
+  const Fields parts = document.fields(header->second, "header", {"seq", "stamp", "frame_id"});
   const auto stamp = parts.find("stamp");
   if (stamp == parts.end()) {
     return;
   }
   bool isSet = false;
-  if (stamp->second.IsMap()) {
+  if (stamp->second.isMap()) {
     const std::set<std::string> known = {"sec", "nanosec", "secs", "nsecs"};
-    for (const auto& [key, part] : yaml.fields(stamp->second, "header.stamp", known)) {
-      isSet = yaml.number(part, key.c_str()) != 0 || isSet;
+    for (const auto& [key, part] : document.fields(stamp->second, "header.stamp", known)) {
+      isSet = document.number(part, key.c_str()) != 0 || isSet;
     }
   } else {
-    isSet = yaml.number(stamp->second, "header.stamp") != 0;
+    isSet = document.number(stamp->second, "header.stamp") != 0;
   }
   if (isSet) {
     batch.notes.push_back(fmt::format(
@@ -47,16 +47,16 @@ void noteStamp(const YamlFile& yaml, const Fields& fields, CommandBatch& batch) 
 /// The actuator of each column, or why there is none.
 class Columns {
  public:
-  Columns(const PointReader& reader, const YAML::Node& names, CommandBatch& batch)
+  Columns(const PointReader& reader, const Node& names, CommandBatch& batch)
       : reader_(reader), batch_(batch) {
-    if (!names.IsSequence() || names.size() == 0) {
-      reader.yaml().fail(names, "joint_names: a list of at least one joint is needed");
+    if (!names.isList() || names.size() == 0) {
+      reader.document().fail(names, "joint_names: a list of at least one joint is needed");
     }
-    for (const YAML::Node& node : names) {
+    for (const Node& node : names.items()) {
       add(node);
     }
     if (batch.actuators.empty()) {
-      reader.yaml().fail(
+      reader.document().fail(
           names, fmt::format("machine '{}' has none of these joints", reader.machine().name));
     }
     if (!leftOut_.empty()) {
@@ -70,7 +70,7 @@ class Columns {
   [[nodiscard]] bool isLeftOut(std::size_t column) const { return columns_[column] == leftOut; }
 
   /// Adds the position at `node`, of this column, to the row under way.
-  void addPosition(std::size_t column, const YAML::Node& node) const {
+  void addPosition(std::size_t column, const Node& node) const {
     const int actuator = columns_[column];
     const hal::AttrGeneric value = reader_.value(node, actuator, "a position");
     if (actuator != leftOut) {
@@ -79,23 +79,23 @@ class Columns {
   }
 
  private:
-  void add(const YAML::Node& node) {
-    const YamlFile& yaml = reader_.yaml();
+  void add(const Node& node) {
+    const Document& document = reader_.document();
     const MachineModel& machine = reader_.machine();
-    const std::string name = node.IsScalar() ? node.Scalar() : "";
+    const std::string name = node.isScalar() ? node.scalar() : "";
     const bool isKnown = machine.uncommandedJoints.count(name) != 0;
     int column = reader_.actuatorNamed(name);
     if (!seen_.insert(name).second) {
-      yaml.report(node, fmt::format("joint '{}' is named twice", name));
+      document.report(node, fmt::format("joint '{}' is named twice", name));
     } else if (column < 0 && reader_.options().ignoreUnknownJoints && !name.empty()) {
       column = leftOut;
       leftOut_.push_back(name);
     } else if (column < 0) {
-      yaml.report(node, isKnown
-                            ? fmt::format("joint '{}' has no actuator: it is fixed or follows "
-                                          "another joint",
-                                          name)
-                            : fmt::format("machine '{}' has no joint '{}'", machine.name, name));
+      document.report(node,
+                      isKnown ? fmt::format("joint '{}' has no actuator: it is fixed or follows "
+                                            "another joint",
+                                            name)
+                              : fmt::format("machine '{}' has no joint '{}'", machine.name, name));
     }
     columns_.push_back(column);
     if (column != leftOut) {
@@ -111,28 +111,27 @@ class Columns {
 };
 
 /// A short file may name one row of positions many times.
-void checkCount(const YamlFile& yaml, const YAML::Node& points, std::size_t columns) {
+void checkCount(const Document& document, const Node& points, std::size_t columns) {
   if (points.size() > mostCommands / columns) {
-    yaml.stop(points, fmt::format("{} points for {} joints are more than {} commands",
-                                  points.size(), columns, mostCommands));
+    document.stop(points, fmt::format("{} points for {} joints are more than {} commands",
+                                      points.size(), columns, mostCommands));
   }
 }
 
-void readPoint(const PointReader& reader, const YAML::Node& point, const Fields& fields,
+void readPoint(const PointReader& reader, const Node& point, const Fields& fields,
                const Columns& columns, CommandBatch& batch) {
-  const YamlFile& yaml = reader.yaml();
-  yaml.requiredField(fields, point, "time_from_start", [&](const YAML::Node& node) {
-    reader.addTime(node, "time_from_start", batch);
-  });
-  batch.locations.push_back(YamlFile::locationOf(point));
-  const YAML::Node& positions = yaml.required(fields, point, "positions");
-  if (!positions.IsSequence() || positions.size() != columns.size()) {
-    yaml.fail(positions, fmt::format("{} for {}", counted(positions.size(), "position"),
-                                     counted(columns.size(), "joint")));
+  const Document& document = reader.document();
+  document.requiredField(fields, point, "time_from_start",
+                         [&](const Node& node) { reader.addTime(node, "time_from_start", batch); });
+  batch.locations.push_back(point.location());
+  const Node& positions = document.required(fields, point, "positions");
+  if (!positions.isList() || positions.size() != columns.size()) {
+    document.fail(positions, fmt::format("{} for {}", counted(positions.size(), "position"),
+                                         counted(columns.size(), "joint")));
   }
   std::size_t column = 0;
-  for (const YAML::Node& position : positions) {
-    yaml.attempt([&] { columns.addPosition(column, position); });
+  for (const Node& position : positions.items()) {
+    document.attempt([&] { columns.addPosition(column, position); });
     ++column;
   }
 }
@@ -145,17 +144,17 @@ bool readRow(const PointReader& reader, const Fields& fields, const char* key,
   if (field == fields.end() || field->second.size() == 0) {
     return false;
   }
-  const YamlFile& yaml = reader.yaml();
-  const YAML::Node& numbers = field->second;
-  if (!numbers.IsSequence() || numbers.size() != columns.size()) {
-    yaml.fail(numbers,
-              fmt::format("{} {} for {}", numbers.size(), key, counted(columns.size(), "joint")));
+  const Document& document = reader.document();
+  const Node& numbers = field->second;
+  if (!numbers.isList() || numbers.size() != columns.size()) {
+    document.fail(numbers, fmt::format("{} {} for {}", numbers.size(), key,
+                                       counted(columns.size(), "joint")));
   }
   rows.resize((batch.locations.size() - 1) * batch.actuators.size(),
               std::numeric_limits<float>::quiet_NaN());
   std::size_t column = 0;
-  for (const YAML::Node& number : numbers) {
-    const float single = yaml.singleNumber(number, key);
+  for (const Node& number : numbers.items()) {
+    const float single = document.singleNumber(number, key);
     if (!columns.isLeftOut(column++)) {
       rows.push_back(single);
     }
@@ -169,7 +168,7 @@ void readDerivatives(const PointReader& reader, const Fields& fields, const Colu
       readRow(reader, fields, "velocities", columns, batch, batch.velocities);
   if (readRow(reader, fields, "accelerations", columns, batch, batch.accelerations) &&
       !hasVelocities) {
-    reader.yaml().fail(fields.at("accelerations"), "accelerations without velocities");
+    reader.document().fail(fields.at("accelerations"), "accelerations without velocities");
   }
 }
 
@@ -179,21 +178,21 @@ void completeRows(const CommandBatch& batch, std::vector<float>& rows) {
   }
 }
 
-void readPoints(const PointReader& reader, const YAML::Node& points, const Columns& columns,
+void readPoints(const PointReader& reader, const Node& points, const Columns& columns,
                 CommandBatch& batch) {
   static const std::set<std::string> known = {"positions", "velocities", "accelerations",
                                               "effort",    "efforts",    "time_from_start"};
-  if (!points.IsSequence() || points.size() == 0) {
-    reader.yaml().fail(points, "points: a list of at least one point is needed");
+  if (!points.isList() || points.size() == 0) {
+    reader.document().fail(points, "points: a list of at least one point is needed");
   }
-  checkCount(reader.yaml(), points, columns.size());
+  checkCount(reader.document(), points, columns.size());
   batch.times.reserve(points.size());
   batch.locations.reserve(points.size());
   static const std::set<std::string> efforts = {"effort", "efforts"};
   std::set<std::string> ignored;
-  for (const YAML::Node& point : points) {
-    reader.yaml().attempt([&] {
-      const Fields fields = reader.yaml().fields(point, "a point", known);
+  for (const Node& point : points.items()) {
+    reader.document().attempt([&] {
+      const Fields fields = reader.document().fields(point, "a point", known);
       for (const auto& [key, node] : fields) {
         if (efforts.count(key) != 0 && node.size() != 0) {
           ignored.insert(key);
@@ -211,64 +210,65 @@ void readPoints(const PointReader& reader, const YAML::Node& points, const Colum
 }
 
 /// All positions in one list, point by point, and the times in another.
-void readFlatPoints(const PointReader& reader, const YAML::Node& positions, const YAML::Node& times,
+void readFlatPoints(const PointReader& reader, const Node& positions, const Node& times,
                     const Columns& columns, CommandBatch& batch) {
-  const YamlFile& yaml = reader.yaml();
-  if (!times.IsSequence() || times.size() == 0) {
-    yaml.fail(times, "times_from_start: a list of at least one time is needed");
+  const Document& document = reader.document();
+  if (!times.isList() || times.size() == 0) {
+    document.fail(times, "times_from_start: a list of at least one time is needed");
   }
-  checkCount(yaml, times, columns.size());
-  if (!positions.IsSequence() || positions.size() != times.size() * columns.size()) {
-    yaml.fail(positions,
-              fmt::format("{} for {} at {}", counted(positions.size(), "position"),
-                          counted(columns.size(), "joint"), counted(times.size(), "time")));
+  checkCount(document, times, columns.size());
+  if (!positions.isList() || positions.size() != times.size() * columns.size()) {
+    document.fail(positions,
+                  fmt::format("{} for {} at {}", counted(positions.size(), "position"),
+                              counted(columns.size(), "joint"), counted(times.size(), "time")));
   }
-  for (const YAML::Node& time : times) {
-    batch.locations.push_back(YamlFile::locationOf(time));
-    yaml.attempt([&] { reader.addTime(time, "time_from_start", batch); });
+  for (const Node& time : times.items()) {
+    batch.locations.push_back(time.location());
+    document.attempt([&] { reader.addTime(time, "time_from_start", batch); });
   }
   std::size_t number = 0;
-  for (const YAML::Node& position : positions) {
-    yaml.attempt([&] { columns.addPosition(number % columns.size(), position); });
+  for (const Node& position : positions.items()) {
+    document.attempt([&] { columns.addPosition(number % columns.size(), position); });
     ++number;
   }
 }
 
 }  // namespace
 
-void readJointTrajectory(const PointReader& reader, const YAML::Node& node, CommandBatch& batch) {
-  const YamlFile& yaml = reader.yaml();
-  batch.pointsPath = yaml.path();
-  const Fields fields = yaml.fields(node, "the trajectory", {"header", "joint_names", "points"});
-  yaml.attempt([&] { noteStamp(yaml, fields, batch); });
+void readJointTrajectory(const PointReader& reader, const Node& node, CommandBatch& batch) {
+  const Document& document = reader.document();
+  batch.pointsPath = document.path();
+  const Fields fields =
+      document.fields(node, "the trajectory", {"header", "joint_names", "points"});
+  document.attempt([&] { noteStamp(document, fields, batch); });
   std::optional<Columns> columns;
-  yaml.requiredField(fields, node, "joint_names",
-                     [&](const YAML::Node& names) { columns.emplace(reader, names, batch); });
-  yaml.requiredField(fields, node, "points", [&](const YAML::Node& points) {
+  document.requiredField(fields, node, "joint_names",
+                         [&](const Node& names) { columns.emplace(reader, names, batch); });
+  document.requiredField(fields, node, "points", [&](const Node& points) {
     if (columns) {
       readPoints(reader, points, *columns, batch);
     }
   });
 }
 
-void readNamedMotion(const PointReader& reader, const YAML::Node& node, CommandBatch& batch) {
-  const YamlFile& yaml = reader.yaml();
-  batch.pointsPath = yaml.path();
-  const Fields fields = yaml.fields(node, "a named motion",
-                                    {"joints", "points", "positions", "times_from_start", "meta"});
+void readNamedMotion(const PointReader& reader, const Node& node, CommandBatch& batch) {
+  const Document& document = reader.document();
+  batch.pointsPath = document.path();
+  const Fields fields = document.fields(
+      node, "a named motion", {"joints", "points", "positions", "times_from_start", "meta"});
   std::optional<Columns> columns;
-  yaml.requiredField(fields, node, "joints",
-                     [&](const YAML::Node& names) { columns.emplace(reader, names, batch); });
+  document.requiredField(fields, node, "joints",
+                         [&](const Node& names) { columns.emplace(reader, names, batch); });
   if (!columns) {
     return;
   }
   const auto positions = fields.find("positions");
   if (positions == fields.end()) {
-    readPoints(reader, yaml.required(fields, node, "points"), *columns, batch);
+    readPoints(reader, document.required(fields, node, "points"), *columns, batch);
   } else if (fields.count("points") != 0) {
-    yaml.fail(positions->second, "points have positions of their own; keep one of the two");
+    document.fail(positions->second, "points have positions of their own; keep one of the two");
   } else {
-    readFlatPoints(reader, positions->second, yaml.required(fields, node, "times_from_start"),
+    readFlatPoints(reader, positions->second, document.required(fields, node, "times_from_start"),
                    *columns, batch);
   }
 }

@@ -6,7 +6,7 @@
 #include <cmath>
 #include <utility>
 
-#include "host/input/yaml.h"
+#include "host/input/document.h"
 
 namespace host {
 namespace {
@@ -21,7 +21,7 @@ constexpr std::array bounds = {
     Bound{simulation::maxAttributes, "attributes"},
     Bound{simulation::maxPreferences, "preferences"},
     // A short file may name one text many times.
-    Bound{YamlFile::maxBytes, "bytes of names and texts"},
+    Bound{Document::maxBytes, "bytes of names and texts"},
 };
 
 }  // namespace

@@ -7,18 +7,18 @@
 
 #include "host/base/textfile.h"
 #include "host/input/devices.h"
+#include "host/input/document.h"
 #include "host/input/subdevices.h"
 #include "host/input/urdf.h"
-#include "host/input/yaml.h"
 
 namespace host {
 namespace {
 
-using Fields = YamlFile::Fields;
+using Fields = Document::Fields;
 
 struct Section {
   const char* key;
-  void (*readEntry)(const YamlFile& yaml, const YAML::Node& node, MachineDraft& draft);
+  void (*readEntry)(const Document& document, const Node& node, MachineDraft& draft);
   /// Others refer to the names of its entries.
   bool isReferredTo;
 };
@@ -30,52 +30,53 @@ constexpr Section sections[] = {
     {"preferences", readPreference, false},
 };
 
-void readUrdfNamedAt(const YamlFile& yaml, const YAML::Node& node, MachineDraft& draft) {
-  const std::filesystem::path named = yaml.name(node, "urdf");
+void readUrdfNamedAt(const Document& document, const Node& node, MachineDraft& draft) {
+  const std::filesystem::path named = document.name(node, "urdf");
   const std::string path =
-      (std::filesystem::path(yaml.path()).parent_path() / named).lexically_normal().string();
+      (std::filesystem::path(document.path()).parent_path() / named).lexically_normal().string();
   std::string text;
   try {
     text = readFile(path, maxUrdfBytes);
   } catch (const UserError& error) {
-    yaml.fail(node, fmt::format("the URDF cannot be taken: {}", error.what()));
+    document.fail(node, fmt::format("the URDF cannot be taken: {}", error.what()));
   }
   addUrdf(path, text, draft);
 }
 
 /// Whether what refers to an entry of these can find its name.
-bool areNamed(const YAML::Node& entries) {
-  return entries.IsSequence() &&
-         std::all_of(entries.begin(), entries.end(), [](const YAML::Node& entry) {
-           const YAML::Node name = entry.IsMap() ? entry["name"] : YAML::Node();
-           return name.IsDefined() && name.IsScalar() && !name.Scalar().empty();
+bool areNamed(const Node& entries) {
+  return entries.isList() &&
+         std::all_of(entries.items().begin(), entries.items().end(), [](const Node& entry) {
+           const Node* const name = entry.isMap() ? entry.find("name") : nullptr;
+           return name != nullptr && name->isScalar() && !name->scalar().empty();
          });
 }
 
-void readSection(const YamlFile& yaml, const Fields& fields, const Section& section,
+void readSection(const Document& document, const Fields& fields, const Section& section,
                  MachineDraft& draft) {
-  for (const YAML::Node& entry : yaml.entries(fields, section.key)) {
-    yaml.attempt([&] { section.readEntry(yaml, entry, draft); });
+  for (const Node& entry : document.entries(fields, section.key)) {
+    document.attempt([&] { section.readEntry(document, entry, draft); });
   }
 }
 
-void readFields(const YamlFile& yaml, MachineDraft& draft) {
-  const Fields fields = yaml.fields(yaml.root(), "the machine",
-                                    {"name", "urdf", "time_constant", "approach_velocity", "joints",
-                                     "devices", "actuators", "sensors", "preferences"});
-  draft.namesAreComplete = yaml.field(
-      fields, "urdf", [&](const YAML::Node& node) { readUrdfNamedAt(yaml, node, draft); });
-  draft.model.paths.push_back(yaml.path());
-  yaml.field(fields, "name",
-             [&](const YAML::Node& node) { draft.model.name = yaml.name(node, "name"); });
-  yaml.field(fields, "time_constant", [&](const YAML::Node& node) {
-    draft.timeConstant = readTimeConstant(yaml, node);
+void readFields(const Document& document, MachineDraft& draft) {
+  const Fields fields =
+      document.fields(document.root(), "the machine",
+                      {"name", "urdf", "time_constant", "approach_velocity", "joints", "devices",
+                       "actuators", "sensors", "preferences"});
+  draft.namesAreComplete = document.field(
+      fields, "urdf", [&](const Node& node) { readUrdfNamedAt(document, node, draft); });
+  draft.model.paths.push_back(document.path());
+  document.field(fields, "name",
+                 [&](const Node& node) { draft.model.name = document.name(node, "name"); });
+  document.field(fields, "time_constant", [&](const Node& node) {
+    draft.timeConstant = readTimeConstant(document, node);
     for (simulation::Sensor& sensor : draft.model.description.sensors) {
       sensor.timeConstant = draft.timeConstant;
     }
   });
-  yaml.field(fields, "approach_velocity", [&](const YAML::Node& node) {
-    draft.approachVelocity = readApproachVelocity(yaml, node);
+  document.field(fields, "approach_velocity", [&](const Node& node) {
+    draft.approachVelocity = readApproachVelocity(document, node);
   });
   for (const Section& section : sections) {
     const auto list = fields.find(section.key);
@@ -84,7 +85,7 @@ void readFields(const YamlFile& yaml, MachineDraft& draft) {
         (!section.isReferredTo || list == fields.end() || areNamed(list->second));
   }
   for (const Section& section : sections) {
-    yaml.attempt([&] { readSection(yaml, fields, section, draft); });
+    document.attempt([&] { readSection(document, fields, section, draft); });
   }
 }
 
@@ -92,10 +93,10 @@ MachineModel readYaml(const std::string& path, const std::string& text) {
   ErrorCollector errors;
   MachineDraft draft(errors);
   errors.attempt([&] {
-    const YamlFile yaml(path, text, errors);
-    const bool sound = yaml.attempt([&] { readFields(yaml, draft); });
+    const Document document(path, text, errors);
+    const bool sound = document.attempt([&] { readFields(document, draft); });
     if (sound && draft.model.description.actuators.empty()) {
-      yaml.fail(yaml.root(), "the machine has no actuator; give it a urdf or actuators");
+      document.fail(document.root(), "the machine has no actuator; give it a urdf or actuators");
     }
   });
   return draft.finish();

@@ -39,29 +39,30 @@ MotionName split(const std::string& given) {
   return {given, std::nullopt};
 }
 
-YAML::Node motionNamed(const YamlFile& yaml, const YAML::Node& motions,
-                       const std::optional<std::string>& name) {
-  if (!motions.IsMap()) {
-    yaml.fail(motions, "motions must be a map of named motions");
+Node motionNamed(const Document& document, const Node& motions,
+                 const std::optional<std::string>& name) {
+  if (!motions.isMap()) {
+    document.fail(motions, "motions must be a map of named motions");
   }
   std::vector<std::string> names;
-  std::vector<YAML::Node> found;
-  for (const auto& entry : motions) {
-    names.push_back(entry.first.IsScalar() ? entry.first.Scalar() : "");
+  std::vector<Node> found;
+  for (const auto& entry : motions.entries()) {
+    names.push_back(entry.first.isScalar() ? entry.first.scalar() : "");
     if (name && names.back() == *name) {
       found.push_back(entry.second);
     }
   }
   if (found.size() > 1) {
-    yaml.fail(found.back(), fmt::format("a second motion is named '{}'", *name));
+    document.fail(found.back(), fmt::format("a second motion is named '{}'", *name));
   }
   if (!found.empty()) {
     return found.front();
   }
   const std::string known = fmt::format("{}", fmt::join(names, ", "));
-  yaml.fail(motions, name ? fmt::format("there is no motion '{}'; known are {}", *name, known)
-                          : fmt::format("pick one of {} as {}:NAME: {}",
-                                        counted(names.size(), "named motion"), yaml.path(), known));
+  document.fail(motions,
+                name ? fmt::format("there is no motion '{}'; known are {}", *name, known)
+                     : fmt::format("pick one of {} as {}:NAME: {}",
+                                   counted(names.size(), "named motion"), document.path(), known));
 }
 
 /// Reads the files of one run, and those that their batches name, each of these once.
@@ -72,34 +73,33 @@ class MotionReader : public TrajectorySource {
 
   std::vector<CommandBatch> read(const std::string& given) {
     const MotionName name = split(given);
-    const YamlFile yaml(name.path, readFile(name.path, YamlFile::maxBytes), errors_);
-    const PointReader reader(yaml, machine_, options_);
-    const MotionContent content = unwrapMotion(yaml, yaml.root());
+    const Document document(name.path, readFile(name.path, Document::maxBytes), errors_);
+    const PointReader reader(document, machine_, options_);
+    const MotionContent content = unwrapMotion(document, document.root());
     if (content.kind == MotionContent::Kind::batches && !name.motion) {
       return readBatches(reader, content.node);
     }
     CommandBatch batch;
     batch.path = name.path;
     readTrajectory(reader, content, name.motion, batch);
-    takeCommands(yaml, content.node, batch);
+    takeCommands(document, content.node, batch);
     return {std::move(batch)};
   }
 
-  void readTrajectoryAt(const PointReader& reader, const YAML::Node& node,
-                        CommandBatch& batch) override {
-    readTrajectory(reader, unwrapMotion(reader.yaml(), node), std::nullopt, batch);
+  void readTrajectoryAt(const PointReader& reader, const Node& node, CommandBatch& batch) override {
+    readTrajectory(reader, unwrapMotion(reader.document(), node), std::nullopt, batch);
   }
 
-  void readTrajectoryFile(const YamlFile& yaml, const YAML::Node& node,
+  void readTrajectoryFile(const Document& document, const Node& node,
                           CommandBatch& batch) override {
-    const std::string given =
-        (std::filesystem::path(yaml.path()).parent_path() / yaml.name(node, "trajectory_file"))
-            .string();
+    const std::string given = (std::filesystem::path(document.path()).parent_path() /
+                               document.name(node, "trajectory_file"))
+                                  .string();
     auto found = files_.find(given);
     if (found == files_.end()) {
       found = files_.emplace(given, std::nullopt).first;
       CommandBatch read;
-      if (errors_.attempt([&] { readNamedFile(yaml, node, split(given), read); })) {
+      if (errors_.attempt([&] { readNamedFile(document, node, split(given), read); })) {
         found->second = std::move(read);
       }
     }
@@ -116,32 +116,33 @@ class MotionReader : public TrajectorySource {
   }
 
  private:
-  void readNamedFile(const YamlFile& yaml, const YAML::Node& node, const MotionName& name,
+  void readNamedFile(const Document& document, const Node& node, const MotionName& name,
                      CommandBatch& batch) {
     std::string text;
     try {
-      text = readFile(name.path, YamlFile::maxBytes);
+      text = readFile(name.path, Document::maxBytes);
     } catch (const UserError& error) {
-      yaml.fail(node, fmt::format("trajectory_file: {} {}", name.path, error.entries()[0].text));
+      document.fail(node,
+                    fmt::format("trajectory_file: {} {}", name.path, error.entries()[0].text));
     }
-    const YamlFile named(name.path, text, errors_);
+    const Document named(name.path, text, errors_);
     readTrajectory(PointReader(named, machine_, options_), unwrapMotion(named, named.root()),
                    name.motion, batch);
   }
 
   static void readTrajectory(const PointReader& reader, const MotionContent& content,
                              const std::optional<std::string>& name, CommandBatch& batch) {
-    const YamlFile& yaml = reader.yaml();
-    batch.location = YamlFile::locationOf(content.node);
+    const Document& document = reader.document();
+    batch.location = content.node.location();
     if (content.kind == MotionContent::Kind::namedMotions) {
-      const YAML::Node motion = motionNamed(yaml, content.node["motions"], name);
-      batch.location = YamlFile::locationOf(motion);
+      const Node motion = motionNamed(document, *content.node.find("motions"), name);
+      batch.location = motion.location();
       readNamedMotion(reader, motion, batch);
     } else if (name) {
-      yaml.fail(content.node,
-                fmt::format("there are no named motions here; leave ':{}' out", *name));
+      document.fail(content.node,
+                    fmt::format("there are no named motions here; leave ':{}' out", *name));
     } else if (content.kind == MotionContent::Kind::batches) {
-      yaml.fail(content.node, "there are batches here, where one trajectory is needed");
+      document.fail(content.node, "there are batches here, where one trajectory is needed");
     } else {
       readJointTrajectory(reader, content.node, batch);
     }
@@ -151,36 +152,36 @@ class MotionReader : public TrajectorySource {
     }
   }
 
-  std::vector<CommandBatch> readBatches(const PointReader& reader, const YAML::Node& node) {
-    const YamlFile& yaml = reader.yaml();
-    const YamlFile::Fields fields = yaml.fields(node, "the file", {"batches", "lists"});
+  std::vector<CommandBatch> readBatches(const PointReader& reader, const Node& node) {
+    const Document& document = reader.document();
+    const Document::Fields fields = document.fields(node, "the file", {"batches", "lists"});
     const char* const key = fields.count("lists") != 0 ? "lists" : "batches";
     if (fields.count("batches") != 0 && fields.count("lists") != 0) {
-      yaml.fail(fields.at("lists"), "lists is the old name of batches; keep one of the two");
+      document.fail(fields.at("lists"), "lists is the old name of batches; keep one of the two");
     }
     std::vector<CommandBatch> batches;
-    const YAML::Node entries = yaml.entries(fields, key);
-    for (const YAML::Node& entry : entries) {
+    const std::vector<Node>& entries = document.entries(fields, key);
+    for (const Node& entry : entries) {
       if (batches.size() == mostBatches) {
-        yaml.stop(entry,
-                  fmt::format("the file up to here holds more than {} {}", mostBatches, key));
+        document.stop(entry,
+                      fmt::format("the file up to here holds more than {} {}", mostBatches, key));
       }
-      yaml.attempt([&] {
+      document.attempt([&] {
         batches.push_back(readBatch(reader, entry, *this));
-        takeCommands(yaml, entry, batches.back());
+        takeCommands(document, entry, batches.back());
       });
     }
     if (entries.size() == 0) {
-      yaml.fail(node, fmt::format("{}: at least one batch is needed", key));
+      document.fail(node, fmt::format("{}: at least one batch is needed", key));
     }
     return batches;
   }
 
-  void takeCommands(const YamlFile& yaml, const YAML::Node& node, const CommandBatch& batch) {
+  void takeCommands(const Document& document, const Node& node, const CommandBatch& batch) {
     count_ += batch.values.size();
     if (count_ > mostCommands) {
-      yaml.stop(node,
-                fmt::format("the motions up to here hold more than {} commands", mostCommands));
+      document.stop(node,
+                    fmt::format("the motions up to here hold more than {} commands", mostCommands));
     }
   }
 

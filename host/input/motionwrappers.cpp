@@ -11,7 +11,7 @@ namespace host {
 namespace {
 
 using Names = std::vector<std::string_view>;
-using Entry = std::pair<std::string, YAML::Node>;
+using Entry = std::pair<std::string, Node>;
 
 const Names batchKeys = {"batches", "lists"};
 const Names trajectoryKeys = {"joint_names", "points"};
@@ -22,16 +22,16 @@ bool isOneOf(const Names& names, const std::string& key) {
   return std::find(names.begin(), names.end(), key) != names.end();
 }
 
-std::vector<Entry> entriesOf(const YAML::Node& map) {
+std::vector<Entry> entriesOf(const Node& map) {
   std::vector<Entry> entries;
-  for (const auto& entry : map) {
-    entries.emplace_back(entry.first.IsScalar() ? entry.first.Scalar() : "", entry.second);
+  for (const auto& entry : map.entries()) {
+    entries.emplace_back(entry.first.isScalar() ? entry.first.scalar() : "", entry.second);
   }
   return entries;
 }
 
-bool holdsAny(const YAML::Node& node, const Names& names) {
-  if (!node.IsMap()) {
+bool holdsAny(const Node& node, const Names& names) {
+  if (!node.isMap()) {
     return false;
   }
   const std::vector<Entry> entries = entriesOf(node);
@@ -39,13 +39,13 @@ bool holdsAny(const YAML::Node& node, const Names& names) {
                      [&names](const Entry& entry) { return isOneOf(names, entry.first); });
 }
 
-bool isContent(const YAML::Node& node) {
+bool isContent(const Node& node) {
   return holdsAny(node, batchKeys) || holdsAny(node, trajectoryKeys) || holdsAny(node, {"motions"});
 }
 
 /// Whether a map below this key leads on: names of nodes stand before what is known.
 bool isNodeName(const Entry& entry, int depth = 3) {
-  if (!entry.second.IsMap() || entry.first == "header") {
+  if (!entry.second.isMap() || entry.first == "header") {
     return false;
   }
   if (isContent(entry.second) || holdsAny(entry.second, wrapperKeys)) {
@@ -56,7 +56,7 @@ bool isNodeName(const Entry& entry, int depth = 3) {
   return depth > 0 && inner.size() == 1 && isNodeName(inner.front(), depth - 1);
 }
 
-std::vector<Entry> wrappedIn(const YAML::Node& node) {
+std::vector<Entry> wrappedIn(const Node& node) {
   const std::vector<Entry> entries = entriesOf(node);
   std::vector<Entry> wrapped;
   std::copy_if(entries.begin(), entries.end(), std::back_inserter(wrapped),
@@ -69,20 +69,20 @@ std::vector<Entry> wrappedIn(const YAML::Node& node) {
 }
 
 /// A displayed trajectory is a list of them.
-YAML::Node onlyOneOf(const YamlFile& yaml, const Entry& entry) {
-  if (entry.first != "trajectory" || !entry.second.IsSequence()) {
+Node onlyOneOf(const Document& document, const Entry& entry) {
+  if (entry.first != "trajectory" || !entry.second.isList()) {
     return entry.second;
   }
   if (entry.second.size() != 1) {
-    yaml.fail(entry.second, fmt::format("trajectory holds {} of them; keep one in the file",
-                                        entry.second.size()));
+    document.fail(entry.second, fmt::format("trajectory holds {} of them; keep one in the file",
+                                            entry.second.size()));
   }
-  return entry.second[0];
+  return entry.second.items()[0];
 }
 
-void noteIgnored(const YAML::Node& node, const std::string& followed, MotionContent& content) {
+void noteIgnored(const Node& node, const std::string& followed, MotionContent& content) {
   for (const auto& [key, value] : entriesOf(node)) {
-    const bool isEmpty = value.IsScalar() ? value.Scalar().empty() : value.size() == 0;
+    const bool isEmpty = value.isScalar() ? value.scalar().empty() : value.size() == 0;
     if (key != followed && key != "header" && !isEmpty) {
       content.ignored.push_back(key);
     }
@@ -91,23 +91,23 @@ void noteIgnored(const YAML::Node& node, const std::string& followed, MotionCont
 
 }  // namespace
 
-MotionContent unwrapMotion(const YamlFile& yaml, const YAML::Node& node) {
+MotionContent unwrapMotion(const Document& document, const Node& node) {
   MotionContent content;
-  content.node.reset(node);
+  content.node = node;
   constexpr int mostWrappers = 32;
-  for (int depth = 0; depth < mostWrappers && content.node.IsMap() && !isContent(content.node);
+  for (int depth = 0; depth < mostWrappers && content.node.isMap() && !isContent(content.node);
        ++depth) {
     const std::vector<Entry> wrapped = wrappedIn(content.node);
     if (wrapped.empty()) {
       break;
     }
     if (wrapped.size() > 1) {
-      yaml.fail(content.node,
-                fmt::format("motions stand below '{}' and below '{}'; keep one of them",
-                            wrapped[0].first, wrapped[1].first));
+      document.fail(content.node,
+                    fmt::format("motions stand below '{}' and below '{}'; keep one of them",
+                                wrapped[0].first, wrapped[1].first));
     }
     noteIgnored(content.node, wrapped.front().first, content);
-    content.node.reset(onlyOneOf(yaml, wrapped.front()));
+    content.node = onlyOneOf(document, wrapped.front());
   }
   if (holdsAny(content.node, batchKeys)) {
     content.kind = MotionContent::Kind::batches;

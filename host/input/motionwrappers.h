@@ -3,7 +3,7 @@
 #include <string>
 #include <vector>
 
-#include "host/input/yaml.h"
+#include "host/input/document.h"
 
 namespace host {
 
@@ -11,7 +11,7 @@ namespace host {
 struct MotionContent {
   enum class Kind { trajectory, batches, namedMotions };
 
-  YAML::Node node;
+  Node node;
   Kind kind = Kind::trajectory;
   /// Keys beside the way to it, which nothing is made of.
   std::vector<std::string> ignored;
@@ -21,6 +21,6 @@ struct MotionContent {
 /// occur: `goal`, `trajectory`, `joint_trajectory`, `play_motion`, `ros__parameters`, and the
 /// names of nodes. What has none of these is taken for a trajectory. Throws `UserError` when
 /// there is more than one to follow.
-MotionContent unwrapMotion(const YamlFile& yaml, const YAML::Node& node);
+MotionContent unwrapMotion(const Document& document, const Node& node);
 
 }  // namespace host

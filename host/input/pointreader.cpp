@@ -7,9 +7,12 @@
 
 namespace host {
 
-PointReader::PointReader(const YamlFile& yaml, const MachineModel& machine,
+PointReader::PointReader(const Document& document, const MachineModel& machine,
                          const MotionOptions& options)
-    : yaml_(yaml), machine_(machine), options_(options), actuators_(actuatorIndexes(machine)) {
+    : document_(document),
+      machine_(machine),
+      options_(options),
+      actuators_(actuatorIndexes(machine)) {
   for (const auto& [name, index] : actuators_) {
     keys_.emplace(valueKey(machine.actuator(index)), index);
   }
@@ -25,31 +28,31 @@ int PointReader::actuatorWithKey(const std::string& key) const {
   return found == keys_.end() ? -1 : found->second;
 }
 
-hal::AttrGeneric PointReader::value(const YAML::Node& node, int actuator, const char* what) const {
+hal::AttrGeneric PointReader::value(const Node& node, int actuator, const char* what) const {
   if (actuator < 0) {
-    return hal::AttrGeneric(yaml_.singleNumber(node, what));
+    return hal::AttrGeneric(document_.singleNumber(node, what));
   }
   const simulation::Actuator& commanded = machine_.actuator(actuator);
   if (commanded.typeCode == hal::floatTypeCode) {
-    return hal::AttrGeneric(yaml_.singleNumber(node, what));
+    return hal::AttrGeneric(document_.singleNumber(node, what));
   }
   hal::AttrGeneric record;
-  record.asInt = readInteger(yaml_, node, what);
+  record.asInt = readInteger(document_, node, what);
   return record;
 }
 
-void PointReader::addTime(const YAML::Node& node, const char* what, CommandBatch& batch) const {
-  const std::uint32_t timeMs = yaml_.milliseconds(node, what);
-  if (std::int64_t{batch.fromMs} + timeMs > YamlFile::longestMs) {
-    yaml_.fail(node, fmt::format("{} lies beyond {} seconds after the start", what,
-                                 YamlFile::longestMs / 1000));
+void PointReader::addTime(const Node& node, const char* what, CommandBatch& batch) const {
+  const std::uint32_t timeMs = document_.milliseconds(node, what);
+  if (std::int64_t{batch.fromMs} + timeMs > Document::longestMs) {
+    document_.fail(node, fmt::format("{} lies beyond {} seconds after the start", what,
+                                     Document::longestMs / 1000));
   }
   if (!batch.times.empty() && timeMs == batch.times.back()) {
-    yaml_.report(node, fmt::format("two points fall on the millisecond {}", timeMs));
+    document_.report(node, fmt::format("two points fall on the millisecond {}", timeMs));
   }
   if (!batch.times.empty() && timeMs < batch.times.back()) {
-    yaml_.report(node,
-                 fmt::format("{} goes back from {} ms to {} ms", what, batch.times.back(), timeMs));
+    document_.report(
+        node, fmt::format("{} goes back from {} ms to {} ms", what, batch.times.back(), timeMs));
   }
   batch.times.push_back(timeMs);
 }

@@ -5,8 +5,8 @@
 #include <string>
 
 #include "host/input/commandbatch.h"
+#include "host/input/document.h"
 #include "host/input/motionoptions.h"
-#include "host/input/yaml.h"
 
 namespace host {
 
@@ -18,11 +18,11 @@ constexpr std::size_t mostCommands = 2'000'000;
 class PointReader {
  public:
   /// The file and the machine must outlive the reader.
-  PointReader(const YamlFile& yaml, const MachineModel& machine, const MotionOptions& options);
+  PointReader(const Document& document, const MachineModel& machine, const MotionOptions& options);
 
   [[nodiscard]] const MotionOptions& options() const { return options_; }
 
-  [[nodiscard]] const YamlFile& yaml() const { return yaml_; }
+  [[nodiscard]] const Document& document() const { return document_; }
   [[nodiscard]] const MachineModel& machine() const { return machine_; }
 
   /// The index of the actuator with this name; -1 when there is none.
@@ -32,14 +32,13 @@ class PointReader {
 
   /// The record that commands the value at `node`. An actuator below 0 is one whose name is
   /// wrong, which was reported: then any number will do.
-  [[nodiscard]] hal::AttrGeneric value(const YAML::Node& node, int actuator,
-                                       const char* what) const;
+  [[nodiscard]] hal::AttrGeneric value(const Node& node, int actuator, const char* what) const;
 
   /// Adds the time at `node`; reports one that does not lie behind the point before.
-  void addTime(const YAML::Node& node, const char* what, CommandBatch& batch) const;
+  void addTime(const Node& node, const char* what, CommandBatch& batch) const;
 
  private:
-  const YamlFile& yaml_;
+  const Document& document_;
   const MachineModel& machine_;
   const MotionOptions options_;
   const std::map<std::string, int> actuators_;

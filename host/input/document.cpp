@@ -1,64 +1,61 @@
-#include "host/input/yaml.h"
+#include "host/input/document.h"
 
 #include <fmt/format.h>
-#include <yaml-cpp/depthguard.h>
 
 #include <cmath>
 
 #include "host/base/textfile.h"
-#include "host/input/yamlsurvey.h"
+#include "host/input/jsontree.h"
+#include "host/input/yamltree.h"
 
 namespace host {
 namespace {
 
-YAML::Node load(const std::string& path, const std::string& text) {
-  if (text.size() > YamlFile::maxBytes) {
-    throw UserError(path, {}, fmt::format("is longer than {} bytes", YamlFile::maxBytes));
+void load(const std::string& path, const std::string& text, Document::Format format,
+          NodeTree& tree) {
+  if (text.size() > Document::maxBytes) {
+    throw UserError(path, {}, fmt::format("is longer than {} bytes", Document::maxBytes));
   }
-  try {
-    surveyYaml(path, text);
-    return YAML::Load(text);
-  } catch (const YAML::DeepRecursion& error) {
-    throw UserError(path, positionOf(error.mark), "not readable as YAML: nested too deeply");
-  } catch (const YAML::Exception& error) {
-    throw UserError(path, positionOf(error.mark),
-                    fmt::format("not readable as YAML: {}", error.msg));
-  }
+  format == Document::Format::yaml ? readYamlTree(path, text, tree) : readJsonTree(text, tree);
 }
 
 }  // namespace
 
-YamlFile::YamlFile(const std::string& path, const std::string& text, ErrorCollector& errors)
-    : path_(path), errors_(errors), root_(load(path, text)) {}
-
-SourceLocation YamlFile::locationOf(const YAML::Node& node) {
-  return positionOf(node.Mark());
+Document::Document(const std::string& path, const std::string& text, ErrorCollector& errors,
+                   Format format)
+    : path_(path), format_(format), errors_(errors) {
+  load(path, text, format, tree_);
 }
 
-UserError YamlFile::error(const YAML::Node& node, const std::string& what) const {
+FileLocation Document::at(const Node& node) const {
+  return format_ == Format::yaml ? FileLocation{path_, node.location()}
+                                 : FileLocation{node.pointer(), {}};
+}
+
+UserError Document::error(const Node& node, const std::string& what) const {
   return {at(node), what};
 }
 
-void YamlFile::fail(const YAML::Node& node, const std::string& what) const {
+void Document::fail(const Node& node, const std::string& what) const {
   throw error(node, what);
 }
 
-void YamlFile::report(const YAML::Node& node, const std::string& what) const {
+void Document::report(const Node& node, const std::string& what) const {
   errors_.add(error(node, what));
 }
 
-void YamlFile::stop(const YAML::Node& node, const std::string& what) const {
+void Document::stop(const Node& node, const std::string& what) const {
   errors_.stop(error(node, what));
 }
 
-YamlFile::Fields YamlFile::fields(const YAML::Node& node, const std::string& what,
+Document::Fields Document::fields(const Node& node, const std::string& what,
                                   const std::set<std::string>& known) const {
-  if (!node.IsMap()) {
+  if (!node.isMap()) {
     fail(node, fmt::format("{} must be a map with {}", what, fmt::join(known, ", ")));
   }
   Fields found;
-  for (const auto& entry : node) {
-    const std::string key = entry.first.IsScalar() ? entry.first.Scalar() : "";
+  for (const auto& entry : node.entries()) {
+    const std::string key = entry.first.isScalar() ? entry.first.scalar() : "";
     if (known.count(key) == 0) {
       report(entry.first, fmt::format("unknown key '{}' in {}; known are {}", key, what,
                                       fmt::join(known, ", ")));
@@ -69,8 +66,7 @@ YamlFile::Fields YamlFile::fields(const YAML::Node& node, const std::string& wha
   return found;
 }
 
-const YAML::Node& YamlFile::required(const Fields& fields, const YAML::Node& owner,
-                                     const char* key) const {
+const Node& Document::required(const Fields& fields, const Node& owner, const char* key) const {
   const auto found = fields.find(key);
   if (found == fields.end()) {
     if (owner.size() != fields.size()) {
@@ -81,18 +77,18 @@ const YAML::Node& YamlFile::required(const Fields& fields, const YAML::Node& own
   return found->second;
 }
 
-YAML::Node YamlFile::entries(const Fields& fields, const char* key) const {
+const std::vector<Node>& Document::entries(const Fields& fields, const char* key) const {
   const auto found = fields.find(key);
   if (found == fields.end()) {
-    return YAML::Node(YAML::NodeType::Sequence);
+    return Node().items();
   }
-  if (!found->second.IsSequence()) {
+  if (!found->second.isList()) {
     fail(found->second, fmt::format("{} must be a list", key));
   }
-  return found->second;
+  return found->second.items();
 }
 
-std::string YamlFile::name(const YAML::Node& node, const char* what) const {
+std::string Document::name(const Node& node, const char* what) const {
   std::string name = text(node, what);
   if (name.empty()) {
     fail(node, fmt::format("{} is empty", what));
@@ -100,32 +96,37 @@ std::string YamlFile::name(const YAML::Node& node, const char* what) const {
   return name;
 }
 
-std::string YamlFile::text(const YAML::Node& node, const char* what) const {
-  if (!node.IsScalar()) {
-    fail(node, fmt::format("{} must be text", what));
-  }
-  if (node.Scalar().find('\0') != std::string::npos) {
-    fail(node, fmt::format("{} holds a NUL character", what));
-  }
-  return node.Scalar();
+/// Numbers and truths are no texts where texts have quotes.
+bool Document::isText(const Node& node) const {
+  return node.isScalar() && (format_ == Format::yaml || !node.isPlain());
 }
 
-double YamlFile::number(const YAML::Node& node, const char* what) const {
-  if (!node.IsScalar()) {
+std::string Document::text(const Node& node, const char* what) const {
+  if (!isText(node)) {
+    fail(node, fmt::format("{} must be text", what));
+  }
+  if (node.scalar().find('\0') != std::string::npos) {
+    fail(node, fmt::format("{} holds a NUL character", what));
+  }
+  return node.scalar();
+}
+
+double Document::number(const Node& node, const char* what) const {
+  if (!node.isScalar()) {
     fail(node, fmt::format("{} must be a number", what));
   }
-  if (node.Tag() != "?") {
+  if (!node.isPlain()) {
     fail(node, fmt::format("{} is text in quotes or behind a tag; write the plain number", what));
   }
   double value = 0.0;
-  if (!parseNumber(node.Scalar(), value)) {
+  if (!parseNumber(node.scalar(), value)) {
     fail(node, fmt::format("{} is '{}'; a finite decimal number is needed", what,
-                           node.Scalar().substr(0, 40)));
+                           node.scalar().substr(0, 40)));
   }
   return value;
 }
 
-float YamlFile::singleNumber(const YAML::Node& node, const char* what) const {
+float Document::singleNumber(const Node& node, const char* what) const {
   const auto value = static_cast<float>(number(node, what));
   if (!std::isfinite(value)) {
     fail(node, fmt::format("{} lies beyond single precision", what));
@@ -133,16 +134,15 @@ float YamlFile::singleNumber(const YAML::Node& node, const char* what) const {
   return value;
 }
 
-bool YamlFile::truth(const YAML::Node& node, const char* what) const {
-  const std::string given = text(node, what);
+bool Document::truth(const Node& node, const char* what) const {
+  const std::string given = format_ == Format::yaml || node.isPlain() ? node.scalar() : "text";
   if (given != "true" && given != "false") {
     fail(node, fmt::format("{} is '{}'; use true or false", what, given.substr(0, 40)));
   }
   return given == "true";
 }
 
-double YamlFile::wholeNumber(const YAML::Node& node, const char* what, double least,
-                             double most) const {
+double Document::wholeNumber(const Node& node, const char* what, double least, double most) const {
   const double value = number(node, what);
   if (value != std::floor(value) || value < least || value > most) {
     fail(node, fmt::format("{} must be a whole number from {} to {}", what, least, most));
@@ -150,8 +150,8 @@ double YamlFile::wholeNumber(const YAML::Node& node, const char* what, double le
   return value;
 }
 
-double YamlFile::seconds(const YAML::Node& node, const char* what) const {
-  if (!node.IsMap()) {
+double Document::seconds(const Node& node, const char* what) const {
+  if (!node.isMap()) {
     return number(node, what);
   }
   const Fields parts = fields(node, what, {"sec", "nanosec", "secs", "nsecs"});
@@ -173,7 +173,7 @@ double YamlFile::seconds(const YAML::Node& node, const char* what) const {
          part(oldSpelling ? "nsecs" : "nanosec", "nanoseconds", 0, 999'999'999) / 1e9;
 }
 
-std::uint32_t YamlFile::milliseconds(const YAML::Node& node, const char* what) const {
+std::uint32_t Document::milliseconds(const Node& node, const char* what) const {
   const double time = seconds(node, what);
   if (time < 0) {
     fail(node, fmt::format("{} is negative", what));
