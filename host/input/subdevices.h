@@ -15,7 +15,5 @@ void readSensor(const Document& document, const Node& node, MachineDraft& draft)
 double readTimeConstant(const Document& document, const Node& node);
 /// Units a second.
 double readApproachVelocity(const Document& document, const Node& node);
-/// Units a second squared.
-double readMaximumAcceleration(const Document& document, const Node& node);
 
 }  // namespace host

@@ -14,7 +14,7 @@
 #include "host/engine/engine.h"
 #include "host/motion/intake.h"
 #include "host/motion/segment.h"
-#include "tests/support/random.h"
+#include "tests/host/batches.h"
 
 namespace {
 
@@ -229,34 +229,15 @@ TEST(Curves, HoldInEachCycleHoweverLateCommandsAre) {
 
 /// What is to come, as the rules of the modes have it, and what became of the rest.
 struct PlainModel {
-  std::vector<host::Point> points;
+  NaiveTimeline waiting;
   std::vector<std::string> diary;
 
   void note(const char* what, std::int64_t timeMs, const host::Point& point) {
     diary.push_back(fmt::format("{} {} {} {}", what, timeMs, point.batch, point.index));
   }
-  void push(const std::vector<host::Point>& news, TimedCommand::commandType mode,
-            std::int64_t timeMs) {
-    std::vector<host::Point> kept;
-    for (const host::Point& point : points) {
-      const bool isCleared =
-          mode == TimedCommand::REPLACE ||
-          (mode == TimedCommand::CLEAR_AFTER && point.timeMs >= news.front().timeMs) ||
-          (mode == TimedCommand::CLEAR_BEFORE && point.timeMs <= news.back().timeMs);
-      if (isCleared) {
-        note("cleared", timeMs, point);
-      } else {
-        kept.push_back(point);
-      }
-    }
-    kept.insert(kept.begin(), news.begin(), news.end());
-    std::stable_sort(kept.begin(), kept.end(), [](const host::Point& one, const host::Point& two) {
-      return one.timeMs < two.timeMs;
-    });
-    points = std::move(kept);
-  }
   /// The last point that the cycle reached.
   std::optional<host::Point> cycle(std::int64_t timeMs) {
+    std::vector<host::Point>& points = waiting.points;
     std::optional<host::Point> last;
     while (!points.empty() && points.front().timeMs <= timeMs &&
            !(last && last->timeMs == timeMs)) {
@@ -282,27 +263,6 @@ class Diarist : public host::Listener {
   PlainModel model;
 };
 
-host::ScheduledBatch randomBatch(Random& random, std::int64_t nowMs) {
-  auto motion = std::make_shared<host::CommandBatch>();
-  motion->mode = static_cast<TimedCommand::commandType>(1 + random.below(4));
-  motion->actuators = {0};
-  std::uint32_t timeMs = random.below(120);
-  for (std::uint32_t i = 1 + random.below(8); i > 0; --i, timeMs += 1 + random.below(90)) {
-    const State state = randomState(random, 0);
-    motion->times.push_back(timeMs);
-    motion->values.push_back(pointOf(state).value);
-    motion->velocities.push_back(static_cast<float>(state.velocity));
-    motion->accelerations.push_back(static_cast<float>(state.acceleration));
-  }
-  host::ScheduledBatch batch{motion, std::nullopt, nowMs - 20 + random.below(60)};
-  if (random.chance(40)) {
-    motion->velocities.clear();
-    motion->accelerations.clear();
-    batch.interpolation = host::Interpolation::smooth;
-  }
-  return batch;
-}
-
 TEST(Curves, AreClearedByPointsNeverBySamples) {
   const auto rounds = fromEnvironment("TORVEX_ROUNDS", 200);
   for (unsigned long seed = 1; seed <= rounds && !HasFailure(); ++seed) {
@@ -318,9 +278,20 @@ TEST(Curves, AreClearedByPointsNeverBySamples) {
     std::uint32_t batches = 0;
     for (std::int64_t clock = 0; clock < 60 || !engine.isIdle(); ++clock) {
       if (clock < 60 && random.chance(15)) {
-        const host::ScheduledBatch batch = randomBatch(random, engine.timeMs());
-        const host::Intake intake{batch, batches, 0, machine.actuator(0), engine.timeMs(), cycleMs};
-        model.push(intake.points().first(), batch.commands->mode, engine.timeMs());
+        const std::int64_t nowMs = engine.timeMs();
+        auto commands =
+            std::make_shared<host::CommandBatch>(randomBatch(random, machine, 9, 90, 0));
+        host::ScheduledBatch batch{commands, std::nullopt, nowMs - 20 + random.below(60)};
+        if (random.chance(40)) {
+          batch.interpolation = host::Interpolation::smooth;
+        } else {
+          bend(*commands, random);
+        }
+        const host::Intake intake{batch, batches, 0, machine.actuator(0), nowMs, cycleMs};
+        for (const host::Point& point :
+             model.waiting.push(intake.points().first(), commands->mode)) {
+          model.note("cleared", nowMs, point);
+        }
         ASSERT_EQ(engine.submit(batch), batches++);
       }
       engine.pass();

@@ -10,7 +10,6 @@
 #include <limits>
 #include <map>
 #include <memory>
-#include <random>
 #include <string>
 #include <thread>
 #include <tuple>
@@ -20,8 +19,8 @@
 #include "host/engine/engine.h"
 #include "host/engine/library.h"
 #include "host/motion/limits.h"
+#include "tests/host/batches.h"
 #include "tests/support/bits.h"
-#include "tests/support/random.h"
 
 namespace {
 
@@ -174,31 +173,11 @@ class RandomRun {
     expectAllTold(engine, done);
   }
 
-  std::uint32_t pick(std::uint32_t below) { return static_cast<std::uint32_t>(random_()) % below; }
+  std::uint32_t pick(std::uint32_t below) { return random_.below(below); }
 
   void submit(host::Engine& engine, Done& done, std::int64_t nowMs) {
-    auto motion = std::make_shared<host::CommandBatch>();
-    motion->mode = static_cast<TimedCommand::commandType>(1 + pick(4));
-    for (std::size_t i = 0; i < machine_.description.actuators.size(); ++i) {
-      if (motion->actuators.empty() || pick(2) == 0) {
-        motion->actuators.push_back(static_cast<int>(i));
-      }
-    }
-    const std::uint32_t points = pick(5) == 0 ? 0 : pick(pick(4) == 0 ? 120 : 12);
-    const bool fewValues = pick(3) == 0;
-    const std::uint32_t longestGap = pick(3) == 0 ? 3 : 70;
-    std::uint32_t timeMs = pick(40);
-    for (std::uint32_t i = 0; i < points; ++i, timeMs += pick(longestGap)) {
-      motion->times.push_back(pick(2) == 0 ? timeMs : timeMs / 10 * 10);
-      motion->times.back() = std::max(motion->times.back(), i > 0 ? motion->times[i - 1] : 0);
-      for (std::size_t column = 0; column < motion->actuators.size(); ++column) {
-        motion->values.emplace_back(fewValues ? static_cast<float>(pick(3)) / 2.0F
-                                              : static_cast<float>(pick(1000)) / 250.0F - 2.0F);
-      }
-    }
-    if (points > 0 && motion->times.back() > 0 && pick(5) == 0) {
-      motion->repeat += pick(100 / points + 2);
-    }
+    auto motion = std::make_shared<host::CommandBatch>(
+        randomBatch(random_, machine_, pick(4) == 0 ? 120 : 12, pick(3) == 0 ? 3 : 70, 100));
     ScheduledBatch batch;
     if (pick(4) != 0) {
       batch.momentMs = nowMs + pick(600) - 50;
@@ -260,7 +239,7 @@ class RandomRun {
     }
   }
 
-  std::minstd_rand random_;
+  Random random_;
   host::EngineOptions options_{"", ".", cycleMs, 0, host::Late::stand};
   host::MachineModel machine_;
   Witness witness_;
@@ -275,19 +254,14 @@ class Reference {
 
   /// False when a timeline had no room for a batch.
   bool push(const ScheduledBatch& batch, int actuator) {
-    const host::CommandBatch& motion = *batch.commands;
+    const host::CommandBatch motion = writtenOut(*batch.commands);
     const auto column = static_cast<std::size_t>(
         std::find(motion.actuators.begin(), motion.actuators.end(), actuator) -
         motion.actuators.begin());
     CommandList items;
-    for (std::uint32_t round = 0; round < motion.repeat; ++round) {
-      for (std::size_t i = 0; i < motion.times.size(); ++i) {
-        if (round == 0 || motion.times[i] > 0) {
-          items.emplace_back(
-              host::limited(described_.actuator(actuator), motion.value(i, column)),
-              stamp(batch.originMs + motion.times[i] + std::int64_t{round} * motion.times.back()));
-        }
-      }
+    for (std::size_t i = 0; i < motion.times.size(); ++i) {
+      items.emplace_back(host::limited(described_.actuator(actuator), motion.value(i, column)),
+                         stamp(batch.originMs + motion.times[i]));
     }
     library_.commands.AddTimedCommand(described_.actuator(actuator).name + "/Value", items,
                                       motion.mode);

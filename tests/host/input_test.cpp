@@ -157,15 +157,19 @@ TEST(MachineModel, SaysWhatIsWrongAndWhere) {
                    [](const std::string& path) { (void)host::readMachineFile(path); });
 }
 
-std::vector<host::CommandBatch> readBatches(const Temporary& temporary, const std::string& text) {
-  (void)temporary.write("few.urdf", fewJoints);
-  const auto machine = host::readMachineFile(temporary.write("r.yaml", fewActuators));
-  return host::readMotionFiles({temporary.write("m.yaml", text)}, machine);
-}
+/// Few actuators, in a folder that has their URDF.
+struct Few {
+  const Temporary temporary;
+  const std::string urdf = temporary.write("few.urdf", fewJoints);
+  const host::MachineModel machine = host::readMachineFile(temporary.write("r.yaml", fewActuators));
+
+  [[nodiscard]] std::vector<host::CommandBatch> read(const std::string& text) const {
+    return host::readMotionFiles({temporary.write("m.yaml", text)}, machine);
+  }
+};
 
 TEST(JointTrajectory, ReadsBothSpellingsOfTimeAndNumbers) {
-  const Temporary temporary;
-  const host::CommandBatch motion = readBatches(temporary, good("trajectory.yaml")).front();
+  const host::CommandBatch motion = Few().read(good("trajectory.yaml")).front();
   EXPECT_EQ(motion.actuators, (std::vector<int>{1, 0}));
   EXPECT_EQ(motion.times, (std::vector<std::uint32_t>{0, 1000, 1002}));
   std::vector<float> values;
@@ -177,8 +181,7 @@ TEST(JointTrajectory, ReadsBothSpellingsOfTimeAndNumbers) {
 }
 
 TEST(Lists, ReadMomentsModesAndKeys) {
-  const Temporary temporary;
-  const auto batches = readBatches(temporary, good("batches.yaml"));
+  const auto batches = Few().read(good("batches.yaml"));
   ASSERT_EQ(batches.size(), 4U);
   EXPECT_EQ(batches[3].mode, TimedCommand::MERGE);
   EXPECT_EQ(batches[3].times, (std::vector<std::uint32_t>{0, 501}));
@@ -213,10 +216,9 @@ TEST(MotionFile, IsTheSameInEveryWrapper) {
       {"batches: [{at: 0, trajectory_file: 'named.yaml:up'}]", "", 0},
       {"{joint_names: [x, l, f, a], points: [{positions: [9, 3, 9, 0.5], time_from_start: 0.5}]}",
        "", 1}};
-  const Temporary temporary;
-  (void)temporary.write("few.urdf", fewJoints);
+  const Few few;
+  const auto& [temporary, urdf, machine] = few;
   (void)temporary.write("named.yaml", motions);
-  const auto machine = host::readMachineFile(temporary.write("r.yaml", fewActuators));
   for (const auto& tried : cases) {
     const std::string path = temporary.write("m.yaml", tried.text);
     const auto read = host::readMotionFiles({path + tried.pick}, machine, {true});
@@ -238,11 +240,10 @@ TEST(MotionFile, IsTheSameInEveryWrapper) {
 }
 
 TEST(Lists, SayWhatIsWrongAndWhere) {
-  const Temporary temporary;
-  (void)temporary.write("few.urdf", fewJoints);
-  const auto machine = host::readMachineFile(temporary.write("r.yaml", fewActuators));
-  expectComplaints("lists.txt", "m.yaml",
-                   [&](const std::string& path) { (void)host::readMotionFiles({path}, machine); });
+  const Few few;
+  expectComplaints("lists.txt", "m.yaml", [&](const std::string& path) {
+    (void)host::readMotionFiles({path}, few.machine);
+  });
 }
 
 TEST(JointTrajectory, SaysWhatIsWrongAndWhere) {
@@ -269,12 +270,11 @@ TEST(Input, RefusesShortFilesThatAskForMuch) {
        "2:9: error: 1000001 points for 2 joints are more than 2000000 commands"},
       {"joint_names: [a]\npoints:\n" + repeated("- {positions: [0], time_from_start: #e-3}\n", 600),
        1000, "3:3: error: 600 points for 'a' within two cycles of 1000 ms, at most 511 fit"}};
-  const Temporary temporary;
+  const Few few;
+  const Temporary& temporary = few.temporary;
   for (const Case& file : cases) {
     const std::string said = complaint(temporary, [&] {
-      const auto batches = readBatches(temporary, file.text);
-      const auto machine = host::readMachineFile(temporary.path("r.yaml"));
-      (void)host::planRun(machine, batches, {file.cycleMs, 1000});
+      (void)host::planRun(few.machine, few.read(file.text), {file.cycleMs, 1000});
     });
     EXPECT_EQ(said.rfind("m.yaml:" + file.expected, 0), 0U) << said;
   }
@@ -292,15 +292,14 @@ TEST(Input, RefusesShortFilesThatAskForMuch) {
 }
 
 TEST(Check, SaysWhatIsLateOrBeyondTheLimits) {
-  const Temporary temporary;
-  const auto batches = readBatches(temporary, good("late.yaml"));
-  const auto machine = host::readMachineFile(temporary.path("r.yaml"));
-  const host::Plan plan = host::planRun(machine, batches, {});
-  host::Findings findings(machine, plan);
-  host::rehearse(machine, plan, findings);
+  const Few few;
+  const auto batches = few.read(good("late.yaml"));
+  const host::Plan plan = host::planRun(few.machine, batches, {});
+  host::Findings findings(few.machine, plan);
+  host::rehearse(few.machine, plan, findings);
   std::string said;
   for (const host::Finding& finding : findings.all()) {
-    said += host::shown(finding, "warning").substr(temporary.path("m.yaml").size()) + "\n";
+    said += host::shown(finding, "warning").substr(few.temporary.path("m.yaml").size()) + "\n";
   }
   EXPECT_EQ(said,
             ":2:67: warning: a is to be -1.5 at 3.000 s, below its minimum -1\n"

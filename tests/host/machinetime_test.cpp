@@ -10,10 +10,10 @@
 #include <vector>
 
 #include "host/engine/engine.h"
+#include "tests/host/batches.h"
 
 namespace {
 
-using host::Event;
 using host::EventKind;
 using host::Late;
 using host::ScheduledBatch;
@@ -41,23 +41,27 @@ ScheduledBatch batchOf(std::int64_t momentMs, TimedCommand::commandType mode,
   return {std::move(motion), momentMs, momentMs};
 }
 
-class Count : public host::Listener {
- public:
-  explicit Count(EventKind kind) : kind_(kind) {}
-  void tell(const Event& event, const host::Point* /*points*/) override {
-    told += event.kind == kind_ ? 1 : 0;
-  }
-  int told = 0;
-
- private:
-  const EventKind kind_;
-};
+constexpr float atRest = 0.0F;
 
 struct Rig {
   explicit Rig(Late late, std::uint32_t cycleMs = 10)
       : engine(machine, {"", ".", cycleMs, 0, late}) {
-    engine.addListener(lateHandOvers);
-    engine.addListener(stalls);
+    engine.addListener(tally);
+  }
+
+  /// Starts on a ramp of one unit a second, which is to be stopped at this time.
+  void startRamp(std::int64_t stopMs) {
+    engine.submit(batchOf(0, TimedCommand::MERGE, {{0, atRest}, {10'000, 10.0F}}));
+    engine.submit(batchOf(stopMs, TimedCommand::REPLACE, {}));
+    engine.start();
+  }
+
+  /// So many cycles; after one of them the clock leaps on.
+  void drive(int cycles, int last, std::int64_t leap) {
+    for (int i = 0; i < cycles; ++i) {
+      cycle(clock);
+      clock += i == last ? leap : 1;
+    }
   }
 
   [[nodiscard]] double value() const { return engine.axes()[0].commanded(); }
@@ -73,12 +77,10 @@ struct Rig {
 
   const host::MachineModel machine = oneAxis();
   host::Engine engine;
-  Count lateHandOvers{EventKind::handedLate};
-  Count stalls{EventKind::stalled};
+  Tally tally;
+  std::int64_t clock = 0;
   double largestStep = 0.0;
 };
-
-constexpr float atRest = 0.0F;
 
 TEST(MachineTime, GoesOnWhereItWasAfterAStall) {
   struct Case {
@@ -88,18 +90,14 @@ TEST(MachineTime, GoesOnWhereItWasAfterAStall) {
   for (const auto& [late, mostStep, atEnd] :
        {Case{Late::stand, 0.0301, 6.0}, {Late::catchUp, 2.0101, 8.0}}) {
     Rig rig(late);
-    rig.engine.submit(batchOf(0, TimedCommand::MERGE, {{0, atRest}, {10'000, 10.0F}}));
-    rig.engine.start();
-    std::int64_t clock = 0;
-    for (int i = 0; i <= 600; ++i) {
-      rig.cycle(clock);
-      // A cycle that ends two points of the grid too late is no stall; 200 are one.
-      clock += i == 50 ? 3 : i == 300 ? 201 : 1;
-    }
+    rig.startRamp(9000);
+    // A cycle that ends two points of the grid too late is no stall; 200 are one.
+    rig.drive(300, 50, 3);
+    rig.drive(301, 0, 201);
     EXPECT_EQ(rig.engine.pace().stalls, 1U);
     EXPECT_EQ(rig.engine.pace().stalledMs, 2000);
     EXPECT_EQ(rig.engine.pace().overruns, 2U);
-    EXPECT_EQ(rig.stalls.told, 1);
+    EXPECT_EQ(rig.tally.of(EventKind::stalled).events, 1U);
     EXPECT_LE(rig.largestStep, mostStep);
     EXPECT_NEAR(rig.value(), atEnd + 0.02, 1e-4);
   }
@@ -108,14 +106,8 @@ TEST(MachineTime, GoesOnWhereItWasAfterAStall) {
 TEST(MachineTime, PassesNoStopOver) {
   for (const Late late : {Late::stand, Late::catchUp}) {
     Rig rig(late);
-    rig.engine.submit(batchOf(0, TimedCommand::MERGE, {{0, atRest}, {10'000, 10.0F}}));
-    rig.engine.submit(batchOf(1000, TimedCommand::REPLACE, {}));
-    rig.engine.start();
-    std::int64_t clock = 0;
-    for (int i = 0; i < 500; ++i) {
-      rig.cycle(clock);
-      clock += i == 90 ? 300 : 1;
-    }
+    rig.startRamp(1000);
+    rig.drive(500, 90, 300);
     EXPECT_NEAR(rig.value(), 1.0, 0.011);
     EXPECT_EQ(rig.engine.axes()[0].counts.cleared, 1U);
     EXPECT_FALSE(rig.engine.axes()[0].target.has_value());
@@ -124,9 +116,7 @@ TEST(MachineTime, PassesNoStopOver) {
 
 TEST(MachineTime, StandsForACommandThreadThatIsLateAndSaysSo) {
   Rig rig(Late::stand);
-  rig.engine.submit(batchOf(0, TimedCommand::MERGE, {{0, atRest}, {10'000, 10.0F}}));
-  rig.engine.submit(batchOf(1000, TimedCommand::REPLACE, {}));
-  rig.engine.start();
+  rig.startRamp(1000);
   for (std::int64_t clock = 0; clock < 150; ++clock) {
     rig.engine.wake(clock);
     EXPECT_EQ(rig.engine.canGoOn(), clock < 100);
@@ -134,10 +124,10 @@ TEST(MachineTime, StandsForACommandThreadThatIsLateAndSaysSo) {
   }
   EXPECT_EQ(rig.engine.timeMs(), 990) << "short of the moment of the batch";
   EXPECT_EQ(rig.engine.pace().stands, 50U);
-  EXPECT_EQ(rig.lateHandOvers.told, 0);
+  EXPECT_EQ(rig.tally.of(EventKind::handedLate).events, 0U);
   rig.cycle(150);
   rig.cycle(151);
-  EXPECT_EQ(rig.lateHandOvers.told, 1);
+  EXPECT_EQ(rig.tally.of(EventKind::handedLate).events, 1U);
   EXPECT_NEAR(rig.value(), 0.99, 1e-5) << "stopped by the first cycle at its moment";
 
   // What comes after its moment is late as well; what comes without one is not.
@@ -146,7 +136,7 @@ TEST(MachineTime, StandsForACommandThreadThatIsLateAndSaysSo) {
   atOnce.momentMs.reset();
   rig.engine.submit(atOnce);
   rig.engine.pass();
-  EXPECT_EQ(rig.lateHandOvers.told, 2);
+  EXPECT_EQ(rig.tally.of(EventKind::handedLate).events, 2U);
   EXPECT_EQ(rig.engine.axes()[0].counts.late, 1U);
 }
 

@@ -10,43 +10,29 @@
 #include "host/motion/density.h"
 #include "host/motion/intake.h"
 #include "host/motion/limits.h"
+#include "tests/host/batches.h"
 #include "tests/support/bits.h"
-#include "tests/support/random.h"
 
 namespace {
 
 using host::Point;
 
+/// For one actuator.
+host::CommandBatch batchAt(const std::vector<std::uint32_t>& times, std::uint32_t repeat = 1) {
+  host::CommandBatch batch;
+  batch.actuators = {0};
+  batch.times = times;
+  batch.repeat = repeat;
+  batch.values.resize(times.size());
+  return batch;
+}
+
 /// The points of a batch for an actuator without limits.
-host::Rounds pointsAt(const std::vector<std::uint32_t>& times, std::uint32_t batch,
-                      std::uint32_t repeat = 1) {
+host::Rounds pointsOf(const host::CommandBatch& batch, std::uint32_t number) {
   const simulation::Actuator actuator;
-  const auto motion = std::make_shared<host::CommandBatch>();
-  motion->actuators = {0};
-  motion->times = times;
-  motion->repeat = repeat;
-  motion->values.resize(times.size());
-  const host::ScheduledBatch whole{motion, std::nullopt, 0};
-  return host::Intake{whole, batch, 0, actuator, 0, 1}.points();
+  const host::ScheduledBatch whole{std::make_shared<host::CommandBatch>(batch), std::nullopt, 0};
+  return host::Intake{whole, number, 0, actuator, 0, 1}.points();
 }
-
-/// The times of all rounds.
-std::vector<std::uint32_t> writtenOut(const std::vector<std::uint32_t>& times,
-                                      std::uint32_t rounds) {
-  std::vector<std::uint32_t> all = times;
-  for (std::uint32_t round = 1; round < rounds; ++round) {
-    for (const std::uint32_t time : times) {
-      if (time > 0) {
-        all.push_back(round * times.back() + time);
-      }
-    }
-  }
-  return all;
-}
-
-struct Ignoring : host::Listener {
-  void tell(const host::Event& /*event*/, const Point* /*points*/) override {}
-};
 
 std::vector<std::uint32_t> randomTimes(Random& random, std::uint32_t most, std::uint32_t span,
                                        std::uint32_t widest) {
@@ -58,26 +44,6 @@ std::vector<std::uint32_t> randomTimes(Random& random, std::uint32_t most, std::
   }
   return times;
 }
-
-/// A timeline without bounds, as the rules of the library have it.
-struct NaiveTimeline {
-  std::vector<Point> points;
-
-  void push(const std::vector<Point>& news, TimedCommand::commandType mode) {
-    const auto isRemoved = [&](const Point& point) {
-      return mode == TimedCommand::REPLACE ||
-             (mode == TimedCommand::CLEAR_AFTER && !news.empty() &&
-              point.timeMs >= news.front().timeMs) ||
-             (mode == TimedCommand::CLEAR_BEFORE && !news.empty() &&
-              point.timeMs <= news.back().timeMs);
-    };
-    points.erase(std::remove_if(points.begin(), points.end(), isRemoved), points.end());
-    points.insert(points.begin(), news.begin(), news.end());
-    std::stable_sort(points.begin(), points.end(), [](const Point& one, const Point& other) {
-      return one.timeMs < other.timeMs;
-    });
-  }
-};
 
 /// Where no more points may come from rounds.
 std::uint32_t settled(const host::Backlog& backlog) {
@@ -106,14 +72,16 @@ TEST(Backlog, FollowsTheRulesOfATimeline) {
       const auto times = randomTimes(random, mostPoints, 40, 4);
       const bool lasts = !times.empty() && times.back() > 0;
       const std::uint32_t rounds = lasts && random.chance(30) ? 1 + random.below(200) : 1;
-      const host::Rounds points = pointsAt(times, batch, rounds);
+      const host::CommandBatch commands = batchAt(times, rounds);
+      const host::Rounds points = pointsOf(commands, batch);
       const auto mode = static_cast<TimedCommand::commandType>(1 + random.below(4));
       const std::size_t before = naive.points.size();
       const std::size_t kept = backlog.countDue(host::Backlog::kept(points, mode), 0, 1'000'000);
       host::PointCounts counts;
-      Ignoring nobody;
-      host::tellCleared({}, backlog.take(points, mode), counts, nobody);
-      naive.push(pointsAt(writtenOut(times, rounds), batch).first(), mode);
+      Tally told;
+      host::tellCleared({host::EventKind::cleared}, backlog.take(points, mode), counts, told);
+      const auto cleared = naive.push(pointsOf(writtenOut(commands), batch).first(), mode);
+      EXPECT_EQ(told.of(host::EventKind::cleared).points, cleared.size());
       expectSame(backlog, naive);
       EXPECT_EQ(kept, before - counts.cleared);
       const std::int64_t from = random.below(50), to = from + random.below(20);
@@ -132,7 +100,7 @@ TEST(Backlog, FollowsTheRulesOfATimeline) {
 }
 
 TEST(Intake, PutsTheLaterOfTwoEqualTimesFirst) {
-  const host::Rounds points = pointsAt({3, 5, 5, 5, 8}, 0);
+  const host::Rounds points = pointsOf(batchAt({3, 5, 5, 5, 8}), 0);
   std::vector<std::uint32_t> indices;
   for (const Point& point : points.first()) {
     indices.push_back(point.index);
@@ -149,7 +117,7 @@ struct Row {
     for (std::uint32_t i = 0; i < count; ++i) {
       times.push_back(firstMs + i * stepMs);
     }
-    return pointsAt(times, batch, repeat);
+    return pointsOf(batchAt(times, repeat), batch);
   }
 };
 

@@ -1,17 +1,13 @@
 // What a rehearsal tells is what a run tells. TORVEX_ROUNDS sets how many random plans are
-// compared, TORVEX_SEED the first of them; TORVEX_BIG makes the long plan full size.
+// compared, TORVEX_SEED the first of them.
 
 #include <gtest/gtest.h>
 
 #include <algorithm>
-#include <cstdlib>
-#include <limits>
-#include <map>
-#include <utility>
 
 #include "host/results/runoptions.h"
+#include "tests/host/batches.h"
 #include "tests/host/bothways.h"
-#include "tests/support/random.h"
 
 namespace {
 
@@ -72,56 +68,12 @@ Case randomMachine(Random& random) {
   return made;
 }
 
-void fill(host::CommandBatch& motion, const Case& made, Random& random) {
-  // Sparse, with segments that are sampled; usual; dense; many at the same time.
-  constexpr std::uint32_t widest[] = {9000, 60, 4, 1};
-  const std::uint32_t kind = random.chance(85) ? random.below(2) : 2 + random.below(2);
-  const std::uint32_t points = random.below(kind == 0 ? 5 : kind == 1 ? 80 : 400);
-  std::uint32_t time = random.below(200);
-  for (std::uint32_t i = 0; i < points; ++i, time += random.below(widest[kind] + 1)) {
-    motion.times.push_back(time);
-    motion.locations.emplace_back();
-    for (const int actuator : motion.actuators) {
-      hal::AttrGeneric& value = motion.values.emplace_back();
-      const float number = static_cast<float>(random.below(1000)) / 250.0F - 2.0F;
-      if (made.machine.actuator(actuator).typeCode == hal::floatTypeCode) {
-        value.asFloat = number;
-      } else {
-        value.asInt = static_cast<std::int32_t>(2.0F * number);
-      }
-    }
-  }
-}
-
-/// The same with all rounds written out.
-Case writtenOut(const Case& made) {
-  Case all = made;
-  for (host::CommandBatch& batch : all.batches) {
-    const std::uint32_t rounds = std::exchange(batch.repeat, 1);
-    const host::CommandBatch first = batch;
-    for (std::uint32_t round = 1; round < rounds; ++round) {
-      for (std::size_t i = 0; i < first.times.size(); ++i) {
-        if (first.times[i] > 0) {
-          batch.times.push_back(first.times[i] + round * first.times.back());
-          batch.locations.emplace_back();
-          for (std::size_t column = 0; column < first.actuators.size(); ++column) {
-            batch.values.push_back(first.value(i, column));
-            if (!first.velocities.empty()) {
-              const std::size_t position = i * first.actuators.size() + column;
-              batch.velocities.push_back(first.velocities[position]);
-              batch.accelerations.push_back(first.accelerations[position]);
-            }
-          }
-        }
-      }
-    }
-  }
-  return all;
-}
-
 /// What is told otherwise of rounds that are written out; empty when nothing is.
 std::string differenceToWrittenOut(const Case& made, const host::Plan& plan) {
-  const Case all = writtenOut(made);
+  Case all = made;
+  for (host::CommandBatch& batch : all.batches) {
+    batch = writtenOut(batch);
+  }
   const host::Plan planned = all.plan();
   Diary byRule(made.machine, plan), byHand(all.machine, planned);
   host::rehearse(made.machine, plan, byRule);
@@ -129,42 +81,21 @@ std::string differenceToWrittenOut(const Case& made, const host::Plan& plan) {
   return byRule.differenceTo(byHand);
 }
 
-/// Velocities for some of its points, and accelerations for some of those.
-void bend(host::CommandBatch& motion, Random& random) {
-  constexpr float none = std::numeric_limits<float>::quiet_NaN();
-  const std::uint32_t share = 50 + random.below(60), accelerated = random.below(150);
-  for (std::size_t i = 0; i < motion.values.size(); ++i) {
-    const bool moves = random.chance(share);
-    const bool known = moves && random.chance(accelerated);
-    motion.velocities.push_back(moves ? static_cast<float>(random.below(200)) / 50 - 2 : none);
-    motion.accelerations.push_back(known ? static_cast<float>(random.below(200)) / 50 - 2 : none);
-  }
-}
-
 Case randomCase(int seed) {
   Random random(static_cast<unsigned>(seed));
   Case made = randomMachine(random);
-  const int axes = static_cast<int>(made.machine.description.actuators.size());
   for (std::uint32_t at = random.below(300); at < 4000; at += random.below(600)) {
-    std::vector<int> actuators;
-    for (int axis = 0; axis < axes; ++axis) {
-      if (random.chance(70)) {
-        actuators.push_back(axis);
-      }
-    }
-    const auto mode = static_cast<TimedCommand::commandType>(1 + random.below(4));
-    host::CommandBatch& motion = made.addBatch(mode, actuators);
-    fill(motion, made, random);
-    if (!motion.times.empty() && motion.times.back() > 0 && random.chance(30)) {
-      const auto points = static_cast<std::uint32_t>(motion.times.size());
-      motion.repeat += random.below(std::min(4000 / points, 20'000 / motion.times.back()) + 1);
-    }
-    motion.fromMs = at - std::min(at, random.chance(30) ? random.below(500) : 0);
-    if (made.batches.size() > 1 || motion.times.empty() || random.chance(50)) {
-      motion.atMs = at;
+    // Sparse, with segments that are sampled; usual; dense; many at the same time.
+    constexpr std::uint32_t widestMs[] = {9000, 60, 4, 1}, points[] = {5, 80, 400, 400};
+    const std::uint32_t kind = random.chance(85) ? random.below(2) : 2 + random.below(2);
+    host::CommandBatch& batch = made.batches.emplace_back(
+        randomBatch(random, made.machine, points[kind], widestMs[kind], 4000));
+    batch.fromMs = at - std::min(at, random.chance(30) ? random.below(500) : 0);
+    if (made.batches.size() > 1 || batch.times.empty() || random.chance(50)) {
+      batch.atMs = at;
     }
     if (random.chance(40)) {
-      bend(motion, random);
+      bend(batch, random);
     }
   }
   return made;
@@ -231,16 +162,6 @@ TEST(Rehearsal, TakesBatchesThatAreWhollyLate) {
   EXPECT_EQ(disagreement(made.machine, made.plan(), made.options.session), "");
 }
 
-/// Counts points, and segments that are too steep.
-struct Tally : host::Listener {
-  void tell(const host::Event& event, const host::Point* /*points*/) override {
-    counts[event.kind] += event.kind == host::EventKind::steep ? event.rounds : event.count;
-    ++told;
-  }
-  std::map<host::EventKind, std::uint64_t> counts;
-  int told = 0;
-};
-
 // Undisturbed rounds cost nothing, and what clears them tells of them at once.
 TEST(Rehearsal, CountsUndisturbedRoundsTogether) {
   Case made;
@@ -261,46 +182,12 @@ TEST(Rehearsal, CountsUndisturbedRoundsTogether) {
   constexpr std::uint64_t done = 270'000'001, cleared = 29'999'999;
   EXPECT_EQ(counts.reached, done + 1);
   EXPECT_EQ(counts.cleared, cleared);
-  EXPECT_EQ(tally.counts[host::EventKind::reached], counts.reached);
-  EXPECT_EQ(tally.counts[host::EventKind::cleared], cleared);
-  EXPECT_EQ(tally.counts[host::EventKind::steep], done / 3 * 2);
-  EXPECT_LT(tally.told, 1000);
-}
-
-/// Where the points of many batches fall among those of a long trajectory.
-enum class Where { behind, soon, midway };
-
-void expectAllReached(Where where) {
-  const std::uint32_t batches = std::getenv("TORVEX_BIG") == nullptr ? 6'000 : 60'000;
-  constexpr std::uint32_t pointsEach = 4, stepMs = 20;
-  const std::uint32_t base = batches * 9 / 2;
-  Case made;
-  made.addActuator(true);
-  host::CommandBatch& trajectory = made.addBatch(TimedCommand::MERGE, {0});
-  for (std::uint32_t i = 0; i < base; ++i) {
-    addPoint(trajectory, i * stepMs, static_cast<float>(i % 100) * 0.01F);
-  }
-  for (std::uint32_t i = 0; i < batches; ++i) {
-    host::CommandBatch& batch = made.addBatch(TimedCommand::MERGE, {0});
-    batch.atMs = i * 2;
-    batch.fromMs = where == Where::soon     ? i * 2
-                   : where == Where::behind ? (base + i * pointsEach) * stepMs
-                                            : (base / 2 + i % 1000) * stepMs;
-    for (std::uint32_t point = 0; point < pointsEach; ++point) {
-      addPoint(batch, 1 + point * 3 * stepMs, 0.5F);
-    }
-  }
-  const host::Plan plan = made.plan();
-  Diary unused(made.machine, plan);
-  const auto counts = host::rehearse(made.machine, plan, unused);
-  EXPECT_EQ(counts[0].points, base + batches * pointsEach);
-  EXPECT_EQ(counts[0].reached, counts[0].points);
-}
-
-TEST(Rehearsal, TakesManyBatches) {
-  for (const Where where : {Where::behind, Where::soon, Where::midway}) {
-    expectAllReached(where);
-  }
+  const Tally::Sum& reached = tally.of(host::EventKind::reached);
+  const Tally::Sum& steep = tally.of(host::EventKind::steep);
+  EXPECT_EQ(reached.points, counts.reached);
+  EXPECT_EQ(tally.of(host::EventKind::cleared).points, cleared);
+  EXPECT_EQ(steep.rounds, done / 3 * 2);
+  EXPECT_LT(reached.events + steep.events, 1000U);
 }
 
 }  // namespace

@@ -4,32 +4,21 @@
 
 #include "host/engine/torvex.h"
 #include "host/results/outcome.h"
+#include "tests/host/batches.h"
 #include "tests/host/prepared.h"
 
 namespace {
-
-/// Counts events, weighted with what they are about.
-struct Sums : host::Listener {
-  host::EventRing::Counts counts{};
-
-  void tell(const host::Event& event, const host::Point* /*points*/) override {
-    counts[static_cast<std::size_t>(event.kind)] += event.count;
-  }
-  [[nodiscard]] std::uint64_t of(host::EventKind kind) const {
-    return counts[static_cast<std::size_t>(kind)];
-  }
-};
 
 /// One run of a plan, with what it told and how it is judged.
 struct Ran {
   const host::Plan plan;
   Torvex torvex;
-  Sums sums;
+  Tally tally;
   host::Outcome outcome;
 
   explicit Ran(const Prepared& prepared)
       : plan(prepared.plan()), torvex(prepared.machine, plan, prepared.options.session) {
-    torvex.addListener(sums);
+    torvex.addListener(tally);
   }
   void run(const Torvex::Progress& progress = [](std::int64_t) {}) {
     torvex.run(progress);
@@ -60,8 +49,8 @@ TEST(Run, FeedsALongMotionThroughAShortWindow) {
     EXPECT_EQ(axis.counts.reached, 20000U);
     EXPECT_EQ(axis.counts.points, 20000U);
   }
-  EXPECT_EQ(ran.sums.of(host::EventKind::reached), 30U * 20000U);
-  EXPECT_EQ(ran.sums.of(host::EventKind::taken), 30U * 20000U);
+  EXPECT_EQ(ran.tally.of(host::EventKind::reached).points, 30U * 20000U);
+  EXPECT_EQ(ran.tally.of(host::EventKind::taken).points, 30U * 20000U);
 }
 
 TEST(Run, CountsCyclesInWhichOthersMoveAnActuator) {
@@ -72,7 +61,7 @@ TEST(Run, CountsCyclesInWhichOthersMoveAnActuator) {
   });
   EXPECT_EQ(ran.axis(0).externalWrites, 0U);
   EXPECT_EQ(ran.axis(1).externalWrites, ran.torvex.engine().machine().counters(1).movedFromOutside);
-  EXPECT_EQ(ran.sums.of(host::EventKind::external), ran.axis(1).externalWritesTold);
+  EXPECT_EQ(ran.tally.of(host::EventKind::external).points, ran.axis(1).externalWritesTold);
   EXPECT_GT(ran.axis(1).externalWritesTold, 90U);
   EXPECT_EQ(ran.axis(1).counts.reached, 50U);
   const std::vector<host::Finding> warned = host::cycleFindings(ran.torvex.result());
@@ -119,7 +108,7 @@ TEST(Run, TellsWhatOthersCleared) {
   const std::uint64_t cleared = held - 1;
   EXPECT_EQ(ran.axis(0).counts.cleared, cleared) << "what was due in the next cycle is taken";
   EXPECT_EQ(ran.axis(0).counts.reached, 300U - cleared);
-  EXPECT_EQ(ran.sums.of(host::EventKind::cleared), cleared);
+  EXPECT_EQ(ran.tally.of(host::EventKind::cleared).points, cleared);
 }
 
 TEST(Run, SaysWhichJointDidNotArrive) {

@@ -36,15 +36,13 @@ hal::Preference& FakePlatform::prefer(FakeContainer& owner, const char* name,
   return added;
 }
 
-void FakePlatform::visit() {
-  if (fails != nullptr && fails()) {
-    throw FakeFailure();
-  }
+FakePlatform& FakePlatform::visit() {
+  return fails != nullptr && fails() ? throw FakeFailure() : *this;
 }
 
-void FakePlatform::record(const std::string& call) {
+FakePlatform& FakePlatform::record(const std::string& call) {
   note(call);
-  visit();
+  return visit();
 }
 
 void FakePlatform::note(const std::string& call) {
@@ -64,8 +62,17 @@ struct FakeProxy : ZR::ZRProxy {
   ~FakeProxy() override { FakePlatform::used->note("end"); }
 };
 
-FakeContainer& fake(hal::AttributeContainer* container) {
+/// The container that an accessor stands for, as every operation of it looks at it.
+FakeContainer& visited(hal::AttributeContainer* container) {
+  FakePlatform::used->visit();
   return *static_cast<FakeContainer*>(container);
+}
+
+/// The value with this key; null when there is none.
+template <class Map, class Key>
+typename Map::mapped_type* find(Map& map, const Key& key) {
+  const auto found = map.find(key);
+  return found == map.end() ? nullptr : &found->second;
 }
 }  // namespace
 
@@ -82,9 +89,10 @@ boost::shared_ptr<ZRMutexRW> ZRMutexRW::createZRMutexRW() {
 
 ZRCriticalSectionWrite::ZRCriticalSectionWrite(boost::shared_ptr<ZRMutexRW> mutex)
     : mutex_(std::move(mutex)) {
-  FakePlatform::used->record(FakePlatform::used->locksHeld == 0 ? "lock" : "lock-inside-another");
-  ++FakePlatform::used->locksHeld;
-  FakePlatform::used->locked();
+  FakePlatform& platform = *FakePlatform::used;
+  platform.record(platform.locksHeld == 0 ? "lock" : "lock-inside-another");
+  ++platform.locksHeld;
+  platform.locked();
 }
 
 ZRCriticalSectionWrite::~ZRCriticalSectionWrite() {
@@ -107,8 +115,7 @@ void ZRPreferencesProxy::writePrefFile(const std::string& fileName, const ZRValu
 
 namespace hal {
 DevicePool* getDevicePool() {
-  FakePlatform::used->visit();
-  return &FakePlatform::used->pool;
+  return &FakePlatform::used->visit().pool;
 }
 
 DeviceManager* getDeviceManager() {
@@ -118,9 +125,7 @@ DeviceManager* getDeviceManager() {
 }
 
 DeviceAttrGeneric* DeviceManager::getAttrWithIndex(int index) {
-  FakePlatform::used->record("attribute-" + std::to_string(index));
-  const auto found = FakePlatform::used->attributes.find(index);
-  return found == FakePlatform::used->attributes.end() ? nullptr : &found->second;
+  return find(FakePlatform::used->record("attribute-" + std::to_string(index)).attributes, index);
 }
 
 const char* DeviceManager::getNameByAttribute(DeviceAttrGeneric* attribute) {
@@ -129,14 +134,11 @@ const char* DeviceManager::getNameByAttribute(DeviceAttrGeneric* attribute) {
 }
 
 AttributeContainer* DeviceManager::getAttributeContainerWithIndex(int index, int& /*position*/) {
-  FakePlatform::used->visit();
-  return FakePlatform::used->owners[index];
+  return FakePlatform::used->visit().owners[index];
 }
 
 AttributeContainer* DeviceManager::foundAttributeContainerWithNames(const char* name) {
-  FakePlatform::used->visit();
-  const auto found = FakePlatform::used->containers.find(name);
-  return found == FakePlatform::used->containers.end() ? nullptr : &found->second;
+  return find(FakePlatform::used->visit().containers, name);
 }
 
 void DeviceAttrGeneric::set(const AttrGeneric& newValue) {
@@ -149,44 +151,40 @@ void DeviceAttrGeneric::trackChange() {
 }
 
 const char* AttributeContainerAccessor::getName() const {
-  FakePlatform::used->visit();
-  return container_->name.get();
+  return visited(container_).name.get();
 }
 
 int AttributeContainerAccessor::getFirstAttrIndex() {
-  FakePlatform::used->visit();
-  return container_->firstAttrIndex;
+  return visited(container_).firstAttrIndex;
 }
 
 int AttributeContainerAccessor::getLastAttrIndex() {
-  FakePlatform::used->visit();
-  return container_->lastAttrIndex;
+  return visited(container_).lastAttrIndex;
 }
 
 bool SubDeviceAccessor::isActuator() const {
-  FakePlatform::used->visit();
-  return fake(container_).actuator;
+  return visited(container_).actuator;
 }
 
 bool SubDeviceAccessor::isInterpolationPossible() const {
-  FakePlatform::used->visit();
-  return fake(container_).interpolation;
+  return visited(container_).interpolation;
 }
 
 float SubDeviceAccessor::getValueFloat() const {
-  FakePlatform::used->record("read");
-  FakeContainer& read = fake(container_);
+  FakePlatform::used->note("read");
+  FakeContainer& read = visited(container_);
   return std::exchange(read.command, read.command + read.drift);
 }
 
 float SubDeviceAccessor::limitMinMaxFloat(float value) const {
-  FakePlatform::used->record(callWith("limit", value));
-  return std::clamp(value, -fake(container_).limit, fake(container_).limit);
+  FakePlatform::used->note(callWith("limit", value));
+  const float limit = visited(container_).limit;
+  return std::clamp(value, -limit, limit);
 }
 
 void SubDeviceAccessor::setValueFloat(float value) {
-  FakePlatform::used->record(callWith("write", value));
-  fake(container_).command = value;
+  FakePlatform::used->note(callWith("write", value));
+  visited(container_).command = value;
 }
 
 AttributeContainerIterator::AttributeContainerIterator(unsigned char selection)
@@ -200,9 +198,8 @@ bool AttributeContainerIterator::operator==(AttributeContainerIterator& other) {
 }
 
 SubDeviceAccessor* SubDeviceIterator::operator->() {
-  FakePlatform::used->visit();
-  current_ =
-      SubDeviceAccessor(&std::next(FakePlatform::used->containers.begin(), position_)->second);
+  auto& containers = FakePlatform::used->visit().containers;
+  current_ = SubDeviceAccessor(&std::next(containers.begin(), position_)->second);
   return &current_;
 }
 

@@ -34,9 +34,9 @@ struct FakePlatform {
   FakeContainer& add(const char* name, std::initializer_list<const char*> attributeNames);
   /// The next preference, without a value.
   hal::Preference& prefer(FakeContainer& owner, const char* name, std::uint8_t typeCode);
-  /// Every operation passes here.
-  void visit();
-  void record(const std::string& call);
+  /// Every operation passes here. The result is this platform, as that of `record`.
+  FakePlatform& visit();
+  FakePlatform& record(const std::string& call);
   /// For what must not throw.
   void note(const std::string& call);
   std::string take() { return std::exchange(calls, std::string()); }

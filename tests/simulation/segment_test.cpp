@@ -4,13 +4,13 @@
 #include <unistd.h>
 
 #include <cstring>
-#include <functional>
 #include <string>
 
 #include "simulation/devicepool/poollayout.h"
 #include "simulation/framework/descriptor.h"
 #include "simulation/machine.h"
 #include "simulation/observer.h"
+#include "tests/simulation/refusal.h"
 #include "tests/support/random.h"
 #include "tests/support/temporary.h"
 
@@ -18,6 +18,7 @@ namespace {
 
 using simulation::Machine;
 using simulation::Observer;
+using testing::IsSubstring;
 
 simulation::MachineDescription oneArm() {
   simulation::MachineDescription description;
@@ -26,58 +27,38 @@ simulation::MachineDescription oneArm() {
   return description;
 }
 
-/// What an action refuses; "accepted" when it does not.
-std::string refusal(const std::function<void()>& action) {
-  try {
-    action();
-    return "accepted";
-  } catch (const simulation::Error& error) {
-    return error.what();
-  }
-}
-
 std::string machineRefusal(const std::string& pool) {
   return refusal([&] { const Machine machine(pool, oneArm()); });
 }
 
-simulation::Descriptor opened(const Temporary& temporary, int flags) {
-  return simulation::Descriptor(
-      open(simulation::poolPath(temporary.pool()).c_str(), flags | O_CLOEXEC, 0600));
+std::string pathOf(const Temporary& temporary) {
+  return simulation::poolPath(temporary.pool());
 }
 
-bool holds(const std::string& text, const std::string& part) {
-  return text.find(part) != std::string::npos;
-}
-
-TEST(Pool, BelongsToOneMachineOfOneProcess) {
+TEST(Pool, BelongsToOneMachineAndReplacesNoForeignFile) {
   const Temporary temporary;
   {
     const Machine machine(temporary.pool(), oneArm());
     EXPECT_FALSE(machine.replacedLeftover());
-    EXPECT_TRUE(holds(machineRefusal(temporary.pool()), "has a simulated machine already"));
+    EXPECT_PRED_FORMAT2(IsSubstring, "has a simulated machine already",
+                        machineRefusal(temporary.pool()));
   }
   EXPECT_FALSE(temporary.poolExists());
-}
-
-TEST(Pool, ReplacesAnUnfinishedSegmentButNoForeignOne) {
-  const Temporary temporary;
-  (void)opened(temporary, O_RDWR | O_CREAT);
-  EXPECT_EQ(machineRefusal(temporary.pool()), "accepted");
-  const std::string content(4096, 'x');
-  ASSERT_EQ(write(opened(temporary, O_RDWR | O_CREAT).number(), content.data(), content.size()),
-            4096);
-  EXPECT_TRUE(holds(machineRefusal(temporary.pool()), "is no device pool"));
+  std::ofstream(pathOf(temporary)).flush();
+  EXPECT_EQ(machineRefusal(temporary.pool()), "accepted") << "an unfinished one";
+  std::ofstream(pathOf(temporary)) << std::string(4096, 'x');
+  EXPECT_PRED_FORMAT2(IsSubstring, "is no device pool", machineRefusal(temporary.pool()));
   EXPECT_TRUE(temporary.poolExists());
-  unlink(simulation::poolPath(temporary.pool()).c_str());
+  unlink(pathOf(temporary).c_str());
   for (const char* name : {"a/b", "1:", ":a", "-1:a", "99999999999:a", "1:2:a"}) {
-    EXPECT_TRUE(holds(machineRefusal(name), "is no pool name")) << name;
+    EXPECT_PRED_FORMAT2(IsSubstring, "is no pool name", machineRefusal(name)) << name;
   }
 }
 
 /// A sound pool, to be changed under an observer's eyes.
 struct OpenPool {
   explicit OpenPool(const Temporary& temporary) : machine(temporary.pool(), oneArm()) {
-    const simulation::Descriptor file = opened(temporary, O_RDWR);
+    const simulation::Descriptor file(open(pathOf(temporary).c_str(), O_RDWR | O_CLOEXEC));
     record = static_cast<simulation::PoolRecord*>(mmap(nullptr, sizeof(simulation::PoolRecord),
                                                        PROT_READ | PROT_WRITE, MAP_SHARED,
                                                        file.number(), 0));
@@ -107,8 +88,8 @@ TEST(Observer, ChecksWhatItOpens) {
   const auto expectComplaint = [&](auto& field, const char* expected) {
     const auto sound = field;
     field = 99;
-    const std::string said = refusal([&] { const Observer observer(temporary.pool()); });
-    EXPECT_TRUE(holds(said, expected)) << said;
+    EXPECT_PRED_FORMAT2(IsSubstring, expected,
+                        refusal([&] { const Observer observer(temporary.pool()); }));
     field = sound;
   };
   expectComplaint(pool.record->layoutVersion, "has layout version 99");
@@ -171,7 +152,7 @@ TEST(Observer, SurvivesForgedPools) {
       description.actuators.emplace_back().name = "Arm" + std::to_string(i);
     }
     const Machine machine(temporary.pool(), description);
-    sound = contentsOf(simulation::poolPath(temporary.pool()));
+    sound = contentsOf(pathOf(temporary));
   }
   Random random(14);
   const unsigned long rounds = fromEnvironment("TORVEX_ROUNDS", 20'000);
@@ -186,13 +167,11 @@ TEST(Observer, SurvivesForgedPools) {
       std::memcpy(&forged[random.below(size / 8 - 1) * 8 + random.below(4) * 2],
                   &words[random.below(5)], length);
     }
-    const simulation::Descriptor file = opened(temporary, O_RDWR | O_CREAT | O_TRUNC);
-    ASSERT_EQ(write(file.number(), forged.data(), forged.size()),
-              static_cast<ssize_t>(forged.size()));
+    std::ofstream(pathOf(temporary)) << forged;
     whole += refusal([&] { (void)readAll(temporary.pool()); }) == "accepted" ? 1 : 0;
     const std::string cut = refusal([&] {
       const Observer observer(temporary.pool());
-      (void)!ftruncate(file.number(), random.below(size));
+      std::filesystem::resize_file(pathOf(temporary), random.below(size));
       (void)observer.containerName(0);
       (void)observer.copyCycle();
     });
@@ -200,7 +179,7 @@ TEST(Observer, SurvivesForgedPools) {
   }
   EXPECT_GT(whole, rounds / 10);
   EXPECT_LT(whole, rounds);
-  unlink(simulation::poolPath(temporary.pool()).c_str());
+  unlink(pathOf(temporary).c_str());
 }
 
 TEST(Observer, ReadsNoTextManyTimesOver) {
@@ -213,11 +192,9 @@ TEST(Observer, ReadsNoTextManyTimesOver) {
   }
   attributes.emplace_back("Long", 8, std::string(4000, 'x'));
   const Machine machine(temporary.pool(), description);
-  EXPECT_TRUE(
-      holds(refusal([&] {
-              (void)Observer(temporary.pool()).text(Observer(temporary.pool()).value(60'000));
-            }),
-            "longer than"));
+  const Observer observer(temporary.pool());
+  EXPECT_PRED_FORMAT2(IsSubstring, "longer than",
+                      refusal([&] { (void)observer.text(observer.value(60'000)); }));
 }
 
 }  // namespace

@@ -26,9 +26,9 @@ def start(*arguments, **options):
                             stderr=subprocess.STDOUT, **options)
 
 
-def started_run(*arguments):
+def started_run(*arguments, **options):
     """A run whose approach has begun."""
-    process, said = start("run", *arguments), ""
+    process, said = start("run", *arguments, **options), ""
     while "approach" not in said and (byte := process.stdout.read(1)):
         said += byte
     return process
