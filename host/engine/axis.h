@@ -8,6 +8,7 @@
 
 #include "host/engine/guard.h"
 #include "host/engine/window.h"
+#include "host/input/machinemodel.h"
 #include "host/motion/backlog.h"
 #include "host/motion/pointcounts.h"
 #include "simulation/machine.h"
@@ -33,10 +34,11 @@ struct Register {
 
 /// One actuator of the machine, with all that is known of it.
 struct Axis {
-  Axis(int index_, const simulation::Actuator& actuator_, TimedCommand& timeline_,
+  Axis(int index_, const MachineModel& machine, TimedCommand& timeline_,
        const hal::DeviceAttrGeneric& command_, const hal::DeviceAttrGeneric* measured_)
       : index(index_),
-        actuator(actuator_),
+        actuator(machine.actuator(index_)),
+        maximumAcceleration(machine.maximumAcceleration(index_)),
         timeline(&timeline_),
         command(&command_),
         measured(measured_) {}
@@ -44,6 +46,8 @@ struct Axis {
   /// In the machine's description.
   const int index;
   const simulation::Actuator& actuator;
+  /// Units a second squared; infinity where none is known.
+  const double maximumAcceleration;
   TimedCommand* const timeline;
   const hal::DeviceAttrGeneric* const command;
   /// Null when no sensor bears its name.

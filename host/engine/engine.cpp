@@ -28,11 +28,11 @@ void Engine::addAxes(const MachineModel& machine) {
         static_cast<std::size_t>(library_.commands.testActuatorName(valueKey(actuator)));
     const auto sensor = sensors.find(actuator.name + "/Sensor");
     const int position = static_cast<int>(axes_.size());
-    Axis& axis = axes_.emplace_back(position, actuator, library_.commands.commandTable.at(index),
+    Axis& axis = axes_.emplace_back(position, machine, library_.commands.commandTable.at(index),
                                     machine_.actuatorValue(position),
                                     sensor == sensors.end() ? nullptr : sensor->second);
     registers_.push_back({axis.command, bitsIn(*axis.command), bitsIn(*axis.command), &axis});
-    guard_.add(actuator, *axis.timeline->deviceAttr, axis.guard);
+    guard_.add(actuator, axis.maximumAcceleration, *axis.timeline->deviceAttr, axis.guard);
   }
   for (const Register& written : registers_) {
     written.axis->written = &written;

@@ -21,11 +21,11 @@ void write(hal::DeviceAttrGeneric& command, double value) noexcept {
 
 }  // namespace
 
-void Guard::add(const simulation::Actuator& actuator, hal::DeviceAttrGeneric& command,
-                GuardRecord& record) {
+void Guard::add(const simulation::Actuator& actuator, double maximumAcceleration,
+                hal::DeviceAttrGeneric& command, GuardRecord& record) {
   if (mode_ != GuardMode::off && actuator.interpolates) {
     watched_.push_back({&command, double{actuator.maximumVelocity} / msPerSecond, 0.0F, false});
-    guarded_.push_back({&actuator, &record});
+    guarded_.push_back({&actuator, maximumAcceleration, &record});
   }
 }
 
@@ -75,9 +75,8 @@ void Guard::touch(std::size_t index, float wanted, std::int64_t timeMs,
   guarded.written = static_cast<float>(double{watched.before} + velocity * passedMs);
   write(*watched.command, double{guarded.written});
   const simulation::Actuator& actuator = *guarded.actuator;
-  guarded.ramp =
-      rampToRest(double{guarded.written}, velocity, std::numeric_limits<double>::infinity(),
-                 actuator.minimum, actuator.maximum);
+  guarded.ramp = rampToRest(double{guarded.written}, velocity, guarded.maximumAcceleration,
+                            actuator.minimum, actuator.maximum);
   guarded.rampMs = timeMs;
   watched.isRamping = true;
   record.isRamping = true;

@@ -46,9 +46,11 @@ class Guard {
  public:
   explicit Guard(GuardMode mode) : mode_(mode) {}
 
-  /// Before the first cycle. The references must outlive the guard.
-  void add(const simulation::Actuator& actuator, hal::DeviceAttrGeneric& command,
-           GuardRecord& record);
+  /// Before the first cycle. It brings to rest with this acceleration, in units a second
+  /// squared, or as `rampToRest` has it where that is infinite. The references must outlive
+  /// the guard.
+  void add(const simulation::Actuator& actuator, double maximumAcceleration,
+           hal::DeviceAttrGeneric& command, GuardRecord& record);
 
   /// A cycle begins: sees what the registers hold, which others may have written.
   void begin() noexcept;
@@ -67,6 +69,7 @@ class Guard {
   /// The rest of it.
   struct Guarded {
     const simulation::Actuator* actuator;
+    double maximumAcceleration;
     GuardRecord* record;
     /// What the guard wrote last.
     float written = 0.0F;

@@ -25,6 +25,8 @@ struct ActuatorFields {
   std::optional<GivenNumber> value;
   /// Units a second.
   std::optional<double> approachVelocity;
+  /// Units a second squared.
+  std::optional<double> maximumAcceleration;
   /// At most this, where nothing is given: many a URDF holds nonsense for a limit.
   double usualApproachVelocity = std::numeric_limits<double>::infinity();
   /// What is wrong unless all limits are given in the end.

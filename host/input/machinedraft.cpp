@@ -87,10 +87,20 @@ void MachineDraft::setApproachVelocity(std::size_t actuator) {
   }
 }
 
+/// What does not interpolate only knows steps.
+void MachineDraft::setMaximumAcceleration(std::size_t actuator) {
+  const std::optional<double>& own = fields_[actuator].maximumAcceleration;
+  const std::optional<double>& given = own ? own : maximumAcceleration;
+  if (given && model.description.actuators[actuator].interpolates) {
+    model.maximumAccelerations[static_cast<int>(actuator)] = *given;
+  }
+}
+
 MachineModel MachineDraft::finish() {
   for (std::size_t i = 0; i < fields_.size(); ++i) {
     settle(fields_[i], model.description.actuators[i], errors_);
     setApproachVelocity(i);
+    setMaximumAcceleration(i);
   }
   errors_.throwIfAny();
   return std::move(model);

@@ -66,11 +66,14 @@ class MachineDraft {
   double timeConstant = simulation::Sensor().timeConstant;
   /// Of all actuators that have none of their own; units a second.
   std::optional<double> approachVelocity;
+  /// The same; units a second squared.
+  std::optional<double> maximumAcceleration;
   /// No entry, and not the URDF, is so broken that its name is missing here.
   bool namesAreComplete = true;
 
  private:
   void setApproachVelocity(std::size_t actuator);
+  void setMaximumAcceleration(std::size_t actuator);
 
   ErrorCollector& errors_;
   std::array<std::size_t, 3> counts_ = {};

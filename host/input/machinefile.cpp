@@ -62,8 +62,8 @@ void readSection(const Document& document, const Fields& fields, const Section& 
 void readFields(const Document& document, MachineDraft& draft) {
   const Fields fields =
       document.fields(document.root(), "the machine",
-                      {"name", "urdf", "time_constant", "approach_velocity", "joints", "devices",
-                       "actuators", "sensors", "preferences"});
+                      {"name", "urdf", "time_constant", "approach_velocity", "maximum_acceleration",
+                       "joints", "devices", "actuators", "sensors", "preferences"});
   draft.namesAreComplete = document.field(
       fields, "urdf", [&](const Node& node) { readUrdfNamedAt(document, node, draft); });
   draft.model.paths.push_back(document.path());
@@ -77,6 +77,9 @@ void readFields(const Document& document, MachineDraft& draft) {
   });
   document.field(fields, "approach_velocity", [&](const Node& node) {
     draft.approachVelocity = readApproachVelocity(document, node);
+  });
+  document.field(fields, "maximum_acceleration", [&](const Node& node) {
+    draft.maximumAcceleration = readMaximumAcceleration(document, node);
   });
   for (const Section& section : sections) {
     const auto list = fields.find(section.key);

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cmath>
+#include <limits>
 
 #include "host/base/attributekey.h"
 
@@ -14,6 +15,12 @@ double MachineModel::approachVelocity(int index) const {
     return std::min(given->second, most);
   }
   return std::isfinite(most) ? most / 4.0 : 1.0;
+}
+
+double MachineModel::maximumAcceleration(int index) const {
+  const auto given = maximumAccelerations.find(index);
+  return given == maximumAccelerations.end() ? std::numeric_limits<double>::infinity()
+                                             : given->second;
 }
 
 std::map<std::string, int> actuatorIndexes(const MachineModel& machine) {

@@ -21,12 +21,16 @@ struct MachineModel {
   /// Of actuators, by index, that do not approach at a quarter of their maximum velocity;
   /// units a second.
   std::map<int, double> approachVelocities;
+  /// Of actuators, by index, that have one; units a second squared.
+  std::map<int, double> maximumAccelerations;
 
   [[nodiscard]] const simulation::Actuator& actuator(int index) const {
     return description.actuators[static_cast<std::size_t>(index)];
   }
   /// At most the maximum velocity; 1 where nothing is known.
   [[nodiscard]] double approachVelocity(int index) const;
+  /// Infinity where none is known.
+  [[nodiscard]] double maximumAcceleration(int index) const;
 };
 
 /// The index of each actuator by its name.

@@ -43,9 +43,12 @@ void readValue(const Document& document, const Fields& fields, std::uint8_t type
   });
 }
 
-void readApproach(const Document& document, const Fields& fields, ActuatorFields& given) {
+void readDynamics(const Document& document, const Fields& fields, ActuatorFields& given) {
   document.field(fields, "approach_velocity", [&](const Node& node) {
     given.approachVelocity = readApproachVelocity(document, node);
+  });
+  document.field(fields, "maximum_acceleration", [&](const Node& node) {
+    given.maximumAcceleration = readMaximumAcceleration(document, node);
   });
 }
 
@@ -105,9 +108,18 @@ double readApproachVelocity(const Document& document, const Node& node) {
   return velocity;
 }
 
+double readMaximumAcceleration(const Document& document, const Node& node) {
+  const double acceleration = document.number(node, "maximum_acceleration");
+  if (acceleration <= 0) {
+    document.fail(node, "maximum_acceleration must be a number above 0, in units a second squared");
+  }
+  return acceleration;
+}
+
 void readJoint(const Document& document, const Node& node, MachineDraft& draft) {
   const Fields fields = document.fields(
-      node, "a joint", withLimits({"name", "value", "time_constant", "approach_velocity"}));
+      node, "a joint",
+      withLimits({"name", "value", "time_constant", "approach_velocity", "maximum_acceleration"}));
   const std::string name = readName(document, fields, node, draft.joints, "joint");
   simulation::Sensor* const sensor = draft.sensor(name + "/Sensor");
   document.field(fields, "time_constant", [&](const Node& seconds) {
@@ -121,7 +133,7 @@ void readJoint(const Document& document, const Node& node, MachineDraft& draft) 
   ActuatorFields& given = actuator < 0 ? ignored : draft.fields(actuator);
   readLimits(document, fields, given);
   readValue(document, fields, hal::floatTypeCode, given);
-  readApproach(document, fields, given);
+  readDynamics(document, fields, given);
   if (name.empty()) {
     return;
   }
@@ -138,9 +150,9 @@ void readJoint(const Document& document, const Node& node, MachineDraft& draft) 
 }
 
 void readActuator(const Document& document, const Node& node, MachineDraft& draft) {
-  const Fields fields = document.fields(
-      node, "an actuator",
-      withLimits({"name", "type", "law", "interpolation", "value", "approach_velocity"}));
+  const Fields fields = document.fields(node, "an actuator",
+                                        withLimits({"name", "type", "law", "interpolation", "value",
+                                                    "approach_velocity", "maximum_acceleration"}));
   simulation::Actuator actuator;
   actuator.name = readName(document, fields, node, draft.subDevices, subDevice);
   ActuatorFields given;
@@ -149,7 +161,7 @@ void readActuator(const Document& document, const Node& node, MachineDraft& draf
     actuator.typeCode = readTypeCode(document, type, 1, hal::floatTypeCode);
   });
   readLimits(document, fields, given);
-  readApproach(document, fields, given);
+  readDynamics(document, fields, given);
   if (isTyped) {
     document.attempt([&] { readInterpolation(document, fields, actuator); });
     readValue(document, fields, actuator.typeCode, given);

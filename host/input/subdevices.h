@@ -15,5 +15,7 @@ void readSensor(const Document& document, const Node& node, MachineDraft& draft)
 double readTimeConstant(const Document& document, const Node& node);
 /// Units a second.
 double readApproachVelocity(const Document& document, const Node& node);
+/// Units a second squared.
+double readMaximumAcceleration(const Document& document, const Node& node);
 
 }  // namespace host

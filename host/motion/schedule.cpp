@@ -22,17 +22,23 @@ struct Approach {
   /// Units a second: to go at, and at most.
   double velocity = 1.0;
   double limit = std::numeric_limits<double>::infinity();
+  /// At most, units a second squared.
+  double acceleration = std::numeric_limits<double>::infinity();
   /// Until the first point, from the start of the motion.
   double leftMs = 0.0;
   const CommandBatch* batch = nullptr;
 
   [[nodiscard]] double neededMs() const {
-    return std::ceil(1000.0 * approachSeconds(distance, velocity));
+    return std::ceil(1000.0 * approachSeconds(distance, velocity, acceleration));
   }
   /// What has to be added before the start of the motion.
   [[nodiscard]] double addedMs() const { return neededMs() - leftMs; }
   [[nodiscard]] bool isTooShort(double addedMs) const {
     return (addedMs + leftMs) * limit < 1000.0 * peakVelocity * distance;
+  }
+  [[nodiscard]] bool isTooSudden(double addedMs) const {
+    const double seconds = (addedMs + leftMs) / 1000.0;
+    return seconds * seconds * acceleration < peakAcceleration * distance;
   }
 };
 
@@ -59,6 +65,7 @@ Approach approachOf(const CommandBatch& batch, std::size_t column, const Machine
   approach.distance = std::abs(double{first} - double{std::get<float>(actuator.value)});
   approach.limit = double{actuator.maximumVelocity};
   approach.velocity = machine.approachVelocity(batch.actuators[column]);
+  approach.acceleration = machine.maximumAcceleration(batch.actuators[column]);
   approach.leftMs = static_cast<double>(batch.fromMs + batch.times.front());
   approach.batch = &batch;
   return approach;
@@ -98,19 +105,24 @@ std::string reasonOf(const std::vector<Approach>& approaches, std::uint32_t appr
       return fmt::format("too short: {} has {:.4g} to go, and its limit is {:.4g} a second",
                          approach.joint, approach.distance, approach.limit);
     }
+    if (approach.isTooSudden(approachMs)) {
+      return fmt::format("too short: {} has {:.4g} to go, and its limit is {:.4g} a second squared",
+                         approach.joint, approach.distance, approach.acceleration);
+    }
   }
   return "as it was asked for";
 }
 
 }  // namespace
 
-double approachSeconds(double distance, double velocity) {
+double approachSeconds(double distance, double velocity, double acceleration) {
   if (distance == 0.0) {
     return 0.0;
   }
   constexpr double rampSeconds = 0.25;
-  return std::max(peakVelocity * distance / velocity,
-                  std::sqrt(peakAcceleration * distance * rampSeconds / velocity));
+  return std::max(
+      peakVelocity * distance / velocity,
+      std::sqrt(peakAcceleration * distance / std::min(velocity / rampSeconds, acceleration)));
 }
 
 Schedule planSchedule(const MachineModel& machine, const std::vector<CommandBatch>& batches,

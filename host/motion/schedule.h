@@ -31,8 +31,8 @@ struct Schedule {
 
 /// The shortest time, in seconds, in which an approach covers a distance: it is at rest at
 /// both ends, moves at this velocity at most, and takes a quarter of a second at least to
-/// get up to it.
-double approachSeconds(double distance, double velocity);
+/// get up to it, or as much longer as this acceleration demands.
+double approachSeconds(double distance, double velocity, double acceleration);
 
 /// Plans the run of motions by a machine that stands as described. The approach takes as long
 /// as the slowest joint needs to the first point of a trajectory, less the time that the

@@ -116,7 +116,7 @@ TEST(Trace, WritesFloatsThatReadBackExactly) {
 /// Any axis, with what its registers hold.
 struct AnyAxis {
   explicit AnyAxis(const std::string& name, float command = 0.0F, float measured = 0.0F) {
-    actuator.name = name;
+    machine.description.actuators[0].name = name;
     for (hal::DeviceAttrGeneric& attribute : registers) {
       attribute.typeCode = hal::floatTypeCode;
     }
@@ -124,10 +124,10 @@ struct AnyAxis {
     registers[1].storeFloat(measured);
   }
 
-  simulation::Actuator actuator;
+  host::MachineModel machine{{}, {}, {{}, {simulation::Actuator()}, {}, {}}, {}, {}, {}};
   hal::DeviceAttrGeneric registers[2];
   TimedCommand timeline;
-  host::Axis axis{0, actuator, timeline, registers[0], &registers[1]};
+  host::Axis axis{0, machine, timeline, registers[0], &registers[1]};
 };
 
 TEST(Report, FitsEightyColumnsWhateverHappened) {
@@ -164,8 +164,8 @@ TEST(LiveView, DrawsWhatIsNoNumber) {
   constexpr float none = std::numeric_limits<float>::quiet_NaN();
   AnyAxis high("high", infinity, -infinity), neither("none", none, none),
       huge("huge", 3e38F, -3e38F);
-  huge.actuator.minimum = -1e308;
-  huge.actuator.maximum = 1e308;
+  huge.machine.description.actuators[0].minimum = -1e308;
+  huge.machine.description.actuators[0].maximum = 1e308;
   const std::vector<host::ShownAxis> shown = {
       {high.axis, 0, {}}, {neither.axis, 0, {}}, {huge.axis, 0, {}}};
   int terminal = -1;
