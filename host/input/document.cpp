@@ -154,7 +154,7 @@ double Document::seconds(const Node& node, const char* what) const {
   if (!node.isMap()) {
     return number(node, what);
   }
-  const Fields parts = fields(node, what, {"sec", "nanosec", "secs", "nsecs"});
+  const Fields parts = fields(node, "a time", {"sec", "nanosec", "secs", "nsecs"});
   const bool oldSpelling = parts.count("secs") != 0 || parts.count("nsecs") != 0;
   if (oldSpelling && (parts.count("sec") != 0 || parts.count("nanosec") != 0)) {
     fail(node, fmt::format("{} mixes two spellings; use sec and nanosec", what));

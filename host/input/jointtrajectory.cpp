@@ -24,7 +24,7 @@ void noteStamp(const Document& document, const Fields& fields, CommandBatch& bat
   if (header == fields.end() || header->second.isNull()) {
     return;
   }
-  const Fields parts = document.fields(header->second, "header", {"seq", "stamp", "frame_id"});
+  const Fields parts = document.fields(header->second, "a header", {"seq", "stamp", "frame_id"});
   const auto stamp = parts.find("stamp");
   if (stamp == parts.end()) {
     return;
@@ -32,7 +32,7 @@ void noteStamp(const Document& document, const Fields& fields, CommandBatch& bat
   bool isSet = false;
   if (stamp->second.isMap()) {
     const std::set<std::string> known = {"sec", "nanosec", "secs", "nsecs"};
-    for (const auto& [key, part] : document.fields(stamp->second, "header.stamp", known)) {
+    for (const auto& [key, part] : document.fields(stamp->second, "a time", known)) {
       isSet = document.number(part, key.c_str()) != 0 || isSet;
     }
   } else {

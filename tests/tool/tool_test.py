@@ -6,6 +6,7 @@ import csv
 import json
 import os
 import pathlib
+import re
 import signal
 import struct
 import unittest
@@ -55,7 +56,34 @@ def objects(value):
             yield from objects(part)
 
 
+def documented_keys():
+    """The keys in the tables of the pages on files, by the heading that names what has them."""
+    keys = {}
+    for page in ("machines", "motions"):
+        for section in re.split("^#+ ", read(root / f"docs/{page}.md"), flags=re.M)[1:]:
+            if table := re.search(r"^\| key \|.*\n\|-.*\n((\|.*\n)+)", section, re.M):
+                cells = " ".join(row.split("|")[1] for row in table[1].splitlines())
+                keys[section.split("\n")[0].lower()] = sorted(re.findall("`(.*?)`", cells))
+    return keys
+
+
 class Tool(ToolTest):
+    maxDiff = None
+
+    def test_reads_the_keys_that_are_documented(self):
+        for number, text in enumerate((
+                "{x: 0, actuators: [{x: 0}], devices: [{x: 0, attributes: [{x: 0}]}], "
+                "joints: [{x: 0}], sensors: [{x: 0}], preferences: [{x: 0}]}",
+                "actuators: [{name: a}]",
+                "{x: 0, batches: [{x: 0, at: 0, key: a/Value, items: [{x: 0}]}]}",
+                "{x: 0, joint_names: [a], points: [{x: 0, time_from_start: {x: 0}}], header: {x: 0}}",
+                "motions: {m: {x: 0, joints: [a]}}")):
+            write(f"{number}.yaml", text)
+        said = self.said(2, "check", "0.yaml", "1.yaml")
+        said += self.said(2, "check", "1.yaml", "2.yaml", "3.yaml", "4.yaml:m")
+        told = re.findall("unknown key 'x' in (.*); known are (.*)", said)
+        self.assertEqual(documented_keys(), {kind: sorted(known.split(", ")) for kind, known in told})
+
     def test_commands_the_same_at_every_try_and_every_start(self):
         first = None
         for start_tick in ("0", "0", "0x7FFFF000", "0xFFFFF000"):
