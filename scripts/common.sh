@@ -6,7 +6,7 @@ root=$(cd "$(dirname "${BASH_SOURCE[0]}")/.." && pwd)
 build_packages=(g++ cmake ninja-build libboost-dev libyaml-cpp-dev libpugixml-dev libfmt-dev
   libcli11-dev nlohmann-json3-dev)
 run_packages=(gnuplot-nox)
-test_packages=(libgtest-dev pkgconf valgrind python3-jsonschema)
+test_packages=(libgtest-dev pkgconf valgrind python3-jsonschema python3-yaml)
 check_packages=(clang clang-format clang-tidy)
 bench_packages=(libbenchmark-dev jq)
 

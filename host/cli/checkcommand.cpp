@@ -115,6 +115,7 @@ void addCheckCommand(CLI::App& app, Command& chosen) {
       [options] { return check(*options); }, chosen);
   addMachine(command, options->machinePath);
   addMotions(command, options->motionPaths, options->motions);
+  addCycle(command, options->timing.cycleMs);
   addTiming(command, options->timing);
   addFlag(command, "--json", options->json, "What was found as a JSON object");
 }

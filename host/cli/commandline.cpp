@@ -5,6 +5,7 @@
 #include "host/cli/exportcommand.h"
 #include "host/cli/listcommand.h"
 #include "host/cli/runcommand.h"
+#include "host/cli/servecommand.h"
 #include "host/cli/status.h"
 #include "host/cli/watchcommand.h"
 
@@ -13,6 +14,7 @@ namespace {
 
 void addSubcommands(CLI::App& app, Command& chosen) {
   addRunCommand(app, chosen);
+  addServeCommand(app, chosen);
   addCheckCommand(app, chosen);
   addDoctorCommand(app, chosen);
   addExportCommand(app, chosen);

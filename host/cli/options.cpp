@@ -1,6 +1,7 @@
 #include "host/cli/options.h"
 
 #include <charconv>
+#include <map>
 #include <optional>
 #include <string>
 #include <system_error>
@@ -55,6 +56,23 @@ int processor(const std::string& text) {
   return value;
 }
 
+GuardMode guardNamed(const std::string& text) {
+  static const std::map<std::string, GuardMode> modes = {
+      {"hold", GuardMode::hold}, {"warn", GuardMode::warn}, {"off", GuardMode::off}};
+  const auto mode = modes.find(text);
+  if (mode == modes.end()) {
+    refuseOption("--guard", "'" + text + "' is none of hold, warn and off");
+  }
+  return mode->second;
+}
+
+Late lateNamed(const std::string& text) {
+  if (text != "stand" && text != "catch-up") {
+    refuseOption("--late", "'" + text + "' is neither stand nor catch-up");
+  }
+  return text == "stand" ? Late::stand : Late::catchUp;
+}
+
 const std::string& notEmpty(const std::string& option, const std::string& text) {
   if (text.empty()) {
     refuseOption(option, "is empty");
@@ -97,13 +115,16 @@ void addMotions(CLI::App& command, std::vector<std::string>& paths, MotionOption
           "Leave out joints of trajectories that the machine cannot move, and say which");
 }
 
-void addTiming(CLI::App& command, Timing& timing) {
+void addCycle(CLI::App& command, std::uint32_t& cycleMs) {
   constexpr std::uint32_t longestCycleMs = 1000;
-  constexpr std::uint32_t longestApproachMs = 70'000'000;
   addOption(command, {"--cycle", "TIME", "Control cycle in whole milliseconds", "10ms"},
-            [&timing](const std::string& text) {
-              timing.cycleMs = milliseconds("--cycle", text, 1, longestCycleMs);
+            [&cycleMs](const std::string& text) {
+              cycleMs = milliseconds("--cycle", text, 1, longestCycleMs);
             });
+}
+
+void addTiming(CLI::App& command, Timing& timing) {
+  constexpr std::uint32_t longestApproachMs = 70'000'000;
   addOption(command,
             {"--approach,--lead", "TIME",
              "Time to approach the first points of trajectories (default: what they need)", ""},
@@ -128,6 +149,23 @@ void addCycleScheduling(CLI::App& command, ThreadScheduling& scheduling) {
   addOption(command,
             {"--affinity", "CPU", "The processor that the cycle thread runs on (default: any)", ""},
             [&scheduling](const std::string& text) { scheduling.processor = processor(text); });
+}
+
+void addLate(CLI::App& command, Late& late) {
+  addOption(command,
+            {"--late", "stand|catch-up",
+             "After the process was held up: stand goes on where the motion was, catch-up hurries",
+             "stand"},
+            [&late](const std::string& text) { late = lateNamed(text); });
+}
+
+void addGuard(CLI::App& command, GuardMode& guard) {
+  addOption(command,
+            {"--guard", "hold|warn|off",
+             "What is done about a step beyond a maximum velocity: hold brings the actuator to "
+             "rest, warn tells it, off does nothing",
+             "hold"},
+            [&guard](const std::string& text) { guard = guardNamed(text); });
 }
 
 void addPreferenceDirectory(CLI::App& command, std::string& path) {

@@ -17,7 +17,10 @@ std::uint32_t tick(const std::string& text);
 
 void addMachine(CLI::App& command, std::string& path);
 void addMotions(CLI::App& command, std::vector<std::string>& paths, MotionOptions& options);
+void addCycle(CLI::App& command, std::uint32_t& cycleMs);
 void addTiming(CLI::App& command, Timing& timing);
+void addLate(CLI::App& command, Late& late);
+void addGuard(CLI::App& command, GuardMode& guard);
 void addPreferenceDirectory(CLI::App& command, std::string& path);
 /// What the thread of the cycle asks of the machine, in real time.
 void addCycleScheduling(CLI::App& command, ThreadScheduling& scheduling);

@@ -6,7 +6,6 @@
 #include <algorithm>
 #include <exception>
 #include <filesystem>
-#include <map>
 #include <memory>
 #include <optional>
 #include <set>
@@ -250,23 +249,6 @@ Clock clockNamed(const std::string& text) {
   return text == "realtime" ? Clock::realtime : Clock::simulated;
 }
 
-GuardMode guardNamed(const std::string& text) {
-  static const std::map<std::string, GuardMode> modes = {
-      {"hold", GuardMode::hold}, {"warn", GuardMode::warn}, {"off", GuardMode::off}};
-  const auto mode = modes.find(text);
-  if (mode == modes.end()) {
-    refuseOption("--guard", "'" + text + "' is none of hold, warn and off");
-  }
-  return mode->second;
-}
-
-Late lateNamed(const std::string& text) {
-  if (text != "stand" && text != "catch-up") {
-    refuseOption("--late", "'" + text + "' is neither stand nor catch-up");
-  }
-  return text == "stand" ? Late::stand : Late::catchUp;
-}
-
 void addClock(CLI::App& command, RunOptions& options) {
   addOption(command,
             {"--clock", "realtime|simulated",
@@ -279,17 +261,8 @@ void addClock(CLI::App& command, RunOptions& options) {
 }
 
 void addPace(CLI::App& command, RunOptions& options) {
-  addOption(command,
-            {"--late", "stand|catch-up",
-             "After the process was held up: stand goes on where the motion was, catch-up hurries",
-             "stand"},
-            [&options](const std::string& text) { options.session.late = lateNamed(text); });
-  addOption(command,
-            {"--guard", "hold|warn|off",
-             "What is done about a step beyond a maximum velocity: hold brings the actuator to "
-             "rest, warn tells it, off does nothing",
-             "hold"},
-            [&options](const std::string& text) { options.session.guard = guardNamed(text); });
+  addLate(command, options.session.late);
+  addGuard(command, options.session.guard);
   addFlag(command, "--strict", options.strict,
           "Refuse what 'torvex check' warns of, before anything moves; exit with 1 when "
           "cycles were missed");
@@ -344,6 +317,7 @@ void addRunCommand(CLI::App& app, Command& chosen) {
   addMotions(command, options->motionPaths, options->motions);
   addPace(command, *options);
   addClock(command, *options);
+  addCycle(command, options->timing.cycleMs);
   addTiming(command, options->timing);
   addCycleScheduling(command, options->session.cycleScheduling);
   addOption(command,

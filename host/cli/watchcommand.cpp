@@ -11,8 +11,8 @@
 #include <string>
 #include <vector>
 
+#include "host/base/livevalues.h"
 #include "host/base/stopsignal.h"
-#include "host/cli/livevalues.h"
 #include "host/cli/output.h"
 #include "host/cli/status.h"
 #include "host/cli/watchscreen.h"
@@ -84,7 +84,7 @@ int watch(const WatchOptions& options) {
     throw simulation::Error(fmt::format(
         "the machine of the device pool '{}' runs no more; start it anew", options.poolName));
   }
-  LiveValues values(observer, options.keys);
+  LiveValues values(observer, AttributeKeys(observer), options.keys);
   const StopSignal stopSignal;
   const int status = lookOn(observer, values, options);
   if (status == okStatus && !options.once) {

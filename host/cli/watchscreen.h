@@ -3,7 +3,7 @@
 #include <cstdint>
 #include <string>
 
-#include "host/cli/livevalues.h"
+#include "host/base/livevalues.h"
 
 namespace host {
 

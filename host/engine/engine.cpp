@@ -66,6 +66,11 @@ std::int64_t Engine::goOn() {
   return stepMs;
 }
 
+Engine::Now Engine::now() {
+  const std::lock_guard hold(gate_);
+  return {cycles_.latestMs, cycles_.pace};
+}
+
 void Engine::noteExternalWrites(std::int64_t timeMs) noexcept {
   for (Register& written : registers_) {
     written.firstBits = bitsIn(*written.attribute);

@@ -78,6 +78,13 @@ class Engine {
   /// After the last cycle, or from the cycle thread.
   [[nodiscard]] const PaceCount& pace() const noexcept { return pacer_.count(); }
 
+  /// As of the latest cycle. Any thread; waits for the gate.
+  struct Now {
+    std::int64_t timeMs = 0;
+    PaceCount pace;
+  };
+  [[nodiscard]] Now now();
+
   [[nodiscard]] simulation::Machine& machine() { return machine_; }
   [[nodiscard]] const std::deque<Axis>& axes() const { return axes_; }
   [[nodiscard]] const EventRing& events() const { return teller_.ring(); }

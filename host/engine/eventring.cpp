@@ -59,6 +59,17 @@ void EventRing::append(const Event& event) {
   ++count_;
 }
 
+EventRing::Cursor EventRing::cursorAt(std::optional<std::uint64_t> number) const {
+  const std::lock_guard lock(mutex_);
+  const std::uint64_t oldest = count_ - events_.size();
+  Cursor cursor{oldest, overwritten_};
+  const std::uint64_t begin = std::clamp(number.value_or(count_), oldest, count_);
+  for (; cursor.next < begin; ++cursor.next) {
+    ++cursor.seen[indexOf(events_[cursor.next % length_].kind)];
+  }
+  return cursor;
+}
+
 std::vector<Event> EventRing::read(Cursor& cursor, Counts& missed) const {
   const std::lock_guard lock(mutex_);
   missed = {};

@@ -4,6 +4,7 @@
 #include <cstddef>
 #include <cstdint>
 #include <mutex>
+#include <optional>
 #include <vector>
 
 #include "host/motion/event.h"
@@ -28,6 +29,9 @@ class EventRing : public Listener {
   /// Makes visible to readers what was told; until then reached points are gathered.
   void publish();
 
+  /// A reader that begins with the event of this number, or the oldest one behind it that is
+  /// still there; without a number, with the next one to come.
+  [[nodiscard]] Cursor cursorAt(std::optional<std::uint64_t> number) const;
   /// Returns the events since the cursor, and moves it on. Events that were overwritten before
   /// they were read are counted, by kind, in `missed`.
   std::vector<Event> read(Cursor& cursor, Counts& missed) const;

@@ -7,9 +7,9 @@ namespace host {
 
 void Histogram::add(std::uint64_t nanoseconds) noexcept {
   ++buckets_[bucketOf(nanoseconds)];
+  minimum_ = count_ == 0 ? nanoseconds : std::min<std::uint64_t>(minimum_, nanoseconds);
+  maximum_ = std::max<std::uint64_t>(maximum_, nanoseconds);
   ++count_;
-  minimum_ = std::min(minimum_, nanoseconds);
-  maximum_ = std::max(maximum_, nanoseconds);
 }
 
 // Values below `subBuckets` have a bucket each; from there on, every power of
@@ -32,12 +32,13 @@ std::uint64_t Histogram::upperBound(std::size_t bucket) {
 }
 
 std::uint64_t Histogram::quantile(double share) const {
-  const auto wanted = static_cast<std::uint64_t>(std::ceil(share * static_cast<double>(count_)));
+  const auto wanted =
+      static_cast<std::uint64_t>(std::ceil(share * static_cast<double>(std::uint64_t{count_})));
   std::uint64_t seen = 0;
   for (std::size_t bucket = 0; bucket < bucketCount; ++bucket) {
     seen += buckets_[bucket];
     if (seen >= wanted && seen > 0) {
-      return std::clamp(upperBound(bucket), minimum(), maximum());
+      return std::max(minimum(), std::min(upperBound(bucket), maximum()));
     }
   }
   return maximum();

@@ -4,17 +4,19 @@
 #include <cstddef>
 #include <cstdint>
 
+#include "host/engine/counter.h"
+
 namespace host {
 
 /// Durations in nanoseconds, in buckets that widen with the value so that each
 /// spans at most a thirty-second of it. Fixed size; `add` may be called in the
-/// control cycle.
+/// control cycle, by one thread; others may read meanwhile.
 class Histogram {
  public:
   void add(std::uint64_t nanoseconds) noexcept;
 
   /// 0 while nothing was added.
-  [[nodiscard]] std::uint64_t minimum() const { return count_ == 0 ? 0 : minimum_; }
+  [[nodiscard]] std::uint64_t minimum() const { return minimum_; }
   [[nodiscard]] std::uint64_t maximum() const { return maximum_; }
   /// A duration that at least this share (0 to 1) of all do not exceed.
   [[nodiscard]] std::uint64_t quantile(double share) const;
@@ -27,10 +29,10 @@ class Histogram {
   static std::size_t bucketOf(std::uint64_t nanoseconds) noexcept;
   static std::uint64_t upperBound(std::size_t bucket);
 
-  std::array<std::uint64_t, bucketCount> buckets_{};
-  std::uint64_t count_ = 0;
-  std::uint64_t minimum_ = ~std::uint64_t{0};
-  std::uint64_t maximum_ = 0;
+  std::array<Counter, bucketCount> buckets_{};
+  Counter count_;
+  Counter minimum_;
+  Counter maximum_;
 };
 
 }  // namespace host

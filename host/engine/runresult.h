@@ -7,6 +7,7 @@
 #include <utility>
 #include <vector>
 
+#include "host/engine/counter.h"
 #include "host/engine/histogram.h"
 #include "host/engine/pacer.h"
 #include "host/engine/samplehistory.h"
@@ -18,9 +19,9 @@
 
 namespace host {
 
-/// What the cycle counted.
+/// What the cycle counted. Other threads may read all but the rows meanwhile.
 struct CycleCount {
-  std::uint64_t cycles = 0;
+  Counter cycles;
   std::uint64_t droppedTraceRows = 0;
   /// Without handing over the trace row, which may wait in simulated time.
   Histogram durations;

@@ -15,6 +15,8 @@ enum class Clock { realtime, simulated };
 /// How a machine is brought up and its cycles are run.
 struct SessionOptions {
   Clock clock = Clock::realtime;
+  /// Goes on when nothing is left to do, until a signal. Without it, a run ends then.
+  bool waitsForSignal = false;
   /// What machine time does after the process was held up.
   Late late = Late::stand;
   /// What is done about a step beyond a maximum velocity.

@@ -42,8 +42,13 @@ std::string sensorColumn(const std::string& sensor) {
 }
 
 host::TracedValues tracedValues(host::Engine& engine, const host::MachineModel& machine,
-                                const host::Plan& plan) {
+                                const host::Plan& plan, bool showsAll) {
   std::set<int> commanded;
+  for (const host::Axis& axis : engine.axes()) {
+    if (showsAll) {
+      commanded.insert(axis.index);
+    }
+  }
   for (const host::ScheduledBatch& batch : plan.batches) {
     commanded.insert(batch.commands->actuators.begin(), batch.commands->actuators.end());
   }
@@ -93,7 +98,7 @@ Torvex::Torvex(const host::MachineModel& machine, const host::Plan& plan,
                const host::SessionOptions& options)
     : plan_(plan),
       engine_(machine, engineOptions(options, plan.schedule.cycleMs), this),
-      traced_(tracedValues(engine_, machine, plan)),
+      traced_(tracedValues(engine_, machine, plan, options.waitsForSignal)),
       lastItemMs_(lastTime(plan)),
       result_(options,
               host::SampleHistory(traced_.columns.size(),
@@ -256,7 +261,7 @@ bool Torvex::hasEnded() {
   if (ended_ || host::StopSignal::received() != 0) {
     return true;
   }
-  if (!engine_.isIdle()) {
+  if (!engine_.isIdle() || result_.session.waitsForSignal) {
     return false;
   }
   const std::int64_t timeMs = engine_.timeMs();

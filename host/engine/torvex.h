@@ -23,15 +23,15 @@ struct TracedColumn {
   const hal::DeviceAttrGeneric* attribute = nullptr;
 };
 
-/// An axis that the plan commands, and where the traced columns hold it.
+/// An axis that is commanded, and where the traced columns hold it.
 struct ShownAxis {
   const Axis& axis;
   std::size_t commandColumn = 0;
   std::optional<std::size_t> measuredColumn;
 };
 
-/// What is written down of a run: the commanded actuators, in the order of the machine, with
-/// what measures them, and all other sensors.
+/// What is written down of a run: the actuators that the plan commands, or all where commands may
+/// come later, in the order of the machine, with what measures them, and all other sensors.
 struct TracedValues {
   std::vector<ShownAxis> axes;
   std::vector<TracedColumn> columns;
@@ -65,6 +65,7 @@ class Torvex {
   /// have settled, or a signal asks to stop. Lets through what a cycle throws.
   void run(const Progress& progress);
 
+  [[nodiscard]] std::int64_t cycleMs() const { return plan_.schedule.cycleMs; }
   [[nodiscard]] host::Engine& engine() { return engine_; }
   [[nodiscard]] const host::Engine& engine() const { return engine_; }
   [[nodiscard]] const std::vector<host::ShownAxis>& shownAxes() const { return traced_.axes; }

@@ -63,7 +63,7 @@ std::string runJson(const RunOptions& options, const RunResult& result, const Pl
                        {"cycle_ms", plan.schedule.cycleMs},
                        {"approach_ms", plan.schedule.approachMs},
                        {"duration_ms", result.durationMs},
-                       {"cycles", counts.cycles},
+                       {"cycles", std::uint64_t{counts.cycles}},
                        {"overruns", pace.overruns},
                        {"stalls", pace.stalls},
                        {"stalled_ms", pace.stalledMs},

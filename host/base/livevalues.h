@@ -6,6 +6,7 @@
 #include <string>
 #include <vector>
 
+#include "host/base/attributekeys.h"
 #include "host/base/values.h"
 #include "simulation/observer.h"
 
@@ -14,10 +15,9 @@ namespace host {
 /// Attributes of a running machine, by their keys, and what they hold now.
 class LiveValues {
  public:
-  /// Those with the given keys, in that order; without any, all that have a
-  /// key. A bare key means a sub-device's. The observer must outlive the object.
-  /// Throws `simulation::Error` for a key that the machine does not have.
-  LiveValues(const simulation::Observer& observer, const std::vector<std::string>& keys);
+  /// Those that `AttributeKeys::find` finds, in its order. The observer must outlive the object.
+  LiveValues(const simulation::Observer& observer, const AttributeKeys& known,
+             const std::vector<std::string>& keys);
 
   [[nodiscard]] std::size_t size() const { return attributes_.size(); }
   [[nodiscard]] const std::string& key(std::size_t position) const {
@@ -33,6 +33,8 @@ class LiveValues {
   [[nodiscard]] Json value(std::size_t position) const;
   /// The same, for the eye.
   [[nodiscard]] std::string shownValue(std::size_t position) const;
+  /// All values by their keys.
+  [[nodiscard]] Json json() const;
 
  private:
   struct Attribute {

@@ -1,66 +1,21 @@
-#include "host/cli/livevalues.h"
+#include "host/base/livevalues.h"
 
 #include <fmt/format.h>
 
 #include <algorithm>
 #include <chrono>
-#include <map>
 #include <nlohmann/json.hpp>
-#include <set>
 #include <utility>
 
-#include "host/base/attributekey.h"
 #include "host/base/visible.h"
-#include "platform/hal/attributecontainer.h"
-#include "simulation/machine.h"
 
 namespace host {
-namespace {
 
-/// Empty when the attribute has none.
-std::string keyOf(const simulation::Observer& observer, int index) {
-  const std::uint8_t kind = observer.containerKind(index);
-  if (kind != hal::deviceKind && kind != hal::subDeviceKind) {
-    return {};
-  }
-  return (kind == hal::deviceKind ? devicePrefix : subDevicePrefix) +
-         observer.containerName(index) + "/" + observer.attributeName(index);
-}
-
-[[noreturn]] void refuse(const std::string& key, const std::map<std::string, int>& indexes) {
-  const auto near = indexes.lower_bound(key);
-  const std::string example =
-      near == indexes.end() ? "" : fmt::format(", but for example '{}'", visible(near->first));
-  throw simulation::Error(
-      fmt::format("the machine has no attribute '{}'{}; without a KEY, all are "
-                  "watched",
-                  visible(key), example));
-}
-
-}  // namespace
-
-LiveValues::LiveValues(const simulation::Observer& observer, const std::vector<std::string>& keys)
+LiveValues::LiveValues(const simulation::Observer& observer, const AttributeKeys& known,
+                       const std::vector<std::string>& keys)
     : observer_(observer) {
-  std::map<std::string, int> indexes;
-  std::vector<std::string> wanted = keys;
-  for (int index = 0; index < observer.attributeCount(); ++index) {
-    const std::string key = keyOf(observer, index);
-    if (!key.empty()) {
-      indexes[key] = index;  // of equal keys, the last one counts
-      if (keys.empty()) {
-        wanted.push_back(key);
-      }
-    }
-  }
-  std::set<int> taken;
-  for (const std::string& key : wanted) {
-    const auto found = indexes.find(fullKey(key));
-    if (found == indexes.end()) {
-      refuse(fullKey(key), indexes);
-    }
-    if (taken.insert(found->second).second) {
-      attributes_.push_back({found->second, found->first});
-    }
+  for (const int index : known.find(keys)) {
+    attributes_.push_back({index, known.key(index)});
   }
   look();
 }
@@ -110,18 +65,22 @@ std::string ValueLines::changed(std::int64_t timeMs) {
   return lines;
 }
 
-std::string jsonLine(const LiveValues& values, std::int64_t timeMs) {
+Json LiveValues::json() const {
   Json::object_t members;
-  for (std::size_t i = 0; i < values.size(); ++i) {
-    members.push_back({values.key(i), values.value(i)});  // no key twice
+  for (std::size_t i = 0; i < size(); ++i) {
+    members.push_back({key(i), value(i)});  // no key twice
   }
+  return members;
+}
+
+std::string jsonLine(const LiveValues& values, std::int64_t timeMs) {
   const std::optional<std::int64_t> ageMs = values.ageMs();
   return printed({{"time_ms", timeMs},
                   {"cycle", values.cycle().number},
                   {"machine_ms", values.cycle().machineTimeMs},
                   {"age_ms", ageMs ? Json(*ageMs) : Json()},
                   {"whole", values.cycle().isWhole},
-                  {"values", std::move(members)}},
+                  {"values", values.json()}},
                  -1) +
          "\n";
 }

@@ -1,0 +1,10 @@
+#pragma once
+
+#include "host/cli/options.h"
+
+namespace host {
+
+/// Adds `torvex serve`: keeps a machine alive for clients that command it.
+void addServeCommand(CLI::App& app, Command& chosen);
+
+}  // namespace host

@@ -1,0 +1,222 @@
+#include "host/server/doorplace.h"
+
+#include <fcntl.h>
+#include <fmt/format.h>
+#include <sys/file.h>
+#include <sys/socket.h>
+#include <sys/stat.h>
+#include <sys/un.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstdlib>
+#include <cstring>
+#include <filesystem>
+#include <utility>
+
+#include "host/base/textfile.h"
+#include "simulation/machine.h"
+
+namespace host {
+namespace {
+
+constexpr char ending[] = ".sock";
+constexpr mode_t userAlone = 0600;
+
+bool isFolder(const std::string& path) {
+  struct stat status {};
+  return stat(path.c_str(), &status) == 0 && S_ISDIR(status.st_mode);
+}
+
+std::string runtimeFolder() {
+  const char* const given = std::getenv("XDG_RUNTIME_DIR");
+  if (given != nullptr && given[0] == '/') {
+    return given;
+  }
+  const std::string usual = fmt::format("/run/user/{}", geteuid());
+  if (isFolder(usual)) {
+    return usual;
+  }
+  if (geteuid() == 0) {
+    return "/run";
+  }
+  throw simulation::Error(
+      fmt::format("there is no folder for the socket: XDG_RUNTIME_DIR is not set, and no {}; give "
+                  "--socket PATH",
+                  usual));
+}
+
+bool isMine(const struct stat& status) {
+  return status.st_uid == geteuid();
+}
+
+}  // namespace
+
+Descriptor::~Descriptor() {
+  reset(-1);
+}
+
+int Descriptor::release() {
+  return std::exchange(number_, -1);
+}
+
+void Descriptor::reset(int number) {
+  if (number_ >= 0) {
+    close(number_);
+  }
+  number_ = number;
+}
+
+std::string defaultDoorPath(const std::string& machineName) {
+  constexpr char allowed[] = "abcdefghijklmnopqrstuvwxyzABCDEFGHIJKLMNOPQRSTUVWXYZ0123456789._-";
+  if (machineName.find_first_not_of(allowed) != std::string::npos || machineName.front() == '.') {
+    throw simulation::Error(
+        fmt::format("'{}' cannot be the name of a socket; give --socket PATH", machineName));
+  }
+  return runtimeFolder() + "/torvex/" + machineName + ending;
+}
+
+DoorPlace::DoorPlace(const std::string& path) : path_(path) {
+  const std::filesystem::path given(path);
+  const std::string name = given.filename().string();
+  const std::size_t length = std::strlen(ending);
+  if (name.size() <= length || name.compare(name.size() - length, length, ending) != 0) {
+    throw simulation::Error(fmt::format("'{}' does not end in NAME{}", path, ending));
+  }
+  if (path.size() >= sizeof sockaddr_un::sun_path) {
+    throw simulation::Error(
+        fmt::format("'{}' is longer than the {} bytes that a socket's path may "
+                    "have; give a shorter --socket PATH",
+                    path, sizeof sockaddr_un::sun_path - 1));
+  }
+  stem_ = name.substr(0, name.size() - length);
+  folderPath_ = given.has_parent_path() ? given.parent_path().string() : ".";
+  openFolder();
+  takeLock();
+  removeLeftover();
+}
+
+DoorPlace::~DoorPlace() {
+  unlinkat(folder_.number(), beside(ending).c_str(), 0);
+  if (hasToken_) {
+    unlinkat(folder_.number(), beside(".token").c_str(), 0);
+  }
+  unlinkat(folder_.number(), beside(".lock").c_str(), 0);
+}
+
+void DoorPlace::fail(const std::string& name, const std::string& what) const {
+  throw simulation::Error(
+      fmt::format("{}: {}", folderPath_ + (name.empty() ? "" : "/" + name), what));
+}
+
+void DoorPlace::openFolder() {
+  mkdir(folderPath_.c_str(), 0700);  // when it is there, the rest looks at it
+  folder_.reset(open(folderPath_.c_str(), O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC));
+  struct stat status {};
+  if (folder_.number() < 0 || fstat(folder_.number(), &status) != 0) {
+    fail("", std::strerror(errno));
+  }
+  if (!isMine(status)) {
+    fail("", fmt::format("belongs to the user {}", status.st_uid));
+  }
+  if ((status.st_mode & 077U) != 0) {
+    fail("", "is not this user's alone (chmod 700)");
+  }
+}
+
+/// The lock goes with the process, however that ends.
+void DoorPlace::takeLock() {
+  const std::string name = beside(".lock");
+  for (int tries = 0; tries < 100; ++tries) {
+    lock_.reset(openat(folder_.number(), name.c_str(), O_RDWR | O_CREAT | O_NOFOLLOW | O_CLOEXEC,
+                       userAlone));
+    struct stat mine {};
+    struct stat there {};
+    if (lock_.number() < 0 || fstat(lock_.number(), &mine) != 0) {
+      fail(name, std::strerror(errno));
+    }
+    if (!S_ISREG(mine.st_mode) || !isMine(mine)) {
+      fail(name, "is no file of this user");
+    }
+    if (flock(lock_.number(), LOCK_EX | LOCK_NB) != 0) {
+      fail(beside(ending), "a running machine has this door; give another --socket PATH");
+    }
+    // Whoever had the lock before may have removed it meanwhile.
+    if (fstatat(folder_.number(), name.c_str(), &there, AT_SYMLINK_NOFOLLOW) == 0 &&
+        there.st_ino == mine.st_ino) {
+      return;
+    }
+  }
+  fail(name, "is replaced again and again");
+}
+
+void DoorPlace::removeLeftover() const {
+  const std::string name = beside(ending);
+  unlinkat(folder_.number(), beside(".token").c_str(), 0);
+  struct stat status {};
+  if (fstatat(folder_.number(), name.c_str(), &status, AT_SYMLINK_NOFOLLOW) != 0) {
+    return;
+  }
+  if (!S_ISSOCK(status.st_mode) || !isMine(status)) {
+    fail(name, "is no socket of this user");
+  }
+  unlinkat(folder_.number(), name.c_str(), 0);
+}
+
+int DoorPlace::listen() {
+  const std::string name = beside(ending);
+  sockaddr_un address{};
+  address.sun_family = AF_UNIX;
+  // Through the descriptor, so that it is this folder whatever its path means by now.
+  const std::string path = fmt::format("/proc/self/fd/{}/{}", folder_.number(), name);
+  if (path.size() >= sizeof address.sun_path) {
+    fail(name, "is too long a name; give a shorter --socket PATH");
+  }
+  path.copy(address.sun_path, path.size());
+  Descriptor listening(socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0));
+  // The mode of the socket is that of the file from the moment that it appears.
+  if (listening.number() < 0 || fchmod(listening.number(), userAlone) != 0 ||
+      // NOLINTNEXTLINE(cppcoreguidelines-pro-type-reinterpret-cast): so the call has it
+      bind(listening.number(), reinterpret_cast<const sockaddr*>(&address), sizeof address) != 0 ||
+      ::listen(listening.number(), SOMAXCONN) != 0) {
+    fail(name, std::strerror(errno));
+  }
+  struct stat status {};
+  if (fstatat(folder_.number(), name.c_str(), &status, AT_SYMLINK_NOFOLLOW) != 0 ||
+      !S_ISSOCK(status.st_mode) || !isMine(status) || (status.st_mode & 0177U) != 0) {
+    fail(name, "is not this user's alone");
+  }
+  return listening.release();
+}
+
+std::string DoorPlace::writeToken(const std::string& token) {
+  const std::string name = beside(".token");
+  unlinkat(folder_.number(), name.c_str(), 0);
+  const Descriptor file(openat(folder_.number(), name.c_str(),
+                               O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, userAlone));
+  hasToken_ = file.number() >= 0;
+  const std::string line = token + "\n";
+  if (!hasToken_ ||
+      write(file.number(), line.data(), line.size()) != static_cast<ssize_t>(line.size())) {
+    fail(name, std::strerror(errno));
+  }
+  return folderPath_ + "/" + name;
+}
+
+std::string readTokenFile(const std::string& path) {
+  constexpr std::size_t least = 16;
+  constexpr std::size_t most = 256;
+  struct stat status {};
+  if (stat(path.c_str(), &status) == 0 && (!isMine(status) || (status.st_mode & 077U) != 0)) {
+    throw UserError(path, {}, "must be this user's alone (chmod 600)");
+  }
+  std::string token = readFile(path, 2 * most);
+  token.erase(token.find_last_not_of(" \t\r\n") + 1);
+  if (token.size() < least || token.size() > most ||
+      token.find_first_of(" \t\r\n,") != std::string::npos) {
+    throw UserError(path, {}, fmt::format("holds no token of {} to {} characters", least, most));
+  }
+  return token;
+}
+
+}  // namespace host

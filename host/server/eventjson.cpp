@@ -1,0 +1,114 @@
+#include "host/server/eventjson.h"
+
+#include <nlohmann/json.hpp>
+
+namespace host {
+namespace {
+
+void addCleared(const Event& event, Json& json) {
+  if (event.byBatch == Event::byOthers) {
+    json["by"] = "others";
+  } else if (event.byBatch == Event::byGuard) {
+    json["by"] = "guard";
+  } else {
+    json["by"] = "batch";
+    json["by_batch"] = event.byBatch;
+  }
+}
+
+bool hasAmount(EventKind kind) {
+  switch (kind) {
+    case EventKind::late:
+    case EventKind::limited:
+    case EventKind::steep:
+    case EventKind::beyond:
+    case EventKind::unstopped:
+    case EventKind::handedLate:
+    case EventKind::guarded:
+    case EventKind::stalled:
+      return true;
+    default:
+      return false;
+  }
+}
+
+}  // namespace
+
+const char* kindName(EventKind kind) {
+  switch (kind) {
+    case EventKind::taken:
+      return "taken";
+    case EventKind::reached:
+      return "reached";
+    case EventKind::cleared:
+      return "cleared";
+    case EventKind::late:
+      return "late";
+    case EventKind::limited:
+      return "limited";
+    case EventKind::steep:
+      return "steep";
+    case EventKind::beyond:
+      return "beyond";
+    case EventKind::unstopped:
+      return "unstopped";
+    case EventKind::refused:
+      return "refused";
+    case EventKind::handedLate:
+      return "handed_late";
+    case EventKind::guarded:
+      return "guarded";
+    case EventKind::external:
+      return "external";
+    case EventKind::stalled:
+      return "stalled";
+    case EventKind::uncertain:
+      break;
+  }
+  return "uncertain";
+}
+
+const char* reasonName(Fault fault) {
+  switch (fault) {
+    case Fault::full:
+      return "full";
+    case Fault::tooDense:
+      return "too_dense";
+    case Fault::notFinite:
+      return "not_finite";
+    case Fault::guarded:
+      return "guard";
+    case Fault::tooSteep:
+      return "too_fast";
+    case Fault::none:
+      break;
+  }
+  return "internal";
+}
+
+std::string eventLine(const Event& event, std::uint64_t number, const MachineModel& machine) {
+  Json json = {{"number", number}, {"kind", kindName(event.kind)}, {"machine_ms", event.timeMs}};
+  if (event.batch != Event::byOthers && event.kind != EventKind::stalled) {
+    json["batch"] = event.batch;
+  }
+  if (event.actuator >= 0) {
+    json["key"] = valueKey(machine.actuator(event.actuator));
+    json["point"] = event.point;
+  }
+  json["count"] = event.count;
+  if (event.rounds != 1) {
+    json["rounds"] = event.rounds;
+  }
+  if (event.kind == EventKind::cleared) {
+    addCleared(event, json);
+  }
+  if (event.reason != Fault::none) {
+    json["reason"] = reasonName(event.reason);
+  }
+  if (hasAmount(event.kind)) {
+    json["amount"] = event.amount;
+  }
+  return printed(json, -1);
+}
+
+}  // namespace host

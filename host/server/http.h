@@ -1,0 +1,75 @@
+#pragma once
+
+#include <cstdint>
+#include <functional>
+#include <memory>
+#include <string>
+#include <utility>
+#include <vector>
+
+namespace host {
+
+/// A request as it came in, whole.
+struct Request {
+  std::string method;
+  /// Decoded, without the query.
+  std::string path;
+  /// The parts of the query, decoded, in their order.
+  std::vector<std::pair<std::string, std::string>> query;
+  std::string contentType;
+  std::string body;
+  /// Numbers the connections of a door.
+  std::uint64_t connection = 0;
+  /// Wants a WebSocket.
+  bool isUpgrade = false;
+};
+
+struct Answer {
+  unsigned status = 200;
+  std::string body;
+  std::string contentType = "application/json";
+};
+
+/// What a listener is sent as it comes up. I/O thread.
+class Feed {
+ public:
+  Feed() = default;
+  Feed(const Feed&) = delete;
+  Feed& operator=(const Feed&) = delete;
+  virtual ~Feed() = default;
+
+  /// The next message; empty when there is none now. Asked when the listener has taken the
+  /// one before, and some hundred times a second while there is none.
+  virtual std::string next() = 0;
+  /// The listener sent something itself.
+  virtual void take(const std::string& /*message*/) {}
+};
+
+/// Who answers what comes through a door. All but `Reply` is of the I/O thread, which must not
+/// wait.
+class Handler {
+ public:
+  /// Once, on any thread.
+  using Reply = std::function<void(Answer)>;
+
+  Handler() = default;
+  Handler(const Handler&) = delete;
+  Handler& operator=(const Handler&) = delete;
+  virtual ~Handler() = default;
+
+  virtual void handle(Request request, const Reply& reply) = 0;
+  /// What a request that asks for a stream is to get; none where it asks for none, or wrongly:
+  /// then `handle` answers it.
+  virtual std::unique_ptr<Feed> feedFor(const Request& request) = 0;
+  /// Anyone may ask for it.
+  [[nodiscard]] virtual bool isOpenToAll(const Request& head) const = 0;
+  /// Never refused for want of room.
+  [[nodiscard]] virtual bool isUrgent(const Request& request) const = 0;
+  virtual void connectionEnded(std::uint64_t connection) = 0;
+};
+
+/// The answer that refuses with this reason.
+Answer refusal(unsigned status, const char* reason, const std::string& message,
+               const std::string& path = "");
+
+}  // namespace host

@@ -1,0 +1,158 @@
+#include "host/server/machineview.h"
+
+#include <unistd.h>
+
+#include <algorithm>
+#include <chrono>
+#include <cmath>
+#include <nlohmann/json.hpp>
+
+#include "host/engine/inbox.h"
+#include "host/server/access.h"
+#include "host/server/bounds.h"
+
+namespace host {
+namespace {
+
+std::int64_t nowMs() {
+  return std::chrono::system_clock::now().time_since_epoch() / std::chrono::milliseconds(1);
+}
+
+const char* nameOf(GuardMode guard) {
+  switch (guard) {
+    case GuardMode::hold:
+      return "hold";
+    case GuardMode::warn:
+      return "warn";
+    case GuardMode::off:
+      break;
+  }
+  return "off";
+}
+
+const char* nameOf(ValueType type) {
+  switch (type) {
+    case ValueType::integer:
+      return "integer";
+    case ValueType::real:
+      return "float";
+    case ValueType::text:
+      return "text";
+    case ValueType::none:
+      break;
+  }
+  return "none";
+}
+
+/// Null for what is no limit.
+Json limitOf(const simulation::Actuator& actuator, double limit) {
+  if (!std::isfinite(limit)) {
+    return nullptr;
+  }
+  return actuator.typeCode == hal::floatTypeCode ? Json(static_cast<float>(limit))
+                                                 : Json(static_cast<std::int64_t>(limit));
+}
+
+Json boundsJson() {
+  return {{"body_bytes", bounds::bodyBytes},
+          {"header_bytes", bounds::headBytes},
+          {"connections", bounds::connections},
+          {"requests", bounds::requests},
+          {"request_ms", bounds::requestTime.count()},
+          {"idle_ms", bounds::idleTime.count()},
+          {"waiting_points", Inbox::mostPoints},
+          {"waiting_points_of_commander", Inbox::mostPoints / 4}};
+}
+
+}  // namespace
+
+MachineView::MachineView(const MachineModel& machine, Torvex& torvex, const ServiceOptions& options)
+    : machine_(machine),
+      torvex_(torvex),
+      options_(options),
+      observer_(options.poolName),
+      keys_(observer_),
+      instance_(randomToken().substr(0, 16)),
+      startedMs_(nowMs()) {}
+
+Json MachineView::describe() const {
+  Json axes = Json::array();
+  for (const simulation::Actuator& actuator : machine_.description.actuators) {
+    axes.push_back(axis(actuator));
+  }
+  return {{"api", 1},
+          {"version", TORVEX_VERSION},
+          {"instance", instance_},
+          {"name", machine_.name},
+          {"pool", options_.poolName},
+          {"pid", getpid()},
+          {"started_ms", startedMs_},
+          {"cycle_ms", torvex_.cycleMs()},
+          {"machine_ms", torvex_.engine().now().timeMs},
+          {"strict", options_.strict},
+          {"guard", nameOf(options_.guard)},
+          {"held", false},
+          {"axes", std::move(axes)},
+          {"attributes", attributes()},
+          {"commanders", Json::array()},
+          {"bounds", boundsJson()}};
+}
+
+Json MachineView::axis(const simulation::Actuator& actuator) const {
+  const std::string sensor = actuator.name + "/Sensor";
+  const auto& sensors = machine_.description.sensors;
+  const bool isMeasured =
+      std::any_of(sensors.begin(), sensors.end(),
+                  [&sensor](const simulation::Sensor& known) { return known.name == sensor; });
+  return {{"name", actuator.name},
+          {"key", valueKey(actuator)},
+          {"type", nameOf(valueType(actuator.typeCode))},
+          {"minimum", limitOf(actuator, actuator.minimum)},
+          {"maximum", limitOf(actuator, actuator.maximum)},
+          {"maximum_velocity",
+           std::isfinite(actuator.maximumVelocity) ? Json(actuator.maximumVelocity) : Json()},
+          {"interpolation", actuator.interpolates ? "linear" : "step"},
+          {"sensor", isMeasured ? Json("Device/SubDeviceList/" + sensor + "/Value") : Json()},
+          {"owner", nullptr},
+          {"held", nullptr},
+          {"waiting", 0}};
+}
+
+Json MachineView::attributes() const {
+  Json attributes = Json::array();
+  for (const int index : keys_.find({})) {
+    attributes.push_back(
+        {{"key", keys_.key(index)}, {"type", nameOf(valueType(observer_.typeCode(index)))}});
+  }
+  return attributes;
+}
+
+Json MachineView::health() const {
+  const Engine::Now now = torvex_.engine().now();
+  const CycleCount& counts = torvex_.result().counts;
+  const Histogram& latencies = counts.latencies;
+  return {{"status", "ok"},
+          {"machine_ms", now.timeMs},
+          {"cycles", std::uint64_t{counts.cycles}},
+          {"overruns", now.pace.overruns},
+          {"stalls", now.pace.stalls},
+          {"stalled_ms", now.pace.stalledMs},
+          {"stands", now.pace.stands},
+          {"latency_ns",
+           {{"p50", latencies.quantile(0.5)},
+            {"p99", latencies.quantile(0.99)},
+            {"p99.9", latencies.quantile(0.999)},
+            {"max", latencies.maximum()}}}};
+}
+
+Json MachineView::values(const std::vector<std::string>& keys) const {
+  const LiveValues values = liveValues(keys);
+  const auto ageMs = values.ageMs();
+  return {{"cycle", values.cycle().number},
+          {"machine_ms", values.cycle().machineTimeMs},
+          {"age_ms", ageMs ? Json(*ageMs) : Json()},
+          {"whole", values.cycle().isWhole},
+          {"values", values.json()}};
+}
+
+}  // namespace host

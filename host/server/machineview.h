@@ -1,0 +1,58 @@
+#pragma once
+
+#include <cstdint>
+#include <string>
+
+#include "host/base/attributekeys.h"
+#include "host/base/livevalues.h"
+#include "host/base/values.h"
+#include "host/engine/torvex.h"
+#include "host/input/machinemodel.h"
+#include "simulation/observer.h"
+
+namespace host {
+
+/// What the door says of itself.
+struct ServiceOptions {
+  /// What is too fast or beyond the limits is refused.
+  bool strict = true;
+  GuardMode guard = GuardMode::hold;
+  std::string poolName;
+  /// Where exports go.
+  std::string preferenceDirectory;
+};
+
+/// A machine as its clients see it.
+class MachineView {
+ public:
+  /// The arguments must outlive the object. Throws `simulation::Error`.
+  MachineView(const MachineModel& machine, Torvex& torvex, const ServiceOptions& options);
+
+  [[nodiscard]] const MachineModel& machine() const { return machine_; }
+  /// Another one at each start.
+  [[nodiscard]] const std::string& instance() const { return instance_; }
+
+  // Answers, as the interface has them.
+
+  [[nodiscard]] Json describe() const;
+  [[nodiscard]] Json health() const;
+  /// Throws `simulation::Error` for a key that is not there.
+  [[nodiscard]] Json values(const std::vector<std::string>& keys) const;
+  [[nodiscard]] LiveValues liveValues(const std::vector<std::string>& keys) const {
+    return {observer_, keys_, keys};
+  }
+
+ private:
+  [[nodiscard]] Json axis(const simulation::Actuator& actuator) const;
+  [[nodiscard]] Json attributes() const;
+
+  const MachineModel& machine_;
+  Torvex& torvex_;
+  const ServiceOptions& options_;
+  const simulation::Observer observer_;
+  const AttributeKeys keys_;
+  const std::string instance_;
+  const std::int64_t startedMs_;
+};
+
+}  // namespace host

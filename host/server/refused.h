@@ -1,0 +1,41 @@
+#pragma once
+
+#include <exception>
+#include <nlohmann/json.hpp>
+#include <string>
+#include <utility>
+#include <vector>
+
+#include "host/base/usererror.h"
+#include "host/base/values.h"
+#include "host/server/http.h"
+
+namespace host {
+
+/// Why a request is refused.
+struct RequestFault {
+  unsigned status = 400;
+  const char* reason = "invalid";
+  /// The field, as a JSON pointer, or ?NAME for a part of the query.
+  std::string path;
+  std::string message;
+  /// Further members, as the interface has them.
+  Json figures = Json::object();
+};
+
+/// Thrown where a request cannot be answered otherwise.
+class Refused : public std::exception {
+ public:
+  explicit Refused(RequestFault refusal) : refusal_(std::move(refusal)) {}
+  [[nodiscard]] const RequestFault& refusal() const { return refusal_; }
+
+ private:
+  RequestFault refusal_;
+};
+
+/// At least one; the first decides the status.
+Answer answerOf(const std::vector<RequestFault>& refusals);
+Answer answerOf(const UserError& error);
+Answer answerOf(const Json& json, unsigned status = 200);
+
+}  // namespace host

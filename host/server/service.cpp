@@ -1,0 +1,195 @@
+#include "host/server/service.h"
+
+#include <fmt/format.h>
+
+#include <exception>
+#include <nlohmann/json.hpp>
+#include <utility>
+
+#include "host/input/document.h"
+#include "host/results/preferenceexport.h"
+#include "host/server/feeds.h"
+#include "host/server/query.h"
+#include "host/server/refused.h"
+
+namespace host {
+namespace {
+
+RequestFault refusedWith(unsigned status, const char* reason, std::string message,
+                         std::string path = "") {
+  RequestFault refused;
+  refused.status = status;
+  refused.reason = reason;
+  refused.path = std::move(path);
+  refused.message = std::move(message);
+  return refused;
+}
+
+void requireJson(const Request& request) {
+  static const std::string json = "application/json";
+  if (request.contentType.rfind(json, 0) != 0) {
+    throw Refused(refusedWith(415, "type", "the body must be " + json));
+  }
+}
+
+/// Replies with what `answer` returns, or with why it throws.
+template <typename Make>
+void replyWith(const Handler::Reply& reply, const Make& make) {
+  try {
+    make();
+  } catch (const Refused& refused) {
+    reply(answerOf({refused.refusal()}));
+  } catch (const UserError& error) {
+    reply(answerOf(error));
+  } catch (const simulation::Error& error) {
+    reply(refusal(404, "unknown", error.what()));
+  } catch (const std::exception& error) {
+    reply(refusal(500, "internal", error.what()));
+  }
+}
+
+}  // namespace
+
+const Service::Route Service::routes[] = {
+    {"GET", "/v1/machine", &Service::getMachine},
+    {"GET", "/v1/values", &Service::getValues},
+    {"GET", "/v1/health", &Service::getHealth, true, true},
+    {"GET", "/v1/events", &Service::getEvents},
+    {"GET", "/v1/live", &Service::getLive},
+    {"POST", "/v1/exports", &Service::postExport},
+};
+
+Service::Service(const MachineModel& machine, Torvex& torvex, const ServiceOptions& options)
+    : machine_(machine), torvex_(torvex), options_(options), view_(machine, torvex, options) {}
+
+const Service::Route& Service::routeOf(const Request& request) {
+  std::string others;
+  for (const Route& route : routes) {
+    if (request.path != route.path) {
+      continue;
+    }
+    if (request.method == route.method) {
+      return route;
+    }
+    others += (others.empty() ? "" : ", ") + std::string(route.method);
+  }
+  if (!others.empty()) {
+    throw Refused(refusedWith(405, "method", "use " + others));
+  }
+  throw Refused(refusedWith(404, "unknown", "there is nothing at this path; see docs/api.md"));
+}
+
+void Service::handle(Request request, const Reply& reply) {
+  replyWith(reply, [&] { (this->*routeOf(request).answer)(request, reply); });
+}
+
+bool Service::isOpenToAll(const Request& head) const {
+  try {
+    return routeOf(head).isOpenToAll;
+  } catch (const Refused&) {
+    return false;
+  }
+}
+
+bool Service::isUrgent(const Request& request) const {
+  try {
+    return routeOf(request).isUrgent;
+  } catch (const Refused&) {
+    return false;
+  }
+}
+
+void Service::connectionEnded(std::uint64_t /*connection*/) {}
+
+void Service::getMachine(const Request& request, const Reply& reply) {
+  const Query query(request, {});
+  reply(answerOf(view_.describe()));
+}
+
+void Service::getValues(const Request& request, const Reply& reply) {
+  const Query query(request, {"key"});
+  try {
+    reply(answerOf(view_.values(query.all("key"))));
+  } catch (const simulation::Error& error) {
+    throw Refused(refusedWith(404, "unknown", error.what(), "?key"));
+  }
+}
+
+void Service::getHealth(const Request& request, const Reply& reply) {
+  const Query query(request, {});
+  reply(answerOf(view_.health()));
+}
+
+std::unique_ptr<Feed> Service::eventFeed(const Request& request) const {
+  const Query query(request, {"since", "follow", "commander"});
+  const EventRing& ring = torvex_.engine().events();
+  const std::optional<std::uint64_t> since = query.wholeNumber("since");
+  if (since && *since > ring.cursorAt(std::nullopt).next) {
+    throw Refused(refusedWith(400, "invalid", "there is no event of this number yet", "?since"));
+  }
+  return std::make_unique<EventFeed>(ring, machine_, view_.instance(), since);
+}
+
+/// Those up to now; or what `feedFor` refused.
+void Service::getEvents(const Request& request, const Reply& reply) {
+  const std::unique_ptr<Feed> feed = eventFeed(request);
+  Answer answer;
+  answer.contentType = "application/x-ndjson";
+  for (std::string line = feed->next(); !line.empty(); line = feed->next()) {
+    answer.body += line + "\n";
+  }
+  reply(std::move(answer));
+}
+
+void Service::getLive(const Request& request, const Reply& /*reply*/) {
+  const Query query(request, {"key", "rate"});
+  (void)query.number("rate", 1, 1000);
+  (void)view_.liveValues(query.all("key"));
+  throw Refused(refusedWith(400, "invalid", "these values are for a WebSocket"));
+}
+
+std::unique_ptr<Feed> Service::feedFor(const Request& request) {
+  constexpr double nsPerSecond = 1e9;
+  constexpr std::int64_t nsPerMs = 1'000'000;
+  try {
+    if (request.method == "GET" && request.path == "/v1/events" &&
+        (request.isUpgrade ||
+         Query(request, {"since", "follow", "commander"}).truth("follow", true))) {
+      return eventFeed(request);
+    }
+    if (request.method == "GET" && request.path == "/v1/live" && request.isUpgrade) {
+      const Query query(request, {"key", "rate"});
+      const auto periodNs = static_cast<std::int64_t>(nsPerSecond / query.number("rate", 20, 1000));
+      return std::make_unique<LiveFeed>(view_.liveValues(query.all("key")),
+                                        std::max(periodNs, torvex_.cycleMs() * nsPerMs));
+    }
+  } catch (const std::exception&) {
+    return nullptr;  // and `handle` says why
+  }
+  return nullptr;
+}
+
+void Service::postExport(const Request& request, const Reply& reply) {
+  const Query query(request, {});
+  requireJson(request);
+  ErrorCollector errors;
+  PreferenceExport wanted;
+  errors.attempt([&] {
+    const Document body("request", request.body, errors, Document::Format::json);
+    const Document::Fields fields = body.fields(body.root(), "an export", {"container", "file"});
+    body.requiredField(fields, body.root(), "container",
+                       [&](const Node& node) { wanted.container = body.name(node, "container"); });
+    body.requiredField(fields, body.root(), "file",
+                       [&](const Node& node) { wanted.file = body.name(node, "file"); });
+  });
+  errors.throwIfAny();
+  checkExport(machine_, wanted, options_.preferenceDirectory);
+  worker_.add([this, wanted, reply] {
+    replyWith(reply, [&] {
+      const std::string said = exportPreferences(wanted, options_.preferenceDirectory);
+      reply(answerOf(Json{{"said", said}}));
+    });
+  });
+}
+
+}  // namespace host

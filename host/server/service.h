@@ -1,0 +1,51 @@
+#pragma once
+
+#include <memory>
+#include <string>
+
+#include "host/server/http.h"
+#include "host/server/machineview.h"
+#include "host/server/worker.h"
+
+namespace host {
+
+/// Answers the requests of the interface `/v1`.
+class Service : public Handler {
+ public:
+  /// The arguments must outlive the object.
+  Service(const MachineModel& machine, Torvex& torvex, const ServiceOptions& options);
+
+  void handle(Request request, const Reply& reply) override;
+  std::unique_ptr<Feed> feedFor(const Request& request) override;
+  [[nodiscard]] bool isOpenToAll(const Request& head) const override;
+  [[nodiscard]] bool isUrgent(const Request& request) const override;
+  void connectionEnded(std::uint64_t connection) override;
+
+ private:
+  using Answerer = void (Service::*)(const Request& request, const Reply& reply);
+  struct Route {
+    const char* method;
+    const char* path;
+    Answerer answer;
+    bool isOpenToAll = false;
+    bool isUrgent = false;
+  };
+  static const Route routes[];
+
+  [[nodiscard]] static const Route& routeOf(const Request& request);
+  void getMachine(const Request& request, const Reply& reply);
+  void getValues(const Request& request, const Reply& reply);
+  void getHealth(const Request& request, const Reply& reply);
+  void getEvents(const Request& request, const Reply& reply);
+  void getLive(const Request& request, const Reply& reply);
+  void postExport(const Request& request, const Reply& reply);
+  [[nodiscard]] std::unique_ptr<Feed> eventFeed(const Request& request) const;
+
+  const MachineModel& machine_;
+  Torvex& torvex_;
+  const ServiceOptions& options_;
+  const MachineView view_;
+  Worker worker_;
+};
+
+}  // namespace host

@@ -1,0 +1,252 @@
+#!/usr/bin/env python3
+"""The door of a running machine, as clients meet it."""
+
+import base64
+import contextlib
+import http.client
+import json
+import os
+import pathlib
+import signal
+import socket
+import struct
+import unittest
+
+import jsonschema
+import yaml
+
+from tool import ToolTest, root, start, write
+
+document = yaml.safe_load((root / "docs/openapi.yaml").read_text(encoding="utf-8"))
+machine_text = """
+name: m
+actuators:
+- {name: a, minimum: -1, maximum: 1, maximum_velocity: 2}
+- {name: b, minimum: -1, maximum: 1, maximum_velocity: 2}
+- {name: s, type: 2, minimum: 0, maximum: 9}
+"""
+
+
+def resolved(node):
+    """The parts of the document that the references name."""
+    while "$ref" in node and node["$ref"].startswith("#/"):
+        target = document
+        for name in node["$ref"][2:].split("/"):
+            target = target[name]
+        node = {**target, **{key: value for key, value in node.items() if key != "$ref"}}
+    return node
+
+
+def validate(schema, value):
+    jsonschema.Draft202012Validator({**schema, "components": document["components"]}).validate(value)
+
+
+def by_http(host, port):
+    return http.client.HTTPConnection(host, port, timeout=20)
+
+
+class BySocket(http.client.HTTPConnection):
+    def __init__(self, path):
+        super().__init__("localhost", timeout=20)
+        self.path = path
+
+    def connect(self):
+        self.sock = socket.socket(socket.AF_UNIX)
+        self.sock.settimeout(self.timeout)
+        self.sock.connect(self.path)
+
+
+class WebSocket:
+    """Of text messages, each in one frame."""
+
+    def __init__(self, connection, target):
+        key = base64.b64encode(os.urandom(16)).decode()
+        connection.request("GET", target, headers={
+            "Connection": "Upgrade", "Upgrade": "websocket", "Sec-WebSocket-Version": "13",
+            "Sec-WebSocket-Key": key})
+        self.socket = connection.sock
+        answer = b""
+        while not answer.endswith(b"\r\n\r\n"):
+            answer += self.socket.recv(1)
+        assert answer.startswith(b"HTTP/1.1 101"), answer
+
+    def received(self, count):
+        data = b""
+        while len(data) < count:
+            part = self.socket.recv(count - len(data))
+            if not part:
+                raise EOFError
+            data += part
+        return data
+
+    def message(self):
+        first, length = self.received(2)
+        if length == 126:
+            length, = struct.unpack(">H", self.received(2))
+        payload = self.received(length)
+        return json.loads(payload) if first == 0x81 else self.message()
+
+    def send(self, text):
+        mask, data = os.urandom(4), text.encode()
+        masked = bytes(byte ^ mask[i % 4] for i, byte in enumerate(data))
+        self.socket.sendall(struct.pack("BB", 0x81, 0x80 | len(data)) + mask + masked)
+
+
+class DoorTest(ToolTest):
+    def setUp(self):
+        super().setUp()
+        write("m.yaml", machine_text)
+        os.environ["XDG_RUNTIME_DIR"] = os.getcwd()
+        self.path = "torvex/m.sock"
+
+    @contextlib.contextmanager
+    def served(self, *arguments):
+        process = start("serve", "m.yaml", "--pool", self.pool, *arguments)
+        said = ""
+        while " at " not in said and (line := process.stdout.readline()):
+            said += line
+        try:
+            yield process
+        finally:
+            process.send_signal(signal.SIGTERM)
+            said += process.communicate()[0]
+        self.assertIn(process.returncode, (0, -signal.SIGKILL), said)
+
+    def asked(self, method, target, body=None, connection=None, **headers):
+        """The status and the answer, which is as the document says."""
+        connection = connection or BySocket(self.path)
+        if isinstance(body, (dict, list)):
+            body, headers = json.dumps(body), {"Content-Type": "application/json", **headers}
+        connection.request(method, target, body, headers)
+        answer = connection.getresponse()
+        content = json.loads(answer.read())
+        connection.close()
+        path = "/".join("{id}" if part.isdigit() else part for part in target.split("?")[0].split("/"))
+        operation = document["paths"].get(path, {}).get(method.lower())
+        if operation is None:
+            schema = {"$ref": "#/components/schemas/error"}
+        else:
+            responses = operation["responses"]
+            response = resolved(responses.get(str(answer.status), responses["default"]))
+            schema = response["content"]["application/json"]["schema"]
+        validate(schema, content)
+        return answer.status, content
+
+    def reason(self, *arguments, **options):
+        status, content = self.asked(*arguments, **options)
+        error = content["error"]
+        self.assertTrue(error["message"])
+        return status, error["reason"], error["path"]
+
+
+class Door(DoorTest):
+    def test_answers_as_the_document_says(self):
+        with self.served():
+            status, machine = self.asked("GET", "/v1/machine")
+            self.assertEqual((status, machine["name"], machine["cycle_ms"]), (200, "m", 10))
+            axis = machine["axes"][2]
+            self.assertEqual((axis["type"], axis["maximum"], axis["interpolation"]), ("integer", 9, "step"))
+            status, values = self.asked("GET", "/v1/values?key=*/Value&key=a/Maximum")
+            self.assertEqual(list(values["values"].values()), [0, 0, 0, 1])
+            self.assertEqual(self.asked("GET", "/v1/health")[1]["status"], "ok")
+            for case in (
+                    ("GET", "/v1/values?key=none", 404, "unknown", "?key"),
+                    ("GET", "/v1/values?kay=a/Value", 400, "invalid", "?kay"),
+                    ("GET", "/v1/live", 400, "invalid", ""),
+                    ("GET", "/v1/events?since=9", 400, "invalid", "?since"),
+                    ("GET", "/v1/events?since=x", 400, "invalid", "?since"),
+                    ("GET", "/v1/%zz", 400, "invalid", ""),
+                    ("GET", "/v2", 404, "unknown", ""),
+                    ("DELETE", "/v1/health", 405, "method", "")):
+                self.assertEqual(self.reason(*case[:2]), case[2:], case)
+            export = {"container": "a", "file": "a.xml"}
+            self.assertEqual(self.asked("POST", "/v1/exports", export)[0], 200)
+            for body, path in (({**export, "extra": 1}, "/extra"), ({**export, "file": 5}, "/file"),
+                               ({"container": "a"}, ""), ([], "")):
+                self.assertEqual(self.reason("POST", "/v1/exports", body), (400, "invalid", path))
+            self.assertEqual(self.reason("POST", "/v1/exports", "{}"), (415, "type", ""))
+
+    def test_tells_values_and_events_to_who_listens(self):
+        with self.served():
+            live = WebSocket(BySocket(self.path), "/v1/live?key=a/Value&rate=1000")
+            messages = [live.message() for _ in range(3)]
+            for message in messages:
+                validate({"$ref": "#/components/schemas/live"}, message)
+            self.assertLess(messages[0]["cycle"], messages[2]["cycle"])
+            events = WebSocket(BySocket(self.path), "/v1/events")
+            validate({"$ref": "#/components/schemas/event"}, begins := events.message())
+            lines = BySocket(self.path)
+            lines.request("GET", "/v1/events")
+            self.assertEqual(json.loads(lines.getresponse().readline()), begins)
+
+    def test_lets_nobody_in_who_may_not(self):
+        with socket.socket() as free:
+            free.bind(("127.0.0.1", 0))
+            port = free.getsockname()[1]
+        with self.served("--http", port):
+            token = pathlib.Path("torvex/m.token").read_text(encoding="utf-8").strip()
+            bearer = {"Authorization": "Bearer " + token}
+            for target, headers, status in (
+                    ("/v1/values", bearer, 200), ("/v1/health", {}, 200), ("/v1/values", {}, 401),
+                    ("/v1/values", {"Authorization": "Bearer " + "0" * 64}, 401),
+                    ("/v1/values", {"Authorization": "Bearer "}, 401),
+                    ("/v1/health", {"Host": "attacker.example"}, 403),
+                    ("/v1/health", {"Host": f"localhost:{port}"}, 200),
+                    ("/v1/values", {**bearer, "Origin": "http://attacker.example"}, 403),
+                    ("/v1/values", {**bearer, "Origin": "null"}, 403),
+                    ("/v1/values", {**bearer, "Origin": f"http://127.0.0.1:{port}"}, 200)):
+                answered, _ = self.asked("GET", target, connection=by_http("127.0.0.1", port), **headers)
+                self.assertEqual(answered, status, (target, headers))
+            self.assertEqual(self.reason("GET", "/v1/health", Origin="http://attacker.example")[0], 403)
+            for name in ("torvex/m.sock", "torvex/m.token", "torvex/m.lock"):
+                self.assertEqual(os.stat(name).st_mode & 0o777, 0o600, name)
+        self.assertEqual(os.listdir("torvex"), [])
+
+    def test_bounds_what_a_client_may_ask_for(self):
+        with self.served():
+            self.assertEqual(self.reason("POST", "/v1/exports", "0" * (1 << 20) + "0"), (413, "too_large", ""))
+            self.assertEqual(self.reason("GET", "/v1/health", **{"X": "y" * 9000}), (431, "header", ""))
+            connections = []
+            for sent in (b"", b"GET /v1/health HT", b"GET / HTTP/1.1\r\nContent-Length: 9\r\n\r\n12") * 60:
+                connections.append(socket.socket(socket.AF_UNIX))
+                connections[-1].connect(self.path)
+                connections[-1].sendall(sent)
+            self.assertEqual(self.asked("GET", "/v1/health")[0], 200)
+            self.assertEqual(self.reason("GET", "/v1/machine"), (503, "busy", ""))
+            for connection in connections:
+                connection.close()
+            for junk in (b"\0\1\2", b"GET / HTTP/9\r\n\r\n", b"GET /\r\n\r\n", b"X" * 20000):
+                with socket.socket(socket.AF_UNIX) as connection:
+                    connection.connect(self.path)
+                    connection.sendall(junk)
+                    self.assertRegex(connection.recv(100), b"^HTTP/1.1 4[03]")
+
+    def test_is_one_door_and_outlives_a_kill(self):
+        with self.served() as first:
+            said = self.said(2, "serve", "m.yaml", "--pool", self.pool + "-2")
+            self.assertIn("a running machine has this door", said)
+            first.kill()
+            first.wait()
+        with self.served():
+            self.assertEqual(self.asked("GET", "/v1/health")[0], 200)
+        os.rename("torvex", "real")
+        os.symlink("real", "torvex")
+        self.assertIn("torvex", self.said(2, "serve", "m.yaml", "--pool", self.pool))
+        os.unlink("torvex")
+        os.rename("real", "torvex")
+        os.chmod("torvex", 0o755)
+        self.assertIn("chmod 700", self.said(2, "serve", "m.yaml", "--pool", self.pool))
+
+    def test_tells_systemd_when_it_is_ready(self):
+        with socket.socket(socket.AF_UNIX, socket.SOCK_DGRAM) as manager:
+            manager.bind("notify")
+            manager.settimeout(20)
+            os.environ["NOTIFY_SOCKET"] = os.path.abspath("notify")
+            self.addCleanup(os.environ.pop, "NOTIFY_SOCKET")
+            with self.served():
+                self.assertEqual(manager.recv(100), b"READY=1")
+            self.assertEqual(manager.recv(100), b"STOPPING=1")
+
+
+if __name__ == "__main__":
+    unittest.main()
