@@ -91,8 +91,7 @@ void AttributeKeys::refuse(const std::string& key) const {
   const std::string example =
       near == indexes_.end() ? "" : fmt::format(", but for example '{}'", visible(near->first));
   throw simulation::Error(
-      fmt::format("the machine has no attribute '{}'{}",
-                  visible(fullKey(key)), example));
+      fmt::format("the machine has no attribute '{}'{}", visible(fullKey(key)), example));
 }
 
 }  // namespace host

@@ -222,7 +222,8 @@ std::string loadedReport(const MachineModel& machine, const std::vector<CommandB
 
 std::string runReport(const RunResult& result, const Outcome& outcome) {
   const CycleCount& counts = result.counts;
-  std::string text = fmt::format("\ncycles   {}, {}\n", std::uint64_t{counts.cycles}, paceReport(result.pace));
+  std::string text =
+      fmt::format("\ncycles   {}, {}\n", std::uint64_t{counts.cycles}, paceReport(result.pace));
   if (result.session.clock == Clock::realtime) {
     text += "latency  " + quantiles(counts.latencies);
   }
