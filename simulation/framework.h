@@ -12,10 +12,9 @@ namespace simulation {
 /// The framework's broker with one module, the preferences service
 /// "ZRPreferences". Set-up and command threads; not for the control cycle.
 ///
-/// The service writes a tree as XML into a directory, which it creates when it is
-/// missing. The file appears whole: it is written beside its place, flushed and
-/// renamed, so that whoever reads finds the old or the new one, however the process
-/// ends.
+/// The service writes a tree as XML into a directory, which it creates when it is missing. The file
+/// appears as a whole: it is written elsewhere, flushed and renamed, so a reader finds the old or
+/// the new file, however the process ends.
 class PLATFORM_API Framework {
  public:
   /// A broker whose preferences service writes into `preferenceDirectory`.
@@ -23,19 +22,19 @@ class PLATFORM_API Framework {
 
   [[nodiscard]] const boost::shared_ptr<ZR::ZRBroker>& broker() const { return broker_; }
 
-  /// While it is not reachable, the broker hands out no proxy: it throws.
+  /// While it is not reachable, the broker throws instead of returning a proxy.
   void setReachable(bool reachable);
 
  private:
   boost::shared_ptr<ZR::ZRBroker> broker_;
 };
 
-/// False when a name is empty, would lead out of the preference directory, or is
-/// that of a part file: the service refuses it. It refuses a symbolic link, too.
+/// False for the names that the service refuses: empty ones, those that lead out of the preference
+/// directory, and those of parts. The service also refuses symbolic links.
 PLATFORM_API bool isPreferenceFileName(const std::string& fileName);
 
-/// Reads a file that the service wrote: exactly what was put in. Throws
-/// `ZR::ZRException`, with the path, when it cannot be read or is no such file.
+/// Reads a file that the service wrote, and returns exactly what was written. Throws
+/// `ZR::ZRException`, with the path, when the file cannot be read or is of another kind.
 PLATFORM_API ZR::ZRValue readPreferenceFile(const std::string& path);
 
 }  // namespace simulation

@@ -14,17 +14,17 @@
 #include "platform/hal/attributecontainer.h"
 #include "platform/hal/deviceattrgeneric.h"
 
-/// A simulated platform: a machine described in plain values, laid out in a
-/// device pool in shared memory, and moved along by the host.
+/// A simulated platform: a machine is described by plain values and built as a device pool in
+/// shared memory. The host moves it on.
 namespace simulation {
 
-/// What is wrong with a description, an index or a pool, in words for a user.
+/// What is wrong with a description, an index or a device pool, in words for a user.
 class PLATFORM_API Error : public std::runtime_error {
  public:
   using std::runtime_error::runtime_error;
 };
 
-/// The pool numbers attributes and preferences in 16 bits.
+/// The device pool numbers attributes and preferences with 16 bits.
 constexpr int maxAttributes = 65535;
 constexpr int maxPreferences = 65535;
 
@@ -55,8 +55,8 @@ struct Actuator {
   std::string name;
   Value value = 0.0F;
   std::uint8_t typeCode = hal::floatTypeCode;
-  /// In the unit of the value; an infinite limit is none. The device pool holds them in
-  /// single precision.
+  /// In the unit of the value. An infinite limit means that there is none. The device pool holds
+  /// them in single precision.
   double minimum = -std::numeric_limits<double>::infinity();
   double maximum = std::numeric_limits<double>::infinity();
   /// In the unit of the value per second.
@@ -89,7 +89,7 @@ struct Preference {
   bool inUse = true;
 };
 
-/// Indexes are given out in this order: containers, actuators, sensors.
+/// Attributes are numbered in this order: containers, actuators, sensors.
 struct MachineDescription {
   static constexpr int attributesPerActuator = 4;
   static constexpr int attributesPerSensor = 1;
@@ -109,30 +109,28 @@ struct ActuatorCounters {
   std::uint32_t movedFromOutside = 0;
 };
 
-/// Where the pool of a name lies: "NAME" is this user's, "UID:NAME" that of the user with this
-/// number. Throws `Error` for what is no such name.
+/// The path of the device pool with a name. "NAME" belongs to this user, "UID:NAME" to the user
+/// with this number. Throws `Error` for an invalid name.
 PLATFORM_API std::string poolPath(const std::string& poolName);
 
-/// The machine of this process: from construction to destruction, the hal's
-/// operations answer from its pool. There is one at a time.
+/// The machine of this process. From construction to destruction the operations of the hal use its
+/// device pool. A process has at most one at a time.
 ///
-/// Construction, destruction, and `step` with `beginCycle` and `endCycle` belong to one thread
-/// each; the other operations to any. Nothing but these three is meant for the control cycle.
+/// One thread constructs and destroys it. One thread calls `step`, `beginCycle` and `endCycle`,
+/// which are the only operations for the control cycle. Any thread may call the others.
 class PLATFORM_API Machine {
  public:
-  /// Lays the machine out in the shared-memory segment of this name (letters,
-  /// digits, ".", "_" and "-"), which is this user's alone: each has a name space of his own
-  /// (`poolPath`). Others may read it as far as `poolMode` permits, of which the bits of 0044
-  /// count; without it, as far as the umask leaves them. A segment left by a process that was
-  /// killed is replaced. With an empty name the machine is this process's alone: nobody can
-  /// watch it, and nothing of it can stay behind.
+  /// Builds the machine in the shared-memory segment with this name (letters, digits, ".", "_" and
+  /// "-"). Each user has separate names (`poolPath`). `poolMode` says who else may read the segment
+  /// (only the bits of 0044 count); without it, the umask does. A segment that a killed process
+  /// left is replaced. With an empty name the segment is private to this process: nobody can watch
+  /// it, and nothing remains after the process.
   ///
-  /// Throws `Error` when the description is not sound (an empty name, two
-  /// sub-devices or two other containers of one kind with the same name, a
-  /// value that does not fit its type code, a sensor on an unknown actuator, a
-  /// preference of an unknown owner, more attributes or preferences than fit), when a living
-  /// process owns the segment, when something else or somebody else does, when out of memory,
-  /// and when this process has a machine already.
+  /// Throws `Error` when the description is invalid (an empty name, two sub-devices or two other
+  /// containers of one kind with the same name, a value that does not fit its type code, a sensor
+  /// on an unknown actuator, a preference of an unknown owner, more attributes or preferences than
+  /// fit), when a running process owns the segment, when the file with this name is no segment or
+  /// belongs to another user, when out of memory, and when this process already has a machine.
   Machine(const std::string& poolName, const MachineDescription& description,
           std::optional<std::uint32_t> poolMode = std::nullopt);
   /// Removes the segment.
@@ -141,17 +139,17 @@ class PLATFORM_API Machine {
   Machine(const Machine&) = delete;
   Machine& operator=(const Machine&) = delete;
 
-  /// True when the segment of a killed process was replaced.
+  /// True when it replaced the segment of a killed process.
   [[nodiscard]] bool replacedLeftover() const;
 
-  /// Lets `seconds` pass for the sensors. May be called in the control cycle:
-  /// neither allocates nor blocks nor throws.
+  /// Advances the sensors by `seconds`. May be called in the control cycle: it does not allocate,
+  /// block or throw.
   void step(double seconds) noexcept;
 
-  /// Around all that one control cycle writes, `step` included, so that observers can copy the
-  /// values of one cycle (`Observer::copyCycle`); `machineTimeMs` is what they are told of it. A
-  /// cycle that was begun and not ended goes on with the next one. May be called in the control
-  /// cycle: neither allocate nor block nor throw, and have no locked instruction.
+  /// Enclose all that one control cycle writes, including `step`, so that observers can copy the
+  /// values of one cycle (`Observer::copyCycle`). Observers see `machineTimeMs` as the time of the
+  /// cycle. A cycle that was begun and not ended continues with the next one. May be called in the
+  /// control cycle: they do not allocate, block or throw, and use no locked instruction.
   void beginCycle() noexcept;
   void endCycle(std::int64_t machineTimeMs) noexcept;
 
@@ -159,8 +157,8 @@ class PLATFORM_API Machine {
   [[nodiscard]] const hal::DeviceAttrGeneric& actuatorValue(int actuator) const;
   [[nodiscard]] const hal::DeviceAttrGeneric& sensorValue(int sensor) const;
 
-  /// Writes a float actuator's value as another party on the machine would (a
-  /// safety controller, say): past the limits, counted.
+  /// Writes the value of a float actuator as another party on the machine would, for example a
+  /// safety controller. Limits do not apply, and the write is counted.
   void moveFromOutside(int actuator, float value);
 
   [[nodiscard]] ActuatorCounters counters(int actuator) const;

@@ -139,7 +139,7 @@ void TimedCommand::mergeSorted(CommandList& commands) {
 
 // Read without the lock, against a push or a cycle on another thread. Harmless:
 // a command missed now is met in the next cycle, a timeline emptied after the
-// test is handled by both laws, and a push only settles its mode by it.
+// test is handled by both interpolations, and a push only settles its mode by it.
 __attribute__((no_sanitize("thread"))) bool TimedCommand::looksEmpty() const {
   return commandList.empty();
 }

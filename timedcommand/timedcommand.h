@@ -27,7 +27,8 @@ struct DeviceAttrGeneric;
 TORVEX_EXPORT int timeDifference(unsigned int a, unsigned int b);
 
 /// The timeline of one attribute: the commands still to come, in time order,
-/// and the law by which the control cycle turns them into values.
+/// and the interpolation, linear or step, by which the control cycle turns them
+/// into values.
 ///
 /// Stamps are absolute counts of the host's cycle clock, whatever its unit. A
 /// host clock should count modulo 2^32; then spans up to 0x40000000 compare
@@ -41,7 +42,8 @@ class TORVEX_EXPORT TimedCommand {
  public:
   /// One command: the attribute is to have `value` at `time`.
   struct commandItem {
-    /// Linear law: its float is the target. Step law: written unchanged.
+    /// Linear interpolation: its float is the target. Step interpolation:
+    /// written unchanged.
     hal::AttrGeneric value;
     std::uint32_t time;
     /// Never applied: dropped when it reaches the head. As the first item of
@@ -95,10 +97,10 @@ class TORVEX_EXPORT TimedCommand {
   /// empty then, too.
   void preAllocate();
 
-  /// Chooses the law: linear for float attributes, unless a bound sub-device
-  /// forbids it; the step law otherwise. Set-up, after `deviceAttr`,
+  /// Chooses the interpolation: linear for float attributes, unless a bound
+  /// sub-device forbids it; step otherwise. Set-up, after `deviceAttr`,
   /// `isSubDevice` and `subDeviceAccessor` are set. What the platform throws
-  /// passes through; the law is then the linear one.
+  /// passes through; the interpolation is then linear.
   void testIfInterpolationPossible();
 
   /// Merges `commands`, in any order and of any length, into the timeline.
@@ -122,17 +124,17 @@ class TORVEX_EXPORT TimedCommand {
   /// before. Nothing happens, not even a lock, while the timeline is empty.
   ///
   /// Cycle thread only. Allocates nothing. Exceptions of the platform pass
-  /// through with the lock released. The step law then keeps the command; the
-  /// linear law has removed what it reached, and its value is not written again
-  /// once the timeline is empty.
+  /// through with the lock released. Step interpolation then keeps the command;
+  /// linear interpolation has removed what it reached, and its value is not
+  /// written again once the timeline is empty.
   void run(unsigned int time, unsigned int previousTime);
 
-  /// The step law: writes every command that is overdue, in order, and the
+  /// Step interpolation: writes every command that is overdue, in order, and the
   /// first one that is due exactly at `time`. For `run`, which holds the lock.
   void computeNextValue(unsigned int time);
 
-  /// The linear law: writes, exactly once, the value at `time` on the straight
-  /// line to the next command. `cycleDuration` is the distance from
+  /// Linear interpolation: writes, exactly once, the value at `time` on the
+  /// straight line to the next command. `cycleDuration` is the distance from
   /// `previousTime` to `time`. For `run`, which holds the lock.
   ///
   /// Boundary cases: an empty timeline writes `currentValue`; a first command
@@ -157,13 +159,13 @@ class TORVEX_EXPORT TimedCommand {
   hal::SubDeviceAccessor subDeviceAccessor;
   /// 1 for the "Value" attribute of an actuator, otherwise 0.
   int isSubDevice = 0;
-  /// 1 for the linear law, 0 for the step law.
+  /// 1 for linear interpolation, 0 for step interpolation.
   int interpolationPossible = 0;
   /// In time order.
   CommandList commandList;
   boost::shared_ptr<ZR::ZRMutexRW> mutex;
-  /// What the linear law wrote last, after limits. Not a number at first, so
-  /// that the first cycle starts from where the actuator stands.
+  /// What linear interpolation wrote last, after limits. Not a number at first,
+  /// so that the first cycle starts from where the actuator stands.
   float currentValue;
   /// Start of the present segment.
   float lastCommandValue = 0.0F;

@@ -68,7 +68,7 @@ Json listed(int index, const std::string& key, bool actuator) {
           {"meaning", typeName(typeCode)},
           {"container", containerName(kind)},
           {"actuator", actuator},
-          {"law", Json()},
+          {"interpolation", Json()},
           {"minimum", Json()},
           {"maximum", Json()},
           {"maximum_velocity", Json()}};
@@ -89,7 +89,7 @@ Json attributesOf(const simulation::MachineDescription& description) {
     const TimedCommand* const timeline = commands.actuatorCommands[i];
     const simulation::Actuator& actuator = description.actuators.at(i);
     Json& value = attributes[static_cast<std::size_t>(timeline - commands.commandTable.data())];
-    value["law"] = timeline->interpolationPossible == 1 ? "linear" : "step";
+    value["interpolation"] = timeline->interpolationPossible == 1 ? "linear" : "step";
     value["minimum"] = limit(actuator, actuator.minimum);
     value["maximum"] = limit(actuator, actuator.maximum);
     value["maximum_velocity"] = limit(actuator, double{actuator.maximumVelocity});

@@ -22,6 +22,11 @@ std::string shown(const simulation::Actuator& actuator, double number) {
                                                  : fmt::format("{}", number);
 }
 
+/// In words for a user.
+std::string nameOf(const simulation::Actuator& actuator) {
+  return actuator.name.empty() ? "an actuator without a name" : "'" + actuator.name + "'";
+}
+
 /// Of two that contradict each other, that of a later file than the actuator's.
 const FileLocation& whereToCorrect(const ActuatorFields& fields) {
   const FileLocation& maximum = fields.maximum->location;
@@ -39,8 +44,8 @@ void setRange(const ActuatorFields& fields, simulation::Actuator& actuator) {
   if (actuator.minimum > actuator.maximum) {
     throw UserError(
         whereToCorrect(fields),
-        fmt::format("minimum {} of '{}' lies above maximum {}", shown(actuator, actuator.minimum),
-                    actuator.name, shown(actuator, actuator.maximum)));
+        fmt::format("minimum {} of {} lies above maximum {}", shown(actuator, actuator.minimum),
+                    nameOf(actuator), shown(actuator, actuator.maximum)));
   }
 }
 
@@ -51,7 +56,7 @@ void setMaximumVelocity(const ActuatorFields& fields, simulation::Actuator& actu
   actuator.maximumVelocity = static_cast<float>(fields.maximumVelocity->number);
   if (actuator.maximumVelocity < 0) {
     throw UserError(fields.maximumVelocity->location,
-                    fmt::format("the maximum velocity of '{}' is negative", actuator.name));
+                    fmt::format("the maximum velocity of {} is negative", nameOf(actuator)));
   }
 }
 
@@ -63,8 +68,8 @@ void setValue(const ActuatorFields& fields, simulation::Actuator& actuator) {
     if (value < actuator.minimum || value > actuator.maximum) {
       throw UserError(
           fields.value->location,
-          fmt::format("the value {} of '{}' lies outside its limits {} to {}",
-                      shown(actuator, value), actuator.name, shown(actuator, actuator.minimum),
+          fmt::format("the value {} of {} lies outside its limits {} to {}", shown(actuator, value),
+                      nameOf(actuator), shown(actuator, actuator.minimum),
                       shown(actuator, actuator.maximum)));
     }
   } else if (!isFloat && value != 0.0) {

@@ -7,7 +7,7 @@
 namespace simulation {
 namespace {
 
-/// Walks a description once, checks it and adds up what it takes.
+/// Checks a description in one pass, and adds up what it needs.
 class Checker {
  public:
   PoolSize check(const MachineDescription& description) {
@@ -108,7 +108,7 @@ class Checker {
     takeValue("preference '" + preference.name + "'", preference.typeCode, preference.value);
   }
 
-  /// In the pool, texts end at the first NUL.
+  /// In the device pool, texts end at the first NUL.
   static void checkText(const std::string& owner, const std::string& text) {
     if (text.find('\0') != std::string::npos) {
       throw Error(owner + " holds a NUL character");
@@ -148,7 +148,8 @@ class Checker {
 
 }  // namespace
 
-// The value is assigned: in GCC 12 a variant's copy that throws destroys what was never made.
+// The value is assigned and not copied: in GCC 12 a copy of a variant that throws destroys a value
+// that was never constructed.
 std::vector<Attribute> attributesOf(const Actuator& actuator) {
   std::vector<Attribute> attributes = {
       {"Value", actuator.typeCode, {}},

@@ -7,12 +7,12 @@
 
 namespace simulation {
 
-/// The attributes that an actuator and a sensor have, in the order of their
-/// indexes; "Value" comes first.
+/// The attributes of an actuator and of a sensor, in the order of their indexes. "Value" comes
+/// first.
 std::vector<Attribute> attributesOf(const Actuator& actuator);
 std::vector<Attribute> attributesOf(const Sensor& sensor);
 
-/// What a sound description takes in shared memory.
+/// What a valid description needs in shared memory.
 struct PoolSize {
   std::size_t attributes = 0;
   std::size_t textBytes = 0;

@@ -11,8 +11,8 @@
 
 namespace simulation {
 
-/// What the handler knows of a mapping. There are as many as were ever needed at once; they are
-/// never freed, since a handler may look at them at any time.
+/// What the handler knows of a mapping. There are as many records as were ever needed at once. They
+/// are never freed, since a handler may read them at any time.
 struct MappingGuard {
   std::atomic<char*> begin{nullptr};
   std::atomic<std::size_t> size{0};
@@ -26,7 +26,8 @@ std::atomic<MappingGuard*> gGuards{nullptr};
 std::mutex gGuardsMutex;
 struct sigaction gPrevious {};
 
-/// Puts zeros in place of the mapping from this address on; false when it is none of ours.
+/// Replaces the mapping from this address on by zeros; false when the address is in no guarded
+/// mapping.
 bool replaceMissing(const char* address) {
   for (MappingGuard* guard = gGuards; guard != nullptr; guard = guard->next) {
     char* const begin = guard->begin;

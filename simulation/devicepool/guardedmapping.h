@@ -9,7 +9,7 @@ namespace simulation {
 class Mapping {
  public:
   Mapping() = default;
-  /// Throws `std::system_error`. A descriptor of -1 is memory of this process.
+  /// Throws `std::system_error`. With a descriptor of -1 it maps memory of this process.
   Mapping(int descriptor, std::size_t size, bool forWriting);
   Mapping(Mapping&& other) noexcept
       : address_(std::exchange(other.address_, nullptr)), size_(other.size_) {}
@@ -30,11 +30,10 @@ class Mapping {
 
 struct MappingGuard;
 
-/// A file that others may cut short, mapped for reading. What is missing then reads as zero
-/// instead of ending the process, and `isCut` is true from then on.
+/// Maps a file for reading that others may truncate. What is missing then reads as zero instead of
+/// ending the process, and `isCut` is true from then on.
 ///
-/// For this the process has a handler for SIGBUS as soon as there is one, which passes on what
-/// does not concern it.
+/// For this it installs a handler for SIGBUS in the process, which passes other faults on.
 class GuardedMapping {
  public:
   /// Throws `std::system_error`.

@@ -1,4 +1,4 @@
-// The hal's operations, answered from the pool of this process's machine.
+// The operations of the hal on the device pool of this process's machine.
 
 #include <cstring>
 
@@ -13,7 +13,7 @@ simulation::SubDeviceRecord& recordOf(hal::AttributeContainer* container) {
   return *static_cast<simulation::SubDeviceRecord*>(container);
 }
 
-/// The accessor of the sub-device at a position; of none past the end.
+/// The accessor of the sub-device at a position; past the end, one that refers to none.
 hal::SubDeviceAccessor accessorAt(int position) {
   simulation::PoolRecord& pool = simulation::currentPool().record();
   return position < pool.subDeviceCount ? hal::SubDeviceAccessor(&pool.subDevices[position])

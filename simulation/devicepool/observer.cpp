@@ -20,7 +20,7 @@
 namespace simulation {
 namespace {
 
-/// Without waiting for anybody, whatever bears the name.
+/// Opens it without waiting, whatever kind of file it is.
 Descriptor openedPool(const PoolPlace& place) {
   Descriptor pool(
       open(place.path.c_str(), O_RDONLY | O_NONBLOCK | O_NOFOLLOW | O_NOCTTY | O_CLOEXEC));
@@ -58,14 +58,14 @@ struct Observer::View {
 
   Descriptor pool;
   GuardedMapping mapping;
-  /// As it was at first, whatever is written there later.
+  /// A copy from the beginning: what is written there later does not count.
   int attributeCount = 0;
 
   [[nodiscard]] const PoolRecord& record() const {
     return *static_cast<const PoolRecord*>(mapping.address());
   }
 
-  /// Zeros that stand for what was cut off lead nowhere else, so it is enough to look afterwards.
+  /// Zeros in place of what was cut off lead to no other memory, so a check afterwards is enough.
   template <typename T>
   [[nodiscard]] T unlessCut(T read) const {
     if (mapping.isCut()) {
@@ -74,7 +74,7 @@ struct Observer::View {
     return read;
   }
 
-  /// Of what does not lie in the pool, any number.
+  /// For an address outside the device pool, any number.
   [[nodiscard]] std::size_t offsetOf(const void* place) const {
     return reinterpret_cast<std::uintptr_t>(place) -
            reinterpret_cast<std::uintptr_t>(mapping.address());

@@ -74,7 +74,8 @@ void Pool::publish() noexcept {
   __atomic_store_n(&record_->magic, PoolRecord::expectedMagic, __ATOMIC_RELEASE);
 }
 
-// Whoever reads a value of this cycle, all of which are stored with release, reads this too.
+// All values of this cycle are stored with release. So a reader that sees one of them sees this,
+// too.
 void Pool::beginCycle() noexcept {
   const std::uint64_t sequence = __atomic_load_n(&record_->sequence, __ATOMIC_RELAXED);
   __atomic_store_n(&record_->sequence, sequence | 1U, __ATOMIC_RELAXED);

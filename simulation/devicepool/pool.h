@@ -13,11 +13,11 @@
 
 namespace simulation {
 
-/// The device pool of a machine: the records in shared memory, and what this
-/// process needs to find its way among them.
+/// The device pool of a machine: the records in shared memory, and the tables of this process for
+/// finding them.
 class Pool {
  public:
-  /// Lays out a description; throws as `Machine` does.
+  /// Builds the records of a description. Throws as the constructor of `Machine` does.
   Pool(const std::string& poolName, const MachineDescription& description,
        std::optional<std::uint32_t> mode);
 
@@ -28,10 +28,10 @@ class Pool {
   [[nodiscard]] SubDeviceRecord& actuator(int index) const;
   [[nodiscard]] SubDeviceRecord& sensor(int index) const;
 
-  /// From now on observers take the pool for complete.
+  /// From now on observers consider the device pool complete.
   void publish() noexcept;
 
-  /// Around what a cycle writes; without lock, heap or locked instruction.
+  /// Enclose what a cycle writes. They use no lock, no heap and no locked instruction.
   void beginCycle() noexcept;
   void endCycle(std::int64_t machineTimeMs) noexcept;
 
@@ -57,7 +57,7 @@ class Pool {
   std::size_t actuatorCount_;
 };
 
-/// The pool of this process's machine; throws `Error` when there is none.
+/// The device pool of this process's machine. Throws `Error` when there is none.
 Pool& currentPool();
 /// Null when there is none.
 void setCurrentPool(Pool* pool) noexcept;

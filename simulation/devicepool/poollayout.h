@@ -12,7 +12,7 @@ namespace simulation {
 template <typename T>
 using SharedPtr = boost::interprocess::offset_ptr<T>;
 
-/// A sub-device in shared memory. What a sensor does not have is null.
+/// A sub-device in shared memory. The attributes that a sensor lacks are null.
 struct SubDeviceRecord : hal::SubDevice {
   SharedPtr<hal::DeviceAttrGeneric> value;
   SharedPtr<hal::DeviceAttrGeneric> minimum;
@@ -24,8 +24,7 @@ struct SubDeviceRecord : hal::SubDevice {
   bool interpolates = false;
 };
 
-/// The head of the segment. `magic` is written last: a pool without it is
-/// unfinished.
+/// The head of the segment. `magic` is written last: a device pool without it is incomplete.
 struct PoolRecord : hal::DevicePool {
   static constexpr std::uint64_t expectedMagic = 0x6c6f6f7078767274;  // "trvxpool"
   static constexpr std::uint32_t expectedVersion = 3;

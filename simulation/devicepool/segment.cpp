@@ -25,15 +25,15 @@ struct flock wholeSegment(short type) {
   return whole;
 }
 
-/// The lock belongs to the open segment, not to the process: two machines of
-/// one process keep each other out, too.
+/// The lock belongs to the open file and not to the process, so it also excludes a second machine
+/// of this process.
 bool lock(const Descriptor& segment) {
   struct flock wanted = wholeSegment(F_WRLCK);
   return fcntl(segment.number(), F_OFD_SETLK, &wanted) == 0;
 }
 
-/// Whether the name still designates this segment and not a later one. Without the heap and
-/// without a descriptor: the destructor asks.
+/// Whether the name still refers to this segment and not to a later one. Uses neither the heap nor
+/// a descriptor, since the destructor calls it.
 bool stillNamed(const Descriptor& segment, const std::string& path) noexcept {
   struct stat mine {};
   struct stat named {};
@@ -41,7 +41,7 @@ bool stillNamed(const Descriptor& segment, const std::string& path) noexcept {
          mine.st_ino == named.st_ino && mine.st_dev == named.st_dev;
 }
 
-/// A pool, or one whose owner died before it was finished.
+/// Whether it is a device pool, or one whose owner ended before it was complete.
 bool looksLikePool(const Descriptor& segment) {
   struct stat found {};
   if (fstat(segment.number(), &found) != 0 || found.st_size == 0) {
@@ -61,7 +61,7 @@ bool looksLikePool(const Descriptor& segment) {
               "; choose another pool name");
 }
 
-/// Of a process of this user, or of root; otherwise it was laid there.
+/// Refuses a file of another user than this one and root.
 void checkOwner(const Descriptor& segment, const std::string& path) {
   struct stat found {};
   if (fstat(segment.number(), &found) == 0 &&
@@ -78,7 +78,8 @@ void checkOwner(const Descriptor& segment, const std::string& path) {
   throw Error("cannot open the device pool " + path + ": " + std::strerror(error));
 }
 
-/// The mode of files that the umask leaves. In between it is stricter, never wider.
+/// The mode that the umask leaves to files. While it is determined the umask is stricter, never
+/// wider.
 mode_t permittedByUmask() {
   constexpr mode_t everybodyReads = 0644;
   const mode_t mask = umask(0077);
@@ -139,8 +140,8 @@ Segment::Segment(const std::string& poolName, std::size_t sizeBytes, std::option
                 ", who alone can make it; leave out the number");
   }
   path_ = place.path;
-  // Each turn can be lost to a process that starts at the same moment; it then
-  // owns the segment, which the next turn finds out.
+  // A process that starts at the same moment may win each attempt. It then owns the segment, which
+  // the next attempt finds out.
   constexpr int turns = 16;
   for (int turn = 0; !create(); ++turn) {
     if (turn == turns) {
@@ -185,7 +186,7 @@ void Segment::removeLeftover() {
     refuseUnopened(path_, errno);
   }
   checkOwner(existing, path_);
-  // Who may only read can take a lock for reading; it makes no owner.
+  // A process that may only read can take a read lock, which makes it no owner.
   if (!lock(existing) && isOwned(existing)) {
     throw Error("the device pool " + path_ +
                 " belongs to a running process; choose another pool name");
@@ -204,7 +205,8 @@ void Segment::removeLeftover() {
 
 void Segment::reserve(std::size_t sizeBytes) {
   try {
-    // Reserved now: a page that is missing later would be a signal, not an error.
+    // Memory is reserved now, since a page that is missing later would cause a signal and not an
+    // error.
     int failure = EINTR;
     while (failure == EINTR) {
       failure = posix_fallocate(segment_.number(), 0, static_cast<off_t>(sizeBytes));

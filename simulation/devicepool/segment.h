@@ -11,34 +11,35 @@
 
 namespace simulation {
 
-/// Where the pool of a name lies, and whose it is.
+/// The path of the device pool with a name, and its user.
 struct PoolPlace {
   uid_t user;
   std::string path;
 };
 
-/// "NAME" is this user's, "UID:NAME" another's. Throws `Error` for a name with other characters
-/// than letters, digits, ".", "_" and "-".
+/// "NAME" belongs to this user, "UID:NAME" to another. Throws `Error` for a name with other
+/// characters than letters, digits, ".", "_" and "-".
 PoolPlace placeOfPool(const std::string& poolName);
 
-/// In words for a user: the name, or the number where there is none.
+/// The name of the user, or the number where there is no name.
 std::string nameOfUser(uid_t user);
 
-/// Whether a living process owns this segment: it has a lock for writing, which nobody gets who
-/// may only read. Only asks: takes no lock that a machine which starts meanwhile could meet.
+/// Whether a running process owns this segment. The owner holds a write lock, which a process that
+/// may only read cannot take. This only queries the lock and takes none, so it cannot disturb a
+/// machine that starts meanwhile.
 bool isOwned(const Descriptor& segment) noexcept;
 
-/// A shared-memory segment of this process. The owner holds a lock on it that the system
-/// releases with the process, however it ends; so a segment without one was left behind.
+/// A shared-memory segment of this process. The owner holds a lock on it, which the system releases
+/// when the process ends, for whatever reason. So a segment without a lock was left behind.
 class Segment {
  public:
-  /// A new segment, all zero, its memory reserved; it is this user's alone until it is locked,
-  /// and may then be read by whom `mode` says, without it by whom the umask leaves. Replaces one
-  /// left behind. An empty name makes one that this process alone has.
-  /// Throws `Error` when a living process owns the name, when what bears it is no device pool of
-  /// this user, when the name is another user's, and when out of memory.
+  /// Creates a segment of zeros with reserved memory. Only this user may read it until it is
+  /// locked; then `mode` says who may, and without it the umask. Replaces a segment that was left
+  /// behind. With an empty name the segment is private to this process. Throws `Error` when a
+  /// running process owns the segment, when the file with this name is no device pool of this user,
+  /// when the name is that of another user, and when out of memory.
   Segment(const std::string& poolName, std::size_t sizeBytes, std::optional<mode_t> mode);
-  /// Removes the segment, for which it needs no further descriptor.
+  /// Removes the segment. It needs no further descriptor for that.
   ~Segment();
 
   Segment(const Segment&) = delete;
@@ -52,7 +53,7 @@ class Segment {
   void removeLeftover();
   void reserve(std::size_t sizeBytes);
 
-  /// Empty: nobody else finds it.
+  /// Empty for a private segment.
   std::string path_;
   Descriptor segment_;
   Mapping mapping_;

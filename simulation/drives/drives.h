@@ -7,17 +7,17 @@
 
 namespace simulation {
 
-/// The simulated drives and what measures them: where a real machine has a bus.
+/// The simulated drives and their sensors. A real machine has a bus here.
 ///
-/// Each sensor follows the command register of its actuator with a first-order lag, no
-/// faster than the actuator's maximum velocity.
+/// Each sensor follows the command register of its actuator with a first-order lag, and at most at
+/// the maximum velocity of the actuator.
 class Drives {
  public:
-  /// The sensor measures what the actuator's register holds. The records must outlive this.
+  /// Adds a sensor that measures the register of an actuator. The records must outlive this object.
   void add(const Sensor& description, SubDeviceRecord& actuator, SubDeviceRecord& sensor);
 
-  /// Takes the commands out of the registers, lets `seconds` pass, and lays down what is
-  /// measured then. May be called in the control cycle: neither allocates nor blocks.
+  /// Reads the commands from the registers, advances the drives by `seconds`, and writes what the
+  /// sensors then measure. May be called in the control cycle: it does not allocate or block.
   void exchange(double seconds) noexcept;
 
  private:
@@ -25,7 +25,7 @@ class Drives {
     SubDeviceRecord* actuator;
     SubDeviceRecord* sensor;
     Sensor description;
-    /// The lagged command, finer than what the sensor shows.
+    /// The command behind the lag, more precise than the value of the sensor.
     double position;
   };
 

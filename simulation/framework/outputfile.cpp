@@ -45,7 +45,7 @@ std::string freshPartName(const std::string& name) {
   return name + std::string(partMark) + digits;
 }
 
-/// The descriptor of this process that a name in its folder of descriptors means.
+/// The descriptor of this process to which a name in its folder of descriptors refers.
 Descriptor duplicated(const OutputPlace& place) {
   const int number = std::atoi(place.name.c_str());
   struct stat meant {};
@@ -61,7 +61,7 @@ Descriptor duplicated(const OutputPlace& place) {
   return copy;
 }
 
-/// A pipe or a device, to be written to as it is.
+/// A pipe or a device is written to directly.
 Descriptor openedStream(const OutputPlace& place) {
   if (S_ISFIFO(place.present.st_mode) && place.present.st_uid != geteuid()) {
     refuse("it is a pipe of another user");
@@ -74,7 +74,7 @@ Descriptor openedStream(const OutputPlace& place) {
   return stream;
 }
 
-/// Replacing a file asks only for its folder's permission; ask for its own too.
+/// Replacing a file needs only the permission of its folder. Require that of the file, too.
 void checkReplaceable(const OutputPlace& place) {
   if (!S_ISREG(place.present.st_mode)) {
     refuse("it is not a regular file, pipe or device");
@@ -91,7 +91,7 @@ void checkReplaceable(const OutputPlace& place) {
   }
 }
 
-/// Whether a part lies there that no living process writes, of this user.
+/// Whether this is a part of this user that no running process writes.
 bool isLeftBehind(int folder, const char* name) {
   const Descriptor part(openat(folder, name, O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC));
   struct stat found {};
@@ -129,7 +129,7 @@ bool isPartName(const std::string& name) {
              std::string::npos;
 }
 
-/// What is being written, and where it goes.
+/// A file that is being written, and where it goes.
 struct OutputFile::Part {
   explicit Part(const std::string& path) : place(placeOf(path)) {
     if (place.isDescriptor) {
@@ -174,7 +174,7 @@ struct OutputFile::Part {
     }
     flock(file.number(), LOCK_EX | LOCK_NB);
   }
-  /// Locked, or a sweep that came between has removed it.
+  /// Creates the part with a name and locks it; anew when another process removed it in between.
   void openNamed(mode_t mode) {
     struct stat made {};
     while (made.st_nlink == 0) {
@@ -189,7 +189,7 @@ struct OutputFile::Part {
       fstat(file.number(), &made);
     }
   }
-  /// Gives the part a name, if it has none, and then its place.
+  /// Gives the part a name, if it has none, and moves it to the path of the file.
   bool settle() {
     if (name.empty()) {
       const std::string own = "/proc/self/fd/" + std::to_string(file.number());

@@ -8,22 +8,23 @@
 
 namespace simulation {
 
-/// True for the names that parts of files bear while they are written.
+/// True for the names of parts, which files have while they are written.
 PLATFORM_API bool isPartName(const std::string& name);
 
-/// A file that appears whole or not at all: its part has no name until `commit`, or where the
-/// file system knows no files without a name, one that nobody can foresee. A part that a killed
-/// process left there is removed by its owner's next file of the same name.
+/// A file that appears whole or not at all. What is written goes to a part, which has no name until
+/// `commit`; where the file system does not support files without a name, it has an unpredictable
+/// one. The next file with the same name removes a part that a killed process of the same user
+/// left.
 ///
-/// The file belongs to this user, is permitted what the umask leaves and a file that it replaces
-/// permitted, and never carries set-id bits. Symbolic links are followed when nobody but root or
-/// this user can have laid them. Pipes, devices and this process's open files (/dev/stdout) are
-/// written to as they are; a pipe of another user is refused.
+/// The file belongs to this user. Its mode is that of the file which it replaces, less what the
+/// umask takes away, and never has set-id bits. Symbolic links are followed when only root or this
+/// user can have created them. Pipes, devices and open files of this process (/dev/stdout) are
+/// written to directly; a pipe of another user is refused.
 class PLATFORM_API OutputFile {
  public:
-  /// Throws `Error`, which says why but not where, when it cannot be written there.
+  /// Throws `Error`, with the reason and without the path, when the file cannot be written.
   explicit OutputFile(const std::string& path);
-  /// Without `commit`, the part is removed and the file at the path stays as it was.
+  /// Without `commit` it removes the part, and the file at the path stays as it was.
   ~OutputFile();
 
   OutputFile(const OutputFile&) = delete;

@@ -35,7 +35,7 @@ bool isTrusted(const Descriptor& folder, const struct stat& link) {
          (around.st_mode & (S_IWGRP | S_IWOTH)) == 0;
 }
 
-/// A link there leads to an open file, whatever its text says.
+/// A link in these folders leads to an open file, whatever its text says.
 bool isFolderOfDescriptors(const Descriptor& folder, const std::string& name) {
   struct statfs system {};
   return name.find_first_not_of("0123456789") == std::string::npos &&

@@ -8,20 +8,20 @@
 
 namespace simulation {
 
-/// Where an output goes: a folder, held open, and a name in it that is no symbolic link.
+/// Where an output goes: a folder, which is held open, and a name in it that is no symbolic link.
 struct OutputPlace {
   Descriptor folder;
   std::string name;
-  /// What bears the name now.
+  /// What exists with this name now.
   bool exists = false;
   struct stat present {};
-  /// The name is the number of an open file of a process, as in /dev/stdout.
+  /// Whether the name is the number of an open file of a process, as in /dev/stdout.
   bool isDescriptor = false;
 };
 
-/// Follows a path from folder to folder. A symbolic link on it counts when nobody but root or
-/// this user can have laid it: it is theirs, and so is its folder, to which no other may write.
-/// Throws `Error` with the reason, without the path.
+/// Follows a path from folder to folder. A symbolic link is followed when only root or this user
+/// can have created it: link and folder belong to one of them, and no other user may write to the
+/// folder. Throws `Error` with the reason, without the path.
 OutputPlace placeOf(const std::string& path);
 
 }  // namespace simulation

@@ -26,9 +26,9 @@ using Utf8 = boost::locale::utf::utf_traits<char>;
 
 constexpr char rootName[] = "preferences";
 constexpr char version[] = "1";
-/// Reading and writing recurse.
+/// Bounds the recursion of reading and writing.
 constexpr int maxDepth = 100;
-/// Attributes keep their white space as it stands.
+/// Attributes keep their white space.
 constexpr unsigned int parseOptions = pugi::parse_minimal | pugi::parse_escapes;
 
 /// XML holds Unicode text, but not every code point.
@@ -54,7 +54,7 @@ std::string hexadecimal(const std::string& bytes) {
   return text;
 }
 
-/// Grows a text that throws when out of memory.
+/// Appends to a text, which throws when out of memory.
 struct TextWriter : pugi::xml_writer {
   std::string text;
 
@@ -63,7 +63,7 @@ struct TextWriter : pugi::xml_writer {
   }
 };
 
-/// The parser's own operations fail in silence when out of memory.
+/// The operations of the parser itself fail silently when out of memory.
 pugi::xml_node addChild(pugi::xml_node parent, const char* name) {
   const pugi::xml_node child = parent.append_child(name);
   if (!child) {
@@ -78,8 +78,7 @@ void addAttribute(pugi::xml_node node, const char* name, const std::string& valu
   }
 }
 
-/// The shortest text that reads back as the same float; the bits of what is not
-/// a number.
+/// The shortest text that reads back as the same float; of a not-a-number, its bits.
 void writeFloat(float number, pugi::xml_node node) {
   char text[32] = {};
   if (std::isnan(number)) {

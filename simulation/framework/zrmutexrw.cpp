@@ -1,7 +1,7 @@
-// The framework's lock on a priority-inheriting mutex: a low command thread
-// that holds it runs as high as the cycle thread that waits for it. A
-// reader-writer lock of the system would not, and would let a middle thread
-// hold up the cycle without bound. So a section is exclusive either way.
+// The lock of the framework is a mutex that inherits priorities: a command thread that holds it
+// runs with the priority of the cycle thread that waits for it. A reader-writer lock of the system
+// inherits none, so a thread of middle priority could delay the cycle without bound. Therefore read
+// sections are exclusive, too.
 
 #include <pthread.h>
 

@@ -12,7 +12,7 @@ namespace ZR {
 struct ZRValue::Content {
   using Array = std::vector<ZRValue>;
 
-  /// The alternatives stand in the order of `Type`.
+  /// The alternatives are in the order of `Type`.
   std::variant<std::monostate, Array, int, float, std::string> held;
 
   template <typename T>
@@ -33,14 +33,15 @@ ZRValue::ZRValue(const std::string& text) : ZRValue() {
   content_->held = text;
 }
 
-// Not by copying the variant: in GCC 12 a copy that throws destroys what was never made.
+// The variant is not copied: in GCC 12 a copy that throws destroys a value that was never
+// constructed.
 ZRValue::ZRValue(const ZRValue& other) : ZRValue() {
   content_->held = other.content_->held;
 }
 
 ZRValue::~ZRValue() = default;
 
-// By way of a copy: the other may be an element of this one.
+// Through a copy, since the other may be an element of this one.
 ZRValue& ZRValue::operator=(const ZRValue& other) {
   ZRValue copy(other);
   content_.swap(copy.content_);

@@ -43,7 +43,7 @@ struct Rig {
     platform.fails = failsHere;
   }
 
-  /// All that stays in the library, and what it wrote by the step law.
+  /// All that stays in the library, and what step interpolation wrote.
   std::string state() {
     std::string text;
     for (const TimedCommand& timeline : manager.commandTable) {

@@ -240,10 +240,10 @@ class Tool(ToolTest):
         attributes = json.loads(self.said(0, "list", humanoid, "--json"))
         self.assertEqual(attributes[9], {
             "index": 9, "type": 7, "meaning": "float", "key": "Device/SubDeviceList/torso_pitch/Value",
-            "container": "sub-device", "actuator": True, "law": "linear", "minimum": -0.35,
+            "container": "sub-device", "actuator": True, "interpolation": "linear", "minimum": -0.35,
             "maximum": 0.75, "maximum_velocity": 2.0})
         self.assertEqual(attributes[0]["key"], "Device/DeviceList/MainBoard/Version")
-        self.assertEqual(attributes[113]["law"], "step")
+        self.assertEqual(attributes[113]["interpolation"], "step")
         self.assertIsNone(attributes[113]["maximum_velocity"])
 
     def test_watches_a_running_machine_until_it_ends_in_real_time(self):
