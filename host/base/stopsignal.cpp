@@ -1,22 +1,39 @@
 #include "host/base/stopsignal.h"
 
 #include <atomic>
+#include <cstdint>
+#include <ctime>
 
 namespace host {
 namespace {
 
 std::atomic<int> gReceived{0};
+std::atomic<std::int64_t> gReceivedNs{0};
+std::atomic<bool> gRepeated{false};
 static_assert(std::atomic<int>::is_always_lock_free);
+static_assert(std::atomic<std::int64_t>::is_always_lock_free);
+
+std::int64_t nowNs() {
+  timespec now{};
+  clock_gettime(CLOCK_MONOTONIC, &now);
+  return std::int64_t{now.tv_sec} * 1'000'000'000 + now.tv_nsec;
+}
 
 void note(int signal) {
+  constexpr std::int64_t oneWishNs = 20'000'000;
   int none = 0;
-  gReceived.compare_exchange_strong(none, signal);
+  if (gReceived.compare_exchange_strong(none, signal)) {
+    gReceivedNs = nowNs();
+  } else if (nowNs() - gReceivedNs > oneWishNs) {
+    gRepeated = true;
+  }
 }
 
 }  // namespace
 
 StopSignal::StopSignal() {
   gReceived = 0;
+  gRepeated = false;
   struct sigaction action {};
   action.sa_handler = note;
   sigemptyset(&action.sa_mask);
@@ -35,6 +52,10 @@ StopSignal::~StopSignal() {
     sigaction(stopping[i], &previous_[i], nullptr);
   }
   sigaction(SIGPIPE, &previousPipe_, nullptr);
+}
+
+bool StopSignal::isRepeated() noexcept {
+  return gRepeated.load(std::memory_order_relaxed);
 }
 
 int StopSignal::received() noexcept {

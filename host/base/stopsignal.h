@@ -18,6 +18,9 @@ class StopSignal {
   /// The signal that came first; 0 while none has. Any thread; may be called
   /// in the control cycle.
   [[nodiscard]] static int received() noexcept;
+  /// Whether another one came; what comes within 20 ms is the same wish, sent to a process and
+  /// to its group. As `received`.
+  [[nodiscard]] static bool isRepeated() noexcept;
 
  private:
   static constexpr std::array<int, 4> stopping = {SIGINT, SIGTERM, SIGHUP, SIGQUIT};

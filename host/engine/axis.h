@@ -81,9 +81,11 @@ struct Axis {
   std::uint64_t touchesTold = 0;
   /// Nodes that it may need beyond those of its own.
   std::size_t borrowed = 0;
-  /// The point that it is to hold once nothing waits; none at first, and when a batch
-  /// stopped it on its way.
+  /// The point that it is to hold once nothing waits; none at first, and when it
+  /// was stopped on its way.
   std::optional<Point> target;
+  /// The last point that waited when the engine was ended.
+  std::optional<Point> lastLeft;
   PointCounts counts;
 
   static constexpr std::int64_t never = std::numeric_limits<std::int64_t>::min() / 2;

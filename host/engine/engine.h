@@ -59,6 +59,9 @@ class Engine {
   /// See `Streamer::pass`.
   void pass() { streamer_.pass(); }
 
+  /// See `Streamer::end`. Any thread.
+  void end() { streamer_.end(); }
+
   /// A cycle is awake, when the clock has come to this point of its grid. The next three are
   /// the cycle thread's and allocate nothing.
   void wake(std::int64_t clockCycle) noexcept { pacer_.wake(clockCycle); }

@@ -41,7 +41,7 @@ struct AxisResult {
   hal::AttrGeneric command;
   /// What its sensor shows; none without a sensor.
   std::optional<double> measured;
-  /// The point that it is to hold; none when a batch stopped it on its way.
+  /// The point that it is to hold; none when it was stopped on its way.
   std::optional<Point> target;
   /// The last of the points that still wait; the target where none does.
   std::optional<Point> last;

@@ -4,6 +4,7 @@
 #include <mutex>
 
 #include "host/motion/density.h"
+#include "host/motion/stop.h"
 
 namespace host {
 namespace {
@@ -50,6 +51,9 @@ void Streamer::pass() {
   latestMs_ = latestMs();
   drainInbox();
   tellPace();
+  if (isEnding_) {
+    abandon();
+  }
   while (!waiting_.empty() && waiting_.begin()->first.first <= latestMs_ + cycleMs_) {
     handOver(waiting_.begin()->second);
     waiting_.erase(waiting_.begin());
@@ -114,7 +118,7 @@ void Streamer::tellPace() {
 
 void Streamer::handOver(const Waiting& waiting) {
   const Columns columns = columnsOf(waiting);
-  const Event fault = findFault(columns, waiting);
+  const Event fault = waiting.batch.commands->isStop ? Event() : findFault(columns, waiting);
   if (fault.reason != Fault::none) {
     refuse(columns, fault);
     return;
@@ -224,12 +228,26 @@ void Streamer::tellLateHandOver(const Waiting& waiting) {
 void Streamer::takeOn(const Column& column, const Waiting& waiting, Taken& taken) {
   Axis& axis = column.axis;
   timelines_.look(axis);
+  const CommandBatch& commands = *waiting.batch.commands;
+  if (commands.isStop) {
+    taken.removed = stop(axis, waiting.number);
+  } else {
+    taken.removed = change(axis, [&] {
+      return taken.merge ? taken.merge->applyTo(axis.backlog)
+                         : axis.backlog.take(column.points, commands.mode, taken.curve);
+    });
+  }
+  timelines_.endLoan(axis);
+  taken.latestMs = cycles_.latestMs;
+}
+
+/// Under the gate, after a look. Returns what the change of the backlog removes.
+template <typename Change>
+Backlog::Removed Streamer::change(Axis& axis, const Change& change) {
   const bool hadFirst = !axis.backlog.empty();
   const Point first = hadFirst ? axis.backlog.front() : Point();
   const Knot firstKnot = axis.backlog.knotOf(first);
-  taken.removed = taken.merge
-                      ? taken.merge->applyTo(axis.backlog)
-                      : axis.backlog.take(column.points, waiting.batch.commands->mode, taken.curve);
+  Backlog::Removed removed = change();
   const bool hasFirst = !axis.backlog.empty();
   const bool goesOn = hadFirst && hasFirst && axis.backlog.front().isSamePointAs(first);
   if (!goesOn) {
@@ -247,8 +265,39 @@ void Streamer::takeOn(const Column& column, const Waiting& waiting, Taken& taken
   }
   // No cycle goes beyond what the timeline holds from now on.
   boundMs_ = std::min(boundMs_.load(), timelines_.boundMs(axis, cycles_.latestMs));
-  timelines_.endLoan(axis);
-  taken.latestMs = cycles_.latestMs;
+  return removed;
+}
+
+/// Under the gate, after a look: brings an axis to rest, straight on. The point in which it
+/// ends is the host's.
+Backlog::Removed Streamer::stop(Axis& axis, std::uint32_t batch) {
+  if (!Timelines::isOnItsWay(axis)) {
+    return {};
+  }
+  std::vector<Point> points;
+  if (const std::optional<Point> rest = timelines_.restOf(axis, batch)) {
+    points.push_back(*rest);
+  }
+  Backlog::Removed removed = change(axis, [&] {
+    return axis.backlog.take(Rounds(std::move(points)), TimedCommand::REPLACE, stopCurve());
+  });
+  timelines_.removeOthers(axis);
+  axis.target.reset();
+  return removed;
+}
+
+/// What waits is left.
+void Streamer::abandon() {
+  waiting_.clear();
+  GateHold hold(gate_);
+  for (Axis& axis : axes_) {
+    timelines_.look(axis);
+    if (!axis.backlog.empty() && !axis.backlog.isStopping()) {
+      axis.lastLeft = axis.backlog.last();
+    }
+    stop(axis, Event::byHost);
+    hold.breathe();
+  }
 }
 
 void Streamer::tellTaken(const Column& column, const Taken& taken, const Waiting& waiting) {

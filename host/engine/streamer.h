@@ -24,7 +24,7 @@ namespace host {
 /// The work of the command thread: takes batches into the backlogs at their moments, keeps
 /// the windows full, tells what became of each point, and says how far the cycle may go.
 ///
-/// One thread at a time; `boundMs` and `isIdle` any, `inbox` as its own contract says.
+/// One thread at a time; `boundMs`, `isIdle` and `end` any, `inbox` as its own contract says.
 class Streamer {
  public:
   /// The references must outlive the streamer.
@@ -42,6 +42,10 @@ class Streamer {
 
   /// One pass, between two cycles or beside one.
   void pass();
+
+  /// Any thread: the next passes bring all axes to rest, with a ramp, and take nothing more in.
+  /// Points that wait by then are left.
+  void end() { isEnding_ = true; }
 
   [[nodiscard]] Inbox& inbox() { return inbox_; }
   /// Up to which machine time the cycle may go. Falls under the gate alone.
@@ -85,6 +89,10 @@ class Streamer {
   void refuse(const Columns& columns, Event fault);
   void prepare(const Column& column, const Waiting& waiting, Taken& taken) const;
   void takeOn(const Column& column, const Waiting& waiting, Taken& taken);
+  template <typename Change>
+  Backlog::Removed change(Axis& axis, const Change& change);
+  Backlog::Removed stop(Axis& axis, std::uint32_t batch);
+  void abandon();
   void tellTaken(const Column& column, const Taken& taken, const Waiting& waiting);
   void tellLateHandOver(const Waiting& waiting);
   void careForTimelines();
@@ -112,6 +120,7 @@ class Streamer {
 
   std::atomic<std::int64_t> boundMs_;
   std::atomic<bool> idle_{false};
+  std::atomic<bool> isEnding_{false};
 };
 
 }  // namespace host

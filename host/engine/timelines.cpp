@@ -6,6 +6,7 @@
 #include "host/motion/intake.h"
 #include "host/motion/judgement.h"
 #include "host/motion/limits.h"
+#include "host/motion/stop.h"
 #include "platform/zr/zrcriticalsectionwrite.h"
 
 namespace host {
@@ -13,6 +14,8 @@ namespace {
 
 /// The common nodes that axes may borrow; the others are for the window that replaces one.
 constexpr std::size_t mostBorrowed = NodeReserve::commonNodes / 2;
+
+constexpr double maximumAcceleration = std::numeric_limits<double>::infinity();
 
 bool isPoint(const WindowItem& item) {
   return item.kind == WindowItem::Kind::point;
@@ -131,8 +134,10 @@ void Timelines::noteTaken(Axis& axis, const Cycle& cycle, std::vector<Point>& re
   // The library goes on from the point, or from the cycle before when it came too late.
   axis.start = startAt(point, knot, cycle.previousMs);
   axis.lastReachedMs = cycle.timeMs;
-  axis.target = point;
-  reached.push_back(point);
+  if (!point.isOfHost) {
+    axis.target = point;
+    reached.push_back(point);
+  }
 }
 
 /// What the library still takes of an axis that the guard holds is not reached.
@@ -230,6 +235,9 @@ void Timelines::noteExternal(Axis& axis) {
       axis.lastExternalMs <= axis.lastReachedMs) {
     return;
   }
+  if (axis.backlog.isStopping()) {
+    axis.backlog.popFront();
+  }
   restart(axis);
   rebuild(axis);
 }
@@ -264,7 +272,7 @@ void Timelines::clear(Axis& axis) {
 }
 
 void Timelines::judge(const Axis& axis, const Point& end, const Knot& knot, std::int64_t untilMs) {
-  if (axis.actuator.interpolates) {
+  if (axis.actuator.interpolates && !end.isOfHost) {
     Event event{
         EventKind::steep, Fault::none, cycles_.latestMs, end.batch, axis.index, end.index, 1};
     for (const Event& told :
@@ -292,6 +300,37 @@ SegmentStart Timelines::presentStart(const Axis& axis) const {
   const Cycle& cycle = cycles_.log.at(cycles_.log.count() - 1);
   const double step = floatOf(axis.written->lastBits) - floatOf(axis.written->firstBits);
   return movingAt(cycles_.latestMs, value, step, cycle.timeMs - cycle.previousMs);
+}
+
+bool Timelines::isOnItsWay(const Axis& axis) {
+  return !axis.guard.isHeld() && !axis.backlog.isStopping() &&
+         (!axis.backlog.empty() || heldBy(axis).items > 0);
+}
+
+std::optional<Point> Timelines::restOf(const Axis& axis, std::uint32_t batch) const {
+  if (!axis.actuator.interpolates) {
+    return std::nullopt;
+  }
+  const SegmentStart present = presentStart(axis);
+  if (!axis.backlog.empty()) {
+    return stopPoint({axis.actuator, maximumAcceleration, axis.backlog, axis.start, present},
+                     batch);
+  }
+  std::vector<Point> points;
+  for (const TimedCommand::commandItem& item : copyOf(axis)) {
+    const auto aheadMs = static_cast<std::int32_t>(item.time - stamp(cycles_.latestMs));
+    points.push_back({cycles_.latestMs + aheadMs, item.value});
+  }
+  Backlog others;
+  others.take(Rounds(std::move(points)), TimedCommand::MERGE);
+  return stopPoint({axis.actuator, maximumAcceleration, others, present, present}, batch);
+}
+
+void Timelines::removeOthers(const Axis& axis) {
+  const std::size_t own = axis.window.items().size();
+  if (heldBy(axis).items > own) {
+    replace(axis, own);
+  }
 }
 
 bool Timelines::needsCare(const Axis& axis, std::int64_t latestMs) const {

@@ -2,6 +2,7 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <optional>
 #include <vector>
 
 #include "host/engine/axis.h"
@@ -52,6 +53,15 @@ class Timelines {
 
   /// Under the gate: takes all points away from an axis that the guard holds.
   void clear(Axis& axis);
+
+  /// Under the gate, after a look: whether there is anything to stop, of others included. What
+  /// the guard holds, or is being stopped already, is none.
+  [[nodiscard]] static bool isOnItsWay(const Axis& axis);
+  /// Under the gate, after a look: where a stop brings an axis to rest, as a point of this batch;
+  /// none where it rests, or does not interpolate.
+  [[nodiscard]] std::optional<Point> restOf(const Axis& axis, std::uint32_t batch) const;
+  /// Under the gate: leaves the window alone in the timeline.
+  void removeOthers(const Axis& axis);
 
   /// Begins the segment to the first point anew: with what the register holds and the velocity
   /// of its last step, at the latest cycle; or from rest, at the next one, where the library

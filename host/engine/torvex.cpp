@@ -50,7 +50,9 @@ host::TracedValues tracedValues(host::Engine& engine, const host::MachineModel& 
     }
   }
   for (const host::ScheduledBatch& batch : plan.batches) {
-    commanded.insert(batch.commands->actuators.begin(), batch.commands->actuators.end());
+    if (!batch.commands->isStop) {
+      commanded.insert(batch.commands->actuators.begin(), batch.commands->actuators.end());
+    }
   }
   host::TracedValues traced;
   std::vector<host::TracedColumn>& columns = traced.columns;
@@ -86,7 +88,9 @@ host::AxisResult axisResult(const host::ShownAxis& shown) {
   result.command.asInt = host::bitsIn(*axis.command);
   result.measured = axis.measuredValue();
   result.target = axis.target;
-  result.last = axis.backlog.empty() ? axis.target : axis.backlog.last();
+  result.last = axis.lastLeft          ? axis.lastLeft
+                : axis.backlog.empty() ? axis.target
+                                       : axis.backlog.last();
   result.commandColumn = shown.commandColumn;
   result.measuredColumn = shown.measuredColumn;
   return result;
@@ -208,6 +212,9 @@ void Torvex::driveCommands(std::int64_t originNs) {
   while (!ended_) {
     const std::int64_t nextMiddle = (host::wallNs() - originNs + cycleNs / 2) / cycleNs;
     host::sleepUntil(originNs + nextMiddle * cycleNs + cycleNs / 2);
+    if (host::StopSignal::received() != 0) {
+      engine_.end();
+    }
     engine_.pass();
   }
 }
@@ -258,11 +265,16 @@ void Torvex::conclude() {
 }
 
 bool Torvex::hasEnded() {
-  if (ended_ || host::StopSignal::received() != 0) {
+  const bool isSimulated = result_.session.clock == host::Clock::simulated;
+  if (ended_ || host::StopSignal::isRepeated() ||
+      (isSimulated && host::StopSignal::received() != 0)) {
     return true;
   }
   if (!engine_.isIdle() || result_.session.waitsForSignal) {
     return false;
+  }
+  if (host::StopSignal::received() != 0) {
+    return true;
   }
   const std::int64_t timeMs = engine_.timeMs();
   if (idleSinceMs_ < 0) {

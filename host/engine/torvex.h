@@ -62,7 +62,8 @@ class Torvex {
   void setTrace(host::Trace* trace) { trace_ = trace; }
 
   /// Hands the plan in and runs until every timeline has run out and the measured values
-  /// have settled, or a signal asks to stop. Lets through what a cycle throws.
+  /// have settled. A signal to stop ends it at once in simulated time; in real time all axes ramp
+  /// to rest first, save at a second signal. Lets through what a cycle throws.
   void run(const Progress& progress);
 
   [[nodiscard]] std::int64_t cycleMs() const { return plan_.schedule.cycleMs; }

@@ -5,6 +5,7 @@
 #include <algorithm>
 #include <array>
 #include <cmath>
+#include <numeric>
 
 #include "host/base/counted.h"
 
@@ -196,14 +197,66 @@ void stretchAndRepeat(const PointReader& reader, const Fields& fields, const Nod
   document.field(fields, "repeat", [&](const Node& rounds) { repeat(reader, rounds, batch); });
 }
 
+void readStopped(const PointReader& reader, const Node& node, CommandBatch& batch) {
+  const Document& document = reader.document();
+  const std::string& machine = reader.machine().name;
+  if (node.isScalar() && node.scalar() == "all") {
+    batch.actuators.resize(reader.machine().description.actuators.size());
+    std::iota(batch.actuators.begin(), batch.actuators.end(), 0);
+    return;
+  }
+  if (!node.isList() || node.size() == 0) {
+    document.fail(node, "stop: a list of actuators is needed, or 'all'");
+  }
+  for (const Node& entry : node.items()) {
+    document.attempt([&] {
+      const std::string name = document.name(entry, "stop");
+      const int actuator = reader.actuatorNamed(name);
+      if (actuator < 0) {
+        document.fail(entry,
+                      fmt::format("machine '{}' has no actuator '{}'; 'torvex list' shows them",
+                                  machine, name));
+      }
+      if (std::count(batch.actuators.begin(), batch.actuators.end(), actuator) > 0) {
+        document.fail(entry, fmt::format("'{}' is named twice", name));
+      }
+      batch.actuators.push_back(actuator);
+    });
+  }
+}
+
+/// It is its own mode, and has nothing but its moment.
+CommandBatch readStop(const PointReader& reader, const Fields& fields, const Node& node) {
+  const Document& document = reader.document();
+  CommandBatch batch;
+  batch.path = document.path();
+  batch.pointsPath = document.path();
+  batch.location = node.location();
+  batch.mode = TimedCommand::REPLACE;
+  batch.isStop = true;
+  readMoment(document, fields, node, batch);
+  for (const auto& [key, value] : fields) {
+    if (key != "at" && key != "stop") {
+      document.report(value,
+                      fmt::format("a stop has no {}; put points into a batch of their own", key));
+    }
+  }
+  document.field(fields, "stop", [&](const Node& stop) { readStopped(reader, stop, batch); });
+  return batch;
+}
+
 }  // namespace
 
 CommandBatch readBatch(const PointReader& reader, const Node& node,
                        TrajectorySource& trajectories) {
   const Document& document = reader.document();
-  const Fields fields = document.fields(node, "a batch",
-                                        {"at", "from", "mode", "interpolation", "trajectory",
-                                         "trajectory_file", "key", "items", "speed", "repeat"});
+  const Fields fields =
+      document.fields(node, "a batch",
+                      {"at", "from", "mode", "interpolation", "trajectory", "trajectory_file",
+                       "key", "items", "speed", "repeat", "stop"});
+  if (fields.count("stop") != 0) {
+    return readStop(reader, fields, node);
+  }
   CommandBatch batch;
   batch.path = document.path();
   readMoment(document, fields, node, batch);

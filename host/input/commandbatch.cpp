@@ -52,4 +52,8 @@ const char* modeName(TimedCommand::commandType mode) {
   return "merge";
 }
 
+const char* modeName(const CommandBatch& batch) {
+  return batch.isStop ? "stop" : modeName(batch.mode);
+}
+
 }  // namespace host

@@ -39,6 +39,8 @@ struct CommandBatch {
   /// last point, which then is not 0, and leaves out a point at time 0.
   std::uint32_t repeat = 1;
   TimedCommand::commandType mode = TimedCommand::MERGE;
+  /// It has no points, and brings its actuators to rest.
+  bool isStop = false;
   /// The actuator of each column, as its index in the machine's description.
   std::vector<int> actuators;
   /// Milliseconds, strictly rising.
@@ -69,5 +71,7 @@ struct CommandBatch {
 
 /// "merge", "replace", "clear_after" or "clear_before".
 const char* modeName(TimedCommand::commandType mode);
+/// The same of a batch, which may be a "stop".
+const char* modeName(const CommandBatch& batch);
 
 }  // namespace host

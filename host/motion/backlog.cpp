@@ -123,7 +123,8 @@ std::size_t Backlog::countBetween(const Cursor& begin, const Cursor& end) const 
 
 Backlog::Removed Backlog::take(const Rounds& points, TimedCommand::commandType mode,
                                std::shared_ptr<const Curve> curve) {
-  const Kept keeps = kept(points, mode);
+  const bool isComingToRest = isStopping() && !points.empty();
+  const Kept keeps = kept(points, isComingToRest ? TimedCommand::REPLACE : mode);
   Removed removed;
   cut({0, 0}, findFirst(keeps.firstMs), removed.blocks);
   if (keeps.lastMs < std::numeric_limits<std::int64_t>::max()) {

@@ -49,6 +49,8 @@ class Backlog {
   /// Whether one more batch that repeats finds room.
   [[nodiscard]] bool hasRoomForRounds() const { return rounds_.size() < mostRepeated; }
   [[nodiscard]] const Point& front() const { return blocks_.front().front(); }
+  /// Whether all that waits is the end of a stop.
+  [[nodiscard]] bool isStopping() const { return size_ == 1 && front().isOfHost; }
   /// Takes longer the further it lies behind the front.
   [[nodiscard]] const Point& operator[](std::size_t position) const;
   /// Of all, those in rounds included.
@@ -87,7 +89,7 @@ class Backlog {
   /// Takes points in by the rules of a timeline: removes what the mode does not keep, then
   /// merges, a new point before a waiting one with the same time. Points with equal times
   /// come in the order in which they are to wait. Returns what was removed. The curve is that
-  /// of their batch; without one their segments are lines.
+  /// of their batch; without one their segments are lines. A point of the host gives way to all.
   Removed take(const Rounds& points, TimedCommand::commandType mode,
                std::shared_ptr<const Curve> curve = nullptr);
 

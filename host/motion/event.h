@@ -65,6 +65,7 @@ struct Event {
 
   static constexpr std::uint32_t byOthers = ~std::uint32_t{0};
   static constexpr std::uint32_t byGuard = byOthers - 1;
+  static constexpr std::uint32_t byHost = byOthers - 2;
 };
 
 /// Is told what happens, in order, by the thread that makes it happen.

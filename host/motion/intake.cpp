@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cmath>
+#include <iterator>
 #include <utility>
 
 #include "host/motion/limits.h"
@@ -155,7 +156,8 @@ void tellCleared(Event event, const Backlog::Removed& removed, PointCounts& coun
                  Listener& listener) {
   std::vector<Point> points;
   for (const Backlog::Block& block : removed.blocks) {
-    points.insert(points.end(), block.begin(), block.end());
+    std::copy_if(block.begin(), block.end(), std::back_inserter(points),
+                 [](const Point& point) { return !point.isOfHost; });
   }
   tellRuns(event, points, listener);
   counts.cleared += points.size();

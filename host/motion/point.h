@@ -18,6 +18,8 @@ struct Point {
   std::uint32_t index = 0;
   /// How many batches the backlog had taken when it took this one.
   std::uint32_t arrival = 0;
+  /// The host made it, to bring the axis to rest: no user's, so counted and told of nowhere.
+  bool isOfHost = false;
 
   [[nodiscard]] bool isSamePointAs(const Point& other) const {
     return batch == other.batch && index == other.index;

@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <limits>
 #include <numeric>
+#include <optional>
 #include <utility>
 
 #include "host/motion/backlog.h"
@@ -10,9 +11,12 @@
 #include "host/motion/judgement.h"
 #include "host/motion/limits.h"
 #include "host/motion/segment.h"
+#include "host/motion/stop.h"
 
 namespace host {
 namespace {
+
+constexpr double maximumAcceleration = std::numeric_limits<double>::infinity();
 
 /// One axis, advanced from change to change.
 class RehearsedAxis {
@@ -67,7 +71,9 @@ class RehearsedAxis {
     const SegmentStart present = presentStart();
     Event cleared{EventKind::cleared, Fault::none, latestMs_, 0, index_};
     cleared.byBatch = intake.number;
-    const Backlog::Removed removed = backlog_.take(points, intake.mode(), intake.curve(points));
+    const Backlog::Removed removed =
+        intake.batch.commands->isStop ? stop(present, intake.number)
+                                      : backlog_.take(points, intake.mode(), intake.curve(points));
     walked_.clear();
     const bool goesOn = hadFirst && !backlog_.empty() && backlog_.front().isSamePointAs(first);
     if (!goesOn) {
@@ -99,6 +105,19 @@ class RehearsedAxis {
   [[nodiscard]] const PointCounts& counts() const { return counts_; }
 
  private:
+  Backlog::Removed stop(const SegmentStart& present, std::uint32_t batch) {
+    std::vector<Point> points;
+    if (backlog_.isStopping()) {
+      return {};
+    }
+    if (actuator_.interpolates && !backlog_.empty()) {
+      const Moving moving{actuator_, maximumAcceleration, backlog_, start_, present};
+      const std::optional<Point> rest = stopPoint(moving, batch);
+      points.assign(rest ? 1 : 0, rest.value_or(Point()));
+    }
+    return backlog_.take(Rounds(std::move(points)), TimedCommand::REPLACE, stopCurve());
+  }
+
   [[nodiscard]] std::int64_t reachingCycle(const Point& point) const {
     const std::int64_t cycles = (point.timeMs - latestMs_ + cycleMs_ - 1) / cycleMs_;
     return latestMs_ + std::max<std::int64_t>(cycles, 1) * cycleMs_;
@@ -115,9 +134,11 @@ class RehearsedAxis {
       judge(point, knot, point.timeMs);
       noteWalked(point, cycleMs);
       start_ = startAt(point, knot, cycleMs - cycleMs_);
-      reached.push_back(point);
+      if (!point.isOfHost) {
+        reached.push_back(point);
+      }
     }
-    counts_.reached += count;
+    counts_.reached += reached.size();
     walkedInAll_ += count;
     tellRuns({EventKind::reached, Fault::none, cycleMs, 0, index_}, reached, listener_);
     latestMs_ = cycleMs;
@@ -134,7 +155,7 @@ class RehearsedAxis {
   }
 
   void judge(const Point& end, const Knot& knot, std::int64_t untilMs) {
-    if (!actuator_.interpolates) {
+    if (!actuator_.interpolates || end.isOfHost) {
       return;
     }
     const Event event{EventKind::steep, Fault::none, latestMs_, end.batch, index_, end.index, 1};

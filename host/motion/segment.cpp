@@ -76,10 +76,13 @@ Segment::Segment(const SegmentStart& start, const Point& end, const Knot& knot)
   const double velocity = double{knot.velocity} * seconds;
   const double acceleration = double{knot.acceleration} * seconds * seconds;
   const Shape shape = shapeOf(start, end, knot);
-  degree_ = shape == Shape::linear ? 1 : shape == Shape::cubic || shape == Shape::smooth ? 3 : 5;
+  const bool isQuintic = shape == Shape::quintic || shape == Shape::approach;
+  degree_ = shape == Shape::linear ? 1 : isQuintic ? 5 : 3;
+  isExact_ = shape == Shape::ramp;
   ordinates_[0] = start.value;
   ordinates_[degree_] = endValue;
-  if (shape == Shape::cubic || (shape == Shape::smooth && start.takesOver)) {
+  if (shape == Shape::cubic || shape == Shape::ramp ||
+      (shape == Shape::smooth && start.takesOver)) {
     bend(scaled, velocity, 0.0);
   } else if (shape == Shape::smooth) {
     scaled.velocity = start.known == Knot::Known::nothing ? difference : scaled.velocity;
@@ -221,6 +224,24 @@ Segment::Extreme Segment::fastest(std::int64_t untilMs) const {
   return most;
 }
 
+std::optional<double> Segment::restFrom(std::int64_t fromMs, double direction) const {
+  const Ordinates velocities = differences(ordinates_, degree_);
+  const auto goesOn = [&](double share) {
+    return evaluate(velocities, degree_ - 1, share) * direction > 0.0;
+  };
+  const double from = std::clamp(shareAt(static_cast<double>(fromMs)), 0.0, 1.0);
+  if (!goesOn(from)) {
+    return evaluate(ordinates_, degree_, from);
+  }
+  const Roots turns = rootsOf(velocities, degree_ - 1);
+  for (std::size_t i = 0; i < turns.count; ++i) {
+    if (turns.at[i] > from) {
+      return evaluate(ordinates_, degree_, turns.at[i]);
+    }
+  }
+  return goesOn(1.0) ? std::nullopt : std::optional(ordinates_[degree_]);
+}
+
 std::int64_t cyclesBetweenSamples(double magnitude) {
   return cyclesWithin(std::max(1e-5 / ulpOf(magnitude), 2.0));
 }
@@ -240,8 +261,9 @@ std::int64_t cyclesBetweenSamples(const Segment& curve, std::int64_t cycleMs) {
 std::optional<Sample> sampleAfter(const Segment& segment, std::int64_t afterMs,
                                   std::int64_t cycleMs, const Range& range) {
   const std::int64_t cycles = segment.isLine() ? cyclesBetweenSamples(segment.largestMagnitude())
-                              : segment.mayLeave(range) ? 1
-                                                        : cyclesBetweenSamples(segment, cycleMs);
+                              : segment.isExact() || segment.mayLeave(range)
+                                  ? 1
+                                  : cyclesBetweenSamples(segment, cycleMs);
   const std::int64_t distanceMs = cycles * cycleMs;
   const std::int64_t firstMs = segment.isLine() ? segment.startMs() : 0;
   const std::int64_t passed = std::max<std::int64_t>(afterMs - firstMs, 0) / distanceMs + 1;

@@ -65,6 +65,12 @@ class Segment {
   [[nodiscard]] Extreme highest(std::int64_t untilMs) const;
   [[nodiscard]] Extreme fastest(std::int64_t untilMs) const;
 
+  /// Where, from a time within it on, it first does not go on in this direction (1 or -1): at
+  /// rest, or turning. None where it goes on to its end, and arrives there in motion.
+  [[nodiscard]] std::optional<double> restFrom(std::int64_t fromMs, double direction) const;
+  /// Each cycle is to have a sample of it.
+  [[nodiscard]] bool isExact() const { return isExact_; }
+
  private:
   static constexpr std::size_t mostOrdinates = 6;
   using Ordinates = std::array<double, mostOrdinates>;
@@ -86,6 +92,7 @@ class Segment {
   std::int64_t startMs_;
   std::int64_t endMs_;
   std::size_t degree_ = 1;
+  bool isExact_ = false;
   Ordinates ordinates_{};
 };
 

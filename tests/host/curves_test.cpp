@@ -13,7 +13,9 @@
 
 #include "host/engine/engine.h"
 #include "host/motion/intake.h"
+#include "host/motion/limits.h"
 #include "host/motion/segment.h"
+#include "host/motion/stop.h"
 #include "tests/host/batches.h"
 
 namespace {
@@ -121,6 +123,89 @@ TEST(Smooth, OvershootsNowhere) {
       ASSERT_TRUE(rises ? before <= end : before >= end) << "round " << round;
     }
   }
+}
+
+/// Where the axis has gone farthest in this direction before it rests or turns, and at least how
+/// far on it goes.
+double ownRest(const host::Moving& axis, double direction, double& goesOn) {
+  double farthest = axis.present.value;
+  host::SegmentStart start = axis.start;
+  for (std::size_t i = 0; i < axis.backlog.size(); ++i) {
+    const host::Point& end = axis.backlog[i];
+    const Knot knot = axis.backlog.knotOf(end);
+    const host::Segment segment(start, end, knot);
+    for (std::int64_t ms = std::max(start.timeMs, axis.present.timeMs) + 1; ms <= end.timeMs;
+         ++ms) {
+      goesOn = farthest;
+      if ((segment.valueAt(ms) - farthest) * direction <= 1e-12) {
+        return farthest;
+      }
+      farthest = segment.valueAt(ms);
+    }
+    if (knot.known != Knot::Known::nothing && knot.velocity * direction <= 0.0) {
+      return farthest;
+    }
+    start = host::startAt(end, knot, axis.present.timeMs);
+  }
+  return farthest;
+}
+
+TEST(Stop, DeceleratesAsItMayAndGoesNotBeyondItsOwnPath) {
+  Random random(4);
+  int unhindered = 0;
+  for (int round = 0; round < 1000; ++round) {
+    simulation::Actuator actuator;
+    actuator.minimum = -within(random, 1.0) - 2.0;
+    actuator.maximum = 2.5;
+    std::vector<host::Point> points;
+    std::vector<Knot> knots;
+    std::int64_t timeMs = 0;
+    for (std::uint32_t i = 0; i < 6; ++i) {
+      const State state = randomState(random, timeMs += 600 + random.below(3000));
+      points.push_back(pointOf(state));
+      points.back().index = i;
+      points.back().value = host::limited(actuator, points.back().value);
+      knots.push_back(random.chance(30) ? Knot() : knotOf(state, random.chance(50)));
+    }
+    if (random.chance(50)) {
+      host::addSlopes(points, true, knots);
+    }
+    host::Backlog backlog;
+    backlog.take(points, TimedCommand::REPLACE, std::make_shared<host::Curve>(knots, 0, false));
+    const host::SegmentStart start = host::restingAt(0, within(random, 1.0));
+    const std::int64_t nowMs = 1 + random.below(600), stepMs = 1 + random.below(10);
+    const host::Segment first(start, points[0], knots[0]);
+    const double now = first.valueAt(nowMs), before = first.valueAt(std::max(nowMs - stepMs, 0L));
+    const host::SegmentStart present = host::movingAt(nowMs, now, now - before, stepMs);
+    const double given = random.chance(50) ? HUGE_VAL : random.between(0.5, 20.0);
+    const host::Moving moving{actuator, given, backlog, start, present};
+    const std::optional<host::Point> rest = host::stopPoint(moving, 7);
+    const double speed = std::abs(present.velocity);
+    const double direction = present.velocity < 0 ? -1.0 : 1.0;
+    double sure = now;
+    const double limit = direction > 0 ? actuator.maximum : -actuator.minimum;
+    const double room =
+        std::min(limit, direction * ownRest(moving, direction, sure)) - direction * now;
+    const double seconds = std::isfinite(given) ? speed / given : 0.25;
+    const double wanted = speed * seconds / 2.0;
+    const double went = rest ? direction * (double{rest->value.asFloat} - now) : 0.0;
+    ASSERT_LE(went, std::max(room, 0.0) + 2e-5) << round;
+    ASSERT_NEAR(went, std::clamp(room, 0.0, wanted), 0.001 * speed + 2e-5) << round;
+    if (!rest) {
+      continue;
+    }
+    const host::Segment ramp(present, *rest, host::stopCurve()->at(0));
+    const bool isFree = wanted < room;
+    unhindered += isFree ? 1 : 0;
+    const double took = static_cast<double>(rest->timeMs - nowMs) / 1000.0;
+    const double most = isFree ? 1.001 * speed / seconds : 4.0 * speed / took;
+    const double rounding = 6.0 * 2.4e-7 / (took * took);
+    EXPECT_LE(ramp.largestAcceleration(), most + rounding) << round;
+    EXPECT_GE(2.0 * room / speed, took - 0.001) << round;
+    EXPECT_LE(took, seconds + 0.001);
+    EXPECT_LE(direction * ramp.highest(rest->timeMs).amount, direction * now + went + 1e-6);
+  }
+  EXPECT_GT(unhindered, 300);
 }
 
 /// An axis in simulated cycles, beside what it should do.

@@ -91,7 +91,9 @@ class Witness : public host::Listener {
 class RandomRun {
  public:
   explicit RandomRun(unsigned long seed, float maximumVelocity = unlimited)
-      : random_(static_cast<std::uint32_t>(seed)), machine_(machineOf(1 + pick(3))) {
+      : random_(static_cast<std::uint32_t>(seed)),
+        isGuarded_(maximumVelocity < unlimited),
+        machine_(machineOf(1 + pick(3))) {
     for (simulation::Actuator& actuator : machine_.description.actuators) {
       actuator.maximumVelocity = maximumVelocity;
     }
@@ -184,6 +186,10 @@ class RandomRun {
     }
     const std::int64_t grid = pick(2) == 0 ? 10 : 1;
     batch.originMs = (batch.momentMs.value_or(nowMs) + pick(300) - 150) / grid * grid;
+    if (isGuarded_ && pick(2) == 0) {
+      batch.interpolation = host::Interpolation::smooth;
+      motion->isStop = motion->times.empty();
+    }
     batch.commands = std::move(motion);
     EXPECT_EQ(engine.submit(batch), done.batches.size());
     done.batches.push_back(std::move(batch));
@@ -240,6 +246,8 @@ class RandomRun {
   }
 
   Random random_;
+  /// Then on curves, and with stops: what moves is not compared.
+  const bool isGuarded_;
   host::EngineOptions options_{"", ".", cycleMs, 0, host::Late::stand};
   host::MachineModel machine_;
   Witness witness_;
@@ -352,11 +360,13 @@ TEST(Guard, LetsNoStepBeMoreThanTheMaximumVelocity) {
   constexpr float maximumVelocity = 6.0F;
   const unsigned long seed = fromEnvironment("TORVEX_SEED", 1);
   const unsigned long rounds = fromEnvironment("TORVEX_ROUNDS", 300) / 3;
+  int toHold = 0;
   for (unsigned long round = seed; round < seed + rounds; ++round) {
     SCOPED_TRACE("TORVEX_SEED=" + std::to_string(round));
     EXPECT_EQ(tooLargeSteps(RandomRun(round, maximumVelocity).run(), maximumVelocity), 0);
-    EXPECT_GT(tooLargeSteps(RandomRun(round).run(), maximumVelocity), 0) << "nothing to hold";
+    toHold += tooLargeSteps(RandomRun(round).run(), maximumVelocity);
   }
+  EXPECT_GT(toHold, 10 * static_cast<int>(rounds)) << "little to hold";
 }
 
 TEST(Engine, MovesSoBesideThreads) {

@@ -90,6 +90,7 @@ Case randomCase(int seed) {
     const std::uint32_t kind = random.chance(85) ? random.below(2) : 2 + random.below(2);
     host::CommandBatch& batch = made.batches.emplace_back(
         randomBatch(random, made.machine, points[kind], widestMs[kind], 4000));
+    batch.isStop = batch.times.empty() && random.chance(70);
     batch.fromMs = at - std::min(at, random.chance(30) ? random.below(4000) : 0);
     if (made.batches.size() > 1 || batch.times.empty() || random.chance(50)) {
       batch.atMs = at;

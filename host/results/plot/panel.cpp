@@ -130,7 +130,7 @@ void addHandOvers(const RunLog::AxisLog& log, const Plan& plan, Panel& panel) {
       continue;
     }
     const double seconds = static_cast<double>(*commands.atMs) / 1000.0;
-    const std::string mode = modeName(commands.mode);
+    const std::string mode = modeName(commands);
     if (panel.handOvers.empty() || panel.handOvers.back().seconds != seconds) {
       panel.handOvers.push_back({seconds, mode});
     } else if (panel.handOvers.back().modes.find(mode) == std::string::npos) {
