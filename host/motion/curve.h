@@ -16,7 +16,7 @@ enum class Shape : std::uint8_t {
   quintic,   ///< with the accelerations of both ends as well; else as `cubic`
   smooth,    ///< a cubic that goes beyond neither end
   approach,  ///< a quintic that ends at rest
-  ramp,      ///< a cubic that ends at rest, exact in each cycle
+  ramp,      ///< at a constant deceleration, which ends at rest; exact in each cycle
 };
 
 /// What a batch says of a point beside its value.

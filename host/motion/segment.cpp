@@ -41,6 +41,20 @@ Shape shapeOf(const SegmentStart& start, const Point& end, const Knot& knot) {
                                                                               : knot.shape;
 }
 
+std::size_t degreeOf(Shape shape) {
+  switch (shape) {
+    case Shape::linear:
+      return 1;
+    case Shape::ramp:
+      return 2;
+    case Shape::cubic:
+    case Shape::smooth:
+      return 3;
+    default:
+      return 5;
+  }
+}
+
 }  // namespace
 
 SegmentStart restingAt(std::int64_t timeMs, double value) {
@@ -65,24 +79,23 @@ SegmentStart startAt(const Point& point, const Knot& knot, std::int64_t notBefor
 }
 
 Segment::Segment(const SegmentStart& start, const Point& end, const Knot& knot)
-    : startMs_(start.timeMs), endMs_(end.timeMs) {
+    : startMs_(start.timeMs),
+      endMs_(end.timeMs),
+      durationMs_(static_cast<double>(end.timeMs - start.timeMs)) {
   const auto endValue = double{end.value.asFloat};
   const double difference = endValue - start.value;
   // Velocities and accelerations over the whole of it.
-  const double seconds = static_cast<double>(endMs_ - startMs_) / 1000.0;
+  const double seconds = durationMs_ / 1000.0;
   SegmentStart scaled = start;
   scaled.velocity *= seconds;
   scaled.acceleration *= seconds * seconds;
   const double velocity = double{knot.velocity} * seconds;
   const double acceleration = double{knot.acceleration} * seconds * seconds;
   const Shape shape = shapeOf(start, end, knot);
-  const bool isQuintic = shape == Shape::quintic || shape == Shape::approach;
-  degree_ = shape == Shape::linear ? 1 : isQuintic ? 5 : 3;
-  isExact_ = shape == Shape::ramp;
+  degree_ = degreeOf(shape);
   ordinates_[0] = start.value;
   ordinates_[degree_] = endValue;
-  if (shape == Shape::cubic || shape == Shape::ramp ||
-      (shape == Shape::smooth && start.takesOver)) {
+  if (shape == Shape::cubic || (shape == Shape::smooth && start.takesOver)) {
     bend(scaled, velocity, 0.0);
   } else if (shape == Shape::smooth) {
     scaled.velocity = start.known == Knot::Known::nothing ? difference : scaled.velocity;
@@ -92,6 +105,10 @@ Segment::Segment(const SegmentStart& start, const Point& end, const Knot& knot)
     bend(scaled, velocity, acceleration);
   } else if (shape == Shape::approach) {
     bend(scaled, 0.0, 0.0);
+  } else if (shape == Shape::ramp) {
+    ordinates_[1] = endValue;
+    const double shareOfRamp = 2.0 * difference / scaled.velocity;
+    durationMs_ *= shareOfRamp > 0.0 ? std::min(shareOfRamp, 1.0) : 1.0;
   }
 }
 
@@ -107,9 +124,8 @@ void Segment::bend(const SegmentStart& start, double velocity, double accelerati
 }
 
 double Segment::shareAt(double timeMs) const {
-  return endMs_ > startMs_
-             ? (timeMs - static_cast<double>(startMs_)) / static_cast<double>(endMs_ - startMs_)
-             : 1.0;
+  return endMs_ > startMs_ ? std::min((timeMs - static_cast<double>(startMs_)) / durationMs_, 1.0)
+                           : 1.0;
 }
 
 double Segment::valueAt(std::int64_t timeMs) const {
@@ -156,7 +172,7 @@ double Segment::largestAcceleration() const {
   for (std::size_t i = 0; i + 1 < degree_; ++i) {
     largest = std::max(largest, std::abs(second[i]));
   }
-  const double seconds = static_cast<double>(endMs_ - startMs_) / 1000.0;
+  const double seconds = durationMs_ / 1000.0;
   return largest / (seconds * seconds);
 }
 
@@ -202,8 +218,7 @@ Segment::Extreme Segment::extreme(const Ordinates& ordinates, std::size_t degree
 }
 
 Segment::Extreme Segment::inTime(const Extreme& extreme) const {
-  return {static_cast<double>(startMs_) + extreme.timeMs * static_cast<double>(endMs_ - startMs_),
-          extreme.amount};
+  return {static_cast<double>(startMs_) + extreme.timeMs * durationMs_, extreme.amount};
 }
 
 Segment::Extreme Segment::lowest(std::int64_t untilMs) const {
@@ -220,7 +235,7 @@ Segment::Extreme Segment::fastest(std::int64_t untilMs) const {
   Extreme most = inTime(
       extreme(differences(ordinates_, degree_), degree_ - 1, shareAt(static_cast<double>(untilMs)),
               [](double one, double other) { return std::abs(one) > std::abs(other); }));
-  most.amount = std::abs(most.amount) * 1000.0 / static_cast<double>(endMs_ - startMs_);
+  most.amount = std::abs(most.amount) * 1000.0 / durationMs_;
   return most;
 }
 

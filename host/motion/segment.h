@@ -36,7 +36,8 @@ struct Range {
   double maximum = std::numeric_limits<double>::infinity();
 };
 
-/// The path from a start to a point: a polynomial of degree 1, 3 or 5.
+/// The path from a start to a point: a polynomial of degree 1, 3 or 5. A ramp is one of degree 2,
+/// which may end before the point is due, and rests from there.
 ///
 /// It is kept by its Bezier ordinates: the first and the last are the ends' values, and it
 /// goes beyond none of them. Where the end is not later than the start, it is a line.
@@ -69,7 +70,7 @@ class Segment {
   /// rest, or turning. None where it goes on to its end, and arrives there in motion.
   [[nodiscard]] std::optional<double> restFrom(std::int64_t fromMs, double direction) const;
   /// Each cycle is to have a sample of it.
-  [[nodiscard]] bool isExact() const { return isExact_; }
+  [[nodiscard]] bool isExact() const { return degree_ == 2; }
 
  private:
   static constexpr std::size_t mostOrdinates = 6;
@@ -91,8 +92,9 @@ class Segment {
 
   std::int64_t startMs_;
   std::int64_t endMs_;
+  /// Of the polynomial.
+  double durationMs_;
   std::size_t degree_ = 1;
-  bool isExact_ = false;
   Ordinates ordinates_{};
 };
 

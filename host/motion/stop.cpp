@@ -52,17 +52,13 @@ std::optional<Point> stopPoint(const Moving& axis, std::uint32_t batch) {
   double farthest = direction > 0.0 ? actuator.maximum : actuator.minimum;
   const double rest = ownRest(axis, direction, rampWithin(farthest).end());
   farthest = direction > 0.0 ? std::min(farthest, rest) : std::max(farthest, rest);
-  // Rounding of the velocity shall not cost a millisecond.
-  constexpr double tolerance = 1e-4;
-  const double durationMs = std::ceil(rampWithin(farthest).durationMs * (1.0 - tolerance));
-  if (!(durationMs > 0.0)) {
+  const Ramp ramp = rampWithin(farthest);
+  if (!(ramp.durationMs > 0.0)) {
     return std::nullopt;
   }
-  const double wanted = from + velocity * durationMs / 2.0;
-  const double end = (wanted - farthest) * direction > 0.0 ? farthest : wanted;
   Point point;
-  point.timeMs = axis.present.timeMs + static_cast<std::int64_t>(durationMs);
-  point.value = limited(actuator, hal::AttrGeneric(notBeyond(end, direction)));
+  point.timeMs = axis.present.timeMs + static_cast<std::int64_t>(std::ceil(ramp.durationMs));
+  point.value = limited(actuator, hal::AttrGeneric(notBeyond(ramp.end(), direction)));
   point.batch = batch;
   point.isOfHost = true;
   return point;

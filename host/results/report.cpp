@@ -173,7 +173,7 @@ std::string describe(const CommandBatch& batch) {
     size += fmt::format(", {} rounds", batch.repeat);
   }
   return batch.atMs
-             ? fmt::format("batch    {} at {:.3f} s: {} ({}:{})\n", modeName(batch.mode),
+             ? fmt::format("batch    {} at {:.3f} s: {} ({}:{})\n", modeName(batch),
                            *batch.atMs / 1000.0, size, visible(batch.path), batch.location.line)
              : fmt::format("motion   {} ({})\n", size, visible(batch.path));
 }

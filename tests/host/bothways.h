@@ -75,9 +75,9 @@ class Diary : public host::Listener {
     return kind == host::EventKind::steep || kind == host::EventKind::beyond;
   }
   /// By which amounts may differ. Values agree to 1e-5 or two units in the last place: over a
-  /// millisecond, the speeds, which a curve goes on with.
+  /// millisecond, the speeds, which a curve or a stop goes on with.
   static double doubtOf(const Key& key, const Entry& entry) {
-    return isOfSegment(std::get<0>(key)) ? 1e-4 * std::abs(entry.amount) + 0.02 : 0.0;
+    return isOfSegment(std::get<0>(key)) ? 3e-4 * std::abs(entry.amount) + 0.02 : 0.0;
   }
   [[nodiscard]] bool isNearLimit(const Key& key, const Entry& entry) const {
     const simulation::Actuator& actuator = machine_.actuator(std::get<1>(key));

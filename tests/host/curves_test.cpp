@@ -191,18 +191,16 @@ TEST(Stop, DeceleratesAsItMayAndGoesNotBeyondItsOwnPath) {
     const double went = rest ? direction * (double{rest->value.asFloat} - now) : 0.0;
     ASSERT_LE(went, std::max(room, 0.0) + 2e-5) << round;
     ASSERT_NEAR(went, std::clamp(room, 0.0, wanted), 0.001 * speed + 2e-5) << round;
-    if (!rest) {
-      continue;
+    if (went < 1e-4) {
+      continue;  // no more than rounding
     }
     const host::Segment ramp(present, *rest, host::stopCurve()->at(0));
     const bool isFree = wanted < room;
     unhindered += isFree ? 1 : 0;
     const double took = static_cast<double>(rest->timeMs - nowMs) / 1000.0;
-    const double most = isFree ? 1.001 * speed / seconds : 4.0 * speed / took;
-    const double rounding = 6.0 * 2.4e-7 / (took * took);
-    EXPECT_LE(ramp.largestAcceleration(), most + rounding) << round;
-    EXPECT_GE(2.0 * room / speed, took - 0.001) << round;
-    EXPECT_LE(took, seconds + 0.001);
+    const double most = speed / (isFree ? seconds : 2.0 * went / speed);
+    EXPECT_LE(ramp.largestAcceleration(), 1.01 * most + 1e-4) << round;
+    EXPECT_LE(took, std::min(seconds, 2.0 * room / speed) + 0.001) << round;
     EXPECT_LE(direction * ramp.highest(rest->timeMs).amount, direction * now + went + 1e-6);
   }
   EXPECT_GT(unhindered, 300);
