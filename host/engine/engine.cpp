@@ -32,10 +32,12 @@ void Engine::addAxes(const MachineModel& machine) {
                                     machine_.actuatorValue(position),
                                     sensor == sensors.end() ? nullptr : sensor->second);
     registers_.push_back({axis.command, bitsIn(*axis.command), bitsIn(*axis.command), &axis});
-    guard_.add(actuator, axis.maximumAcceleration, *axis.timeline->deviceAttr, axis.guard);
   }
   for (const Register& written : registers_) {
-    written.axis->written = &written;
+    Axis& axis = *written.axis;
+    axis.written = &written;
+    guard_.add(axis.actuator, axis.maximumAcceleration, *axis.timeline->deviceAttr,
+               written.firstBits, axis.guard);
   }
 }
 
@@ -57,7 +59,6 @@ std::int64_t Engine::goOn() {
   cycles_.latestMs = timeMs;
   cycles_.log.add({timeMs, previousMs});
   machine_.beginCycle();
-  guard_.begin();
   library_.commands.run(stamp(timeMs), stamp(previousMs));
   guard_.check(timeMs, stepMs);
   for (Register& written : registers_) {

@@ -22,16 +22,10 @@ void write(hal::DeviceAttrGeneric& command, double value) noexcept {
 }  // namespace
 
 void Guard::add(const simulation::Actuator& actuator, double maximumAcceleration,
-                hal::DeviceAttrGeneric& command, GuardRecord& record) {
+                hal::DeviceAttrGeneric& command, const std::int32_t& before, GuardRecord& record) {
   if (mode_ != GuardMode::off && actuator.interpolates) {
-    watched_.push_back({&command, double{actuator.maximumVelocity} / msPerSecond, 0.0F, false});
+    watched_.push_back({&command, &before, double{actuator.maximumVelocity} / msPerSecond, false});
     guarded_.push_back({&actuator, maximumAcceleration, &record});
-  }
-}
-
-void Guard::begin() noexcept {
-  for (Watched& watched : watched_) {
-    watched.before = watched.command->loadFloat();
   }
 }
 
@@ -44,7 +38,7 @@ void Guard::check(std::int64_t timeMs, std::int64_t stepMs) noexcept {
       continue;
     }
     const float wanted = watched.command->loadFloat();
-    const double step = std::abs(double{wanted} - double{watched.before});
+    const double step = std::abs(double{wanted} - double{watched.before()});
     if (!(step <= watched.maximumVelocity * passedMs)) {
       touch(i, wanted, timeMs, stepMs);
     }
@@ -57,9 +51,9 @@ void Guard::touch(std::size_t index, float wanted, std::int64_t timeMs,
   Watched& watched = watched_[index];
   Guarded& guarded = guarded_[index];
   const auto passedMs = static_cast<double>(stepMs);
-  const double step = double{wanted} - double{watched.before};
+  const double step = double{wanted} - double{watched.before()};
   const double allowed = watched.maximumVelocity * passedMs;
-  if (std::abs(step) <= allowed * tolerance + 2.0 * ulpOf(wanted, watched.before)) {
+  if (std::abs(step) <= allowed * tolerance + 2.0 * ulpOf(wanted, watched.before())) {
     return;
   }
   GuardRecord& record = *guarded.record;
@@ -72,7 +66,7 @@ void Guard::touch(std::size_t index, float wanted, std::int64_t timeMs,
   }
   const bool isOrdered = std::isfinite(step);
   const double velocity = isOrdered ? std::copysign(watched.maximumVelocity, step) : 0.0;
-  guarded.written = static_cast<float>(double{watched.before} + velocity * passedMs);
+  guarded.written = static_cast<float>(double{watched.before()} + velocity * passedMs);
   write(*watched.command, double{guarded.written});
   const simulation::Actuator& actuator = *guarded.actuator;
   guarded.ramp = rampToRest(double{guarded.written}, velocity, guarded.maximumAcceleration,
@@ -90,8 +84,8 @@ void Guard::goOn(std::size_t index, std::int64_t timeMs) noexcept {
   Guarded& guarded = guarded_[index];
   const auto elapsedMs = static_cast<double>(timeMs - guarded.rampMs);
   GuardRecord& record = *guarded.record;
-  if (!(watched.before == guarded.written)) {
-    guarded.ramp = {double{watched.before}, 0.0, 0.0};
+  if (!(watched.before() == guarded.written)) {
+    guarded.ramp = {double{watched.before()}, 0.0, 0.0};
   }
   guarded.written = static_cast<float>(guarded.ramp.at(elapsedMs));
   write(*watched.command, double{guarded.written});

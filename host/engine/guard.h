@@ -47,13 +47,12 @@ class Guard {
   explicit Guard(GuardMode mode) : mode_(mode) {}
 
   /// Before the first cycle. It brings to rest with this acceleration, in units a second
-  /// squared, or as `rampToRest` has it where that is infinite. The references must outlive
-  /// the guard.
+  /// squared, or as `rampToRest` has it where that is infinite. `before` is where each cycle
+  /// leaves the bits that the register held when it began. The references must outlive the
+  /// guard.
   void add(const simulation::Actuator& actuator, double maximumAcceleration,
-           hal::DeviceAttrGeneric& command, GuardRecord& record);
+           hal::DeviceAttrGeneric& command, const std::int32_t& before, GuardRecord& record);
 
-  /// A cycle begins: sees what the registers hold, which others may have written.
-  void begin() noexcept;
   /// The library has written; `stepMs` of machine time have passed since the cycle before.
   void check(std::int64_t timeMs, std::int64_t stepMs) noexcept;
 
@@ -61,10 +60,16 @@ class Guard {
   /// What every cycle looks at.
   struct Watched {
     hal::DeviceAttrGeneric* command;
+    const std::int32_t* bitsBefore;
     /// In units a millisecond.
     double maximumVelocity;
-    float before;
     bool isRamping;
+
+    [[nodiscard]] float before() const noexcept {
+      hal::AttrGeneric record;
+      record.asInt = *bitsBefore;
+      return record.asFloat;
+    }
   };
   /// The rest of it.
   struct Guarded {

@@ -15,8 +15,6 @@ namespace {
 /// The common nodes that axes may borrow; the others are for the window that replaces one.
 constexpr std::size_t mostBorrowed = NodeReserve::commonNodes / 2;
 
-constexpr double maximumAcceleration = std::numeric_limits<double>::infinity();
-
 bool isPoint(const WindowItem& item) {
   return item.kind == WindowItem::Kind::point;
 }
@@ -313,7 +311,7 @@ std::optional<Point> Timelines::restOf(const Axis& axis, std::uint32_t batch) co
   }
   const SegmentStart present = presentStart(axis);
   if (!axis.backlog.empty()) {
-    return stopPoint({axis.actuator, maximumAcceleration, axis.backlog, axis.start, present},
+    return stopPoint({axis.actuator, axis.maximumAcceleration, axis.backlog, axis.start, present},
                      batch);
   }
   std::vector<Point> points;
@@ -323,7 +321,7 @@ std::optional<Point> Timelines::restOf(const Axis& axis, std::uint32_t batch) co
   }
   Backlog others;
   others.take(Rounds(std::move(points)), TimedCommand::MERGE);
-  return stopPoint({axis.actuator, maximumAcceleration, others, present, present}, batch);
+  return stopPoint({axis.actuator, axis.maximumAcceleration, others, present, present}, batch);
 }
 
 void Timelines::removeOthers(const Axis& axis) {

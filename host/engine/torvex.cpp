@@ -270,11 +270,14 @@ bool Torvex::hasEnded() {
       (isSimulated && host::StopSignal::received() != 0)) {
     return true;
   }
-  if (!engine_.isIdle() || result_.session.waitsForSignal) {
+  if (!engine_.isIdle()) {
     return false;
   }
   if (host::StopSignal::received() != 0) {
     return true;
+  }
+  if (result_.session.waitsForSignal) {
+    return false;
   }
   const std::int64_t timeMs = engine_.timeMs();
   if (idleSinceMs_ < 0) {

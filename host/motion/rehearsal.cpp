@@ -16,19 +16,17 @@
 namespace host {
 namespace {
 
-constexpr double maximumAcceleration = std::numeric_limits<double>::infinity();
-
 /// One axis, advanced from change to change.
 class RehearsedAxis {
  public:
-  RehearsedAxis(int index, const simulation::Actuator& actuator, std::int64_t cycleMs,
-                Listener& listener)
+  RehearsedAxis(int index, const MachineModel& machine, std::int64_t cycleMs, Listener& listener)
       : index_(index),
-        actuator_(actuator),
+        actuator_(machine.actuator(index)),
+        maximumAcceleration_(machine.maximumAcceleration(index)),
         cycleMs_(cycleMs),
         listener_(listener),
         latestMs_(-cycleMs),
-        start_(restingAt(0, commandedNumber(actuator, initialRecord(actuator)))),
+        start_(restingAt(0, commandedNumber(actuator_, initialRecord(actuator_)))),
         valueBefore_(start_.value) {}
 
   /// Runs all cycles up to this one.
@@ -111,7 +109,7 @@ class RehearsedAxis {
       return {};
     }
     if (actuator_.interpolates && !backlog_.empty()) {
-      const Moving moving{actuator_, maximumAcceleration, backlog_, start_, present};
+      const Moving moving{actuator_, maximumAcceleration_, backlog_, start_, present};
       const std::optional<Point> rest = stopPoint(moving, batch);
       points.assign(rest ? 1 : 0, rest.value_or(Point()));
     }
@@ -234,6 +232,7 @@ class RehearsedAxis {
 
   const int index_;
   const simulation::Actuator& actuator_;
+  const double maximumAcceleration_;
   const std::int64_t cycleMs_;
   Listener& listener_;
   std::int64_t latestMs_;
@@ -259,8 +258,8 @@ class Rehearsal {
  public:
   Rehearsal(const MachineModel& machine, const Plan& plan, Listener& listener)
       : cycleMs_(plan.schedule.cycleMs), listener_(listener) {
-    for (const simulation::Actuator& actuator : machine.description.actuators) {
-      axes_.emplace_back(static_cast<int>(axes_.size()), actuator, cycleMs_, listener);
+    while (axes_.size() < machine.description.actuators.size()) {
+      axes_.emplace_back(static_cast<int>(axes_.size()), machine, cycleMs_, listener);
     }
   }
 

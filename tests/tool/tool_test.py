@@ -36,6 +36,13 @@ def rows(name="t.csv"):
     return head, [[float(cell) for cell in line] for line in lines]
 
 
+def commanded():
+    """The commands of each cycle in the trace by their columns, and the time of the motion."""
+    head, lines = rows()
+    return {name: [line[number] for line in lines] for number, name in enumerate(head)
+            if name == "motion_ms" or name.endswith("/command")}
+
+
 def exported(name):
     """The entries of a preference file, as lists of texts."""
     tree = xml.etree.ElementTree.parse(name).getroot()[0]
@@ -223,7 +230,7 @@ class Tool(ToolTest):
             said = self.said_by_run(2, *command, wrong)
             self.assertTrue(said.startswith(expected), said)
 
-    def test_stops_where_it_is_when_asked_in_real_time(self):
+    def test_ends_when_asked_in_real_time(self):
         command = (humanoid, wave, greeting, "--trace", "t.csv", "--pool", self.pool)
         for number in (signal.SIGINT, signal.SIGTERM):
             run = started_run(*command)
@@ -236,6 +243,18 @@ class Tool(ToolTest):
             self.assertTrue(read("t.csv").endswith("\n"))
             self.assertFalse(self.pool_exists() or os.path.exists("t.csv.torvex-part"))
 
+    def test_stops_with_a_ramp(self):
+        write("stop.yaml", "batches: [{at: 2.4, stop: all}]")
+        self.said_by_run(0, humanoid, wave, "stop.yaml", "--trace", "t.csv")
+        self.said(0, "check", humanoid, wave, "stop.yaml")
+        columns = commanded()
+        moment = columns["motion_ms"].index(2400)
+        for name, path in columns.items():
+            steps = [path[i + 1] - path[i] for i in range(moment - 2, len(path) - 1)]
+            for before, after in zip(steps, steps[1:]):
+                self.assertLessEqual(abs(after - before), abs(steps[0]) * 0.01 / 0.25 + 1e-6, name)
+            self.assertEqual(set(steps[28:]), {steps[0] if name == "motion_ms" else 0})
+
     def test_lists_what_the_library_sees(self):
         attributes = json.loads(self.said(0, "list", humanoid, "--json"))
         self.assertEqual(attributes[9], {
@@ -247,15 +266,19 @@ class Tool(ToolTest):
         self.assertIsNone(attributes[113]["maximum_velocity"])
 
     def test_watches_a_running_machine_until_it_ends_in_real_time(self):
-        run = started_run(humanoid, wave, "--pool", self.pool)
+        run = started_run(humanoid, wave, "--pool", self.pool, "--trace", "t.csv")
         self.said(2, "watch", "nope/Value", "--pool", self.pool)
         watch = start("watch", "torso_yaw/Value", "--json", "--pool", self.pool)
         seen = set()
         while len(seen) < 3 and (line := watch.stdout.readline()):
             seen.add(json.loads(line)["values"]["Device/SubDeviceList/torso_yaw/Value"])
         run.send_signal(signal.SIGTERM)
-        run.communicate()
+        self.assertIn("left", run.communicate()[0])
         self.assertEqual(run.returncode, 143)
+        for path in commanded().values():
+            steps = [after - before for before, after in zip(path[-30:], path[-29:])]
+            self.assertLess(max(abs(b - a) for a, b in zip(steps, steps[1:])), 1e-3)
+        self.assertEqual(steps[-1], 0)
         watch.communicate()
         self.assertEqual((watch.returncode, len(seen)), (0, 3))
         self.said(2, "watch", "--pool", self.pool)
