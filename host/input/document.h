@@ -45,6 +45,7 @@ class Document {
   [[noreturn]] void stop(const Node& node, const std::string& what) const;
   /// As `ErrorCollector::attempt`.
   template <typename Read>
+  // NOLINTNEXTLINE(modernize-use-nodiscard): most callers go on either way
   bool attempt(const Read& read) const {
     return errors_.attempt(read);
   }

@@ -46,7 +46,7 @@ struct NaiveTimeline {
               point.timeMs <= news.back().timeMs);
     };
     const auto kept = std::stable_partition(points.begin(), points.end(), isCleared);
-    const std::vector<host::Point> cleared(points.begin(), kept);
+    std::vector<host::Point> cleared(points.begin(), kept);
     points.erase(points.begin(), kept);
     points.insert(points.begin(), news.begin(), news.end());
     std::stable_sort(points.begin(), points.end(),

@@ -217,7 +217,8 @@ TEST(MotionFile, IsTheSameInEveryWrapper) {
       {"{joint_names: [x, l, f, a], points: [{positions: [9, 3, 9, 0.5], time_from_start: 0.5}]}",
        "", 1}};
   const Few few;
-  const auto& [temporary, urdf, machine] = few;
+  const Temporary& temporary = few.temporary;
+  const host::MachineModel& machine = few.machine;
   (void)temporary.write("named.yaml", motions);
   for (const auto& tried : cases) {
     const std::string path = temporary.write("m.yaml", tried.text);
