@@ -111,6 +111,8 @@ class MotionReader : public TrajectorySource {
     batch.actuators = read.actuators;
     batch.times = read.times;
     batch.values = read.values;
+    batch.velocities = read.velocities;
+    batch.accelerations = read.accelerations;
     batch.locations = read.locations;
     batch.notes = read.notes;
   }

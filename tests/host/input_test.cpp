@@ -196,7 +196,8 @@ TEST(Lists, ReadMomentsModesAndKeys) {
 }
 
 TEST(MotionFile, IsTheSameInEveryWrapper) {
-  const std::string points = "points: [{positions: [3, 0.5], time_from_start: {nsecs: 500000000}}]";
+  const std::string points =
+      "points: [{positions: [3, 0.5], velocities: [0, 2], time_from_start: {nsecs: 500000000}}]";
   const std::string trajectory = "{joint_names: [l, a], " + points + "}";
   const std::string motions = "motions: {up: {joints: [l, a], " + points +
                               ", meta: {name: Up}}, down: {joints: [a], positions: [0, 1],"
@@ -214,7 +215,8 @@ TEST(MotionFile, IsTheSameInEveryWrapper) {
       {"/**: {node: {ros__parameters: {" + motions + "}}}", ":up", 0},
       {"batches: [{at: 0, trajectory: {goal: {trajectory: " + trajectory + "}}}]", "", 0},
       {"batches: [{at: 0, trajectory_file: 'named.yaml:up'}]", "", 0},
-      {"{joint_names: [x, l, f, a], points: [{positions: [9, 3, 9, 0.5], time_from_start: 0.5}]}",
+      {"{joint_names: [x, l, f, a], points: [{positions: [9, 3, 9, 0.5], velocities: [9, 0, 9, 2], "
+       "time_from_start: 0.5}]}",
        "", 1}};
   const Few few;
   const Temporary& temporary = few.temporary;
@@ -227,6 +229,7 @@ TEST(MotionFile, IsTheSameInEveryWrapper) {
     EXPECT_EQ(read[0].times, std::vector<std::uint32_t>{500}) << tried.text;
     EXPECT_EQ(read[0].value(0, 0).asInt, 3) << tried.text;
     EXPECT_EQ(read[0].value(0, 1).asFloat, 0.5F) << tried.text;
+    EXPECT_EQ(read[0].velocities.at(1), 2.0F) << tried.text;
     EXPECT_EQ(read[0].notes.size(), tried.notes) << tried.text;
   }
   const auto down = host::readMotionFiles({temporary.path("named.yaml:down")}, machine);

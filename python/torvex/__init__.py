@@ -1,0 +1,19 @@
+"""Commands machines that `torvex serve` keeps alive, with the standard library alone.
+
+    import torvex
+
+    machine = torvex.connect("humanoid")
+    machine.send("head_yaw", [(0.5, 0.3), (1.0, 0.0)])
+    print(machine["head_yaw/Value"])
+
+Times are seconds from now, values are in the unit of the actuator (rad, m, or its own). What the
+machine refuses is raised as `Refused`, with its reason.
+"""
+
+from .commander import Commander
+from .errors import ConnectionLost, NotRunning, Refused, TorvexError
+from .events import Event
+from .machine import Axis, Machine, Outcome, Taken, connect
+
+__all__ = ["Axis", "Commander", "ConnectionLost", "Event", "Machine", "NotRunning", "Outcome",
+           "Refused", "Taken", "TorvexError", "connect"]

@@ -1,0 +1,105 @@
+"""One owner of axes."""
+
+from __future__ import annotations
+
+import threading
+from collections.abc import Iterator
+from types import TracebackType
+
+from .door import Door
+from .errors import TorvexError
+from .events import Event
+from .machine import Machine, Outcome, Taken
+
+
+class Commander(Machine):
+    """Owns axes while its `with` block goes on: until it ends, nobody of lower or equal priority
+    commands them. Any method of `Machine` may be called on it.
+
+    The machine takes the axes back `lease` seconds after the last renewal, and then does what
+    `on_loss` says: it stops them, or lets what waits run out. Each call renews, and so does
+    `alive()`; a thread sends the renewals, but only while the block makes calls, so that a block
+    that hangs loses its axes after at most 1.5 leases. Where it waits for points, that is progress. At the end of the block they are given back
+    at once: call `wait()` for what was sent to be reached first.
+    """
+
+    def __init__(self, door: Door, axes: list[str] | str, *, lease: float, priority: int,
+                 on_loss: str, name: str) -> None:
+        super().__init__(Door(door.address, door.token))
+        self._lease = lease
+        self._registration = {"name": name, "axes": axes, "priority": priority,
+                              "lease_ms": round(lease * 1000), "on_loss": on_loss}
+        self._id: int | None = None
+        self._sent: list[Taken] = []
+        self._since = 0
+        self._waits = False
+        self._progress = threading.Event()
+        self._ended = threading.Event()
+        self._thread = threading.Thread(target=self._renew, name="torvex-lease", daemon=True)
+        self.lost: TorvexError | None = None
+
+    def __enter__(self) -> Commander:
+        self._id = self._door.ask("POST", "/v1/commanders", self._registration)["id"]
+        self._since = next(self.events(follow=False)).number
+        self._thread.start()
+        return self
+
+    def __exit__(self, kind: type[BaseException] | None, error: BaseException | None,
+                 trace: TracebackType | None) -> None:
+        self._ended.set()
+        self._progress.set()
+        self._thread.join()
+        try:
+            self._door.ask("DELETE", f"/v1/commanders/{self._id}")
+        except TorvexError:
+            if error is None and self.lost is None:
+                raise
+        finally:
+            self.close()
+
+    def alive(self) -> None:
+        """Says that the block still makes progress. Raises what ended the lease, if anything."""
+        self._progressed()
+        if self.lost is not None:
+            raise self.lost
+
+    def wait(self) -> Outcome:
+        """Waits until each point sent so far was reached, or what else became of it."""
+        sent, self._sent = self._sent, []
+        return self._follow(sent, self.events(self._since))
+
+    def _follow(self, taken: list[Taken], events: Iterator[Event]) -> Outcome:
+        self._waits = True
+        try:
+            outcome = super()._follow(taken, self._noted(events))
+        finally:
+            self._waits = False
+        self.alive()
+        return outcome
+
+    def _noted(self, events: Iterator[Event]) -> Iterator[Event]:
+        for event in events:
+            self._since = event.number + (event.kind not in ("begins", "missed"))
+            yield event
+
+    def _renew(self) -> None:
+        while not self._ended.wait(self._lease / 4):
+            if not self._progress.is_set() and not self._waits:
+                continue
+            self._progress.clear()
+            try:
+                self._door.ask("POST", f"/v1/commanders/{self._id}/renew")
+            except TorvexError as error:
+                self.lost = error
+                return
+
+    def _commander(self) -> dict[str, int | None]:
+        self.alive()
+        return {"commander": self._id}
+
+    def _note(self, taken: Taken) -> None:
+        if taken.points:
+            self._sent.append(taken)
+
+    def _progressed(self) -> None:
+        self._progress.set()

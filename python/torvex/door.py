@@ -1,0 +1,154 @@
+"""Where a machine listens, and requests to it."""
+
+from __future__ import annotations
+
+import http.client
+import json
+import os
+import select
+import socket
+import threading
+from collections.abc import Iterator
+from contextlib import closing
+from typing import Any
+from urllib.parse import urlencode, urlsplit
+
+from .errors import ConnectionLost, NotRunning, Refused
+
+ANSWER_SECONDS = 15.0  # more than the machine allows itself
+
+
+class UnixConnection(http.client.HTTPConnection):
+    """HTTP over a Unix socket."""
+
+    def __init__(self, path: str, timeout: float) -> None:
+        super().__init__("localhost", timeout=timeout)
+        self.path = path
+
+    def connect(self) -> None:
+        self.sock = socket.socket(socket.AF_UNIX, socket.SOCK_STREAM)
+        self.sock.settimeout(self.timeout)
+        self.sock.connect(self.path)
+
+
+def socket_of(name: str) -> str:
+    """Where the machine of this name listens, when this user started it."""
+    if folder := os.environ.get("XDG_RUNTIME_DIR"):
+        return f"{folder}/torvex/{name}.sock"
+    user = os.getuid()
+    return f"/run/torvex/{name}.sock" if user == 0 else f"/run/user/{user}/torvex/{name}.sock"
+
+
+class Door:
+    """One connection to a machine, made when it is needed. Any thread; one request at a time."""
+
+    def __init__(self, address: str, token: str | None = None) -> None:
+        """`address` is the machine's name, the path of its socket, or http://HOST:PORT."""
+        self.address = address
+        self.token = token
+        self._lock = threading.Lock()
+        self._connection: http.client.HTTPConnection | None = None
+
+    def ask(self, method: str, path: str, body: Any = None, *, text: str | None = None,
+            query: dict[str, Any] | None = None) -> Any:
+        """What the machine answers. `body` is sent as JSON, `text` as YAML. Raises `Refused`,
+        `NotRunning`, `ConnectionLost`."""
+        with self._lock:
+            connection = self._usable()
+            try:
+                self._send(connection, method, path + _query(query), body, text)
+                response = connection.getresponse()
+                answer = response.read()
+            except (OSError, http.client.HTTPException) as error:
+                self._drop()
+                raise ConnectionLost(f"{self.address}: {error or 'closed'}") from error
+        return _checked(response.status, answer)
+
+    def lines(self, path: str, query: dict[str, Any] | None = None) -> Iterator[dict[str, Any]]:
+        """The objects of an answer that does not end, on a connection of its own, which is open
+        when this returns. Ends with the machine."""
+        connection = self._open()
+        try:
+            self._send(connection, "GET", path + _query(query))
+            response = connection.getresponse()
+            if response.status != http.client.OK:
+                _checked(response.status, response.read())
+            if connection.sock is not None:
+                connection.sock.settimeout(None)  # there may be nothing to tell for hours
+        except (OSError, http.client.HTTPException) as error:
+            connection.close()
+            raise ConnectionLost(f"{self.address}: {error or 'closed'}") from error
+        except Refused:
+            connection.close()
+            raise
+        return _objects(connection, response)
+
+    def close(self) -> None:
+        """Ends the connection; the next request makes another."""
+        with self._lock:
+            self._drop()
+
+    def _usable(self) -> http.client.HTTPConnection:
+        """One that the machine has not closed meanwhile: so nothing is ever sent twice."""
+        if self._connection is not None and self._connection.sock is not None:
+            if not select.select([self._connection.sock], [], [], 0)[0]:
+                return self._connection
+        self._drop()
+        self._connection = self._open()
+        return self._connection
+
+    def _open(self) -> http.client.HTTPConnection:
+        if self.address.startswith("http://"):
+            url = urlsplit(self.address)
+            connection = http.client.HTTPConnection(url.hostname or "localhost", url.port,
+                                                    timeout=ANSWER_SECONDS)
+        else:
+            path = self.address if "/" in self.address else socket_of(self.address)
+            connection = UnixConnection(path, ANSWER_SECONDS)
+        try:
+            connection.connect()
+        except OSError as error:
+            raise NotRunning(f"no machine answers at {self.address}: {error.strerror}; "
+                             "start one with 'torvex serve'") from error
+        return connection
+
+    def _send(self, connection: http.client.HTTPConnection, method: str, path: str,
+              body: Any = None, text: str | None = None) -> None:
+        headers = {"Authorization": f"Bearer {self.token}"} if self.token else {}
+        content: bytes | None = None
+        if text is not None:
+            content, headers["Content-Type"] = text.encode(), "application/yaml"
+        elif body is not None:
+            content = json.dumps(body, allow_nan=False).encode()
+            headers["Content-Type"] = "application/json"
+        connection.request(method, path, content, headers)
+
+    def _drop(self) -> None:
+        if self._connection is not None:
+            self._connection.close()
+            self._connection = None
+
+
+def _query(query: dict[str, Any] | None) -> str:
+    given = {name: value for name, value in (query or {}).items() if value is not None}
+    return "?" + urlencode(given, doseq=True) if given else ""
+
+
+def _checked(status: int, answer: bytes) -> Any:
+    try:
+        value = json.loads(answer)
+    except ValueError:
+        value = {}
+    if 200 <= status < 300:
+        return value
+    raise Refused(status, value.get("error", {}) if isinstance(value, dict) else {})
+
+
+def _objects(connection: http.client.HTTPConnection,
+             response: http.client.HTTPResponse) -> Iterator[dict[str, Any]]:
+    with closing(connection), response:
+        try:
+            for line in response:
+                yield json.loads(line)
+        except (OSError, http.client.HTTPException, ValueError) as error:
+            raise ConnectionLost(f"the machine ended without a word: {error}") from error

@@ -1,0 +1,38 @@
+"""What can go wrong between a client and a machine."""
+
+from __future__ import annotations
+
+from typing import Any
+
+
+class TorvexError(Exception):
+    """Any of the errors below."""
+
+
+class NotRunning(TorvexError):
+    """No machine answers there."""
+
+
+class ConnectionLost(TorvexError):
+    """The machine ended, or its door closed, before it had answered. Whether it took what was
+    asked is not known: its events would tell."""
+
+
+class Refused(TorvexError):
+    """The machine refused a request, all of it. `reason` is one of its words (`owned`, `held`,
+    `guard`, `full`, `too_fast`, ...), `path` the field that it is about, `status` that of HTTP;
+    the others are None where they do not concern the reason."""
+
+    def __init__(self, status: int, error: dict[str, Any]) -> None:
+        self.status = status
+        self.reason: str = error.get("reason", "internal")
+        self.path: str = error.get("path", "")
+        self.message: str = error.get("message", f"status {status}")
+        self.key: str | None = error.get("key")
+        self.owner: str | None = error.get("owner")
+        self.room: int | None = error.get("room")
+        self.figure: float | None = error.get("figure")
+        self.limit: float | None = error.get("limit")
+        self.errors: list[dict[str, Any]] = error.get("errors", [])
+        where = f"{self.path}: " if self.path else ""
+        super().__init__(f"{where}{self.message} ({self.reason})")
