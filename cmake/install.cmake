@@ -24,6 +24,9 @@ if(TORVEX_HOST)
   file(RELATIVE_PATH toLibraries ${CMAKE_INSTALL_FULL_BINDIR} ${CMAKE_INSTALL_FULL_LIBDIR})
   install(TARGETS torvex_tool)
   set_target_properties(torvex_tool PROPERTIES INSTALL_RPATH "$ORIGIN/${toLibraries}")
+  # Where Debian's Python 3.11 looks below /usr/local; for another one, `pip install ./python`.
+  install(DIRECTORY python/torvex DESTINATION lib/python3.11/dist-packages
+    FILES_MATCHING PATTERN "*.py" PATTERN "py.typed")
 endif()
 
 # find_package(torvex)
