@@ -1,6 +1,12 @@
 #include "host/cli/commandline.h"
 
 #include "host/cli/checkcommand.h"
+#include "host/cli/clients/eventscommand.h"
+#include "host/cli/clients/holdcommands.h"
+#include "host/cli/clients/playcommand.h"
+#include "host/cli/clients/pscommand.h"
+#include "host/cli/clients/sendcommand.h"
+#include "host/cli/clients/valuecommands.h"
 #include "host/cli/doctorcommand.h"
 #include "host/cli/exportcommand.h"
 #include "host/cli/listcommand.h"
@@ -20,6 +26,12 @@ void addSubcommands(CLI::App& app, Command& chosen) {
   addExportCommand(app, chosen);
   addListCommand(app, chosen);
   addWatchCommand(app, chosen);
+  addPsCommand(app, chosen);
+  addSendCommand(app, chosen);
+  addPlayCommand(app, chosen);
+  addHoldCommands(app, chosen);
+  addValueCommands(app, chosen);
+  addEventsCommand(app, chosen);
 }
 
 }  // namespace

@@ -1,0 +1,80 @@
+#include "host/cli/clients/client.h"
+
+#include <fmt/format.h>
+
+#include <nlohmann/json.hpp>
+
+#include "host/base/counted.h"
+#include "host/base/visible.h"
+#include "host/cli/status.h"
+#include "host/client/door.h"
+
+namespace host {
+namespace {
+
+int said(int status, const char* what) {
+  complain(fmt::format("torvex: error: {}\n", visibleLines(what)));
+  return status;
+}
+
+}  // namespace
+
+const char clientStatusText[] =
+    "Exit status: 0; 1 when the machine refused or ended; 2 for bad input or usage, and when no\n"
+    "machine runs; 128 and the signal's number when a signal stopped it.";
+
+int clientStatus(const std::function<int()>& command) {
+  try {
+    return command();
+  } catch (const NoMachine& error) {
+    return said(badInputStatus, error.what());
+  } catch (const DoorClosed& error) {
+    return said(shortfallStatus, error.what());
+  } catch (const Refusal& error) {
+    return said(error.isBadInput() ? badInputStatus : shortfallStatus, error.what());
+  }
+}
+
+void addMachineName(CLI::App& command, std::string& machine) {
+  addOption(command,
+            {"--machine", "NAME", "A machine of 'torvex ps', or the path of its socket",
+             "the one that runs"},
+            machine);
+}
+
+Json memberOf(const Json& object, const char* member) {
+  const auto found = object.find(member);
+  return found == object.end() ? Json() : *found;
+}
+
+std::string textOf(const Json& object, const char* member) {
+  const Json value = memberOf(object, member);
+  return value.is_string() ? value.get<std::string>() : std::string();
+}
+
+std::int64_t numberOf(const Json& object, const char* member) {
+  const Json value = memberOf(object, member);
+  return value.is_number() ? value.get<std::int64_t>() : 0;
+}
+
+std::string takenText(const Json& answer) {
+  std::int64_t points = 0;
+  std::string changed;
+  for (const Json& batch : memberOf(answer, "batches")) {
+    for (const Json& axis : memberOf(batch, "axes")) {
+      points += numberOf(axis, "points");
+      const std::int64_t late = numberOf(axis, "late");
+      const std::int64_t limited = numberOf(axis, "limited");
+      if (late + limited > 0) {
+        changed += fmt::format("torvex: warning: {}: {} late, {} moved into the limits\n",
+                               visible(textOf(axis, "key")), counted(late, "point"), limited);
+      }
+    }
+    for (const Json& note : memberOf(batch, "notes")) {
+      changed += fmt::format("torvex: note: {}\n", visible(note.is_string() ? note.get<std::string>() : ""));
+    }
+  }
+  return changed + fmt::format("taken: {}\n", counted(points, "point"));
+}
+
+}  // namespace host

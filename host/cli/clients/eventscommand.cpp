@@ -1,0 +1,95 @@
+#include "host/cli/clients/eventscommand.h"
+
+#include <fmt/format.h>
+
+#include <charconv>
+#include <cstdint>
+#include <memory>
+#include <nlohmann/json.hpp>
+#include <optional>
+#include <string>
+
+#include "host/base/stopsignal.h"
+#include "host/base/visible.h"
+#include "host/cli/clients/client.h"
+#include "host/cli/output.h"
+#include "host/cli/status.h"
+#include "host/client/door.h"
+#include "host/client/doors.h"
+
+namespace host {
+namespace {
+
+struct EventsOptions {
+  std::string machine;
+  std::string since;
+  bool json = false;
+  bool once = false;
+};
+
+/// MACHINE_SECONDS KIND, and what else it has.
+std::string eventLine(const Json& event) {
+  constexpr double msPerSecond = 1000.0;
+  std::string line = fmt::format("{:10.3f} {:<11}",
+                                 static_cast<double>(numberOf(event, "machine_ms")) / msPerSecond,
+                                 visible(textOf(event, "kind")));
+  for (const auto& member : event.items()) {
+    if (member.key() == "number" || member.key() == "kind" || member.key() == "machine_ms") {
+      continue;
+    }
+    const Json& value = member.value();
+    line += fmt::format(" {} {}", visible(member.key()),
+                        value.is_string() ? visible(value.get<std::string>()) : shown(value));
+  }
+  return line + "\n";
+}
+
+int follow(const EventsOptions& options) {
+  const StopSignal stopSignal;
+  std::string target = "/v1/events";
+  const auto add = [&](const std::string& part) {
+    target += (target.find('?') == std::string::npos ? "?" : "&") + part;
+  };
+  if (!options.since.empty()) {
+    add("since=" + percentEncoded(options.since));
+  }
+  if (options.once) {
+    add("follow=false");
+  }
+  EventLines events(doorOf(options.machine), target);
+  constexpr int lookEveryMs = 100;
+  while (!events.hasEnded()) {
+    if (const int signal = StopSignal::received()) {
+      return signalStatus + signal;
+    }
+    if (const std::optional<Json> event = events.next(lookEveryMs)) {
+      const int status = writeOut(options.json ? printed(*event, -1) + "\n" : eventLine(*event));
+      if (status != okStatus) {
+        return status;
+      }
+    }
+  }
+  if (!options.once) {
+    complain("torvex: the machine has ended\n");
+  }
+  return okStatus;
+}
+
+}  // namespace
+
+void addEventsCommand(CLI::App& app, Command& chosen) {
+  const auto options = std::make_shared<EventsOptions>();
+  CLI::App& command = addSubcommand(
+      app, "events", "Tell what becomes of the commands of a running machine",
+      "A line each: machine time in seconds, the kind, and what it is about. The machine keeps\n"
+      "the latest 10,000; who falls behind is told how many of each kind were missed.\n\n" +
+          std::string(clientStatusText),
+      [options] { return clientStatus([&] { return follow(*options); }); }, chosen);
+  addOption(command, {"--since", "NUMBER", "Begin with the event of this number", "from now on"},
+            options->since);
+  addFlag(command, "--once", options->once, "Those that there are, and end");
+  addFlag(command, "--json", options->json, "JSON, an object on a line");
+  addMachineName(command, options->machine);
+}
+
+}  // namespace host

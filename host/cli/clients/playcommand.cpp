@@ -1,0 +1,189 @@
+#include "host/cli/clients/playcommand.h"
+
+#include <fmt/format.h>
+#include <unistd.h>
+
+#include <chrono>
+#include <cstdint>
+#include <memory>
+#include <nlohmann/json.hpp>
+#include <optional>
+#include <set>
+#include <string>
+#include <vector>
+
+#include "host/base/counted.h"
+#include "host/base/stopsignal.h"
+#include "host/base/visible.h"
+#include "host/cli/clients/client.h"
+#include "host/cli/clients/motionrequest.h"
+#include "host/cli/liveview.h"
+#include "host/cli/status.h"
+#include "host/client/door.h"
+#include "host/client/doors.h"
+
+namespace host {
+namespace {
+
+using Clock = std::chrono::steady_clock;
+
+struct PlayOptions {
+  std::vector<std::string> motions;
+  std::string machine;
+  bool ignoreUnknownJoints = false;
+};
+
+/// The owner of the axes of a motion, for as long as it lives: then what waits there is cleared,
+/// and they ramp to rest.
+class Player {
+ public:
+  Player(Door& door, const Json& axes) : door_(door) {
+    const Json registration = {{"name", fmt::format("play-{}", getpid())},
+                               {"axes", axes},
+                               {"lease_ms", leaseMs},
+                               {"on_loss", "stop"},
+                               {"ends_with_connection", true}};
+    id_ = numberOf(door.post("/v1/commanders", registration), "id");
+  }
+  ~Player() {
+    try {
+      door_.remove(fmt::format("/v1/commanders/{}", id_));
+    } catch (const std::exception&) {
+      // It ends with the connection, too.
+    }
+  }
+
+  Player(const Player&) = delete;
+  Player& operator=(const Player&) = delete;
+
+  [[nodiscard]] std::int64_t id() const { return id_; }
+
+  void renew() {
+    constexpr auto renewEvery = std::chrono::milliseconds(leaseMs / 4);
+    if (Clock::now() - renewed_ > renewEvery) {
+      renewed_ = Clock::now();
+      door_.post(fmt::format("/v1/commanders/{}/renew", id_), Json::object());
+    }
+  }
+
+ private:
+  static constexpr int leaseMs = 1000;
+
+  Door& door_;
+  std::int64_t id_ = 0;
+  Clock::time_point renewed_ = Clock::now();
+};
+
+/// What became of the points of one request.
+struct Played {
+  std::int64_t points = 0;
+  std::int64_t reached = 0;
+  std::int64_t cleared = 0;
+  std::int64_t refused = 0;
+  /// By whom.
+  std::set<std::string> by;
+
+  [[nodiscard]] bool isOver() const { return reached + cleared + refused >= points; }
+
+  void note(const Json& event) {
+    const std::string kind = textOf(event, "kind");
+    const std::int64_t count = numberOf(event, "count");
+    reached += kind == "reached" ? count : 0;
+    cleared += kind == "cleared" ? count : 0;
+    refused += kind == "refused" ? count : 0;
+    if (kind == "cleared" || kind == "refused") {
+      by.insert(textOf(event, kind == "cleared" ? "by" : "reason"));
+    }
+  }
+};
+
+Json keysIn(const Json& answer, Played& played) {
+  std::set<std::string> keys;
+  for (const Json& batch : memberOf(answer, "batches")) {
+    for (const Json& axis : memberOf(batch, "axes")) {
+      keys.insert(textOf(axis, "key"));
+      played.points += numberOf(axis, "points");
+    }
+  }
+  return Json(keys);
+}
+
+/// Until all points are told of, or a signal comes.
+void follow(Door& door, Player& player, EventLines& events, const Json& answer, Played& played) {
+  LiveView view;
+  const std::int64_t beginMs = numberOf(answer, "machine_ms");
+  const std::int64_t lastMs = std::max<std::int64_t>(numberOf(answer, "ends_ms") - beginMs, 1);
+  constexpr int lookEveryMs = 50;
+  while (!played.isOver() && StopSignal::received() == 0) {
+    for (std::optional<Json> event = events.next(lookEveryMs); event; event = events.next(0)) {
+      if (textOf(*event, "kind") == "missed") {
+        throw DoorClosed("too many events went by unread to tell what became of the motion");
+      }
+      if (memberOf(*event, "request") == memberOf(answer, "request")) {
+        played.note(*event);
+      }
+    }
+    if (events.hasEnded()) {
+      throw DoorClosed("the machine ended before the motion did");
+    }
+    player.renew();
+    view.show({}, numberOf(door.get("/v1/health"), "machine_ms") - beginMs, lastMs);
+  }
+}
+
+int conclude(const Played& played) {
+  if (const int signal = StopSignal::received()) {
+    complain(fmt::format("torvex: stopped by signal {}; the actuators come to rest\n", signal));
+    return signalStatus + signal;
+  }
+  say(fmt::format("reached: {} of {}\n", played.reached, counted(played.points, "point")));
+  if (played.reached == played.points) {
+    return okStatus;
+  }
+  std::string by;
+  for (const std::string& one : played.by) {
+    by += (by.empty() ? "" : ", ") + visible(one);
+  }
+  complain(fmt::format("torvex: error: {} cleared, {} refused ({})\n",
+                       counted(static_cast<std::uint64_t>(played.cleared), "point"),
+                       played.refused, by));
+  return shortfallStatus;
+}
+
+int play(const PlayOptions& options) {
+  const StopSignal stopSignal;
+  const std::string socket = doorOf(options.machine);
+  Door door(socket);
+  Json body = {{"ignore_unknown_joints", options.ignoreUnknownJoints}, {"dry_run", true}};
+  Played played;
+  const Json keys = keysIn(postMotions(door, options.motions, body), played);
+  Player player(door, keys);
+  EventLines events(socket, "/v1/events");
+  body["dry_run"] = false;
+  body["commander"] = player.id();
+  const Json answer = postMotions(door, options.motions, body);
+  complain(takenText(answer));
+  follow(door, player, events, answer, played);
+  return conclude(played);
+}
+
+}  // namespace
+
+void addPlayCommand(CLI::App& app, Command& chosen) {
+  const auto options = std::make_shared<PlayOptions>();
+  CLI::App& command = addSubcommand(
+      app, "play", "Play motions on a running machine, and wait for their end",
+      "Example, beside 'torvex serve examples/humanoid/humanoid.yaml':\n"
+      "  torvex play examples/humanoid/wave.yaml\n\n"
+      "Owns the actuators of the motions meanwhile: nobody else commands them, and when it is\n"
+      "stopped (Ctrl-C), killed or cut off, they come to rest along a ramp.\n\n" +
+          std::string(clientStatusText),
+      [options] { return clientStatus([&] { return play(*options); }); }, chosen);
+  addArguments(command, "MOTION", options->motions, true,
+               "Motion files: FILE.yaml, or FILE.yaml:NAME for one of several motions");
+  addFlag(command, "--ignore-unknown-joints", options->ignoreUnknownJoints,
+          "Leave out joints that the machine does not have");
+  addMachineName(command, options->machine);
+}
+
+}  // namespace host

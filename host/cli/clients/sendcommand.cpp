@@ -1,0 +1,78 @@
+#include "host/cli/clients/sendcommand.h"
+
+#include <fmt/format.h>
+
+#include <memory>
+#include <nlohmann/json.hpp>
+#include <string>
+#include <vector>
+
+#include "host/base/textfile.h"
+#include "host/cli/clients/client.h"
+#include "host/cli/clients/motionrequest.h"
+#include "host/cli/status.h"
+#include "host/client/door.h"
+#include "host/client/doors.h"
+
+namespace host {
+namespace {
+
+struct SendOptions {
+  std::vector<std::string> what;
+  std::string mode = "merge";
+  std::string machine;
+};
+
+/// "VALUE@SECONDS".
+Json itemIn(const std::string& text) {
+  const std::size_t at = text.find('@');
+  double value = 0.0;
+  double seconds = 0.0;
+  if (at == std::string::npos || !parseNumber(text.substr(0, at), value) ||
+      !parseNumber(text.substr(at + 1), seconds)) {
+    refuseOption("send", "'" + text + "' is not VALUE@SECONDS, such as 0.3@1.5");
+  }
+  return {{"time", seconds}, {"value", value}};
+}
+
+/// The points of one actuator.
+Json batchIn(const SendOptions& options) {
+  Json items = Json::array();
+  for (std::size_t i = 1; i < options.what.size(); ++i) {
+    items.push_back(itemIn(options.what[i]));
+  }
+  return {{"key", options.what.front()}, {"mode", options.mode}, {"items", items}};
+}
+
+int send(const SendOptions& options) {
+  const bool isFile = options.what.size() == 1;
+  const Json request = isFile ? Json::object() : Json{{"batches", {batchIn(options)}}};
+  Door door(doorOf(options.machine));
+  say(takenText(isFile ? postMotions(door, options.what, request)
+                       : door.post("/v1/batches", request)));
+  return okStatus;
+}
+
+}  // namespace
+
+void addSendCommand(CLI::App& app, Command& chosen) {
+  const auto options = std::make_shared<SendOptions>();
+  CLI::App& command = addSubcommand(
+      app, "send", "Command a running machine, and do not wait",
+      "Examples, beside 'torvex serve examples/humanoid/humanoid.yaml':\n"
+      "  torvex send head_yaw/Value 0.3@0.5 0@1.0\n"
+      "  torvex send examples/humanoid/wave.yaml\n\n"
+      "SECONDS count from now. A motion file is approached from where the machine stands.\n\n" +
+          std::string(clientStatusText),
+      [options] { return clientStatus([&] { return send(*options); }); }, chosen);
+  addArguments(command, "KEY VALUE@SECONDS | MOTION", options->what, true,
+               "An actuator's value and its points, or a motion file (FILE.yaml or "
+               "FILE.yaml:NAME)");
+  addOption(command,
+            {"--mode", "merge|replace|clear_after|clear_before",
+             "What becomes of the points that wait", "merge"},
+            options->mode);
+  addMachineName(command, options->machine);
+}
+
+}  // namespace host

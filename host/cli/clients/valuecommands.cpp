@@ -1,0 +1,119 @@
+#include "host/cli/clients/valuecommands.h"
+
+#include <fmt/format.h>
+
+#include <memory>
+#include <nlohmann/json.hpp>
+#include <string>
+#include <vector>
+
+#include "host/base/attributekey.h"
+#include "host/base/stopsignal.h"
+#include "host/base/textfile.h"
+#include "host/base/usererror.h"
+#include "host/base/visible.h"
+#include "host/cli/clients/client.h"
+#include "host/cli/output.h"
+#include "host/cli/status.h"
+#include "host/client/door.h"
+#include "host/client/doors.h"
+
+namespace host {
+namespace {
+
+struct GetOptions {
+  std::vector<std::string> keys;
+  std::string machine;
+  bool json = false;
+};
+
+struct SetOptions {
+  std::string key;
+  std::string value;
+  std::string machine;
+};
+
+std::string valuesTarget(const std::vector<std::string>& keys) {
+  std::string target = "/v1/values";
+  for (const std::string& key : keys) {
+    target += (target.find('?') == std::string::npos ? "?key=" : "&key=") + percentEncoded(key);
+  }
+  return target;
+}
+
+int getValues(const GetOptions& options) {
+  const StopSignal stopSignal;
+  const Json answer = Door(doorOf(options.machine)).get(valuesTarget(options.keys));
+  if (options.json) {
+    return writeOut(printed(answer, 2) + "\n");
+  }
+  const Json values = memberOf(answer, "values");
+  std::string lines;
+  for (const auto& value : values.items()) {
+    lines += values.size() == 1 && options.keys.size() == 1
+                 ? shown(value.value()) + "\n"
+                 : fmt::format("{} {}\n", visible(value.key()), shown(value.value()));
+  }
+  return writeOut(lines);
+}
+
+/// The axis with this value's key; null when there is none.
+Json axisWithKey(Door& door, const std::string& key) {
+  const Json machine = door.get("/v1/machine");
+  for (const Json& axis : memberOf(machine, "axes")) {
+    if (textOf(axis, "key") == fullKey(key)) {
+      return axis;
+    }
+  }
+  return {};
+}
+
+int setValue(const SetOptions& options) {
+  double number = 0.0;
+  if (!parseNumber(options.value, number)) {
+    throw UserError(options.value, {}, "is not a number");
+  }
+  Door door(doorOf(options.machine));
+  const Json axis = axisWithKey(door, options.key);
+  if (axis.is_null()) {
+    throw UserError(options.key, {}, "is not the value of an actuator; 'torvex ps --json' has them");
+  }
+  if (textOf(axis, "interpolation") != "step") {
+    throw UserError(options.key, {},
+                    fmt::format("moves on the way between points; use 'torvex send {} {}@SECONDS'",
+                                options.key, options.value));
+  }
+  const Json item = {{"time", 0}, {"value", memberOf(Json::parse("{\"v\":" + options.value + "}"), "v")}};
+  const Json batch = {{"key", options.key}, {"mode", "replace"}, {"items", Json::array({item})}};
+  say(takenText(door.post("/v1/batches", {{"batches", Json::array({batch})}})));
+  return okStatus;
+}
+
+}  // namespace
+
+void addValueCommands(CLI::App& app, Command& chosen) {
+  const auto get = std::make_shared<GetOptions>();
+  CLI::App& getting = addSubcommand(
+      app, "get", "Print values of a running machine",
+      "All are of one cycle. A single key prints its value alone, more of them KEY VALUE.\n\n" +
+          std::string(clientStatusText),
+      [get] { return clientStatus([&] { return getValues(*get); }); }, chosen);
+  addArguments(getting, "KEY", get->keys, true,
+               "Attributes, or patterns as in the shell: '*/Value'; a bare key, such as "
+               "head_yaw/Value, is taken under Device/SubDeviceList/");
+  addFlag(getting, "--json", get->json, "An object, with the number and the time of the cycle");
+  addMachineName(getting, get->machine);
+
+  const auto set = std::make_shared<SetOptions>();
+  CLI::App& setting = addSubcommand(
+      app, "set", "Set an actuator that steps, such as a light",
+      "In place of all that waits there. Actuators that move on the way between points are\n"
+      "commanded with 'torvex send'.\n\n" +
+          std::string(clientStatusText),
+      [set] { return clientStatus([&] { return setValue(*set); }); }, chosen);
+  addArgument(setting, "KEY", set->key, "An actuator's value, such as chest_light/Value");
+  addArgument(setting, "VALUE", set->value, "A number");
+  addMachineName(setting, set->machine);
+}
+
+}  // namespace host

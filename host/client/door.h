@@ -1,0 +1,86 @@
+#pragma once
+
+#include <memory>
+#include <optional>
+#include <stdexcept>
+#include <string>
+
+#include "host/base/values.h"
+
+namespace host {
+
+/// No machine answers there.
+class NoMachine : public std::runtime_error {
+ public:
+  using std::runtime_error::runtime_error;
+};
+
+/// The machine ended before it had answered: whether it took what was asked is not known.
+class DoorClosed : public std::runtime_error {
+ public:
+  using std::runtime_error::runtime_error;
+};
+
+/// The machine refused a request, all of it. `what()` is its sentence, with the field that it is
+/// about.
+class Refusal : public std::runtime_error {
+ public:
+  /// `error` is the object that the machine sent.
+  Refusal(unsigned status, const Json& error);
+
+  /// Whether the request was wrong in itself, whatever the machine does.
+  [[nodiscard]] bool isBadInput() const { return isBadInput_; }
+  [[nodiscard]] const std::string& reason() const { return reason_; }
+  /// The file that the machine needs besides; empty unless the reason is `needs_file`.
+  [[nodiscard]] const std::string& file() const { return file_; }
+
+ private:
+  bool isBadInput_;
+  std::string reason_;
+  std::string file_;
+};
+
+/// A client's connection to the socket of a machine. One thread at a time.
+class Door {
+ public:
+  /// Throws `NoMachine` when nobody listens there.
+  explicit Door(const std::string& socketPath);
+  ~Door();
+
+  Door(const Door&) = delete;
+  Door& operator=(const Door&) = delete;
+
+  /// What the machine answers, within 15 seconds. Throws `Refusal` and `DoorClosed`.
+  Json get(const std::string& target);
+  Json post(const std::string& target, const Json& body);
+  Json remove(const std::string& target);
+
+ private:
+  class Connection;
+  std::unique_ptr<Connection> connection_;
+};
+
+/// Events of a machine, as they come, on a connection of their own.
+class EventLines {
+ public:
+  /// `target` is that of the events, with its query. Throws as `Door`.
+  EventLines(const std::string& socketPath, const std::string& target);
+  ~EventLines();
+
+  EventLines(const EventLines&) = delete;
+  EventLines& operator=(const EventLines&) = delete;
+
+  /// The next one; none after so long without any. Throws `DoorClosed` when the machine has ended.
+  std::optional<Json> next(int waitMs);
+  /// Whether the machine has said that no more come.
+  [[nodiscard]] bool hasEnded() const;
+
+ private:
+  class Stream;
+  std::unique_ptr<Stream> stream_;
+};
+
+/// As a part of a target.
+std::string percentEncoded(const std::string& text);
+
+}  // namespace host
