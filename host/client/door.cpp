@@ -45,8 +45,8 @@ class PatientSocket {
     }
     path.copy(address.sun_path, path.size());
     if (descriptor_.number() < 0 ||
-        connect(descriptor_.number(), reinterpret_cast<const sockaddr*>(&address), sizeof address) !=
-            0) {
+        connect(descriptor_.number(), reinterpret_cast<const sockaddr*>(&address),
+                sizeof address) != 0) {
       throw NoMachine(fmt::format("no machine answers at {}: {}; start one with 'torvex serve'",
                                   path, std::strerror(errno)));
     }
@@ -131,7 +131,7 @@ Json answerOf(unsigned status, const std::string& text) {
   Json answer = parsed(text);
   if (status >= 300) {
     const auto error = answer.find("error");
-    throw Refusal(status, error != answer.end() && error->is_object() ? *error : Json::object());
+    throw DoorRefusal(status, error != answer.end() && error->is_object() ? *error : Json::object());
   }
   return answer;
 }
@@ -155,7 +155,7 @@ std::string sentenceOf(unsigned status, const Json& error) {
 
 }  // namespace
 
-Refusal::Refusal(unsigned status, const Json& error)
+DoorRefusal::DoorRefusal(unsigned status, const Json& error)
     : std::runtime_error(sentenceOf(status, error)),
       isBadInput_(status < 500 && status != 409 && status != 408),
       reason_(textIn(error, "reason")),
@@ -190,8 +190,7 @@ class Door::Connection {
   beast::flat_buffer buffer_;
 };
 
-Door::Door(const std::string& socketPath)
-    : connection_(std::make_unique<Connection>(socketPath)) {}
+Door::Door(const std::string& socketPath) : connection_(std::make_unique<Connection>(socketPath)) {}
 Door::~Door() = default;
 
 Json Door::get(const std::string& target) {

@@ -23,10 +23,10 @@ class DoorClosed : public std::runtime_error {
 
 /// The machine refused a request, all of it. `what()` is its sentence, with the field that it is
 /// about.
-class Refusal : public std::runtime_error {
+class DoorRefusal : public std::runtime_error {
  public:
   /// `error` is the object that the machine sent.
-  Refusal(unsigned status, const Json& error);
+  DoorRefusal(unsigned status, const Json& error);
 
   /// Whether the request was wrong in itself, whatever the machine does.
   [[nodiscard]] bool isBadInput() const { return isBadInput_; }
@@ -50,7 +50,7 @@ class Door {
   Door(const Door&) = delete;
   Door& operator=(const Door&) = delete;
 
-  /// What the machine answers, within 15 seconds. Throws `Refusal` and `DoorClosed`.
+  /// What the machine answers, within 15 seconds. Throws `DoorRefusal` and `DoorClosed`.
   Json get(const std::string& target);
   Json post(const std::string& target, const Json& body);
   Json remove(const std::string& target);

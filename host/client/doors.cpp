@@ -44,9 +44,8 @@ std::string doorOf(const std::string& machine) {
   }
   std::vector<DoorPlace> places = doorsOfUser();
   if (!machine.empty()) {
-    const auto named = std::find_if(places.begin(), places.end(), [&](const DoorPlace& place) {
-      return place.name == machine;
-    });
+    const auto named = std::find_if(places.begin(), places.end(),
+                                    [&](const DoorPlace& place) { return place.name == machine; });
     if (named == places.end()) {
       throw NoMachine(fmt::format("no machine '{}' runs; {}", machine, startOne));
     }

@@ -8,7 +8,6 @@
 #include <utility>
 
 #include "host/base/counted.h"
-#include "host/base/textfile.h"
 #include "host/input/batchreader.h"
 #include "host/input/jointtrajectory.h"
 #include "host/input/motionwrappers.h"
@@ -18,26 +17,6 @@ namespace {
 
 /// A short file may name one batch many times.
 constexpr std::size_t mostBatches = 100'000;
-
-/// "FILE:NAME" where there is such a file, and no file of the whole name.
-struct MotionName {
-  std::string path;
-  std::optional<std::string> motion;
-};
-MotionName split(const std::string& given) {
-  const auto exists = [](const std::string& path) {
-    std::error_code ignored;
-    return std::filesystem::exists(path, ignored);
-  };
-  std::size_t colon = exists(given) ? std::string::npos : given.rfind(':');
-  while (colon != std::string::npos && colon > 0) {
-    if (exists(given.substr(0, colon))) {
-      return {given.substr(0, colon), given.substr(colon + 1)};
-    }
-    colon = given.rfind(':', colon - 1);
-  }
-  return {given, std::nullopt};
-}
 
 Node motionNamed(const Document& document, const Node& motions,
                  const std::optional<std::string>& name) {
@@ -68,12 +47,13 @@ Node motionNamed(const Document& document, const Node& motions,
 /// Reads the files of one run, and those that their batches name, each of these once.
 class MotionReader : public TrajectorySource {
  public:
-  MotionReader(const MachineModel& machine, const MotionOptions& options, ErrorCollector& errors)
-      : machine_(machine), options_(options), errors_(errors) {}
+  MotionReader(const MotionTexts& texts, const MachineModel& machine, const MotionOptions& options,
+               ErrorCollector& errors)
+      : texts_(texts), machine_(machine), options_(options), errors_(errors) {}
 
   std::vector<CommandBatch> read(const std::string& given) {
-    const MotionName name = split(given);
-    const Document document(name.path, readFile(name.path, Document::maxBytes), errors_);
+    const MotionName name = splitMotionName(given, texts_);
+    const Document document(name.path, texts_.read(name.path), errors_);
     const PointReader reader(document, machine_, options_);
     const MotionContent content = unwrapMotion(document, document.root());
     if (content.kind == MotionContent::Kind::batches && !name.motion) {
@@ -99,7 +79,8 @@ class MotionReader : public TrajectorySource {
     if (found == files_.end()) {
       found = files_.emplace(given, std::nullopt).first;
       CommandBatch read;
-      if (errors_.attempt([&] { readNamedFile(document, node, split(given), read); })) {
+      const MotionName name = splitMotionName(given, texts_);
+      if (errors_.attempt([&] { readNamedFile(document, node, name, read); })) {
         found->second = std::move(read);
       }
     }
@@ -122,7 +103,7 @@ class MotionReader : public TrajectorySource {
                      CommandBatch& batch) {
     std::string text;
     try {
-      text = readFile(name.path, Document::maxBytes);
+      text = texts_.read(name.path);
     } catch (const UserError& error) {
       document.fail(node,
                     fmt::format("trajectory_file: {} {}", name.path, error.entries()[0].text));
@@ -187,6 +168,7 @@ class MotionReader : public TrajectorySource {
     }
   }
 
+  const MotionTexts& texts_;
   const MachineModel& machine_;
   const MotionOptions options_;
   ErrorCollector& errors_;
@@ -200,9 +182,15 @@ class MotionReader : public TrajectorySource {
 std::vector<CommandBatch> readMotionFiles(const std::vector<std::string>& names,
                                           const MachineModel& machine,
                                           const MotionOptions& options) {
+  return readMotions(names, MotionsOnDisk(), machine, options);
+}
+
+std::vector<CommandBatch> readMotions(const std::vector<std::string>& names,
+                                      const MotionTexts& texts, const MachineModel& machine,
+                                      const MotionOptions& options) {
   std::vector<CommandBatch> batches;
   ErrorCollector errors;
-  MotionReader reader(machine, options, errors);
+  MotionReader reader(texts, machine, options, errors);
   for (const std::string& name : names) {
     errors.attempt([&] {
       for (CommandBatch& batch : reader.read(name)) {

@@ -6,6 +6,7 @@
 #include "host/input/commandbatch.h"
 #include "host/input/machinemodel.h"
 #include "host/input/motionoptions.h"
+#include "host/input/motiontexts.h"
 
 namespace host {
 
@@ -15,5 +16,10 @@ namespace host {
 std::vector<CommandBatch> readMotionFiles(const std::vector<std::string>& names,
                                           const MachineModel& machine,
                                           const MotionOptions& options = {});
+
+/// The same, from these texts.
+std::vector<CommandBatch> readMotions(const std::vector<std::string>& names,
+                                      const MotionTexts& texts, const MachineModel& machine,
+                                      const MotionOptions& options);
 
 }  // namespace host

@@ -30,7 +30,7 @@ int clientStatus(const std::function<int()>& command) {
     return said(badInputStatus, error.what());
   } catch (const DoorClosed& error) {
     return said(shortfallStatus, error.what());
-  } catch (const Refusal& error) {
+  } catch (const DoorRefusal& error) {
     return said(error.isBadInput() ? badInputStatus : shortfallStatus, error.what());
   }
 }
@@ -71,7 +71,8 @@ std::string takenText(const Json& answer) {
       }
     }
     for (const Json& note : memberOf(batch, "notes")) {
-      changed += fmt::format("torvex: note: {}\n", visible(note.is_string() ? note.get<std::string>() : ""));
+      changed += fmt::format("torvex: note: {}\n",
+                             visible(note.is_string() ? note.get<std::string>() : ""));
     }
   }
   return changed + fmt::format("taken: {}\n", counted(points, "point"));

@@ -58,9 +58,8 @@ void addHoldCommands(CLI::App& app, Command& chosen) {
       "'torvex release'. Nothing is resumed.",
       [](const AxesOptions& options) { return holdOrRelease(options, "/v1/hold", "held"); });
   add(app, chosen, "release", "End the hold of a running machine",
-      "Frees actuators that the guard holds, too.", [](const AxesOptions& options) {
-        return holdOrRelease(options, "/v1/release", "released");
-      });
+      "Frees actuators that the guard holds, too.",
+      [](const AxesOptions& options) { return holdOrRelease(options, "/v1/release", "released"); });
 }
 
 }  // namespace host

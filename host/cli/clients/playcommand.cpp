@@ -145,8 +145,8 @@ int conclude(const Played& played) {
     by += (by.empty() ? "" : ", ") + visible(one);
   }
   complain(fmt::format("torvex: error: {} cleared, {} refused ({})\n",
-                       counted(static_cast<std::uint64_t>(played.cleared), "point"),
-                       played.refused, by));
+                       counted(static_cast<std::uint64_t>(played.cleared), "point"), played.refused,
+                       by));
   return shortfallStatus;
 }
 

@@ -76,14 +76,16 @@ int setValue(const SetOptions& options) {
   Door door(doorOf(options.machine));
   const Json axis = axisWithKey(door, options.key);
   if (axis.is_null()) {
-    throw UserError(options.key, {}, "is not the value of an actuator; 'torvex ps --json' has them");
+    throw UserError(options.key, {},
+                    "is not the value of an actuator; 'torvex ps --json' has them");
   }
   if (textOf(axis, "interpolation") != "step") {
     throw UserError(options.key, {},
                     fmt::format("moves on the way between points; use 'torvex send {} {}@SECONDS'",
                                 options.key, options.value));
   }
-  const Json item = {{"time", 0}, {"value", memberOf(Json::parse("{\"v\":" + options.value + "}"), "v")}};
+  const Json item = {{"time", 0},
+                     {"value", memberOf(Json::parse("{\"v\":" + options.value + "}"), "v")}};
   const Json batch = {{"key", options.key}, {"mode", "replace"}, {"items", Json::array({item})}};
   say(takenText(door.post("/v1/batches", {{"batches", Json::array({batch})}})));
   return okStatus;
