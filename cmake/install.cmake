@@ -24,6 +24,15 @@ if(TORVEX_HOST)
   file(RELATIVE_PATH toLibraries ${CMAKE_INSTALL_FULL_BINDIR} ${CMAKE_INSTALL_FULL_LIBDIR})
   install(TARGETS torvex_tool)
   set_target_properties(torvex_tool PROPERTIES INSTALL_RPATH "$ORIGIN/${toLibraries}")
+  set(documents ${PROJECT_BINARY_DIR}/documents)
+  install(DIRECTORY ${documents}/ DESTINATION ${CMAKE_INSTALL_MANDIR}/man1
+    FILES_MATCHING PATTERN "*.1")
+  install(FILES ${documents}/torvex.bash
+    DESTINATION ${CMAKE_INSTALL_DATADIR}/bash-completion/completions RENAME torvex)
+  install(FILES ${documents}/torvex.zsh
+    DESTINATION ${CMAKE_INSTALL_DATADIR}/zsh/site-functions RENAME _torvex)
+  install(FILES ${documents}/torvex.fish
+    DESTINATION ${CMAKE_INSTALL_DATADIR}/fish/vendor_completions.d)
   # Where Debian's Python 3.11 looks below /usr/local; for another one, `pip install ./python`.
   install(DIRECTORY python/torvex DESTINATION lib/python3.11/dist-packages
     FILES_MATCHING PATTERN "*.py" PATTERN "py.typed")

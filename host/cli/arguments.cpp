@@ -1,13 +1,23 @@
 #include "host/cli/arguments.h"
 
+#include <fmt/format.h>
+
 #include <CLI/CLI.hpp>
 #include <algorithm>
 #include <sstream>
 
+#include "host/base/closest.h"
 #include "host/base/visible.h"
 #include "host/cli/status.h"
+#include "host/cli/usage.h"
 
 namespace host {
+namespace {
+
+/// Help was asked for, and shown.
+constexpr int helpStatus = -1;
+
+}  // namespace
 
 CLI::App& addSubcommand(CLI::App& app, const char* name, const char* what,
                         const std::string& footer, const Command& run, Command& chosen) {
@@ -59,27 +69,95 @@ void refuseOption(const std::string& option, const std::string& why) {
   throw CLI::ValidationError(option, why);
 }
 
-int runChosen(int argc, char** argv, const char* what,
-              const std::function<void(CLI::App& app, Command& chosen)>& add) {
-  CLI::App app(what, "torvex");
-  app.set_version_flag("--version", TORVEX_VERSION);
-  app.require_subcommand(1);
-  app.failure_message([](const CLI::App*, const CLI::Error& error) {
-    return visible(std::string("torvex: error: ") + error.what()) + "; see --help\n";
-  });
-  Command chosen;
-  add(app, chosen);
+namespace {
+
+std::vector<std::string> subcommandNames(const CLI::App& app) {
+  std::vector<std::string> names;
+  for (const UsageCommand& command : usageOf(app)) {
+    names.push_back(command.name);
+  }
+  return names;
+}
+
+int refuseUsage(const std::string& what) {
+  complain("torvex: error: " + visible(what) + "; see --help\n");
+  return badInputStatus;
+}
+
+/// What the parser did not expect: most often an option that is spelled otherwise.
+std::string unexpected(const CLI::App& app) {
+  std::string text;
+  for (const CLI::App* const command : app.get_subcommands()) {
+    std::vector<std::string> names;
+    for (const CLI::Option* const option : command->get_options()) {
+      for (const std::string& name : option->get_lnames()) {
+        names.push_back("--" + name);
+      }
+    }
+    for (const std::string& word : command->remaining()) {
+      const std::string option = word.substr(0, word.find('='));
+      text += fmt::format("{}'{}' is not expected{}", text.empty() ? "" : "; ", word,
+                          word.rfind('-', 0) == 0 ? didYouMean(option, names) : "");
+    }
+  }
+  return text;
+}
+
+/// Null when there is none.
+const CLI::App* subcommandNamed(const CLI::App& app, const std::string& name) {
+  const auto found =
+      app.get_subcommands([&name](const CLI::App* command) { return command->get_name() == name; });
+  return found.empty() ? nullptr : found.front();
+}
+
+/// "help", alone or with a subcommand.
+int showHelp(const CLI::App& app, const std::string& name) {
+  const CLI::App* const command = name.empty() ? &app : subcommandNamed(app, name);
+  if (command == nullptr) {
+    return refuseUsage(
+        fmt::format("there is no subcommand '{}'{}", name, didYouMean(name, subcommandNames(app))));
+  }
+  say(command->help());
+  return okStatus;
+}
+
+int parse(CLI::App& app, int argc, char** argv) {
   try {
     app.parse(argc, argv);
+    return okStatus;
+  } catch (const CLI::ExtrasError& error) {
+    const std::string what = unexpected(app);
+    return refuseUsage(what.empty() ? error.what() : what);
   } catch (const CLI::ParseError& error) {
     std::ostringstream out;
     std::ostringstream err;
     const bool isHelp = app.exit(error, out, err) == 0;
     say(out.str());
     complain(err.str());
-    return isHelp ? okStatus : badInputStatus;
+    return isHelp ? helpStatus : badInputStatus;
   }
-  return chosen();
+}
+
+}  // namespace
+
+int runChosen(int argc, char** argv, const char* what,
+              const std::function<void(CLI::App& app, Command& chosen)>& add) {
+  CLI::App app(what, "torvex");
+  app.set_version_flag("--version", TORVEX_VERSION);
+  app.failure_message([](const CLI::App*, const CLI::Error& error) {
+    return visible(std::string("torvex: error: ") + error.what()) + "; see --help\n";
+  });
+  Command chosen;
+  add(app, chosen);
+  const std::string first = argc > 1 ? argv[1] : "help";
+  if (first == "help") {
+    return showHelp(app, argc > 2 ? argv[2] : "");
+  }
+  if (first.rfind('-', 0) != 0 && subcommandNamed(app, first) == nullptr) {
+    return showHelp(app, first);
+  }
+  const int status = parse(app, argc, argv);
+  return status == okStatus && chosen ? chosen() : status == helpStatus ? okStatus : status;
 }
 
 }  // namespace host

@@ -8,6 +8,7 @@
 #include "host/cli/clients/sendcommand.h"
 #include "host/cli/clients/valuecommands.h"
 #include "host/cli/doctorcommand.h"
+#include "host/cli/documentcommands.h"
 #include "host/cli/exportcommand.h"
 #include "host/cli/listcommand.h"
 #include "host/cli/runcommand.h"
@@ -32,6 +33,7 @@ void addSubcommands(CLI::App& app, Command& chosen) {
   addHoldCommands(app, chosen);
   addValueCommands(app, chosen);
   addEventsCommand(app, chosen);
+  addDocumentCommands(app, chosen);
 }
 
 }  // namespace
