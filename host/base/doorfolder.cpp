@@ -6,16 +6,26 @@
 #include <filesystem>
 
 namespace host {
+namespace {
+
+std::string runtimeFolder() {
+  const char* const given = std::getenv("XDG_RUNTIME_DIR");
+  if (given != nullptr && given[0] == '/') {
+    return given;
+  }
+  std::error_code ignored;
+  std::string usual = "/run/user/" + std::to_string(geteuid());
+  if (std::filesystem::is_directory(usual, ignored)) {
+    return usual;
+  }
+  return geteuid() == 0 ? "/run" : "";
+}
+
+}  // namespace
 
 std::string doorFolder() {
-  const char* const runtime = std::getenv("XDG_RUNTIME_DIR");
-  if (runtime != nullptr && *runtime == '/') {
-    return std::string(runtime) + "/torvex";
-  }
-  const uid_t user = getuid();
-  const std::string folder = user == 0 ? "/run" : "/run/user/" + std::to_string(user);
-  std::error_code ignored;
-  return std::filesystem::is_directory(folder, ignored) ? folder + "/torvex" : std::string();
+  const std::string folder = runtimeFolder();
+  return folder.empty() ? "" : folder + "/torvex";
 }
 
 }  // namespace host

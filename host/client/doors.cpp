@@ -6,7 +6,7 @@
 #include <filesystem>
 
 #include "host/base/doorfolder.h"
-#include "host/client/door.h"
+#include "host/client/doorclient.h"
 
 namespace host {
 namespace {
@@ -16,7 +16,7 @@ constexpr char startOne[] = "start one with 'torvex serve MACHINE'";
 /// Whether somebody listens, or only did.
 bool isOpen(const DoorPlace& place) {
   try {
-    const Door door(place.socketPath);
+    const DoorClient door(place.socketPath);
     return true;
   } catch (const NoMachine&) {
     return false;

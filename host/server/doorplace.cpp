@@ -9,11 +9,11 @@
 #include <unistd.h>
 
 #include <cerrno>
-#include <cstdlib>
 #include <cstring>
 #include <filesystem>
 #include <utility>
 
+#include "host/base/doorfolder.h"
 #include "host/base/textfile.h"
 #include "simulation/machine.h"
 
@@ -22,29 +22,6 @@ namespace {
 
 constexpr char ending[] = ".sock";
 constexpr mode_t userAlone = 0600;
-
-bool isFolder(const std::string& path) {
-  struct stat status {};
-  return stat(path.c_str(), &status) == 0 && S_ISDIR(status.st_mode);
-}
-
-std::string runtimeFolder() {
-  const char* const given = std::getenv("XDG_RUNTIME_DIR");
-  if (given != nullptr && given[0] == '/') {
-    return given;
-  }
-  const std::string usual = fmt::format("/run/user/{}", geteuid());
-  if (isFolder(usual)) {
-    return usual;
-  }
-  if (geteuid() == 0) {
-    return "/run";
-  }
-  throw simulation::Error(
-      fmt::format("there is no folder for the socket: XDG_RUNTIME_DIR is not set, and no {}; give "
-                  "--socket PATH",
-                  usual));
-}
 
 bool isMine(const struct stat& status) {
   return status.st_uid == geteuid();
@@ -73,7 +50,13 @@ std::string defaultDoorPath(const std::string& machineName) {
     throw simulation::Error(
         fmt::format("'{}' cannot be the name of a socket; give --socket PATH", machineName));
   }
-  return runtimeFolder() + "/torvex/" + machineName + ending;
+  const std::string folder = doorFolder();
+  if (folder.empty()) {
+    throw simulation::Error(
+        "there is no folder for the socket: XDG_RUNTIME_DIR is not set, and no /run/user/UID; give "
+        "--socket PATH");
+  }
+  return folder + "/" + machineName + ending;
 }
 
 DoorPlace::DoorPlace(const std::string& path) : path_(path) {

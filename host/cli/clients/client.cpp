@@ -7,7 +7,7 @@
 #include "host/base/counted.h"
 #include "host/base/visible.h"
 #include "host/cli/status.h"
-#include "host/client/door.h"
+#include "host/client/doorclient.h"
 
 namespace host {
 namespace {

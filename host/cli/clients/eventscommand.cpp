@@ -14,7 +14,7 @@
 #include "host/cli/clients/client.h"
 #include "host/cli/output.h"
 #include "host/cli/status.h"
-#include "host/client/door.h"
+#include "host/client/doorclient.h"
 #include "host/client/doors.h"
 
 namespace host {

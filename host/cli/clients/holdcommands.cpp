@@ -10,7 +10,7 @@
 #include "host/base/counted.h"
 #include "host/cli/clients/client.h"
 #include "host/cli/status.h"
-#include "host/client/door.h"
+#include "host/client/doorclient.h"
 #include "host/client/doors.h"
 
 namespace host {
@@ -24,14 +24,14 @@ struct AxesOptions {
 int stop(const AxesOptions& options) {
   const Json axes = options.axes.empty() ? Json("all") : Json(options.axes);
   const Json body = {{"batches", Json::array({Json{{"stop", axes}}})}};
-  Door(doorOf(options.machine)).post("/v1/batches", body);
+  DoorClient(doorOf(options.machine)).post("/v1/batches", body);
   say("stopped\n");
   return okStatus;
 }
 
 int holdOrRelease(const AxesOptions& options, const char* target, const char* done) {
   const Json body = options.axes.empty() ? Json::object() : Json{{"axes", options.axes}};
-  const Json answer = Door(doorOf(options.machine)).post(target, body);
+  const Json answer = DoorClient(doorOf(options.machine)).post(target, body);
   say(fmt::format("{}: {}\n", done, counted(memberOf(answer, "axes").size(), "actuator")));
   return okStatus;
 }

@@ -6,7 +6,7 @@
 
 namespace host {
 
-Json postMotions(Door& door, const std::vector<std::string>& names, Json body) {
+Json postMotions(DoorClient& door, const std::vector<std::string>& names, Json body) {
   body["motions"] = names;
   Json& files = body["files"] = Json::object();
   const MotionsOnDisk disk;

@@ -19,13 +19,13 @@
 #include "host/cli/clients/motionrequest.h"
 #include "host/cli/liveview.h"
 #include "host/cli/status.h"
-#include "host/client/door.h"
+#include "host/client/doorclient.h"
 #include "host/client/doors.h"
 
 namespace host {
 namespace {
 
-using Clock = std::chrono::steady_clock;
+using SteadyClock = std::chrono::steady_clock;
 
 struct PlayOptions {
   std::vector<std::string> motions;
@@ -37,7 +37,7 @@ struct PlayOptions {
 /// and they ramp to rest.
 class Player {
  public:
-  Player(Door& door, const Json& axes) : door_(door) {
+  Player(DoorClient& door, const Json& axes) : door_(door) {
     const Json registration = {{"name", fmt::format("play-{}", getpid())},
                                {"axes", axes},
                                {"lease_ms", leaseMs},
@@ -60,8 +60,8 @@ class Player {
 
   void renew() {
     constexpr auto renewEvery = std::chrono::milliseconds(leaseMs / 4);
-    if (Clock::now() - renewed_ > renewEvery) {
-      renewed_ = Clock::now();
+    if (SteadyClock::now() - renewed_ > renewEvery) {
+      renewed_ = SteadyClock::now();
       door_.post(fmt::format("/v1/commanders/{}/renew", id_), Json::object());
     }
   }
@@ -69,9 +69,9 @@ class Player {
  private:
   static constexpr int leaseMs = 1000;
 
-  Door& door_;
+  DoorClient& door_;
   std::int64_t id_ = 0;
-  Clock::time_point renewed_ = Clock::now();
+  SteadyClock::time_point renewed_ = SteadyClock::now();
 };
 
 /// What became of the points of one request.
@@ -109,7 +109,8 @@ Json keysIn(const Json& answer, Played& played) {
 }
 
 /// Until all points are told of, or a signal comes.
-void follow(Door& door, Player& player, EventLines& events, const Json& answer, Played& played) {
+void follow(DoorClient& door, Player& player, EventLines& events, const Json& answer,
+            Played& played) {
   LiveView view;
   const std::int64_t beginMs = numberOf(answer, "machine_ms");
   const std::int64_t lastMs = std::max<std::int64_t>(numberOf(answer, "ends_ms") - beginMs, 1);
@@ -153,7 +154,7 @@ int conclude(const Played& played) {
 int play(const PlayOptions& options) {
   const StopSignal stopSignal;
   const std::string socket = doorOf(options.machine);
-  Door door(socket);
+  DoorClient door(socket);
   Json body = {{"ignore_unknown_joints", options.ignoreUnknownJoints}, {"dry_run", true}};
   Played played;
   const Json keys = keysIn(postMotions(door, options.motions, body), played);

@@ -14,7 +14,7 @@
 #include "host/cli/clients/client.h"
 #include "host/cli/output.h"
 #include "host/cli/status.h"
-#include "host/client/door.h"
+#include "host/client/doorclient.h"
 #include "host/client/doors.h"
 #include "host/results/table.h"
 
@@ -24,7 +24,7 @@ namespace {
 /// What a machine says of itself; none when it does not run.
 std::optional<Json> machineAt(const DoorPlace& place) {
   try {
-    return Door(place.socketPath).get("/v1/machine");
+    return DoorClient(place.socketPath).get("/v1/machine");
   } catch (const NoMachine&) {
     return std::nullopt;
   } catch (const DoorClosed&) {

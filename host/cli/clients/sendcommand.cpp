@@ -11,7 +11,7 @@
 #include "host/cli/clients/client.h"
 #include "host/cli/clients/motionrequest.h"
 #include "host/cli/status.h"
-#include "host/client/door.h"
+#include "host/client/doorclient.h"
 #include "host/client/doors.h"
 
 namespace host {
@@ -47,7 +47,7 @@ Json batchIn(const SendOptions& options) {
 int send(const SendOptions& options) {
   const bool isFile = options.what.size() == 1;
   const Json request = isFile ? Json::object() : Json{{"batches", {batchIn(options)}}};
-  Door door(doorOf(options.machine));
+  DoorClient door(doorOf(options.machine));
   say(takenText(isFile ? postMotions(door, options.what, request)
                        : door.post("/v1/batches", request)));
   return okStatus;

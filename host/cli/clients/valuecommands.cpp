@@ -15,7 +15,7 @@
 #include "host/cli/clients/client.h"
 #include "host/cli/output.h"
 #include "host/cli/status.h"
-#include "host/client/door.h"
+#include "host/client/doorclient.h"
 #include "host/client/doors.h"
 
 namespace host {
@@ -43,7 +43,7 @@ std::string valuesTarget(const std::vector<std::string>& keys) {
 
 int getValues(const GetOptions& options) {
   const StopSignal stopSignal;
-  const Json answer = Door(doorOf(options.machine)).get(valuesTarget(options.keys));
+  const Json answer = DoorClient(doorOf(options.machine)).get(valuesTarget(options.keys));
   if (options.json) {
     return writeOut(printed(answer, 2) + "\n");
   }
@@ -58,7 +58,7 @@ int getValues(const GetOptions& options) {
 }
 
 /// The axis with this value's key; null when there is none.
-Json axisWithKey(Door& door, const std::string& key) {
+Json axisWithKey(DoorClient& door, const std::string& key) {
   const Json machine = door.get("/v1/machine");
   for (const Json& axis : memberOf(machine, "axes")) {
     if (textOf(axis, "key") == fullKey(key)) {
@@ -73,7 +73,7 @@ int setValue(const SetOptions& options) {
   if (!parseNumber(options.value, number)) {
     throw UserError(options.value, {}, "is not a number");
   }
-  Door door(doorOf(options.machine));
+  DoorClient door(doorOf(options.machine));
   const Json axis = axisWithKey(door, options.key);
   if (axis.is_null()) {
     throw UserError(options.key, {},

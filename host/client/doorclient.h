@@ -41,14 +41,14 @@ class DoorRefusal : public std::runtime_error {
 };
 
 /// A client's connection to the socket of a machine. One thread at a time.
-class Door {
+class DoorClient {
  public:
   /// Throws `NoMachine` when nobody listens there.
-  explicit Door(const std::string& socketPath);
-  ~Door();
+  explicit DoorClient(const std::string& socketPath);
+  ~DoorClient();
 
-  Door(const Door&) = delete;
-  Door& operator=(const Door&) = delete;
+  DoorClient(const DoorClient&) = delete;
+  DoorClient& operator=(const DoorClient&) = delete;
 
   /// What the machine answers, within 15 seconds. Throws `DoorRefusal` and `DoorClosed`.
   Json get(const std::string& target);
@@ -63,7 +63,7 @@ class Door {
 /// Events of a machine, as they come, on a connection of their own.
 class EventLines {
  public:
-  /// `target` is that of the events, with its query. Throws as `Door`.
+  /// `target` is that of the events, with its query. Throws as `DoorClient`.
   EventLines(const std::string& socketPath, const std::string& target);
   ~EventLines();
 

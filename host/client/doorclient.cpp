@@ -1,4 +1,4 @@
-#include "host/client/door.h"
+#include "host/client/doorclient.h"
 
 #include <fmt/format.h>
 #include <poll.h>
@@ -14,6 +14,7 @@
 #include <cerrno>
 #include <chrono>
 #include <cstring>
+#include <limits>
 #include <nlohmann/json.hpp>
 
 #include "host/base/visible.h"
@@ -131,7 +132,8 @@ Json answerOf(unsigned status, const std::string& text) {
   Json answer = parsed(text);
   if (status >= 300) {
     const auto error = answer.find("error");
-    throw DoorRefusal(status, error != answer.end() && error->is_object() ? *error : Json::object());
+    throw DoorRefusal(status,
+                      error != answer.end() && error->is_object() ? *error : Json::object());
   }
   return answer;
 }
@@ -161,7 +163,7 @@ DoorRefusal::DoorRefusal(unsigned status, const Json& error)
       reason_(textIn(error, "reason")),
       file_(textIn(error, "file")) {}
 
-class Door::Connection {
+class DoorClient::Connection {
  public:
   explicit Connection(const std::string& path) : socket_(path) {}
 
@@ -190,19 +192,20 @@ class Door::Connection {
   beast::flat_buffer buffer_;
 };
 
-Door::Door(const std::string& socketPath) : connection_(std::make_unique<Connection>(socketPath)) {}
-Door::~Door() = default;
+DoorClient::DoorClient(const std::string& socketPath)
+    : connection_(std::make_unique<Connection>(socketPath)) {}
+DoorClient::~DoorClient() = default;
 
-Json Door::get(const std::string& target) {
+Json DoorClient::get(const std::string& target) {
   return connection_->ask(http::verb::get, target, "");
 }
 
-Json Door::post(const std::string& target, const Json& body) {
+Json DoorClient::post(const std::string& target, const Json& body) {
   return connection_->ask(http::verb::post, target,
                           body.dump(-1, ' ', false, Json::error_handler_t::replace));
 }
 
-Json Door::remove(const std::string& target) {
+Json DoorClient::remove(const std::string& target) {
   return connection_->ask(http::verb::delete_, target, "");
 }
 
@@ -211,7 +214,7 @@ class EventLines::Stream {
   Stream(const std::string& path, const std::string& target) : socket_(path) {
     http::request<http::empty_body> request(http::verb::get, target, 11);
     request.set(http::field::host, "localhost");
-    parser_.body_limit(boost::none);
+    parser_.body_limit(std::numeric_limits<std::uint64_t>::max());
     error_code error;
     http::write(socket_, request, error);
     if (!error) {
