@@ -6,6 +6,7 @@
 #include <set>
 
 #include "host/base/attributekey.h"
+#include "host/base/closest.h"
 #include "host/base/visible.h"
 #include "platform/hal/attributecontainer.h"
 #include "simulation/machine.h"
@@ -87,11 +88,13 @@ void AttributeKeys::refuse(const std::string& key) const {
   if (isPattern(key)) {
     throw simulation::Error(fmt::format("the machine has no attribute like '{}'", visible(key)));
   }
-  const auto near = indexes_.lower_bound(fullKey(key));
-  const std::string example =
-      near == indexes_.end() ? "" : fmt::format(", but for example '{}'", visible(near->first));
+  std::vector<std::string> known;
+  for (const std::string& one : keys_) {
+    const bool isBare = key.rfind("Device/", 0) != 0 && one.rfind(subDevicePrefix, 0) == 0;
+    known.push_back(isBare ? one.substr(sizeof subDevicePrefix - 1) : one);
+  }
   throw simulation::Error(
-      fmt::format("the machine has no attribute '{}'{}", visible(fullKey(key)), example));
+      fmt::format("the machine has no attribute '{}'{}", visible(key), didYouMean(key, known)));
 }
 
 }  // namespace host

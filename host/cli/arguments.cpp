@@ -144,6 +144,7 @@ int runChosen(int argc, char** argv, const char* what,
               const std::function<void(CLI::App& app, Command& chosen)>& add) {
   CLI::App app(what, "torvex");
   app.set_version_flag("--version", TORVEX_VERSION);
+  app.require_subcommand(1);
   app.failure_message([](const CLI::App*, const CLI::Error& error) {
     return visible(std::string("torvex: error: ") + error.what()) + "; see --help\n";
   });

@@ -10,7 +10,7 @@ trap '[ $? -eq 0 ] || cat "$work/log" >&3; rm -rf "$work"' EXIT
 set -x
 
 cmake --install "$build" --prefix "$work/installed"
-tool=$(cd "$work/installed" && find . -type f -name torvex)
+tool=$(cd "$work/installed" && find . -type f -path "*/bin/torvex")
 version=$("$work/installed/$tool" --version)
 mv "$work/installed" "$work/moved"
 [ "$("$work/moved/$tool" --version)" = "$version" ]
