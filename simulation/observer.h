@@ -55,6 +55,8 @@ class PLATFORM_API Observer {
   /// `hal::subDeviceKind`, `hal::deviceKind` or a further code.
   [[nodiscard]] std::uint8_t containerKind(int index) const;
   [[nodiscard]] std::uint8_t typeCode(int index) const;
+  /// Whether it is the command register of an actuator.
+  [[nodiscard]] bool isCommand(int index) const;
   /// The present value; it is never a mixture of two.
   [[nodiscard]] hal::AttrGeneric value(int index) const;
   /// All values as one cycle left them. While a cycle is being written it tries again, for a few

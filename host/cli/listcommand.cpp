@@ -23,6 +23,7 @@ namespace {
 
 struct ListOptions {
   std::string machinePath;
+  bool actuators = false;
   bool json = false;
 };
 
@@ -133,7 +134,12 @@ std::string table(const Json& attributes) {
 int list(const ListOptions& options) {
   const MachineModel machine = readMachineFile(options.machinePath);
   const StopSignal stopSignal;  // a closed pipe is then an error to meet
-  const Json attributes = attributesOf(machine.description);
+  Json attributes = attributesOf(machine.description);
+  if (options.actuators) {
+    attributes.erase(std::remove_if(attributes.begin(), attributes.end(),
+                                    [](const Json& one) { return one["actuator"] == false; }),
+                     attributes.end());
+  }
   return writeOut(options.json ? printed(attributes, 2) + "\n" : table(attributes));
 }
 
@@ -153,6 +159,7 @@ void addListCommand(CLI::App& app, Command& chosen) {
       "the signal's number when a signal stopped it.",
       [options] { return list(*options); }, chosen);
   addMachine(command, options->machinePath);
+  addFlag(command, "--actuators", options->actuators, "The values of actuators alone");
   addFlag(command, "--json", options->json, "An array of objects instead of a table");
 }
 

@@ -15,6 +15,7 @@
 #include "host/base/stopsignal.h"
 #include "host/cli/output.h"
 #include "host/cli/status.h"
+#include "host/cli/terminalkeys.h"
 #include "host/cli/watchscreen.h"
 #include "simulation/machine.h"
 #include "simulation/observer.h"
@@ -25,9 +26,14 @@ namespace {
 struct WatchOptions {
   std::vector<std::string> keys;
   std::string poolName = "torvex";
+  bool actuators = false;
   bool once = false;
   bool json = false;
 };
+
+/// The user has seen enough.
+constexpr int quitStatus = -1;
+constexpr int lookEveryMs = 100;
 
 /// What to write of the values at a time in milliseconds since watching began.
 using Look = std::function<std::string(std::int64_t timeMs)>;
@@ -35,7 +41,6 @@ using Look = std::function<std::string(std::int64_t timeMs)>;
 /// As `writeOut`: the status to exit with after a signal, and when nobody is
 /// left to read, which is noticed here although nothing is written.
 int waitForNextLook() {
-  constexpr int lookEveryMs = 100;
   pollfd output{STDOUT_FILENO, 0, 0};
   poll(&output, 1, lookEveryMs);
   if (const int signal = StopSignal::received()) {
@@ -44,8 +49,21 @@ int waitForNextLook() {
   return output.revents == 0 ? okStatus : shortfallStatus;
 }
 
+/// The same on a terminal: a key comes at once, and leads to another look.
+int waitForKey(const TerminalKeys& keys, WatchScreen& screen) {
+  pollfd input{keys.descriptor(), POLLIN, 0};
+  poll(&input, 1, lookEveryMs);
+  const TerminalKeys::Key key = keys.next();
+  screen.scroll(key);
+  if (const int signal = StopSignal::received()) {
+    return signalStatus + signal;
+  }
+  return key == TerminalKeys::Key::quit ? quitStatus : okStatus;
+}
+
 int follow(const simulation::Observer& observer, LiveValues& values, bool once, const Look& look,
-           int (*write)(const std::string&) = writeOut) {
+           int (*write)(const std::string&) = writeOut,
+           const std::function<int()>& wait = waitForNextLook) {
   const auto begin = std::chrono::steady_clock::now();
   while (true) {
     const bool isLast = once || !observer.isOwned();
@@ -55,7 +73,7 @@ int follow(const simulation::Observer& observer, LiveValues& values, bool once, 
     if (isLast || status != okStatus) {
       return status;
     }
-    status = waitForNextLook();
+    status = wait();
     if (status != okStatus) {
       return status;
     }
@@ -68,14 +86,29 @@ int lookOn(const simulation::Observer& observer, LiveValues& values, const Watch
                   [&](std::int64_t timeMs) { return jsonLine(values, timeMs); });
   }
   if (!options.once && isatty(STDOUT_FILENO) == 1) {
-    const WatchScreen screen("pool " + options.poolName, values);
+    WatchScreen screen("pool " + options.poolName, values);
+    const TerminalKeys keys;
     return follow(
         observer, values, false, [&](std::int64_t timeMs) { return screen.redrawn(timeMs); },
-        sendOut);
+        sendOut, [&] { return waitForKey(keys, screen); });
   }
   ValueLines lines(values);
   return follow(observer, values, options.once,
                 [&](std::int64_t timeMs) { return lines.changed(timeMs); });
+}
+
+/// What is wanted, or the command registers of all actuators.
+std::vector<std::string> keysOf(const WatchOptions& options, const simulation::Observer& observer,
+                                const AttributeKeys& known) {
+  std::vector<std::string> keys = options.keys;
+  if (options.actuators) {
+    for (const int index : known.find({})) {
+      if (observer.isCommand(index)) {
+        keys.push_back(known.key(index));
+      }
+    }
+  }
+  return keys;
 }
 
 int watch(const WatchOptions& options) {
@@ -84,9 +117,13 @@ int watch(const WatchOptions& options) {
     throw simulation::Error(fmt::format(
         "the machine of the device pool '{}' runs no more; start it anew", options.poolName));
   }
-  LiveValues values(observer, AttributeKeys(observer), options.keys);
+  const AttributeKeys known(observer);
+  LiveValues values(observer, known, keysOf(options, observer, known));
   const StopSignal stopSignal;
   const int status = lookOn(observer, values, options);
+  if (status == quitStatus) {
+    return okStatus;
+  }
   if (status == okStatus && !options.once) {
     complain("torvex: the machine has ended\n");
   } else if (status == okStatus && !options.json && values.ageMs()) {
@@ -104,7 +141,9 @@ void addWatchCommand(CLI::App& app, Command& chosen) {
       "Example, beside 'torvex run examples/humanoid/humanoid.yaml "
       "examples/humanoid/wave.yaml':\n"
       "  torvex watch torso_yaw/Value torso_yaw/Sensor/Value\n\n"
-      "On a terminal the values are redrawn ten times a second. Elsewhere there is a line\n"
+      "On a terminal the values are redrawn ten times a second, in the order of their keys; "
+      "arrows,\n"
+      "page up and down scroll, q quits. Elsewhere there is a line\n"
       "SECONDS KEY VALUE for each value that has changed, since watching began; with --json, at\n"
       "each look an object on a line: {\"time_ms\": ..., \"cycle\": its number, \"machine_ms\": "
       "machine\n"
@@ -119,6 +158,7 @@ void addWatchCommand(CLI::App& app, Command& chosen) {
                "Attributes to watch (default: all); a bare key, such as torso_yaw/Value, is "
                "taken under Device/SubDeviceList/");
   addPool(command, options->poolName);
+  addFlag(command, "--actuators", options->actuators, "The command registers of all actuators");
   addFlag(command, "--once", options->once, "Show the present values, and end");
   addFlag(command, "--json", options->json, "JSON, an object at each look");
 }

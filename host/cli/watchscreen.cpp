@@ -4,6 +4,8 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <numeric>
+#include <optional>
 #include <string_view>
 #include <utility>
 #include <vector>
@@ -30,7 +32,11 @@ void send(std::string_view bytes) {
 }  // namespace
 
 WatchScreen::WatchScreen(std::string title, const LiveValues& values)
-    : title_(std::move(title)), values_(values) {
+    : title_(std::move(title)), values_(values), order_(values.size()) {
+  std::iota(order_.begin(), order_.end(), std::size_t{0});
+  std::sort(order_.begin(), order_.end(), [&values](std::size_t one, std::size_t other) {
+    return values.key(one) < values.key(other);
+  });
   send(enter);
 }
 
@@ -38,15 +44,56 @@ WatchScreen::~WatchScreen() {
   send(leave);
 }
 
-std::string WatchScreen::redrawn(std::int64_t timeMs) const {
+void WatchScreen::scroll(TerminalKeys::Key key) {
+  const std::size_t last = order_.size() - std::min(rows_, order_.size());
+  const auto back = [this](std::size_t rows) { return first_ - std::min(first_, rows); };
+  switch (key) {
+    case TerminalKeys::Key::up:
+      first_ = back(1);
+      break;
+    case TerminalKeys::Key::down:
+      first_ = first_ + 1;
+      break;
+    case TerminalKeys::Key::pageUp:
+      first_ = back(rows_);
+      break;
+    case TerminalKeys::Key::pageDown:
+      first_ = first_ + rows_;
+      break;
+    case TerminalKeys::Key::home:
+      first_ = 0;
+      break;
+    case TerminalKeys::Key::end:
+      first_ = last;
+      break;
+    default:
+      break;
+  }
+  first_ = std::min(first_, last);
+}
+
+std::string WatchScreen::headline(std::size_t rows, std::int64_t timeMs) const {
+  const std::string part =
+      rows < order_.size() ? fmt::format("{} to {} of ", first_ + 1, first_ + rows) : "";
+  const std::optional<std::int64_t> ageMs = values_.ageMs();
+  const std::string age = ageMs ? fmt::format("  cycle {}, {:.3f} s ago", values_.cycle().number,
+                                              static_cast<double>(*ageMs) / 1000.0)
+                                : "";
+  return fmt::format("{}{}  {:.1f} s  {}{}", part, counted(order_.size(), "value"),
+                     static_cast<double>(timeMs) / 1000.0, title_, age);
+}
+
+std::string WatchScreen::redrawn(std::int64_t timeMs) {
   constexpr std::size_t leastNameColumns = 8;
   constexpr std::size_t valueColumns = 16;
   const TerminalSize size = terminalSize(STDOUT_FILENO);
-  const std::size_t rows = std::min(values_.size(), size.rows - 1);
+  rows_ = size.rows > 1 ? size.rows - 1 : 1;
+  scroll(TerminalKeys::Key::none);
+  const std::size_t rows = std::min(order_.size() - first_, rows_);
   std::vector<std::string> names;
   std::size_t nameColumns = leastNameColumns;
   for (std::size_t i = 0; i < rows; ++i) {
-    names.push_back(visible(values_.key(i)));
+    names.push_back(visible(values_.key(order_[first_ + i])));
     nameColumns = std::max(nameColumns, columnsOf(names.back()));
   }
   nameColumns =
@@ -55,18 +102,11 @@ std::string WatchScreen::redrawn(std::int64_t timeMs) const {
   const auto line = [&size](const std::string& text) {
     return fmt::format("{:.{}}{}", text, size.columns - 1, clearRestOfLine);
   };
-  const std::string rest =
-      rows < values_.size() ? fmt::format(" ({} more)", values_.size() - rows) : "";
   std::string bytes(home);
-  const std::optional<std::int64_t> ageMs = values_.ageMs();
-  const std::string age = ageMs ? fmt::format("  cycle {}, {:.3f} s ago", values_.cycle().number,
-                                              static_cast<double>(*ageMs) / 1000.0)
-                                : "";
-  bytes += line(fmt::format("{}{}  {:.1f} s  {}{}", counted(rows, "value"), rest,
-                            static_cast<double>(timeMs) / 1000.0, title_, age));
+  bytes += line(headline(rows, timeMs));
   for (std::size_t i = 0; i < rows; ++i) {
     bytes += "\r\n" + line(fmt::format("{:<{}} {}", cutInMiddle(names[i], nameColumns), nameColumns,
-                                       values_.shownValue(i)));
+                                       values_.shownValue(order_[first_ + i])));
   }
   return bytes.append(clearRestOfScreen);
 }

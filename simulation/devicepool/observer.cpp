@@ -182,6 +182,19 @@ std::uint8_t Observer::typeCode(int index) const {
   return view_->unlessCut(view_->attribute(index).typeCode);
 }
 
+bool Observer::isCommand(int index) const {
+  if (containerKind(index) != hal::subDeviceKind) {
+    return false;
+  }
+  const hal::DeviceAttrGeneric& attribute = view_->attribute(index);
+  const auto& subDevice =
+      view_->recordAt<SubDeviceRecord>(view_->offsetOf(attribute.container.get()));
+  // As a byte: what others wrote there may be no bool.
+  const auto isActuator = __atomic_load_n(
+      reinterpret_cast<const unsigned char*>(&subDevice.isActuator), __ATOMIC_RELAXED);
+  return view_->unlessCut(isActuator != 0 && subDevice.value.get() == &attribute);
+}
+
 hal::AttrGeneric Observer::value(int index) const {
   return view_->unlessCut(view_->value(index));
 }
