@@ -99,6 +99,19 @@ TEST(Backlog, FollowsTheRulesOfATimeline) {
   }
 }
 
+TEST(Backlog, PassesTheFirstPointOfASmoothBatchInMotionAlone) {
+  host::Backlog backlog;
+  const std::vector<host::Knot> knots(
+      2, {host::Shape::smooth, host::Knot::Known::velocity, 2.0F, 0.0F});
+  (void)backlog.take(pointsOf(batchAt({5, 9}), 0), TimedCommand::MERGE,
+                     std::make_shared<host::Curve>(knots, 0, false));
+  for (const bool inMotion : {false, true}) {
+    backlog.beginInMotion(inMotion);
+    EXPECT_EQ(backlog.knotOf(backlog.front()).velocity, inMotion ? 2.0F : 0.0F);
+    EXPECT_EQ(backlog.knotOf(backlog[1]).velocity, 2.0F);
+  }
+}
+
 TEST(Intake, PutsTheLaterOfTwoEqualTimesFirst) {
   const host::Rounds points = pointsOf(batchAt({3, 5, 5, 5, 8}), 0);
   std::vector<std::uint32_t> indices;
