@@ -12,7 +12,8 @@ Engine::Engine(const MachineModel& machine, const EngineOptions& options, Torvex
       library_(framework_.broker(), host),
       guard_(options.guard),
       pacer_(options.cycleMs, options.late),
-      streamer_(axes_, gate_, cycles_, teller_, options.cycleMs, options.startTick) {
+      streamer_(axes_, gate_, cycles_, teller_, options.cycleMs, options.startTick),
+      desk_(streamer_, teller_, machine.description.actuators.size()) {
   cycles_.latestMs = pacer_.timeMs();
   addAxes(machine);
 }

@@ -9,6 +9,7 @@
 
 #include "host/engine/axis.h"
 #include "host/engine/cyclestate.h"
+#include "host/engine/desk.h"
 #include "host/engine/gate.h"
 #include "host/engine/guard.h"
 #include "host/engine/library.h"
@@ -56,8 +57,15 @@ class Engine {
   /// Once, before the first cycle: lays in memory for what has come so far.
   void start() { streamer_.start(); }
 
-  /// See `Streamer::pass`.
-  void pass() { streamer_.pass(); }
+  /// See `Streamer::pass`, and `Desk::pass` for the time.
+  void pass(std::int64_t clockMs = 0) {
+    desk_.pass(clockMs);
+    streamer_.pass();
+  }
+
+  /// What clients ask for. As its own contract says.
+  [[nodiscard]] Desk& desk() { return desk_; }
+  [[nodiscard]] const Desk& desk() const { return desk_; }
 
   /// See `Streamer::end`. Any thread.
   void end() { streamer_.end(); }
@@ -112,6 +120,7 @@ class Engine {
   Teller teller_;
   Pacer pacer_;
   Streamer streamer_;
+  Desk desk_;
 };
 
 }  // namespace host

@@ -22,10 +22,15 @@ enum class EventKind : std::uint8_t {
   handedLate,  ///< machine time stood for a batch, or it came after its moment
   guarded,     ///< the guard saw a step beyond the maximum velocity, and what it did
   external,    ///< others wrote the command register
+  stopped,     ///< a client had an axis ramp to rest
+  held,        ///< the same, and the axis refuses all until it is released
+  released,    ///< its end
+  registered,  ///< a commander came
+  lost,        ///< a commander lost an axis, or ended
   stalled,     ///< the machine stood, because the process did
   uncertain,   ///< a rehearsal went no further: so many points are left
 };
-constexpr std::size_t eventKinds = 14;
+constexpr std::size_t eventKinds = 19;
 
 /// Why a batch is refused, or an axis is held.
 enum class Fault : std::uint8_t {
@@ -35,6 +40,14 @@ enum class Fault : std::uint8_t {
   notFinite,  ///< the command register would become infinite or no number
   guarded,    ///< the guard holds the axis
   tooSteep,   ///< a velocity or an acceleration beyond all that can be computed with
+  beyond,     ///< a value beyond the limits, or a curve that leaves them
+  tooFast,    ///< a segment beyond the maximum velocity
+  owned,      ///< the axis has another owner; of a commander that is lost, it was taken over
+  held,       ///< the axis is held until it is released
+  unknown,    ///< there is no such commander
+  expired,    ///< the lease of the commander ran out
+  resigned,   ///< the commander ended of itself
+  ending,     ///< the engine comes to its end
 };
 
 /// What happened. An event about points names one batch, and points whose numbers in the
@@ -54,8 +67,10 @@ struct Event {
   std::uint64_t count = 0;
   /// `limited`, `steep` and `beyond`: in how many rounds of the batch, from this one on.
   std::uint64_t rounds = 1;
-  /// `cleared`: the batch that did it, `byOthers` or `byGuard`.
+  /// `cleared`: the batch that did it, or one of the numbers below.
   std::uint32_t byBatch = 0;
+  /// Whose batch it is about, or whom it is about; 0 is nobody.
+  std::uint32_t commander = 0;
   /// `limited`: what was asked. `steep`, `guarded` and `unstopped`: the speed, in units a second.
   /// `beyond`: the farthest value. `late`, `handedLate` and `stalled`: milliseconds. `refused` as
   /// too dense: the points that would be due within two cycles.
@@ -65,7 +80,11 @@ struct Event {
 
   static constexpr std::uint32_t byOthers = ~std::uint32_t{0};
   static constexpr std::uint32_t byGuard = byOthers - 1;
+  /// By the end of the engine, a stop, a hold, and a commander that took over or was lost.
   static constexpr std::uint32_t byHost = byOthers - 2;
+  static constexpr std::uint32_t byStop = byOthers - 3;
+  static constexpr std::uint32_t byHold = byOthers - 4;
+  static constexpr std::uint32_t byCommander = byOthers - 5;
 };
 
 /// Is told what happens, in order, by the thread that makes it happen.

@@ -18,6 +18,8 @@ struct ScheduledBatch {
   Interpolation interpolation = Interpolation::message;
   /// Its first point is approached, from rest to rest.
   bool approaches = false;
+  /// The origin counts from the first cycle that can still follow it, when it is taken.
+  bool isRelative = false;
 };
 
 }  // namespace host

@@ -184,7 +184,7 @@ std::string Findings::refusalText(const Event& event) const {
           name);
     case Fault::guarded:
       return fmt::format("refused: the guard holds '{}'", name);
-    case Fault::none:
+    default:
       break;
   }
   return "refused";

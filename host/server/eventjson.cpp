@@ -10,6 +10,12 @@ void addCleared(const Event& event, Json& json) {
     json["by"] = "others";
   } else if (event.byBatch == Event::byGuard) {
     json["by"] = "guard";
+  } else if (event.byBatch == Event::byHold) {
+    json["by"] = "hold";
+  } else if (event.byBatch == Event::byCommander) {
+    json["by"] = "commander";
+  } else if (event.byBatch == Event::byStop || event.byBatch == Event::byHost) {
+    json["by"] = "stop";
   } else {
     json["by"] = "batch";
     json["by_batch"] = event.byBatch;
@@ -62,6 +68,16 @@ const char* kindName(EventKind kind) {
       return "external";
     case EventKind::stalled:
       return "stalled";
+    case EventKind::stopped:
+      return "stopped";
+    case EventKind::held:
+      return "held";
+    case EventKind::released:
+      return "released";
+    case EventKind::registered:
+      return "registered";
+    case EventKind::lost:
+      return "lost";
     case EventKind::uncertain:
       break;
   }
@@ -79,7 +95,22 @@ const char* reasonName(Fault fault) {
     case Fault::guarded:
       return "guard";
     case Fault::tooSteep:
+    case Fault::tooFast:
       return "too_fast";
+    case Fault::beyond:
+      return "beyond_limits";
+    case Fault::owned:
+      return "owned";
+    case Fault::held:
+      return "held";
+    case Fault::unknown:
+      return "unknown";
+    case Fault::expired:
+      return "expired";
+    case Fault::resigned:
+      return "resigned";
+    case Fault::ending:
+      return "ending";
     case Fault::none:
       break;
   }
