@@ -98,7 +98,7 @@ class World {
     (this->*operation.second)();
     expect(!isGuarded_ || seen_ == guarded(), "what the lock guarded when it was given up");
     isGuarded_ = false;
-    waiting_ = 0;
+    waiting_ = nobody;
     given_.clear();
     compare();
     return difference_.empty() ? "" : operation.first + (": " + difference_);
@@ -128,14 +128,14 @@ class World {
   void watchTheLock() {
     platform_.locked = [this] {
       expect(!isGuarded_ || seen_ == guarded(), "what the lock guards before it is held");
-      if (waiting_ != 0) {
-        interfere(real(waiting_ - 1).commandList);
+      if (waiting_ != nobody) {
+        interfere(real(waiting_).commandList);
       }
       locked_ = given_.empty() ? Guarded() : guarded();
     };
     platform_.unlocked = [this] { seen_ = isGuarded_ ? guarded() : Guarded(); };
     machine_.locked = [this](Timeline& timeline) {
-      if (waiting_ != 0) {
+      if (waiting_ != nobody) {
         interfere(timeline.commandList);
       }
     };
@@ -166,7 +166,7 @@ class World {
     given_.assign(expected.begin(), expected.end());
     const bool relinks = !given_.empty();
     seen_ = guarded();
-    waiting_ = pick_(8) == 0 ? to + 1 : 0;
+    waiting_ = pick_(8) == 0 ? to : nobody;
     const std::size_t index = to - copyCount;
     if (to < copyCount) {
       real(to).pushTimedCommand(given_, type);
@@ -199,7 +199,7 @@ class World {
   void cycleOne() {
     const std::size_t of = slot();
     const std::uint32_t previous = passTime();
-    waiting_ = pick_(8) == 0 ? of + 1 : 0;
+    waiting_ = pick_(8) == 0 ? of : nobody;
     real(of).run(now_, previous);
     machine_.cycle(at(of), now_, previous);
   }
@@ -378,8 +378,10 @@ class World {
   bool isGuarded_ = false;
   /// The caller's list of a push.
   CommandList given_;
-  /// The timeline that others change before the lock is held, counted from 1.
-  std::size_t waiting_ = 0;
+  /// The timeline that others change before the lock is held. It lies behind `given_`, where a
+  /// look at the first item of an empty list leads: as a rule not to zeros.
+  static constexpr std::size_t nobody = ~std::size_t{0};
+  std::size_t waiting_ = nobody;
 };
 
 }  // namespace model
