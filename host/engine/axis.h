@@ -10,6 +10,7 @@
 #include "host/engine/window.h"
 #include "host/input/machinemodel.h"
 #include "host/motion/backlog.h"
+#include "host/motion/judgement.h"
 #include "host/motion/pointcounts.h"
 #include "simulation/machine.h"
 
@@ -34,14 +35,15 @@ struct Register {
 
 /// One actuator of the machine, with all that is known of it.
 struct Axis {
-  Axis(int index_, const MachineModel& machine, TimedCommand& timeline_,
+  Axis(int index_, const MachineModel& machine, std::int64_t cycleMs, TimedCommand& timeline_,
        const hal::DeviceAttrGeneric& command_, const hal::DeviceAttrGeneric* measured_)
       : index(index_),
         actuator(machine.actuator(index_)),
         maximumAcceleration(machine.maximumAcceleration(index_)),
         timeline(&timeline_),
         command(&command_),
-        measured(measured_) {}
+        measured(measured_),
+        judge(machine, index_, cycleMs) {}
 
   /// In the machine's description.
   const int index;
@@ -69,6 +71,8 @@ struct Axis {
   Backlog backlog;
   /// Where the segment to the first point of the backlog begins.
   SegmentStart start;
+  /// Of what was taken so far.
+  Judge judge;
   /// What the timeline holds of it. Changes under the gate.
   Window window;
   /// The first cycle in the log that was not looked at yet.

@@ -29,9 +29,9 @@ void Engine::addAxes(const MachineModel& machine) {
         static_cast<std::size_t>(library_.commands.testActuatorName(valueKey(actuator)));
     const auto sensor = sensors.find(actuator.name + "/Sensor");
     const int position = static_cast<int>(axes_.size());
-    Axis& axis = axes_.emplace_back(position, machine, library_.commands.commandTable.at(index),
-                                    machine_.actuatorValue(position),
-                                    sensor == sensors.end() ? nullptr : sensor->second);
+    Axis& axis = axes_.emplace_back(
+        position, machine, options_.cycleMs, library_.commands.commandTable.at(index),
+        machine_.actuatorValue(position), sensor == sensors.end() ? nullptr : sensor->second);
     registers_.push_back({axis.command, bitsIn(*axis.command), bitsIn(*axis.command), &axis});
   }
   for (const Register& written : registers_) {

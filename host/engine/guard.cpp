@@ -3,17 +3,12 @@
 #include <algorithm>
 #include <cmath>
 
+#include "host/motion/limits.h"
+
 namespace host {
 namespace {
 
 constexpr double msPerSecond = 1000.0;
-constexpr double tolerance = 1.0001;
-
-/// A unit in the last place of the larger one.
-double ulpOf(float one, float other) {
-  const float larger = std::max(std::abs(one), std::abs(other));
-  return double{std::nextafter(larger, std::numeric_limits<float>::infinity())} - double{larger};
-}
 
 void write(hal::DeviceAttrGeneric& command, double value) noexcept {
   command.storeFloat(static_cast<float>(value));
@@ -30,7 +25,7 @@ void Guard::add(const simulation::Actuator& actuator, double maximumAcceleration
 }
 
 void Guard::check(std::int64_t timeMs, std::int64_t stepMs) noexcept {
-  const double passedMs = static_cast<double>(stepMs) * tolerance;
+  const double passedMs = static_cast<double>(stepMs) * stepTolerance;
   for (std::size_t i = 0; i < watched_.size(); ++i) {
     const Watched& watched = watched_[i];
     if (watched.isRamping) {
@@ -53,7 +48,7 @@ void Guard::touch(std::size_t index, float wanted, std::int64_t timeMs,
   const auto passedMs = static_cast<double>(stepMs);
   const double step = double{wanted} - double{watched.before()};
   const double allowed = watched.maximumVelocity * passedMs;
-  if (std::abs(step) <= allowed * tolerance + 2.0 * ulpOf(wanted, watched.before())) {
+  if (std::abs(step) <= allowed * stepTolerance + stepUlps * ulpOf(wanted, watched.before())) {
     return;
   }
   GuardRecord& record = *guarded.record;

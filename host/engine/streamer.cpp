@@ -232,7 +232,7 @@ void Streamer::takeOn(const Column& column, const Waiting& waiting, Taken& taken
   if (commands.isStop) {
     taken.removed = stop(axis, waiting.number);
   } else {
-    taken.removed = change(axis, [&] {
+    taken.removed = change(axis, waiting.number, [&] {
       return taken.merge ? taken.merge->applyTo(axis.backlog)
                          : axis.backlog.take(column.points, commands.mode, taken.curve);
     });
@@ -243,7 +243,7 @@ void Streamer::takeOn(const Column& column, const Waiting& waiting, Taken& taken
 
 /// Under the gate, after a look. Returns what the change of the backlog removes.
 template <typename Change>
-Backlog::Removed Streamer::change(Axis& axis, const Change& change) {
+Backlog::Removed Streamer::change(Axis& axis, std::uint32_t byBatch, const Change& change) {
   const bool hadFirst = !axis.backlog.empty();
   const Point first = hadFirst ? axis.backlog.front() : Point();
   const Knot firstKnot = axis.backlog.knotOf(first);
@@ -251,10 +251,10 @@ Backlog::Removed Streamer::change(Axis& axis, const Change& change) {
   const bool hasFirst = !axis.backlog.empty();
   const bool goesOn = hadFirst && hasFirst && axis.backlog.front().isSamePointAs(first);
   if (!goesOn) {
-    if (hadFirst && cycles_.latestMs > axis.start.timeMs && first.timeMs > cycles_.latestMs) {
-      timelines_.judge(axis, first, firstKnot, cycles_.latestMs);
+    if (hadFirst) {
+      timelines_.judge(axis, {first, firstKnot});
     }
-    timelines_.restart(axis);
+    timelines_.restart(axis, byBatch);
   }
   if (!hasFirst && hadFirst) {
     axis.target.reset();
@@ -278,7 +278,7 @@ Backlog::Removed Streamer::stop(Axis& axis, std::uint32_t batch) {
   if (const std::optional<Point> rest = timelines_.restOf(axis, batch)) {
     points.push_back(*rest);
   }
-  Backlog::Removed removed = change(axis, [&] {
+  Backlog::Removed removed = change(axis, batch, [&] {
     return axis.backlog.take(Rounds(std::move(points)), TimedCommand::REPLACE, stopCurve());
   });
   timelines_.removeOthers(axis);
@@ -338,6 +338,7 @@ void Streamer::publish() {
       idle = false;
       bound = std::min(bound, timelines_.boundMs(axis, latest));
     }
+    idle = idle && !axis.judge.isMoving();
   }
   boundMs_ = bound;
   idle_ = idle && areAxesAtRest();

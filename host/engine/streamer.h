@@ -90,7 +90,7 @@ class Streamer {
   void prepare(const Column& column, const Waiting& waiting, Taken& taken) const;
   void takeOn(const Column& column, const Waiting& waiting, Taken& taken);
   template <typename Change>
-  Backlog::Removed change(Axis& axis, const Change& change);
+  Backlog::Removed change(Axis& axis, std::uint32_t byBatch, const Change& change);
   Backlog::Removed stop(Axis& axis, std::uint32_t batch);
   void abandon();
   void tellTaken(const Column& column, const Taken& taken, const Waiting& waiting);

@@ -62,6 +62,9 @@ void Timelines::look(Axis& axis) {
     }
   }
   axis.nextCycle = cycles_.log.count();
+  if (axis.backlog.empty()) {
+    axis.judge.rest(cycles_.latestMs, listener_);
+  }
   noteExternal(axis);
   noteGuarded(axis);
 }
@@ -73,12 +76,12 @@ Timelines::Held Timelines::heldBy(const Axis& axis) {
 }
 
 void Timelines::noteAllTaken(Axis& axis, const TakenBy& taken) {
-  std::vector<Point> reached;
+  std::vector<Aim> points;
   for (std::size_t i = 0; i < taken.size(); ++i) {
-    noteTaken(axis, taken[i], reached);
+    takeFront(axis, points);
     const bool isLastOfCycle = i + 1 == taken.size() || taken[i + 1].timeMs != taken[i].timeMs;
     if (isLastOfCycle) {
-      tellReached(axis, taken[i], std::exchange(reached, {}));
+      noteTaken(axis, taken[i], std::exchange(points, {}));
     }
   }
 }
@@ -117,25 +120,42 @@ Timelines::TakenBy Timelines::takenSince(const Axis& axis) const {
   return taken;
 }
 
-/// The front item was taken in this cycle.
-void Timelines::noteTaken(Axis& axis, const Cycle& cycle, std::vector<Point>& reached) {
+/// The front item was taken; if it is a point, it is added.
+void Timelines::takeFront(Axis& axis, std::vector<Aim>& taken) {
   const WindowItem item = axis.window.items().front();
   axis.window.popFront();
   ++released_;
-  if (!isPoint(item)) {
+  if (isPoint(item)) {
+    const Point point = axis.backlog.front();
+    taken.push_back({point, axis.backlog.knotOf(point)});
+    axis.backlog.popFront();
+  }
+}
+
+/// A cycle took these points. The library goes on from the last of them, or from the cycle
+/// before when it came too late.
+void Timelines::noteTaken(Axis& axis, const Cycle& cycle, const std::vector<Aim>& taken) {
+  if (taken.empty()) {
     return;
   }
-  const Point point = axis.backlog.front();
-  const Knot knot = axis.backlog.knotOf(point);
-  axis.backlog.popFront();
-  judge(axis, point, knot, point.timeMs);
-  // The library goes on from the point, or from the cycle before when it came too late.
-  axis.start = startAt(point, knot, cycle.previousMs);
-  axis.lastReachedMs = cycle.timeMs;
-  if (!point.isOfHost) {
-    axis.target = point;
-    reached.push_back(point);
+  if (cycle.timeMs <= axis.guard.heldSinceMs) {
+    const Backlog& backlog = axis.backlog;
+    const auto next = backlog.empty()
+                          ? std::nullopt
+                          : std::optional<Aim>({backlog.front(), backlog.knotOf(backlog.front())});
+    axis.judge.reach({cycle.timeMs, cycle.previousMs, axis.start, taken, next}, listener_);
   }
+  const Aim& last = taken.back();
+  axis.start = startAt(last.point, last.knot, cycle.previousMs);
+  axis.lastReachedMs = cycle.timeMs;
+  std::vector<Point> points;
+  for (const Aim& aim : taken) {
+    if (!aim.point.isOfHost) {
+      axis.target = aim.point;
+      points.push_back(aim.point);
+    }
+  }
+  tellReached(axis, cycle, points);
 }
 
 /// What the library still takes of an axis that the guard holds is not reached.
@@ -194,12 +214,13 @@ void Timelines::reconcile(Axis& axis, const TakenBy& taken) {
       continue;
     }
     ++gone;
-    std::vector<Point> points;
     if (i < taken.size() && at == 0) {
-      noteTaken(axis, taken[i], points);
-      tellReached(axis, taken[i], points);
+      std::vector<Aim> reached;
+      takeFront(axis, reached);
+      noteTaken(axis, taken[i], reached);
       continue;
     }
+    std::vector<Point> points;
     const Window::Items& items = axis.window.items();
     if (isPoint(items[at])) {
       const auto number = static_cast<std::size_t>(
@@ -214,7 +235,7 @@ void Timelines::reconcile(Axis& axis, const TakenBy& taken) {
                 listener_);
   }
   if (cleared) {
-    restart(axis);
+    restart(axis, Event::byOthers);
     rebuild(axis);
   }
 }
@@ -236,7 +257,7 @@ void Timelines::noteExternal(Axis& axis) {
   if (axis.backlog.isStopping()) {
     axis.backlog.popFront();
   }
-  restart(axis);
+  restart(axis, Event::byOthers);
   rebuild(axis);
 }
 
@@ -258,30 +279,28 @@ void Timelines::noteGuarded(Axis& axis) {
 void Timelines::clear(Axis& axis) {
   if (!axis.backlog.empty()) {
     const Point& first = axis.backlog.front();
-    judge(axis, first, axis.backlog.knotOf(first), std::min(cycles_.latestMs, first.timeMs));
+    judge(axis, {first, axis.backlog.knotOf(first)});
   }
   tellCleared(clearedEvent(axis, cycles_.latestMs, Event::byGuard),
               axis.backlog.take(Rounds({}), TimedCommand::REPLACE), axis.counts, listener_);
   const std::size_t held = axis.window.items().size();
   axis.window.clear();
   axis.target.reset();
+  axis.judge.begin(cycles_.latestMs, restingAt(cycles_.latestMs, axis.commanded()), Event::byGuard);
   replace(axis, held);
   axis.guard.isCleared = true;
 }
 
-void Timelines::judge(const Axis& axis, const Point& end, const Knot& knot, std::int64_t untilMs) {
-  if (axis.actuator.interpolates && !end.isOfHost) {
-    Event event{
-        EventKind::steep, Fault::none, cycles_.latestMs, end.batch, axis.index, end.index, 1};
-    for (const Event& told :
-         judgeSegment(axis.actuator, {axis.start, end, knot, untilMs, cycleMs_}, event)) {
-      listener_.tell(told, &end);
-    }
+void Timelines::judge(Axis& axis, const Aim& aim) {
+  const std::int64_t untilMs = std::min(cycles_.latestMs, axis.guard.heldSinceMs);
+  if (aim.point.timeMs > untilMs) {
+    axis.judge.follow(axis.start, aim, untilMs, listener_);
   }
 }
 
-void Timelines::restart(Axis& axis) const {
+void Timelines::restart(Axis& axis, std::uint32_t byBatch) const {
   axis.start = presentStart(axis);
+  axis.judge.begin(cycles_.latestMs, axis.start, byBatch);
   axis.backlog.beginInMotion(axis.start.takesOver);
 }
 
@@ -336,7 +355,7 @@ bool Timelines::needsCare(const Axis& axis, std::int64_t latestMs) const {
     return true;
   }
   if (axis.isIdle()) {
-    return false;
+    return axis.judge.isMoving();
   }
   const Window::Items& items = axis.window.items();
   return (!items.empty() && items.front().timeMs <= latestMs) ||

@@ -65,11 +65,10 @@ class Timelines {
 
   /// Begins the segment to the first point anew: with what the register holds and the velocity
   /// of its last step, at the latest cycle; or from rest, at the next one, where the library
-  /// will resynchronise. Under the gate.
-  void restart(Axis& axis) const;
-  /// Tells of a segment, as far as it lies before this time, that is steeper than the
-  /// actuator may move, or leaves its limits between its ends.
-  void judge(const Axis& axis, const Point& end, const Knot& knot, std::int64_t untilMs);
+  /// will resynchronise. Under the gate. `byBatch` did it, or others.
+  void restart(Axis& axis, std::uint32_t byBatch) const;
+  /// Judges what the axis did up to the latest cycle, on its way to this point.
+  void judge(Axis& axis, const Aim& aim);
 
   /// Under the gate: takes a bounded number of released nodes back into the reserve. True
   /// while there are more.
@@ -104,7 +103,8 @@ class Timelines {
   [[nodiscard]] std::size_t mostItems(const Axis& axis, std::size_t held) const;
 
   [[nodiscard]] TakenBy takenSince(const Axis& axis) const;
-  void noteTaken(Axis& axis, const Cycle& cycle, std::vector<Point>& reached);
+  void takeFront(Axis& axis, std::vector<Aim>& taken);
+  void noteTaken(Axis& axis, const Cycle& cycle, const std::vector<Aim>& taken);
   [[nodiscard]] std::vector<bool> heldItems(const Axis& axis) const;
   void reconcile(Axis& axis, const TakenBy& taken);
   void tellReached(Axis& axis, const Cycle& cycle, const std::vector<Point>& points);

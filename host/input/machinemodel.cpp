@@ -8,8 +8,18 @@
 
 namespace host {
 
+double MachineModel::velocityLimit(int index) const {
+  auto limit = double{actuator(index).maximumVelocity};
+  for (const Follower& follower : followers) {
+    if (follower.actuator == index && follower.multiplier != 0.0) {
+      limit = std::min(limit, follower.maximumVelocity / std::abs(follower.multiplier));
+    }
+  }
+  return limit;
+}
+
 double MachineModel::approachVelocity(int index) const {
-  const auto most = double{actuator(index).maximumVelocity};
+  const double most = velocityLimit(index);
   const auto given = approachVelocities.find(index);
   if (given != approachVelocities.end()) {
     return std::min(given->second, most);

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <limits>
 #include <map>
 #include <set>
 #include <string>
@@ -8,6 +9,18 @@
 #include "simulation/machine.h"
 
 namespace host {
+
+/// A joint that follows an actuator: it stands at `multiplier` times the actuator's value, plus
+/// `offset`. Its limits are in its own units.
+struct Follower {
+  std::string name;
+  int actuator = 0;
+  double multiplier = 1.0;
+  double offset = 0.0;
+  double minimum = -std::numeric_limits<double>::infinity();
+  double maximum = std::numeric_limits<double>::infinity();
+  double maximumVelocity = std::numeric_limits<double>::infinity();
+};
 
 /// A machine as a file describes it, to be simulated.
 struct MachineModel {
@@ -24,10 +37,15 @@ struct MachineModel {
   /// Of actuators, by index, that have one; units a second squared.
   std::map<int, double> maximumAccelerations;
 
+  /// With limits of their own.
+  std::vector<Follower> followers;
+
   [[nodiscard]] const simulation::Actuator& actuator(int index) const {
     return description.actuators[static_cast<std::size_t>(index)];
   }
-  /// At most the maximum velocity; 1 where nothing is known.
+  /// How fast the actuator, and what follows it, may move; units a second.
+  [[nodiscard]] double velocityLimit(int index) const;
+  /// At most this limit; 1 where nothing is known.
   [[nodiscard]] double approachVelocity(int index) const;
   /// Infinity where none is known.
   [[nodiscard]] double maximumAcceleration(int index) const;

@@ -61,6 +61,8 @@ struct Mimicry {
   std::string master;
   double multiplier = 1.0;
   double offset = 0.0;
+  /// The joint with its own limits.
+  simulation::Actuator limits;
 };
 
 std::string trimmed(std::string text) {
@@ -186,7 +188,7 @@ class UrdfReader {
     addSensor(joint, name, draft_.actuator(name), 1.0, 0.0);
   }
 
-  /// Its limits move nothing, but are checked as those of an actuator, where it has any.
+  /// Its limits are checked as those of an actuator, where it has any.
   void readFollower(const pugi::xml_node& joint, const pugi::xml_node& mimic,
                     const std::string& name, bool continuous) {
     Mimicry mimicry;
@@ -194,14 +196,13 @@ class UrdfReader {
     mimicry.master = attribute(mimic, "joint").value();
     readNumber(mimic, "multiplier", mimicry.multiplier);
     readNumber(mimic, "offset", mimicry.offset);
-    mimicries_.emplace(name, std::move(mimicry));
-    simulation::Actuator unused;
-    unused.name = name;
+    mimicry.limits.name = name;
     ActuatorFields fields;
     fields.location = at(joint);
     readLimits(joint, name, continuous, fields);
     fields.lacking.reset();
-    settle(fields, unused, errors_);
+    settle(fields, mimicry.limits, errors_);
+    mimicries_.emplace(name, std::move(mimicry));
   }
 
   void readLimits(const pugi::xml_node& joint, const std::string& name, bool continuous,
@@ -316,6 +317,24 @@ class UrdfReader {
     }
     addSensor(mimicry.joint, name, draft_.actuator(mimicry.master), mimicry.multiplier,
               mimicry.offset);
+    addFollower(mimicry);
+  }
+
+  /// A joint that could not move at all is no joint: such limits are none.
+  void addFollower(const Mimicry& mimicry) {
+    Follower follower;
+    follower.name = mimicry.limits.name;
+    follower.actuator = draft_.actuator(mimicry.master);
+    follower.multiplier = mimicry.multiplier;
+    follower.offset = mimicry.offset;
+    if (mimicry.limits.minimum < mimicry.limits.maximum) {
+      follower.minimum = mimicry.limits.minimum;
+      follower.maximum = mimicry.limits.maximum;
+    }
+    if (mimicry.limits.maximumVelocity > 0) {
+      follower.maximumVelocity = double{mimicry.limits.maximumVelocity};
+    }
+    draft_.model.followers.push_back(std::move(follower));
   }
 
   const std::string& path_;

@@ -337,7 +337,7 @@ void Backlog::dropEnded() {
   }
 }
 
-std::uint64_t Backlog::skipRounds(std::int64_t untilMs) {
+std::uint64_t Backlog::skipRounds(std::int64_t untilMs, std::uint64_t unit) {
   Waiting& waiting = rounds_.front();
   const std::int64_t periodMs = waiting.points.periodMs();
   const std::uint64_t each = waiting.points.sizeOfRound();
@@ -353,8 +353,12 @@ std::uint64_t Backlog::skipRounds(std::int64_t untilMs) {
   if (roomMs < periodMs) {
     return 0;
   }
-  const std::uint64_t rounds =
+  std::uint64_t rounds =
       std::min(static_cast<std::uint64_t>(roomMs / periodMs), (waiting.end - waiting.next) / each);
+  rounds -= rounds % unit;
+  if (rounds == 0) {
+    return 0;
+  }
   for (Cursor cursor; cursor.block != others.block || cursor.offset != others.offset;
        cursor = behind(cursor)) {
     Point& point = blocks_[cursor.block][cursor.offset];

@@ -110,8 +110,8 @@ class Backlog {
   }
   /// Passes over whole rounds of this batch as if they had been reached, as many as end before
   /// points of others are due, and with the new first point due by `untilMs`. The first point is
-  /// one of this batch, and lies behind its first round. Returns how many.
-  std::uint64_t skipRounds(std::int64_t untilMs);
+  /// one of this batch, and lies behind its first round. Returns how many: a multiple of `unit`.
+  std::uint64_t skipRounds(std::int64_t untilMs, std::uint64_t unit);
 
  private:
   struct WaitingCurve {

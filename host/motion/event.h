@@ -15,8 +15,9 @@ enum class EventKind : std::uint8_t {
   cleared,     ///< points were removed by another batch, by others or by the guard
   late,        ///< points were due before they could be reached
   limited,     ///< a point was moved into the limits
-  steep,       ///< a segment asks for more than the maximum velocity
-  beyond,      ///< a curve leaves the limits between its points
+  steep,       ///< a segment, or a step of one cycle, asks for more than the maximum velocity
+  abrupt,      ///< a curve, or a corner of the path, asks for more than the maximum acceleration
+  beyond,      ///< a curve leaves the limits between its points, or takes a follower beyond its own
   unstopped,   ///< the last point of a batch has a velocity, and is held nevertheless
   refused,     ///< a batch was refused, and why
   handedLate,  ///< machine time stood for a batch, or it came after its moment
@@ -30,7 +31,7 @@ enum class EventKind : std::uint8_t {
   stalled,     ///< the machine stood, because the process did
   uncertain,   ///< a rehearsal went no further: so many points are left
 };
-constexpr std::size_t eventKinds = 19;
+constexpr std::size_t eventKinds = 20;
 
 /// Why a batch is refused, or an axis is held.
 enum class Fault : std::uint8_t {
@@ -65,18 +66,23 @@ struct Event {
   std::uint32_t point = 0;
   /// How many points; for `external` and `guarded`, cycles; for `stalled`, stalls.
   std::uint64_t count = 0;
-  /// `limited`, `steep` and `beyond`: in how many rounds of the batch, from this one on.
+  /// `limited`, `steep`, `abrupt` and `beyond`: in how many rounds of the batch, from this one
+  /// on, and how many rounds lie from one to the next.
   std::uint64_t rounds = 1;
+  std::uint64_t roundStep = 1;
   /// `cleared`: the batch that did it, or one of the numbers below.
   std::uint32_t byBatch = 0;
   /// Whose batch it is about, or whom it is about; 0 is nobody.
   std::uint32_t commander = 0;
   /// `limited`: what was asked. `steep`, `guarded` and `unstopped`: the speed, in units a second.
-  /// `beyond`: the farthest value. `late`, `handedLate` and `stalled`: milliseconds. `refused` as
-  /// too dense: the points that would be due within two cycles.
+  /// `abrupt`: units a second squared. `beyond`: the farthest value. `late`, `handedLate` and
+  /// `stalled`: milliseconds. `refused` as too dense: the points that would be due within two
+  /// cycles.
   double amount = 0.0;
-  /// `steep` and `beyond`: when, in machine time; not a number for the whole of a line.
+  /// `steep`, `abrupt` and `beyond`: when, in machine time; not a number for the whole of a line.
   double momentMs = std::numeric_limits<double>::quiet_NaN();
+  /// `steep` and `beyond`: whose limit it is, in the machine model; -1 for the actuator's own.
+  int follower = -1;
 
   static constexpr std::uint32_t byOthers = ~std::uint32_t{0};
   static constexpr std::uint32_t byGuard = byOthers - 1;

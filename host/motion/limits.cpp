@@ -57,9 +57,9 @@ bool isSameValue(const hal::AttrGeneric& one, const hal::AttrGeneric& other) {
   return one.asTextOffset == other.asTextOffset;
 }
 
-bool isTooFast(const simulation::Actuator& actuator, double speed) {
-  constexpr double rounding = 1.0001;
-  return speed > double{actuator.maximumVelocity} * rounding;
+double ulpOf(float one, float other) noexcept {
+  const float larger = std::max(std::abs(one), std::abs(other));
+  return double{std::nextafter(larger, std::numeric_limits<float>::infinity())} - double{larger};
 }
 
 }  // namespace host

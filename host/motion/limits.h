@@ -24,7 +24,12 @@ hal::AttrGeneric limited(const simulation::Actuator& actuator, const hal::AttrGe
 /// Whether two records command the same: every byte of them.
 bool isSameValue(const hal::AttrGeneric& one, const hal::AttrGeneric& other);
 
-/// Whether a speed, in units a second, exceeds the maximum velocity by more than rounding.
-bool isTooFast(const simulation::Actuator& actuator, double speed);
+/// A step is too large that is larger than the maximum velocity allows by more than this factor
+/// and so many units in the last place.
+constexpr double stepTolerance = 1.0001;
+constexpr double stepUlps = 2.0;
+
+/// A unit in the last place of the larger one. May be called in the control cycle.
+double ulpOf(float one, float other) noexcept;
 
 }  // namespace host

@@ -16,6 +16,21 @@
 namespace host {
 namespace {
 
+/// Passes on what it is told, and keeps it.
+class Recorder : public Listener {
+ public:
+  explicit Recorder(Listener& listener) : listener_(listener) {}
+
+  void tell(const Event& event, const Point* points) override {
+    listener_.tell(event, points);
+    told.emplace_back(event, *points);
+  }
+  std::vector<std::pair<Event, Point>> told;
+
+ private:
+  Listener& listener_;
+};
+
 /// One axis, advanced from change to change.
 class RehearsedAxis {
  public:
@@ -27,7 +42,8 @@ class RehearsedAxis {
         listener_(listener),
         latestMs_(-cycleMs),
         start_(restingAt(0, commandedNumber(actuator_, initialRecord(actuator_)))),
-        valueBefore_(start_.value) {}
+        valueBefore_(start_.value),
+        judge_(machine, index, cycleMs) {}
 
   /// Runs all cycles up to this one.
   void goOnTo(std::int64_t cycleMs) {
@@ -75,10 +91,13 @@ class RehearsedAxis {
     walked_.clear();
     const bool goesOn = hadFirst && !backlog_.empty() && backlog_.front().isSamePointAs(first);
     if (!goesOn) {
-      if (hadFirst && latestMs_ > start_.timeMs && first.timeMs > latestMs_) {
-        judge(first, firstKnot, latestMs_);
+      if (!hadFirst) {
+        judge_.rest(latestMs_, listener_);
+      } else if (first.timeMs > latestMs_) {
+        judge_.follow(start_, {first, firstKnot}, latestMs_, listener_);
       }
       start_ = present;
+      judge_.begin(latestMs_, start_, intake.number);
       backlog_.beginInMotion(present.takesOver);
     }
     tellCleared(cleared, removed, counts_, listener_);
@@ -92,6 +111,9 @@ class RehearsedAxis {
 
   void finish() {
     goOnTo(std::numeric_limits<std::int64_t>::max() / 2);
+    if (backlog_.empty()) {
+      judge_.rest(latestMs_, listener_);
+    }
     if (gaveUp_) {
       const Point& next = backlog_.front();
       Event uncertain{EventKind::uncertain, Fault::none, latestMs_, next.batch, index_, next.index};
@@ -103,6 +125,20 @@ class RehearsedAxis {
   [[nodiscard]] const PointCounts& counts() const { return counts_; }
 
  private:
+  /// What was told, when a cycle had taken points up to this one.
+  struct Told {
+    Event event;
+    Point point;
+    std::uint32_t after;
+  };
+  /// What went by since the last change.
+  struct Walked {
+    std::uint32_t batch = 0;
+    std::uint64_t count = 0;
+    std::vector<Told> told;
+    void clear() { *this = Walked(); }
+  };
+
   Backlog::Removed stop(const SegmentStart& present, std::uint32_t batch) {
     std::vector<Point> points;
     if (backlog_.isStopping()) {
@@ -122,20 +158,21 @@ class RehearsedAxis {
   }
 
   void run(std::int64_t cycleMs) {
+    std::vector<Aim> taken;
     std::vector<Point> reached;
     const std::size_t count = reachedCount(backlog_.size(), cycleMs,
                                            [this](std::size_t i) { return backlog_[i].timeMs; });
     for (std::size_t i = 0; i < count; ++i) {
       const Point point = backlog_.front();
-      const Knot knot = backlog_.knotOf(point);
+      taken.push_back({point, backlog_.knotOf(point)});
       backlog_.popFront();
-      judge(point, knot, point.timeMs);
       noteWalked(point, cycleMs);
-      start_ = startAt(point, knot, cycleMs - cycleMs_);
       if (!point.isOfHost) {
         reached.push_back(point);
       }
     }
+    judge({cycleMs, cycleMs - cycleMs_, start_, taken, nextAim()});
+    start_ = startAt(taken.back().point, taken.back().knot, cycleMs - cycleMs_);
     counts_.reached += reached.size();
     walkedInAll_ += count;
     tellRuns({EventKind::reached, Fault::none, cycleMs, 0, index_}, reached, listener_);
@@ -152,17 +189,19 @@ class RehearsedAxis {
     latestMs_ = std::max(latestMs_, cycleMs);
   }
 
-  void judge(const Point& end, const Knot& knot, std::int64_t untilMs) {
-    if (!actuator_.interpolates || end.isOfHost) {
-      return;
-    }
-    const Event event{EventKind::steep, Fault::none, latestMs_, end.batch, index_, end.index, 1};
+  [[nodiscard]] std::optional<Aim> nextAim() const {
+    return backlog_.empty()
+               ? std::nullopt
+               : std::optional<Aim>({backlog_.front(), backlog_.knotOf(backlog_.front())});
+  }
+
+  void judge(const Taking& taking) {
     const Rounds* const rounds = backlog_.onlyRounds();
-    for (const Event& told :
-         judgeSegment(actuator_, {start_, end, knot, untilMs, cycleMs_}, event)) {
-      listener_.tell(told, &end);
-      if (rounds != nullptr && rounds->first().front().batch == end.batch) {
-        walked_.told.emplace_back(told, end);
+    Recorder recorder(listener_);
+    judge_.reach(taking, recorder);
+    for (auto& [event, point] : recorder.told) {
+      if (rounds != nullptr && rounds->first().front().batch == point.batch) {
+        walked_.told.push_back({event, point, taking.points.back().point.index});
       }
     }
   }
@@ -180,36 +219,53 @@ class RehearsedAxis {
   /// Once a whole round went undisturbed, those like it are only counted.
   void skipRounds(std::int64_t untilMs) {
     const Rounds* const rounds = backlog_.onlyRounds();
-    if (rounds == nullptr || !rounds->rises() || walked_.count <= rounds->sizeOfRound() ||
+    if (rounds == nullptr || !rounds->rises() ||
+        walked_.count <= roundsOnGrid(*rounds) * rounds->sizeOfRound() ||
         walked_.batch != rounds->first().front().batch) {
       return;
     }
     const Walked walked = std::exchange(walked_, {});
     const Point next = backlog_.front();
-    const std::uint64_t each = rounds->sizeOfRound();
-    const std::int64_t periodMs = rounds->periodMs();
-    const std::uint64_t skipped = next.batch == walked.batch ? backlog_.skipRounds(untilMs) : 0;
+    const Rounds of = *rounds;
+    const std::uint64_t skipped =
+        next.batch == walked.batch ? backlog_.skipRounds(untilMs, roundsOnGrid(of)) : 0;
     if (skipped == 0) {
       return;
     }
-    start_.timeMs += static_cast<std::int64_t>(skipped) * periodMs;
-    // The cycle of the last of them may reach the next one as well.
-    latestMs_ = cycleBefore(backlog_.front().timeMs, cycleMs_);
-    for (auto [event, end] : walked.told) {
-      if (end.index + each >= next.index) {
-        end.index += static_cast<std::uint32_t>(each);
-        end.timeMs += periodMs;
-        event.point = end.index;
+    const std::uint64_t points = skipped * of.sizeOfRound();
+    const std::int64_t tookMs = static_cast<std::int64_t>(skipped) * of.periodMs();
+    start_.timeMs += tookMs;
+    latestMs_ += tookMs;
+    judge_.skip(tookMs, static_cast<std::uint32_t>(points));
+    tellAgain(walked, of, skipped, next.index);
+    counts_.reached += points;
+    Event reached{EventKind::reached, Fault::none, latestMs_, next.batch, index_, next.index};
+    reached.count = points;
+    listener_.tell(reached, nullptr);
+  }
+
+  /// After so many rounds the points lie on the grid of the cycles as before.
+  [[nodiscard]] std::uint64_t roundsOnGrid(const Rounds& rounds) const {
+    return static_cast<std::uint64_t>(cycleMs_ / std::gcd(cycleMs_, rounds.periodMs()));
+  }
+
+  /// What was told of the last rounds holds for those that follow.
+  void tellAgain(const Walked& walked, const Rounds& rounds, std::uint64_t skipped,
+                 std::uint32_t next) {
+    const std::uint64_t unit = roundsOnGrid(rounds);
+    const std::uint64_t points = unit * rounds.sizeOfRound();
+    const std::int64_t periodMs = static_cast<std::int64_t>(unit) * rounds.periodMs();
+    for (auto [event, point, after] : walked.told) {
+      if (after + points >= next) {
+        point.index += static_cast<std::uint32_t>(points);
+        point.timeMs += periodMs;
+        event.point = point.index;
         event.momentMs += static_cast<double>(periodMs);
-        event.rounds = skipped;
-        listener_.tell(event, &end);
+        event.rounds = skipped / unit;
+        event.roundStep = unit;
+        listener_.tell(event, &point);
       }
     }
-    counts_.reached += skipped * each;
-    Event reached{EventKind::reached, Fault::none, cycleBefore(start_.timeMs, cycleMs_) + cycleMs_,
-                  next.batch,         index_,      next.index};
-    reached.count = skipped * each;
-    listener_.tell(reached, nullptr);
   }
 
   /// What the register holds after the latest cycle, but for the rounding of a line.
@@ -218,16 +274,30 @@ class RehearsedAxis {
       return start_.value;
     }
     const Point& end = backlog_.front();
-    const double value = Segment(start_, end, backlog_.knotOf(end)).valueAt(latestMs_);
-    return std::clamp(value, actuator_.minimum, actuator_.maximum);
+    return registerAt(Segment(start_, end, backlog_.knotOf(end)), latestMs_, cycleMs_,
+                      {actuator_.minimum, actuator_.maximum});
   }
 
   /// Where the segment to a new first point begins. The library has no value of its own
   /// before its first pass, and then begins a cycle later.
   [[nodiscard]] SegmentStart presentStart() const {
     const double value = valueNow();
-    return hasRun_ ? movingAt(latestMs_, value, value - valueBefore_, cycleMs_)
-                   : restingAt(latestMs_ + cycleMs_, value);
+    SegmentStart start = hasRun_ ? movingAt(latestMs_, value, value - valueBefore_, cycleMs_)
+                                 : restingAt(latestMs_ + cycleMs_, value);
+    start.doubt = start_.doubt;
+    start.velocityDoubt = start.takesOver ? velocityDoubtAt(value) : 0.0;
+    if (!backlog_.empty() && start_.timeMs < latestMs_ && backlog_.front().timeMs > latestMs_) {
+      const Point& end = backlog_.front();
+      start.doubt += strayAt(Segment(start_, end, backlog_.knotOf(end)), latestMs_, cycleMs_);
+    }
+    return start;
+  }
+
+  /// Of a step that the register took.
+  [[nodiscard]] double velocityDoubtAt(double value) const {
+    const auto single = static_cast<float>(value);
+    return (2.0 * stepUlps * ulpOf(single, single) + start_.doubt) / static_cast<double>(cycleMs_) *
+           1000.0;
   }
 
   const int index_;
@@ -240,14 +310,8 @@ class RehearsedAxis {
   SegmentStart start_;
   /// What the register held a cycle before the latest one.
   double valueBefore_;
+  Judge judge_;
   bool hasRun_ = false;
-  /// What went by since the last change.
-  struct Walked {
-    std::uint32_t batch = 0;
-    std::uint64_t count = 0;
-    std::vector<std::pair<Event, Point>> told;
-    void clear() { *this = Walked(); }
-  };
   Walked walked_;
   std::uint64_t walkedInAll_ = 0;
   bool gaveUp_ = false;

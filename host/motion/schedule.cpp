@@ -63,7 +63,7 @@ Approach approachOf(const CommandBatch& batch, std::size_t column, const Machine
   Approach approach;
   approach.joint = actuator.name;
   approach.distance = std::abs(double{first} - double{std::get<float>(actuator.value)});
-  approach.limit = double{actuator.maximumVelocity};
+  approach.limit = machine.velocityLimit(batch.actuators[column]);
   approach.velocity = machine.approachVelocity(batch.actuators[column]);
   approach.acceleration = machine.maximumAcceleration(batch.actuators[column]);
   approach.leftMs = static_cast<double>(batch.fromMs + batch.times.front());

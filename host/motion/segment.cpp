@@ -29,6 +29,27 @@ double monotone(double velocity, double difference) {
   return std::clamp(velocity, std::min(steepest, 0.0), std::max(steepest, 0.0));
 }
 
+/// Where the samples of a segment may lie.
+struct Samples {
+  std::int64_t firstMs;
+  std::int64_t distanceMs;
+
+  Samples(const Segment& segment, std::int64_t cycleMs, const Range& range)
+      : firstMs(segment.isLine() ? segment.startMs() : 0),
+        distanceMs(cycleMs * (segment.isLine() ? cyclesBetweenSamples(segment.largestMagnitude())
+                              : segment.isExact() || segment.mayLeave(range)
+                                  ? 1
+                                  : cyclesBetweenSamples(segment, cycleMs))) {}
+  /// The last one up to a time, or the first.
+  [[nodiscard]] std::int64_t before(std::int64_t timeMs) const {
+    return firstMs + std::max<std::int64_t>(timeMs - firstMs, 0) / distanceMs * distanceMs;
+  }
+};
+
+double heldAt(const Segment& segment, std::int64_t timeMs, const Range& range) {
+  return std::clamp(segment.valueAt(timeMs), range.minimum, range.maximum);
+}
+
 Shape shapeOf(const SegmentStart& start, const Point& end, const Knot& knot) {
   if (end.timeMs <= start.timeMs) {
     return Shape::linear;
@@ -132,6 +153,10 @@ double Segment::valueAt(std::int64_t timeMs) const {
   const double share = shareAt(static_cast<double>(timeMs));
   return isLine() ? ordinates_[0] + (ordinates_[1] - ordinates_[0]) * share
                   : evaluate(ordinates_, degree_, share);
+}
+
+double Segment::velocity() const {
+  return (ordinates_[degree_] - ordinates_[0]) / static_cast<double>(endMs_ - startMs_);
 }
 
 double Segment::evaluate(Ordinates ordinates, std::size_t degree, double share) {
@@ -257,6 +282,16 @@ std::optional<double> Segment::restFrom(std::int64_t fromMs, double direction) c
   return goesOn(1.0) ? std::nullopt : std::optional(ordinates_[degree_]);
 }
 
+Segment::Extreme Segment::mostAccelerated(std::int64_t untilMs) const {
+  Extreme most =
+      inTime(extreme(differences(differences(ordinates_, degree_), degree_ - 1), degree_ - 2,
+                     shareAt(static_cast<double>(untilMs)),
+                     [](double one, double other) { return std::abs(one) > std::abs(other); }));
+  const double seconds = durationMs_ / 1000.0;
+  most.amount = std::abs(most.amount) / (seconds * seconds);
+  return most;
+}
+
 std::int64_t cyclesBetweenSamples(double magnitude) {
   return cyclesWithin(std::max(1e-5 / ulpOf(magnitude), 2.0));
 }
@@ -275,25 +310,44 @@ std::int64_t cyclesBetweenSamples(const Segment& curve, std::int64_t cycleMs) {
 
 std::optional<Sample> sampleAfter(const Segment& segment, std::int64_t afterMs,
                                   std::int64_t cycleMs, const Range& range) {
-  const std::int64_t cycles = segment.isLine() ? cyclesBetweenSamples(segment.largestMagnitude())
-                              : segment.isExact() || segment.mayLeave(range)
-                                  ? 1
-                                  : cyclesBetweenSamples(segment, cycleMs);
-  const std::int64_t distanceMs = cycles * cycleMs;
-  const std::int64_t firstMs = segment.isLine() ? segment.startMs() : 0;
-  const std::int64_t passed = std::max<std::int64_t>(afterMs - firstMs, 0) / distanceMs + 1;
-  const std::int64_t timeMs = firstMs + passed * distanceMs;
+  const Samples samples(segment, cycleMs, range);
+  const std::int64_t timeMs = samples.before(afterMs) + samples.distanceMs;
   if (timeMs >= segment.endMs()) {
     return std::nullopt;
   }
-  const double value = std::clamp(segment.valueAt(timeMs), range.minimum, range.maximum);
-  return Sample{timeMs, static_cast<float>(value)};
+  return Sample{timeMs, static_cast<float>(heldAt(segment, timeMs, range))};
 }
 
-double speedOf(const SegmentStart& start, std::int64_t endMs, double endValue,
-               std::int64_t cycleMs) {
-  const std::int64_t durationMs = endMs > start.timeMs ? endMs - start.timeMs : cycleMs;
-  return std::abs(endValue - start.value) / static_cast<double>(durationMs) * 1000.0;
+double registerAt(const Segment& segment, std::int64_t timeMs, std::int64_t cycleMs,
+                  const Range& range) {
+  if (segment.isLine() || timeMs <= segment.startMs() || timeMs >= segment.endMs()) {
+    return heldAt(segment, std::max(timeMs, segment.startMs()), range);
+  }
+  const std::int64_t beforeMs = Samples(segment, cycleMs, range).before(timeMs);
+  const bool isSample = beforeMs > segment.startMs() && beforeMs <= timeMs;
+  const std::int64_t fromMs = isSample ? beforeMs : segment.startMs();
+  const double held = heldAt(segment, fromMs, range);
+  const double from = isSample ? double{static_cast<float>(held)} : held;
+  const auto sample = sampleAfter(segment, timeMs, cycleMs, range);
+  const std::int64_t toMs = sample ? sample->timeMs : segment.endMs();
+  const double to = sample ? double{sample->value} : heldAt(segment, toMs, range);
+  return from +
+         (to - from) * static_cast<double>(timeMs - fromMs) / static_cast<double>(toMs - fromMs);
+}
+
+std::int64_t straightUntil(const Segment& segment, std::int64_t timeMs, std::int64_t cycleMs,
+                           const Range& range) {
+  const auto sample = sampleAfter(segment, timeMs - 1, cycleMs, range);
+  return sample ? sample->timeMs : segment.endMs();
+}
+
+double strayAt(const Segment& segment, std::int64_t timeMs, std::int64_t cycleMs) {
+  const double magnitude = segment.largestMagnitude();
+  const std::int64_t between =
+      segment.isLine() ? cyclesBetweenSamples(magnitude) : cyclesBetweenSamples(segment, cycleMs);
+  const std::int64_t passed = (timeMs - segment.startMs()) / cycleMs + 1;
+  return (ownRounding + ulpsPerCycle * static_cast<double>(std::min(between, passed))) *
+         ulpOf(magnitude);
 }
 
 }  // namespace host

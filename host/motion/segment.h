@@ -22,6 +22,9 @@ struct SegmentStart {
   Knot::Known known = Knot::Known::nothing;
   /// The axis was in motion when a batch took over: a smooth segment may overshoot.
   bool takesOver = false;
+  /// By how much rounding makes value and velocity uncertain.
+  double doubt = 0.0;
+  double velocityDoubt = 0.0;
 };
 
 /// Starts at a moment: at rest; and in motion, by so much in the cycle before.
@@ -49,6 +52,8 @@ class Segment {
   [[nodiscard]] std::int64_t startMs() const { return startMs_; }
   [[nodiscard]] std::int64_t endMs() const { return endMs_; }
   [[nodiscard]] double valueAt(std::int64_t timeMs) const;
+  /// The mean over the whole, in units a millisecond.
+  [[nodiscard]] double velocity() const;
 
   /// Bounds of the magnitude of the value, and of its second derivative in units a second
   /// squared. The latter holds exactly for a cubic.
@@ -60,11 +65,12 @@ class Segment {
     double timeMs = 0.0;
     double amount = 0.0;
   };
-  /// Where it lies lowest, highest, and where it is fastest, up to a time within it; the
-  /// amount of the latter is a speed in units a second.
+  /// Where it lies lowest, highest, and where its velocity and its acceleration are largest, up
+  /// to a time within it; the latter in units a second, and a second squared.
   [[nodiscard]] Extreme lowest(std::int64_t untilMs) const;
   [[nodiscard]] Extreme highest(std::int64_t untilMs) const;
   [[nodiscard]] Extreme fastest(std::int64_t untilMs) const;
+  [[nodiscard]] Extreme mostAccelerated(std::int64_t untilMs) const;
 
   /// Where, from a time within it on, it first does not go on in this direction (1 or -1): at
   /// rest, or turning. None where it goes on to its end, and arrives there in motion.
@@ -127,9 +133,14 @@ std::int64_t cyclesBetweenSamples(const Segment& curve, std::int64_t cycleMs);
 std::optional<Sample> sampleAfter(const Segment& segment, std::int64_t afterMs,
                                   std::int64_t cycleMs, const Range& range = {});
 
-/// The speed that a line asks for, in units a second. What is already past is to be
-/// reached in one cycle.
-double speedOf(const SegmentStart& start, std::int64_t endMs, double endValue,
-               std::int64_t cycleMs);
+/// What a cycle at this time makes of a segment, but for rounding: between samples it runs
+/// straight. Within the segment.
+double registerAt(const Segment& segment, std::int64_t timeMs, std::int64_t cycleMs,
+                  const Range& range);
+/// Where the straight piece ends on which it lies then.
+std::int64_t straightUntil(const Segment& segment, std::int64_t timeMs, std::int64_t cycleMs,
+                           const Range& range);
+/// How far rounding may have led from there.
+double strayAt(const Segment& segment, std::int64_t timeMs, std::int64_t cycleMs);
 
 }  // namespace host

@@ -15,7 +15,8 @@ namespace host {
 namespace {
 
 const char* nounOf(EventKind kind) {
-  const bool isOfSegment = kind == EventKind::steep || kind == EventKind::beyond;
+  const bool isOfSegment =
+      kind == EventKind::steep || kind == EventKind::abrupt || kind == EventKind::beyond;
   return isOfSegment ? "segment" : kind == EventKind::guarded ? "step" : "point";
 }
 
@@ -60,6 +61,8 @@ std::string Findings::textOf(const Event& event, const Point* points) const {
       return limitText(event, *points);
     case EventKind::steep:
       return speedText(event, *points);
+    case EventKind::abrupt:
+      return accelerationText(event);
     case EventKind::beyond:
       return beyondText(event);
     case EventKind::unstopped:
@@ -95,7 +98,10 @@ double Findings::excessOf(const Event& event, const Point* points) const {
 }
 
 void Findings::note(const Event& event, double excess, const std::string& text) {
-  const int actuator = isAboutWholeBatch(event.kind) ? -1 : event.actuator;
+  const auto actuators = static_cast<int>(machine_.description.actuators.size());
+  const int actuator = isAboutWholeBatch(event.kind) ? -1
+                       : event.follower >= 0         ? actuators + event.follower
+                                                     : event.actuator;
   Worst& worst = worst_[{event.batch, {event.kind, actuator}}];
   const bool isFirst = worst.count == 0;
   worst.count += event.rounds;
@@ -126,30 +132,53 @@ std::string Findings::limitText(const Event& event, const Point& point) const {
                      digits);
 }
 
-double Findings::beyondBy(const Event& event) const {
+Findings::Limited Findings::limitedBy(const Event& event) const {
   const simulation::Actuator& actuator = actuatorOf(event);
-  return std::max(event.amount - actuator.maximum, actuator.minimum - event.amount);
+  if (event.follower >= 0) {
+    const Follower& follower = machine_.followers[static_cast<std::size_t>(event.follower)];
+    return {fmt::format("{}, which follows {},", follower.name, actuator.name), follower};
+  }
+  Follower own;
+  own.minimum = actuator.minimum;
+  own.maximum = actuator.maximum;
+  own.maximumVelocity = double{actuator.maximumVelocity};
+  return {actuator.name, own};
+}
+
+double Findings::beyondBy(const Event& event) const {
+  const Follower as = limitedBy(event).as;
+  const double value = as.multiplier * event.amount + as.offset;
+  return std::max(value - as.maximum, as.minimum - value);
 }
 
 std::string Findings::beyondText(const Event& event) const {
-  const simulation::Actuator& actuator = actuatorOf(event);
-  const bool above = event.amount > actuator.maximum;
-  return fmt::format("{} goes to {:.6g} between two points, at {:.3f} s, {} its {} {:.6g}",
-                     actuator.name, event.amount, secondsOf(event.momentMs),
+  const auto [name, as] = limitedBy(event);
+  const double value = as.multiplier * event.amount + as.offset;
+  const bool above = value > as.maximum;
+  return fmt::format("{} goes to {:.6g} {}at {:.3f} s, {} its {} {:.6g}", name, value,
+                     event.follower >= 0 ? "" : "between two points, ", secondsOf(event.momentMs),
                      above ? "above" : "below", above ? "maximum" : "minimum",
-                     above ? actuator.maximum : actuator.minimum);
+                     above ? as.maximum : as.minimum);
 }
 
 std::string Findings::speedText(const Event& event, const Point& point) const {
-  const simulation::Actuator& actuator = actuatorOf(event);
+  const auto [name, as] = limitedBy(event);
+  const double factor = std::abs(as.multiplier);
   if (std::isfinite(event.momentMs)) {
-    return fmt::format("{} moves {:.4g} a second at {:.3f} s, above its limit {:.4g}",
-                       actuator.name, event.amount, secondsOf(event.momentMs),
-                       actuator.maximumVelocity);
+    return fmt::format("{} moves {:.4g} a second at {:.3f} s, above its limit {:.4g}", name,
+                       event.amount * factor, secondsOf(event.momentMs), as.maximumVelocity);
   }
+  const double value = commandedNumber(actuatorOf(event), point.value);
   return fmt::format("{} moves {:.4g} a second to be {:.6g} at {:.3f} s, above its limit {:.4g}",
-                     actuator.name, event.amount, commandedNumber(actuator, point.value),
-                     secondsOf(point.timeMs), actuator.maximumVelocity);
+                     name, event.amount * factor, as.multiplier * value + as.offset,
+                     secondsOf(point.timeMs), as.maximumVelocity);
+}
+
+std::string Findings::accelerationText(const Event& event) const {
+  return fmt::format(
+      "{} accelerates by {:.4g} a second squared at {:.3f} s, above its limit {:.4g}",
+      actuatorOf(event).name, event.amount, secondsOf(event.momentMs),
+      machine_.maximumAcceleration(event.actuator));
 }
 
 std::string Findings::guardText(const Event& event) const {
@@ -199,7 +228,9 @@ std::vector<Finding> Findings::all() const {
     if (key.first != Event::byOthers) {
       const CommandBatch& batch = *plan_.batches[key.first].commands;
       finding.path = whole ? batch.path : batch.pointsPath;
-      finding.location = whole ? batch.location : batch.locations[batch.rowOf(worst.point)];
+      finding.location = whole || batch.locations.empty()
+                             ? batch.location
+                             : batch.locations[batch.rowOf(worst.point)];
     }
     finding.text = worst.text;
     finding.isFailure = worst.isFailure;

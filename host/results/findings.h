@@ -59,7 +59,14 @@ class Findings : public Listener {
   [[nodiscard]] const simulation::Actuator& actuatorOf(const Event& event) const {
     return machine_.actuator(event.actuator);
   }
+  /// Whose limit it is, and what the actuator's commands mean for that.
+  struct Limited {
+    std::string name;
+    Follower as;
+  };
+  [[nodiscard]] Limited limitedBy(const Event& event) const;
   [[nodiscard]] std::string limitText(const Event& event, const Point& point) const;
+  [[nodiscard]] std::string accelerationText(const Event& event) const;
   [[nodiscard]] std::string speedText(const Event& event, const Point& point) const;
   [[nodiscard]] std::string refusalText(const Event& event) const;
   [[nodiscard]] std::string guardText(const Event& event) const;

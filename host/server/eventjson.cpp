@@ -27,6 +27,7 @@ bool hasAmount(EventKind kind) {
     case EventKind::late:
     case EventKind::limited:
     case EventKind::steep:
+    case EventKind::abrupt:
     case EventKind::beyond:
     case EventKind::unstopped:
     case EventKind::handedLate:
@@ -54,6 +55,8 @@ const char* kindName(EventKind kind) {
       return "limited";
     case EventKind::steep:
       return "steep";
+    case EventKind::abrupt:
+      return "abrupt";
     case EventKind::beyond:
       return "beyond";
     case EventKind::unstopped:
@@ -125,6 +128,9 @@ std::string eventLine(const Event& event, std::uint64_t number, const MachineMod
   if (event.actuator >= 0) {
     json["key"] = valueKey(machine.actuator(event.actuator));
     json["point"] = event.point;
+  }
+  if (event.follower >= 0) {
+    json["follower"] = machine.followers[static_cast<std::size_t>(event.follower)].name;
   }
   json["count"] = event.count;
   if (event.rounds != 1) {

@@ -43,7 +43,7 @@ class Diary : public host::Listener {
     const bool perPoint = event.kind == host::EventKind::taken ||
                           event.kind == host::EventKind::reached ||
                           event.kind == host::EventKind::cleared;
-    const std::uint64_t round = event.rounds > 1 ? sizeOfRound(event.batch) : 0;
+    const std::uint64_t round = event.rounds > 1 ? event.roundStep * sizeOfRound(event.batch) : 0;
     for (std::uint64_t i = 0; i < (perPoint ? event.count : event.rounds); ++i) {
       const auto point = static_cast<std::uint32_t>(event.point + i * (perPoint ? 1 : round));
       Entry& entry = entries_[{event.kind, event.actuator, event.batch, point}];
@@ -55,8 +55,10 @@ class Diary : public host::Listener {
       entry.count = perPoint ? 1 : event.count;
       entry.byBatch = event.byBatch;
       entry.reason = event.reason;
-      entry.amount = event.amount;
-      ++entry.told;
+      // Of several about one point, the worst.
+      const bool isJudged = isOfSegment(event.kind);
+      entry.amount = isJudged ? std::max(entry.amount, event.amount) : event.amount;
+      entry.told += isJudged ? 0 : 1;
     }
   }
 
@@ -72,7 +74,8 @@ class Diary : public host::Listener {
     return (commands.size() - commands.times.size()) / (commands.repeat - 1);
   }
   static bool isOfSegment(host::EventKind kind) {
-    return kind == host::EventKind::steep || kind == host::EventKind::beyond;
+    return kind == host::EventKind::steep || kind == host::EventKind::abrupt ||
+           kind == host::EventKind::beyond;
   }
   /// By which amounts may differ. Values agree to 1e-5 or two units in the last place: over a
   /// millisecond, the speeds, which a curve or a stop goes on with.

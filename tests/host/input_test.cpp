@@ -310,7 +310,7 @@ TEST(Check, SaysWhatIsLateOrBeyondTheLimits) {
             ":2:67: warning: a moves 3 a second to be -1 at 3.000 s, above its limit 2\n"
             ":3:54: warning: a moves 2.769 a second to be 1.25 at 2.750 s, above its limit 2\n"
             ":5:3: warning: 1 of 2 points late by 40 ms\n"
-            ":6:5: warning: b moves 50 a second to be 0.5 at 1.960 s, above its limit 2\n");
+            ":6:5: warning: b moves 50.06 a second at 2.000 s, above its limit 2\n");
 }
 
 }  // namespace

@@ -154,6 +154,7 @@ TEST(Rehearsal, CountsUndisturbedRoundsTogether) {
   Case made;
   made.addActuator(true);
   made.machine.description.actuators[0].maximumVelocity = 5.0F;
+  made.options.timing.cycleMs = 1;
   host::CommandBatch& waves = made.addBatch(TimedCommand::MERGE, {0});
   waves.atMs = 0;
   waves.repeat = 100'000'000;
