@@ -53,7 +53,7 @@ void readItems(const PointReader& reader, const Fields& fields, const Node& owne
                                 "'torvex list' shows them",
                                 key, reader.machine().name));
   }
-  batch.pointsPath = document.path();
+  batch.pointsPath = document.pathOf(fields.at("items"));
   batch.actuators.push_back(actuator);
   for (const Node& item : document.entries(fields, "items")) {
     document.attempt([&] { readItem(reader, item, actuator, batch); });
@@ -62,7 +62,7 @@ void readItems(const PointReader& reader, const Fields& fields, const Node& owne
 
 /// Exactly one of three.
 void readPoints(const PointReader& reader, const Fields& fields, const Node& owner,
-                TrajectorySource& trajectories, CommandBatch& batch) {
+                BatchSource& source, CommandBatch& batch) {
   const Document& document = reader.document();
   const auto trajectory = fields.find("trajectory");
   const auto file = fields.find("trajectory_file");
@@ -78,20 +78,10 @@ void readPoints(const PointReader& reader, const Fields& fields, const Node& own
     document.fail(key->second, "a trajectory names its joints itself; the key belongs to items");
   }
   if (trajectory != fields.end()) {
-    trajectories.readTrajectoryAt(reader, trajectory->second, batch);
+    source.readTrajectoryAt(reader, trajectory->second, batch);
   } else {
-    trajectories.readTrajectoryFile(document, file->second, batch);
+    source.readTrajectoryFile(document, file->second, batch);
   }
-}
-
-void readMoment(const Document& document, const Fields& fields, const Node& node,
-                CommandBatch& batch) {
-  batch.atMs = 0;
-  document.requiredField(fields, node, "at",
-                         [&](const Node& at) { batch.atMs = document.milliseconds(at, "at"); });
-  batch.fromMs = *batch.atMs;
-  document.field(fields, "from",
-                 [&](const Node& from) { batch.fromMs = document.milliseconds(from, "from"); });
 }
 
 /// Steps are what all other actuators do.
@@ -247,8 +237,7 @@ CommandBatch readStop(const PointReader& reader, const Fields& fields, const Nod
 
 }  // namespace
 
-CommandBatch readBatch(const PointReader& reader, const Node& node,
-                       TrajectorySource& trajectories) {
+CommandBatch readBatch(const PointReader& reader, const Node& node, BatchSource& source) {
   const Document& document = reader.document();
   const Fields fields =
       document.fields(node, "a batch",
@@ -258,15 +247,14 @@ CommandBatch readBatch(const PointReader& reader, const Node& node,
     return readStop(reader, fields, node);
   }
   CommandBatch batch;
-  batch.path = document.path();
-  readMoment(document, fields, node, batch);
+  batch.path = document.pathOf(node);
+  source.readMoment(document, fields, node, batch);
   const bool hasMode = document.field(
       fields, "mode", [&](const Node& mode) { batch.mode = readMode(document, mode); });
   // Times of a batch that is stretched are looked at when it is.
   const std::uint32_t fromMs = batch.fromMs;
   batch.fromMs = fields.count("speed") != 0 ? 0 : fromMs;
-  const bool isWhole =
-      document.attempt([&] { readPoints(reader, fields, node, trajectories, batch); });
+  const bool isWhole = document.attempt([&] { readPoints(reader, fields, node, source, batch); });
   batch.fromMs = fromMs;
   batch.location = node.location();
   if (!isWhole) {

@@ -4,14 +4,18 @@
 
 namespace host {
 
-/// Where the trajectory of a batch comes from. Throws `UserError` and `AlreadyReported`.
-class TrajectorySource {
+/// What a batch in a file has otherwise than one in a request. Throws `UserError` and
+/// `AlreadyReported`.
+class BatchSource {
  public:
-  TrajectorySource() = default;
-  TrajectorySource(const TrajectorySource&) = delete;
-  TrajectorySource& operator=(const TrajectorySource&) = delete;
-  virtual ~TrajectorySource() = default;
+  BatchSource() = default;
+  BatchSource(const BatchSource&) = delete;
+  BatchSource& operator=(const BatchSource&) = delete;
+  virtual ~BatchSource() = default;
 
+  /// When it is handed over, and what its times count from.
+  virtual void readMoment(const Document& document, const Document::Fields& fields,
+                          const Node& node, CommandBatch& batch) = 0;
   /// Below `node`, in wrappers or without.
   virtual void readTrajectoryAt(const PointReader& reader, const Node& node,
                                 CommandBatch& batch) = 0;
@@ -21,6 +25,6 @@ class TrajectorySource {
 };
 
 /// Reads one command batch of a motion file: when, how, and its points. Throws `UserError`.
-CommandBatch readBatch(const PointReader& reader, const Node& node, TrajectorySource& trajectories);
+CommandBatch readBatch(const PointReader& reader, const Node& node, BatchSource& source);
 
 }  // namespace host

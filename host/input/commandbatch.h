@@ -28,7 +28,7 @@ struct CommandBatch {
   std::string path;
   /// Where it stands in the file.
   SourceLocation location;
-  /// The file that its points stand in.
+  /// The file that its points stand in; in a request, the pointer of their list.
   std::string pointsPath;
   /// When it is handed over. A trajectory that is a file of its own has no such
   /// moment: its first point is approached from the first cycle on.

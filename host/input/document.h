@@ -33,6 +33,10 @@ class Document {
            Format format = Format::yaml);
 
   [[nodiscard]] const std::string& path() const { return path_; }
+  /// The file's path; in a request, the JSON pointer of the node.
+  [[nodiscard]] std::string pathOf(const Node& node) const {
+    return format_ == Format::yaml ? path_ : node.pointer();
+  }
   [[nodiscard]] Node root() const { return tree_.root(); }
 
   [[nodiscard]] FileLocation at(const Node& node) const;

@@ -237,7 +237,7 @@ void readFlatPoints(const PointReader& reader, const Node& positions, const Node
 
 void readJointTrajectory(const PointReader& reader, const Node& node, CommandBatch& batch) {
   const Document& document = reader.document();
-  batch.pointsPath = document.path();
+  batch.pointsPath = document.pathOf(node);
   const Fields fields =
       document.fields(node, "the trajectory", {"header", "joint_names", "points"});
   document.attempt([&] { noteStamp(document, fields, batch); });
@@ -246,6 +246,7 @@ void readJointTrajectory(const PointReader& reader, const Node& node, CommandBat
                          [&](const Node& names) { columns.emplace(reader, names, batch); });
   document.requiredField(fields, node, "points", [&](const Node& points) {
     if (columns) {
+      batch.pointsPath = document.pathOf(points);
       readPoints(reader, points, *columns, batch);
     }
   });
@@ -253,7 +254,7 @@ void readJointTrajectory(const PointReader& reader, const Node& node, CommandBat
 
 void readNamedMotion(const PointReader& reader, const Node& node, CommandBatch& batch) {
   const Document& document = reader.document();
-  batch.pointsPath = document.path();
+  batch.pointsPath = document.pathOf(node);
   const Fields fields = document.fields(
       node, "a named motion", {"joints", "points", "positions", "times_from_start", "meta"});
   std::optional<Columns> columns;

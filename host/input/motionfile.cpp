@@ -44,17 +44,39 @@ Node motionNamed(const Document& document, const Node& motions,
                                    counted(names.size(), "named motion"), document.path(), known));
 }
 
+void readTrajectory(const PointReader& reader, const MotionContent& content,
+                    const std::optional<std::string>& name, CommandBatch& batch) {
+  const Document& document = reader.document();
+  batch.location = content.node.location();
+  if (content.kind == MotionContent::Kind::namedMotions) {
+    const Node motion = motionNamed(document, *content.node.find("motions"), name);
+    batch.location = motion.location();
+    readNamedMotion(reader, motion, batch);
+  } else if (name) {
+    document.fail(content.node,
+                  fmt::format("there are no named motions here; leave ':{}' out", *name));
+  } else if (content.kind == MotionContent::Kind::batches) {
+    document.fail(content.node, "there are batches here, where one trajectory is needed");
+  } else {
+    readJointTrajectory(reader, content.node, batch);
+  }
+  if (!content.ignored.empty()) {
+    batch.notes.push_back(
+        fmt::format("{}: ignored: {}", batch.pointsPath, fmt::join(content.ignored, ", ")));
+  }
+}
+
 /// Reads the files of one run, and those that their batches name, each of these once.
-class MotionReader : public TrajectorySource {
+class MotionReader : public BatchSource {
  public:
   MotionReader(const MotionTexts& texts, const MachineModel& machine, const MotionOptions& options,
                ErrorCollector& errors)
-      : texts_(texts), machine_(machine), options_(options), errors_(errors) {}
+      : texts_(texts), names_(machine), options_(options), errors_(errors) {}
 
   std::vector<CommandBatch> read(const std::string& given) {
     const MotionName name = splitMotionName(given, texts_);
     const Document document(name.path, texts_.read(name.path), errors_);
-    const PointReader reader(document, machine_, options_);
+    const PointReader reader(document, names_, options_);
     const MotionContent content = unwrapMotion(document, document.root());
     if (content.kind == MotionContent::Kind::batches && !name.motion) {
       return readBatches(reader, content.node);
@@ -66,8 +88,18 @@ class MotionReader : public TrajectorySource {
     return {std::move(batch)};
   }
 
+  void readMoment(const Document& document, const Document::Fields& fields, const Node& node,
+                  CommandBatch& batch) override {
+    batch.atMs = 0;
+    document.requiredField(fields, node, "at",
+                           [&](const Node& at) { batch.atMs = document.milliseconds(at, "at"); });
+    batch.fromMs = *batch.atMs;
+    document.field(fields, "from",
+                   [&](const Node& from) { batch.fromMs = document.milliseconds(from, "from"); });
+  }
+
   void readTrajectoryAt(const PointReader& reader, const Node& node, CommandBatch& batch) override {
-    readTrajectory(reader, unwrapMotion(reader.document(), node), std::nullopt, batch);
+    readTrajectoryBelow(reader, node, batch);
   }
 
   void readTrajectoryFile(const Document& document, const Node& node,
@@ -109,30 +141,8 @@ class MotionReader : public TrajectorySource {
                     fmt::format("trajectory_file: {} {}", name.path, error.entries()[0].text));
     }
     const Document named(name.path, text, errors_);
-    readTrajectory(PointReader(named, machine_, options_), unwrapMotion(named, named.root()),
+    readTrajectory(PointReader(named, names_, options_), unwrapMotion(named, named.root()),
                    name.motion, batch);
-  }
-
-  static void readTrajectory(const PointReader& reader, const MotionContent& content,
-                             const std::optional<std::string>& name, CommandBatch& batch) {
-    const Document& document = reader.document();
-    batch.location = content.node.location();
-    if (content.kind == MotionContent::Kind::namedMotions) {
-      const Node motion = motionNamed(document, *content.node.find("motions"), name);
-      batch.location = motion.location();
-      readNamedMotion(reader, motion, batch);
-    } else if (name) {
-      document.fail(content.node,
-                    fmt::format("there are no named motions here; leave ':{}' out", *name));
-    } else if (content.kind == MotionContent::Kind::batches) {
-      document.fail(content.node, "there are batches here, where one trajectory is needed");
-    } else {
-      readJointTrajectory(reader, content.node, batch);
-    }
-    if (!content.ignored.empty()) {
-      batch.notes.push_back(
-          fmt::format("{}: ignored: {}", batch.pointsPath, fmt::join(content.ignored, ", ")));
-    }
   }
 
   std::vector<CommandBatch> readBatches(const PointReader& reader, const Node& node) {
@@ -169,7 +179,7 @@ class MotionReader : public TrajectorySource {
   }
 
   const MotionTexts& texts_;
-  const MachineModel& machine_;
+  const ActuatorNames names_;
   const MotionOptions options_;
   ErrorCollector& errors_;
   std::size_t count_ = 0;
@@ -178,6 +188,10 @@ class MotionReader : public TrajectorySource {
 };
 
 }  // namespace
+
+void readTrajectoryBelow(const PointReader& reader, const Node& node, CommandBatch& batch) {
+  readTrajectory(reader, unwrapMotion(reader.document(), node), std::nullopt, batch);
+}
 
 std::vector<CommandBatch> readMotionFiles(const std::vector<std::string>& names,
                                           const MachineModel& machine,

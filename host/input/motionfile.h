@@ -7,6 +7,7 @@
 #include "host/input/machinemodel.h"
 #include "host/input/motionoptions.h"
 #include "host/input/motiontexts.h"
+#include "host/input/pointreader.h"
 
 namespace host {
 
@@ -21,5 +22,9 @@ std::vector<CommandBatch> readMotionFiles(const std::vector<std::string>& names,
 std::vector<CommandBatch> readMotions(const std::vector<std::string>& names,
                                       const MotionTexts& texts, const MachineModel& machine,
                                       const MotionOptions& options);
+
+/// Reads the trajectory below a node, in wrappers or without. Throws `UserError` and
+/// `AlreadyReported`.
+void readTrajectoryBelow(const PointReader& reader, const Node& node, CommandBatch& batch);
 
 }  // namespace host

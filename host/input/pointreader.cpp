@@ -7,23 +7,19 @@
 
 namespace host {
 
-PointReader::PointReader(const Document& document, const MachineModel& machine,
-                         const MotionOptions& options)
-    : document_(document),
-      machine_(machine),
-      options_(options),
-      actuators_(actuatorIndexes(machine)) {
+ActuatorNames::ActuatorNames(const MachineModel& machine)
+    : machine_(machine), actuators_(actuatorIndexes(machine)) {
   for (const auto& [name, index] : actuators_) {
     keys_.emplace(valueKey(machine.actuator(index)), index);
   }
 }
 
-int PointReader::actuatorNamed(const std::string& name) const {
+int ActuatorNames::named(const std::string& name) const {
   const auto found = actuators_.find(name);
   return found == actuators_.end() ? -1 : found->second;
 }
 
-int PointReader::actuatorWithKey(const std::string& key) const {
+int ActuatorNames::withKey(const std::string& key) const {
   const auto found = keys_.find(fullKey(key));
   return found == keys_.end() ? -1 : found->second;
 }
@@ -32,7 +28,7 @@ hal::AttrGeneric PointReader::value(const Node& node, int actuator, const char* 
   if (actuator < 0) {
     return hal::AttrGeneric(document_.singleNumber(node, what));
   }
-  const simulation::Actuator& commanded = machine_.actuator(actuator);
+  const simulation::Actuator& commanded = machine().actuator(actuator);
   if (commanded.typeCode == hal::floatTypeCode) {
     return hal::AttrGeneric(document_.singleNumber(node, what));
   }
