@@ -216,15 +216,16 @@ void readStopped(const PointReader& reader, const Node& node, CommandBatch& batc
 }
 
 /// It is its own mode, and has nothing but its moment.
-CommandBatch readStop(const PointReader& reader, const Fields& fields, const Node& node) {
+CommandBatch readStop(const PointReader& reader, const Fields& fields, const Node& node,
+                      BatchSource& source) {
   const Document& document = reader.document();
   CommandBatch batch;
-  batch.path = document.path();
-  batch.pointsPath = document.path();
+  batch.path = document.pathOf(node);
+  batch.pointsPath = batch.path;
   batch.location = node.location();
   batch.mode = TimedCommand::REPLACE;
   batch.isStop = true;
-  readMoment(document, fields, node, batch);
+  source.readMoment(document, fields, node, batch);
   for (const auto& [key, value] : fields) {
     if (key != "at" && key != "stop") {
       document.report(value,
@@ -244,7 +245,7 @@ CommandBatch readBatch(const PointReader& reader, const Node& node, BatchSource&
                       {"at", "from", "mode", "interpolation", "trajectory", "trajectory_file",
                        "key", "items", "speed", "repeat", "stop"});
   if (fields.count("stop") != 0) {
-    return readStop(reader, fields, node);
+    return readStop(reader, fields, node, source);
   }
   CommandBatch batch;
   batch.path = document.pathOf(node);

@@ -24,6 +24,11 @@ int ActuatorNames::withKey(const std::string& key) const {
   return found == keys_.end() ? -1 : found->second;
 }
 
+int ActuatorNames::find(const std::string& nameOrKey) const {
+  const int byName = named(nameOrKey);
+  return byName < 0 ? withKey(nameOrKey) : byName;
+}
+
 hal::AttrGeneric PointReader::value(const Node& node, int actuator, const char* what) const {
   if (actuator < 0) {
     return hal::AttrGeneric(document_.singleNumber(node, what));

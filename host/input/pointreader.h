@@ -23,6 +23,8 @@ class ActuatorNames {
   [[nodiscard]] int named(const std::string& name) const;
   /// The same, by the bare or full key of its value.
   [[nodiscard]] int withKey(const std::string& key) const;
+  /// By its name or else by its key.
+  [[nodiscard]] int find(const std::string& nameOrKey) const;
 
  private:
   const MachineModel& machine_;

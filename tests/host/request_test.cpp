@@ -35,7 +35,7 @@ class Request : public testing::Test {
 
 TEST_F(Request, HoldsTheBatchesOfAMotionFile) {
   for (
-      const std::string& batch :
+      const char* const batch :
       {R"({"at": 1, "mode": "replace", "key": "a/Value", "items": [{"time": 0.5, "value": -1e-1}]})",
        R"({"at": 2, "from": 1.5, "mode": "clear_before", "speed": 2, "trajectory": {"joint_names":
               ["i", "b"], "points": [{"positions": [7, 0.5], "time_from_start": {"sec": 1}}, {"positions":
@@ -55,7 +55,8 @@ TEST_F(Request, HoldsTheBatchesOfAMotionFile) {
     for (std::size_t i = 0; i < file.values.size(); ++i) {
       EXPECT_EQ(commands.values[i].asInt, file.values[i].asInt) << batch;
     }
-    EXPECT_EQ(commands.accelerations, file.accelerations);
+    EXPECT_EQ(testing::PrintToString(commands.accelerations),
+              testing::PrintToString(file.accelerations));
     EXPECT_EQ(std::pair(commands.mode, commands.repeat), std::pair(file.mode, file.repeat));
     EXPECT_EQ(commands.interpolation, file.interpolation);
   }

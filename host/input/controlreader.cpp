@@ -1,0 +1,108 @@
+#include "host/input/controlreader.h"
+
+#include <fmt/format.h>
+
+#include <numeric>
+#include <set>
+
+#include "host/base/visible.h"
+
+namespace host {
+namespace {
+
+std::vector<int> allAxes(const ActuatorNames& names) {
+  std::vector<int> axes(names.machine().description.actuators.size());
+  std::iota(axes.begin(), axes.end(), 0);
+  return axes;
+}
+
+/// "all", or a list of names or keys.
+std::vector<int> axesAt(const Document& document, const Node& node, const ActuatorNames& names) {
+  if (node.isScalar() && node.scalar() == "all") {
+    return allAxes(names);
+  }
+  if (!node.isList() || node.size() == 0) {
+    document.fail(node, "axes: a list of at least one actuator is needed, or 'all'");
+  }
+  std::set<int> axes;
+  for (const Node& entry : node.items()) {
+    document.attempt([&] {
+      const std::string name = document.name(entry, "an axis");
+      const int axis = names.find(name);
+      if (axis < 0) {
+        document.fail(entry, fmt::format("machine '{}' has no actuator '{}'",
+                                         visible(names.machine().name), visible(name)));
+      }
+      axes.insert(axis);
+    });
+  }
+  return {axes.begin(), axes.end()};
+}
+
+/// Calls `read` with the document and its fields; throws all that is wrong.
+template <typename Read>
+void readDocument(const std::string& text, const std::string& what,
+                  const std::set<std::string>& known, const Read& read) {
+  ErrorCollector errors;
+  errors.attempt([&] {
+    const Document document("request", text, errors, Document::Format::json);
+    read(document, document.fields(document.root(), what, known));
+  });
+  errors.throwIfAny();
+}
+
+void readLease(const Document& document, const Document::Fields& fields, Registration& wanted) {
+  document.field(fields, "priority", [&](const Node& node) {
+    wanted.priority = static_cast<int>(document.wholeNumber(node, "priority", 0, 100));
+  });
+  document.field(fields, "lease_ms", [&](const Node& node) {
+    wanted.leaseMs =
+        static_cast<std::int64_t>(document.wholeNumber(node, "lease_ms", 50, 3'600'000));
+  });
+  document.field(fields, "on_loss", [&](const Node& node) {
+    const std::string name = document.text(node, "on_loss");
+    if (name != "stop" && name != "run_out") {
+      document.fail(node, "on_loss must be stop or run_out");
+    }
+    wanted.onLoss = name == "stop" ? OnLoss::stop : OnLoss::runOut;
+  });
+  document.field(fields, "ends_with_connection", [&](const Node& node) {
+    wanted.endsWithConnection = document.truth(node, "ends_with_connection");
+  });
+}
+
+}  // namespace
+
+Registration readRegistration(const std::string& text, const ActuatorNames& names) {
+  constexpr std::size_t longestName = 64;
+  Registration wanted;
+  readDocument(text, "a registration",
+               {"name", "axes", "priority", "lease_ms", "on_loss", "ends_with_connection"},
+               [&](const Document& document, const Document::Fields& fields) {
+                 document.requiredField(fields, document.root(), "name", [&](const Node& node) {
+                   wanted.name = document.name(node, "name");
+                   if (wanted.name.size() > longestName) {
+                     document.fail(node, fmt::format("name is longer than {} bytes", longestName));
+                   }
+                 });
+                 document.requiredField(fields, document.root(), "axes", [&](const Node& node) {
+                   wanted.axes = axesAt(document, node, names);
+                 });
+                 readLease(document, fields, wanted);
+               });
+  return wanted;
+}
+
+std::vector<int> readAxes(const std::string& text, const ActuatorNames& names) {
+  std::vector<int> axes = allAxes(names);
+  if (!text.empty()) {
+    readDocument(text, "the request", {"axes"},
+                 [&](const Document& document, const Document::Fields& fields) {
+                   document.field(fields, "axes",
+                                  [&](const Node& node) { axes = axesAt(document, node, names); });
+                 });
+  }
+  return axes;
+}
+
+}  // namespace host
