@@ -133,6 +133,20 @@ class Strangers(ToolTest):
         self.assertEqual((done.returncode, modes("shared/n.csv")), (0, (nobody, "0o644")))
         self.assertFalse(self.pool_exists())
 
+    def test_cannot_connect(self):
+        door = start("serve", "m.yaml", "--socket", "shared/door/m.sock", "--pool", self.pool)
+        said = ""
+        while "m.sock" not in said and (line := door.stdout.readline()):
+            said += line
+        connect = "import socket; code = socket.socket(socket.AF_UNIX).connect_ex('shared/door/m.sock'); assert code == 13, code"
+        lay(connect)
+        os.chmod("shared/door", 0o755)
+        lay(connect)
+        door.terminate()
+        self.assertIn("ended by signal 15", door.communicate()[0])
+        lay("os.mkdir('shared/his', 0o700)")
+        self.assertIn("belongs to the user", self.said(2, "serve", "m.yaml", "--socket", "shared/his/m.sock"))
+
     def test_few_descriptors_leave_no_pool(self):
         with open(tool, "rb") as file:
             if b"libasan" in file.read():  # needs some of its own
