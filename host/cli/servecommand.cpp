@@ -135,7 +135,9 @@ int serve(const ServeOptions& options) {
       openTrace(options, torvex, trace);
     }
     announce(options, torvex, place, tokenPath);
-    door.open();
+    Desk& desk = torvex.engine().desk();
+    desk.setReader([&door](std::uint64_t stall) { door.askToRead(stall); });
+    door.open([&desk](std::uint64_t stall) { desk.haveReadAll(stall); });
     tellSystemd("READY=1");
     torvex.run([](std::int64_t) {});
     tellSystemd("STOPPING=1");

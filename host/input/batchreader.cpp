@@ -201,7 +201,7 @@ void readStopped(const PointReader& reader, const Node& node, CommandBatch& batc
   for (const Node& entry : node.items()) {
     document.attempt([&] {
       const std::string name = document.name(entry, "stop");
-      const int actuator = reader.actuatorNamed(name);
+      const int actuator = reader.findActuator(name);
       if (actuator < 0) {
         document.fail(entry,
                       fmt::format("machine '{}' has no actuator '{}'; 'torvex list' shows them",

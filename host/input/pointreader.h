@@ -47,6 +47,9 @@ class PointReader {
   [[nodiscard]] const MachineModel& machine() const { return names_.machine(); }
 
   [[nodiscard]] int actuatorNamed(const std::string& name) const { return names_.named(name); }
+  [[nodiscard]] int findActuator(const std::string& nameOrKey) const {
+    return names_.find(nameOrKey);
+  }
   [[nodiscard]] int actuatorWithKey(const std::string& key) const { return names_.withKey(key); }
 
   /// The record that commands the value at `node`. An actuator below 0 is one whose name is

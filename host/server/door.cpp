@@ -5,6 +5,7 @@
 #include <fmt/format.h>
 #include <pthread.h>
 
+#include <algorithm>
 #include <atomic>
 #include <boost/asio.hpp>
 #include <boost/beast/core.hpp>
@@ -16,7 +17,6 @@
 #include <thread>
 #include <utility>
 
-#include "host/engine/wallclock.h"
 #include "host/server/bounds.h"
 #include "host/server/target.h"
 #include "simulation/machine.h"
@@ -33,6 +33,7 @@ using Error = boost::system::error_code;
 using Stream = net::generic::stream_protocol::socket;
 
 constexpr std::chrono::milliseconds feedInterval{5};
+constexpr std::chrono::milliseconds restInterval{50};
 
 std::string text(beast::string_view view) {
   return {view.data(), view.size()};
@@ -41,7 +42,7 @@ std::string text(beast::string_view view) {
 class Session;
 
 /// What all sessions of a door share.
-struct Shared {
+struct Shared : std::enable_shared_from_this<Shared> {
   net::io_context io{1};
   Access access;
   Handler& handler;
@@ -82,6 +83,8 @@ class Session : public std::enable_shared_from_this<Session> {
     }
     webSocket_ ? sendMessage() : sendLines();
   }
+
+  [[nodiscard]] bool isFed() const { return feed_ != nullptr; }
 
   void end() {
     if (std::exchange(hasEnded_, true)) {
@@ -213,14 +216,20 @@ class Session : public std::enable_shared_from_this<Session> {
     isInQueue_ = !isUrgent;
     shared_.waitingRequests += isInQueue_ ? 1 : 0;
     arm(bounds::requestTime, &Session::giveUpWaiting);
-    const auto reply = [self = weak_from_this(), &io = shared_.io, turn = turn_](Answer answer) {
-      net::post(io, [self, turn, answer = std::move(answer)]() mutable {
+    const auto send = [self = weak_from_this(), door = shared_.weak_from_this(),
+                       turn = turn_](std::function<Answer()> make) {
+      const auto shared = door.lock();
+      if (shared == nullptr) {
+        return;
+      }
+      net::post(shared->io, [self, turn, make = std::move(make)] {
+        Answer made = make();
         if (const auto session = self.lock(); session != nullptr && session->turn_ == turn) {
-          session->answer(std::move(answer));
+          session->answer(std::move(made));
         }
       });
     };
-    shared_.handler.handle(std::move(request_), reply);
+    shared_.handler.handle(std::move(request_), Handler::Reply(send));
   }
 
   void giveUpWaiting() { answer(refusal(408, "timeout", "the machine did not answer in time")); }
@@ -374,7 +383,8 @@ class Session : public std::enable_shared_from_this<Session> {
 class Door::Core {
  public:
   Core(int listeningSocket, const std::optional<TcpAddress>& tcp, Access access, Handler& handler)
-      : shared_(std::move(access), handler),
+      : owned_(std::make_shared<Shared>(std::move(access), handler)),
+        shared_(*owned_),
         socket_(shared_.io),
         tcp_(shared_.io),
         pause_(shared_.io),
@@ -396,7 +406,8 @@ class Door::Core {
   Core(const Core&) = delete;
   Core& operator=(const Core&) = delete;
 
-  void open() {
+  void open(std::function<void(std::uint64_t)> haveRead) {
+    haveRead_ = std::move(haveRead);
     accept(socket_, true);
     if (tcp_.is_open()) {
       accept(tcp_, false);
@@ -405,7 +416,10 @@ class Door::Core {
     thread_ = std::thread([this] { run(); });
   }
 
-  [[nodiscard]] std::int64_t caughtUpNs() const noexcept { return caughtUpNs_; }
+  void askToRead(std::uint64_t number) {
+    asked_ = number;
+    net::post(shared_.io, [] {});
+  }
 
  private:
   void listen(const TcpAddress& tcp) {
@@ -426,11 +440,14 @@ class Door::Core {
     pthread_setname_np(pthread_self(), "door");
     while (!shared_.io.stopped()) {
       try {
-        const std::int64_t beginNs = wallNs();
-        // What was ready when this turn began has been handled when it returns nothing more.
+        const std::uint64_t asked = asked_;
+        // What was ready by then has been handled when nothing more is.
         while (shared_.io.poll() > 0) {
         }
-        caughtUpNs_ = beginNs;
+        if (asked != told_) {
+          told_ = asked;
+          haveRead_(asked);
+        }
         shared_.io.run_one();
       } catch (const std::exception&) {
         continue;
@@ -478,7 +495,9 @@ class Door::Core {
   }
 
   void feed() {
-    feeding_.expires_after(feedInterval);
+    const bool isListenedTo = std::any_of(shared_.sessions.begin(), shared_.sessions.end(),
+                                          [](const auto& each) { return each.second->isFed(); });
+    feeding_.expires_after(isListenedTo ? feedInterval : restInterval);
     feeding_.async_wait([this](const Error& error) {
       if (error) {
         return;
@@ -494,14 +513,18 @@ class Door::Core {
     });
   }
 
-  Shared shared_;
+  /// Also of replies that come late, from other threads.
+  const std::shared_ptr<Shared> owned_;
+  Shared& shared_;
   net::local::stream_protocol::acceptor socket_;
   net::ip::tcp::acceptor tcp_;
   net::steady_timer pause_;
   net::steady_timer feeding_;
   std::deque<std::weak_ptr<Session>> crowded_;
   std::uint64_t count_ = 0;
-  std::atomic<std::int64_t> caughtUpNs_{0};
+  std::atomic<std::uint64_t> asked_{0};
+  std::uint64_t told_ = 0;
+  std::function<void(std::uint64_t)> haveRead_;
   std::thread thread_;
 };
 
@@ -511,12 +534,12 @@ Door::Door(int listeningSocket, const std::optional<TcpAddress>& tcp, Access acc
 
 Door::~Door() = default;
 
-void Door::open() {
-  core_->open();
+void Door::open(const std::function<void(std::uint64_t)>& haveRead) {
+  core_->open(haveRead);
 }
 
-std::int64_t Door::caughtUpNs() const noexcept {
-  return core_->caughtUpNs();
+void Door::askToRead(std::uint64_t number) {
+  core_->askToRead(number);
 }
 
 }  // namespace host

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <cstdint>
+#include <functional>
 #include <memory>
 #include <optional>
 #include <string>
@@ -30,11 +31,12 @@ class Door {
   Door(const Door&) = delete;
   Door& operator=(const Door&) = delete;
 
-  void open();
+  /// Lets clients in. `haveRead` is called by the door's thread, see `askToRead`.
+  void open(const std::function<void(std::uint64_t number)>& haveRead);
 
-  /// Since when, on the monotonic clock in nanoseconds, nothing is left that had come in by
-  /// then. Any thread.
-  [[nodiscard]] std::int64_t caughtUpNs() const noexcept;
+  /// Has `haveRead` called with this number once all is handled that has come in by now. Any
+  /// thread; waits for nothing.
+  void askToRead(std::uint64_t number);
 
  private:
   class Core;

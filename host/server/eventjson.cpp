@@ -39,6 +39,23 @@ bool hasAmount(EventKind kind) {
   }
 }
 
+/// The numbers from here on are no batches.
+bool isAboutBatch(const Event& event) {
+  switch (event.kind) {
+    case EventKind::stalled:
+    case EventKind::stopped:
+    case EventKind::held:
+    case EventKind::released:
+    case EventKind::registered:
+    case EventKind::lost:
+    case EventKind::external:
+    case EventKind::guarded:
+      return false;
+    default:
+      return event.batch < Event::byCommander;
+  }
+}
+
 }  // namespace
 
 const char* kindName(EventKind kind) {
@@ -120,10 +137,15 @@ const char* reasonName(Fault fault) {
   return "internal";
 }
 
-std::string eventLine(const Event& event, std::uint64_t number, const MachineModel& machine) {
+std::string eventLine(const Event& event, std::uint64_t number, std::uint32_t request,
+                      const MachineModel& machine) {
   Json json = {{"number", number}, {"kind", kindName(event.kind)}, {"machine_ms", event.timeMs}};
-  if (event.batch != Event::byOthers && event.kind != EventKind::stalled) {
+  if (isAboutBatch(event)) {
+    json["request"] = request;
     json["batch"] = event.batch;
+  }
+  if (event.commander != 0) {
+    json["commander"] = event.commander;
   }
   if (event.actuator >= 0) {
     json["key"] = valueKey(machine.actuator(event.actuator));

@@ -13,7 +13,8 @@ namespace host {
 const char* kindName(EventKind kind);
 const char* reasonName(Fault fault);
 
-/// An event of this number, on one line.
-std::string eventLine(const Event& event, std::uint64_t number, const MachineModel& machine);
+/// An event of this number, on one line; `request` is that of its batch.
+std::string eventLine(const Event& event, std::uint64_t number, std::uint32_t request,
+                      const MachineModel& machine);
 
 }  // namespace host

@@ -8,10 +8,17 @@
 
 namespace host {
 
-EventFeed::EventFeed(const EventRing& ring, const MachineModel& machine,
-                     const std::string& instance, std::optional<std::uint64_t> since)
-    : ring_(ring), machine_(machine), cursor_(ring.cursorAt(since)) {
-  begin_ = printed({{"number", cursor_.next}, {"kind", "begins"}, {"instance", instance}}, -1);
+EventFeed::EventFeed(const EventSource& source, Json begin, std::optional<std::uint64_t> since,
+                     std::function<void()> renew)
+    : source_(source), renew_(std::move(renew)), cursor_(source.ring.cursorAt(since)) {
+  begin["number"] = cursor_.next;
+  begin_ = printed(begin, -1);
+}
+
+void EventFeed::take(const std::string& /*message*/) {
+  if (renew_) {
+    renew_();
+  }
 }
 
 std::string EventFeed::next() {
@@ -20,7 +27,7 @@ std::string EventFeed::next() {
   }
   if (told_ == events_.size()) {
     EventRing::Counts missed{};
-    events_ = ring_.read(cursor_, missed);
+    events_ = source_.ring.read(cursor_, missed);
     told_ = 0;
     if (missed != EventRing::Counts{}) {
       return missedLine(missed);
@@ -30,7 +37,8 @@ std::string EventFeed::next() {
     return {};
   }
   const std::uint64_t number = cursor_.next - (events_.size() - told_);
-  return eventLine(events_[told_++], number, machine_);
+  const Event& event = events_[told_++];
+  return eventLine(event, number, source_.numbers.requestOf(event.batch), source_.machine);
 }
 
 std::string EventFeed::missedLine(const EventRing::Counts& missed) const {
@@ -40,8 +48,11 @@ std::string EventFeed::missedLine(const EventRing::Counts& missed) const {
       counts[kindName(static_cast<EventKind>(kind))] = missed[kind];
     }
   }
-  return printed(
-      {{"number", cursor_.next - events_.size()}, {"kind", "missed"}, {"missed", counts}}, -1);
+  return printed({{"number", cursor_.next - events_.size()},
+                  {"kind", "missed"},
+                  {"machine_ms", events_.empty() ? 0 : events_.front().timeMs},
+                  {"missed", counts}},
+                 -1);
 }
 
 LiveFeed::LiveFeed(LiveValues values, std::int64_t periodNs)

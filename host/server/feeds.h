@@ -1,6 +1,7 @@
 #pragma once
 
 #include <cstdint>
+#include <functional>
 #include <optional>
 #include <string>
 #include <vector>
@@ -9,23 +10,33 @@
 #include "host/engine/eventring.h"
 #include "host/input/machinemodel.h"
 #include "host/server/http.h"
+#include "host/server/requestnumbers.h"
 
 namespace host {
+
+/// What events are told from.
+struct EventSource {
+  const EventRing& ring;
+  const MachineModel& machine;
+  const RequestNumbers& numbers;
+};
 
 /// What becomes of commands, an event a message.
 class EventFeed : public Feed {
  public:
-  /// From the event of this number on, or from now on; the first message says where it begins.
-  EventFeed(const EventRing& ring, const MachineModel& machine, const std::string& instance,
-            std::optional<std::uint64_t> since);
+  /// From the event of this number on, or from now on. The first message is `begin`, with where
+  /// it begins. `renew` is called for each message of the listener; it may be empty.
+  EventFeed(const EventSource& source, Json begin, std::optional<std::uint64_t> since,
+            std::function<void()> renew);
 
   std::string next() override;
+  void take(const std::string& message) override;
 
  private:
   [[nodiscard]] std::string missedLine(const EventRing::Counts& missed) const;
 
-  const EventRing& ring_;
-  const MachineModel& machine_;
+  const EventSource source_;
+  const std::function<void()> renew_;
   EventRing::Cursor cursor_;
   std::string begin_;
   /// Read and not told yet, from this one on.

@@ -49,8 +49,21 @@ class Feed {
 /// wait.
 class Handler {
  public:
-  /// Once, on any thread.
-  using Reply = std::function<void(Answer)>;
+  /// How a request is answered: once, on any thread.
+  class Reply {
+   public:
+    /// Calls what makes the answer on the I/O thread, also when nobody waits for it any more.
+    using Send = std::function<void(std::function<Answer()> make)>;
+
+    explicit Reply(Send send) : send_(std::move(send)) {}
+    void operator()(Answer answer) const {
+      send_([answer = std::move(answer)] { return answer; });
+    }
+    void later(std::function<Answer()> make) const { send_(std::move(make)); }
+
+   private:
+    Send send_;
+  };
 
   Handler() = default;
   Handler(const Handler&) = delete;

@@ -5,11 +5,12 @@
 #include <algorithm>
 #include <chrono>
 #include <cmath>
+#include <map>
 #include <nlohmann/json.hpp>
 
-#include "host/engine/inbox.h"
 #include "host/server/access.h"
 #include "host/server/bounds.h"
+#include "host/server/commandjson.h"
 
 namespace host {
 namespace {
@@ -60,8 +61,8 @@ Json boundsJson() {
           {"requests", bounds::requests},
           {"request_ms", bounds::requestTime.count()},
           {"idle_ms", bounds::idleTime.count()},
-          {"waiting_points", Inbox::mostPoints},
-          {"waiting_points_of_commander", Inbox::mostPoints / 4}};
+          {"waiting_points", mostWaitingPoints},
+          {"waiting_points_of_commander", mostWaitingPointsOfCommander}};
 }
 
 }  // namespace
@@ -75,11 +76,45 @@ MachineView::MachineView(const MachineModel& machine, Torvex& torvex, const Serv
       instance_(randomToken().substr(0, 16)),
       startedMs_(nowMs()) {}
 
-Json MachineView::describe() const {
-  Json axes = Json::array();
-  for (const simulation::Actuator& actuator : machine_.description.actuators) {
-    axes.push_back(axis(actuator));
+MachineModel MachineView::machineAsItStands() const {
+  MachineModel machine = machine_;
+  for (const Axis& axis : torvex_.engine().axes()) {
+    hal::AttrGeneric present;
+    present.asInt = bitsIn(*axis.command);
+    simulation::Value& value =
+        machine.description.actuators[static_cast<std::size_t>(axis.index)].value;
+    if (axis.actuator.typeCode == hal::floatTypeCode) {
+      value = present.asFloat;
+    } else {
+      value = present.asInt;
+    }
   }
+  return machine;
+}
+
+Json MachineView::beginning() const {
+  return {{"number", 0},
+          {"kind", "begins"},
+          {"machine_ms", torvex_.engine().now().timeMs},
+          {"instance", instance_}};
+}
+
+Json MachineView::describe() const {
+  const CommandState state = torvex_.engine().desk().state();
+  std::map<CommanderId, std::string> owners;
+  Json commanders = Json::array();
+  for (const CommanderState& commander : state.commanders) {
+    owners[commander.id] = commander.enrolment.name;
+    commanders.push_back(commanderJson(machine_, commander.id, commander.enrolment));
+  }
+  Json axes = Json::array();
+  for (std::size_t i = 0; i < state.axes.size(); ++i) {
+    const auto owner = owners.find(state.axes[i].owner);
+    axes.push_back(axis(machine_.description.actuators[i], state.axes[i],
+                        owner == owners.end() ? Json() : Json(owner->second)));
+  }
+  const bool isHeld = std::all_of(state.axes.begin(), state.axes.end(),
+                                  [](const auto& each) { return each.isHeld; });
   return {{"api", 1},
           {"version", TORVEX_VERSION},
           {"instance", instance_},
@@ -91,14 +126,15 @@ Json MachineView::describe() const {
           {"machine_ms", torvex_.engine().now().timeMs},
           {"strict", options_.strict},
           {"guard", nameOf(options_.guard)},
-          {"held", false},
+          {"held", isHeld},
           {"axes", std::move(axes)},
           {"attributes", attributes()},
-          {"commanders", Json::array()},
+          {"commanders", std::move(commanders)},
           {"bounds", boundsJson()}};
 }
 
-Json MachineView::axis(const simulation::Actuator& actuator) const {
+Json MachineView::axis(const simulation::Actuator& actuator, const CommandState::AxisState& state,
+                       const Json& owner) const {
   const std::string sensor = actuator.name + "/Sensor";
   const auto& sensors = machine_.description.sensors;
   const bool isMeasured =
@@ -113,9 +149,11 @@ Json MachineView::axis(const simulation::Actuator& actuator) const {
            std::isfinite(actuator.maximumVelocity) ? Json(actuator.maximumVelocity) : Json()},
           {"interpolation", actuator.interpolates ? "linear" : "step"},
           {"sensor", isMeasured ? Json("Device/SubDeviceList/" + sensor + "/Value") : Json()},
-          {"owner", nullptr},
-          {"held", nullptr},
-          {"waiting", 0}};
+          {"owner", owner},
+          {"held", state.isHeld      ? Json("hold")
+                   : state.isGuarded ? Json("guard")
+                                     : Json()},
+          {"waiting", state.waiting}};
 }
 
 Json MachineView::attributes() const {
@@ -131,7 +169,10 @@ Json MachineView::health() const {
   const Engine::Now now = torvex_.engine().now();
   const CycleCount& counts = torvex_.result().counts;
   const Histogram& latencies = counts.latencies;
-  return {{"status", "ok"},
+  const CommandState state = torvex_.engine().desk().state();
+  const bool isHeld = std::any_of(state.axes.begin(), state.axes.end(),
+                                  [](const auto& each) { return each.isHeld || each.isGuarded; });
+  return {{"status", isHeld ? "held" : "ok"},
           {"machine_ms", now.timeMs},
           {"cycles", std::uint64_t{counts.cycles}},
           {"overruns", now.pace.overruns},

@@ -32,8 +32,13 @@ class MachineView {
   /// Another one at each start.
   [[nodiscard]] const std::string& instance() const { return instance_; }
 
+  /// With the present values of its command registers as the initial ones.
+  [[nodiscard]] MachineModel machineAsItStands() const;
+
   // Answers, as the interface has them.
 
+  /// The first message to who listens to events.
+  [[nodiscard]] Json beginning() const;
   [[nodiscard]] Json describe() const;
   [[nodiscard]] Json health() const;
   /// Throws `simulation::Error` for a key that is not there.
@@ -43,7 +48,8 @@ class MachineView {
   }
 
  private:
-  [[nodiscard]] Json axis(const simulation::Actuator& actuator) const;
+  [[nodiscard]] Json axis(const simulation::Actuator& actuator,
+                          const CommandState::AxisState& state, const Json& owner) const;
   [[nodiscard]] Json attributes() const;
 
   const MachineModel& machine_;

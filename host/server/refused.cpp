@@ -2,6 +2,8 @@
 
 #include <nlohmann/json.hpp>
 
+#include "simulation/machine.h"
+
 namespace host {
 namespace {
 
@@ -47,6 +49,20 @@ Answer answerOf(const UserError& error) {
     }
   }
   return answerOf(refusals);
+}
+
+void answering(const Handler::Reply& reply, const std::function<void()>& make) {
+  try {
+    make();
+  } catch (const Refused& refused) {
+    reply(answerOf(std::vector{refused.fault()}));
+  } catch (const UserError& error) {
+    reply(answerOf(error));
+  } catch (const simulation::Error& error) {
+    reply(refusal(404, "unknown", error.what()));
+  } catch (const std::exception& error) {
+    reply(refusal(500, "internal", error.what()));
+  }
 }
 
 Answer refusal(unsigned status, const char* reason, const std::string& message,

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <exception>
+#include <functional>
 #include <nlohmann/json.hpp>
 #include <string>
 #include <utility>
@@ -26,16 +27,19 @@ struct RequestFault {
 /// Thrown where a request cannot be answered otherwise.
 class Refused : public std::exception {
  public:
-  explicit Refused(RequestFault refusal) : refusal_(std::move(refusal)) {}
-  [[nodiscard]] const RequestFault& refusal() const { return refusal_; }
+  explicit Refused(RequestFault fault) : fault_(std::move(fault)) {}
+  [[nodiscard]] const RequestFault& fault() const { return fault_; }
 
  private:
-  RequestFault refusal_;
+  RequestFault fault_;
 };
 
 /// At least one; the first decides the status.
 Answer answerOf(const std::vector<RequestFault>& refusals);
 Answer answerOf(const UserError& error);
 Answer answerOf(const Json& json, unsigned status = 200);
+
+/// Calls `make`, which replies itself; when it throws, replies why.
+void answering(const Handler::Reply& reply, const std::function<void()>& make);
 
 }  // namespace host

@@ -32,20 +32,15 @@ void requireJson(const Request& request) {
   }
 }
 
-/// Replies with what `answer` returns, or with why it throws.
-template <typename Make>
-void replyWith(const Handler::Reply& reply, const Make& make) {
-  try {
-    make();
-  } catch (const Refused& refused) {
-    reply(answerOf({refused.refusal()}));
-  } catch (const UserError& error) {
-    reply(answerOf(error));
-  } catch (const simulation::Error& error) {
-    reply(refusal(404, "unknown", error.what()));
-  } catch (const std::exception& error) {
-    reply(refusal(500, "internal", error.what()));
+/// "{id}" stands for a whole number.
+bool isAt(const std::string& path, const std::string& pattern) {
+  const std::size_t place = pattern.find("{id}");
+  if (place == std::string::npos) {
+    return path == pattern;
   }
+  const std::size_t end = std::min(path.find_first_not_of("0123456789", place), path.size());
+  return end > place && path.compare(0, place, pattern, 0, place) == 0 &&
+         path.substr(end) == pattern.substr(place + 4);
 }
 
 }  // namespace
@@ -57,15 +52,31 @@ const Service::Route Service::routes[] = {
     {"GET", "/v1/events", &Service::getEvents},
     {"GET", "/v1/live", &Service::getLive},
     {"POST", "/v1/exports", &Service::postExport},
+    {"POST", "/v1/batches", &Service::command<&Commands::batches>},
+    {"POST", "/v1/motions", &Service::command<&Commands::motions>},
+    {"POST", "/v1/hold", &Service::command<&Commands::hold>, true, true},
+    {"POST", "/v1/release", &Service::command<&Commands::release>, false, true},
+    {"POST", "/v1/commanders", &Service::command<&Commands::enrol>},
+    {"POST", "/v1/commanders/{id}/renew", &Service::command<&Commands::renew>, false, true},
+    {"DELETE", "/v1/commanders/{id}", &Service::command<&Commands::resign>, false, true},
 };
 
 Service::Service(const MachineModel& machine, Torvex& torvex, const ServiceOptions& options)
-    : machine_(machine), torvex_(torvex), options_(options), view_(machine, torvex, options) {}
+    : machine_(machine),
+      torvex_(torvex),
+      options_(options),
+      view_(machine, torvex, options),
+      commands_(view_, torvex, options.strict) {}
+
+template <void (Commands::*act)(const Request&, const Handler::Reply&)>
+void Service::command(const Request& request, const Reply& reply) {
+  (commands_.*act)(request, reply);
+}
 
 const Service::Route& Service::routeOf(const Request& request) {
   std::string others;
   for (const Route& route : routes) {
-    if (request.path != route.path) {
+    if (!isAt(request.path, route.path)) {
       continue;
     }
     if (request.method == route.method) {
@@ -80,7 +91,7 @@ const Service::Route& Service::routeOf(const Request& request) {
 }
 
 void Service::handle(Request request, const Reply& reply) {
-  replyWith(reply, [&] { (this->*routeOf(request).answer)(request, reply); });
+  answering(reply, [&] { (this->*routeOf(request).answer)(request, reply); });
 }
 
 bool Service::isOpenToAll(const Request& head) const {
@@ -93,13 +104,16 @@ bool Service::isOpenToAll(const Request& head) const {
 
 bool Service::isUrgent(const Request& request) const {
   try {
-    return routeOf(request).isUrgent;
+    return routeOf(request).isUrgent ||
+           (request.path == "/v1/batches" && commands_.isStop(request));
   } catch (const Refused&) {
     return false;
   }
 }
 
-void Service::connectionEnded(std::uint64_t /*connection*/) {}
+void Service::connectionEnded(std::uint64_t connection) {
+  commands_.connectionEnded(connection);
+}
 
 void Service::getMachine(const Request& request, const Reply& reply) {
   const Query query(request, {});
@@ -120,14 +134,20 @@ void Service::getHealth(const Request& request, const Reply& reply) {
   reply(answerOf(view_.health()));
 }
 
-std::unique_ptr<Feed> Service::eventFeed(const Request& request) const {
+std::unique_ptr<Feed> Service::eventFeed(const Request& request) {
   const Query query(request, {"since", "follow", "commander"});
   const EventRing& ring = torvex_.engine().events();
   const std::optional<std::uint64_t> since = query.wholeNumber("since");
   if (since && *since > ring.cursorAt(std::nullopt).next) {
     throw Refused(refusedWith(400, "invalid", "there is no event of this number yet", "?since"));
   }
-  return std::make_unique<EventFeed>(ring, machine_, view_.instance(), since);
+  const std::optional<std::uint64_t> commander = query.wholeNumber("commander");
+  std::function<void()> renew;
+  if (commander && request.isUpgrade) {
+    renew = commands_.attach(static_cast<CommanderId>(*commander), request.connection);
+  }
+  return std::make_unique<EventFeed>(EventSource{ring, machine_, commands_.numbers()},
+                                     view_.beginning(), since, std::move(renew));
 }
 
 /// Those up to now; or what `feedFor` refused.
@@ -185,7 +205,7 @@ void Service::postExport(const Request& request, const Reply& reply) {
   errors.throwIfAny();
   checkExport(machine_, wanted, options_.preferenceDirectory);
   worker_.add([this, wanted, reply] {
-    replyWith(reply, [&] {
+    answering(reply, [&] {
       const std::string said = exportPreferences(wanted, options_.preferenceDirectory);
       reply(answerOf(Json{{"said", said}}));
     });

@@ -3,6 +3,7 @@
 #include <memory>
 #include <string>
 
+#include "host/server/commands.h"
 #include "host/server/http.h"
 #include "host/server/machineview.h"
 #include "host/server/worker.h"
@@ -39,12 +40,15 @@ class Service : public Handler {
   void getEvents(const Request& request, const Reply& reply);
   void getLive(const Request& request, const Reply& reply);
   void postExport(const Request& request, const Reply& reply);
-  [[nodiscard]] std::unique_ptr<Feed> eventFeed(const Request& request) const;
+  [[nodiscard]] std::unique_ptr<Feed> eventFeed(const Request& request);
+  template <void (Commands::*act)(const Request&, const Reply&)>
+  void command(const Request& request, const Reply& reply);
 
   const MachineModel& machine_;
   Torvex& torvex_;
   const ServiceOptions& options_;
   const MachineView view_;
+  Commands commands_;
   Worker worker_;
 };
 

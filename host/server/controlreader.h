@@ -4,21 +4,14 @@
 #include <string>
 #include <vector>
 
+#include "host/engine/request.h"
 #include "host/input/pointreader.h"
 
 namespace host {
 
-/// What becomes of the axes of a commander that is lost.
-enum class OnLoss { stop, runOut };
-
 /// Who wants to own axes.
 struct Registration {
-  std::string name;
-  /// Of actuators, in the order of the machine.
-  std::vector<int> axes;
-  int priority = 50;
-  std::int64_t leaseMs = 1000;
-  OnLoss onLoss = OnLoss::stop;
+  Enrolment enrolment;
   bool endsWithConnection = false;
 };
 

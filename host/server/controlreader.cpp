@@ -1,4 +1,4 @@
-#include "host/input/controlreader.h"
+#include "host/server/controlreader.h"
 
 #include <fmt/format.h>
 
@@ -53,10 +53,10 @@ void readDocument(const std::string& text, const std::string& what,
 
 void readLease(const Document& document, const Document::Fields& fields, Registration& wanted) {
   document.field(fields, "priority", [&](const Node& node) {
-    wanted.priority = static_cast<int>(document.wholeNumber(node, "priority", 0, 100));
+    wanted.enrolment.priority = static_cast<int>(document.wholeNumber(node, "priority", 0, 100));
   });
   document.field(fields, "lease_ms", [&](const Node& node) {
-    wanted.leaseMs =
+    wanted.enrolment.leaseMs =
         static_cast<std::int64_t>(document.wholeNumber(node, "lease_ms", 50, 3'600'000));
   });
   document.field(fields, "on_loss", [&](const Node& node) {
@@ -64,7 +64,7 @@ void readLease(const Document& document, const Document::Fields& fields, Registr
     if (name != "stop" && name != "run_out") {
       document.fail(node, "on_loss must be stop or run_out");
     }
-    wanted.onLoss = name == "stop" ? OnLoss::stop : OnLoss::runOut;
+    wanted.enrolment.onLoss = name == "stop" ? LossRule::stop : LossRule::runOut;
   });
   document.field(fields, "ends_with_connection", [&](const Node& node) {
     wanted.endsWithConnection = document.truth(node, "ends_with_connection");
@@ -76,17 +76,18 @@ void readLease(const Document& document, const Document::Fields& fields, Registr
 Registration readRegistration(const std::string& text, const ActuatorNames& names) {
   constexpr std::size_t longestName = 64;
   Registration wanted;
+  wanted.enrolment.priority = 50;
   readDocument(text, "a registration",
                {"name", "axes", "priority", "lease_ms", "on_loss", "ends_with_connection"},
                [&](const Document& document, const Document::Fields& fields) {
                  document.requiredField(fields, document.root(), "name", [&](const Node& node) {
-                   wanted.name = document.name(node, "name");
-                   if (wanted.name.size() > longestName) {
+                   wanted.enrolment.name = document.name(node, "name");
+                   if (wanted.enrolment.name.size() > longestName) {
                      document.fail(node, fmt::format("name is longer than {} bytes", longestName));
                    }
                  });
                  document.requiredField(fields, document.root(), "axes", [&](const Node& node) {
-                   wanted.axes = axesAt(document, node, names);
+                   wanted.enrolment.axes = axesAt(document, node, names);
                  });
                  readLease(document, fields, wanted);
                });

@@ -1,0 +1,249 @@
+#include "host/server/commands.h"
+
+#include <fmt/format.h>
+
+#include <algorithm>
+#include <charconv>
+#include <exception>
+#include <nlohmann/json.hpp>
+#include <utility>
+
+#include "host/input/motionfile.h"
+#include "host/motion/plan.h"
+#include "host/server/commandjson.h"
+#include "host/server/controlreader.h"
+#include "host/server/motionrequest.h"
+#include "host/server/query.h"
+#include "host/server/refused.h"
+
+namespace host {
+namespace {
+
+/// Longer ones take longer to read than others should wait.
+constexpr std::size_t shortBody = 16 * 1024;
+
+void requireJson(const Request& request) {
+  static const std::string json = "application/json";
+  if (request.contentType.rfind(json, 0) != 0) {
+    throw Refused({415, "type", "", "the body must be " + json, Json::object()});
+  }
+}
+
+ScheduledBatch scheduled(const RequestedBatch& batch) {
+  ScheduledBatch scheduled;
+  // What the answer keeps owns it.
+  scheduled.commands = {std::shared_ptr<const void>(), &batch.commands};
+  scheduled.momentMs = batch.atMs;
+  scheduled.originMs = batch.fromMs.value_or(0);
+  scheduled.isRelative = !batch.fromMs;
+  scheduled.interpolation = batch.commands.interpolation.value_or(Interpolation::message);
+  return scheduled;
+}
+
+/// The number in /v1/commanders/NUMBER...
+CommanderId commanderIn(const Request& request) {
+  const std::string number = request.path.substr(std::string("/v1/commanders/").size());
+  CommanderId id = nobody;
+  std::from_chars(number.data(), number.data() + number.size(), id);
+  return id;
+}
+
+}  // namespace
+
+Commands::Commands(const MachineView& view, Torvex& torvex, bool isStrict)
+    : view_(view), torvex_(torvex), isStrict_(isStrict), names_(view.machine()) {}
+
+void Commands::readThen(const Request& request, const Reply& reply,
+                        std::function<void(const std::string& body)> read) {
+  requireJson(request);
+  const Query query(request, {});
+  if (request.body.size() <= shortBody) {
+    read(request.body);
+    return;
+  }
+  reader_.add([body = request.body, read = std::move(read), reply] {
+    answering(reply, [&] { read(body); });
+  });
+}
+
+void Commands::batches(const Request& request, const Reply& reply) {
+  readThen(request, reply, [this, reply](const std::string& body) { sendBatches(body, reply); });
+}
+
+void Commands::motions(const Request& request, const Reply& reply) {
+  readThen(request, reply, [this, reply](const std::string& body) { sendMotions(body, reply); });
+}
+
+void Commands::sendBatches(const std::string& body, const Reply& reply) {
+  const auto read = std::make_shared<BatchRequest>(readBatchRequest(body, names_));
+  const CommanderId commander = read->commander.value_or(nobody);
+  if (read->isStop() && !read->isDryRun) {
+    std::set<int> axes;
+    for (const RequestedBatch& batch : read->batches) {
+      axes.insert(batch.commands.actuators.begin(), batch.commands.actuators.end());
+    }
+    desk().stop(
+        {axes.begin(), axes.end()}, commander, [this, reply, read](const CommandAnswer& answer) {
+          reply.later(
+              [this, read, answer] { return stopAnswer(view_.machine(), answer, read->batches); });
+        });
+    return;
+  }
+  const auto sent = std::make_shared<Sent>();
+  sent->request.commander = commander;
+  sent->request.isDryRun = read->isDryRun;
+  for (const RequestedBatch& batch : read->batches) {
+    sent->request.batches.push_back(scheduled(batch));
+    sent->batches.push_back(&batch.commands);
+  }
+  sent->owner = read;
+  send(sent, reply);
+}
+
+void Commands::sendMotions(const std::string& body, const Reply& reply) {
+  const auto read = std::make_shared<MotionRequest>(
+      readMotionRequest(body, view_.machineAsItStands(), torvex_.cycleMs()));
+  const auto sent = std::make_shared<Sent>();
+  sent->request.commander = read->commander;
+  sent->request.isDryRun = read->isDryRun;
+  // Time for the command thread to take it.
+  constexpr std::int64_t cyclesAhead = 3;
+  const std::int64_t beginMs = torvex_.engine().now().timeMs + cyclesAhead * torvex_.cycleMs();
+  for (const ScheduledBatch& planned : read->plan.batches) {
+    ScheduledBatch batch = planned;
+    batch.momentMs = planned.approaches ? std::nullopt : std::optional(beginMs + *planned.momentMs);
+    batch.originMs += beginMs;
+    sent->endsMs = std::max(sent->endsMs, batch.originMs + batch.commands->lastMs());
+    sent->batches.push_back(planned.commands.get());
+    sent->request.batches.push_back(std::move(batch));
+  }
+  sent->owner = read;
+  send(sent, reply);
+}
+
+void Commands::send(const std::shared_ptr<const Sent>& sent, const Reply& reply) {
+  CommandRequest request = sent->request;
+  request.isStrict = isStrict_;
+  for (ScheduledBatch& batch : request.batches) {
+    batch.commands = {sent, batch.commands.get()};
+  }
+  const bool isDryRun = request.isDryRun;
+  desk().request(std::move(request), [this, sent, reply, isDryRun,
+                                      numbers = numbers_](const CommandAnswer& answer) {
+    if (answer.isDone() && !isDryRun && !answer.batches.empty()) {
+      numbers->note(answer.batches.front().number, answer.batches.size());
+    }
+    reply.later([this, sent, answer, isDryRun] {
+      return batchesAnswer(view_.machine(), answer, sent->batches, isDryRun, sent->endsMs);
+    });
+  });
+}
+
+bool Commands::isStop(const Request& request) const {
+  if (request.body.size() > shortBody || request.body.find("\"stop\"") == std::string::npos) {
+    return false;
+  }
+  try {
+    return readBatchRequest(request.body, names_).isStop();
+  } catch (const UserError&) {
+    return false;
+  }
+}
+
+void Commands::hold(const Request& request, const Reply& reply) {
+  const Query query(request, {});
+  desk().hold(readAxes(request.body, names_), [this, reply](const CommandAnswer& answer) {
+    reply.later([this, answer] { return axesAnswer(view_.machine(), answer); });
+  });
+}
+
+void Commands::release(const Request& request, const Reply& reply) {
+  const Query query(request, {});
+  desk().release(readAxes(request.body, names_), [this, reply](const CommandAnswer& answer) {
+    reply.later([this, answer] { return axesAnswer(view_.machine(), answer); });
+  });
+}
+
+void Commands::enrol(const Request& request, const Reply& reply) {
+  const Query query(request, {});
+  requireJson(request);
+  const Registration wanted = readRegistration(request.body, names_);
+  ++enrolling_[request.connection];
+  desk().enrol(wanted.enrolment,
+               [this, reply, wanted, connection = request.connection](const CommandAnswer& answer) {
+                 reply.later([this, answer, wanted, connection] {
+                   return enrolled(answer, wanted.enrolment, connection, wanted.endsWithConnection);
+                 });
+               });
+}
+
+Answer Commands::enrolled(const CommandAnswer& answer, const Enrolment& enrolment,
+                          std::uint64_t connection, bool endsWithConnection) {
+  if (--enrolling_[connection] == 0) {
+    enrolling_.erase(connection);
+  }
+  const bool isGone = gone_.count(connection) != 0;
+  if (enrolling_.count(connection) == 0) {
+    gone_.erase(connection);
+  }
+  if (!answer.isDone()) {
+    return denialAnswer(view_.machine(), answer.denial, "/axes");
+  }
+  if (isGone && endsWithConnection) {
+    desk().resign(answer.commander, {});
+  } else {
+    known_[answer.commander] = {enrolment, endsWithConnection ? connection : 0};
+  }
+  return answerOf(commanderJson(view_.machine(), answer.commander, enrolment), 201);
+}
+
+void Commands::renew(const Request& request, const Reply& reply) {
+  const Query query(request, {});
+  desk().renew(commanderIn(request), [this, reply](const CommandAnswer& answer) {
+    reply.later([this, answer] { return commanderAnswer(answer); });
+  });
+}
+
+void Commands::resign(const Request& request, const Reply& reply) {
+  const Query query(request, {});
+  desk().resign(commanderIn(request), [this, reply](const CommandAnswer& answer) {
+    reply.later([this, answer] {
+      Answer told = commanderAnswer(answer);
+      known_.erase(answer.commander);
+      return told;
+    });
+  });
+}
+
+Answer Commands::commanderAnswer(const CommandAnswer& answer) {
+  if (!answer.isDone()) {
+    known_.erase(answer.commander);
+    return denialAnswer(view_.machine(), answer.denial, "");
+  }
+  return answerOf(
+      commanderJson(view_.machine(), answer.commander, known_[answer.commander].enrolment));
+}
+
+std::function<void()> Commands::attach(CommanderId commander, std::uint64_t connection) {
+  const auto known = known_.find(commander);
+  if (known != known_.end() && known->second.connection != 0) {
+    known->second.connection = connection;
+  }
+  return [this, commander] { desk().renew(commander, {}); };
+}
+
+void Commands::connectionEnded(std::uint64_t connection) {
+  if (enrolling_.count(connection) != 0) {
+    gone_.insert(connection);
+  }
+  for (auto known = known_.begin(); known != known_.end();) {
+    if (known->second.connection != connection) {
+      ++known;
+      continue;
+    }
+    desk().resign(known->first, {});
+    known = known_.erase(known);
+  }
+}
+
+}  // namespace host

@@ -1,0 +1,85 @@
+#pragma once
+
+#include <cstdint>
+#include <functional>
+#include <map>
+#include <memory>
+#include <set>
+#include <string>
+#include <vector>
+
+#include "host/engine/torvex.h"
+#include "host/input/machinemodel.h"
+#include "host/input/requestreader.h"
+#include "host/server/http.h"
+#include "host/server/machineview.h"
+#include "host/server/requestnumbers.h"
+#include "host/server/worker.h"
+
+namespace host {
+
+/// The requests that command: batches, motions, commanders, holds. I/O thread.
+class Commands {
+ public:
+  using Reply = Handler::Reply;
+
+  /// The view and the machine must outlive the object, and the machine's threads end before it.
+  Commands(const MachineView& view, Torvex& torvex, bool isStrict);
+
+  // Each answers one request. Throw `Refused` and `UserError`.
+
+  void batches(const Request& request, const Reply& reply);
+  void motions(const Request& request, const Reply& reply);
+  void hold(const Request& request, const Reply& reply);
+  void release(const Request& request, const Reply& reply);
+  void enrol(const Request& request, const Reply& reply);
+  void renew(const Request& request, const Reply& reply);
+  void resign(const Request& request, const Reply& reply);
+
+  /// Whether these batches are stops alone.
+  [[nodiscard]] bool isStop(const Request& request) const;
+  /// A listener that renews this commander, which now ends with its connection where it was to
+  /// end with one. Returns what renews it.
+  std::function<void()> attach(CommanderId commander, std::uint64_t connection);
+  void connectionEnded(std::uint64_t connection);
+  [[nodiscard]] const RequestNumbers& numbers() const { return *numbers_; }
+
+ private:
+  struct Known {
+    Enrolment enrolment;
+    /// 0: it ends with none.
+    std::uint64_t connection = 0;
+  };
+  /// What is asked of the engine, with what its answer is told by.
+  struct Sent {
+    CommandRequest request;
+    std::vector<const CommandBatch*> batches;
+    std::int64_t endsMs = 0;
+    /// What the batches lie in.
+    std::shared_ptr<const void> owner;
+  };
+
+  /// Reads a body at once, or, where that may take long, on a thread of its own.
+  void readThen(const Request& request, const Reply& reply,
+                std::function<void(const std::string& body)> read);
+  void sendBatches(const std::string& body, const Reply& reply);
+  void sendMotions(const std::string& body, const Reply& reply);
+  void send(const std::shared_ptr<const Sent>& sent, const Reply& reply);
+  [[nodiscard]] Answer enrolled(const CommandAnswer& answer, const Enrolment& enrolment,
+                                std::uint64_t connection, bool endsWithConnection);
+  [[nodiscard]] Answer commanderAnswer(const CommandAnswer& answer);
+  [[nodiscard]] Desk& desk() { return torvex_.engine().desk(); }
+
+  const MachineView& view_;
+  Torvex& torvex_;
+  const bool isStrict_;
+  const ActuatorNames names_;
+  const std::shared_ptr<RequestNumbers> numbers_ = std::make_shared<RequestNumbers>();
+  std::map<CommanderId, Known> known_;
+  /// Connections whose registrations are under way, with how many; those that have ended.
+  std::map<std::uint64_t, int> enrolling_;
+  std::set<std::uint64_t> gone_;
+  Worker reader_;
+};
+
+}  // namespace host

@@ -1,0 +1,111 @@
+#include "host/server/motionrequest.h"
+
+#include <fmt/format.h>
+
+#include <map>
+#include <nlohmann/json.hpp>
+#include <utility>
+
+#include "host/input/document.h"
+#include "host/input/motionfile.h"
+#include "host/server/refused.h"
+
+namespace host {
+namespace {
+
+/// What is asked, before the files are read.
+struct Wanted {
+  std::vector<std::string> motions;
+  std::map<std::string, std::string> files;
+  MotionOptions options;
+  Timing timing;
+};
+
+void readFiles(const Document& document, const Node& node, Wanted& wanted) {
+  if (!node.isMap()) {
+    document.fail(node, "files must be a map of names and texts");
+  }
+  for (const auto& [name, text] : node.entries()) {
+    wanted.files[name.scalar()] = document.text(text, "a file");
+  }
+}
+
+void readMotions(const Document& document, const Node& node, Wanted& wanted) {
+  if (!node.isList() || node.size() == 0) {
+    document.fail(node, "motions: a list of at least one FILE or FILE:NAME is needed");
+  }
+  for (const Node& entry : node.items()) {
+    wanted.motions.push_back(document.name(entry, "a motion"));
+  }
+}
+
+void readOptions(const Document& document, const Document::Fields& fields, Wanted& wanted,
+                 MotionRequest& request) {
+  document.field(fields, "commander", [&](const Node& node) {
+    request.commander =
+        static_cast<CommanderId>(document.wholeNumber(node, "commander", 1, 4294967295.0));
+  });
+  document.field(fields, "dry_run",
+                 [&](const Node& node) { request.isDryRun = document.truth(node, "dry_run"); });
+  document.field(fields, "ignore_unknown_joints", [&](const Node& node) {
+    wanted.options.ignoreUnknownJoints = document.truth(node, "ignore_unknown_joints");
+  });
+  document.field(fields, "interpolation", [&](const Node& node) {
+    const auto given = interpolationWithName(document.text(node, "interpolation"));
+    if (!given) {
+      document.fail(node, "interpolation must be message, linear or smooth");
+    }
+    wanted.timing.interpolation = *given;
+  });
+}
+
+Wanted readWanted(const std::string& text, MotionRequest& request) {
+  Wanted wanted;
+  ErrorCollector errors;
+  errors.attempt([&] {
+    const Document document("request", text, errors, Document::Format::json);
+    const Node root = document.root();
+    const Document::Fields fields = document.fields(
+        root, "the request",
+        {"motions", "files", "commander", "dry_run", "ignore_unknown_joints", "interpolation"});
+    document.requiredField(fields, root, "motions",
+                           [&](const Node& node) { readMotions(document, node, wanted); });
+    document.requiredField(fields, root, "files",
+                           [&](const Node& node) { readFiles(document, node, wanted); });
+    readOptions(document, fields, wanted, request);
+  });
+  errors.throwIfAny();
+  return wanted;
+}
+
+/// In place of a path in a file, the field that it came in.
+[[noreturn]] void refuseFiles(const UserError& error) {
+  std::vector<UserError::Entry> entries;
+  for (const UserError::Entry& entry : error.entries()) {
+    entries.push_back({"/files", {}, shown({entry.path, entry.location}) + ": " + entry.text});
+  }
+  throw UserError(std::move(entries), false);
+}
+
+}  // namespace
+
+MotionRequest readMotionRequest(const std::string& text, const MachineModel& machine,
+                                std::int64_t cycleMs) {
+  MotionRequest request;
+  Wanted wanted = readWanted(text, request);
+  wanted.timing.cycleMs = static_cast<std::uint32_t>(cycleMs);
+  const MotionsOfClient files(std::move(wanted.files));
+  try {
+    request.batches = readMotions(wanted.motions, files, machine, wanted.options);
+    request.plan = planRun(machine, request.batches, wanted.timing);
+  } catch (const UserError& error) {
+    if (files.missing().empty()) {
+      refuseFiles(error);
+    }
+    throw Refused({422, "needs_file", "/files", fmt::format("'{}' is needed", files.missing()),
+                   Json{{"file", files.missing()}}});
+  }
+  return request;
+}
+
+}  // namespace host

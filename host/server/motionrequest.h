@@ -1,0 +1,27 @@
+#pragma once
+
+#include <cstdint>
+#include <string>
+#include <vector>
+
+#include "host/engine/request.h"
+#include "host/input/machinemodel.h"
+#include "host/motion/plan.h"
+
+namespace host {
+
+/// Motion files that a client wants played.
+struct MotionRequest {
+  CommanderId commander = nobody;
+  bool isDryRun = false;
+  std::vector<CommandBatch> batches;
+  /// In machine time from its begin on; refers to the batches.
+  Plan plan;
+};
+
+/// Reads the JSON of such a request, and the texts of the files that come with it. The machine
+/// stands where the motions begin. Throws `UserError`, and `Refused` where a file is missing.
+MotionRequest readMotionRequest(const std::string& text, const MachineModel& machine,
+                                std::int64_t cycleMs);
+
+}  // namespace host
