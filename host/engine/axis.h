@@ -91,6 +91,8 @@ struct Axis {
   /// The last point that waited when the engine was ended.
   std::optional<Point> lastLeft;
   PointCounts counts;
+  /// Until it is released, it takes nothing.
+  bool isHeld = false;
 
   static constexpr std::int64_t never = std::numeric_limits<std::int64_t>::min() / 2;
 

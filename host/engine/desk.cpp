@@ -1,58 +1,136 @@
 #include "host/engine/desk.h"
 
+#include <algorithm>
+#include <memory>
 #include <utility>
 
-namespace host {
+#include "host/motion/intake.h"
+#include "host/motion/limits.h"
 
-Desk::Desk(Streamer& streamer, Teller& teller, std::size_t axes)
-    : streamer_(streamer), teller_(teller) {
-  state_.axes.resize(axes);
+namespace host {
+namespace {
+
+/// What waits to be taken is bounded as well.
+constexpr std::size_t mostAsked = 10'000;
+
+std::uint64_t pointsOf(const CommandRequest& request) {
+  std::uint64_t points = 0;
+  for (const ScheduledBatch& batch : request.batches) {
+    points += batch.commands->values.size();
+  }
+  return points;
+}
+
+std::uint64_t roomFor(std::uint64_t waiting, std::uint64_t most) {
+  return waiting < most ? most - waiting : 0;
+}
+
+CommandAnswer denied(Denial denial) {
+  CommandAnswer answer;
+  answer.denial = std::move(denial);
+  return answer;
+}
+
+CommandAnswer denied(Fault reason) {
+  Denial denial;
+  denial.reason = reason;
+  return denied(std::move(denial));
+}
+
+void give(const Answered& answered, const CommandAnswer& answer) {
+  if (answered) {
+    answered(answer);
+  }
+}
+
+/// What an actuator may be asked for at most.
+double limitFor(const Event& fault, const simulation::Actuator& actuator) {
+  switch (fault.reason) {
+    case Fault::tooDense:
+      return TimedCommand::MAX_TIMELINE_ITEMS;
+    case Fault::notFinite:
+      return double{mostInterpolated};
+    case Fault::tooSteep:
+      return double{mostDerivative};
+    case Fault::tooFast:
+      return double{actuator.maximumVelocity};
+    case Fault::beyond:
+      return fault.amount > actuator.maximum ? actuator.maximum : actuator.minimum;
+    default:
+      return 0.0;
+  }
+}
+
+}  // namespace
+
+Desk::Desk(Streamer& streamer, Teller& teller, const MachineModel& machine, std::int64_t cycleMs)
+    : streamer_(streamer),
+      teller_(teller),
+      machine_(machine),
+      commanders_(machine.description.actuators.size()),
+      leaseClock_(cycleMs),
+      stopped_(machine.description.actuators.size(), 0) {
+  state_.axes.resize(stopped_.size());
+  teller_.addListener(ledger_);
 }
 
 void Desk::demand(std::function<CommandAnswer()> fulfil, Answered answered) {
   const std::lock_guard lock(mutex_);
-  demands_.push_back({std::move(fulfil), std::move(answered)});
+  demands_.push_back({std::move(fulfil), std::move(answered), ++sequence_});
 }
 
 void Desk::request(CommandRequest request, Answered answered) {
-  const std::lock_guard lock(mutex_);
-  requests_.emplace_back(std::move(request), std::move(answered));
+  const bool stopsAlone =
+      !request.isDryRun && !request.batches.empty() &&
+      std::all_of(request.batches.begin(), request.batches.end(), [](const ScheduledBatch& batch) {
+        return batch.commands->isStop && !batch.momentMs;
+      });
+  const std::size_t points = pointsOf(request);
+  Denial full;
+  {
+    const std::lock_guard lock(mutex_);
+    const bool hasRoom = askedPoints_ + points <= mostWaitingPoints && asked_.size() < mostAsked;
+    if (stopsAlone) {
+      const auto asked = std::make_shared<const Asked>(Asked{std::move(request), {}, 0, 0});
+      demands_.push_back(
+          {[this, asked] { return answerTo(*asked); }, std::move(answered), ++sequence_});
+      return;
+    }
+    if (hasRoom) {
+      asked_.push_back({std::move(request), std::move(answered), ++sequence_, points});
+      askedPoints_ += points;
+      return;
+    }
+    full.reason = Fault::full;
+    full.room = roomFor(askedPoints_, mostWaitingPoints);
+  }
+  give(answered, denied(std::move(full)));
 }
 
-void Desk::stop(std::vector<int> axes, CommanderId /*commander*/, Answered answered) {
-  hold(std::move(axes), std::move(answered));
+void Desk::stop(std::vector<int> axes, CommanderId commander, Answered answered) {
+  demand([this, axes = std::move(axes), commander] { return doStop(axes, commander); },
+         std::move(answered));
 }
 
 void Desk::hold(std::vector<int> axes, Answered answered) {
-  demand(
-      [axes = std::move(axes)] {
-        CommandAnswer answer;
-        answer.axes = axes;
-        return answer;
-      },
-      std::move(answered));
+  demand([this, axes = std::move(axes)] { return doHold(axes); }, std::move(answered));
 }
 
 void Desk::release(std::vector<int> axes, Answered answered) {
-  hold(std::move(axes), std::move(answered));
+  demand([this, axes = std::move(axes)] { return doRelease(axes); }, std::move(answered));
 }
 
-void Desk::enrol(Enrolment /*enrolment*/, Answered answered) {
-  renew(1, std::move(answered));
+void Desk::enrol(Enrolment enrolment, Answered answered) {
+  demand([this, enrolment = std::move(enrolment)] { return doEnrol(enrolment); },
+         std::move(answered));
 }
 
 void Desk::renew(CommanderId commander, Answered answered) {
-  demand(
-      [commander] {
-        CommandAnswer answer;
-        answer.commander = commander;
-        return answer;
-      },
-      std::move(answered));
+  demand([this, commander] { return doRenew(commander); }, std::move(answered));
 }
 
 void Desk::resign(CommanderId commander, Answered answered) {
-  renew(commander, std::move(answered));
+  demand([this, commander] { return lose(commander, Fault::resigned); }, std::move(answered));
 }
 
 CommandState Desk::state() const {
@@ -64,33 +142,322 @@ void Desk::setReader(std::function<void(std::uint64_t stall)> askToRead) {
   askToRead_ = std::move(askToRead);
 }
 
-void Desk::pass(std::int64_t /*clockMs*/) {
+void Desk::pass(std::int64_t clockMs) {
+  clockMs_ = clockMs;
+  fulfilDemands();
+  while (const std::optional<Asked> asked = nextAsked()) {
+    give(asked->answered, answerTo(*asked));
+    fulfilDemands();
+  }
+  judgeLeases();
+}
+
+void Desk::fulfilDemands() {
   std::deque<Demand> demands;
-  std::deque<std::pair<CommandRequest, Answered>> requests;
   {
     const std::lock_guard lock(mutex_);
     demands.swap(demands_);
-    requests.swap(requests_);
   }
   for (const Demand& demand : demands) {
-    const CommandAnswer answer = demand.fulfil();
-    if (demand.answered) {
-      demand.answered(answer);
+    fulfilling_ = demand.sequence;
+    give(demand.answered, demand.fulfil());
+  }
+}
+
+std::optional<Desk::Asked> Desk::nextAsked() {
+  const std::lock_guard lock(mutex_);
+  if (asked_.empty()) {
+    return std::nullopt;
+  }
+  std::optional<Asked> next = std::move(asked_.front());
+  asked_.pop_front();
+  askedPoints_ -= next->points;
+  return next;
+}
+
+CommandAnswer Desk::answerTo(const Asked& asked) {
+  const std::int64_t nextMs = streamer_.nextMs();
+  const CommandRequest& request = asked.request;
+  CommandAnswer answer;
+  answer.timeMs = streamer_.latestMs();
+  std::vector<Streamer::Order> orders;
+  const std::uint32_t first = streamer_.inbox().takeNumbers(request.batches.size());
+  for (const ScheduledBatch& batch : request.batches) {
+    orders.push_back({batch, first + static_cast<std::uint32_t>(orders.size())});
+    orders.back().batch.originMs += batch.isRelative ? nextMs : 0;
+  }
+  answer.denial = findDenial(request);
+  if (answer.isDone()) {
+    answer.denial = denialOf(orders, streamer_.findObjection(orders, request.isStrict));
+  }
+  if (!answer.isDone()) {
+    refuse(orders, asked, answer.denial);
+    return answer;
+  }
+  for (const Streamer::Order& order : orders) {
+    CommandAnswer::TakenBatch& taken = answer.batches.emplace_back();
+    taken.number = order.number;
+    std::size_t column = 0;
+    for (const PointCounts& counts : streamer_.countsOf(order)) {
+      taken.axes.push_back(
+          {order.batch.commands->actuators[column++], counts.points, counts.late, counts.limited});
     }
   }
-  for (auto& [request, answered] : requests) {
-    CommandAnswer answer;
-    for (ScheduledBatch& batch : request.batches) {
-      CommandAnswer::TakenBatch& taken = answer.batches.emplace_back();
-      for (const int actuator : batch.commands->actuators) {
-        taken.axes.push_back({actuator, batch.commands->size(), 0, 0});
+  take(orders, asked);
+  return answer;
+}
+
+/// By rules that need no look at points.
+Denial Desk::findDenial(const CommandRequest& request) const {
+  Denial denial;
+  if (streamer_.isEnding()) {
+    denial.reason = Fault::ending;
+    return denial;
+  }
+  if (request.commander != nobody && commanders_.find(request.commander) == nullptr) {
+    denial.reason = Fault::unknown;
+    return denial;
+  }
+  for (std::size_t i = 0; i < request.batches.size(); ++i) {
+    for (const int actuator : request.batches[i].commands->actuators) {
+      if (commanders_.ownerOf(actuator) != request.commander) {
+        denial = ownedBy(actuator, commanders_.ownerOf(actuator));
+        denial.batch = i;
+        return denial;
       }
-      taken.number = streamer_.inbox().put(std::move(batch)).value_or(0);
-    }
-    if (answered) {
-      answered(answer);
     }
   }
+  const std::uint64_t points = pointsOf(request);
+  denial.room =
+      std::min(roomFor(ledger_.waiting(), mostWaitingPoints),
+               roomFor(ledger_.waitingOf(request.commander), mostWaitingPointsOfCommander));
+  denial.reason = points > 0 && points > denial.room ? Fault::full : Fault::none;
+  return denial;
+}
+
+Denial Desk::ownedBy(int actuator, CommanderId owner) const {
+  Denial denial;
+  denial.reason = Fault::owned;
+  denial.actuator = actuator;
+  denial.owner = owner;
+  const Commanders::Commander* const known = commanders_.find(owner);
+  denial.ownerName = known == nullptr ? "" : known->enrolment.name;
+  return denial;
+}
+
+Denial Desk::denialOf(const std::vector<Streamer::Order>& orders,
+                      const Streamer::Objection& objection) const {
+  Denial denial;
+  const Event& fault = objection.fault;
+  denial.reason = fault.reason;
+  if (fault.reason != Fault::none) {
+    denial.batch = objection.order;
+    denial.actuator = fault.actuator;
+    denial.point = fault.point;
+    denial.figure = fault.amount;
+    const simulation::Actuator& actuator = machine_.actuator(fault.actuator);
+    denial.limit = limitFor(fault, actuator);
+    if (fault.reason == Fault::notFinite) {
+      const CommandBatch& commands = *orders[objection.order].batch.commands;
+      const auto column =
+          std::find(commands.actuators.begin(), commands.actuators.end(), fault.actuator);
+      denial.figure = commandedNumber(
+          actuator, commands.value(fault.point,
+                                   static_cast<std::size_t>(column - commands.actuators.begin())));
+    }
+  }
+  return denial;
+}
+
+void Desk::take(const std::vector<Streamer::Order>& orders, const Asked& asked) {
+  if (asked.request.isDryRun) {
+    return;
+  }
+  for (const Streamer::Order& order : orders) {
+    const CommandBatch& commands = *order.batch.commands;
+    ledger_.expect(order.number, asked.request.commander,
+                   commands.size() * commands.actuators.size(), commands.values.size());
+  }
+  commanders_.renew(asked.request.commander, clockMs_);
+  if (asked.sequence == 0) {
+    for (const Streamer::Order& order : orders) {
+      streamer_.take({order});
+      for (const int actuator : order.batch.commands->actuators) {
+        stopped_[static_cast<std::size_t>(actuator)] = fulfilling_;
+      }
+      tell(EventKind::stopped, order.batch.commands->actuators);
+    }
+    return;
+  }
+  std::vector<Streamer::Order> allowed = orders;
+  for (Streamer::Order& order : allowed) {
+    dismissStopped(order, asked.sequence);
+  }
+  streamer_.take(allowed);
+}
+
+void Desk::refuse(const std::vector<Streamer::Order>& orders, const Asked& asked,
+                  const Denial& denial) {
+  if (asked.request.isDryRun) {
+    return;
+  }
+  const CommanderId known =
+      commanders_.find(asked.request.commander) == nullptr ? nobody : asked.request.commander;
+  for (std::size_t i = 0; i < orders.size(); ++i) {
+    const CommandBatch& commands = *orders[i].batch.commands;
+    ledger_.expect(orders[i].number, known, commands.size() * commands.actuators.size(), 0);
+    Event fault{EventKind::refused, denial.reason};
+    if (i == denial.batch) {
+      fault.actuator = denial.actuator;
+      fault.point = denial.point;
+      fault.amount = denial.figure;
+    }
+    streamer_.refuse(orders[i], fault);
+  }
+}
+
+/// What was asked for before a stop does not move what the stop concerns.
+void Desk::dismissStopped(Streamer::Order& order, std::uint64_t sequence) {
+  for (const int actuator : order.batch.commands->actuators) {
+    if (!order.batch.momentMs && stopped_[static_cast<std::size_t>(actuator)] > sequence) {
+      streamer_.dismiss(order, actuator, Event::byStop);
+    }
+  }
+}
+
+CommandAnswer Desk::doneWith(std::vector<int> axes) const {
+  CommandAnswer answer;
+  answer.timeMs = streamer_.latestMs();
+  answer.axes = std::move(axes);
+  return answer;
+}
+
+CommandAnswer Desk::doStop(const std::vector<int>& axes, CommanderId commander) {
+  if (commander != nobody && !commanders_.renew(commander, clockMs_)) {
+    return denied(Fault::unknown);
+  }
+  for (const int actuator : axes) {
+    if (const CommanderId owner = commanders_.ownerOf(actuator); owner != commander) {
+      return denied(ownedBy(actuator, owner));
+    }
+  }
+  streamer_.stop(axes, Event::byStop, false);
+  for (const int actuator : axes) {
+    stopped_[static_cast<std::size_t>(actuator)] = fulfilling_;
+  }
+  tell(EventKind::stopped, axes);
+  return doneWith(axes);
+}
+
+CommandAnswer Desk::doHold(const std::vector<int>& axes) {
+  streamer_.latch(axes);
+  streamer_.stop(axes, Event::byHold, true);
+  tell(EventKind::held, axes);
+  return doneWith(axes);
+}
+
+/// Batches that were asked for before do not move what it frees.
+CommandAnswer Desk::doRelease(const std::vector<int>& axes) {
+  streamer_.release(axes);
+  for (const int actuator : axes) {
+    stopped_[static_cast<std::size_t>(actuator)] = fulfilling_;
+  }
+  tell(EventKind::released, axes);
+  return doneWith(axes);
+}
+
+CommandAnswer Desk::doEnrol(const Enrolment& enrolment) {
+  if (const auto obstacle = commanders_.obstacleTo(enrolment)) {
+    return denied(ownedBy(obstacle->actuator, obstacle->owner));
+  }
+  std::vector<Commanders::Owned> losses;
+  const CommanderId id = commanders_.enrol(enrolment, clockMs_, losses);
+  streamer_.stop(enrolment.axes, Event::byCommander, true);
+  for (const Commanders::Owned& lost : losses) {
+    tellLost(lost.owner, Fault::owned, lost.actuator, 1);
+  }
+  Event registered{EventKind::registered, Fault::none, streamer_.latestMs(), Event::byOthers};
+  registered.commander = id;
+  registered.count = enrolment.axes.size();
+  teller_.tell(registered, nullptr);
+  CommandAnswer answer = doneWith(enrolment.axes);
+  answer.commander = id;
+  return answer;
+}
+
+CommandAnswer Desk::doRenew(CommanderId commander) {
+  if (!commanders_.renew(commander, clockMs_)) {
+    return denied(Fault::unknown);
+  }
+  CommandAnswer answer = doneWith(commanders_.find(commander)->enrolment.axes);
+  answer.commander = commander;
+  return answer;
+}
+
+CommandAnswer Desk::lose(CommanderId commander, Fault why) {
+  if (commanders_.find(commander) == nullptr) {
+    return denied(Fault::unknown);
+  }
+  const Commanders::Commander lost = commanders_.remove(commander);
+  if (lost.enrolment.onLoss == LossRule::stop) {
+    streamer_.stop(lost.enrolment.axes, Event::byCommander, true);
+  }
+  ledger_.forget(commander);
+  tellLost(commander, why, -1, lost.enrolment.axes.size());
+  CommandAnswer answer = doneWith(lost.enrolment.axes);
+  answer.commander = commander;
+  return answer;
+}
+
+void Desk::judgeLeases() {
+  const bool mayJudge = leaseClock_.advance(clockMs_, readStall_);
+  if (!mayJudge && askToRead_ && stallTold_ != leaseClock_.stall()) {
+    stallTold_ = leaseClock_.stall();
+    askToRead_(stallTold_);
+  }
+  const bool waits = !mayJudge && askToRead_ && !commanders_.all().empty();
+  streamer_.standStill(waits);
+  if (waits) {
+    return;
+  }
+  for (const CommanderId id : commanders_.expired(clockMs_)) {
+    lose(id, Fault::expired);
+  }
+}
+
+/// One event where it concerns all axes.
+void Desk::tell(EventKind kind, const std::vector<int>& axes) {
+  Event event{kind, Fault::none, streamer_.latestMs(), Event::byOthers};
+  if (axes.size() == stopped_.size()) {
+    event.count = axes.size();
+    teller_.tell(event, nullptr);
+    return;
+  }
+  event.count = 1;
+  for (const int actuator : axes) {
+    event.actuator = actuator;
+    teller_.tell(event, nullptr);
+  }
+}
+
+void Desk::tellLost(CommanderId commander, Fault why, int actuator, std::size_t axes) {
+  Event lost{EventKind::lost, why, streamer_.latestMs(), Event::byOthers, actuator};
+  lost.commander = commander;
+  lost.count = axes;
+  teller_.tell(lost, nullptr);
+}
+
+void Desk::publish() {
+  CommandState state;
+  state.axes = streamer_.axisStates();
+  for (std::size_t i = 0; i < state.axes.size(); ++i) {
+    state.axes[i].owner = commanders_.ownerOf(static_cast<int>(i));
+  }
+  for (const auto& [id, commander] : commanders_.all()) {
+    state.commanders.push_back({id, commander.enrolment, ledger_.countsOf(id)});
+  }
+  const std::lock_guard lock(mutex_);
+  std::swap(state_, state);
 }
 
 }  // namespace host

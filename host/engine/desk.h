@@ -6,12 +6,15 @@
 #include <deque>
 #include <functional>
 #include <mutex>
-#include <utility>
+#include <optional>
 #include <vector>
 
+#include "host/engine/commanders.h"
+#include "host/engine/ledger.h"
 #include "host/engine/request.h"
 #include "host/engine/streamer.h"
 #include "host/engine/teller.h"
+#include "host/input/machinemodel.h"
 
 namespace host {
 
@@ -24,7 +27,7 @@ namespace host {
 class Desk {
  public:
   /// The references must outlive the desk.
-  Desk(Streamer& streamer, Teller& teller, std::size_t axes);
+  Desk(Streamer& streamer, Teller& teller, const MachineModel& machine, std::int64_t cycleMs);
 
   Desk(const Desk&) = delete;
   Desk& operator=(const Desk&) = delete;
@@ -66,23 +69,68 @@ class Desk {
   /// Does what was asked for, and answers. `clockMs` is what leases count: milliseconds of a clock
   /// that sees the computer sleep.
   void pass(std::int64_t clockMs);
+  /// Makes visible to listeners how things stand.
+  void publish();
 
  private:
+  /// Whatever is no batch.
   struct Demand {
     std::function<CommandAnswer()> fulfil;
     Answered answered;
+    std::uint64_t sequence = 0;
+  };
+  struct Asked {
+    CommandRequest request;
+    Answered answered;
+    std::uint64_t sequence = 0;
+    std::size_t points = 0;
   };
 
   void demand(std::function<CommandAnswer()> fulfil, Answered answered);
+  void fulfilDemands();
+  [[nodiscard]] std::optional<Asked> nextAsked();
+
+  [[nodiscard]] CommandAnswer answerTo(const Asked& asked);
+  [[nodiscard]] Denial findDenial(const CommandRequest& request) const;
+  [[nodiscard]] Denial denialOf(const std::vector<Streamer::Order>& orders,
+                                const Streamer::Objection& objection) const;
+  [[nodiscard]] Denial ownedBy(int actuator, CommanderId owner) const;
+  [[nodiscard]] CommandAnswer doneWith(std::vector<int> axes) const;
+  void take(const std::vector<Streamer::Order>& orders, const Asked& asked);
+  void refuse(const std::vector<Streamer::Order>& orders, const Asked& asked, const Denial& denial);
+  void dismissStopped(Streamer::Order& order, std::uint64_t sequence);
+
+  CommandAnswer doStop(const std::vector<int>& axes, CommanderId commander);
+  CommandAnswer doHold(const std::vector<int>& axes);
+  CommandAnswer doRelease(const std::vector<int>& axes);
+  CommandAnswer doEnrol(const Enrolment& enrolment);
+  CommandAnswer doRenew(CommanderId commander);
+  CommandAnswer lose(CommanderId commander, Fault why);
+  void judgeLeases();
+  void tell(EventKind kind, const std::vector<int>& axes);
+  void tellLost(CommanderId commander, Fault why, int actuator, std::size_t axes);
 
   Streamer& streamer_;
   Teller& teller_;
+  const MachineModel& machine_;
   std::function<void(std::uint64_t)> askToRead_;
   std::atomic<std::uint64_t> readStall_{0};
 
+  // Of the thread that passes.
+  Commanders commanders_;
+  Ledger ledger_;
+  LeaseClock leaseClock_;
+  std::int64_t clockMs_ = 0;
+  std::uint64_t stallTold_ = 0;
+  /// By axis: what was asked for before this does not move it.
+  std::vector<std::uint64_t> stopped_;
+  std::uint64_t fulfilling_ = 0;
+
   mutable std::mutex mutex_;
   std::deque<Demand> demands_;
-  std::deque<std::pair<CommandRequest, Answered>> requests_;
+  std::deque<Asked> asked_;
+  std::size_t askedPoints_ = 0;
+  std::uint64_t sequence_ = 0;
   CommandState state_;
 };
 

@@ -13,7 +13,7 @@ Engine::Engine(const MachineModel& machine, const EngineOptions& options, Torvex
       guard_(options.guard),
       pacer_(options.cycleMs, options.late),
       streamer_(axes_, gate_, cycles_, teller_, options.cycleMs, options.startTick),
-      desk_(streamer_, teller_, machine.description.actuators.size()) {
+      desk_(streamer_, teller_, machine, options.cycleMs) {
   cycles_.latestMs = pacer_.timeMs();
   addAxes(machine);
 }

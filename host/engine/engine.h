@@ -61,6 +61,7 @@ class Engine {
   void pass(std::int64_t clockMs = 0) {
     desk_.pass(clockMs);
     streamer_.pass();
+    desk_.publish();
   }
 
   /// What clients ask for. As its own contract says.

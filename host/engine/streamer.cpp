@@ -48,40 +48,41 @@ void Streamer::start() {
 }
 
 void Streamer::pass() {
-  latestMs_ = latestMs();
+  latestMs_ = seeLatest();
   drainInbox();
   tellPace();
   if (isEnding_) {
     abandon();
   }
-  while (!waiting_.empty() && waiting_.begin()->first.first <= latestMs_ + cycleMs_) {
-    handOver(waiting_.begin()->second);
-    waiting_.erase(waiting_.begin());
-  }
+  handOverDue();
+  freeFromGuard();
   careForTimelines();
   publish();
   teller_.passOn();
 }
 
+void Streamer::handOverDue() {
+  while (!waiting_.empty() && waiting_.begin()->first.first <= latestMs_ + cycleMs_) {
+    handOver(waiting_.begin()->second);
+    waiting_.erase(waiting_.begin());
+  }
+}
+
 void Streamer::drainInbox() {
-  for (ScheduledBatch& batch : inbox_.takeAll()) {
-    arrive({std::move(batch), nextNumber_++});
+  for (Inbox::Arrival& arrival : inbox_.takeAll()) {
+    arrive({std::move(arrival.batch), arrival.number});
   }
 }
 
 /// Refuses what can never be taken, whatever else will wait by then.
-void Streamer::arrive(Waiting waiting) {
-  const std::int64_t momentMs = waiting.batch.momentMs.value_or(latestMs_ + cycleMs_);
-  const std::int64_t beforeMs = std::max(latestMs_, cycleBefore(momentMs, cycleMs_));
+void Streamer::arrive(Order waiting) {
   const Columns columns = columnsOf(waiting);
   for (const Column& column : columns) {
     column.axis.counts.points += column.points.size();
   }
   for (const Column& column : columns) {
-    Intake intake = intakeOf(waiting, column.axis, column.number);
-    intake.latestMs = beforeMs;
     Density density;
-    const Event fault = intake.findFault(column.points, Backlog(), hal::AttrGeneric(), density);
+    const Event fault = findLasting(column, waiting, density);
     if (fault.reason != Fault::none) {
       refuse(columns, fault);
       return;
@@ -91,12 +92,25 @@ void Streamer::arrive(Waiting waiting) {
       knownNodes_[static_cast<std::size_t>(column.axis.index)] += density.inWindow;
     }
   }
-  // What is due already goes in the order of arrival.
-  const Moment moment{std::max(momentMs, latestMs_ + cycleMs_), waiting.number};
-  waiting_.emplace(moment, std::move(waiting));
+  enqueue(std::move(waiting));
 }
 
-std::int64_t Streamer::latestMs() {
+/// Why a column can never be taken.
+Event Streamer::findLasting(const Column& column, const Order& order, Density& density) const {
+  const std::int64_t momentMs = order.batch.momentMs.value_or(latestMs_ + cycleMs_);
+  Intake intake = intakeOf(order, column.axis, column.number);
+  intake.latestMs = std::max(latestMs_, cycleBefore(momentMs, cycleMs_));
+  return intake.findFault(column.points, Backlog(), hal::AttrGeneric(), density);
+}
+
+/// What is due already goes in the order of arrival.
+void Streamer::enqueue(Order order) {
+  const Moment moment{std::max(order.batch.momentMs.value_or(latestMs_), latestMs_ + cycleMs_),
+                      order.number};
+  waiting_.emplace(moment, std::move(order));
+}
+
+std::int64_t Streamer::seeLatest() {
   const std::lock_guard hold(gate_);
   return cycles_.latestMs;
 }
@@ -116,9 +130,9 @@ void Streamer::tellPace() {
   paceTold_ = pace;
 }
 
-void Streamer::handOver(const Waiting& waiting) {
+void Streamer::handOver(const Order& waiting) {
   const Columns columns = columnsOf(waiting);
-  const Event fault = waiting.batch.commands->isStop ? Event() : findFault(columns, waiting);
+  const Event fault = waiting.batch.commands->isStop ? Event() : findFault(columns, waiting, {});
   if (fault.reason != Fault::none) {
     refuse(columns, fault);
     return;
@@ -141,7 +155,7 @@ void Streamer::handOver(const Waiting& waiting) {
 }
 
 /// Without the gate: only a batch of few points is taken in while a cycle may wait.
-void Streamer::prepare(const Column& column, const Waiting& waiting, Taken& taken) const {
+void Streamer::prepare(const Column& column, const Order& waiting, Taken& taken) const {
   constexpr std::size_t fewPoints = 64;
   taken.curve = intakeOf(waiting, column.axis, column.number).curve(column.points);
   if (column.points.size() > fewPoints) {
@@ -150,36 +164,43 @@ void Streamer::prepare(const Column& column, const Waiting& waiting, Taken& take
   }
 }
 
-Streamer::Columns Streamer::columnsOf(const Waiting& waiting) {
+Streamer::Columns Streamer::columnsOf(const Order& waiting) {
   Columns columns;
   const std::size_t count = waiting.batch.commands->actuators.size();
   columns.reserve(count);
   for (std::size_t number = 0; number < count; ++number) {
-    Axis& axis = axes_[static_cast<std::size_t>(waiting.batch.commands->actuators[number])];
+    const int actuator = waiting.batch.commands->actuators[number];
+    if (std::count(waiting.cleared.begin(), waiting.cleared.end(), actuator) > 0) {
+      continue;
+    }
+    Axis& axis = axes_[static_cast<std::size_t>(actuator)];
     columns.push_back({axis, number, intakeOf(waiting, axis, number).points()});
   }
   return columns;
 }
 
-Intake Streamer::intakeOf(const Waiting& waiting, const Axis& axis, std::size_t column) const {
+Intake Streamer::intakeOf(const Order& waiting, const Axis& axis, std::size_t column) const {
   return {waiting.batch, waiting.number, column, axis.actuator, latestMs_, cycleMs_};
 }
 
-/// Looks at all axes of a batch, since it is taken whole or not at all.
-Event Streamer::findFault(const Columns& columns, const Waiting& waiting) {
-  Event fault{EventKind::refused, Fault::none, latestMs_, waiting.number};
-  {
-    GateHold hold(gate_);
-    for (const Column& column : columns) {
-      timelines_.look(column.axis);
-      if (column.axis.guard.isHeld()) {
-        fault.reason = Fault::guarded;
-        fault.actuator = column.axis.index;
-      }
-      hold.breathe();
+/// Sees how all axes of a batch stand, since it is taken whole or not at all.
+Event Streamer::findHeld(const Columns& columns, const Order& order) {
+  Event fault{EventKind::refused, Fault::none, latestMs_, order.number};
+  GateHold hold(gate_);
+  for (const Column& column : columns) {
+    timelines_.look(column.axis);
+    if (column.axis.isHeld || column.axis.guard.isHeld()) {
+      fault.reason = column.axis.isHeld ? Fault::held : Fault::guarded;
+      fault.actuator = column.axis.index;
     }
-    latestMs_ = cycles_.latestMs;
+    hold.breathe();
   }
+  latestMs_ = cycles_.latestMs;
+  return fault;
+}
+
+Event Streamer::findFault(const Columns& columns, const Order& order, const Trials& trials) {
+  Event fault = findHeld(columns, order);
   if (fault.reason != Fault::none) {
     return fault;
   }
@@ -188,8 +209,10 @@ Event Streamer::findFault(const Columns& columns, const Waiting& waiting) {
     hal::AttrGeneric present;
     present.asInt = bitsIn(*axis.command);
     Density density;
-    fault = intakeOf(waiting, axis, column.number)
-                .findFault(column.points, axis.backlog, present, density);
+    const auto trial = trials.find(axis.index);
+    fault = intakeOf(order, axis, column.number)
+                .findFault(column.points, trial == trials.end() ? axis.backlog : trial->second,
+                           present, density);
     if (fault.reason == Fault::none && !timelines_.canHold(axis, density.inTwoCycles)) {
       fault.reason = Fault::full;
     }
@@ -211,7 +234,7 @@ void Streamer::refuse(const Columns& columns, Event fault) {
 }
 
 /// Late is what machine time had to stand for, or what comes after its moment.
-void Streamer::tellLateHandOver(const Waiting& waiting) {
+void Streamer::tellLateHandOver(const Order& waiting) {
   if (!waiting.batch.momentMs) {
     return;
   }
@@ -225,7 +248,7 @@ void Streamer::tellLateHandOver(const Waiting& waiting) {
 }
 
 /// Under the gate.
-void Streamer::takeOn(const Column& column, const Waiting& waiting, Taken& taken) {
+void Streamer::takeOn(const Column& column, const Order& waiting, Taken& taken) {
   Axis& axis = column.axis;
   timelines_.look(axis);
   const CommandBatch& commands = *waiting.batch.commands;
@@ -300,7 +323,7 @@ void Streamer::abandon() {
   }
 }
 
-void Streamer::tellTaken(const Column& column, const Taken& taken, const Waiting& waiting) {
+void Streamer::tellTaken(const Column& column, const Taken& taken, const Order& waiting) {
   Event cleared{EventKind::cleared, Fault::none, taken.latestMs, 0, column.axis.index};
   cleared.byBatch = waiting.number;
   tellCleared(cleared, taken.removed, column.axis.counts, teller_);
@@ -331,7 +354,7 @@ void Streamer::careForTimelines() {
 void Streamer::publish() {
   bool idle = waiting_.empty();
   std::int64_t bound = idle ? unboundedMs : waiting_.begin()->first.first - 1;
-  const std::int64_t latest = latestMs();
+  const std::int64_t latest = seeLatest();
   for (Axis& axis : axes_) {
     axis.backlog.dropPastCurves();
     if (!axis.isIdle()) {
@@ -339,6 +362,10 @@ void Streamer::publish() {
       bound = std::min(bound, timelines_.boundMs(axis, latest));
     }
     idle = idle && !axis.judge.isMoving();
+  }
+  if (stands_) {
+    const std::lock_guard hold(gate_);
+    bound = std::min(bound, cycles_.latestMs);
   }
   boundMs_ = bound;
   idle_ = idle && areAxesAtRest();

@@ -15,6 +15,7 @@
 #include "host/engine/gate.h"
 #include "host/engine/inbox.h"
 #include "host/engine/preparedmerge.h"
+#include "host/engine/request.h"
 #include "host/engine/teller.h"
 #include "host/engine/timelines.h"
 #include "host/motion/intake.h"
@@ -27,6 +28,19 @@ namespace host {
 /// One thread at a time; `boundMs`, `isIdle` and `end` any, `inbox` as its own contract says.
 class Streamer {
  public:
+  /// A batch on its way, which may wait for its moment.
+  struct Order {
+    ScheduledBatch batch;
+    std::uint32_t number = 0;
+    /// Of its actuators, those whose points were cleared meanwhile.
+    std::vector<int> cleared{};
+  };
+  /// Why some orders cannot be taken, and the first of them.
+  struct Objection {
+    std::size_t order = 0;
+    Event fault;
+  };
+
   /// The references must outlive the streamer.
   Streamer(std::deque<Axis>& axes, Gate& gate, CycleState& cycles, Teller& teller,
            std::int64_t cycleMs, std::uint32_t startTick);
@@ -47,6 +61,35 @@ class Streamer {
   /// Points that wait by then are left.
   void end() { isEnding_ = true; }
 
+  // What clients ask for; of the thread that passes, before `pass`.
+
+  /// Hands over what is due, and says which cycle can still follow a batch.
+  [[nodiscard]] std::int64_t nextMs();
+  [[nodiscard]] bool isEnding() const { return isEnding_; }
+  /// The latest cycle, as it was last seen.
+  [[nodiscard]] std::int64_t latestMs() const { return latestMs_; }
+  /// Why these cannot be taken one after the other; with no reason where they can. `isStrict`:
+  /// nor when they ask for too much.
+  [[nodiscard]] Objection findObjection(const std::vector<Order>& orders, bool isStrict);
+  /// What they come to, without taking them: counts by actuator, in the order of the batch.
+  [[nodiscard]] std::vector<PointCounts> countsOf(const Order& order) const;
+  void take(const std::vector<Order>& orders);
+  /// Counts the points of one axis of an order that is to be taken as cleared, and tells so.
+  void dismiss(Order& order, int actuator, std::uint32_t byWhom);
+  /// Counts all points of an order as refused, and tells why.
+  void refuse(const Order& order, Event fault);
+  /// Has axes ramp to rest, and tells who cleared what waits there; with `planned` also what
+  /// waits for its moment.
+  void stop(const std::vector<int>& axes, std::uint32_t byWhom, bool planned);
+  /// Latches axes, which then refuse all; or frees them, also from the guard once it has brought
+  /// them to rest.
+  void latch(const std::vector<int>& axes);
+  void release(const std::vector<int>& axes);
+  /// Lets machine time stand, or go on.
+  void standStill(bool stands) { stands_ = stands; }
+  /// What listeners may know of the axes.
+  [[nodiscard]] std::vector<CommandState::AxisState> axisStates();
+
   [[nodiscard]] Inbox& inbox() { return inbox_; }
   /// Up to which machine time the cycle may go. Falls under the gate alone.
   [[nodiscard]] std::int64_t boundMs() const { return boundMs_; }
@@ -55,11 +98,6 @@ class Streamer {
   [[nodiscard]] bool isIdle() const { return idle_; }
 
  private:
-  /// A batch that waits for its moment.
-  struct Waiting {
-    ScheduledBatch batch;
-    std::uint32_t number = 0;
-  };
   /// When it is to be handed over, and of those with one moment which first.
   using Moment = std::pair<std::int64_t, std::uint32_t>;
   /// The points of one batch for one axis.
@@ -69,6 +107,8 @@ class Streamer {
     Rounds points;
   };
   using Columns = std::vector<Column>;
+  /// Backlogs as earlier orders of the same request would leave them, by actuator.
+  using Trials = std::map<int, Backlog>;
   /// How a column is taken in.
   struct Taken {
     /// For a long one.
@@ -80,25 +120,39 @@ class Streamer {
   };
 
   void drainInbox();
-  void arrive(Waiting waiting);
+  void handOverDue();
+  void enqueue(Order order);
+  [[nodiscard]] Event findLasting(const Column& column, const Order& order, Density& density) const;
+  [[nodiscard]] Event findFaultNow(const Columns& columns, const Order& order,
+                                   const Trials& trials);
+  [[nodiscard]] Event findExcessOf(const Columns& columns, const Order& order) const;
+  [[nodiscard]] std::optional<SegmentStart> startBefore(const Column& column,
+                                                        const Order& order) const;
+  [[nodiscard]] Event findHeld(const Columns& columns, const Order& order);
+  void tryOut(const Columns& columns, const std::vector<Order>& orders, std::size_t number,
+              Trials& trials) const;
+  void clearColumn(Order& order, int actuator, std::uint32_t byWhom);
+  void clearPlanned(int actuator, std::uint32_t byWhom);
+  void freeFromGuard();
+  void arrive(Order waiting);
   void tellPace();
-  void handOver(const Waiting& waiting);
-  [[nodiscard]] Columns columnsOf(const Waiting& waiting);
-  [[nodiscard]] Intake intakeOf(const Waiting& waiting, const Axis& axis, std::size_t column) const;
-  [[nodiscard]] Event findFault(const Columns& columns, const Waiting& waiting);
+  void handOver(const Order& waiting);
+  [[nodiscard]] Columns columnsOf(const Order& waiting);
+  [[nodiscard]] Intake intakeOf(const Order& waiting, const Axis& axis, std::size_t column) const;
+  [[nodiscard]] Event findFault(const Columns& columns, const Order& waiting, const Trials& trials);
   void refuse(const Columns& columns, Event fault);
-  void prepare(const Column& column, const Waiting& waiting, Taken& taken) const;
-  void takeOn(const Column& column, const Waiting& waiting, Taken& taken);
+  void prepare(const Column& column, const Order& waiting, Taken& taken) const;
+  void takeOn(const Column& column, const Order& waiting, Taken& taken);
   template <typename Change>
   Backlog::Removed change(Axis& axis, std::uint32_t byBatch, const Change& change);
   Backlog::Removed stop(Axis& axis, std::uint32_t batch);
   void abandon();
-  void tellTaken(const Column& column, const Taken& taken, const Waiting& waiting);
-  void tellLateHandOver(const Waiting& waiting);
+  void tellTaken(const Column& column, const Taken& taken, const Order& waiting);
+  void tellLateHandOver(const Order& waiting);
   void careForTimelines();
   void publish();
   [[nodiscard]] bool areAxesAtRest();
-  [[nodiscard]] std::int64_t latestMs();
+  [[nodiscard]] std::int64_t seeLatest();
 
   std::deque<Axis>& axes_;
   Gate& gate_;
@@ -108,8 +162,7 @@ class Streamer {
   Timelines timelines_;
 
   Inbox inbox_;
-  std::uint32_t nextNumber_ = 0;
-  std::map<Moment, Waiting> waiting_;
+  std::map<Moment, Order> waiting_;
   /// What the batches that are known before the start need, for each axis; empty afterwards.
   std::vector<std::size_t> knownNodes_;
   /// Those with something to look at or to hand over, in the pass under way.
@@ -121,6 +174,9 @@ class Streamer {
   std::atomic<std::int64_t> boundMs_;
   std::atomic<bool> idle_{false};
   std::atomic<bool> isEnding_{false};
+  bool stands_ = false;
+  /// Axes that the guard shall let go.
+  std::vector<int> releasing_;
 };
 
 }  // namespace host

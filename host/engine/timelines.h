@@ -67,6 +67,8 @@ class Timelines {
   /// of its last step, at the latest cycle; or from rest, at the next one, where the library
   /// will resynchronise. Under the gate. `byBatch` did it, or others.
   void restart(Axis& axis, std::uint32_t byBatch) const;
+  /// That start. Under the gate.
+  [[nodiscard]] SegmentStart presentStart(const Axis& axis) const;
   /// Judges what the axis did up to the latest cycle, on its way to this point.
   void judge(Axis& axis, const Aim& aim);
 
@@ -112,7 +114,6 @@ class Timelines {
                                           std::uint32_t byWhom);
   void noteExternal(Axis& axis);
   void noteGuarded(Axis& axis);
-  [[nodiscard]] SegmentStart presentStart(const Axis& axis) const;
   [[nodiscard]] bool needsAnchor(const Axis& axis) const;
   [[nodiscard]] Window freshWindow(const Axis& axis) const;
   [[nodiscard]] bool merge(const Axis& axis, std::size_t held);

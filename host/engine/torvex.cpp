@@ -177,7 +177,7 @@ void Torvex::runRealtime(const Progress& progress) {
   ended_ = true;
   commandThread.get();
   cycleThread.get();
-  engine_.pass();
+  engine_.pass(host::wallNs() / host::nsPerMs);
 }
 
 void Torvex::driveCycles(std::int64_t originNs) {
@@ -215,7 +215,7 @@ void Torvex::driveCommands(std::int64_t originNs) {
     if (host::StopSignal::received() != 0) {
       engine_.end();
     }
-    engine_.pass();
+    engine_.pass(host::wallNs() / host::nsPerMs);
   }
 }
 

@@ -48,6 +48,9 @@ Json findingsJson(const std::vector<Finding>& findings) {
 }
 
 void Findings::tell(const Event& event, const Point* points) {
+  if (event.batch != Event::byOthers && event.batch >= plan_.batches.size()) {
+    return;
+  }
   const std::string text = textOf(event, points);
   if (!text.empty()) {
     note(event, excessOf(event, points), text);

@@ -1,0 +1,241 @@
+// What clients ask a streamer for.
+
+#include <algorithm>
+#include <mutex>
+
+#include "host/engine/streamer.h"
+#include "host/motion/density.h"
+#include "host/motion/excess.h"
+
+namespace host {
+namespace {
+
+struct Deaf : Listener {
+  void tell(const Event& /*event*/, const Point* /*points*/) override {}
+};
+
+bool commands(const ScheduledBatch& batch, int actuator) {
+  const std::vector<int>& actuators = batch.commands->actuators;
+  return std::find(actuators.begin(), actuators.end(), actuator) != actuators.end();
+}
+
+}  // namespace
+
+std::int64_t Streamer::nextMs() {
+  latestMs_ = seeLatest();
+  handOverDue();
+  return latestMs_ + cycleMs_;
+}
+
+Streamer::Objection Streamer::findObjection(const std::vector<Order>& orders, bool isStrict) {
+  Trials trials;
+  Objection objection;
+  for (; objection.order < orders.size(); ++objection.order) {
+    const Order& order = orders[objection.order];
+    if (order.batch.commands->isStop) {
+      continue;
+    }
+    const Columns columns = columnsOf(order);
+    objection.fault = findFaultNow(columns, order, trials);
+    if (objection.fault.reason == Fault::none && isStrict) {
+      objection.fault = findExcessOf(columns, order);
+    }
+    if (objection.fault.reason != Fault::none) {
+      break;
+    }
+    tryOut(columns, orders, objection.order, trials);
+  }
+  return objection;
+}
+
+/// Of what is due; else why it can never be taken, or not by axes that are held now.
+Event Streamer::findFaultNow(const Columns& columns, const Order& order, const Trials& trials) {
+  if (order.batch.momentMs.value_or(latestMs_) <= latestMs_ + cycleMs_) {
+    return findFault(columns, order, trials);
+  }
+  for (const Column& column : columns) {
+    Density density;
+    const Event fault = findLasting(column, order, density);
+    if (fault.reason != Fault::none) {
+      return fault;
+    }
+  }
+  return findHeld(columns, order);
+}
+
+Event Streamer::findExcessOf(const Columns& columns, const Order& order) const {
+  for (const Column& column : columns) {
+    const Event fault = findExcess(intakeOf(order, column.axis, column.number), column.points,
+                                   startBefore(column, order));
+    if (fault.reason != Fault::none) {
+      return fault;
+    }
+  }
+  return {};
+}
+
+/// Where the segment to the first point of a column begins; none where that is not known yet.
+std::optional<SegmentStart> Streamer::startBefore(const Column& column, const Order& order) const {
+  if (column.points.empty() || order.batch.momentMs.value_or(latestMs_) > latestMs_ + cycleMs_) {
+    return std::nullopt;
+  }
+  const Axis& axis = column.axis;
+  const Backlog::Kept kept = Backlog::kept(column.points, order.batch.commands->mode);
+  const std::int64_t lastMs = std::min(kept.lastMs, column.points.firstMs() - 1);
+  std::optional<Point> before;
+  const std::size_t count = std::min(axis.backlog.size(), Backlog::aheadPoints);
+  for (std::size_t i = 0; i < count && axis.backlog[i].timeMs <= lastMs; ++i) {
+    if (axis.backlog[i].timeMs >= kept.firstMs && !axis.backlog[i].isOfHost) {
+      before = axis.backlog[i];
+    }
+  }
+  const std::lock_guard hold(gate_);
+  return before ? startAt(*before, axis.backlog.knotOf(*before), latestMs_)
+                : timelines_.presentStart(axis);
+}
+
+/// Has those that command an axis again find what this one leaves.
+void Streamer::tryOut(const Columns& columns, const std::vector<Order>& orders, std::size_t number,
+                      Trials& trials) const {
+  for (const Column& column : columns) {
+    const int actuator = column.axis.index;
+    const auto next = orders.begin() + static_cast<std::ptrdiff_t>(number) + 1;
+    if (std::any_of(next, orders.end(),
+                    [&](const Order& order) { return commands(order.batch, actuator); })) {
+      const auto trial = trials.emplace(actuator, column.axis.backlog).first;
+      const Order& order = orders[number];
+      trial->second.take(column.points, order.batch.commands->mode,
+                         intakeOf(order, column.axis, column.number).curve(column.points));
+    }
+  }
+}
+
+std::vector<PointCounts> Streamer::countsOf(const Order& order) const {
+  std::vector<PointCounts> counts;
+  const std::vector<int>& actuators = order.batch.commands->actuators;
+  for (std::size_t column = 0; column < actuators.size(); ++column) {
+    const Axis& axis = axes_[static_cast<std::size_t>(actuators[column])];
+    const Intake intake = intakeOf(order, axis, column);
+    const Rounds points = intake.points();
+    counts.emplace_back().points = points.size();
+    Deaf deaf;
+    intake.tellTaken(points, counts.back(), deaf);
+  }
+  return counts;
+}
+
+void Streamer::take(const std::vector<Order>& orders) {
+  for (const Order& order : orders) {
+    for (const Column& column : columnsOf(order)) {
+      column.axis.counts.points += column.points.size();
+    }
+    enqueue(order);
+  }
+  handOverDue();
+}
+
+void Streamer::refuse(const Order& order, Event fault) {
+  const Columns columns = columnsOf(order);
+  for (const Column& column : columns) {
+    column.axis.counts.points += column.points.size();
+  }
+  fault.kind = EventKind::refused;
+  fault.batch = order.number;
+  fault.timeMs = latestMs_;
+  fault.count = 0;
+  refuse(columns, fault);
+}
+
+void Streamer::stop(const std::vector<int>& axes, std::uint32_t byWhom, bool planned) {
+  std::vector<Backlog::Removed> removed;
+  removed.reserve(axes.size());
+  {
+    GateHold hold(gate_);
+    for (const int actuator : axes) {
+      Axis& axis = axes_[static_cast<std::size_t>(actuator)];
+      timelines_.look(axis);
+      removed.push_back(stop(axis, byWhom));
+      timelines_.endLoan(axis);
+      hold.breathe();
+    }
+    latestMs_ = cycles_.latestMs;
+  }
+  for (std::size_t i = 0; i < axes.size(); ++i) {
+    Event cleared{EventKind::cleared, Fault::none, latestMs_, 0, axes[i]};
+    cleared.byBatch = byWhom;
+    tellCleared(cleared, removed[i], axes_[static_cast<std::size_t>(axes[i])].counts, teller_);
+    if (planned) {
+      clearPlanned(axes[i], byWhom);
+    }
+  }
+}
+
+void Streamer::clearPlanned(int actuator, std::uint32_t byWhom) {
+  for (auto& [moment, order] : waiting_) {
+    const bool isCleared = std::count(order.cleared.begin(), order.cleared.end(), actuator) > 0;
+    if (!isCleared && commands(order.batch, actuator)) {
+      clearColumn(order, actuator, byWhom);
+    }
+  }
+}
+
+void Streamer::clearColumn(Order& order, int actuator, std::uint32_t byWhom) {
+  order.cleared.push_back(actuator);
+  Event cleared{EventKind::cleared, Fault::none, latestMs_, order.number, actuator};
+  cleared.byBatch = byWhom;
+  cleared.count = order.batch.commands->size();
+  if (cleared.count > 0) {
+    axes_[static_cast<std::size_t>(actuator)].counts.cleared += cleared.count;
+    teller_.tell(cleared, nullptr);
+  }
+}
+
+void Streamer::dismiss(Order& order, int actuator, std::uint32_t byWhom) {
+  axes_[static_cast<std::size_t>(actuator)].counts.points += order.batch.commands->size();
+  clearColumn(order, actuator, byWhom);
+}
+
+void Streamer::latch(const std::vector<int>& axes) {
+  for (const int actuator : axes) {
+    axes_[static_cast<std::size_t>(actuator)].isHeld = true;
+    releasing_.erase(std::remove(releasing_.begin(), releasing_.end(), actuator), releasing_.end());
+  }
+}
+
+void Streamer::release(const std::vector<int>& axes) {
+  for (const int actuator : axes) {
+    axes_[static_cast<std::size_t>(actuator)].isHeld = false;
+  }
+  releasing_.insert(releasing_.end(), axes.begin(), axes.end());
+  freeFromGuard();
+}
+
+void Streamer::freeFromGuard() {
+  if (releasing_.empty()) {
+    return;
+  }
+  GateHold hold(gate_);
+  const auto isFree = [&](int actuator) {
+    Axis& axis = axes_[static_cast<std::size_t>(actuator)];
+    timelines_.look(axis);
+    hold.breathe();
+    if (axis.guard.isRamping) {
+      return false;
+    }
+    axis.guard.heldSinceMs = GuardRecord::never;
+    return true;
+  };
+  releasing_.erase(std::remove_if(releasing_.begin(), releasing_.end(), isFree), releasing_.end());
+}
+
+std::vector<CommandState::AxisState> Streamer::axisStates() {
+  std::vector<CommandState::AxisState> states;
+  states.reserve(axes_.size());
+  const std::lock_guard hold(gate_);
+  for (const Axis& axis : axes_) {
+    states.push_back({nobody, axis.isHeld, axis.guard.isHeld(), axis.counts.left()});
+  }
+  return states;
+}
+
+}  // namespace host
