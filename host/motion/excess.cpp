@@ -1,5 +1,7 @@
 #include "host/motion/excess.h"
 
+#include <cmath>
+
 #include "host/motion/limits.h"
 
 namespace host {
@@ -24,8 +26,10 @@ Event excessOf(const Intake& intake, const SegmentStart& start, const Point& end
   constexpr double rounding = 1.0001;
   const simulation::Actuator& actuator = intake.actuator;
   const Segment segment(start, end, knot);
+  const double lineMs =
+      static_cast<double>(end.timeMs > start.timeMs ? end.timeMs - start.timeMs : intake.cycleMs);
   const double speed = segment.isLine()
-                           ? speedOf(start, end.timeMs, double{end.value.asFloat}, intake.cycleMs)
+                           ? std::abs(double{end.value.asFloat} - start.value) / lineMs * 1000.0
                            : segment.fastest(end.timeMs).amount;
   fault.point = end.index;
   if (!(speed <= double{actuator.maximumVelocity} * rounding)) {
