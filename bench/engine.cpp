@@ -180,6 +180,47 @@ void loadProcessor(benchmark::State& state, std::size_t axes, decltype(&motionOf
   }
 }
 
+/// The median of a cycle of axes on their way, exchange included, in ns.
+double cycleOnTheWay(std::size_t axes, host::GuardMode guard) {
+  constexpr std::size_t cycles = 2000;
+  EngineRig rig(axes, guard);
+  rig.submit(motionOf(firstAxes(axes), 2, 2 * cycles, TimedCommand::MERGE));
+  std::vector<double> durations;
+  Stopwatch watch;
+  for (std::size_t i = 0; i < cycles; ++i) {
+    rig.engine.pass();
+    rig.wake();
+    watch.start();
+    rig.engine.goOn();
+    rig.engine.machine().step(0.001);
+    durations.push_back(1e9 * watch.stop());
+  }
+  std::sort(durations.begin(), durations.end());
+  return quantile(durations, 0.5);
+}
+
+/// What the guard adds to a cycle, each beside the same without it, one after the other.
+void guardAxes(benchmark::State& state, std::size_t axes) {
+  constexpr int repetitions = 10;
+  for ([[maybe_unused]] auto iteration : state) {
+    std::vector<double> costs;
+    double cycle = 0.0;
+    for (int i = 0; i < repetitions; ++i) {
+      const double without = cycleOnTheWay(axes, host::GuardMode::off);
+      cycle = cycleOnTheWay(axes, host::GuardMode::hold);
+      costs.push_back(cycle - without);
+    }
+    std::sort(costs.begin(), costs.end());
+    const double cost = quantile(costs, 0.5);
+    constexpr double mostNs = 5.0;
+    state.SetIterationTime(1e-9 * cycle);
+    state.counters[nsCounter] = cost / static_cast<double>(axes);
+    state.counters["most_ns"] = mostNs;
+    state.counters["cycle_ns"] = cycle;
+    state.counters["share_of_cycle_percent"] = 100.0 * cost / cycle;
+  }
+}
+
 std::size_t bytesOnHeap() {
   const auto heap = mallinfo2();
   return heap.uordblks + heap.hblkhd;
@@ -325,6 +366,7 @@ void addEngineBenchmarks() {
           [](benchmark::State& state) { loadProcessor(state, 100, motionOf); });
   addOnce("share/100_axes/curves",
           [](benchmark::State& state) { loadProcessor(state, 100, curvedMotionOf); });
+  addOnce("guard/1000_axes", [](benchmark::State& state) { guardAxes(state, 1000); });
   addOnce("memory/in_batch", [](benchmark::State& state) { holdPoints(state, false); });
   addOnce("memory/in_backlog", [](benchmark::State& state) { holdPoints(state, true); });
   addTogether();

@@ -28,9 +28,10 @@ host::MachineModel describe(std::size_t axes) {
   return machine;
 }
 
-host::EngineOptions options() {
+host::EngineOptions options(host::GuardMode guard) {
   host::EngineOptions chosen;
   chosen.cycleMs = 1;
+  chosen.guard = guard;
   return chosen;
 }
 
@@ -72,7 +73,8 @@ MotionPointer curvedMotionOf(const std::vector<int>& axes, std::size_t points, s
   return motion;
 }
 
-EngineRig::EngineRig(std::size_t axes) : machine_(describe(axes)), engine(machine_, options()) {
+EngineRig::EngineRig(std::size_t axes, host::GuardMode guard)
+    : machine_(describe(axes)), engine(machine_, options(guard)) {
   engine.start();
 }
 

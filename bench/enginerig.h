@@ -27,7 +27,7 @@ MotionPointer curvedMotionOf(const std::vector<int>& axes, std::size_t points, s
 /// cycles of a millisecond. One thread does the work of both, in turn.
 class EngineRig {
  public:
-  explicit EngineRig(std::size_t axes);
+  explicit EngineRig(std::size_t axes, host::GuardMode guard = host::GuardMode::hold);
 
   /// Hands a batch in, whose times count from here. Throws where there is no room.
   void submit(MotionPointer motion, std::int64_t originMs);

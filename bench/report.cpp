@@ -52,6 +52,8 @@ constexpr Goal goals[] = {
      "push/merge/500_into_0/ascending/vector", nsCounter, open},
     {"a cycle of an axis on curves / on lines", "engine/share/100_axes/curves",
      "engine/share/100_axes/lines", "axis_ns", open},
+    {"the guard, for an axis on its way / 5 ns", "engine/guard/1000_axes", "engine/guard/1000_axes",
+     nsCounter, 1.0, "most_ns"},
     {"1,000 axes reach a point / none does, p50", "engine/together/1000/steady",
      "engine/together/1000/steady", "p50", 1.2, "none_p50"},
     {"  p99 / p50 where none does", "engine/together/1000/steady", "engine/together/1000/steady",

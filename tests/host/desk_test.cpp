@@ -288,4 +288,86 @@ TEST(Desk, LetsNobodyMoveWhatIsNotHisAndAccountsForEveryPoint) {
   }
 }
 
+TEST(Desk, JudgesNoLeaseBeforeAllWasReadAfterAStall) {
+  // Renewed by what was read; read without a renewal; not read for 100 ms.
+  for (int what = 0; what < 3; ++what) {
+    const host::MachineModel machine = fourAxes();
+    host::Engine engine(machine, {"", ".", cycleMs});
+    std::uint64_t stall = 0;
+    engine.desk().setReader([&](std::uint64_t number) { stall = number; });
+    engine.start();
+    engine.desk().enrol({"c", {0}, 0, 100, host::LossRule::stop}, {});
+    engine.pass(10);
+    engine.wake(0);
+    engine.pass(1000);
+    EXPECT_EQ(stall, 1U);
+    EXPECT_FALSE(engine.canGoOn()) << "machine time goes on before all was read";
+    EXPECT_EQ(engine.desk().state().commanders.size(), 1U);
+    if (what == 0) {
+      engine.desk().renew(1, {});
+    }
+    if (what < 2) {
+      engine.desk().haveReadAll(stall);
+    }
+    engine.pass(what == 2 ? 1020 : 1010);
+    EXPECT_EQ(engine.canGoOn(), what < 2);
+    for (std::int64_t ms = 1030; ms <= 1100; ms += cycleMs) {
+      engine.pass(ms);
+    }
+    EXPECT_EQ(engine.desk().state().commanders.size(), what == 0 ? 1U : 0U);
+    EXPECT_TRUE(engine.canGoOn());
+  }
+}
+
+TEST(Desk, SaysWhyAndTakesNothingOfARequest) {
+  host::MachineModel machine = fourAxes();
+  machine.description.actuators[0].maximumVelocity = 1.0F;
+  host::Engine engine(machine, {"", ".", cycleMs});
+  engine.start();
+  engine.desk().enrol({"owner", {1}, 0, 1'000'000, host::LossRule::stop}, {});
+  engine.desk().hold({2}, {});
+  struct Case {
+    int actuator;
+    std::vector<std::uint32_t> times;
+    float value;
+    Fault reason;
+    double figure, limit;
+  };
+  const std::vector<std::uint32_t> together(600, 5), many(1'000'001, 0);
+  for (const Case& asked : {Case{0, {100}, HUGE_VALF, Fault::notFinite, HUGE_VAL, 1e28F},
+                            {0, together, 0.0F, Fault::tooDense, 600.0, 511.0},
+                            {0, {1000}, -3.0F, Fault::beyond, -3.0, -1.0},
+                            {0, {100}, 0.2F, Fault::tooFast, 2.0, 1.0},
+                            {0, {990}, 0.2F, Fault::none, 0.0, 0.0},
+                            {1, {100}, 0.0F, Fault::owned, 0.0, 0.0},
+                            {2, {100}, 0.0F, Fault::held, 0.0, 0.0},
+                            {3, many, 0.0F, Fault::full, 0.0, 0.0}}) {
+    host::CommandRequest request;
+    request.isStrict = true;
+    for (const int actuator : {3, asked.actuator}) {
+      auto batch = std::make_shared<host::CommandBatch>();
+      batch->actuators = {actuator};
+      batch->times = actuator == asked.actuator ? asked.times : std::vector<std::uint32_t>{50};
+      batch->values.assign(batch->times.size(),
+                           hal::AttrGeneric(actuator == 3 ? 0.0F : asked.value));
+      request.batches.emplace_back().commands = batch;
+      request.batches.back().isRelative = true;
+    }
+    host::Denial denial;
+    const host::PointCounts before = engine.axes()[3].counts;
+    engine.desk().request(std::move(request),
+                          [&](const host::CommandAnswer& answer) { denial = answer.denial; });
+    engine.pass();
+    EXPECT_EQ(denial.reason, asked.reason);
+    if (asked.reason == Fault::none) {
+      continue;
+    }
+    EXPECT_FLOAT_EQ(static_cast<float>(denial.figure), static_cast<float>(asked.figure));
+    EXPECT_EQ(denial.limit, asked.limit);
+    EXPECT_EQ(denial.ownerName, asked.reason == Fault::owned ? "owner" : "");
+    EXPECT_EQ(denial.batch, asked.actuator == 3 ? 0U : 1U);
+    EXPECT_EQ(engine.axes()[3].counts.left(), before.left());
+  }
+}
+
 }  // namespace

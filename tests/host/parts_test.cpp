@@ -235,17 +235,18 @@ TEST(Inbox, NumbersWhatManyThreadsPutInTheOrderOfArrival) {
       }
     });
   }
-  std::vector<host::ScheduledBatch> came;
+  std::vector<host::Inbox::Arrival> came;
   while (came.size() < numbers.size()) {
-    for (host::ScheduledBatch& batch : inbox.takeAll()) {
-      came.push_back(std::move(batch));
+    for (host::Inbox::Arrival& arrival : inbox.takeAll()) {
+      came.push_back(std::move(arrival));
     }
   }
   for (std::thread& thread : all) {
     thread.join();
   }
   for (std::size_t i = 0; i < came.size(); ++i) {
-    ASSERT_EQ(numbers[static_cast<std::size_t>(came[i].originMs)], i);
+    ASSERT_EQ(numbers[static_cast<std::size_t>(came[i].batch.originMs)], i);
+    ASSERT_EQ(came[i].number, i);
   }
 }
 
