@@ -237,6 +237,111 @@ class Door(DoorTest):
         os.chmod("torvex", 0o755)
         self.assertIn("chmod 700", self.said(2, "serve", "m.yaml", "--pool", self.pool))
 
+    def sent(self, *batches, **more):
+        return self.asked("POST", "/v1/batches", {"batches": batches, **more})
+
+    def refused(self, *batches, **more):
+        status, content = self.sent(*batches, **more)
+        error = content["error"]
+        return status, error["reason"], error["path"], error.get("owner", error.get("figure"))
+
+    def told_until(self, events, end):
+        """The events up to the first one that `end` holds of, as the document says each is."""
+        told = []
+        while not told or not end(told[-1]):
+            told.append(events.message())
+            validate({"$ref": "#/components/schemas/event"}, told[-1])
+        return told
+
+    def test_commands_and_accounts_for_each_point(self):
+        with self.served():
+            events = WebSocket(BySocket(self.path), "/v1/events")
+            first = {"key": "a/Value", "items": [{"time": 0.1 * i, "value": 0.01 * i} for i in range(1, 6)]}
+            second = {"trajectory": {"joint_names": ["b", "s"], "points": [
+                {"positions": [0.05, 7], "time_from_start": 0.2}]}}
+            status, dry = self.sent(first, second, dry_run=True)
+            self.assertEqual((status, dry["request"]), (200, None))
+            status, taken = self.sent(first, second)
+            self.assertEqual([axis["points"] for batch in taken["batches"] for axis in batch["axes"]], [5, 1, 1])
+            reached = 0
+            told = self.told_until(events, lambda event: event["kind"] == "reached" and event["machine_ms"] >
+                                   taken["machine_ms"] + 450)
+            for event in told[1:]:
+                self.assertEqual(event["request"], taken["request"], event)
+                reached += event["count"] if event["kind"] == "reached" else 0
+            self.assertEqual(reached, 7)
+            _, values = self.asked("GET", "/v1/values?key=?/Value")
+            self.assertEqual([round(value, 6) for value in values["values"].values()], [0.05, 0.05, 7])
+            self.assertEqual([event["number"] for event in told[1:]], [*range(told[1]["number"], told[-1]["number"] + 1)])
+            again = WebSocket(BySocket(self.path), f"/v1/events?since={told[1]['number']}")
+            self.assertEqual(self.told_until(again, lambda event: event == told[-1])[1:], told[1:])
+
+    def test_refuses_all_of_a_request_and_says_which_field(self):
+        good = {"key": "b/Value", "items": [{"time": 1, "value": 0.1}]}
+        with self.served():
+            for batch, expected in (
+                    ({"key": "a/Value", "items": [{"time": 1, "value": 1.5}]},
+                     (422, "beyond_limits", "/batches/1/items/0", 1.5)),
+                    ({"trajectory": {"joint_names": ["a"], "points": [
+                        {"positions": [0], "time_from_start": 1}, {"positions": [0.5], "time_from_start": 1.1}]}},
+                     (422, "too_fast", "/batches/1/trajectory/points/1", 5)),
+                    ({"key": "a/Value", "items": [{"time": 1 + i / 1000, "value": 0} for i in range(600)], "speed": 1},
+                     None),
+                    ({"key": "c/Value", "items": []}, (400, "invalid", "/batches/1/key", None)),
+                    ({"stop": ["c"]}, (400, "invalid", "/batches/1/stop/0", None))):
+                if expected:
+                    status, reason, path, figure = self.refused(good, batch)
+                    self.assertEqual((status, reason, path), expected[:3])
+                    self.assertAlmostEqual(figure or 0, expected[3] or 0, 3)
+            self.assertEqual(self.refused(good, commander=9), (404, "unknown", "/commander", None))
+            _, machine = self.asked("GET", "/v1/machine")
+            self.assertEqual([axis["waiting"] for axis in machine["axes"]], [0, 0, 0])
+        with self.served("--no-strict"):
+            _, taken = self.sent({"key": "a/Value", "items": [{"time": 1, "value": 1.5}]})
+            self.assertEqual(taken["batches"][0]["axes"][0]["limited"], 1)
+
+    def test_owners_holds_and_stops(self):
+        move = {"key": "a/Value", "items": [{"time": 30, "value": 0.9}]}
+        with self.served():
+            status, owner = self.asked("POST", "/v1/commanders", {"name": "one", "axes": ["a"], "lease_ms": 60000})
+            self.assertEqual(status, 201)
+            self.assertEqual(self.refused(move), (409, "owned", "/batches/0", "one"))
+            self.assertEqual(self.refused({"stop": ["a"]})[:2], (409, "owned"))
+            self.assertEqual(self.asked("POST", "/v1/commanders", {"name": "two", "axes": "all"})[0], 409)
+            self.assertEqual(self.sent(move, commander=owner["id"])[0], 200)
+            self.assertEqual(self.asked("POST", f"/v1/commanders/{owner['id']}/renew", {})[1], owner)
+            lasting = BySocket(self.path)
+            lasting.request("POST", "/v1/commanders", json.dumps(
+                {"name": "high", "axes": ["a/Value"], "priority": 60, "ends_with_connection": True}),
+                {"Content-Type": "application/json"})
+            high = json.loads(lasting.getresponse().read())
+            self.assertEqual(self.refused(move, commander=owner["id"])[3], "high")
+            events = WebSocket(BySocket(self.path), "/v1/events")
+            lasting.close()
+            lost = self.told_until(events, lambda event: event["kind"] == "lost")[-1]
+            self.assertEqual((lost["commander"], lost["reason"]), (high["id"], "resigned"))
+            self.assertEqual(self.sent(move)[0], 200)
+            self.assertEqual(self.asked("POST", "/v1/hold", {"axes": ["a"]})[1]["axes"], ["a"])
+            self.assertEqual(self.refused(move)[:3], (409, "held", "/batches/0"))
+            self.assertEqual(self.asked("GET", "/v1/health")[1]["status"], "held")
+            self.assertEqual(self.asked("POST", "/v1/release")[0], 200)
+            self.assertEqual(self.sent(move)[0], 200)
+            self.assertEqual(self.sent({"stop": "all"})[0], 200)
+            cleared = self.told_until(events, lambda event: event.get("by") == "stop")[-1]
+            self.assertEqual((cleared["kind"], cleared["count"]), ("cleared", 1))
+            self.assertEqual(self.reason("DELETE", "/v1/commanders/77"), (404, "unknown", ""))
+
+    def test_plays_motion_files_from_where_it_stands(self):
+        write("f.yaml", "joint_names: [a]\npoints: [{positions: [0.2], time_from_start: 0}, {positions: [0.3], time_from_start: 0.2}]\n")
+        with self.served():
+            self.assertIn("reached: 2 of 2", self.said(0, "play", "f.yaml"))
+            self.assertIn("reached: 2 of 2", self.said(0, "play", "f.yaml"))
+            body = {"motions": ["b.yaml"], "files": {"b.yaml": "batches: [{at: 0, trajectory_file: f.yaml}]"}}
+            status, answer = self.asked("POST", "/v1/motions", body)
+            self.assertEqual((status, answer["error"]["reason"], answer["error"]["file"]), (422, "needs_file", "f.yaml"))
+            body["files"]["f.yaml"] = "joint_names: [x]"
+            self.assertEqual(self.reason("POST", "/v1/motions", body), (400, "invalid", "/files"))
+
     def test_tells_systemd_when_it_is_ready(self):
         with socket.socket(socket.AF_UNIX, socket.SOCK_DGRAM) as manager:
             manager.bind("notify")
