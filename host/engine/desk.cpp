@@ -25,18 +25,6 @@ std::uint64_t roomFor(std::uint64_t waiting, std::uint64_t most) {
   return waiting < most ? most - waiting : 0;
 }
 
-CommandAnswer denied(Denial denial) {
-  CommandAnswer answer;
-  answer.denial = std::move(denial);
-  return answer;
-}
-
-CommandAnswer denied(Fault reason) {
-  Denial denial;
-  denial.reason = reason;
-  return denied(std::move(denial));
-}
-
 void give(const Answered& answered, const CommandAnswer& answer) {
   if (answered) {
     answered(answer);
@@ -104,7 +92,9 @@ void Desk::request(CommandRequest request, Answered answered) {
     full.reason = Fault::full;
     full.room = roomFor(askedPoints_, mostWaitingPoints);
   }
-  give(answered, denied(std::move(full)));
+  CommandAnswer answer;
+  answer.denial = full;
+  give(answered, answer);
 }
 
 void Desk::stop(std::vector<int> axes, CommanderId commander, Answered answered) {
@@ -323,128 +313,6 @@ void Desk::dismissStopped(Streamer::Order& order, std::uint64_t sequence) {
       streamer_.dismiss(order, actuator, Event::byStop);
     }
   }
-}
-
-CommandAnswer Desk::doneWith(std::vector<int> axes) const {
-  CommandAnswer answer;
-  answer.timeMs = streamer_.latestMs();
-  answer.axes = std::move(axes);
-  return answer;
-}
-
-CommandAnswer Desk::doStop(const std::vector<int>& axes, CommanderId commander) {
-  if (commander != nobody && !commanders_.renew(commander, clockMs_)) {
-    return denied(Fault::unknown);
-  }
-  for (const int actuator : axes) {
-    if (const CommanderId owner = commanders_.ownerOf(actuator); owner != commander) {
-      return denied(ownedBy(actuator, owner));
-    }
-  }
-  streamer_.stop(axes, Event::byStop, false);
-  for (const int actuator : axes) {
-    stopped_[static_cast<std::size_t>(actuator)] = fulfilling_;
-  }
-  tell(EventKind::stopped, axes);
-  return doneWith(axes);
-}
-
-CommandAnswer Desk::doHold(const std::vector<int>& axes) {
-  streamer_.latch(axes);
-  streamer_.stop(axes, Event::byHold, true);
-  tell(EventKind::held, axes);
-  return doneWith(axes);
-}
-
-/// Batches that were asked for before do not move what it frees.
-CommandAnswer Desk::doRelease(const std::vector<int>& axes) {
-  streamer_.release(axes);
-  for (const int actuator : axes) {
-    stopped_[static_cast<std::size_t>(actuator)] = fulfilling_;
-  }
-  tell(EventKind::released, axes);
-  return doneWith(axes);
-}
-
-CommandAnswer Desk::doEnrol(const Enrolment& enrolment) {
-  if (const auto obstacle = commanders_.obstacleTo(enrolment)) {
-    return denied(ownedBy(obstacle->actuator, obstacle->owner));
-  }
-  std::vector<Commanders::Owned> losses;
-  const CommanderId id = commanders_.enrol(enrolment, clockMs_, losses);
-  streamer_.stop(enrolment.axes, Event::byCommander, true);
-  for (const Commanders::Owned& lost : losses) {
-    tellLost(lost.owner, Fault::owned, lost.actuator, 1);
-  }
-  Event registered{EventKind::registered, Fault::none, streamer_.latestMs(), Event::byOthers};
-  registered.commander = id;
-  registered.count = enrolment.axes.size();
-  teller_.tell(registered, nullptr);
-  CommandAnswer answer = doneWith(enrolment.axes);
-  answer.commander = id;
-  return answer;
-}
-
-CommandAnswer Desk::doRenew(CommanderId commander) {
-  if (!commanders_.renew(commander, clockMs_)) {
-    return denied(Fault::unknown);
-  }
-  CommandAnswer answer = doneWith(commanders_.find(commander)->enrolment.axes);
-  answer.commander = commander;
-  return answer;
-}
-
-CommandAnswer Desk::lose(CommanderId commander, Fault why) {
-  if (commanders_.find(commander) == nullptr) {
-    return denied(Fault::unknown);
-  }
-  const Commanders::Commander lost = commanders_.remove(commander);
-  if (lost.enrolment.onLoss == LossRule::stop) {
-    streamer_.stop(lost.enrolment.axes, Event::byCommander, true);
-  }
-  ledger_.forget(commander);
-  tellLost(commander, why, -1, lost.enrolment.axes.size());
-  CommandAnswer answer = doneWith(lost.enrolment.axes);
-  answer.commander = commander;
-  return answer;
-}
-
-void Desk::judgeLeases() {
-  const bool mayJudge = leaseClock_.advance(clockMs_, readStall_);
-  if (!mayJudge && askToRead_ && stallTold_ != leaseClock_.stall()) {
-    stallTold_ = leaseClock_.stall();
-    askToRead_(stallTold_);
-  }
-  const bool waits = !mayJudge && askToRead_ && !commanders_.all().empty();
-  streamer_.standStill(waits);
-  if (waits) {
-    return;
-  }
-  for (const CommanderId id : commanders_.expired(clockMs_)) {
-    lose(id, Fault::expired);
-  }
-}
-
-/// One event where it concerns all axes.
-void Desk::tell(EventKind kind, const std::vector<int>& axes) {
-  Event event{kind, Fault::none, streamer_.latestMs(), Event::byOthers};
-  if (axes.size() == stopped_.size()) {
-    event.count = axes.size();
-    teller_.tell(event, nullptr);
-    return;
-  }
-  event.count = 1;
-  for (const int actuator : axes) {
-    event.actuator = actuator;
-    teller_.tell(event, nullptr);
-  }
-}
-
-void Desk::tellLost(CommanderId commander, Fault why, int actuator, std::size_t axes) {
-  Event lost{EventKind::lost, why, streamer_.latestMs(), Event::byOthers, actuator};
-  lost.commander = commander;
-  lost.count = axes;
-  teller_.tell(lost, nullptr);
 }
 
 void Desk::publish() {

@@ -335,13 +335,17 @@ void Streamer::tellTaken(const Column& column, const Taken& taken, const Order& 
 void Streamer::careForTimelines() {
   inNeed_.clear();
   for (Axis& axis : axes_) {
-    if (timelines_.needsCare(axis, latestMs_)) {
+    if (axis.isHeld || timelines_.needsCare(axis, latestMs_)) {
       inNeed_.push_back(&axis);
     }
   }
   GateHold hold(gate_);
   for (Axis* const axis : inNeed_) {
     timelines_.look(*axis);
+    if (axis->isHeld) {
+      // Others may have queued commands.
+      stop(*axis, Event::byHold);
+    }
     timelines_.fillUp(*axis);
     timelines_.endLoan(*axis);
     hold.breathe();

@@ -26,7 +26,7 @@ Event excessOf(const Intake& intake, const SegmentStart& start, const Point& end
   constexpr double rounding = 1.0001;
   const simulation::Actuator& actuator = intake.actuator;
   const Segment segment(start, end, knot);
-  const double lineMs =
+  const auto lineMs =
       static_cast<double>(end.timeMs > start.timeMs ? end.timeMs - start.timeMs : intake.cycleMs);
   const double speed = segment.isLine()
                            ? std::abs(double{end.value.asFloat} - start.value) / lineMs * 1000.0

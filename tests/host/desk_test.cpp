@@ -319,6 +319,58 @@ TEST(Desk, JudgesNoLeaseBeforeAllWasReadAfterAStall) {
   }
 }
 
+host::ScheduledBatch batchOf(int actuator, const std::vector<std::uint32_t>& times, float value) {
+  auto batch = std::make_shared<host::CommandBatch>();
+  batch->actuators = {actuator};
+  batch->times = times;
+  batch->values.assign(times.size(), hal::AttrGeneric(value));
+  host::ScheduledBatch scheduled;
+  scheduled.commands = std::move(batch);
+  scheduled.isRelative = true;
+  return scheduled;
+}
+
+host::Denial denialOf(host::Engine& engine, host::CommandRequest request) {
+  host::Denial denial;
+  engine.desk().request(std::move(request),
+                        [&](const host::CommandAnswer& answer) { denial = answer.denial; });
+  engine.pass();
+  return denial;
+}
+
+TEST(Desk, FreesFromTheGuardAndKeepsStillWhatIsHeld) {
+  host::MachineModel machine = fourAxes();
+  machine.description.actuators[0].maximumVelocity = 1.0F;
+  host::Engine engine(machine, {"", ".", cycleMs});
+  engine.start();
+  std::int64_t clock = 0;
+  const auto moveTo = [&](std::uint32_t timeMs, float value, int cycles) {
+    host::CommandRequest request;
+    request.batches = {batchOf(0, {timeMs}, value)};
+    const Fault reason = denialOf(engine, std::move(request)).reason;
+    for (int i = 0; i < cycles; ++i) {
+      engine.pass();
+      engine.wake(clock++);
+      engine.goOn();
+    }
+    return reason;
+  };
+  EXPECT_EQ(moveTo(50, 1.0F, 5), Fault::none);
+  EXPECT_EQ(moveTo(900, 0.5F, 0), Fault::guarded);
+  engine.desk().release({0}, {});
+  EXPECT_EQ(moveTo(900, 0.5F, 40), Fault::guarded) << "it ramps to rest first";
+  EXPECT_EQ(moveTo(900, 0.5F, 100), Fault::none);
+  EXPECT_EQ(engine.axes()[0].commanded(), 0.5);
+  engine.desk().hold({0}, {});
+  EXPECT_EQ(moveTo(900, 0.0F, 1), Fault::held);
+  CommandList others(1);
+  others.front() = {hal::AttrGeneric(1.0F), static_cast<std::uint32_t>(engine.timeMs() + 2000)};
+  engine.axes()[0].timeline->pushTimedCommand(others, TimedCommand::MERGE);
+  EXPECT_EQ(moveTo(900, 0.0F, 20), Fault::held);
+  EXPECT_EQ(engine.axes()[0].commanded(), 0.5);
+  EXPECT_TRUE(engine.isIdle());
+}
+
 TEST(Desk, SaysWhyAndTakesNothingOfARequest) {
   host::MachineModel machine = fourAxes();
   machine.description.actuators[0].maximumVelocity = 1.0F;
@@ -345,19 +397,12 @@ TEST(Desk, SaysWhyAndTakesNothingOfARequest) {
     host::CommandRequest request;
     request.isStrict = true;
     for (const int actuator : {3, asked.actuator}) {
-      auto batch = std::make_shared<host::CommandBatch>();
-      batch->actuators = {actuator};
-      batch->times = actuator == asked.actuator ? asked.times : std::vector<std::uint32_t>{50};
-      batch->values.assign(batch->times.size(),
-                           hal::AttrGeneric(actuator == 3 ? 0.0F : asked.value));
-      request.batches.emplace_back().commands = batch;
-      request.batches.back().isRelative = true;
+      const bool isOther = actuator != asked.actuator;
+      request.batches.push_back(isOther ? batchOf(3, {50}, 0.0F)
+                                        : batchOf(actuator, asked.times, asked.value));
     }
-    host::Denial denial;
     const host::PointCounts before = engine.axes()[3].counts;
-    engine.desk().request(std::move(request),
-                          [&](const host::CommandAnswer& answer) { denial = answer.denial; });
-    engine.pass();
+    const host::Denial denial = denialOf(engine, std::move(request));
     EXPECT_EQ(denial.reason, asked.reason);
     if (asked.reason == Fault::none) {
       continue;

@@ -5,12 +5,14 @@
 
 #include <algorithm>
 #include <atomic>
+#include <csignal>
 #include <functional>
 #include <mutex>
 #include <thread>
 #include <tuple>
 #include <utility>
 
+#include "host/base/stopsignal.h"
 #include "host/engine/engine.h"
 #include "tests/support/failingheap.h"
 #include "tests/support/mutexprotocol.h"
@@ -248,6 +250,22 @@ TEST(Inbox, NumbersWhatManyThreadsPutInTheOrderOfArrival) {
     ASSERT_EQ(numbers[static_cast<std::size_t>(came[i].batch.originMs)], i);
     ASSERT_EQ(came[i].number, i);
   }
+}
+
+// Hangs when a later signal is not another wish.
+TEST(StopSignal, IsRepeatedByALaterOne) {
+  {
+    const host::StopSignal stopSignal;
+    std::raise(SIGTERM);
+    std::raise(SIGINT);
+    EXPECT_EQ(host::StopSignal::received(), SIGTERM);
+    while (!host::StopSignal::isRepeated()) {
+      std::raise(SIGINT);
+    }
+    EXPECT_EQ(host::StopSignal::received(), SIGTERM);
+  }
+  const host::StopSignal another;
+  EXPECT_FALSE(host::StopSignal::received() != 0 || host::StopSignal::isRepeated());
 }
 
 bool isRegistryEmpty() {
