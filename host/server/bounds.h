@@ -8,9 +8,9 @@ namespace host {
 /// What a client may ask of the door; docs/api.md tells them.
 namespace bounds {
 
-constexpr std::size_t headBytes = 8 * 1024;
+constexpr std::size_t headBytes = std::size_t{8} * 1024;
 constexpr std::size_t bodyBytes = std::size_t{1} << 20;
-constexpr std::size_t messageBytes = 4 * 1024;
+constexpr std::size_t messageBytes = std::size_t{4} * 1024;
 constexpr std::size_t connections = 128;
 /// Connections beyond these, of which the latest may still ask for what is urgent.
 constexpr std::size_t urgentConnections = 16;
@@ -21,7 +21,7 @@ constexpr std::chrono::milliseconds requestTime{10'000};
 /// Between two requests, and for a listener to take something.
 constexpr std::chrono::milliseconds idleTime{60'000};
 /// Of a listener's text that is written at once.
-constexpr std::size_t linesBytes = 64 * 1024;
+constexpr std::size_t linesBytes = std::size_t{64} * 1024;
 
 }  // namespace bounds
 }  // namespace host

@@ -20,7 +20,7 @@ namespace host {
 namespace {
 
 /// Longer ones take longer to read than others should wait.
-constexpr std::size_t shortBody = 16 * 1024;
+constexpr std::size_t shortBody = std::size_t{16} * 1024;
 
 void requireJson(const Request& request) {
   static const std::string json = "application/json";
@@ -188,6 +188,11 @@ Answer Commands::enrolled(const CommandAnswer& answer, const Enrolment& enrolmen
   }
   if (!answer.isDone()) {
     return denialAnswer(view_.machine(), answer.denial, "/axes");
+  }
+  constexpr std::size_t mostNames = 10'000;
+  commanderNames_[answer.commander] = enrolment.name;
+  if (commanderNames_.size() > mostNames) {
+    commanderNames_.erase(commanderNames_.begin());
   }
   if (isGone && endsWithConnection) {
     desk().resign(answer.commander, {});

@@ -43,6 +43,8 @@ class Commands {
   std::function<void()> attach(CommanderId commander, std::uint64_t connection);
   void connectionEnded(std::uint64_t connection);
   [[nodiscard]] const RequestNumbers& numbers() const { return *numbers_; }
+  /// Of the latest commanders, also of those that have ended.
+  [[nodiscard]] const std::map<CommanderId, std::string>& names() const { return commanderNames_; }
 
  private:
   struct Known {
@@ -76,6 +78,7 @@ class Commands {
   const ActuatorNames names_;
   const std::shared_ptr<RequestNumbers> numbers_ = std::make_shared<RequestNumbers>();
   std::map<CommanderId, Known> known_;
+  std::map<CommanderId, std::string> commanderNames_;
   /// Connections whose registrations are under way, with how many; those that have ended.
   std::map<std::uint64_t, int> enrolling_;
   std::set<std::uint64_t> gone_;

@@ -137,15 +137,19 @@ const char* reasonName(Fault fault) {
   return "internal";
 }
 
-std::string eventLine(const Event& event, std::uint64_t number, std::uint32_t request,
+std::string eventLine(const Event& event, const EventContext& context,
                       const MachineModel& machine) {
-  Json json = {{"number", number}, {"kind", kindName(event.kind)}, {"machine_ms", event.timeMs}};
+  Json json = {
+      {"number", context.number}, {"kind", kindName(event.kind)}, {"machine_ms", event.timeMs}};
   if (isAboutBatch(event)) {
-    json["request"] = request;
+    json["request"] = context.request;
     json["batch"] = event.batch;
   }
   if (event.commander != 0) {
     json["commander"] = event.commander;
+    if (!context.name.empty()) {
+      json["name"] = context.name;
+    }
   }
   if (event.actuator >= 0) {
     json["key"] = valueKey(machine.actuator(event.actuator));

@@ -13,8 +13,16 @@ namespace host {
 const char* kindName(EventKind kind);
 const char* reasonName(Fault fault);
 
-/// An event of this number, on one line; `request` is that of its batch.
-std::string eventLine(const Event& event, std::uint64_t number, std::uint32_t request,
-                      const MachineModel& machine);
+/// How an event is told beside what it says itself.
+struct EventContext {
+  std::uint64_t number = 0;
+  /// That of its batch.
+  std::uint32_t request = 0;
+  /// The name of its commander; empty where it is not known.
+  std::string name;
+};
+
+/// On one line.
+std::string eventLine(const Event& event, const EventContext& context, const MachineModel& machine);
 
 }  // namespace host

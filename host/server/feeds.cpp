@@ -38,7 +38,10 @@ std::string EventFeed::next() {
   }
   const std::uint64_t number = cursor_.next - (events_.size() - told_);
   const Event& event = events_[told_++];
-  return eventLine(event, number, source_.numbers.requestOf(event.batch), source_.machine);
+  const auto name = source_.names.find(event.commander);
+  const EventContext context{number, source_.numbers.requestOf(event.batch),
+                             name == source_.names.end() ? "" : name->second};
+  return eventLine(event, context, source_.machine);
 }
 
 std::string EventFeed::missedLine(const EventRing::Counts& missed) const {

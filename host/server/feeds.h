@@ -2,6 +2,7 @@
 
 #include <cstdint>
 #include <functional>
+#include <map>
 #include <optional>
 #include <string>
 #include <vector>
@@ -19,6 +20,8 @@ struct EventSource {
   const EventRing& ring;
   const MachineModel& machine;
   const RequestNumbers& numbers;
+  /// Of commanders, by their numbers.
+  const std::map<std::uint32_t, std::string>& names;
 };
 
 /// What becomes of commands, an event a message.

@@ -146,8 +146,9 @@ std::unique_ptr<Feed> Service::eventFeed(const Request& request) {
   if (commander && request.isUpgrade) {
     renew = commands_.attach(static_cast<CommanderId>(*commander), request.connection);
   }
-  return std::make_unique<EventFeed>(EventSource{ring, machine_, commands_.numbers()},
-                                     view_.beginning(), since, std::move(renew));
+  return std::make_unique<EventFeed>(
+      EventSource{ring, machine_, commands_.numbers(), commands_.names()}, view_.beginning(), since,
+      std::move(renew));
 }
 
 /// Those up to now; or what `feedFor` refused.

@@ -10,6 +10,7 @@ import pathlib
 import signal
 import socket
 import struct
+import threading
 import unittest
 
 import jsonschema
@@ -319,7 +320,7 @@ class Door(DoorTest):
             events = WebSocket(BySocket(self.path), "/v1/events")
             lasting.close()
             lost = self.told_until(events, lambda event: event["kind"] == "lost")[-1]
-            self.assertEqual((lost["commander"], lost["reason"]), (high["id"], "resigned"))
+            self.assertEqual((lost["commander"], lost["name"], lost["reason"]), (high["id"], "high", "resigned"))
             self.assertEqual(self.sent(move)[0], 200)
             self.assertEqual(self.asked("POST", "/v1/hold", {"axes": ["a"]})[1]["axes"], ["a"])
             self.assertEqual(self.refused(move)[:3], (409, "held", "/batches/0"))
@@ -330,6 +331,37 @@ class Door(DoorTest):
             cleared = self.told_until(events, lambda event: event.get("by") == "stop")[-1]
             self.assertEqual((cleared["kind"], cleared["count"]), ("cleared", 1))
             self.assertEqual(self.reason("DELETE", "/v1/commanders/77"), (404, "unknown", ""))
+
+    def test_hold_beats_a_client_that_streams(self):
+        answers, isEnding = [], threading.Event()
+
+        def stream():
+            while not isEnding.is_set():
+                target = 0.5 if len(answers) % 20 < 10 else -0.5
+                answers.append(self.sent({"key": "a/Value", "mode": "replace", "items": [{"time": 0.6, "value": target}]})[0])
+
+        with self.served():
+            live = WebSocket(BySocket(self.path), "/v1/live?key=a/Value&rate=1000")
+            streaming = threading.Thread(target=stream)
+            streaming.start()
+            try:
+                def values(begin, end):
+                    """Of the cycles between these moments."""
+                    seen = set()
+                    while (message := live.message())["machine_ms"] <= end:
+                        seen.update(message["values"].values() if message["machine_ms"] >= begin else ())
+                    return seen
+                while abs(sum(live.message()["values"].values())) < 0.05:
+                    pass
+                held = self.asked("POST", "/v1/hold")[1]["machine_ms"]
+                count = len(answers)
+                self.assertEqual(len(values(held + 300, held + 600)), 1)
+                released = self.asked("POST", "/v1/release")[1]["machine_ms"]
+                self.assertEqual(set(answers[count + 1:-1]) - {200}, {409})
+                self.assertGreater(len(values(released, released + 300)), 1)
+            finally:
+                isEnding.set()
+                streaming.join()
 
     def test_plays_motion_files_from_where_it_stands(self):
         write("f.yaml", "joint_names: [a]\npoints: [{positions: [0.2], time_from_start: 0}, {positions: [0.3], time_from_start: 0.2}]\n")
