@@ -13,6 +13,7 @@
 #include "host/input/motionfile.h"
 #include "host/motion/plan.h"
 #include "host/motion/rehearsal.h"
+#include "host/motion/scaling.h"
 #include "host/results/checkjson.h"
 #include "host/results/report.h"
 
@@ -43,9 +44,13 @@ CheckOutcome::Counts countsOf(const std::vector<CommandBatch>& batches) {
 void examine(const CheckOptions& options, CheckOutcome& outcome) {
   const MachineModel machine = readMachineFile(options.machinePath);
   outcome.machine = machine.name;
-  const std::vector<CommandBatch> batches =
+  std::vector<CommandBatch> batches =
       readMotionFiles(options.motionPaths, machine, options.motions);
   outcome.counts = countsOf(batches);
+  if (options.timing.scales) {
+    stretchToLimits(machine, batches, options.timing);
+  }
+  outcome.stretched = stretchedBatches(batches);
   for (const CommandBatch& batch : batches) {
     outcome.notes.insert(outcome.notes.end(), batch.notes.begin(), batch.notes.end());
   }

@@ -138,6 +138,17 @@ void addTiming(CLI::App& command, Timing& timing) {
        "through points without velocities",
        "message"},
       [&timing](const std::string& text) { timing.interpolation = interpolationNamed(text); });
+  addOption(command,
+            {"--scale", "none|auto",
+             "Stretch each trajectory in time just so far that velocities and known accelerations "
+             "hold, or not",
+             "none"},
+            [&timing](const std::string& text) {
+              if (text != "none" && text != "auto") {
+                refuseOption("--scale", "'" + text + "' is neither none nor auto");
+              }
+              timing.scales = text == "auto";
+            });
 }
 
 void addCycleScheduling(CLI::App& command, ThreadScheduling& scheduling) {

@@ -23,6 +23,7 @@
 #include "host/input/motionfile.h"
 #include "host/motion/plan.h"
 #include "host/motion/rehearsal.h"
+#include "host/motion/scaling.h"
 #include "host/results/findings.h"
 #include "host/results/plot/plot.h"
 #include "host/results/report.h"
@@ -199,8 +200,11 @@ int run(const RunOptions& options) {
   view.announce("reading " + options.machinePath);
   const MachineModel machine = readMachineFile(options.machinePath);
   view.announce("reading motions");
-  const std::vector<CommandBatch> batches =
+  std::vector<CommandBatch> batches =
       readMotionFiles(options.motionPaths, machine, options.motions);
+  if (options.timing.scales) {
+    stretchToLimits(machine, batches, options.timing);
+  }
   const Plan plan = planRun(machine, batches, options.timing);
   view.clear();
   checkOutputPaths(options, machine, batches);
@@ -225,6 +229,7 @@ int run(const RunOptions& options) {
   }
   Outcome outcome;
   outcome.machine = machine.name;
+  outcome.stretched = stretchedBatches(batches);
   announce(options, torvex, machine, batches, plan.schedule, outcome);
   torvex.run(
       [&](std::int64_t timeMs) { view.show(torvex.shownAxes(), timeMs, torvex.lastItemMs()); });

@@ -53,6 +53,8 @@ struct CommandBatch {
   std::vector<float> accelerations;
   /// None: as the run has it.
   std::optional<Interpolation> interpolation;
+  /// By what its times were stretched beyond those of the file, to keep to limits.
+  double stretch = 1.0;
   /// Where each point stands in its file.
   std::vector<SourceLocation> locations;
   /// What was ignored, in words for a user.

@@ -17,6 +17,8 @@ struct Timing {
   std::optional<std::uint32_t> approachMs;
   /// Of batches that have none of their own.
   Interpolation interpolation = Interpolation::message;
+  /// Stretches what asks for more than velocities and accelerations may be.
+  bool scales = false;
 };
 
 /// When the commands of a run are due. Times are milliseconds after the first

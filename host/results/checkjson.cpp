@@ -31,6 +31,7 @@ std::string checkJson(const CheckOutcome& outcome) {
                        {"cycle_ms", outcome.cycleMs},
                        {"counts", countsJson(outcome)},
                        {"notes", outcome.notes},
+                       {"stretched", stretchedJson(outcome.stretched)},
                        {"warnings", findingsJson(outcome.warnings)},
                        {"errors", findingsJson(outcome.errors)}};
   return printed(object, 2) + "\n";

@@ -26,8 +26,9 @@ struct CheckOutcome {
   std::optional<std::string> machine;
   /// None when the motions could not be read.
   std::optional<Counts> counts;
-  /// What was ignored.
+  /// What was ignored, or stretched.
   std::vector<std::string> notes;
+  std::vector<Stretched> stretched;
   std::vector<Finding> warnings;
   /// What a run would refuse.
   std::vector<Finding> errors;

@@ -47,6 +47,26 @@ Json findingsJson(const std::vector<Finding>& findings) {
   return list;
 }
 
+std::vector<Stretched> stretchedBatches(const std::vector<CommandBatch>& batches) {
+  std::vector<Stretched> stretched;
+  for (const CommandBatch& batch : batches) {
+    if (batch.stretch > 1.0) {
+      stretched.push_back({batch.path, batch.location, batch.stretch});
+    }
+  }
+  return stretched;
+}
+
+Json stretchedJson(const std::vector<Stretched>& batches) {
+  Json list = Json::array();
+  for (const Stretched& batch : batches) {
+    const std::size_t line = batch.location.line;
+    list.push_back(
+        {{"file", batch.path}, {"line", line > 0 ? Json(line) : Json()}, {"factor", batch.factor}});
+  }
+  return list;
+}
+
 void Findings::tell(const Event& event, const Point* points) {
   if (event.batch != Event::byOthers && event.batch >= plan_.batches.size()) {
     return;

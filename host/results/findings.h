@@ -29,6 +29,14 @@ std::string shown(const Finding& finding, const char* kind);
 
 /// A list of objects, each with text, file, line and column.
 Json findingsJson(const std::vector<Finding>& findings);
+/// A batch that was stretched to keep to limits.
+struct Stretched {
+  std::string path;
+  SourceLocation location;
+  double factor = 1.0;
+};
+std::vector<Stretched> stretchedBatches(const std::vector<CommandBatch>& batches);
+Json stretchedJson(const std::vector<Stretched>& batches);
 
 /// Gathers what is to be said of the batches of a plan, from the events of a run or of its
 /// rehearsal: of each kind, batch and actuator the worst one.

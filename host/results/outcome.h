@@ -34,6 +34,7 @@ struct Outcome {
   std::vector<AxisOutcome> axes;
   std::vector<Finding> warnings;
   std::vector<Finding> errors;
+  std::vector<Stretched> stretched;
   /// What was exported, a line each.
   std::vector<std::string> exports;
   /// The signal that stopped it; 0 when none did.

@@ -70,6 +70,7 @@ std::string runJson(const RunOptions& options, const RunResult& result, const Pl
                        {"stands", pace.stands},
                        {"latency_ns", realtime ? quantiles(counts.latencies) : Json()},
                        {"cycle_duration_ns", quantiles(counts.durations)},
+                       {"stretched", stretchedJson(outcome.stretched)},
                        {"axes", axes},
                        {"outputs",
                         {{"trace", pathOrNull(options.tracePath)},

@@ -2,6 +2,7 @@
 
 #include <fmt/format.h>
 
+#include <algorithm>
 #include <cmath>
 #include <cstdint>
 #include <limits>
@@ -12,6 +13,7 @@
 
 #include "host/engine/torvex.h"
 #include "host/motion/rehearsal.h"
+#include "tests/support/random.h"
 
 /// Writes down what becomes of each point, and what is to be said of it.
 class Diary : public host::Listener {
@@ -124,6 +126,66 @@ inline std::string shownCounts(const host::PointCounts& counts) {
   return fmt::format("points {} reached {} cleared {} refused {} late {} limited {} left {}",
                      counts.points, counts.reached, counts.cleared, counts.refused, counts.late,
                      counts.limited, counts.left());
+}
+
+/// Adds up what the guard tells.
+struct Touches : host::Listener {
+  void tell(const host::Event& event, const host::Point* /*points*/) override {
+    counts[event.actuator] += event.kind == host::EventKind::guarded ? event.count : 0;
+  }
+  std::map<int, std::uint64_t> counts;
+};
+
+/// Runs a plan under the guard, with hand-overs in time, or with stalls, late command threads and
+/// what others write: what is wrong; empty when no step is too large, and the guard told of all
+/// that it touched.
+inline std::string guardFault(const host::MachineModel& machine, const host::Plan& plan,
+                              bool inTime, Random& random) {
+  host::Engine engine(machine, {"", ".", plan.schedule.cycleMs});
+  Touches told;
+  engine.addListener(told);
+  for (const host::ScheduledBatch& batch : plan.batches) {
+    engine.submit(batch);
+  }
+  engine.start();
+  std::int64_t clock = 0;
+  for (int cycle = 0; cycle < 3000 && !engine.isIdle(); ++cycle) {
+    const bool calm = inTime || cycle > 2000;
+    if (!calm && machine.actuator(0).interpolates && random.chance(2)) {
+      engine.machine().moveFromOutside(0, static_cast<float>(random.between(-1.5, 1.0)));
+    }
+    engine.wake(clock);
+    clock += calm || random.chance(90) ? 1 : 1 + random.below(8);
+    while (inTime && !engine.canGoOn()) {
+      engine.pass();
+    }
+    std::vector<float> before;
+    for (const host::Axis& axis : engine.axes()) {
+      before.push_back(axis.command->loadFloat());
+    }
+    const auto stepMs = static_cast<double>(engine.goOn());
+    for (const host::Axis& axis : engine.axes()) {
+      const float from = before[static_cast<std::size_t>(axis.index)];
+      const float to = axis.command->loadFloat();
+      const double allowed = double{axis.actuator.maximumVelocity} / 1000.0 * stepMs;
+      const double ulp = double{std::nextafter(std::max(std::abs(from), std::abs(to)), 1e9F)} -
+                         double{std::max(std::abs(from), std::abs(to))};
+      if (axis.actuator.interpolates && stepMs > 0.0 &&
+          !(std::abs(double{to} - double{from}) <= allowed * 1.0001 + 2.0 * ulp)) {
+        return fmt::format("{} from {} to {} in {} ms", axis.actuator.name, from, to, stepMs);
+      }
+    }
+    if (calm || random.chance(60)) {
+      engine.pass();
+    }
+  }
+  for (const host::Axis& axis : engine.axes()) {
+    if (axis.guard.touches != told.counts[axis.index] || (inTime && axis.guard.touches > 0)) {
+      return fmt::format("{} touched {} times, {} told, the first at {} ms", axis.actuator.name,
+                         axis.guard.touches, told.counts[axis.index], axis.guard.heldSinceMs);
+    }
+  }
+  return "";
 }
 
 /// Rehearses a plan, and runs it on the simulated clock: what the two tell differently, or
