@@ -273,7 +273,7 @@ Backlog::Removed Streamer::change(Axis& axis, std::uint32_t byBatch, const Chang
   Backlog::Removed removed = change();
   const bool hasFirst = !axis.backlog.empty();
   const bool goesOn = hadFirst && hasFirst && axis.backlog.front().isSamePointAs(first);
-  if (!goesOn) {
+  if (!goesOn && (hadFirst || hasFirst)) {
     if (hadFirst) {
       timelines_.judge(axis, {first, firstKnot});
     }
@@ -301,7 +301,7 @@ Backlog::Removed Streamer::stop(Axis& axis, std::uint32_t batch) {
   if (const std::optional<Point> rest = timelines_.restOf(axis, batch)) {
     points.push_back(*rest);
   }
-  Backlog::Removed removed = change(axis, batch, [&] {
+  Backlog::Removed removed = change(axis, Event::byOthers, [&] {
     return axis.backlog.take(Rounds(std::move(points)), TimedCommand::REPLACE, stopCurve());
   });
   timelines_.removeOthers(axis);

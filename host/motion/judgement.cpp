@@ -126,7 +126,8 @@ void Judge::rest(std::int64_t untilMs, Listener& listener) {
   if (untilMs <= lastMs_) {
     return;
   }
-  if (isMoving() && !(corner_ && corner_->isOfHost)) {
+  const bool isAsked = corner_ ? !corner_->isOfHost : emptiedBy_ != Event::byOthers;
+  if (isMoving() && isAsked) {
     Point nowhere;
     nowhere.batch = emptiedBy_;
     judgeChange(0.0, static_cast<double>(cycleMs_), static_cast<double>(lastMs_ + cycleMs_),

@@ -60,7 +60,8 @@ class Judge {
   /// The machine must outlive it.
   Judge(const MachineModel& machine, int actuator, std::int64_t cycleMs);
 
-  /// The path goes on anew after this cycle, by what this batch did.
+  /// The path goes on anew after this cycle, by what this batch did; `Event::byOthers` where it
+  /// was no batch, or a stop.
   void begin(std::int64_t latestMs, const SegmentStart& start, std::uint32_t byBatch);
   /// The cycles up to this one went along a segment.
   void follow(const SegmentStart& start, const Aim& aim, std::int64_t untilMs, Listener& listener);

@@ -90,14 +90,16 @@ class RehearsedAxis {
                                       : backlog_.take(points, intake.mode(), intake.curve(points));
     walked_.clear();
     const bool goesOn = hadFirst && !backlog_.empty() && backlog_.front().isSamePointAs(first);
-    if (!goesOn) {
-      if (!hadFirst) {
-        judge_.rest(latestMs_, listener_);
-      } else if (first.timeMs > latestMs_) {
+    if (!hadFirst) {
+      judge_.rest(latestMs_, listener_);
+    }
+    if (!goesOn && (hadFirst || !backlog_.empty())) {
+      if (hadFirst && first.timeMs > latestMs_) {
         judge_.follow(start_, {first, firstKnot}, latestMs_, listener_);
       }
       start_ = present;
-      judge_.begin(latestMs_, start_, intake.number);
+      judge_.begin(latestMs_, start_,
+                   intake.batch.commands->isStop ? Event::byOthers : intake.number);
       backlog_.beginInMotion(present.takesOver);
     }
     tellCleared(cleared, removed, counts_, listener_);
@@ -216,11 +218,13 @@ class RehearsedAxis {
     }
   }
 
-  /// Once a whole round went undisturbed, those like it are only counted.
+  /// Once rounds went undisturbed, those like them are only counted. What a cycle tells depends
+  /// on the two before it, and none is longer than such rounds.
   void skipRounds(std::int64_t untilMs) {
+    constexpr std::uint64_t walkedUnits = 3;
     const Rounds* const rounds = backlog_.onlyRounds();
     if (rounds == nullptr || !rounds->rises() ||
-        walked_.count <= roundsOnGrid(*rounds) * rounds->sizeOfRound() ||
+        walked_.count <= walkedUnits * roundsOnGrid(*rounds) * rounds->sizeOfRound() ||
         walked_.batch != rounds->first().front().batch) {
       return;
     }
