@@ -94,25 +94,24 @@ class Scaling {
   }
 
   /// Batches change each other's segments: what was found one by one need not suffice together.
+  /// What a little more does not help either stays as it was.
   void settle(std::vector<Search>& searches) {
     for (const Search& search : searches) {
       batches_[search.batch] = stretched(search.original, search.high == 0.0 ? 1.0 : search.high);
     }
     constexpr int tries = 20;
     constexpr double more = 1.02;
-    for (int i = 0; i < tries; ++i) {
+    bool changed = true;
+    for (int i = 0; changed; ++i) {
       const std::vector<bool> exceeds = rehearsed();
-      bool changed = false;
+      changed = false;
       for (Search& search : searches) {
-        if (search.high != 0.0 && exceeds[search.batch] &&
-            search.high * more < search.mostFactor()) {
-          search.high *= more;
-          batches_[search.batch] = stretched(search.original, search.high);
+        if (search.high != 0.0 && exceeds[search.batch]) {
+          const bool helps = i < tries && search.high * more < search.mostFactor();
+          search.high = helps ? search.high * more : 0.0;
+          batches_[search.batch] = stretched(search.original, helps ? search.high : 1.0);
           changed = true;
         }
-      }
-      if (!changed) {
-        return;
       }
     }
   }
