@@ -16,6 +16,7 @@
 #include "host/base/values.h"
 #include "host/base/visible.h"
 #include "host/cli/liveview.h"
+#include "host/cli/opendoor.h"
 #include "host/cli/status.h"
 #include "host/engine/realtime.h"
 #include "host/engine/torvex.h"
@@ -195,7 +196,7 @@ bool isRefusedStrictly(const MachineModel& machine, const Plan& plan) {
   return !findings.all().empty();
 }
 
-int run(const RunOptions& options) {
+int run(const RunOptions& options, const std::optional<DoorOptions>& doorOptions) {
   LiveView view;
   view.announce("reading " + options.machinePath);
   const MachineModel machine = readMachineFile(options.machinePath);
@@ -231,8 +232,15 @@ int run(const RunOptions& options) {
   outcome.machine = machine.name;
   outcome.stretched = stretchedBatches(batches);
   announce(options, torvex, machine, batches, plan.schedule, outcome);
+  std::optional<OpenDoor> door;
+  if (doorOptions) {
+    door.emplace(machine, torvex, *doorOptions, options.session);
+    report(options, options.json ? "" : door->announcement());
+    door->open();
+  }
   torvex.run(
       [&](std::int64_t timeMs) { view.show(torvex.shownAxes(), timeMs, torvex.lastItemMs()); });
+  door.reset();
   view.clear();
   finish(options, outputs, torvex.result(), log, outcome);
   judge(options, torvex.result(), plan, findings, outcome);
@@ -308,6 +316,8 @@ void addExports(CLI::App& command, RunOptions& options) {
 
 void addRunCommand(CLI::App& app, Command& chosen) {
   const auto options = std::make_shared<RunOptions>();
+  const auto door = std::make_shared<DoorOptions>();
+  const auto isServing = std::make_shared<bool>(false);
   CLI::App& command = addSubcommand(
       app, "run", "Move a machine along motions",
       "Example:\n"
@@ -317,7 +327,13 @@ void addRunCommand(CLI::App& app, Command& chosen) {
       "limits (with a warning); 1 when not, saying which; 2 for bad input or usage; 128 and\n"
       "the signal's number when a signal stopped it.\n\n" +
           std::string(reportWords),
-      [options] { return run(*options); }, chosen);
+      [options, door, isServing] {
+        if (*isServing && options->session.clock == Clock::simulated) {
+          throw simulation::Error("--serve needs real time; leave out --clock simulated");
+        }
+        return run(*options, *isServing ? std::optional(*door) : std::nullopt);
+      },
+      chosen);
   addMachine(command, options->machinePath);
   addMotions(command, options->motionPaths, options->motions);
   addPace(command, *options);
@@ -335,6 +351,8 @@ void addRunCommand(CLI::App& app, Command& chosen) {
   addExports(command, *options);
   addPool(command, options->session.poolName);
   addPoolMode(command, options->session.poolMode);
+  addFlag(command, "--serve", *isServing, "Let clients in meanwhile, as 'torvex serve' does");
+  addDoor(command, *door);
   addFlag(command, "--json", options->json, "The outcome as a JSON object instead of tables");
 }
 

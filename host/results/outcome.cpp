@@ -17,7 +17,11 @@ Finding general(std::string text) {
   return finding;
 }
 
+/// Of a client's point it is what was taken.
 hal::AttrGeneric askedOf(const AxisResult& axis, const Point& point, const Plan& plan) {
+  if (point.batch >= plan.batches.size()) {
+    return point.value;
+  }
   const CommandBatch& commands = *plan.batches[point.batch].commands;
   const auto column = std::find(commands.actuators.begin(), commands.actuators.end(), axis.index);
   return commands.value(commands.rowOf(point.index),

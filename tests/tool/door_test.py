@@ -104,7 +104,7 @@ class DoorTest(ToolTest):
     def served(self, *arguments):
         process = start("serve", "m.yaml", "--pool", self.pool, *arguments)
         said = ""
-        while " at " not in said and (line := process.stdout.readline()):
+        while "m.sock" not in said and (line := process.stdout.readline()):
             said += line
         try:
             yield process
@@ -373,6 +373,19 @@ class Door(DoorTest):
             self.assertEqual((status, answer["error"]["reason"], answer["error"]["file"]), (422, "needs_file", "f.yaml"))
             body["files"]["f.yaml"] = "joint_names: [x]"
             self.assertEqual(self.reason("POST", "/v1/motions", body), (400, "invalid", "/files"))
+
+    def test_a_run_may_leave_the_door_open(self):
+        write("f.yaml", "batches: [{at: 0, key: a/Value, items: [{time: 0.5, value: 0.3}]}]\n")
+        run = start("run", "m.yaml", "f.yaml", "--serve", "--pool", self.pool, "--plot", "p.svg")
+        said = ""
+        while "m.sock" not in said and (line := run.stdout.readline()):
+            said += line
+        for axis, value in (("a", 0.5), ("b", 0.4)):
+            self.assertEqual(self.sent({"key": axis + "/Value", "items": [{"time": 1, "value": value}]})[0], 200)
+        said += run.communicate()[0]
+        self.assertEqual(run.returncode, 0, said)
+        self.assertRegex(said, r"(?m)^a .*0\.5")
+        self.assertIn("--serve needs real time", self.said_by_run(2, "m.yaml", "f.yaml", "--serve"))
 
     def test_tells_systemd_when_it_is_ready(self):
         with socket.socket(socket.AF_UNIX, socket.SOCK_DGRAM) as manager:

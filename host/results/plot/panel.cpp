@@ -125,10 +125,10 @@ void leaveOutClouds(const RunLog::AxisLog& log, Panel& panel) {
 void addHandOvers(const RunLog::AxisLog& log, const Plan& plan, Panel& panel) {
   constexpr std::size_t mostLabels = 24;
   for (const std::uint32_t number : log.batches) {
-    const CommandBatch& commands = *plan.batches[number].commands;
-    if (!commands.atMs) {
-      continue;
+    if (number >= plan.batches.size() || !plan.batches[number].commands->atMs) {
+      continue;  // of a client, or of no moment
     }
+    const CommandBatch& commands = *plan.batches[number].commands;
     const double seconds = static_cast<double>(*commands.atMs) / 1000.0;
     const std::string mode = modeName(commands);
     if (panel.handOvers.empty() || panel.handOvers.back().seconds != seconds) {

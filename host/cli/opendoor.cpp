@@ -1,0 +1,109 @@
+#include "host/cli/opendoor.h"
+
+#include <fmt/format.h>
+
+namespace host {
+namespace {
+
+/// "PORT" or "ADDRESS:PORT".
+TcpAddress addressNamed(const std::string& text) {
+  const std::size_t colon = text.rfind(':');
+  TcpAddress tcp;
+  std::string port = text;
+  if (colon != std::string::npos) {
+    tcp.address = text.substr(0, colon);
+    port = text.substr(colon + 1);
+    if (tcp.address.size() > 2 && tcp.address.front() == '[' && tcp.address.back() == ']') {
+      tcp.address = tcp.address.substr(1, tcp.address.size() - 2);
+    }
+  }
+  const bool isNumber = !port.empty() && port.size() <= 5 &&
+                        port.find_first_not_of("0123456789") == std::string::npos;
+  const int number = isNumber ? std::stoi(port) : 0;
+  if (number < 1 || number > 65535) {
+    refuseOption("--http", "'" + text + "' is not PORT or ADDRESS:PORT");
+  }
+  tcp.port = static_cast<std::uint16_t>(number);
+  return tcp;
+}
+
+/// Names of this computer with the port, as clients may have them.
+Access accessOf(const DoorOptions& options) {
+  Access access;
+  access.origins = options.origins;
+  if (!options.tcp) {
+    return access;
+  }
+  const auto& [address, port] = *options.tcp;
+  const bool isIpv6 = address.find(':') != std::string::npos;
+  std::vector<std::string> names = {"localhost", "127.0.0.1", "[::1]"};
+  names.push_back(isIpv6 ? "[" + address + "]" : address);
+  names.insert(names.end(), options.hosts.begin(), options.hosts.end());
+  for (const std::string& name : names) {
+    access.hosts.push_back(fmt::format("{}:{}", name, port));
+    access.origins.push_back("http://" + access.hosts.back());
+    if (port == 80) {
+      access.hosts.push_back(name);
+      access.origins.push_back("http://" + name);
+    }
+  }
+  access.token = options.tokenPath.empty() ? randomToken() : readTokenFile(options.tokenPath);
+  return access;
+}
+
+}  // namespace
+
+void addDoor(CLI::App& command, DoorOptions& options) {
+  addOption(command,
+            {"--socket", "PATH",
+             "The socket (default: torvex/NAME.sock in the folder of this user's sockets)", ""},
+            options.socketPath);
+  addOption(
+      command,
+      {"--http", "[ADDRESS:]PORT",
+       "Clients may also come by TCP, with a token; on loopback unless an address is given", ""},
+      [&options](const std::string& text) { options.tcp = addressNamed(text); });
+  addOption(
+      command,
+      {"--token-file", "FILE", "The token to ask for (default: a new one beside the socket)", ""},
+      options.tokenPath);
+  addRepeatable(command,
+                {"--host", "NAME", "A further name of this computer that TCP clients may use", ""},
+                [&options](const std::string& text) { options.hosts.push_back(text); });
+  addRepeatable(command,
+                {"--origin", "URL", "Pages of this origin may come in, with the token", ""},
+                [&options](const std::string& text) { options.origins.push_back(text); });
+}
+
+OpenDoor::OpenDoor(const MachineModel& machine, Torvex& torvex, const DoorOptions& options,
+                   const SessionOptions& session)
+    : torvex_(torvex),
+      options_(options),
+      place_(options.socketPath.empty() ? defaultDoorPath(machine.name) : options.socketPath),
+      access_(accessOf(options)),
+      serviceOptions_{options.isStrict, session.guard, session.poolName,
+                      session.preferenceDirectory},
+      service_(machine, torvex, serviceOptions_),
+      door_(place_.listen(), options.tcp, access_, service_),
+      tokenPath_(options.tokenPath) {
+  if (options.tcp && tokenPath_.empty()) {
+    tokenPath_ = place_.writeToken(access_.token);
+  }
+}
+
+std::string OpenDoor::announcement() const {
+  std::string text = fmt::format("door     {}\n", place_.path());
+  if (options_.tcp) {
+    text += fmt::format("         http://{}:{}, token in {}\n", options_.tcp->address,
+                        options_.tcp->port, tokenPath_);
+  }
+  return text;
+}
+
+void OpenDoor::open() {
+  Desk& desk = torvex_.engine().desk();
+  desk.setReader([this](std::uint64_t stall) { door_.askToRead(stall); });
+  door_.open([&desk](std::uint64_t stall) { desk.haveReadAll(stall); });
+}
+
+}  // namespace host

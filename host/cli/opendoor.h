@@ -1,0 +1,55 @@
+#pragma once
+
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "host/cli/options.h"
+#include "host/engine/torvex.h"
+#include "host/input/machinemodel.h"
+#include "host/server/door.h"
+#include "host/server/doorplace.h"
+#include "host/server/service.h"
+
+namespace host {
+
+/// How clients may come in.
+struct DoorOptions {
+  /// Empty: by the machine's name.
+  std::string socketPath;
+  std::optional<TcpAddress> tcp;
+  /// Empty: one is made.
+  std::string tokenPath;
+  std::vector<std::string> hosts;
+  std::vector<std::string> origins;
+  /// What is too fast or beyond the limits is refused.
+  bool isStrict = true;
+};
+
+void addDoor(CLI::App& command, DoorOptions& options);
+
+/// The door of a machine, from construction to destruction; `Torvex::run` lies in between.
+class OpenDoor {
+ public:
+  /// The machine and its host must outlive the object. Throws `simulation::Error`, and
+  /// `UserError` for the file of the token.
+  OpenDoor(const MachineModel& machine, Torvex& torvex, const DoorOptions& options,
+           const SessionOptions& session);
+
+  /// Where it is, in a line for a user, or two.
+  [[nodiscard]] std::string announcement() const;
+  /// Lets clients in.
+  void open();
+
+ private:
+  Torvex& torvex_;
+  const DoorOptions options_;
+  DoorPlace place_;
+  const Access access_;
+  const ServiceOptions serviceOptions_;
+  Service service_;
+  Door door_;
+  std::string tokenPath_;
+};
+
+}  // namespace host
