@@ -88,9 +88,8 @@ host::AxisResult axisResult(const host::ShownAxis& shown) {
   result.command.asInt = host::bitsIn(*axis.command);
   result.measured = axis.measuredValue();
   result.target = axis.target;
-  result.last = axis.lastLeft          ? axis.lastLeft
-                : axis.backlog.empty() ? axis.target
-                                       : axis.backlog.last();
+  const bool isLastReached = axis.backlog.empty() || axis.backlog.isStopping();
+  result.last = axis.lastLeft ? axis.lastLeft : isLastReached ? axis.target : axis.backlog.last();
   result.commandColumn = shown.commandColumn;
   result.measuredColumn = shown.measuredColumn;
   return result;

@@ -1,7 +1,9 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <csignal>
 
+#include "host/base/stopsignal.h"
 #include "host/engine/torvex.h"
 #include "host/results/outcome.h"
 #include "tests/host/batches.h"
@@ -67,6 +69,24 @@ TEST(Run, CountsCyclesInWhichOthersMoveAnActuator) {
   const std::vector<host::Finding> warned = host::cycleFindings(ran.torvex.result());
   ASSERT_EQ(warned.size(), 1U);
   EXPECT_EQ(warned[0].text.rfind("j1: its value was not what the last cycle wrote", 0), 0U);
+}
+
+TEST(Run, TellsOfAnAxisThatASignalEndsWhileItStops) {
+  const host::StopSignal stopSignal;
+  Prepared prepared(1, 100, 100);
+  host::CommandBatch& stop = prepared.batches.emplace_back();
+  stop.isStop = true;
+  stop.atMs = 1010;
+  stop.actuators = {0};
+  Ran ran(prepared);
+  ran.run([&](std::int64_t timeMs) {
+    if (timeMs - ran.plan.schedule.approachMs == 1100) {
+      EXPECT_TRUE(ran.axis(0).backlog.isStopping());
+      std::raise(SIGTERM);
+    }
+  });
+  EXPECT_EQ(ran.outcome.axes[0].verdict, host::Verdict::stopped);
+  EXPECT_EQ(ran.axis(0).counts.reached + ran.axis(0).counts.cleared, 100U);
 }
 
 TEST(Run, WaitsForWhatOthersQueuedBeyondTheMotion) {
