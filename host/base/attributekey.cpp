@@ -7,4 +7,12 @@ std::string fullKey(const std::string& name) {
   return isFull ? name : subDevicePrefix + name;
 }
 
+std::string bareKey(const std::string& key) {
+  constexpr std::size_t length = sizeof subDevicePrefix - 1;
+  if (key.rfind(subDevicePrefix, 0) != 0 || fullKey(key.substr(length)) != key) {
+    return key;
+  }
+  return key.substr(length);
+}
+
 }  // namespace host

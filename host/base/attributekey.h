@@ -11,4 +11,7 @@ constexpr char subDevicePrefix[] = "Device/SubDeviceList/";
 /// table: a bare one is a sub-device's.
 std::string fullKey(const std::string& name);
 
+/// The bare name that means this key; the key itself where there is none.
+std::string bareKey(const std::string& key);
+
 }  // namespace host

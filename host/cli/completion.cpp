@@ -9,8 +9,7 @@ namespace {
 
 /// Those whose arguments are keys.
 constexpr char takeKeys[] = "get|set|send|watch";
-constexpr char printKeys[] =
-    "torvex get '*' 2>/dev/null | sed -e 's/ .*//' -e 's|^Device/SubDeviceList/||'";
+constexpr char printKeys[] = "torvex get --keys '*' 2>/dev/null";
 
 std::string quoted(const std::string& text) {
   std::string result = "'";
@@ -58,7 +57,12 @@ std::string bashScript(const std::vector<UsageCommand>& commands) {
       "  if [[ -z $words && $word == -* ]]; then\n"
       "    case ${{COMP_WORDS[1]}} in\n{2}    esac\n"
       "  elif [[ -z $words && ${{COMP_WORDS[1]}} == @({3}) ]]; then\n"
-      "    words=$({4})\n"
+      "    local key\n"
+      "    COMPREPLY=()\n"
+      "    while IFS= read -r key; do\n"
+      "      [[ $key == \"$word\"* ]] && COMPREPLY+=(\"$(printf %q \"$key\")\")\n"
+      "    done < <({4})\n"
+      "    return\n"
       "  fi\n"
       "  COMPREPLY=($(compgen -W \"$words\" -- \"$word\"))\n"
       "}}\n"

@@ -6,6 +6,7 @@
 #include <sys/un.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <array>
 #include <boost/asio/buffer.hpp>
 #include <boost/beast/core.hpp>
@@ -17,6 +18,8 @@
 #include <limits>
 #include <nlohmann/json.hpp>
 
+#include "host/base/stopsignal.h"
+#include "host/base/usererror.h"
 #include "host/base/visible.h"
 #include "simulation/framework/descriptor.h"
 
@@ -34,51 +37,66 @@ error_code systemError() {
   return {errno, boost::system::system_category()};
 }
 
-/// A Unix socket whose reads and writes end after a while.
+[[noreturn]] void failToConnect(const std::string& path, const std::string& why) {
+  throw NoMachine(
+      fmt::format("no machine answers at {}: {}; start one with 'torvex serve'", path, why));
+}
+
+/// A Unix socket on which nothing takes longer than it may.
 class PatientSocket {
  public:
   explicit PatientSocket(const std::string& path)
-      : descriptor_(socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0)) {
+      : descriptor_(socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0)) {
     sockaddr_un address{};
     address.sun_family = AF_UNIX;
     if (path.size() >= sizeof(address.sun_path)) {
-      throw NoMachine(path + ": the path is too long for a socket");
+      failToConnect(path, "the path is too long for a socket");
     }
     path.copy(address.sun_path, path.size());
     if (descriptor_.number() < 0 ||
         connect(descriptor_.number(), reinterpret_cast<const sockaddr*>(&address),
                 sizeof address) != 0) {
-      throw NoMachine(fmt::format("no machine answers at {}: {}; start one with 'torvex serve'",
-                                  path, std::strerror(errno)));
+      failToConnect(path, std::strerror(errno));
+    }
+    ucred peer{};
+    socklen_t size = sizeof peer;
+    if (getsockopt(descriptor_.number(), SOL_SOCKET, SO_PEERCRED, &peer, &size) != 0 ||
+        (peer.uid != geteuid() && peer.uid != 0)) {
+      failToConnect(path, fmt::format("it belongs to user {}", peer.uid));
     }
   }
 
-  /// How long a read may take from now on.
-  void waitAtMost(int milliseconds) { waitMs_ = milliseconds; }
+  /// How long all that follows may take together.
+  void waitAtMost(int milliseconds) {
+    deadline_ = std::chrono::steady_clock::now() + std::chrono::milliseconds(milliseconds);
+    signal_ = StopSignal::received();
+  }
 
   template <typename Buffers>
   std::size_t read_some(const Buffers& buffers, error_code& error) {
     const auto buffer = beast::buffers_front(buffers);
-    if (!isReady(POLLIN, waitMs_, error)) {
+    if (!isReady(POLLIN, error)) {
       return 0;
     }
     const ssize_t count = recv(descriptor_.number(), buffer.data(), buffer.size(), 0);
     return counted(count, count == 0 ? error_code(boost::asio::error::eof) : error_code(), error);
   }
   template <typename Buffers>
-  std::size_t read_some(const Buffers& buffers) {
-    error_code error;
-    const std::size_t count = read_some(buffers, error);
-    return error ? throw boost::system::system_error(error) : count;
-  }
-  template <typename Buffers>
   std::size_t write_some(const Buffers& buffers, error_code& error) {
     const auto buffer = beast::buffers_front(buffers);
-    if (!isReady(POLLOUT, answerMs, error)) {
+    if (!isReady(POLLOUT, error)) {
       return 0;
     }
     return counted(send(descriptor_.number(), buffer.data(), buffer.size(), MSG_NOSIGNAL),
                    error_code(), error);
+  }
+
+  // The same with exceptions: the concept of a stream asks for them.
+  template <typename Buffers>
+  std::size_t read_some(const Buffers& buffers) {
+    error_code error;
+    const std::size_t count = read_some(buffers, error);
+    return error ? throw boost::system::system_error(error) : count;
   }
   template <typename Buffers>
   std::size_t write_some(const Buffers& buffers) {
@@ -93,26 +111,38 @@ class PatientSocket {
     return count < 0 ? 0 : static_cast<std::size_t>(count);
   }
 
-  bool isReady(short events, int waitMs, error_code& error) {
+  /// In short turns: a signal may come just before one.
+  bool isReady(short events, error_code& error) {
+    constexpr std::chrono::milliseconds turn(50);
     pollfd waited{descriptor_.number(), events, 0};
-    int ready = -1;
-    do {
-      ready = poll(&waited, 1, waitMs);
-    } while (ready < 0 && errno == EINTR);
     error = {};
-    if (ready == 0) {
-      error = boost::asio::error::timed_out;
-    } else if (ready < 0) {
-      error = systemError();
-    }
-    return ready > 0;
+    do {
+      const auto left = deadline_ - std::chrono::steady_clock::now();
+      const auto leftMs = std::chrono::duration_cast<std::chrono::milliseconds>(left);
+      const int ready =
+          poll(&waited, 1, static_cast<int>(std::clamp(leftMs, leftMs * 0, turn).count()));
+      if (ready > 0) {
+        return true;
+      }
+      if (StopSignal::received() != signal_ || StopSignal::isRepeated()) {
+        error = boost::asio::error::interrupted;
+        return false;
+      }
+    } while (std::chrono::steady_clock::now() < deadline_);
+    error = boost::asio::error::timed_out;
+    return false;
   }
 
   simulation::Descriptor descriptor_;
-  int waitMs_ = answerMs;
+  std::chrono::steady_clock::time_point deadline_;
+  /// What had come before.
+  int signal_ = 0;
 };
 
 [[noreturn]] void failClosed(const error_code& error) {
+  if (error == boost::asio::error::interrupted) {
+    throw WaitStopped();
+  }
   if (error == boost::asio::error::timed_out) {
     throw DoorClosed(fmt::format("the machine did not answer within {} s", answerMs / 1000));
   }
@@ -143,14 +173,29 @@ std::string textIn(const Json& object, const char* member) {
   return found != object.end() && found->is_string() ? found->get<std::string>() : std::string();
 }
 
-std::string sentenceOf(unsigned status, const Json& error) {
-  std::string text;
+std::size_t numberIn(const Json& object, const char* member) {
+  const auto found = object.find(member);
+  return found != object.end() && found->is_number_unsigned() ? found->get<std::size_t>() : 0;
+}
+
+/// One thing that is wrong, with where it is: in a file, or in the request.
+std::string sentenceOf(unsigned status, const Json& fault) {
+  const std::string said = textIn(fault, "message");
+  const std::string message = said.empty() ? fmt::format("refused with status {}", status) : said;
+  const std::string file = textIn(fault, "file");
+  if (!file.empty()) {
+    const SourceLocation where{numberIn(fault, "line"), numberIn(fault, "column")};
+    return fmt::format("{}: error: {}", shown({file, where}), message);
+  }
+  const std::string path = textIn(fault, "path");
+  return fmt::format("torvex: error: {}{}{}", path, path.empty() ? "" : ": ", message);
+}
+
+std::string sentencesOf(unsigned status, const Json& error) {
   const auto errors = error.find("errors");
+  std::string text;
   for (const Json& one : errors != error.end() && errors->is_array() ? *errors : Json{error}) {
-    const std::string path = textIn(one, "path");
-    const std::string message = textIn(one, "message");
-    text += fmt::format("{}{}{}{}", text.empty() ? "" : "\n", path, path.empty() ? "" : ": ",
-                        message.empty() ? fmt::format("refused with status {}", status) : message);
+    text += sentenceOf(status, one) + "\n";
   }
   return text;
 }
@@ -158,7 +203,7 @@ std::string sentenceOf(unsigned status, const Json& error) {
 }  // namespace
 
 DoorRefusal::DoorRefusal(unsigned status, const Json& error)
-    : std::runtime_error(sentenceOf(status, error)),
+    : std::runtime_error(sentencesOf(status, error)),
       isBadInput_(status < 500 && status != 409 && status != 408),
       reason_(textIn(error, "reason")),
       file_(textIn(error, "file")) {}
@@ -176,6 +221,7 @@ class DoorClient::Connection {
     request.prepare_payload();
     http::response_parser<http::string_body> parser;
     parser.body_limit(mostAnswered);
+    socket_.waitAtMost(answerMs);
     error_code error;
     http::write(socket_, request, error);
     // A refusal may come before all was sent.
@@ -215,6 +261,7 @@ class EventLines::Stream {
     http::request<http::empty_body> request(http::verb::get, target, 11);
     request.set(http::field::host, "localhost");
     parser_.body_limit(std::numeric_limits<std::uint64_t>::max());
+    socket_.waitAtMost(answerMs);
     error_code error;
     http::write(socket_, request, error);
     if (!error) {
@@ -268,7 +315,7 @@ class EventLines::Stream {
     error_code error;
     http::read_some(socket_, buffer_, parser_, error);
     text_.append(chunk.data(), chunk.size() - body.size);
-    if (error == boost::asio::error::timed_out) {
+    if (error == boost::asio::error::timed_out || error == boost::asio::error::interrupted) {
       return false;
     }
     if (error && error != http::error::need_buffer) {

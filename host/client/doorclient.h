@@ -21,8 +21,14 @@ class DoorClosed : public std::runtime_error {
   using std::runtime_error::runtime_error;
 };
 
-/// The machine refused a request, all of it. `what()` is its sentence, with the field that it is
-/// about.
+/// A signal came while the machine was waited for; `StopSignal` has it.
+class WaitStopped : public std::runtime_error {
+ public:
+  WaitStopped() : std::runtime_error("stopped by a signal") {}
+};
+
+/// The machine refused a request, all of it. `what()` has a line for each thing that is wrong, with
+/// the field or the source location that it is about.
 class DoorRefusal : public std::runtime_error {
  public:
   /// `error` is the object that the machine sent.
@@ -43,14 +49,15 @@ class DoorRefusal : public std::runtime_error {
 /// A client's connection to the socket of a machine. One thread at a time.
 class DoorClient {
  public:
-  /// Throws `NoMachine` when nobody listens there.
+  /// Throws `NoMachine` when nobody listens there, or another user than this one and root.
   explicit DoorClient(const std::string& socketPath);
   ~DoorClient();
 
   DoorClient(const DoorClient&) = delete;
   DoorClient& operator=(const DoorClient&) = delete;
 
-  /// What the machine answers, within 15 seconds. Throws `DoorRefusal` and `DoorClosed`.
+  /// What the machine answers, within 15 seconds. Throws `DoorRefusal`, `DoorClosed`, and
+  /// `WaitStopped` when a signal comes meanwhile.
   Json get(const std::string& target);
   Json post(const std::string& target, const Json& body);
   Json remove(const std::string& target);
@@ -70,7 +77,8 @@ class EventLines {
   EventLines(const EventLines&) = delete;
   EventLines& operator=(const EventLines&) = delete;
 
-  /// The next one; none after so long without any. Throws `DoorClosed` when the machine has ended.
+  /// The next one; none after so long without any, and when a signal comes. Throws `DoorClosed`
+  /// when the machine has ended without saying so.
   std::optional<Json> next(int waitMs);
   /// Whether the machine has said that no more come.
   [[nodiscard]] bool hasEnded() const;

@@ -78,13 +78,18 @@ Wanted readWanted(const std::string& text, MotionRequest& request) {
   return wanted;
 }
 
-/// In place of a path in a file, the field that it came in.
+/// Each with its source location.
 [[noreturn]] void refuseFiles(const UserError& error) {
-  std::vector<UserError::Entry> entries;
+  std::vector<RequestFault> faults;
   for (const UserError::Entry& entry : error.entries()) {
-    entries.push_back({"/files", {}, shown({entry.path, entry.location}) + ": " + entry.text});
+    Json where = {{"file", entry.path}};
+    if (entry.location.line != 0) {
+      where["line"] = entry.location.line;
+      where["column"] = entry.location.column;
+    }
+    faults.push_back({400, "invalid", "/files", entry.text, std::move(where)});
   }
-  throw UserError(std::move(entries), false);
+  throw Refused(std::move(faults));
 }
 
 }  // namespace

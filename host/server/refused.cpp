@@ -55,7 +55,7 @@ void answering(const Handler::Reply& reply, const std::function<void()>& make) {
   try {
     make();
   } catch (const Refused& refused) {
-    reply(answerOf(std::vector{refused.fault()}));
+    reply(answerOf(refused.faults()));
   } catch (const UserError& error) {
     reply(answerOf(error));
   } catch (const simulation::Error& error) {

@@ -27,11 +27,13 @@ struct RequestFault {
 /// Thrown where a request cannot be answered otherwise.
 class Refused : public std::exception {
  public:
-  explicit Refused(RequestFault fault) : fault_(std::move(fault)) {}
-  [[nodiscard]] const RequestFault& fault() const { return fault_; }
+  explicit Refused(RequestFault fault) : faults_{std::move(fault)} {}
+  /// At least one.
+  explicit Refused(std::vector<RequestFault> faults) : faults_(std::move(faults)) {}
+  [[nodiscard]] const std::vector<RequestFault>& faults() const { return faults_; }
 
  private:
-  RequestFault fault_;
+  std::vector<RequestFault> faults_;
 };
 
 /// At least one; the first decides the status.

@@ -39,8 +39,8 @@ class Commander(Machine):
         self.lost: TorvexError | None = None
 
     def __enter__(self) -> Commander:
-        self._id = self._door.ask("POST", "/v1/commanders", self._registration)["id"]
         self._since = next(self.events(follow=False)).number
+        self._id = self._door.ask("POST", "/v1/commanders", self._registration)["id"]
         self._thread.start()
         return self
 

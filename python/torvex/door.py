@@ -11,7 +11,7 @@ import threading
 from collections.abc import Iterator
 from contextlib import closing
 from typing import Any
-from urllib.parse import urlencode, urlsplit
+from urllib.parse import quote, urlencode, urlsplit
 
 from .errors import ConnectionLost, NotRunning, Refused
 
@@ -35,8 +35,10 @@ def socket_of(name: str) -> str:
     """Where the machine of this name listens, when this user started it."""
     if folder := os.environ.get("XDG_RUNTIME_DIR"):
         return f"{folder}/torvex/{name}.sock"
-    user = os.getuid()
-    return f"/run/torvex/{name}.sock" if user == 0 else f"/run/user/{user}/torvex/{name}.sock"
+    folder = f"/run/user/{os.geteuid()}"
+    if os.geteuid() == 0 and not os.path.isdir(folder):
+        folder = "/run"
+    return f"{folder}/torvex/{name}.sock"
 
 
 class Door:
@@ -49,14 +51,14 @@ class Door:
         self._lock = threading.Lock()
         self._connection: http.client.HTTPConnection | None = None
 
-    def ask(self, method: str, path: str, body: Any = None, *, text: str | None = None,
+    def ask(self, method: str, path: str, body: Any = None, *,
             query: dict[str, Any] | None = None) -> Any:
-        """What the machine answers. `body` is sent as JSON, `text` as YAML. Raises `Refused`,
-        `NotRunning`, `ConnectionLost`."""
+        """What the machine answers; `body` is sent as JSON. Raises `Refused`, `NotRunning`,
+        `ConnectionLost`."""
         with self._lock:
             connection = self._usable()
             try:
-                self._send(connection, method, path + _query(query), body, text)
+                self._send(connection, method, path + _query(query), body)
                 response = connection.getresponse()
                 answer = response.read()
             except (OSError, http.client.HTTPException) as error:
@@ -113,12 +115,10 @@ class Door:
         return connection
 
     def _send(self, connection: http.client.HTTPConnection, method: str, path: str,
-              body: Any = None, text: str | None = None) -> None:
+              body: Any = None) -> None:
         headers = {"Authorization": f"Bearer {self.token}"} if self.token else {}
         content: bytes | None = None
-        if text is not None:
-            content, headers["Content-Type"] = text.encode(), "application/yaml"
-        elif body is not None:
+        if body is not None:
             content = json.dumps(body, allow_nan=False).encode()
             headers["Content-Type"] = "application/json"
         connection.request(method, path, content, headers)
@@ -131,7 +131,7 @@ class Door:
 
 def _query(query: dict[str, Any] | None) -> str:
     given = {name: value for name, value in (query or {}).items() if value is not None}
-    return "?" + urlencode(given, doseq=True) if given else ""
+    return "?" + urlencode(given, doseq=True, quote_via=quote) if given else ""
 
 
 def _checked(status: int, answer: bytes) -> Any:
@@ -147,8 +147,10 @@ def _checked(status: int, answer: bytes) -> Any:
 def _objects(connection: http.client.HTTPConnection,
              response: http.client.HTTPResponse) -> Iterator[dict[str, Any]]:
     with closing(connection), response:
+        rest = b""
         try:
-            for line in response:
-                yield json.loads(line)
+            while chunk := response.read1(65536):
+                *lines, rest = (rest + chunk).split(b"\n")
+                yield from map(json.loads, lines)
         except (OSError, http.client.HTTPException, ValueError) as error:
-            raise ConnectionLost(f"the machine ended without a word: {error}") from error
+            raise ConnectionLost("the machine ended without a word") from error

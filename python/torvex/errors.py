@@ -33,6 +33,10 @@ class Refused(TorvexError):
         self.room: int | None = error.get("room")
         self.figure: float | None = error.get("figure")
         self.limit: float | None = error.get("limit")
+        self.file: str | None = error.get("file")
+        self.line: int | None = error.get("line")
+        self.column: int | None = error.get("column")
         self.errors: list[dict[str, Any]] = error.get("errors", [])
-        where = f"{self.path}: " if self.path else ""
-        super().__init__(f"{where}{self.message} ({self.reason})")
+        places = [self.file, self.line, self.column] if self.file else [self.path]
+        where = "".join(f"{place}:" for place in places if place) + " "
+        super().__init__(f"{where}{self.message} ({self.reason})".lstrip())

@@ -124,24 +124,23 @@ class Machine:
         return self._command({"batches": batches, "dry_run": dry_run})
 
     def play(self, path: str | os.PathLike[str], motion: str | None = None, *,
-             speed: float | None = None, interpolation: str | None = None,
-             wait: bool = True) -> Outcome | Taken:
-        """Plays a motion file, or one of the motions in it, from where the machine is: its first
-        point is approached. Waits for its end and returns what became of its points, or what was
-        taken where it is not to wait. Left by an exception, it stops the axes of the motion."""
-        file = Path(path)
-        query = {"name": file.name, "motion": motion, "speed": speed,
-                 "interpolation": interpolation, **self._commander()}
+             interpolation: str = "message", wait: bool = True) -> Outcome | Taken:
+        """Plays a motion file, or one of the named motions in it, from where the machine stands: its
+        first point is approached. Waits for its end and returns what became of its points, or what
+        was taken where it is not to wait. Left by an exception, it stops the axes of the motion."""
+        name = os.fspath(path)
+        body = {"motions": [f"{name}:{motion}" if motion else name],
+                "files": {name: Path(name).read_text(encoding="utf-8")},
+                "interpolation": interpolation, **self._commander()}
         events = self.events() if wait else iter(())
-        taken = Taken.from_answer(self._door.ask("POST", "/v1/motions", text=file.read_text(),
-                                                 query=query))
+        taken = Taken.from_answer(self._ask_with_files("/v1/motions", body))
         self._note(taken)
         if not wait:
             return taken
         try:
             return self._follow([taken], events)
         except BaseException:
-            self.stop(*{axis["key"] for batch in taken.batches for axis in batch["axes"]})
+            self.stop(*{_name(axis["key"]) for batch in taken.batches for axis in batch["axes"]})
             raise
 
     def stop(self, *axes: str) -> None:
@@ -181,6 +180,16 @@ class Machine:
         """Closes the connection; the next request makes another."""
         self._door.close()
 
+    def _ask_with_files(self, path: str, body: dict[str, Any]) -> Any:
+        """The machine asks for the files that motion files name, one by one."""
+        while True:
+            try:
+                return self._door.ask("POST", path, body)
+            except Refused as error:
+                if error.reason != "needs_file" or error.file in body["files"]:
+                    raise
+                body["files"][str(error.file)] = Path(str(error.file)).read_text(encoding="utf-8")
+
     def _commander(self) -> dict[str, Any]:
         return {}
 
@@ -209,6 +218,10 @@ class Machine:
                 counts[event.kind] += event.count or 0
                 by = event.by or by
         return Outcome(points, counts["reached"], counts["cleared"], counts["refused"], by)
+
+
+def _name(key: str) -> str:
+    return key.removeprefix("Device/SubDeviceList/").removesuffix("/Value")
 
 
 def _axes(axes: tuple[str, ...]) -> dict[str, Any]:

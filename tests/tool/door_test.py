@@ -101,8 +101,8 @@ class DoorTest(ToolTest):
         self.path = "torvex/m.sock"
 
     @contextlib.contextmanager
-    def served(self, *arguments):
-        process = start("serve", "m.yaml", "--pool", self.pool, *arguments)
+    def served(self, *arguments, machine="m.yaml"):
+        process = start("serve", machine, "--pool", self.pool, *arguments)
         said = ""
         while "m.sock" not in said and (line := process.stdout.readline()):
             said += line

@@ -5,6 +5,7 @@
 #include <nlohmann/json.hpp>
 
 #include "host/base/counted.h"
+#include "host/base/stopsignal.h"
 #include "host/base/visible.h"
 #include "host/cli/status.h"
 #include "host/client/doorclient.h"
@@ -30,8 +31,11 @@ int clientStatus(const std::function<int()>& command) {
     return said(badInputStatus, error.what());
   } catch (const DoorClosed& error) {
     return said(shortfallStatus, error.what());
+  } catch (const WaitStopped&) {
+    return signalStatus + StopSignal::received();
   } catch (const DoorRefusal& error) {
-    return said(error.isBadInput() ? badInputStatus : shortfallStatus, error.what());
+    complain(visibleLines(error.what()));
+    return error.isBadInput() ? badInputStatus : shortfallStatus;
   }
 }
 

@@ -1,10 +1,27 @@
 #include "host/cli/clients/motionrequest.h"
 
+#include <filesystem>
 #include <nlohmann/json.hpp>
 
 #include "host/input/motiontexts.h"
 
 namespace host {
+namespace {
+
+/// Whether one of these files names this one: nothing else is sent.
+bool isNamedIn(const Json& files, const std::string& wanted) {
+  for (const auto& file : files.items()) {
+    const std::string folder = std::filesystem::path(file.key()).parent_path();
+    const std::string name = wanted.substr(folder.empty() ? 0 : folder.size() + 1);
+    if (wanted.rfind(folder, 0) == 0 && !name.empty() &&
+        file.value().get_ref<const std::string&>().find(name) != std::string::npos) {
+      return true;
+    }
+  }
+  return false;
+}
+
+}  // namespace
 
 Json postMotions(DoorClient& door, const std::vector<std::string>& names, Json body) {
   body["motions"] = names;
@@ -19,10 +36,11 @@ Json postMotions(DoorClient& door, const std::vector<std::string>& names, Json b
       return door.post("/v1/motions", body);
     } catch (const DoorRefusal& refusal) {
       // The machine asks for the files that these name, one by one.
-      if (refusal.reason() != "needs_file" || files.contains(refusal.file())) {
+      const std::string& wanted = refusal.file();
+      if (refusal.reason() != "needs_file" || files.contains(wanted) || !isNamedIn(files, wanted)) {
         throw;
       }
-      files[refusal.file()] = disk.read(refusal.file());
+      files[wanted] = disk.read(wanted);
     }
   }
 }

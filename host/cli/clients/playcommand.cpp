@@ -117,6 +117,7 @@ void follow(DoorClient& door, Player& player, EventLines& events, const Json& an
   constexpr int lookEveryMs = 50;
   while (!played.isOver() && StopSignal::received() == 0) {
     for (std::optional<Json> event = events.next(lookEveryMs); event; event = events.next(0)) {
+      player.renew();
       if (textOf(*event, "kind") == "missed") {
         throw DoorClosed("too many events went by unread to tell what became of the motion");
       }

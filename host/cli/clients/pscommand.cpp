@@ -61,7 +61,13 @@ int listMachines(bool json) {
   Json machines = Json::array();
   Table table({"machine", "pid", "since", "axes", "state", "owners (axes)"});
   for (const DoorPlace& place : doorsOfUser()) {
-    const std::optional<Json> machine = machineAt(place);
+    std::optional<Json> machine;
+    try {
+      machine = machineAt(place);
+    } catch (const DoorRefusal& refusal) {
+      complain(fmt::format("torvex: warning: {}: {}", visible(place.name),
+                           visibleLines(refusal.what())));
+    }
     if (!machine) {
       continue;
     }

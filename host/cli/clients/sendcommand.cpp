@@ -4,10 +4,12 @@
 
 #include <memory>
 #include <nlohmann/json.hpp>
+#include <optional>
 #include <string>
 #include <vector>
 
 #include "host/base/textfile.h"
+#include "host/base/usererror.h"
 #include "host/cli/clients/client.h"
 #include "host/cli/clients/motionrequest.h"
 #include "host/cli/status.h"
@@ -19,7 +21,7 @@ namespace {
 
 struct SendOptions {
   std::vector<std::string> what;
-  std::string mode = "merge";
+  std::optional<std::string> mode;
   std::string machine;
 };
 
@@ -41,11 +43,16 @@ Json batchIn(const SendOptions& options) {
   for (std::size_t i = 1; i < options.what.size(); ++i) {
     items.push_back(itemIn(options.what[i]));
   }
-  return {{"key", options.what.front()}, {"mode", options.mode}, {"items", items}};
+  return {
+      {"key", options.what.front()}, {"mode", options.mode.value_or("merge")}, {"items", items}};
 }
 
 int send(const SendOptions& options) {
   const bool isFile = options.what.size() == 1;
+  if (isFile && options.mode) {
+    throw UserError(options.what.front(), {},
+                    "has modes of its own; leave --mode out, or send KEY VALUE@SECONDS");
+  }
   const Json request = isFile ? Json::object() : Json{{"batches", {batchIn(options)}}};
   DoorClient door(doorOf(options.machine));
   say(takenText(isFile ? postMotions(door, options.what, request)
@@ -71,7 +78,7 @@ void addSendCommand(CLI::App& app, Command& chosen) {
   addOption(command,
             {"--mode", "merge|replace|clear_after|clear_before",
              "What becomes of the points that wait", "merge"},
-            options->mode);
+            [options](const std::string& text) { options->mode = text; });
   addMachineName(command, options->machine);
 }
 

@@ -2,6 +2,7 @@
 
 #include <fmt/format.h>
 
+#include <cmath>
 #include <memory>
 #include <nlohmann/json.hpp>
 #include <string>
@@ -24,6 +25,7 @@ namespace {
 struct GetOptions {
   std::vector<std::string> keys;
   std::string machine;
+  bool keysAlone = false;
   bool json = false;
 };
 
@@ -49,6 +51,12 @@ int getValues(const GetOptions& options) {
   }
   const Json values = memberOf(answer, "values");
   std::string lines;
+  if (options.keysAlone) {
+    for (const auto& value : values.items()) {
+      lines += visible(bareKey(value.key())) + "\n";
+    }
+    return writeOut(lines);
+  }
   for (const auto& value : values.items()) {
     lines += values.size() == 1 && options.keys.size() == 1
                  ? shown(value.value()) + "\n"
@@ -69,6 +77,7 @@ Json axisWithKey(DoorClient& door, const std::string& key) {
 }
 
 int setValue(const SetOptions& options) {
+  constexpr double mostWhole = 1e15;
   double number = 0.0;
   if (!parseNumber(options.value, number)) {
     throw UserError(options.value, {}, "is not a number");
@@ -84,8 +93,10 @@ int setValue(const SetOptions& options) {
                     fmt::format("moves on the way between points; use 'torvex send {} {}@SECONDS'",
                                 options.key, options.value));
   }
-  const Json item = {{"time", 0},
-                     {"value", memberOf(Json::parse("{\"v\":" + options.value + "}"), "v")}};
+  const bool isWhole = number == std::round(number) && std::abs(number) <= mostWhole;
+  const Json value =
+      isWhole ? Json(static_cast<std::int64_t>(number)) : Json(static_cast<float>(number));
+  const Json item = {{"time", 0}, {"value", value}};
   const Json batch = {{"key", options.key}, {"mode", "replace"}, {"items", Json::array({item})}};
   say(takenText(door.post("/v1/batches", {{"batches", Json::array({batch})}})));
   return okStatus;
@@ -103,6 +114,7 @@ void addValueCommands(CLI::App& app, Command& chosen) {
   addArguments(getting, "KEY", get->keys, true,
                "Attributes, or patterns as in the shell: '*/Value'; a bare key, such as "
                "head_yaw/Value, is taken under Device/SubDeviceList/");
+  addFlag(getting, "--keys", get->keysAlone, "Print the keys alone, bare where they can be");
   addFlag(getting, "--json", get->json, "An object, with the number and the time of the cycle");
   addMachineName(getting, get->machine);
 

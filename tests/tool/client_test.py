@@ -1,0 +1,150 @@
+#!/usr/bin/env python3
+"""Clients of a running machine: the tool's subcommands, and the Python package."""
+
+import os
+import signal
+import subprocess
+import sys
+import time
+import unittest
+
+from door_test import DoorTest
+from tool import read, root, start, write
+
+sys.path.insert(0, str(root / "python"))
+import torvex  # noqa: E402
+
+swing = """
+batches:
+- {at: 0, key: a/Value, items: [{time: 0.3, value: 0.3}, {time: 3, value: -0.3}]}
+- {at: 0.1, trajectory_file: b.yaml}
+"""
+side = "{joint_names: [b], points: [{positions: [0.2], velocities: [0.1], time_from_start: 0.4}]}"
+
+
+class Client(DoorTest):
+    def refused(self, reason, call, *arguments, **options):
+        with self.assertRaises(torvex.Refused) as context:
+            call(*arguments, **options)
+        self.assertEqual(context.exception.reason, reason, context.exception)
+        return context.exception
+
+    def comes_to_rest(self, machine, key="a/Value", seconds=3):
+        """Whether the register holds one value for a while, before so long."""
+        end, seen = time.monotonic() + seconds, []
+        while time.monotonic() < end:
+            seen.append(machine[key])
+            if len(seen) > 20 and len(set(seen[-20:])) == 1:
+                return True
+            time.sleep(0.01)
+        return False
+
+    def test_says_when_nothing_runs(self):
+        self.assertIn("no machine runs", self.said(0, "ps"))
+        for command in (["get", "a/Value"], ["hold"], ["events"], ["send", "a/Value", "1@1"]):
+            self.assertIn("no machine runs", self.said(2, *command))
+        with self.assertRaises(torvex.NotRunning):
+            torvex.connect("m")
+
+    def test_commands_from_the_command_line(self):
+        with self.served():
+            self.assertRegex(self.said(0, "ps"), r"m +\d+ .* 3 +runs +-")
+            self.assertIn("taken: 2 points", self.said(0, "send", "a/Value", "0.1@0.1", "0.2@0.3"))
+            self.said(2, "send", "a/Value", "7@9")
+            self.assertIn("is not VALUE@SECONDS", self.said(2, "send", "a/Value", "7"))
+            self.assertIn("taken", self.said(0, "set", "s/Value", 4))
+            self.assertIn("use 'torvex send", self.said(2, "set", "a/Value", 0.5))
+            machine = torvex.connect("m")
+            self.assertTrue(self.comes_to_rest(machine))
+            self.assertEqual(self.said(0, "get", "a/Value"), "0.2\n")
+            self.assertEqual(self.said(0, "get", "s/Value", "b/Value").split()[1::2], ["4", "0"])
+            self.assertIn("did you mean 'a/Value'", self.said(2, "get", "a/Valu"))
+            self.assertIn("held: 3 actuators", self.said(0, "hold"))
+            self.assertIn("held", self.said(1, "send", "a/Value", "0@1"))
+            self.assertIn("released: 1 actuator", self.said(0, "release", "a"))
+            self.said(0, "send", "a/Value", "0@1")
+            self.said(1, "send", "b/Value", "0@1")
+            events = self.said(0, "events", "--once", "--since", 0)
+            for kind in ("taken", "reached", "held", "released"):
+                self.assertRegex(events, rf"\n +[\d.]+ {kind} ")
+
+    def test_plays_motions_to_their_end_or_to_rest(self):
+        write("m.motion.yaml", swing)
+        write("b.yaml", side)
+        with self.served():
+            machine = torvex.connect("m")
+            self.assertIn("reached: 3 of 3 points", self.said(0, "play", "m.motion.yaml"))
+            self.assertAlmostEqual(machine["a/Value"], -0.3, 5)
+            self.assertIn("bad.yaml:1:10: error: batches must", self.said(2, "play", write("bad.yaml", "batches: {}")))
+            for ending in (signal.SIGINT, signal.SIGKILL):
+                process = start("play", "m.motion.yaml")
+                while machine.values("*")["Device/SubDeviceList/a/Value"] < 0.1:
+                    time.sleep(0.01)
+                self.refused("owned", machine.send, "a", [(1, 0)])
+                process.send_signal(ending)
+                process.communicate()
+                self.assertTrue(self.comes_to_rest(machine))
+                self.assertGreater(machine["a/Value"], -0.29, "it went on to its end")
+                self.assertEqual(process.returncode, 130 if ending == signal.SIGINT else -9)
+
+    def test_owns_axes_while_the_block_makes_progress(self):
+        with self.served("--guard", "off"):
+            machine = torvex.connect("m")
+            with machine.command(["a"], lease=0.3) as commander:
+                taken = commander.send("a", [(0.1, 0.1), (0.4, 0.2)])
+                self.assertEqual((taken.points, taken.late, taken.limited), (2, 0, 0))
+                self.refused("owned", machine.send, "a", [(1, 0)])
+                self.refused("owned", machine.command(["a"]).__enter__)
+                outcome = commander.wait()
+                self.assertEqual((outcome.points, outcome.reached), (2, 2))
+                commander.send("a", [(5, -0.8)])
+                time.sleep(1)  # hangs for more than its lease
+                self.refused("unknown", commander.alive)
+                self.assertTrue(self.comes_to_rest(machine, seconds=2))
+            machine.send("a", [(0.2, 0.1)], mode="replace")
+
+    def test_holds_and_listens(self):
+        with self.served():
+            machine = torvex.connect("m")
+            events = machine.events()
+            self.assertEqual(next(events).kind, "begins")
+            machine.send("b", [(0.1, 0.1)])
+            machine.hold("b")
+            self.assertEqual(machine.axes()["b"].held, "hold")
+            refused = self.refused("held", machine.send, "b", [(1, 0)])
+            self.assertTrue(refused.key.endswith("/b/Value"))
+            machine.release()
+            self.assertEqual(self.refused("invalid", machine.send, "b", [(-1, 0)]).path,
+                             "/batches/0/items/0/time")
+            seen = [next(events).kind for _ in range(4)]
+            self.assertIn("held", seen)
+            with self.assertRaises(KeyError):
+                machine["none"]
+
+    def test_says_when_the_machine_is_gone(self):
+        with self.served() as process:
+            machine = torvex.connect("m")
+            events = machine.events()
+            process.kill()
+            with self.assertRaises(torvex.ConnectionLost):
+                list(events)
+            with self.assertRaises(torvex.TorvexError):
+                machine.health()
+            process.wait()
+        with self.served():
+            self.assertEqual(machine["a/Value"], 0)
+
+    def test_example_runs(self):
+        environment = {**os.environ, "PYTHONPATH": str(root / "python")}
+        machine = str(root / "examples/humanoid/humanoid.yaml")
+        with self.served(machine=machine):
+            nod = subprocess.Popen([sys.executable, root / "examples/python/nod.py", "humanoid"],
+                                   env=environment, text=True, stdout=subprocess.PIPE)
+            self.assertIn("stands at", nod.stdout.readline())
+            self.assertIn("3 of 3 points reached", nod.stdout.readline())
+            nod.send_signal(signal.SIGINT)
+            self.assertEqual(nod.wait(10), 0)
+
+
+if __name__ == "__main__":
+    unittest.main()
