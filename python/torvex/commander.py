@@ -3,6 +3,7 @@
 from __future__ import annotations
 
 import threading
+import time
 from collections.abc import Iterator
 from types import TracebackType
 
@@ -33,6 +34,7 @@ class Commander(Machine):
         self._sent: list[Taken] = []
         self._since = 0
         self._waits = False
+        self._renewed = 0.0
         self._progress = threading.Event()
         self._ended = threading.Event()
         self._thread = threading.Thread(target=self._renew, name="torvex-lease", daemon=True)
@@ -41,6 +43,7 @@ class Commander(Machine):
     def __enter__(self) -> Commander:
         self._since = next(self.events(follow=False)).number
         self._id = self._door.ask("POST", "/v1/commanders", self._registration)["id"]
+        self._renewed = time.monotonic()
         self._thread.start()
         return self
 
@@ -60,6 +63,8 @@ class Commander(Machine):
     def alive(self) -> None:
         """Says that the block still makes progress. Raises what ended the lease, if anything."""
         self._progressed()
+        if self.lost is None and time.monotonic() - self._renewed > self._lease / 2:
+            self._send_renewal()
         if self.lost is not None:
             raise self.lost
 
@@ -83,15 +88,18 @@ class Commander(Machine):
             yield event
 
     def _renew(self) -> None:
-        while not self._ended.wait(self._lease / 4):
+        while self.lost is None and not self._ended.wait(self._lease / 4):
             if not self._progress.is_set() and not self._waits:
                 continue
             self._progress.clear()
-            try:
-                self._door.ask("POST", f"/v1/commanders/{self._id}/renew")
-            except TorvexError as error:
-                self.lost = error
-                return
+            self._send_renewal()
+
+    def _send_renewal(self) -> None:
+        try:
+            self._door.ask("POST", f"/v1/commanders/{self._id}/renew")
+            self._renewed = time.monotonic()
+        except TorvexError as error:
+            self.lost = error
 
     def _commander(self) -> dict[str, int | None]:
         self.alive()

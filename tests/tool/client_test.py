@@ -78,7 +78,10 @@ class Client(DoorTest):
             self.assertIn("bad.yaml:1:10: error: batches must", self.said(2, "play", write("bad.yaml", "batches: {}")))
             for ending in (signal.SIGINT, signal.SIGKILL):
                 process = start("play", "m.motion.yaml")
-                while machine.values("*")["Device/SubDeviceList/a/Value"] < 0.1:
+                while not machine.axes()["a"].waiting:
+                    time.sleep(0.01)
+                begin = machine.health()["machine_ms"]
+                while machine.health()["machine_ms"] < begin + 400:
                     time.sleep(0.01)
                 self.refused("owned", machine.send, "a", [(1, 0)])
                 process.send_signal(ending)

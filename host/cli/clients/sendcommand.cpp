@@ -32,7 +32,7 @@ Json itemIn(const std::string& text) {
   double seconds = 0.0;
   if (at == std::string::npos || !parseNumber(text.substr(0, at), value) ||
       !parseNumber(text.substr(at + 1), seconds)) {
-    refuseOption("send", "'" + text + "' is not VALUE@SECONDS, such as 0.3@1.5");
+    throw UserError(text, {}, "is not VALUE@SECONDS, such as 0.3@1.5");
   }
   return {{"time", seconds}, {"value", value}};
 }
