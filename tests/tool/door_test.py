@@ -104,7 +104,7 @@ class DoorTest(ToolTest):
     def served(self, *arguments, machine="m.yaml"):
         process = start("serve", machine, "--pool", self.pool, *arguments)
         said = ""
-        while "m.sock" not in said and (line := process.stdout.readline()):
+        while ".sock" not in said and (line := process.stdout.readline()):
             said += line
         try:
             yield process
@@ -378,7 +378,7 @@ class Door(DoorTest):
         write("f.yaml", "batches: [{at: 0, key: a/Value, items: [{time: 0.5, value: 0.3}]}]\n")
         run = start("run", "m.yaml", "f.yaml", "--serve", "--pool", self.pool, "--plot", "p.svg")
         said = ""
-        while "m.sock" not in said and (line := run.stdout.readline()):
+        while ".sock" not in said and (line := run.stdout.readline()):
             said += line
         for axis, value in (("a", 0.5), ("b", 0.4)):
             self.assertEqual(self.sent({"key": axis + "/Value", "items": [{"time": 1, "value": value}]})[0], 200)
