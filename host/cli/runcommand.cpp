@@ -196,6 +196,20 @@ bool isRefusedStrictly(const MachineModel& machine, const Plan& plan) {
   return !findings.all().empty();
 }
 
+/// Runs it, shows how far it is, and has the door open meanwhile where that is wanted.
+void moveMachine(const RunOptions& options, const std::optional<DoorOptions>& doorOptions,
+                 const MachineModel& machine, Torvex& torvex, LiveView& view) {
+  std::optional<OpenDoor> door;
+  if (doorOptions) {
+    door.emplace(machine, torvex, *doorOptions, options.session);
+    report(options, options.json ? "" : door->announcement());
+    door->open();
+  }
+  torvex.run(
+      [&](std::int64_t timeMs) { view.show(torvex.shownAxes(), timeMs, torvex.lastItemMs()); });
+  view.clear();
+}
+
 int run(const RunOptions& options, const std::optional<DoorOptions>& doorOptions) {
   LiveView view;
   view.announce("reading " + options.machinePath);
@@ -232,16 +246,7 @@ int run(const RunOptions& options, const std::optional<DoorOptions>& doorOptions
   outcome.machine = machine.name;
   outcome.stretched = stretchedBatches(batches);
   announce(options, torvex, machine, batches, plan.schedule, outcome);
-  std::optional<OpenDoor> door;
-  if (doorOptions) {
-    door.emplace(machine, torvex, *doorOptions, options.session);
-    report(options, options.json ? "" : door->announcement());
-    door->open();
-  }
-  torvex.run(
-      [&](std::int64_t timeMs) { view.show(torvex.shownAxes(), timeMs, torvex.lastItemMs()); });
-  door.reset();
-  view.clear();
+  moveMachine(options, doorOptions, machine, torvex, view);
   finish(options, outputs, torvex.result(), log, outcome);
   judge(options, torvex.result(), plan, findings, outcome);
   return conclude(options, torvex.result(), plan, outcome);

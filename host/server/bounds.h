@@ -3,10 +3,8 @@
 #include <chrono>
 #include <cstddef>
 
-namespace host {
-
 /// What a client may ask of the door; docs/api.md tells them.
-namespace bounds {
+namespace host::bounds {
 
 constexpr std::size_t headBytes = std::size_t{8} * 1024;
 constexpr std::size_t bodyBytes = std::size_t{1} << 20;
@@ -23,5 +21,4 @@ constexpr std::chrono::milliseconds idleTime{60'000};
 /// Of a listener's text that is written at once.
 constexpr std::size_t linesBytes = std::size_t{64} * 1024;
 
-}  // namespace bounds
-}  // namespace host
+}  // namespace host::bounds
