@@ -7,7 +7,7 @@ namespace host {
 
 PreparedMerge::PreparedMerge(const Backlog& backlog, std::size_t windowed, const Rounds& points,
                              TimedCommand::commandType mode, std::shared_ptr<const Curve> curve)
-    : merged_(backlog) {
+    : changes_(backlog.changes()), points_(points), mode_(mode), curve_(curve), merged_(backlog) {
   for (std::size_t i = 0; i < windowed; ++i) {
     windowed_.push_back(backlog[i]);
   }
@@ -15,6 +15,9 @@ PreparedMerge::PreparedMerge(const Backlog& backlog, std::size_t windowed, const
 }
 
 Backlog::Removed PreparedMerge::applyTo(Backlog& backlog) {
+  if (backlog.changes() != changes_) {
+    return backlog.take(points_, mode_, std::move(curve_));
+  }
   std::size_t position = 0;
   for (const Point& point : windowed_) {
     if (position < backlog.size() && backlog[position].isSamePointAs(point)) {

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <cstddef>
+#include <cstdint>
 #include <memory>
 #include <vector>
 
@@ -9,7 +10,8 @@
 namespace host {
 
 /// The result of merging a long batch into a backlog, computed without the gate while the
-/// backlog is in use. Points that cycles reach in the meantime are removed from both.
+/// backlog is in use. Points that cycles reach in the meantime are removed from both; after any
+/// other change the batch is merged anew.
 ///
 /// Invariant: after `applyTo`, the backlog is what merging the batch at that moment would give.
 class PreparedMerge {
@@ -24,6 +26,10 @@ class PreparedMerge {
  private:
   void forget(const Point& reached);
 
+  const std::uint64_t changes_;
+  const Rounds points_;
+  const TimedCommand::commandType mode_;
+  std::shared_ptr<const Curve> curve_;
   Backlog merged_;
   Backlog::Removed removed_;
   std::vector<Point> windowed_;

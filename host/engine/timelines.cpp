@@ -274,8 +274,8 @@ void Timelines::clear(Axis& axis) {
     const Point& first = axis.backlog.front();
     judge(axis, {first, axis.backlog.knotOf(first)});
   }
-  tellCleared(clearedEvent(axis, cycles_.latestMs, Event::byGuard),
-              axis.backlog.take(Rounds({}), TimedCommand::REPLACE), axis.counts, listener_);
+  tellCleared(clearedEvent(axis, cycles_.latestMs, Event::byGuard), axis.backlog.removeAll(),
+              axis.counts, listener_);
   const std::size_t held = axis.window.items().size();
   axis.window.clear();
   axis.target.reset();

@@ -72,6 +72,7 @@ void Backlog::popFront() {
 }
 
 void Backlog::erase(std::size_t position) {
+  ++changes_;
   eraseAt(cursorAt(position));
   layIn();
 }
@@ -123,9 +124,11 @@ std::size_t Backlog::countBetween(const Cursor& begin, const Cursor& end) const 
 
 Backlog::Removed Backlog::take(const Rounds& points, TimedCommand::commandType mode,
                                std::shared_ptr<const Curve> curve) {
-  const bool isComingToRest = isStopping() && !points.empty();
-  const Kept keeps = kept(points, isComingToRest ? TimedCommand::REPLACE : mode);
+  const TimedCommand::commandType whileStopping =
+      points.empty() ? TimedCommand::MERGE : TimedCommand::REPLACE;
+  const Kept keeps = kept(points, isStopping() ? whileStopping : mode);
   Removed removed;
+  ++changes_;
   cut({0, 0}, findFirst(keeps.firstMs), removed.blocks);
   if (keeps.lastMs < std::numeric_limits<std::int64_t>::max()) {
     cut(findFirst(keeps.lastMs + 1), {blocks_.size(), 0}, removed.blocks);
@@ -141,6 +144,14 @@ Backlog::Removed Backlog::take(const Rounds& points, TimedCommand::commandType m
     takeOnce(points.first());
   }
   layIn();
+  return removed;
+}
+
+Backlog::Removed Backlog::removeAll() {
+  Removed removed;
+  ++changes_;
+  cut({0, 0}, {blocks_.size(), 0}, removed.blocks);
+  cutRounds(kept(Rounds({}), TimedCommand::REPLACE), removed.runs);
   return removed;
 }
 
@@ -173,8 +184,9 @@ Knot Backlog::knotOf(const Point& point) const {
 
 void Backlog::beginInMotion(bool inMotion) {
   const auto found = empty() ? curves_.end() : curves_.find(front().batch);
-  if (found != curves_.end() && front().index == 0) {
+  if (found != curves_.end() && front().index == 0 && found->second.beginsInMotion != inMotion) {
     found->second.beginsInMotion = inMotion;
+    ++changes_;
   }
 }
 

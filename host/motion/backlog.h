@@ -89,9 +89,16 @@ class Backlog {
   /// Takes points in by the rules of a timeline: removes what the mode does not keep, then
   /// merges, a new point before a waiting one with the same time. Points with equal times
   /// come in the order in which they are to wait. Returns what was removed. The curve is that
-  /// of their batch; without one their segments are lines. A point of the host gives way to all.
+  /// of their batch; without one their segments are lines. A point of the host gives way to all
+  /// others, and stays when none come.
   Removed take(const Rounds& points, TimedCommand::commandType mode,
                std::shared_ptr<const Curve> curve = nullptr);
+
+  /// Also a point of the host.
+  Removed removeAll();
+
+  /// Grows whenever it changes, save by points that come to the front and are popped.
+  [[nodiscard]] std::uint64_t changes() const { return changes_; }
 
   /// What the batch of a waiting point says of it.
   [[nodiscard]] Knot knotOf(const Point& point) const;
@@ -156,6 +163,7 @@ class Backlog {
   std::vector<Waiting> rounds_;
   std::uint32_t arrivals_ = 0;
   std::size_t densest_ = 0;
+  std::uint64_t changes_ = 0;
   /// By batch; only those with curves.
   std::map<std::uint32_t, WaitingCurve> curves_;
 };

@@ -200,6 +200,9 @@ TEST(Stop, DeceleratesAsItMayAndGoesNotBeyondItsOwnPath) {
     const double took = static_cast<double>(rest->timeMs - nowMs) / 1000.0;
     const double most = speed / (isFree ? seconds : 2.0 * went / speed);
     EXPECT_LE(ramp.largestAcceleration(), 1.01 * most + 1e-4) << round;
+    backlog.take(std::vector{*rest}, TimedCommand::REPLACE, host::stopCurve());
+    backlog.take(std::vector<host::Point>(), static_cast<TimedCommand::commandType>(round % 4 + 1));
+    EXPECT_TRUE(backlog.isStopping()) << "no points, no other way";
     EXPECT_LE(took, std::min(seconds, 2.0 * room / speed) + 0.001) << round;
     EXPECT_LE(direction * ramp.highest(rest->timeMs).amount, direction * now + went + 1e-6);
   }

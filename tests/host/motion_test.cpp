@@ -7,6 +7,7 @@
 #include <memory>
 #include <utility>
 
+#include "host/engine/preparedmerge.h"
 #include "host/motion/density.h"
 #include "host/motion/intake.h"
 #include "host/motion/limits.h"
@@ -75,11 +76,27 @@ TEST(Backlog, FollowsTheRulesOfATimeline) {
       const host::CommandBatch commands = batchAt(times, rounds);
       const host::Rounds points = pointsOf(commands, batch);
       const auto mode = static_cast<TimedCommand::commandType>(1 + random.below(4));
+      host::PreparedMerge prepared(backlog, std::min(backlog.size(), std::size_t{30}), points, mode,
+                                   nullptr);
+      const bool onlyReached = random.chance(50);
+      for (std::uint32_t some = random.below(30); some > 0 && !backlog.empty(); --some) {
+        const bool isFirst = onlyReached || random.chance(80);
+        const std::size_t position = isFirst ? 0 : random.below(settled(backlog));
+        isFirst ? backlog.popFront() : backlog.erase(position);
+        naive.points.erase(naive.points.begin() + static_cast<std::ptrdiff_t>(position));
+      }
+      if (!onlyReached && random.chance(10)) {
+        (void)backlog.removeAll();
+        naive.points.clear();
+      }
+      expectSame(backlog, naive);
       const std::size_t before = naive.points.size();
       const std::size_t kept = backlog.countDue(host::Backlog::kept(points, mode), 0, 1'000'000);
       host::PointCounts counts;
       Tally told;
-      host::tellCleared({host::EventKind::cleared}, backlog.take(points, mode), counts, told);
+      host::tellCleared({host::EventKind::cleared},
+                        random.chance(50) ? backlog.take(points, mode) : prepared.applyTo(backlog),
+                        counts, told);
       const auto cleared = naive.push(pointsOf(writtenOut(commands), batch).first(), mode);
       EXPECT_EQ(told.of(host::EventKind::cleared).points, cleared.size());
       expectSame(backlog, naive);
@@ -89,12 +106,6 @@ TEST(Backlog, FollowsTheRulesOfATimeline) {
           naive.points.begin(), naive.points.end(),
           [&](const Point& point) { return point.timeMs >= from && point.timeMs <= to; });
       EXPECT_EQ(backlog.countDue({}, from, to), static_cast<std::size_t>(due));
-      for (std::uint32_t some = random.below(30); some > 0 && !backlog.empty(); --some) {
-        const std::size_t position = random.chance(80) ? 0 : random.below(settled(backlog));
-        position == 0 ? backlog.popFront() : backlog.erase(position);
-        naive.points.erase(naive.points.begin() + static_cast<std::ptrdiff_t>(position));
-      }
-      expectSame(backlog, naive);
     }
   }
 }
