@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <csignal>
+#include <memory>
 
 #include "host/base/stopsignal.h"
 #include "host/engine/torvex.h"
@@ -72,7 +73,7 @@ TEST(Run, CountsCyclesInWhichOthersMoveAnActuator) {
 }
 
 TEST(Run, TellsOfAnAxisThatASignalEndsWhileItStops) {
-  const host::StopSignal stopSignal;
+  auto stopSignal = std::make_unique<host::StopSignal>();
   Prepared prepared(1, 100, 100);
   host::CommandBatch& stop = prepared.batches.emplace_back();
   stop.isStop = true;
@@ -87,6 +88,8 @@ TEST(Run, TellsOfAnAxisThatASignalEndsWhileItStops) {
   });
   EXPECT_EQ(ran.outcome.axes[0].verdict, host::Verdict::stopped);
   EXPECT_EQ(ran.axis(0).counts.reached + ran.axis(0).counts.cleared, 100U);
+  stopSignal.reset();
+  const host::StopSignal forgetting;
 }
 
 TEST(Run, WaitsForWhatOthersQueuedBeyondTheMotion) {
