@@ -50,11 +50,11 @@ int follow(const EventsOptions& options) {
   const auto add = [&](const std::string& part) {
     target += (target.find('?') == std::string::npos ? "?" : "&") + part;
   };
-  if (!options.since.empty()) {
-    add("since=" + percentEncoded(options.since));
-  }
   if (options.once) {
     add("follow=false");
+  }
+  if (options.once || !options.since.empty()) {
+    add("since=" + (options.since.empty() ? "0" : percentEncoded(options.since)));
   }
   EventLines events(doorOf(options.machine), target);
   constexpr int lookEveryMs = 100;
@@ -87,7 +87,7 @@ void addEventsCommand(CLI::App& app, Command& chosen) {
       [options] { return clientStatus([&] { return follow(*options); }); }, chosen);
   addOption(command, {"--since", "NUMBER", "Begin with the event of this number", "from now on"},
             options->since);
-  addFlag(command, "--once", options->once, "Those that there are, and end");
+  addFlag(command, "--once", options->once, "All that the machine has kept, and end");
   addFlag(command, "--json", options->json, "JSON, an object on a line");
   addMachineName(command, options->machine);
 }
