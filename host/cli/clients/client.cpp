@@ -61,14 +61,19 @@ std::int64_t numberOf(const Json& object, const char* member) {
   return value.is_number() ? value.get<std::int64_t>() : 0;
 }
 
+std::uint64_t countOf(const Json& object, const char* member) {
+  const Json value = memberOf(object, member);
+  return value.is_number_unsigned() ? value.get<std::uint64_t>() : 0;
+}
+
 std::string takenText(const Json& answer) {
-  std::int64_t points = 0;
+  std::uint64_t points = 0;
   std::string changed;
   for (const Json& batch : memberOf(answer, "batches")) {
     for (const Json& axis : memberOf(batch, "axes")) {
-      points += numberOf(axis, "points");
-      const std::int64_t late = numberOf(axis, "late");
-      const std::int64_t limited = numberOf(axis, "limited");
+      points += countOf(axis, "points");
+      const std::uint64_t late = countOf(axis, "late");
+      const std::uint64_t limited = countOf(axis, "limited");
       if (late + limited > 0) {
         changed += fmt::format("torvex: warning: {}: {} late, {} moved into the limits\n",
                                visible(textOf(axis, "key")), counted(late, "point"), limited);

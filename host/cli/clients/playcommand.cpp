@@ -76,10 +76,10 @@ class Player {
 
 /// What became of the points of one request.
 struct Played {
-  std::int64_t points = 0;
-  std::int64_t reached = 0;
-  std::int64_t cleared = 0;
-  std::int64_t refused = 0;
+  std::uint64_t points = 0;
+  std::uint64_t reached = 0;
+  std::uint64_t cleared = 0;
+  std::uint64_t refused = 0;
   /// By whom.
   std::set<std::string> by;
 
@@ -87,7 +87,7 @@ struct Played {
 
   void note(const Json& event) {
     const std::string kind = textOf(event, "kind");
-    const std::int64_t count = numberOf(event, "count");
+    const std::uint64_t count = countOf(event, "count");
     reached += kind == "reached" ? count : 0;
     cleared += kind == "cleared" ? count : 0;
     refused += kind == "refused" ? count : 0;
@@ -102,7 +102,7 @@ Json keysIn(const Json& answer, Played& played) {
   for (const Json& batch : memberOf(answer, "batches")) {
     for (const Json& axis : memberOf(batch, "axes")) {
       keys.insert(textOf(axis, "key"));
-      played.points += numberOf(axis, "points");
+      played.points += countOf(axis, "points");
     }
   }
   return Json(keys);
@@ -147,8 +147,7 @@ int conclude(const Played& played) {
     by += (by.empty() ? "" : ", ") + visible(one);
   }
   complain(fmt::format("torvex: error: {} cleared, {} refused ({})\n",
-                       counted(static_cast<std::uint64_t>(played.cleared), "point"), played.refused,
-                       by));
+                       counted(played.cleared, "point"), played.refused, by));
   return shortfallStatus;
 }
 
