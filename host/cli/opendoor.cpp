@@ -79,8 +79,8 @@ OpenDoor::OpenDoor(const MachineModel& machine, Torvex& torvex, const DoorOption
                    const SessionOptions& session)
     : torvex_(torvex),
       options_(options),
-      place_(options.socketPath.empty() ? defaultDoorPath(machine.name) : options.socketPath),
       access_(accessOf(options)),
+      place_(options.socketPath.empty() ? defaultDoorPath(machine.name) : options.socketPath),
       serviceOptions_{options.isStrict, session.guard, session.poolName,
                       session.preferenceDirectory},
       service_(machine, torvex, serviceOptions_),

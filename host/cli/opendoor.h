@@ -44,8 +44,8 @@ class OpenDoor {
  private:
   Torvex& torvex_;
   const DoorOptions options_;
-  DoorPlace place_;
   const Access access_;
+  DoorPlace place_;
   const ServiceOptions serviceOptions_;
   Service service_;
   Door door_;

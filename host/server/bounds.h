@@ -14,6 +14,8 @@ constexpr std::size_t connections = 128;
 constexpr std::size_t urgentConnections = 16;
 /// Requests that wait for the machine.
 constexpr std::size_t requests = 64;
+/// Keys and patterns that one request may name.
+constexpr std::size_t keys = 64;
 /// For a request to arrive, and to be answered.
 constexpr std::chrono::milliseconds requestTime{10'000};
 /// Between two requests, and for a listener to take something.

@@ -91,7 +91,7 @@ class Session : public std::enable_shared_from_this<Session> {
       return;
     }
     Error ignored;
-    deadline_.cancel();
+    disarm();
     socket_.close(ignored);
     leaveQueue();
     shared_.handler.connectionEnded(number_);
@@ -102,22 +102,32 @@ class Session : public std::enable_shared_from_this<Session> {
   using Step = void (Session::*)();
 
   void arm(std::chrono::milliseconds time, Step late) {
+    disarm();
     deadline_.expires_after(time);
-    deadline_.async_wait([self = shared_from_this(), late](const Error& error) {
-      if (!error && !self->hasEnded_) {
+    deadline_.async_wait([self = shared_from_this(), late, number = deadlineNumber_](const Error&) {
+      // A timer that has fired already cannot be cancelled.
+      if (number == self->deadlineNumber_ && !self->hasEnded_) {
         (self.get()->*late)();
       }
     });
   }
 
+  void disarm() {
+    ++deadlineNumber_;
+    deadline_.cancel();
+  }
+
   void readHead() {
+    isLate_ = false;
+    isHead_ = false;
     parser_.emplace();
     parser_->header_limit(static_cast<std::uint32_t>(bounds::headBytes));
     parser_->body_limit(bounds::bodyBytes);
     arm(bounds::requestTime, &Session::giveUpReading);
     http::async_read_header(socket_, buffer_, *parser_,
                             [self = shared_from_this()](const Error& error, std::size_t) {
-                              error ? self->refuseReading(error) : self->judgeHead();
+                              const bool isWhole = !error && !self->isLate_;
+                              isWhole ? self->judgeHead() : self->refuseReading(error);
                             });
   }
 
@@ -155,6 +165,7 @@ class Session : public std::enable_shared_from_this<Session> {
     const auto& head = parser_->get();
     request_ = Request();
     request_.method = text(head.method_string());
+    isHead_ = head.method() == http::verb::head;
     request_.connection = number_;
     request_.contentType = field(http::field::content_type);
     request_.isUpgrade = websocket::is_upgrade(head);
@@ -193,7 +204,8 @@ class Session : public std::enable_shared_from_this<Session> {
   void readBody() {
     http::async_read(socket_, buffer_, *parser_,
                      [self = shared_from_this()](const Error& error, std::size_t) {
-                       error ? self->refuseReading(error) : self->handle();
+                       const bool isWhole = !error && !self->isLate_;
+                       isWhole ? self->handle() : self->refuseReading(error);
                      });
   }
 
@@ -251,6 +263,9 @@ class Session : public std::enable_shared_from_this<Session> {
     response_.keep_alive(keepsAlive_ && !closesAfterwards_);
     response_.body() = std::move(answer.body);
     response_.prepare_payload();
+    if (isHead_) {
+      response_.body().clear();
+    }
     arm(bounds::requestTime, &Session::end);
     http::async_write(
         socket_, response_, [self = shared_from_this()](const Error& error, std::size_t) {
@@ -284,7 +299,7 @@ class Session : public std::enable_shared_from_this<Session> {
       }));
     }
     webSocket_->text(true);
-    deadline_.cancel();
+    disarm();
     webSocket_->async_accept(parser_->get(), [self = shared_from_this()](const Error& error) {
       if (error) {
         self->end();
@@ -308,8 +323,11 @@ class Session : public std::enable_shared_from_this<Session> {
   }
 
   void sendMessage() {
+    if (!webSocket_->is_open()) {
+      return;
+    }
     sent_ = feed_->next();
-    if (sent_.empty() || !webSocket_->is_open()) {
+    if (sent_.empty()) {
       return;
     }
     isWriting_ = true;
@@ -350,7 +368,7 @@ class Session : public std::enable_shared_from_this<Session> {
     net::async_write(socket_, net::buffer(sent_),
                      [self = shared_from_this()](const Error& error, std::size_t) {
                        self->isWriting_ = false;
-                       self->deadline_.cancel();
+                       self->disarm();
                        error ? self->end() : self->pump();
                      });
   }
@@ -369,9 +387,12 @@ class Session : public std::enable_shared_from_this<Session> {
   std::string sent_;
   /// Counts the answers, so that one which comes too late is known.
   std::uint64_t turn_ = 0;
+  /// Counts what was to happen when something comes too late; the latest one counts.
+  std::uint64_t deadlineNumber_ = 0;
   bool keepsAlive_ = false;
   bool closesAfterwards_ = false;
   bool isLate_ = false;
+  bool isHead_ = false;
   bool isCrowded_ = false;
   bool isInQueue_ = false;
   bool isWriting_ = false;
@@ -468,8 +489,9 @@ class Door::Core {
             [this, &acceptor, isBySocket](const Error&) { accept(acceptor, isBySocket); });
         return;
       }
-      admit(Stream(std::move(socket)), isBySocket);
+      // First, since what follows may throw.
       accept(acceptor, isBySocket);
+      admit(Stream(std::move(socket)), isBySocket);
     });
   }
 
@@ -502,14 +524,18 @@ class Door::Core {
       if (error) {
         return;
       }
+      feed();
       std::vector<std::shared_ptr<Session>> sessions;
       for (const auto& [number, session] : shared_.sessions) {
         sessions.push_back(session);
       }
       for (const auto& session : sessions) {
-        session->pump();
+        try {
+          session->pump();
+        } catch (const std::exception&) {
+          session->end();
+        }
       }
-      feed();
     });
   }
 

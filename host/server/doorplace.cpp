@@ -8,6 +8,7 @@
 #include <sys/un.h>
 #include <unistd.h>
 
+#include <array>
 #include <cerrno>
 #include <cstring>
 #include <filesystem>
@@ -22,6 +23,8 @@ namespace {
 
 constexpr char ending[] = ".sock";
 constexpr mode_t userAlone = 0600;
+/// What a lock holds once its door has made a token; before that, nothing.
+constexpr char tokenMark[] = "token\n";
 
 bool isMine(const struct stat& status) {
   return status.st_uid == geteuid();
@@ -80,11 +83,16 @@ DoorPlace::DoorPlace(const std::string& path) : path_(path) {
 }
 
 DoorPlace::~DoorPlace() {
-  unlinkat(folder_.number(), beside(ending).c_str(), 0);
+  if (hasSocket_) {
+    unlinkat(folder_.number(), beside(ending).c_str(), 0);
+  }
   if (hasToken_) {
     unlinkat(folder_.number(), beside(".token").c_str(), 0);
   }
-  unlinkat(folder_.number(), beside(".lock").c_str(), 0);
+  // The mark in the lock proves whose the token is that still lies there.
+  if (hasToken_ || !hadToken_) {
+    unlinkat(folder_.number(), beside(".lock").c_str(), 0);
+  }
 }
 
 void DoorPlace::fail(const std::string& name, const std::string& what) const {
@@ -121,6 +129,13 @@ void DoorPlace::takeLock() {
     if (!S_ISREG(mine.st_mode) || !isMine(mine)) {
       fail(name, "is no file of this user");
     }
+    std::array<char, sizeof tokenMark> text{};
+    const ssize_t size = pread(lock_.number(), text.data(), text.size(), 0);
+    const std::string content(text.data(), size < 0 ? 0 : static_cast<std::size_t>(size));
+    if (size < 0 || (!content.empty() && content != tokenMark)) {
+      fail(name, "is no lock of a door; remove it, or give another --socket PATH");
+    }
+    hadToken_ = content == tokenMark;
     if (flock(lock_.number(), LOCK_EX | LOCK_NB) != 0) {
       fail(beside(ending), "a running machine has this door; give another --socket PATH");
     }
@@ -135,7 +150,6 @@ void DoorPlace::takeLock() {
 
 void DoorPlace::removeLeftover() const {
   const std::string name = beside(ending);
-  unlinkat(folder_.number(), beside(".token").c_str(), 0);
   struct stat status {};
   if (fstatat(folder_.number(), name.c_str(), &status, AT_SYMLINK_NOFOLLOW) != 0) {
     return;
@@ -164,6 +178,7 @@ int DoorPlace::listen() {
       ::listen(listening.number(), SOMAXCONN) != 0) {
     fail(name, std::strerror(errno));
   }
+  hasSocket_ = true;
   struct stat status {};
   if (fstatat(folder_.number(), name.c_str(), &status, AT_SYMLINK_NOFOLLOW) != 0 ||
       !S_ISSOCK(status.st_mode) || !isMine(status) || (status.st_mode & 0177U) != 0) {
@@ -174,12 +189,17 @@ int DoorPlace::listen() {
 
 std::string DoorPlace::writeToken(const std::string& token) {
   const std::string name = beside(".token");
-  unlinkat(folder_.number(), name.c_str(), 0);
+  if (hadToken_) {
+    unlinkat(folder_.number(), name.c_str(), 0);
+  }
   const Descriptor file(openat(folder_.number(), name.c_str(),
                                O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, userAlone));
+  if (file.number() < 0 && errno == EEXIST) {
+    fail(name, "lies here already, and is of no door; name it with --token-file, or remove it");
+  }
   hasToken_ = file.number() >= 0;
   const std::string line = token + "\n";
-  if (!hasToken_ ||
+  if (!hasToken_ || pwrite(lock_.number(), tokenMark, sizeof tokenMark - 1, 0) < 0 ||
       write(file.number(), line.data(), line.size()) != static_cast<ssize_t>(line.size())) {
     fail(name, std::strerror(errno));
   }

@@ -34,8 +34,9 @@ std::string defaultDoorPath(const std::string& machineName);
 class DoorPlace {
  public:
   /// "NAME.sock" in a folder, which is made when it is missing. Takes the lock, and removes the
-  /// socket of a process that was killed. Throws `simulation::Error` when a living process has
-  /// the lock, when folder or socket belong to somebody else, and when others may write to it.
+  /// socket of a process that was killed, but no file that is not a door's. Throws
+  /// `simulation::Error` when a living process has the lock, when folder or socket belong to
+  /// somebody else, and when others may write to it.
   explicit DoorPlace(const std::string& path);
   /// Removes what it made.
   ~DoorPlace();
@@ -46,7 +47,8 @@ class DoorPlace {
   /// A listening socket, this user's alone; the caller closes it. Once. Throws
   /// `simulation::Error`.
   int listen();
-  /// Writes NAME.token, this user's alone, and returns its path. Throws `simulation::Error`.
+  /// Writes NAME.token, this user's alone, and returns its path. Throws `simulation::Error`, also
+  /// where a file of this name lies that no door has written.
   std::string writeToken(const std::string& token);
 
   [[nodiscard]] const std::string& path() const { return path_; }
@@ -65,7 +67,10 @@ class DoorPlace {
   std::string stem_;
   Descriptor folder_;
   Descriptor lock_;
+  bool hasSocket_ = false;
   bool hasToken_ = false;
+  /// A door that was killed left one here.
+  bool hadToken_ = false;
 };
 
 /// The token that stands in a file of this user's alone, without blanks around it: 16 to 256

@@ -60,11 +60,11 @@ std::optional<std::uint64_t> Query::wholeNumber(const std::string& name) const {
   return value;
 }
 
-double Query::number(const std::string& name, double otherwise, double most) const {
+double Query::number(const std::string& name, double otherwise, double least, double most) const {
   const std::optional<std::string> text = one(name);
   double value = otherwise;
-  if (text && (!parseNumber(*text, value) || value <= 0 || value > most)) {
-    refuse(name, fmt::format("is no number above 0 and up to {}", most));
+  if (text && (!parseNumber(*text, value) || !(value >= least) || value > most)) {
+    refuse(name, fmt::format("is no number from {} to {}", least, most));
   }
   return value;
 }

@@ -17,8 +17,8 @@ class Query {
 
   [[nodiscard]] std::vector<std::string> all(const std::string& name) const;
   [[nodiscard]] std::optional<std::uint64_t> wholeNumber(const std::string& name) const;
-  /// Above 0, at most `most`.
-  [[nodiscard]] double number(const std::string& name, double otherwise, double most) const;
+  [[nodiscard]] double number(const std::string& name, double otherwise, double least,
+                              double most) const;
   [[nodiscard]] bool truth(const std::string& name, bool otherwise) const;
 
  private:

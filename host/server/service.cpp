@@ -8,6 +8,7 @@
 
 #include "host/input/document.h"
 #include "host/results/preferenceexport.h"
+#include "host/server/bounds.h"
 #include "host/server/feeds.h"
 #include "host/server/query.h"
 #include "host/server/refused.h"
@@ -30,6 +31,20 @@ void requireJson(const Request& request) {
   if (request.contentType.rfind(json, 0) != 0) {
     throw Refused(refusedWith(415, "type", "the body must be " + json));
   }
+}
+
+/// Of `/v1/live`.
+double rateIn(const Query& query) {
+  return query.number("rate", 20, 0.01, 1000);
+}
+
+std::vector<std::string> keysIn(const Query& query) {
+  std::vector<std::string> keys = query.all("key");
+  if (keys.size() > bounds::keys) {
+    throw Refused(
+        refusedWith(400, "invalid", fmt::format("more than {} keys", bounds::keys), "?key"));
+  }
+  return keys;
 }
 
 /// "{id}" stands for a whole number.
@@ -123,7 +138,7 @@ void Service::getMachine(const Request& request, const Reply& reply) {
 void Service::getValues(const Request& request, const Reply& reply) {
   const Query query(request, {"key"});
   try {
-    reply(answerOf(view_.values(query.all("key"))));
+    reply(answerOf(view_.values(keysIn(query))));
   } catch (const simulation::Error& error) {
     throw Refused(refusedWith(404, "unknown", error.what(), "?key"));
   }
@@ -164,8 +179,8 @@ void Service::getEvents(const Request& request, const Reply& reply) {
 
 void Service::getLive(const Request& request, const Reply& /*reply*/) {
   const Query query(request, {"key", "rate"});
-  (void)query.number("rate", 1, 1000);
-  (void)view_.liveValues(query.all("key"));
+  (void)rateIn(query);
+  (void)view_.liveValues(keysIn(query));
   throw Refused(refusedWith(400, "invalid", "these values are for a WebSocket"));
 }
 
@@ -180,8 +195,8 @@ std::unique_ptr<Feed> Service::feedFor(const Request& request) {
     }
     if (request.method == "GET" && request.path == "/v1/live" && request.isUpgrade) {
       const Query query(request, {"key", "rate"});
-      const auto periodNs = static_cast<std::int64_t>(nsPerSecond / query.number("rate", 20, 1000));
-      return std::make_unique<LiveFeed>(view_.liveValues(query.all("key")),
+      const auto periodNs = static_cast<std::int64_t>(nsPerSecond / rateIn(query));
+      return std::make_unique<LiveFeed>(view_.liveValues(keysIn(query)),
                                         std::max(periodNs, torvex_.cycleMs() * nsPerMs));
     }
   } catch (const std::exception&) {

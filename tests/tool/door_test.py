@@ -46,6 +46,12 @@ def by_http(host, port):
     return http.client.HTTPConnection(host, port, timeout=20)
 
 
+def free_port():
+    with socket.socket() as free:
+        free.bind(("127.0.0.1", 0))
+        return free.getsockname()[1]
+
+
 class BySocket(http.client.HTTPConnection):
     def __init__(self, path):
         super().__init__("localhost", timeout=20)
@@ -154,6 +160,8 @@ class Door(DoorTest):
                     ("GET", "/v1/values?key=none", 404, "unknown", "?key"),
                     ("GET", "/v1/values?kay=a/Value", 400, "invalid", "?kay"),
                     ("GET", "/v1/live", 400, "invalid", ""),
+                    ("GET", "/v1/live?rate=1e-15", 400, "invalid", "?rate"),
+                    ("GET", "/v1/values?key=*" + "&key=*" * 64, 400, "invalid", "?key"),
                     ("GET", "/v1/events?since=9", 400, "invalid", "?since"),
                     ("GET", "/v1/events?since=x", 400, "invalid", "?since"),
                     ("GET", "/v1/%zz", 400, "invalid", ""),
@@ -166,6 +174,10 @@ class Door(DoorTest):
                                ({"container": "a"}, ""), ([], "")):
                 self.assertEqual(self.reason("POST", "/v1/exports", body), (400, "invalid", path))
             self.assertEqual(self.reason("POST", "/v1/exports", "{}"), (415, "type", ""))
+            with socket.socket(socket.AF_UNIX) as connection:
+                connection.connect(self.path)
+                connection.sendall(b"HEAD /v1/health HTTP/1.1\r\n\r\nHEAD /v1/health HTTP/1.0\r\n\r\n")
+                self.assertRegex(connection.makefile().read(), r"^HTTP/1.1 405[^{]*\n\nHTTP/1.1 405[^{]*$")
 
     def test_tells_values_and_events_to_who_listens(self):
         with self.served():
@@ -181,9 +193,7 @@ class Door(DoorTest):
             self.assertEqual(json.loads(lines.getresponse().readline()), begins)
 
     def test_lets_nobody_in_who_may_not(self):
-        with socket.socket() as free:
-            free.bind(("127.0.0.1", 0))
-            port = free.getsockname()[1]
+        port = free_port()
         with self.served("--http", port):
             token = pathlib.Path("torvex/m.token").read_text(encoding="utf-8").strip()
             bearer = {"Authorization": "Bearer " + token}
@@ -228,8 +238,17 @@ class Door(DoorTest):
             self.assertIn("a running machine has this door", said)
             first.kill()
             first.wait()
-        with self.served():
+        write("torvex/m.token", "0123456789abcdef\n")
+        os.chmod("torvex/m.token", 0o600)
+        with self.served("--http", free_port(), "--token-file", "torvex/m.token"):
             self.assertEqual(self.asked("GET", "/v1/health")[0], 200)
+        self.assertEqual(os.listdir("torvex"), ["m.token"])
+        self.assertIn("m.token: lies here already",
+                      self.said(2, "serve", "m.yaml", "--pool", self.pool, "--http", free_port()))
+        write("torvex/m.lock", "notes")
+        self.assertIn("m.lock: is no lock", self.said(2, "serve", "m.yaml", "--pool", self.pool))
+        os.unlink("torvex/m.lock")
+        os.unlink("torvex/m.token")
         os.rename("torvex", "real")
         os.symlink("real", "torvex")
         self.assertIn("torvex", self.said(2, "serve", "m.yaml", "--pool", self.pool))

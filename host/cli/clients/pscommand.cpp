@@ -22,7 +22,7 @@ namespace host {
 namespace {
 
 /// What a machine says of itself; none when it does not run.
-std::optional<Json> machineAt(const DoorPlace& place) {
+std::optional<Json> machineAt(const MachinePlace& place) {
   try {
     return DoorClient(place.socketPath).get("/v1/machine");
   } catch (const NoMachine&) {
@@ -60,7 +60,7 @@ int listMachines(bool json) {
   const StopSignal stopSignal;
   Json machines = Json::array();
   Table table({"machine", "pid", "since", "axes", "state", "owners (axes)"});
-  for (const DoorPlace& place : doorsOfUser()) {
+  for (const MachinePlace& place : doorsOfUser()) {
     std::optional<Json> machine;
     try {
       machine = machineAt(place);
