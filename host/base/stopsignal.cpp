@@ -8,8 +8,9 @@ namespace host {
 namespace {
 
 std::atomic<int> gReceived{0};
-std::atomic<std::int64_t> gReceivedNs{0};
+std::atomic<std::int64_t> gFirstNs{0};
 std::atomic<bool> gRepeated{false};
+std::atomic<bool> gNextEnds{false};
 static_assert(std::atomic<int>::is_always_lock_free);
 static_assert(std::atomic<std::int64_t>::is_always_lock_free);
 
@@ -19,13 +20,35 @@ std::int64_t nowNs() {
   return std::int64_t{now.tv_sec} * 1'000'000'000 + now.tv_nsec;
 }
 
+void note(int signal);
+
+/// An ignored SIGHUP stays ignored.
+void restoreDefault(int signal) {
+  struct sigaction action {};
+  sigaction(signal, nullptr, &action);
+  if (action.sa_handler == note) {
+    action.sa_handler = SIG_DFL;
+    sigaction(signal, &action, nullptr);
+  }
+}
+
 void note(int signal) {
   constexpr std::int64_t oneWishNs = 20'000'000;
-  int none = 0;
-  if (gReceived.compare_exchange_strong(none, signal)) {
-    gReceivedNs = nowNs();
-  } else if (nowNs() - gReceivedNs > oneWishNs) {
-    gRepeated = true;
+  const std::int64_t now = nowNs();
+  std::int64_t first = 0;
+  if (gFirstNs.compare_exchange_strong(first, now)) {
+    gReceived = signal;
+    return;
+  }
+  if (now - first <= oneWishNs) {
+    return;
+  }
+  gRepeated = true;
+  for (const int other : {SIGINT, SIGTERM, SIGHUP, SIGQUIT}) {
+    restoreDefault(other);
+  }
+  if (gNextEnds) {
+    std::raise(signal);
   }
 }
 
@@ -33,7 +56,9 @@ void note(int signal) {
 
 StopSignal::StopSignal() {
   gReceived = 0;
+  gFirstNs = 0;
   gRepeated = false;
+  gNextEnds = false;
   struct sigaction action {};
   action.sa_handler = note;
   sigemptyset(&action.sa_mask);
@@ -56,6 +81,10 @@ StopSignal::~StopSignal() {
 
 bool StopSignal::isRepeated() noexcept {
   return gRepeated.load(std::memory_order_relaxed);
+}
+
+void StopSignal::letRepeatedEnd() noexcept {
+  gNextEnds = true;
 }
 
 int StopSignal::received() noexcept {

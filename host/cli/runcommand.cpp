@@ -205,8 +205,12 @@ void moveMachine(const RunOptions& options, const std::optional<DoorOptions>& do
     report(options, options.json ? "" : door->announcement());
     door->open();
   }
+  if (options.session.clock == Clock::simulated) {
+    StopSignal::letRepeatedEnd();
+  }
   torvex.run(
       [&](std::int64_t timeMs) { view.show(torvex.shownAxes(), timeMs, torvex.lastItemMs()); });
+  StopSignal::letRepeatedEnd();
   view.clear();
 }
 

@@ -66,6 +66,7 @@ int serve(const ServeOptions& options) {
     door.open();
     tellSystemd("READY=1");
     torvex.run([](std::int64_t) {});
+    StopSignal::letRepeatedEnd();
     tellSystemd("STOPPING=1");
   }
   if (trace) {

@@ -91,6 +91,8 @@ struct Axis {
   /// The last point that waited when the engine was ended.
   std::optional<Point> lastLeft;
   PointCounts counts;
+  /// Of the cleared points, those that waited when the engine was ended: a report has them as left.
+  std::uint64_t leftAtEnd = 0;
   /// Until it is released, it takes nothing.
   bool isHeld = false;
 

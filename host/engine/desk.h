@@ -5,11 +5,11 @@
 #include <cstdint>
 #include <deque>
 #include <functional>
-#include <mutex>
 #include <optional>
 #include <vector>
 
 #include "host/engine/commanders.h"
+#include "host/engine/gate.h"
 #include "host/engine/ledger.h"
 #include "host/engine/request.h"
 #include "host/engine/streamer.h"
@@ -126,7 +126,7 @@ class Desk {
   std::vector<std::uint64_t> stopped_;
   std::uint64_t fulfilling_ = 0;
 
-  mutable std::mutex mutex_;
+  mutable PriorityMutex mutex_;
   std::deque<Demand> demands_;
   std::deque<Asked> asked_;
   std::size_t askedPoints_ = 0;

@@ -1,6 +1,7 @@
 #include "host/engine/eventring.h"
 
 #include <algorithm>
+#include <mutex>
 
 namespace host {
 namespace {
@@ -56,23 +57,30 @@ void EventRing::append(const Event& event) {
     ++overwritten_[indexOf(oldest.kind)];
     oldest = event;
   }
+  ++told_[indexOf(event.kind)];
   ++count_;
 }
 
 EventRing::Cursor EventRing::cursorAt(std::optional<std::uint64_t> number) const {
-  const std::lock_guard lock(mutex_);
-  const std::uint64_t oldest = count_ - events_.size();
-  Cursor cursor{oldest, overwritten_};
-  const std::uint64_t begin = std::clamp(number.value_or(count_), oldest, count_);
-  for (; cursor.next < begin; ++cursor.next) {
-    ++cursor.seen[indexOf(events_[cursor.next % length_].kind)];
+  Cursor cursor;
+  {
+    const std::lock_guard lock(mutex_);
+    if (number.value_or(count_) >= count_) {
+      return {count_, told_};
+    }
   }
+  Counts missed;
+  do {
+    (void)read(cursor, missed, *number);
+  } while (cursor.next < *number);
   return cursor;
 }
 
-std::vector<Event> EventRing::read(Cursor& cursor, Counts& missed) const {
-  const std::lock_guard lock(mutex_);
+std::vector<Event> EventRing::read(Cursor& cursor, Counts& missed, std::uint64_t end) const {
+  std::vector<Event> read;
+  read.reserve(portion);
   missed = {};
+  const std::lock_guard lock(mutex_);
   const std::uint64_t oldest = count_ - events_.size();
   if (cursor.next < oldest) {
     for (std::size_t kind = 0; kind < eventKinds; ++kind) {
@@ -81,8 +89,7 @@ std::vector<Event> EventRing::read(Cursor& cursor, Counts& missed) const {
     cursor.seen = overwritten_;
     cursor.next = oldest;
   }
-  std::vector<Event> read;
-  for (; cursor.next < count_; ++cursor.next) {
+  for (; cursor.next < std::min(count_, end) && read.size() < portion; ++cursor.next) {
     read.push_back(events_[cursor.next % length_]);
     ++cursor.seen[indexOf(read.back().kind)];
   }

@@ -3,10 +3,11 @@
 #include <array>
 #include <cstddef>
 #include <cstdint>
-#include <mutex>
+#include <limits>
 #include <optional>
 #include <vector>
 
+#include "host/engine/gate.h"
 #include "host/motion/event.h"
 
 namespace host {
@@ -23,6 +24,9 @@ class EventRing : public Listener {
     Counts seen{};
   };
 
+  /// For so many the lock may be held.
+  static constexpr std::size_t portion = 64;
+
   explicit EventRing(std::size_t length = 10'000);
 
   void tell(const Event& event, const Point* points) override;
@@ -32,9 +36,11 @@ class EventRing : public Listener {
   /// A reader that begins with the event of this number, or the oldest one behind it that is
   /// still there; without a number, with the next one to come.
   [[nodiscard]] Cursor cursorAt(std::optional<std::uint64_t> number) const;
-  /// Returns the events since the cursor, and moves it on. Events that were overwritten before
-  /// they were read are counted, by kind, in `missed`.
-  std::vector<Event> read(Cursor& cursor, Counts& missed) const;
+  /// Returns events since the cursor, at most `portion` at a time and none when there are no
+  /// more, and moves it on, not beyond `end`. Events that were overwritten before they were read
+  /// are counted, by kind, in `missed`.
+  std::vector<Event> read(Cursor& cursor, Counts& missed,
+                          std::uint64_t end = std::numeric_limits<std::uint64_t>::max()) const;
 
  private:
   [[nodiscard]] bool joinsGathered(const Event& event);
@@ -43,10 +49,11 @@ class EventRing : public Listener {
   /// Of the thread that tells.
   std::vector<Event> gathered_;
 
-  mutable std::mutex mutex_;
+  mutable PriorityMutex mutex_;
   std::vector<Event> events_;
   const std::size_t length_;
   std::uint64_t count_ = 0;
+  Counts told_{};
   /// Of those that were overwritten.
   Counts overwritten_{};
 };

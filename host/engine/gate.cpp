@@ -11,13 +11,13 @@ constexpr std::int64_t longestHoldNs = 20'000;
 
 void require(int failure) {
   if (failure != 0) {
-    throw std::system_error(failure, std::generic_category(), "the gate cannot be made");
+    throw std::system_error(failure, std::generic_category(), "a lock cannot be made");
   }
 }
 
 }  // namespace
 
-Gate::Gate() {
+PriorityMutex::PriorityMutex() {
   pthread_mutexattr_t attributes;
   require(pthread_mutexattr_init(&attributes));
   pthread_mutexattr_setprotocol(&attributes, PTHREAD_PRIO_INHERIT);
@@ -26,7 +26,7 @@ Gate::Gate() {
   require(failure);
 }
 
-Gate::~Gate() {
+PriorityMutex::~PriorityMutex() {
   pthread_mutex_destroy(&mutex_);
 }
 

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <mutex>
+#include <numeric>
 
 #include "host/motion/density.h"
 #include "host/motion/stop.h"
@@ -309,18 +310,19 @@ Backlog::Removed Streamer::stop(Axis& axis, std::uint32_t batch) {
   return removed;
 }
 
-/// What waits is left.
+/// What waits is left, and told as cleared.
 void Streamer::abandon() {
-  waiting_.clear();
-  GateHold hold(gate_);
-  for (Axis& axis : axes_) {
-    timelines_.look(axis);
-    if (!axis.backlog.empty() && !axis.backlog.isStopping()) {
-      axis.lastLeft = axis.backlog.last();
+  for (auto& [moment, order] : waiting_) {
+    for (const int actuator : order.batch.commands->actuators) {
+      if (std::count(order.cleared.begin(), order.cleared.end(), actuator) == 0) {
+        clearColumn(order, actuator, Event::byHost);
+      }
     }
-    stop(axis, Event::byHost);
-    hold.breathe();
   }
+  waiting_.clear();
+  std::vector<int> all(axes_.size());
+  std::iota(all.begin(), all.end(), 0);
+  stop(all, Event::byHost, false);
 }
 
 void Streamer::tellTaken(const Column& column, const Taken& taken, const Order& waiting) {

@@ -58,7 +58,7 @@ class Streamer {
   void pass();
 
   /// Any thread: the next passes bring all axes to rest, with a ramp, and take nothing more in.
-  /// Points that wait by then are left.
+  /// Points that wait by then are told as cleared by the host.
   void end() { isEnding_ = true; }
 
   // What clients ask for; of the thread that passes, before `pass`.

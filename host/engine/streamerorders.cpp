@@ -154,6 +154,9 @@ void Streamer::stop(const std::vector<int>& axes, std::uint32_t byWhom, bool pla
     for (const int actuator : axes) {
       Axis& axis = axes_[static_cast<std::size_t>(actuator)];
       timelines_.look(axis);
+      if (byWhom == Event::byHost && !axis.backlog.empty() && !axis.backlog.isStopping()) {
+        axis.lastLeft = axis.backlog.last();
+      }
       removed.push_back(stop(axis, byWhom));
       timelines_.endLoan(axis);
       hold.breathe();
@@ -163,7 +166,10 @@ void Streamer::stop(const std::vector<int>& axes, std::uint32_t byWhom, bool pla
   for (std::size_t i = 0; i < axes.size(); ++i) {
     Event cleared{EventKind::cleared, Fault::none, latestMs_, 0, axes[i]};
     cleared.byBatch = byWhom;
-    tellCleared(cleared, removed[i], axes_[static_cast<std::size_t>(axes[i])].counts, teller_);
+    Axis& axis = axes_[static_cast<std::size_t>(axes[i])];
+    const std::uint64_t before = axis.counts.cleared;
+    tellCleared(cleared, removed[i], axis.counts, teller_);
+    axis.leftAtEnd += byWhom == Event::byHost ? axis.counts.cleared - before : 0;
     if (planned) {
       clearPlanned(axes[i], byWhom);
     }
@@ -185,7 +191,9 @@ void Streamer::clearColumn(Order& order, int actuator, std::uint32_t byWhom) {
   cleared.byBatch = byWhom;
   cleared.count = order.batch.commands->size();
   if (cleared.count > 0) {
-    axes_[static_cast<std::size_t>(actuator)].counts.cleared += cleared.count;
+    Axis& axis = axes_[static_cast<std::size_t>(actuator)];
+    axis.counts.cleared += cleared.count;
+    axis.leftAtEnd += byWhom == Event::byHost ? cleared.count : 0;
     teller_.tell(cleared, nullptr);
   }
 }

@@ -83,6 +83,7 @@ host::AxisResult axisResult(const host::ShownAxis& shown) {
   result.actuator = axis.actuator;
   result.index = axis.index;
   result.counts = axis.counts;
+  result.counts.cleared -= axis.leftAtEnd;
   result.externalWrites = axis.externalWrites;
   result.isHeld = axis.guard.isHeld();
   result.command.asInt = host::bitsIn(*axis.command);

@@ -13,7 +13,7 @@ void addDots(std::vector<RunLog::Dot>& dots, const Event& event, const Point* po
 }  // namespace
 
 void RunLog::tell(const Event& event, const Point* points) {
-  if (event.actuator < 0) {
+  if (event.actuator < 0 || (event.kind == EventKind::cleared && event.byBatch == Event::byHost)) {
     return;
   }
   AxisLog& axis = axes_[event.actuator];

@@ -122,6 +122,9 @@ class RandomRun {
       if (i < 200 && pick(12) == 0) {
         submit(engine, done, engine.timeMs());
       }
+      if (isGuarded_ && pick(1000) == 0) {
+        engine.end();
+      }
       if (pick(mostLate) == 0) {
         engine.pass();
       }

@@ -68,7 +68,9 @@ TEST(EventRing, GathersWhatIsReachedPerBatchAndCycle) {
 
 TEST(EventRing, CountsWhatASlowReaderMissed) {
   Random random(2);
-  host::EventRing ring(50);
+  latestProtocol = PTHREAD_PRIO_NONE;
+  host::EventRing ring(500);
+  EXPECT_EQ(latestProtocol, PTHREAD_PRIO_INHERIT);
   host::EventRing::Cursor slow;
   host::EventRing::Counts told{}, seen{}, missed{};
   for (int i = 0; i < 20'000; ++i) {
@@ -76,13 +78,22 @@ TEST(EventRing, CountsWhatASlowReaderMissed) {
     event.kind = static_cast<host::EventKind>(random.below(host::eventKinds));
     ++told[static_cast<std::size_t>(event.kind)];
     ring.tell(event, nullptr);
-    if (random.below(60) == 0) {
+    if (random.below(400) == 0) {
       ring.publish();
-      for (const host::Event& read : ring.read(slow, missed)) {
-        ++seen[static_cast<std::size_t>(read.kind)];
+      auto again =
+          ring.cursorAt(static_cast<std::uint64_t>(std::max(i - int(random.below(600)), 0)));
+      for (std::size_t count = 1; count > 0;) {
+        const std::vector<host::Event> events = ring.read(slow, missed);
+        count = events.size();
+        for (const host::Event& read : events) {
+          ++seen[static_cast<std::size_t>(read.kind)];
+        }
+        std::transform(seen.begin(), seen.end(), missed.begin(), seen.begin(), std::plus<>());
       }
-      std::transform(seen.begin(), seen.end(), missed.begin(), seen.begin(), std::plus<>());
       ASSERT_EQ(seen, told) << "read and missed are all";
+      while (!ring.read(again, missed).empty()) {
+      }
+      ASSERT_EQ(again.seen, told);
     }
   }
 }
@@ -254,6 +265,18 @@ TEST(Inbox, NumbersWhatManyThreadsPutInTheOrderOfArrival) {
 
 // Hangs when a later signal is not another wish.
 TEST(StopSignal, IsRepeatedByALaterOne) {
+  for (const bool moves : {true, false}) {
+    const auto endByTwo = [moves] {
+      const host::StopSignal stopSignal;
+      moves ? void() : host::StopSignal::letRepeatedEnd();
+      std::raise(SIGTERM);
+      while (!host::StopSignal::isRepeated()) {
+        std::raise(SIGINT);
+      }
+      moves ? std::raise(SIGQUIT) : 0;
+    };
+    EXPECT_EXIT(endByTwo(), testing::KilledBySignal(moves ? SIGQUIT : SIGINT), "");
+  }
   {
     const host::StopSignal stopSignal;
     std::raise(SIGTERM);
