@@ -5,6 +5,7 @@
 #include <algorithm>
 #include <charconv>
 #include <exception>
+#include <iterator>
 #include <nlohmann/json.hpp>
 #include <utility>
 
@@ -53,28 +54,36 @@ CommanderId commanderIn(const Request& request) {
 Commands::Commands(const MachineView& view, Torvex& torvex, bool isStrict)
     : view_(view), torvex_(torvex), isStrict_(isStrict), names_(view.machine()) {}
 
-void Commands::readThen(const Request& request, const Reply& reply,
-                        std::function<void(const std::string& body)> read) {
+void Commands::readThen(const Request& request, const Reply& reply, const Read& read) {
   requireJson(request);
   const Query query(request, {});
+  const std::uint64_t ticket = stops_.ticket();
   if (request.body.size() <= shortBody) {
-    read(request.body);
+    read(request.body, ticket);
     return;
   }
-  reader_.add([body = request.body, read = std::move(read), reply] {
-    answering(reply, [&] { read(body); });
+  reply.postpone();
+  const bool hasRoom = reader_.add([body = request.body, read, reply, ticket] {
+    answering(reply, [&] { read(body, ticket); });
   });
+  if (!hasRoom) {
+    throw Refused({503, "busy", "", "too many requests wait for their turn", Json::object()});
+  }
 }
 
 void Commands::batches(const Request& request, const Reply& reply) {
-  readThen(request, reply, [this, reply](const std::string& body) { sendBatches(body, reply); });
+  readThen(request, reply, [this, reply](const std::string& body, std::uint64_t ticket) {
+    sendBatches(body, ticket, reply);
+  });
 }
 
 void Commands::motions(const Request& request, const Reply& reply) {
-  readThen(request, reply, [this, reply](const std::string& body) { sendMotions(body, reply); });
+  readThen(request, reply, [this, reply](const std::string& body, std::uint64_t ticket) {
+    sendMotions(body, ticket, reply);
+  });
 }
 
-void Commands::sendBatches(const std::string& body, const Reply& reply) {
+void Commands::sendBatches(const std::string& body, std::uint64_t ticket, const Reply& reply) {
   const auto read = std::make_shared<BatchRequest>(readBatchRequest(body, names_));
   const CommanderId commander = read->commander.value_or(nobody);
   if (read->isStop() && !read->isDryRun) {
@@ -82,11 +91,16 @@ void Commands::sendBatches(const std::string& body, const Reply& reply) {
     for (const RequestedBatch& batch : read->batches) {
       axes.insert(batch.commands.actuators.begin(), batch.commands.actuators.end());
     }
-    desk().stop(
-        {axes.begin(), axes.end()}, commander, [this, reply, read](const CommandAnswer& answer) {
-          reply.later(
-              [this, read, answer] { return stopAnswer(view_.machine(), answer, read->batches); });
-        });
+    if (!reply.begin()) {
+      return;
+    }
+    const std::vector<int> stopped(axes.begin(), axes.end());
+    stops_.note(stopped, [&] {
+      desk().stop(stopped, commander, [this, reply, read](const CommandAnswer& answer) {
+        reply.later(
+            [this, read, answer] { return stopAnswer(view_.machine(), answer, read->batches); });
+      });
+    });
     return;
   }
   const auto sent = std::make_shared<Sent>();
@@ -97,10 +111,10 @@ void Commands::sendBatches(const std::string& body, const Reply& reply) {
     sent->batches.push_back(&batch.commands);
   }
   sent->owner = read;
-  send(sent, reply);
+  send(sent, ticket, reply);
 }
 
-void Commands::sendMotions(const std::string& body, const Reply& reply) {
+void Commands::sendMotions(const std::string& body, std::uint64_t ticket, const Reply& reply) {
   const auto read = std::make_shared<MotionRequest>(
       readMotionRequest(body, view_.machineAsItStands(), torvex_.cycleMs()));
   const auto sent = std::make_shared<Sent>();
@@ -118,25 +132,35 @@ void Commands::sendMotions(const std::string& body, const Reply& reply) {
     sent->request.batches.push_back(std::move(batch));
   }
   sent->owner = read;
-  send(sent, reply);
+  send(sent, ticket, reply);
 }
 
-void Commands::send(const std::shared_ptr<const Sent>& sent, const Reply& reply) {
+void Commands::send(const std::shared_ptr<const Sent>& sent, std::uint64_t ticket,
+                    const Reply& reply) {
+  if (!reply.begin()) {
+    return;
+  }
   CommandRequest request = sent->request;
   request.isStrict = isStrict_;
   for (ScheduledBatch& batch : request.batches) {
     batch.commands = {sent, batch.commands.get()};
   }
   const bool isDryRun = request.isDryRun;
-  desk().request(std::move(request), [this, sent, reply, isDryRun,
-                                      numbers = numbers_](const CommandAnswer& answer) {
+  const Answered answered = [this, sent, reply, isDryRun,
+                             numbers = numbers_](const CommandAnswer& answer) {
     if (answer.isDone() && !isDryRun && !answer.batches.empty()) {
       numbers->note(answer.batches.front().number, answer.batches.size());
     }
     reply.later([this, sent, answer, isDryRun] {
       return batchesAnswer(view_.machine(), answer, sent->batches, isDryRun, sent->endsMs);
     });
-  });
+  };
+  const auto stopped = stops_.unlessStopped(ticket, sent->batches,
+                                            [&] { desk().request(std::move(request), answered); });
+  if (stopped) {
+    throw Refused({409, "stopped", sent->batches[*stopped]->path,
+                   "a stop or a hold came after it, before it was read", Json::object()});
+  }
 }
 
 bool Commands::isStop(const Request& request) const {
@@ -152,8 +176,11 @@ bool Commands::isStop(const Request& request) const {
 
 void Commands::hold(const Request& request, const Reply& reply) {
   const Query query(request, {});
-  desk().hold(readAxes(request.body, names_), [this, reply](const CommandAnswer& answer) {
-    reply.later([this, answer] { return axesAnswer(view_.machine(), answer); });
+  const std::vector<int> axes = readAxes(request.body, names_);
+  stops_.note(axes, [&] {
+    desk().hold(axes, [this, reply](const CommandAnswer& answer) {
+      reply.later([this, answer] { return axesAnswer(view_.machine(), answer); });
+    });
   });
 }
 
@@ -197,7 +224,8 @@ Answer Commands::enrolled(const CommandAnswer& answer, const Enrolment& enrolmen
   if (isGone && endsWithConnection) {
     desk().resign(answer.commander, {});
   } else {
-    known_[answer.commander] = {enrolment, endsWithConnection ? connection : 0};
+    forgetLost(answer.timeMs);
+    known_[answer.commander] = {enrolment, endsWithConnection ? connection : 0, answer.timeMs};
   }
   return answerOf(commanderJson(view_.machine(), answer.commander, enrolment), 201);
 }
@@ -229,12 +257,27 @@ Answer Commands::commanderAnswer(const CommandAnswer& answer) {
       commanderJson(view_.machine(), answer.commander, known_[answer.commander].enrolment));
 }
 
-std::function<void()> Commands::attach(CommanderId commander, std::uint64_t connection) {
-  const auto known = known_.find(commander);
-  if (known != known_.end() && known->second.connection != 0) {
-    known->second.connection = connection;
+std::function<void()> Commands::renewing(std::uint64_t commander) {
+  const auto id = static_cast<CommanderId>(commander);
+  if (id != commander || known_.count(id) == 0) {
+    throw Refused({404, "unknown", "?commander", "there is no such commander, or it has ended",
+                   Json::object()});
   }
-  return [this, commander] { desk().renew(commander, {}); };
+  return [this, id] { desk().renew(id, {}); };
+}
+
+void Commands::forgetLost(std::int64_t timeMs) {
+  // By then the state that listeners see has those who were there.
+  constexpr std::int64_t seenWithinMs = 1000;
+  std::set<CommanderId> living;
+  for (const CommanderState& commander : desk().state().commanders) {
+    living.insert(commander.id);
+  }
+  for (auto known = known_.begin(); known != known_.end();) {
+    const bool isLost =
+        living.count(known->first) == 0 && timeMs > known->second.sinceMs + seenWithinMs;
+    known = isLost ? known_.erase(known) : std::next(known);
+  }
 }
 
 void Commands::connectionEnded(std::uint64_t connection) {

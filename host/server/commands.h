@@ -14,6 +14,7 @@
 #include "host/server/http.h"
 #include "host/server/machineview.h"
 #include "host/server/requestnumbers.h"
+#include "host/server/stoptickets.h"
 #include "host/server/worker.h"
 
 namespace host {
@@ -38,9 +39,8 @@ class Commands {
 
   /// Whether these batches are stops alone.
   [[nodiscard]] bool isStop(const Request& request) const;
-  /// A listener that renews this commander, which now ends with its connection where it was to
-  /// end with one. Returns what renews it.
-  std::function<void()> attach(CommanderId commander, std::uint64_t connection);
+  /// What renews this commander. Throws `Refused` when there is none.
+  std::function<void()> renewing(std::uint64_t commander);
   void connectionEnded(std::uint64_t connection);
   [[nodiscard]] const RequestNumbers& numbers() const { return *numbers_; }
   /// Of the latest commanders, also of those that have ended.
@@ -51,6 +51,8 @@ class Commands {
     Enrolment enrolment;
     /// 0: it ends with none.
     std::uint64_t connection = 0;
+    /// When it registered, in machine time.
+    std::int64_t sinceMs = 0;
   };
   /// What is asked of the engine, with what its answer is told by.
   struct Sent {
@@ -61,14 +63,17 @@ class Commands {
     std::shared_ptr<const void> owner;
   };
 
+  /// The ticket tells when the body came.
+  using Read = std::function<void(const std::string& body, std::uint64_t ticket)>;
+
   /// Reads a body at once, or, where that may take long, on a thread of its own.
-  void readThen(const Request& request, const Reply& reply,
-                std::function<void(const std::string& body)> read);
-  void sendBatches(const std::string& body, const Reply& reply);
-  void sendMotions(const std::string& body, const Reply& reply);
-  void send(const std::shared_ptr<const Sent>& sent, const Reply& reply);
+  void readThen(const Request& request, const Reply& reply, const Read& read);
+  void sendBatches(const std::string& body, std::uint64_t ticket, const Reply& reply);
+  void sendMotions(const std::string& body, std::uint64_t ticket, const Reply& reply);
+  void send(const std::shared_ptr<const Sent>& sent, std::uint64_t ticket, const Reply& reply);
   [[nodiscard]] Answer enrolled(const CommandAnswer& answer, const Enrolment& enrolment,
                                 std::uint64_t connection, bool endsWithConnection);
+  void forgetLost(std::int64_t timeMs);
   [[nodiscard]] Answer commanderAnswer(const CommandAnswer& answer);
   [[nodiscard]] Desk& desk() { return torvex_.engine().desk(); }
 
@@ -76,6 +81,7 @@ class Commands {
   Torvex& torvex_;
   const bool isStrict_;
   const ActuatorNames names_;
+  StopTickets stops_;
   const std::shared_ptr<RequestNumbers> numbers_ = std::make_shared<RequestNumbers>();
   std::map<CommanderId, Known> known_;
   std::map<CommanderId, std::string> commanderNames_;

@@ -48,6 +48,8 @@ struct Shared : std::enable_shared_from_this<Shared> {
   Handler& handler;
   std::map<std::uint64_t, std::shared_ptr<Session>> sessions;
   std::size_t waitingRequests = 0;
+  /// The door closes when no session is left.
+  bool isClosing = false;
 
   Shared(Access access_, Handler& handler_) : access(std::move(access_)), handler(handler_) {}
 };
@@ -60,7 +62,10 @@ class Session : public std::enable_shared_from_this<Session> {
         socket_(std::move(socket)),
         deadline_(shared.io),
         number_(number),
-        isBySocket_(isBySocket) {}
+        isBySocket_(isBySocket),
+        isKnown_(isBySocket) {}
+
+  [[nodiscard]] bool isBySocket() const { return isBySocket_; }
 
   /// Beyond the bound of connections: only what is urgent.
   void crowd() { isCrowded_ = true; }
@@ -70,7 +75,12 @@ class Session : public std::enable_shared_from_this<Session> {
       readHead();
       return;
     }
-    arm(bounds::idleTime, &Session::end);
+    if (shared_.isClosing) {
+      end();
+      return;
+    }
+    isIdle_ = true;
+    arm(isKnown_ ? bounds::idleTime : bounds::strangerTime, &Session::end);
     socket_.async_wait(Stream::wait_read, [self = shared_from_this()](const Error& error) {
       error ? self->end() : self->readHead();
     });
@@ -96,6 +106,18 @@ class Session : public std::enable_shared_from_this<Session> {
     leaveQueue();
     shared_.handler.connectionEnded(number_);
     shared_.sessions.erase(number_);
+    if (shared_.isClosing && shared_.sessions.empty()) {
+      shared_.io.stop();
+    }
+  }
+
+  /// The door closes: a listener hears the rest, and that it is the last.
+  void conclude() {
+    if (isFed()) {
+      pump();
+    } else if (isIdle_) {
+      end();
+    }
   }
 
  private:
@@ -118,12 +140,13 @@ class Session : public std::enable_shared_from_this<Session> {
   }
 
   void readHead() {
+    isIdle_ = false;
     isLate_ = false;
     isHead_ = false;
     parser_.emplace();
     parser_->header_limit(static_cast<std::uint32_t>(bounds::headBytes));
     parser_->body_limit(bounds::bodyBytes);
-    arm(bounds::requestTime, &Session::giveUpReading);
+    arm(isKnown_ ? bounds::requestTime : bounds::strangerTime, &Session::giveUpReading);
     http::async_read_header(socket_, buffer_, *parser_,
                             [self = shared_from_this()](const Error& error, std::size_t) {
                               const bool isWhole = !error && !self->isLate_;
@@ -177,6 +200,10 @@ class Session : public std::enable_shared_from_this<Session> {
     const Credentials credentials{isBySocket_, field(http::field::host), field(http::field::origin),
                                   field(http::field::authorization),
                                   field(http::field::sec_websocket_protocol)};
+    if (!isKnown_ && !refusedEntry(shared_.access, credentials, false)) {
+      isKnown_ = true;
+      arm(bounds::requestTime, &Session::giveUpReading);
+    }
     const bool isOpen = shared_.handler.isOpenToAll(request_);
     if (auto refused = refusedEntry(shared_.access, credentials, isOpen)) {
       turnAway(std::move(*refused));
@@ -241,10 +268,18 @@ class Session : public std::enable_shared_from_this<Session> {
         }
       });
     };
-    shared_.handler.handle(std::move(request_), Handler::Reply(send));
+    stage_ = std::make_shared<std::atomic<Stage>>(Stage::begun);
+    shared_.handler.handle(std::move(request_), Handler::Reply(send, stage_));
   }
 
-  void giveUpWaiting() { answer(refusal(408, "timeout", "the machine did not answer in time")); }
+  void giveUpWaiting() {
+    Stage stage = Stage::waits;
+    if (stage_->compare_exchange_strong(stage, Stage::givenUp)) {
+      answer(refusal(408, "timeout", "its turn did not come in time; it is not done"));
+    } else {
+      answer(refusal(504, "timeout", "the machine did not answer in time; it may still do it"));
+    }
+  }
 
   void leaveQueue() { shared_.waitingRequests -= std::exchange(isInQueue_, false) ? 1 : 0; }
 
@@ -328,6 +363,11 @@ class Session : public std::enable_shared_from_this<Session> {
     }
     sent_ = feed_->next();
     if (sent_.empty()) {
+      if (shared_.isClosing) {
+        isWriting_ = true;
+        webSocket_->async_close(websocket::close_code::going_away,
+                                [self = shared_from_this()](const Error&) { self->end(); });
+      }
       return;
     }
     isWriting_ = true;
@@ -359,6 +399,11 @@ class Session : public std::enable_shared_from_this<Session> {
     if (!lines.empty()) {
       sent_ = fmt::format("{:x}\r\n{}\r\n", lines.size(), lines);
       write();
+    } else if (shared_.isClosing) {
+      isWriting_ = true;
+      sent_ = "0\r\n\r\n";
+      net::async_write(socket_, net::buffer(sent_),
+                       [self = shared_from_this()](const Error&, std::size_t) { self->end(); });
     }
   }
 
@@ -378,12 +423,16 @@ class Session : public std::enable_shared_from_this<Session> {
   net::steady_timer deadline_;
   const std::uint64_t number_;
   const bool isBySocket_;
+  /// Came by the socket, or has shown the token.
+  bool isKnown_;
   beast::flat_buffer buffer_{bounds::headBytes + bounds::bodyBytes};
   std::optional<http::request_parser<http::string_body>> parser_;
   Request request_;
   http::response<http::string_body> response_;
   std::optional<websocket::stream<Stream&>> webSocket_;
   std::unique_ptr<Feed> feed_;
+  /// Of the request under way.
+  std::shared_ptr<std::atomic<Stage>> stage_;
   std::string sent_;
   /// Counts the answers, so that one which comes too late is known.
   std::uint64_t turn_ = 0;
@@ -391,6 +440,7 @@ class Session : public std::enable_shared_from_this<Session> {
   std::uint64_t deadlineNumber_ = 0;
   bool keepsAlive_ = false;
   bool closesAfterwards_ = false;
+  bool isIdle_ = false;
   bool isLate_ = false;
   bool isHead_ = false;
   bool isCrowded_ = false;
@@ -417,8 +467,8 @@ class Door::Core {
   }
 
   ~Core() {
-    shared_.io.stop();
     if (thread_.joinable()) {
+      net::post(shared_.io, [this] { close(); });
       thread_.join();
     }
     shared_.sessions.clear();
@@ -443,6 +493,36 @@ class Door::Core {
   }
 
  private:
+  void close() {
+    shared_.isClosing = true;
+    Error ignored;
+    socket_.close(ignored);
+    tcp_.close(ignored);
+    pause_.cancel();
+    feeding_.expires_after(bounds::closingTime);
+    feeding_.async_wait([this](const Error&) { shared_.io.stop(); });
+    if (shared_.sessions.empty()) {
+      shared_.io.stop();
+    }
+    eachSession([](Session& session) { session.conclude(); });
+  }
+
+  /// One that throws ends alone.
+  template <typename Do>
+  void eachSession(const Do& act) {
+    std::vector<std::shared_ptr<Session>> sessions;
+    for (const auto& [number, session] : shared_.sessions) {
+      sessions.push_back(session);
+    }
+    for (const auto& session : sessions) {
+      try {
+        act(*session);
+      } catch (const std::exception&) {
+        session->end();
+      }
+    }
+  }
+
   void listen(const TcpAddress& tcp) {
     try {
       const net::ip::tcp::endpoint endpoint(net::ip::make_address(tcp.address), tcp.port);
@@ -485,8 +565,11 @@ class Door::Core {
       if (error) {
         // Too few descriptors, say: those that are open may end.
         pause_.expires_after(std::chrono::milliseconds(100));
-        pause_.async_wait(
-            [this, &acceptor, isBySocket](const Error&) { accept(acceptor, isBySocket); });
+        pause_.async_wait([this, &acceptor, isBySocket](const Error&) {
+          if (acceptor.is_open()) {
+            accept(acceptor, isBySocket);
+          }
+        });
         return;
       }
       // First, since what follows may throw.
@@ -502,14 +585,18 @@ class Door::Core {
     }
     const std::uint64_t number = ++count_;
     const auto session = std::make_shared<Session>(shared_, std::move(socket), number, isBySocket);
-    if (shared_.sessions.size() >= bounds::connections) {
+    const auto ofKind = std::count_if(
+        shared_.sessions.begin(), shared_.sessions.end(),
+        [isBySocket](const auto& each) { return each.second->isBySocket() == isBySocket; });
+    if (static_cast<std::size_t>(ofKind) >= bounds::connections) {
       session->crowd();
-      crowded_.push_back(session);
-      if (crowded_.size() > bounds::urgentConnections) {
-        if (const auto oldest = crowded_.front().lock()) {
+      auto& crowded = isBySocket ? crowdedBySocket_ : crowdedByTcp_;
+      crowded.push_back(session);
+      if (crowded.size() > bounds::urgentConnections) {
+        if (const auto oldest = crowded.front().lock()) {
           oldest->end();
         }
-        crowded_.pop_front();
+        crowded.pop_front();
       }
     }
     shared_.sessions.emplace(number, session);
@@ -521,21 +608,11 @@ class Door::Core {
                                           [](const auto& each) { return each.second->isFed(); });
     feeding_.expires_after(isListenedTo ? feedInterval : restInterval);
     feeding_.async_wait([this](const Error& error) {
-      if (error) {
+      if (error || shared_.isClosing) {
         return;
       }
       feed();
-      std::vector<std::shared_ptr<Session>> sessions;
-      for (const auto& [number, session] : shared_.sessions) {
-        sessions.push_back(session);
-      }
-      for (const auto& session : sessions) {
-        try {
-          session->pump();
-        } catch (const std::exception&) {
-          session->end();
-        }
-      }
+      eachSession([](Session& session) { session.pump(); });
     });
   }
 
@@ -546,7 +623,8 @@ class Door::Core {
   net::ip::tcp::acceptor tcp_;
   net::steady_timer pause_;
   net::steady_timer feeding_;
-  std::deque<std::weak_ptr<Session>> crowded_;
+  std::deque<std::weak_ptr<Session>> crowdedBySocket_;
+  std::deque<std::weak_ptr<Session>> crowdedByTcp_;
   std::uint64_t count_ = 0;
   std::atomic<std::uint64_t> asked_{0};
   std::uint64_t told_ = 0;

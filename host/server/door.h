@@ -25,7 +25,7 @@ class Door {
   /// `simulation::Error` when that cannot be had. Nobody is let in before `open`. The handler
   /// must outlive the door.
   Door(int listeningSocket, const std::optional<TcpAddress>& tcp, Access access, Handler& handler);
-  /// Closes all connections.
+  /// Closes all connections; listeners are told so first, and have 300 ms to hear the rest.
   ~Door();
 
   Door(const Door&) = delete;

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <atomic>
 #include <cstdint>
 #include <functional>
 #include <memory>
@@ -45,6 +46,9 @@ class Feed {
   virtual void take(const std::string& /*message*/) {}
 };
 
+/// How far a request has come. What waits for its turn may be given up, and is not done then.
+enum class Stage : std::uint8_t { begun, waits, givenUp };
+
 /// Who answers what comes through a door. All but `Reply` is of the I/O thread, which must not
 /// wait.
 class Handler {
@@ -55,7 +59,16 @@ class Handler {
     /// Calls what makes the answer on the I/O thread, also when nobody waits for it any more.
     using Send = std::function<void(std::function<Answer()> make)>;
 
-    explicit Reply(Send send) : send_(std::move(send)) {}
+    Reply(Send send, std::shared_ptr<std::atomic<Stage>> stage)
+        : send_(std::move(send)), stage_(std::move(stage)) {}
+    /// From now on it waits for its turn, until `begin`.
+    void postpone() const { *stage_ = Stage::waits; }
+    /// False where it was given up: its sender knows that it is not done.
+    [[nodiscard]] bool begin() const {
+      Stage stage = Stage::waits;
+      stage_->compare_exchange_strong(stage, Stage::begun);
+      return stage != Stage::givenUp;
+    }
     void operator()(Answer answer) const {
       send_([answer = std::move(answer)] { return answer; });
     }
@@ -63,6 +76,7 @@ class Handler {
 
    private:
     Send send_;
+    std::shared_ptr<std::atomic<Stage>> stage_;
   };
 
   Handler() = default;

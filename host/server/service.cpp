@@ -159,7 +159,7 @@ std::unique_ptr<Feed> Service::eventFeed(const Request& request) {
   const std::optional<std::uint64_t> commander = query.wholeNumber("commander");
   std::function<void()> renew;
   if (commander && request.isUpgrade) {
-    renew = commands_.attach(static_cast<CommanderId>(*commander), request.connection);
+    renew = commands_.renewing(*commander);
   }
   return std::make_unique<EventFeed>(
       EventSource{ring, machine_, commands_.numbers(), commands_.names()}, view_.beginning(), since,
@@ -220,12 +220,19 @@ void Service::postExport(const Request& request, const Reply& reply) {
   });
   errors.throwIfAny();
   checkExport(machine_, wanted, options_.preferenceDirectory);
-  worker_.add([this, wanted, reply] {
+  reply.postpone();
+  const bool hasRoom = worker_.add([this, wanted, reply] {
+    if (!reply.begin()) {
+      return;
+    }
     answering(reply, [&] {
       const std::string said = exportPreferences(wanted, options_.preferenceDirectory);
       reply(answerOf(Json{{"said", said}}));
     });
   });
+  if (!hasRoom) {
+    throw Refused(refusedWith(503, "busy", "too many exports wait for their turn"));
+  }
 }
 
 }  // namespace host

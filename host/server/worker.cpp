@@ -2,6 +2,8 @@
 
 #include <utility>
 
+#include "host/server/bounds.h"
+
 namespace host {
 
 Worker::Worker() : thread_([this] { run(); }) {}
@@ -15,12 +17,16 @@ Worker::~Worker() {
   thread_.join();
 }
 
-void Worker::add(std::function<void()> work) {
+bool Worker::add(std::function<void()> work) {
   {
     const std::lock_guard lock(mutex_);
+    if (waiting_.size() >= bounds::requests) {
+      return false;
+    }
     waiting_.push_back(std::move(work));
   }
   changed_.notify_one();
+  return true;
 }
 
 void Worker::run() {

@@ -18,8 +18,8 @@ class Worker {
   Worker(const Worker&) = delete;
   Worker& operator=(const Worker&) = delete;
 
-  /// Any thread. The work throws nothing.
-  void add(std::function<void()> work);
+  /// Any thread. The work throws nothing. False where as much waits as may: then it is not done.
+  [[nodiscard]] bool add(std::function<void()> work);
 
  private:
   void run();

@@ -14,6 +14,7 @@
 
 #include "host/base/stopsignal.h"
 #include "host/engine/engine.h"
+#include "host/server/stoptickets.h"
 #include "tests/support/failingheap.h"
 #include "tests/support/mutexprotocol.h"
 #include "tests/support/random.h"
@@ -264,6 +265,23 @@ TEST(Inbox, NumbersWhatManyThreadsPutInTheOrderOfArrival) {
 }
 
 // Hangs when a later signal is not another wish.
+TEST(StopTickets, RefuseWhatCameBeforeAStopOfItsAxes) {
+  host::StopTickets stops;
+  host::CommandBatch batch;
+  batch.actuators = {1, 2};
+  int asked = 0;
+  const auto takenSince = [&](std::uint64_t ticket) {
+    return !stops.unlessStopped(ticket, {&batch}, [&] { ++asked; });
+  };
+  const std::uint64_t early = stops.ticket();
+  stops.note({0, 3}, [] {});
+  EXPECT_TRUE(takenSince(early));
+  stops.note({2}, [] {});
+  EXPECT_FALSE(takenSince(early));
+  EXPECT_TRUE(takenSince(stops.ticket()));
+  EXPECT_EQ(asked, 2);
+}
+
 TEST(StopSignal, IsRepeatedByALaterOne) {
   for (const bool moves : {true, false}) {
     const auto endByTwo = [moves] {

@@ -190,7 +190,9 @@ class Door(DoorTest):
             validate({"$ref": "#/components/schemas/event"}, begins := events.message())
             lines = BySocket(self.path)
             lines.request("GET", "/v1/events")
-            self.assertEqual(json.loads(lines.getresponse().readline()), begins)
+            self.assertEqual(json.loads((told := lines.getresponse()).readline()), begins)
+        told.read()  # to the last chunk, or it raises
+        self.assertIn(b"\x88\x02\x03\xe9", b"".join(iter(lambda: events.socket.recv(4096), b"")))
 
     def test_lets_nobody_in_who_may_not(self):
         port = free_port()
@@ -314,6 +316,9 @@ class Door(DoorTest):
                     self.assertEqual((status, reason, path), expected[:3])
                     self.assertAlmostEqual(figure or 0, expected[3] or 0, 3)
             self.assertEqual(self.refused(good, commander=9), (404, "unknown", "/commander", None))
+            for number in ("9", "4294967297"):
+                with self.assertRaisesRegex(AssertionError, "404"):
+                    WebSocket(BySocket(self.path), "/v1/events?commander=" + number)
             _, machine = self.asked("GET", "/v1/machine")
             self.assertEqual([axis["waiting"] for axis in machine["axes"]], [0, 0, 0])
         with self.served("--no-strict"):
