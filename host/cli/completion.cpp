@@ -87,8 +87,9 @@ std::string zshScript(const std::vector<UsageCommand>& commands) {
       const std::vector<std::string> choices = option.choices();
       const std::string values = option.type.empty() ? ""
                                  : choices.empty()   ? ":value:_files"
-                                                     : ":value:(" + joined(choices) + ")";
-      options += " \\\n      " + quoted(option.names.back() + "[" + what + "]" + values);
+                                                     : fmt::format(":value:({})", joined(choices));
+      options += fmt::format(" \\\n      {}",
+                             quoted(fmt::format("{}[{}]{}", option.names.back(), what, values)));
     }
     options += " ;;\n";
   }

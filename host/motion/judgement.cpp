@@ -24,8 +24,7 @@ constexpr double steepestShare = 1.875;
 }  // namespace
 
 Judge::Judge(const MachineModel& machine, int actuator, std::int64_t cycleMs)
-    : machine_(machine),
-      actuator_(machine.actuator(actuator)),
+    : actuator_(machine.actuator(actuator)),
       index_(actuator),
       cycleMs_(cycleMs),
       maximumAcceleration_(machine.maximumAcceleration(actuator)),

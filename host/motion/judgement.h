@@ -111,7 +111,6 @@ class Judge {
   [[nodiscard]] static const Point& causeOf(const Taking& taking, const Step& step,
                                             const simulation::Actuator& actuator);
 
-  const MachineModel& machine_;
   const simulation::Actuator& actuator_;
   const int index_;
   const std::int64_t cycleMs_;

@@ -105,7 +105,8 @@ Json keysIn(const Json& answer, Played& played) {
       played.points += countOf(axis, "points");
     }
   }
-  return Json(keys);
+  Json list = keys;
+  return list;
 }
 
 /// Until all points are told of, or a signal comes.
