@@ -164,7 +164,7 @@ class MotionReader : public BatchSource {
         takeCommands(document, entry, batches.back());
       });
     }
-    if (entries.size() == 0) {
+    if (entries.empty()) {
       document.fail(node, fmt::format("{}: at least one batch is needed", key));
     }
     return batches;
