@@ -53,7 +53,10 @@ int send(const SendOptions& options) {
     throw UserError(options.what.front(), {},
                     "has modes of its own; leave --mode out, or send KEY VALUE@SECONDS");
   }
-  const Json request = isFile ? Json::object() : Json{{"batches", {batchIn(options)}}};
+  Json request = Json::object();
+  if (!isFile) {
+    request["batches"] = std::vector<Json>{batchIn(options)};
+  }
   DoorClient door(doorOf(options.machine));
   say(takenText(isFile ? postMotions(door, options.what, request)
                        : door.post("/v1/batches", request)));
