@@ -250,7 +250,8 @@ class RehearsedAxis {
 
   /// After so many rounds the points lie on the grid of the cycles as before.
   [[nodiscard]] std::uint64_t roundsOnGrid(const Rounds& rounds) const {
-    return static_cast<std::uint64_t>(cycleMs_ / std::gcd(cycleMs_, rounds.periodMs()));
+    const std::int64_t common = std::gcd(cycleMs_, rounds.periodMs());
+    return static_cast<std::uint64_t>(std::max<std::int64_t>(cycleMs_ / common, 1));
   }
 
   /// What was told of the last rounds holds for those that follow.

@@ -107,10 +107,18 @@ class ManyCommanders {
   }
 
   void ask() {
-    host::Desk& desk = engine_.desk();
-    const std::vector<int> some = someAxes();
-    const CommanderId id = somebody();
     ++asked_;
+    askFor(someAxes(), somebody());
+    // One at a time, so that the model needs no order.
+    engine_.pass(clockMs_);
+    for (const int i : std::exchange(cleared_, {})) {
+      EXPECT_EQ(engine_.axes()[static_cast<std::size_t>(i)].counts.left(), 0U) << i;
+    }
+    noteMoving();
+  }
+
+  void askFor(const std::vector<int>& some, CommanderId id) {
+    host::Desk& desk = engine_.desk();
     switch (random_.below(12)) {
       case 0:
         desk.hold(some, expecting(true, "hold"));
@@ -134,13 +142,7 @@ class ManyCommanders {
         enrol(some);
         break;
       case 5:
-        desk.resign(id, expecting(known_.count(id) > 0, "resign"));
-        for (const auto& [number, axis] : axes_) {
-          if (id != 0 && axis.owner == id && known_[id].stops) {
-            cleared_.push_back(number);
-          }
-        }
-        forget(id);
+        resign(id);
         break;
       case 6:
         desk.renew(id, expecting(known_.count(id) > 0, "renew"));
@@ -149,12 +151,16 @@ class ManyCommanders {
       default:
         request(id);
     }
-    // One at a time, so that the model needs no order.
-    engine_.pass(clockMs_);
-    for (const int i : std::exchange(cleared_, {})) {
-      EXPECT_EQ(engine_.axes()[static_cast<std::size_t>(i)].counts.left(), 0U) << i;
+  }
+
+  void resign(CommanderId id) {
+    engine_.desk().resign(id, expecting(known_.count(id) > 0, "resign"));
+    for (const auto& [number, axis] : axes_) {
+      if (id != 0 && axis.owner == id && known_[id].stops) {
+        cleared_.push_back(number);
+      }
     }
-    noteMoving();
+    forget(id);
   }
 
   /// Ramps take 250 ms, and begin a cycle later at most.
