@@ -136,6 +136,23 @@ struct Touches : host::Listener {
   std::map<int, std::uint64_t> counts;
 };
 
+/// Which register moved further in a cycle than it may; empty when none did.
+inline std::string stepFault(const host::Engine& engine, const std::vector<float>& before,
+                             double stepMs) {
+  for (const host::Axis& axis : engine.axes()) {
+    const float from = before[static_cast<std::size_t>(axis.index)];
+    const float to = axis.command->loadFloat();
+    const double allowed = double{axis.actuator.maximumVelocity} / 1000.0 * stepMs;
+    const double ulp = double{std::nextafter(std::max(std::abs(from), std::abs(to)), 1e9F)} -
+                       double{std::max(std::abs(from), std::abs(to))};
+    if (axis.actuator.interpolates && stepMs > 0.0 &&
+        !(std::abs(double{to} - double{from}) <= allowed * 1.0001 + 2.0 * ulp)) {
+      return fmt::format("{} from {} to {} in {} ms", axis.actuator.name, from, to, stepMs);
+    }
+  }
+  return "";
+}
+
 /// Runs a plan under the guard, with hand-overs in time, or with stalls, late command threads and
 /// what others write: what is wrong; empty when no step is too large, and the guard told of all
 /// that it touched.
@@ -164,16 +181,8 @@ inline std::string guardFault(const host::MachineModel& machine, const host::Pla
       before.push_back(axis.command->loadFloat());
     }
     const auto stepMs = static_cast<double>(engine.goOn());
-    for (const host::Axis& axis : engine.axes()) {
-      const float from = before[static_cast<std::size_t>(axis.index)];
-      const float to = axis.command->loadFloat();
-      const double allowed = double{axis.actuator.maximumVelocity} / 1000.0 * stepMs;
-      const double ulp = double{std::nextafter(std::max(std::abs(from), std::abs(to)), 1e9F)} -
-                         double{std::max(std::abs(from), std::abs(to))};
-      if (axis.actuator.interpolates && stepMs > 0.0 &&
-          !(std::abs(double{to} - double{from}) <= allowed * 1.0001 + 2.0 * ulp)) {
-        return fmt::format("{} from {} to {} in {} ms", axis.actuator.name, from, to, stepMs);
-      }
+    if (const std::string fault = stepFault(engine, before, stepMs); !fault.empty()) {
+      return fault;
     }
     if (calm || random.chance(60)) {
       engine.pass();
