@@ -3,6 +3,7 @@
 #include <fmt/format.h>
 
 #include <algorithm>
+#include <cmath>
 #include <nlohmann/json.hpp>
 
 #include "host/base/visible.h"
@@ -25,6 +26,29 @@ ValueType valueType(std::uint8_t typeCode) {
     return ValueType::text;
   }
   return typeCode >= 1 && typeCode <= 6 ? ValueType::integer : ValueType::none;
+}
+
+const char* valueTypeName(ValueType type) {
+  switch (type) {
+    case ValueType::integer:
+      return "integer";
+    case ValueType::real:
+      return "float";
+    case ValueType::text:
+      return "text";
+    case ValueType::none:
+      break;
+  }
+  return "none";
+}
+
+Json limitJson(std::uint8_t typeCode, double limit) {
+  if (!std::isfinite(limit)) {
+    return {};
+  }
+  const bool isInteger = valueType(typeCode) == ValueType::integer && limit == std::round(limit) &&
+                         std::abs(limit) <= 4294967296.0;
+  return isInteger ? Json(static_cast<std::int64_t>(limit)) : Json(static_cast<float>(limit));
 }
 
 std::string printed(const Json& json, int indent) {

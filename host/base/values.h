@@ -14,6 +14,9 @@ enum class ValueType { none, integer, real, text };
 /// By the attribute's type code.
 ValueType valueType(std::uint8_t typeCode);
 
+/// "integer", "float", "text", "none".
+const char* valueTypeName(ValueType type);
+
 /// Members keep the order in which they came. Numbers are single, as the device
 /// pool's are: they print in the fewest digits that read back as the same float.
 using Json = nlohmann::basic_json<nlohmann::ordered_map, std::vector, std::string, bool,
@@ -22,6 +25,9 @@ using Json = nlohmann::basic_json<nlohmann::ordered_map, std::vector, std::strin
 /// What is no UTF-8 in texts becomes U+FFFD, floats that are not finite become
 /// null; what `visible` would escape in texts is escaped. A negative indent makes one line.
 std::string printed(const Json& json, int indent);
+
+/// A limit of values of this type, exactly where it is a whole number of an integer; null for none.
+Json limitJson(std::uint8_t typeCode, double limit);
 
 /// A value for the eye: a text in quotes, "-" for null, "inf" and "nan".
 std::string shown(const Json& value);

@@ -3,7 +3,6 @@
 #include <fmt/format.h>
 
 #include <algorithm>
-#include <cmath>
 #include <memory>
 #include <nlohmann/json.hpp>
 #include <string>
@@ -27,35 +26,11 @@ struct ListOptions {
   bool json = false;
 };
 
-Json typeName(std::uint8_t typeCode) {
-  switch (valueType(typeCode)) {
-    case ValueType::integer:
-      return "integer";
-    case ValueType::real:
-      return "float";
-    case ValueType::text:
-      return "text";
-    case ValueType::none:
-      break;
-  }
-  return "none";
-}
-
 Json containerName(std::uint8_t kind) {
   if (kind == hal::deviceKind) {
     return "device";
   }
   return kind == hal::subDeviceKind ? Json("sub-device") : Json(kind);
-}
-
-/// Of an actuator whose values are integers, exactly where it is one.
-Json limit(const simulation::Actuator& actuator, double value) {
-  if (!std::isfinite(value)) {
-    return {};
-  }
-  const bool isInteger = actuator.typeCode != hal::floatTypeCode && value == std::round(value) &&
-                         std::abs(value) <= 4294967296.0;
-  return isInteger ? Json(static_cast<std::int64_t>(value)) : Json(static_cast<float>(value));
 }
 
 Json listed(int index, const std::string& key, bool actuator) {
@@ -66,7 +41,7 @@ Json listed(int index, const std::string& key, bool actuator) {
   return {{"index", index},
           {"key", key.empty() ? Json() : Json(key)},
           {"type", typeCode},
-          {"meaning", typeName(typeCode)},
+          {"meaning", valueTypeName(valueType(typeCode))},
           {"container", containerName(kind)},
           {"actuator", actuator},
           {"interpolation", Json()},
@@ -91,9 +66,9 @@ Json attributesOf(const simulation::MachineDescription& description) {
     const simulation::Actuator& actuator = description.actuators.at(i);
     Json& value = attributes[static_cast<std::size_t>(timeline - commands.commandTable.data())];
     value["interpolation"] = timeline->interpolationPossible == 1 ? "linear" : "step";
-    value["minimum"] = limit(actuator, actuator.minimum);
-    value["maximum"] = limit(actuator, actuator.maximum);
-    value["maximum_velocity"] = limit(actuator, double{actuator.maximumVelocity});
+    value["minimum"] = limitJson(actuator.typeCode, actuator.minimum);
+    value["maximum"] = limitJson(actuator.typeCode, actuator.maximum);
+    value["maximum_velocity"] = limitJson(actuator.typeCode, double{actuator.maximumVelocity});
   }
   return attributes;
 }

@@ -84,7 +84,7 @@ OpenDoor::OpenDoor(const MachineModel& machine, Torvex& torvex, const DoorOption
       serviceOptions_{options.isStrict, session.guard, session.poolName,
                       session.preferenceDirectory},
       service_(machine, torvex, serviceOptions_),
-      door_(place_.listen(), options.tcp, access_, service_),
+      door_(place_.listen().release(), options.tcp, access_, service_),
       tokenPath_(options.tokenPath) {
   if (options.tcp && tokenPath_.empty()) {
     tokenPath_ = place_.writeToken(access_.token);

@@ -21,6 +21,7 @@
 #include "host/base/stopsignal.h"
 #include "host/base/usererror.h"
 #include "host/base/visible.h"
+#include "host/client/answer.h"
 #include "simulation/framework/descriptor.h"
 
 namespace host {
@@ -120,7 +121,8 @@ class PatientSocket {
       const auto left = deadline_ - std::chrono::steady_clock::now();
       const auto leftMs = std::chrono::duration_cast<std::chrono::milliseconds>(left);
       const int ready =
-          poll(&waited, 1, static_cast<int>(std::clamp(leftMs, leftMs * 0, turn).count()));
+          poll(&waited, 1,
+               static_cast<int>(std::clamp(leftMs, std::chrono::milliseconds(0), turn).count()));
       if (ready > 0) {
         return true;
       }
@@ -168,33 +170,23 @@ Json answerOf(unsigned status, const std::string& text) {
   return answer;
 }
 
-std::string textIn(const Json& object, const char* member) {
-  const auto found = object.find(member);
-  return found != object.end() && found->is_string() ? found->get<std::string>() : std::string();
-}
-
-std::size_t numberIn(const Json& object, const char* member) {
-  const auto found = object.find(member);
-  return found != object.end() && found->is_number_unsigned() ? found->get<std::size_t>() : 0;
-}
-
 /// One thing that is wrong, with where it is: in a file, or in the request.
 std::string sentenceOf(unsigned status, const Json& fault) {
-  const std::string said = textIn(fault, "message");
+  const std::string said = textOf(fault, "message");
   const std::string message = said.empty() ? fmt::format("refused with status {}", status) : said;
-  const std::string file = textIn(fault, "file");
+  const std::string file = textOf(fault, "file");
   if (!file.empty()) {
-    const SourceLocation where{numberIn(fault, "line"), numberIn(fault, "column")};
+    const SourceLocation where{countOf(fault, "line"), countOf(fault, "column")};
     return fmt::format("{}: error: {}", shown({file, where}), message);
   }
-  const std::string path = textIn(fault, "path");
+  const std::string path = textOf(fault, "path");
   return fmt::format("torvex: error: {}{}{}", path, path.empty() ? "" : ": ", message);
 }
 
 std::string sentencesOf(unsigned status, const Json& error) {
-  const auto errors = error.find("errors");
+  const Json& errors = memberOf(error, "errors");
   std::string text;
-  for (const Json& one : errors != error.end() && errors->is_array() ? *errors : Json{error}) {
+  for (const Json& one : errors.is_array() ? errors : Json::array({error})) {
     text += sentenceOf(status, one) + "\n";
   }
   return text;
@@ -205,8 +197,8 @@ std::string sentencesOf(unsigned status, const Json& error) {
 DoorRefusal::DoorRefusal(unsigned status, const Json& error)
     : std::runtime_error(sentencesOf(status, error)),
       isBadInput_(status < 500 && status != 409 && status != 408),
-      reason_(textIn(error, "reason")),
-      file_(textIn(error, "file")) {}
+      reason_(textOf(error, "reason")),
+      file_(textOf(error, "file")) {}
 
 class DoorClient::Connection {
  public:

@@ -1,7 +1,6 @@
 #include "host/engine/desk.h"
 
 #include <algorithm>
-#include <memory>
 #include <utility>
 
 #include "host/motion/intake.h"
@@ -68,33 +67,19 @@ void Desk::demand(std::function<CommandAnswer()> fulfil, Answered answered) {
 }
 
 void Desk::request(CommandRequest request, Answered answered) {
-  const bool stopsAlone =
-      !request.isDryRun && !request.batches.empty() &&
-      std::all_of(request.batches.begin(), request.batches.end(), [](const ScheduledBatch& batch) {
-        return batch.commands->isStop && !batch.momentMs;
-      });
   const std::size_t points = pointsOf(request);
-  Denial full;
+  CommandAnswer full;
   {
     const std::lock_guard lock(mutex_);
-    const bool hasRoom = askedPoints_ + points <= mostWaitingPoints && asked_.size() < mostAsked;
-    if (stopsAlone) {
-      const auto asked = std::make_shared<const Asked>(Asked{std::move(request), {}, 0, 0});
-      demands_.push_back(
-          {[this, asked] { return answerTo(*asked); }, std::move(answered), ++sequence_});
-      return;
-    }
-    if (hasRoom) {
+    if (askedPoints_ + points <= mostWaitingPoints && asked_.size() < mostAsked) {
       asked_.push_back({std::move(request), std::move(answered), ++sequence_, points});
       askedPoints_ += points;
       return;
     }
-    full.reason = Fault::full;
-    full.room = roomFor(askedPoints_, mostWaitingPoints);
+    full.denial.reason = Fault::full;
+    full.denial.room = roomFor(askedPoints_, mostWaitingPoints);
   }
-  CommandAnswer answer;
-  answer.denial = full;
-  give(answered, answer);
+  give(answered, full);
 }
 
 void Desk::stop(std::vector<int> axes, CommanderId commander, Answered answered) {
@@ -269,16 +254,6 @@ void Desk::take(const std::vector<Streamer::Order>& orders, const Asked& asked) 
                    commands.size() * commands.actuators.size(), commands.values.size());
   }
   commanders_.renew(asked.request.commander, clockMs_);
-  if (asked.sequence == 0) {
-    for (const Streamer::Order& order : orders) {
-      streamer_.take({order});
-      for (const int actuator : order.batch.commands->actuators) {
-        stopped_[static_cast<std::size_t>(actuator)] = fulfilling_;
-      }
-      tell(EventKind::stopped, order.batch.commands->actuators);
-    }
-    return;
-  }
   std::vector<Streamer::Order> allowed = orders;
   for (Streamer::Order& order : allowed) {
     dismissStopped(order, asked.sequence);
@@ -316,16 +291,16 @@ void Desk::dismissStopped(Streamer::Order& order, std::uint64_t sequence) {
 }
 
 void Desk::publish() {
-  CommandState state;
-  state.axes = streamer_.axisStates();
-  for (std::size_t i = 0; i < state.axes.size(); ++i) {
-    state.axes[i].owner = commanders_.ownerOf(static_cast<int>(i));
+  streamer_.copyAxisStates(next_.axes);
+  for (std::size_t i = 0; i < next_.axes.size(); ++i) {
+    next_.axes[i].owner = commanders_.ownerOf(static_cast<int>(i));
   }
+  next_.commanders.clear();
   for (const auto& [id, commander] : commanders_.all()) {
-    state.commanders.push_back({id, commander.enrolment, ledger_.countsOf(id)});
+    next_.commanders.push_back({id, commander.enrolment, ledger_.countsOf(id)});
   }
   const std::lock_guard lock(mutex_);
-  std::swap(state_, state);
+  std::swap(state_, next_);
 }
 
 }  // namespace host

@@ -9,8 +9,8 @@
 #include <vector>
 
 #include "host/engine/commanders.h"
-#include "host/engine/gate.h"
 #include "host/engine/ledger.h"
+#include "host/engine/prioritymutex.h"
 #include "host/engine/request.h"
 #include "host/engine/streamer.h"
 #include "host/engine/teller.h"
@@ -98,6 +98,8 @@ class Desk {
   [[nodiscard]] CommandAnswer doneWith(std::vector<int> axes) const;
   void take(const std::vector<Streamer::Order>& orders, const Asked& asked);
   void refuse(const std::vector<Streamer::Order>& orders, const Asked& asked, const Denial& denial);
+  /// What was asked for before what is being fulfilled does not move these axes.
+  void noteStopped(const std::vector<int>& axes);
   void dismissStopped(Streamer::Order& order, std::uint64_t sequence);
 
   CommandAnswer doStop(const std::vector<int>& axes, CommanderId commander);
@@ -125,6 +127,8 @@ class Desk {
   /// By axis: what was asked for before this does not move it.
   std::vector<std::uint64_t> stopped_;
   std::uint64_t fulfilling_ = 0;
+  /// Takes turns with the state that is published.
+  CommandState next_;
 
   mutable PriorityMutex mutex_;
   std::deque<Demand> demands_;

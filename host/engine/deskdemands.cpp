@@ -28,6 +28,12 @@ CommandAnswer Desk::doneWith(std::vector<int> axes) const {
   return answer;
 }
 
+void Desk::noteStopped(const std::vector<int>& axes) {
+  for (const int actuator : axes) {
+    stopped_[static_cast<std::size_t>(actuator)] = fulfilling_;
+  }
+}
+
 CommandAnswer Desk::doStop(const std::vector<int>& axes, CommanderId commander) {
   if (commander != nobody && !commanders_.renew(commander, clockMs_)) {
     return denied(Fault::unknown);
@@ -38,9 +44,7 @@ CommandAnswer Desk::doStop(const std::vector<int>& axes, CommanderId commander) 
     }
   }
   streamer_.stop(axes, Event::byStop, false);
-  for (const int actuator : axes) {
-    stopped_[static_cast<std::size_t>(actuator)] = fulfilling_;
-  }
+  noteStopped(axes);
   tell(EventKind::stopped, axes);
   return doneWith(axes);
 }
@@ -55,9 +59,7 @@ CommandAnswer Desk::doHold(const std::vector<int>& axes) {
 /// Batches that were asked for before do not move what it frees.
 CommandAnswer Desk::doRelease(const std::vector<int>& axes) {
   streamer_.release(axes);
-  for (const int actuator : axes) {
-    stopped_[static_cast<std::size_t>(actuator)] = fulfilling_;
-  }
+  noteStopped(axes);
   tell(EventKind::released, axes);
   return doneWith(axes);
 }

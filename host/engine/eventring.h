@@ -7,7 +7,7 @@
 #include <optional>
 #include <vector>
 
-#include "host/engine/gate.h"
+#include "host/engine/prioritymutex.h"
 #include "host/motion/event.h"
 
 namespace host {

@@ -1,27 +1,10 @@
 #pragma once
 
-#include <pthread.h>
-
 #include <cstdint>
 
+#include "host/engine/prioritymutex.h"
+
 namespace host {
-
-/// A lock that inherits priorities: who waits for it waits no longer than the holder needs.
-/// Throws `std::system_error` where it cannot be made.
-class PriorityMutex {
- public:
-  PriorityMutex();
-  ~PriorityMutex();
-
-  PriorityMutex(const PriorityMutex&) = delete;
-  PriorityMutex& operator=(const PriorityMutex&) = delete;
-
-  void lock() noexcept { pthread_mutex_lock(&mutex_); }
-  void unlock() noexcept { pthread_mutex_unlock(&mutex_); }
-
- private:
-  pthread_mutex_t mutex_{};
-};
 
 /// The lock between the cycle and the command thread. The cycle holds it around the library's
 /// pass; the command thread holds it from a look at timelines to the push that follows, so that

@@ -171,7 +171,7 @@ Streamer::Columns Streamer::columnsOf(const Order& waiting) {
   columns.reserve(count);
   for (std::size_t number = 0; number < count; ++number) {
     const int actuator = waiting.batch.commands->actuators[number];
-    if (std::count(waiting.cleared.begin(), waiting.cleared.end(), actuator) > 0) {
+    if (isCleared(waiting, actuator)) {
       continue;
     }
     Axis& axis = axes_[static_cast<std::size_t>(actuator)];
@@ -312,16 +312,10 @@ Backlog::Removed Streamer::stop(Axis& axis, std::uint32_t batch) {
 
 /// What waits is left, and told as cleared.
 void Streamer::abandon() {
-  for (auto& [moment, order] : waiting_) {
-    for (const int actuator : order.batch.commands->actuators) {
-      if (std::count(order.cleared.begin(), order.cleared.end(), actuator) == 0) {
-        clearColumn(order, actuator, Event::byHost);
-      }
-    }
-  }
-  waiting_.clear();
   std::vector<int> all(axes_.size());
   std::iota(all.begin(), all.end(), 0);
+  clearPlanned(all, Event::byHost);
+  waiting_.clear();
   stop(all, Event::byHost, false);
 }
 
@@ -369,11 +363,7 @@ void Streamer::publish() {
     }
     idle = idle && !axis.judge.isMoving();
   }
-  if (stands_) {
-    const std::lock_guard hold(gate_);
-    bound = std::min(bound, cycles_.latestMs);
-  }
-  boundMs_ = bound;
+  boundMs_ = stands_ ? std::min(bound, latest) : bound;
   idle_ = idle && areAxesAtRest();
 }
 

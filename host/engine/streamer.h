@@ -88,7 +88,7 @@ class Streamer {
   /// Lets machine time stand, or go on.
   void standStill(bool stands) { stands_ = stands; }
   /// What listeners may know of the axes.
-  [[nodiscard]] std::vector<CommandState::AxisState> axisStates();
+  void copyAxisStates(std::vector<CommandState::AxisState>& states);
 
   [[nodiscard]] Inbox& inbox() { return inbox_; }
   /// Up to which machine time the cycle may go. Falls under the gate alone.
@@ -131,8 +131,9 @@ class Streamer {
   [[nodiscard]] Event findHeld(const Columns& columns, const Order& order);
   void tryOut(const Columns& columns, const std::vector<Order>& orders, std::size_t number,
               Trials& trials) const;
+  [[nodiscard]] static bool isCleared(const Order& order, int actuator);
   void clearColumn(Order& order, int actuator, std::uint32_t byWhom);
-  void clearPlanned(int actuator, std::uint32_t byWhom);
+  void clearPlanned(const std::vector<int>& axes, std::uint32_t byWhom);
   void freeFromGuard();
   void arrive(Order waiting);
   void tellPace();

@@ -170,19 +170,28 @@ void Streamer::stop(const std::vector<int>& axes, std::uint32_t byWhom, bool pla
     const std::uint64_t before = axis.counts.cleared;
     tellCleared(cleared, removed[i], axis.counts, teller_);
     axis.leftAtEnd += byWhom == Event::byHost ? axis.counts.cleared - before : 0;
-    if (planned) {
-      clearPlanned(axes[i], byWhom);
+  }
+  if (planned) {
+    clearPlanned(axes, byWhom);
+  }
+}
+
+void Streamer::clearPlanned(const std::vector<int>& axes, std::uint32_t byWhom) {
+  std::vector<bool> concerned(axes_.size(), false);
+  for (const int actuator : axes) {
+    concerned[static_cast<std::size_t>(actuator)] = true;
+  }
+  for (auto& [moment, order] : waiting_) {
+    for (const int actuator : order.batch.commands->actuators) {
+      if (concerned[static_cast<std::size_t>(actuator)] && !isCleared(order, actuator)) {
+        clearColumn(order, actuator, byWhom);
+      }
     }
   }
 }
 
-void Streamer::clearPlanned(int actuator, std::uint32_t byWhom) {
-  for (auto& [moment, order] : waiting_) {
-    const bool isCleared = std::count(order.cleared.begin(), order.cleared.end(), actuator) > 0;
-    if (!isCleared && commands(order.batch, actuator)) {
-      clearColumn(order, actuator, byWhom);
-    }
-  }
+bool Streamer::isCleared(const Order& order, int actuator) {
+  return std::count(order.cleared.begin(), order.cleared.end(), actuator) > 0;
 }
 
 void Streamer::clearColumn(Order& order, int actuator, std::uint32_t byWhom) {
@@ -236,14 +245,16 @@ void Streamer::freeFromGuard() {
   releasing_.erase(std::remove_if(releasing_.begin(), releasing_.end(), isFree), releasing_.end());
 }
 
-std::vector<CommandState::AxisState> Streamer::axisStates() {
-  std::vector<CommandState::AxisState> states;
-  states.reserve(axes_.size());
-  const std::lock_guard hold(gate_);
+void Streamer::copyAxisStates(std::vector<CommandState::AxisState>& states) {
+  constexpr std::size_t lookedAtOnce = 64;
+  states.clear();
+  GateHold hold(gate_);
   for (const Axis& axis : axes_) {
     states.push_back({nobody, axis.isHeld, axis.guard.isHeld(), axis.counts.left()});
+    if (states.size() % lookedAtOnce == 0) {
+      hold.breathe();
+    }
   }
-  return states;
 }
 
 }  // namespace host

@@ -76,25 +76,37 @@ bool BatchRequest::isStop() const {
                      [](const RequestedBatch& batch) { return batch.commands.isStop; });
 }
 
-BatchRequest readBatchRequest(const std::string& text, const ActuatorNames& names) {
-  BatchRequest request;
+RequestSender readSender(const Document& document, const Document::Fields& fields) {
+  RequestSender sender;
+  document.field(fields, "commander", [&](const Node& node) {
+    sender.commander =
+        static_cast<std::uint32_t>(document.wholeNumber(node, "commander", 1, 4294967295.0));
+  });
+  document.field(fields, "dry_run",
+                 [&](const Node& node) { sender.isDryRun = document.truth(node, "dry_run"); });
+  return sender;
+}
+
+void readRequest(const std::string& text, const std::string& what,
+                 const std::set<std::string>& known, const ReadFields& read) {
   ErrorCollector errors;
   errors.attempt([&] {
     const Document document("request", text, errors, Document::Format::json);
-    const PointReader reader(document, names, {});
-    const Node root = document.root();
-    const Document::Fields fields =
-        document.fields(root, "the request", {"commander", "dry_run", "batches"});
-    document.field(fields, "commander", [&](const Node& node) {
-      request.commander =
-          static_cast<std::uint32_t>(document.wholeNumber(node, "commander", 1, 4294967295.0));
-    });
-    document.field(fields, "dry_run",
-                   [&](const Node& node) { request.isDryRun = document.truth(node, "dry_run"); });
-    document.requiredField(fields, root, "batches",
-                           [&](const Node& node) { readBatches(reader, node, request); });
+    read(document, document.fields(document.root(), what, known));
   });
   errors.throwIfAny();
+}
+
+BatchRequest readBatchRequest(const std::string& text, const ActuatorNames& names) {
+  BatchRequest request;
+  readRequest(text, "the request", {"commander", "dry_run", "batches"},
+              [&](const Document& document, const Document::Fields& fields) {
+                static_cast<RequestSender&>(request) = readSender(document, fields);
+                const PointReader reader(document, names, {});
+                document.requiredField(fields, document.root(), "batches", [&](const Node& node) {
+                  readBatches(reader, node, request);
+                });
+              });
   return request;
 }
 

@@ -1,11 +1,14 @@
 #pragma once
 
 #include <cstdint>
+#include <functional>
 #include <optional>
+#include <set>
 #include <string>
 #include <vector>
 
 #include "host/input/commandbatch.h"
+#include "host/input/document.h"
 #include "host/input/pointreader.h"
 
 namespace host {
@@ -20,16 +23,29 @@ struct RequestedBatch {
   std::optional<std::int64_t> fromMs;
 };
 
-/// What a client asks for with one request.
-struct BatchRequest {
+/// What every request that commands may say.
+struct RequestSender {
   /// The commander that sends it.
   std::optional<std::uint32_t> commander;
   /// To be answered, and nothing else.
   bool isDryRun = false;
+};
+
+/// What a client asks for with one request.
+struct BatchRequest : RequestSender {
   std::vector<RequestedBatch> batches;
   /// No batch has points.
   [[nodiscard]] bool isStop() const;
 };
+
+/// Reads the fields "commander" and "dry_run".
+RequestSender readSender(const Document& document, const Document::Fields& fields);
+
+/// Calls `read` with the JSON of a request, `what` with these fields. Throws a `UserError` of all
+/// that is wrong, each with the JSON pointer of the field as its path.
+using ReadFields = std::function<void(const Document& document, const Document::Fields& fields)>;
+void readRequest(const std::string& text, const std::string& what,
+                 const std::set<std::string>& known, const ReadFields& read);
 
 /// Reads the JSON of a request. Throws a `UserError` of all that is wrong, each with the JSON
 /// pointer of the field as its path.

@@ -23,7 +23,6 @@ Event findMoved(const Intake& intake, const Rounds& points, Event fault) {
 /// The same of the segment to a point.
 Event excessOf(const Intake& intake, const SegmentStart& start, const Point& end, const Knot& knot,
                Event fault) {
-  constexpr double rounding = 1.0001;
   const simulation::Actuator& actuator = intake.actuator;
   const Segment segment(start, end, knot);
   const auto lineMs =
@@ -32,7 +31,7 @@ Event excessOf(const Intake& intake, const SegmentStart& start, const Point& end
                            ? std::abs(double{end.value.asFloat} - start.value) / lineMs * 1000.0
                            : segment.fastest(end.timeMs).amount;
   fault.point = end.index;
-  if (!(speed <= double{actuator.maximumVelocity} * rounding)) {
+  if (!(speed <= double{actuator.maximumVelocity} * stepTolerance)) {
     fault.reason = Fault::tooFast;
     fault.amount = speed;
   }

@@ -60,11 +60,8 @@ std::string textOf(const Denial& denial, const std::string& name) {
   }
 }
 
+/// It is about one point, and a figure of it.
 bool hasFigure(Fault fault) {
-  return statusOf(fault) == 422;
-}
-
-bool isAboutPoint(Fault fault) {
   return statusOf(fault) == 422;
 }
 
@@ -119,7 +116,7 @@ Answer batchesAnswer(const MachineModel& machine, const CommandAnswer& answer,
   if (!answer.isDone()) {
     const CommandBatch& batch = *batches.at(std::min(denial.batch, batches.size() - 1));
     const bool isAboutBatch = denial.reason != Fault::unknown && denial.reason != Fault::ending;
-    const std::string path = isAboutPoint(denial.reason)
+    const std::string path = hasFigure(denial.reason)
                                  ? fmt::format("{}/{}", batch.pointsPath, batch.rowOf(denial.point))
                              : isAboutBatch                    ? batch.path
                              : denial.reason == Fault::unknown ? "/commander"

@@ -23,13 +23,6 @@ namespace {
 /// Longer ones take longer to read than others should wait.
 constexpr std::size_t shortBody = std::size_t{16} * 1024;
 
-void requireJson(const Request& request) {
-  static const std::string json = "application/json";
-  if (request.contentType.rfind(json, 0) != 0) {
-    throw Refused({415, "type", "", "the body must be " + json, Json::object()});
-  }
-}
-
 ScheduledBatch scheduled(const RequestedBatch& batch) {
   ScheduledBatch scheduled;
   // What the answer keeps owns it.

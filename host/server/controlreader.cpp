@@ -6,6 +6,7 @@
 #include <set>
 
 #include "host/base/visible.h"
+#include "host/input/requestreader.h"
 
 namespace host {
 namespace {
@@ -39,18 +40,6 @@ std::vector<int> axesAt(const Document& document, const Node& node, const Actuat
   return {axes.begin(), axes.end()};
 }
 
-/// Calls `read` with the document and its fields; throws all that is wrong.
-template <typename Read>
-void readDocument(const std::string& text, const std::string& what,
-                  const std::set<std::string>& known, const Read& read) {
-  ErrorCollector errors;
-  errors.attempt([&] {
-    const Document document("request", text, errors, Document::Format::json);
-    read(document, document.fields(document.root(), what, known));
-  });
-  errors.throwIfAny();
-}
-
 void readLease(const Document& document, const Document::Fields& fields, Registration& wanted) {
   document.field(fields, "priority", [&](const Node& node) {
     wanted.enrolment.priority = static_cast<int>(document.wholeNumber(node, "priority", 0, 100));
@@ -77,31 +66,31 @@ Registration readRegistration(const std::string& text, const ActuatorNames& name
   constexpr std::size_t longestName = 64;
   Registration wanted;
   wanted.enrolment.priority = 50;
-  readDocument(text, "a registration",
-               {"name", "axes", "priority", "lease_ms", "on_loss", "ends_with_connection"},
-               [&](const Document& document, const Document::Fields& fields) {
-                 document.requiredField(fields, document.root(), "name", [&](const Node& node) {
-                   wanted.enrolment.name = document.name(node, "name");
-                   if (wanted.enrolment.name.size() > longestName) {
-                     document.fail(node, fmt::format("name is longer than {} bytes", longestName));
-                   }
-                 });
-                 document.requiredField(fields, document.root(), "axes", [&](const Node& node) {
-                   wanted.enrolment.axes = axesAt(document, node, names);
-                 });
-                 readLease(document, fields, wanted);
-               });
+  readRequest(text, "a registration",
+              {"name", "axes", "priority", "lease_ms", "on_loss", "ends_with_connection"},
+              [&](const Document& document, const Document::Fields& fields) {
+                document.requiredField(fields, document.root(), "name", [&](const Node& node) {
+                  wanted.enrolment.name = document.name(node, "name");
+                  if (wanted.enrolment.name.size() > longestName) {
+                    document.fail(node, fmt::format("name is longer than {} bytes", longestName));
+                  }
+                });
+                document.requiredField(fields, document.root(), "axes", [&](const Node& node) {
+                  wanted.enrolment.axes = axesAt(document, node, names);
+                });
+                readLease(document, fields, wanted);
+              });
   return wanted;
 }
 
 std::vector<int> readAxes(const std::string& text, const ActuatorNames& names) {
   std::vector<int> axes = allAxes(names);
   if (!text.empty()) {
-    readDocument(text, "the request", {"axes"},
-                 [&](const Document& document, const Document::Fields& fields) {
-                   document.field(fields, "axes",
-                                  [&](const Node& node) { axes = axesAt(document, node, names); });
-                 });
+    readRequest(text, "the request", {"axes"},
+                [&](const Document& document, const Document::Fields& fields) {
+                  document.field(fields, "axes",
+                                 [&](const Node& node) { axes = axesAt(document, node, names); });
+                });
   }
   return axes;
 }

@@ -32,21 +32,6 @@ bool isMine(const struct stat& status) {
 
 }  // namespace
 
-Descriptor::~Descriptor() {
-  reset(-1);
-}
-
-int Descriptor::release() {
-  return std::exchange(number_, -1);
-}
-
-void Descriptor::reset(int number) {
-  if (number_ >= 0) {
-    close(number_);
-  }
-  number_ = number;
-}
-
 std::string defaultDoorPath(const std::string& machineName) {
   constexpr char allowed[] = "abcdefghijklmnopqrstuvwxyzABCDEFGHIJKLMNOPQRSTUVWXYZ0123456789._-";
   if (machineName.find_first_not_of(allowed) != std::string::npos || machineName.front() == '.') {
@@ -102,7 +87,8 @@ void DoorPlace::fail(const std::string& name, const std::string& what) const {
 
 void DoorPlace::openFolder() {
   mkdir(folderPath_.c_str(), 0700);  // when it is there, the rest looks at it
-  folder_.reset(open(folderPath_.c_str(), O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC));
+  folder_ = simulation::Descriptor(
+      open(folderPath_.c_str(), O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC));
   struct stat status {};
   if (folder_.number() < 0 || fstat(folder_.number(), &status) != 0) {
     fail("", std::strerror(errno));
@@ -119,8 +105,8 @@ void DoorPlace::openFolder() {
 void DoorPlace::takeLock() {
   const std::string name = beside(".lock");
   for (int tries = 0; tries < 100; ++tries) {
-    lock_.reset(openat(folder_.number(), name.c_str(), O_RDWR | O_CREAT | O_NOFOLLOW | O_CLOEXEC,
-                       userAlone));
+    lock_ = simulation::Descriptor(openat(folder_.number(), name.c_str(),
+                                          O_RDWR | O_CREAT | O_NOFOLLOW | O_CLOEXEC, userAlone));
     struct stat mine {};
     struct stat there {};
     if (lock_.number() < 0 || fstat(lock_.number(), &mine) != 0) {
@@ -160,7 +146,7 @@ void DoorPlace::removeLeftover() const {
   unlinkat(folder_.number(), name.c_str(), 0);
 }
 
-int DoorPlace::listen() {
+simulation::Descriptor DoorPlace::listen() {
   const std::string name = beside(ending);
   sockaddr_un address{};
   address.sun_family = AF_UNIX;
@@ -170,7 +156,7 @@ int DoorPlace::listen() {
     fail(name, "is too long a name; give a shorter --socket PATH");
   }
   path.copy(address.sun_path, path.size());
-  Descriptor listening(socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0));
+  simulation::Descriptor listening(socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0));
   // The mode of the socket is that of the file from the moment that it appears.
   if (listening.number() < 0 || fchmod(listening.number(), userAlone) != 0 ||
       // NOLINTNEXTLINE(cppcoreguidelines-pro-type-reinterpret-cast): so the call has it
@@ -184,7 +170,7 @@ int DoorPlace::listen() {
       !S_ISSOCK(status.st_mode) || !isMine(status) || (status.st_mode & 0177U) != 0) {
     fail(name, "is not this user's alone");
   }
-  return listening.release();
+  return listening;
 }
 
 std::string DoorPlace::writeToken(const std::string& token) {
@@ -192,8 +178,9 @@ std::string DoorPlace::writeToken(const std::string& token) {
   if (hadToken_) {
     unlinkat(folder_.number(), name.c_str(), 0);
   }
-  const Descriptor file(openat(folder_.number(), name.c_str(),
-                               O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, userAlone));
+  const simulation::Descriptor file(openat(folder_.number(), name.c_str(),
+                                           O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC,
+                                           userAlone));
   if (file.number() < 0 && errno == EEXIST) {
     fail(name, "lies here already, and is of no door; name it with --token-file, or remove it");
   }

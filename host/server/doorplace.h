@@ -2,23 +2,9 @@
 
 #include <string>
 
+#include "simulation/framework/descriptor.h"
+
 namespace host {
-
-/// A file descriptor that is closed with the object.
-class Descriptor {
- public:
-  explicit Descriptor(int number = -1) : number_(number) {}
-  ~Descriptor();
-  Descriptor(const Descriptor&) = delete;
-  Descriptor& operator=(const Descriptor&) = delete;
-
-  [[nodiscard]] int number() const { return number_; }
-  [[nodiscard]] int release();
-  void reset(int number);
-
- private:
-  int number_;
-};
 
 /// Where the socket of a machine of this name is, by default: torvex/NAME.sock in
 /// XDG_RUNTIME_DIR, else in /run/user/UID, for root in /run. Throws `simulation::Error` when
@@ -44,9 +30,8 @@ class DoorPlace {
   DoorPlace(const DoorPlace&) = delete;
   DoorPlace& operator=(const DoorPlace&) = delete;
 
-  /// A listening socket, this user's alone; the caller closes it. Once. Throws
-  /// `simulation::Error`.
-  int listen();
+  /// A listening socket, this user's alone. Once. Throws `simulation::Error`.
+  simulation::Descriptor listen();
   /// Writes NAME.token, this user's alone, and returns its path. Throws `simulation::Error`, also
   /// where a file of this name lies that no door has written.
   std::string writeToken(const std::string& token);
@@ -65,8 +50,8 @@ class DoorPlace {
   std::string folderPath_;
   /// The name without ".sock".
   std::string stem_;
-  Descriptor folder_;
-  Descriptor lock_;
+  simulation::Descriptor folder_;
+  simulation::Descriptor lock_;
   bool hasSocket_ = false;
   bool hasToken_ = false;
   /// A door that was killed left one here.

@@ -31,29 +31,6 @@ const char* nameOf(GuardMode guard) {
   return "off";
 }
 
-const char* nameOf(ValueType type) {
-  switch (type) {
-    case ValueType::integer:
-      return "integer";
-    case ValueType::real:
-      return "float";
-    case ValueType::text:
-      return "text";
-    case ValueType::none:
-      break;
-  }
-  return "none";
-}
-
-/// Null for what is no limit.
-Json limitOf(const simulation::Actuator& actuator, double limit) {
-  if (!std::isfinite(limit)) {
-    return nullptr;
-  }
-  return actuator.typeCode == hal::floatTypeCode ? Json(static_cast<float>(limit))
-                                                 : Json(static_cast<std::int64_t>(limit));
-}
-
 Json boundsJson() {
   return {{"body_bytes", bounds::bodyBytes},
           {"header_bytes", bounds::headBytes},
@@ -142,9 +119,9 @@ Json MachineView::axis(const simulation::Actuator& actuator, const CommandState:
                   [&sensor](const simulation::Sensor& known) { return known.name == sensor; });
   return {{"name", actuator.name},
           {"key", valueKey(actuator)},
-          {"type", nameOf(valueType(actuator.typeCode))},
-          {"minimum", limitOf(actuator, actuator.minimum)},
-          {"maximum", limitOf(actuator, actuator.maximum)},
+          {"type", valueTypeName(valueType(actuator.typeCode))},
+          {"minimum", limitJson(actuator.typeCode, actuator.minimum)},
+          {"maximum", limitJson(actuator.typeCode, actuator.maximum)},
           {"maximum_velocity",
            std::isfinite(actuator.maximumVelocity) ? Json(actuator.maximumVelocity) : Json()},
           {"interpolation", actuator.interpolates ? "linear" : "step"},
@@ -160,7 +137,7 @@ Json MachineView::attributes() const {
   Json attributes = Json::array();
   for (const int index : keys_.find({})) {
     attributes.push_back(
-        {{"key", keys_.key(index)}, {"type", nameOf(valueType(observer_.typeCode(index)))}});
+        {{"key", keys_.key(index)}, {"type", valueTypeName(valueType(observer_.typeCode(index)))}});
   }
   return attributes;
 }

@@ -8,6 +8,7 @@
 
 #include "host/input/document.h"
 #include "host/input/motionfile.h"
+#include "host/input/requestreader.h"
 #include "host/server/refused.h"
 
 namespace host {
@@ -39,14 +40,7 @@ void readMotions(const Document& document, const Node& node, Wanted& wanted) {
   }
 }
 
-void readOptions(const Document& document, const Document::Fields& fields, Wanted& wanted,
-                 MotionRequest& request) {
-  document.field(fields, "commander", [&](const Node& node) {
-    request.commander =
-        static_cast<CommanderId>(document.wholeNumber(node, "commander", 1, 4294967295.0));
-  });
-  document.field(fields, "dry_run",
-                 [&](const Node& node) { request.isDryRun = document.truth(node, "dry_run"); });
+void readOptions(const Document& document, const Document::Fields& fields, Wanted& wanted) {
   document.field(fields, "ignore_unknown_joints", [&](const Node& node) {
     wanted.options.ignoreUnknownJoints = document.truth(node, "ignore_unknown_joints");
   });
@@ -61,20 +55,19 @@ void readOptions(const Document& document, const Document::Fields& fields, Wante
 
 Wanted readWanted(const std::string& text, MotionRequest& request) {
   Wanted wanted;
-  ErrorCollector errors;
-  errors.attempt([&] {
-    const Document document("request", text, errors, Document::Format::json);
-    const Node root = document.root();
-    const Document::Fields fields = document.fields(
-        root, "the request",
-        {"motions", "files", "commander", "dry_run", "ignore_unknown_joints", "interpolation"});
-    document.requiredField(fields, root, "motions",
-                           [&](const Node& node) { readMotions(document, node, wanted); });
-    document.requiredField(fields, root, "files",
-                           [&](const Node& node) { readFiles(document, node, wanted); });
-    readOptions(document, fields, wanted, request);
-  });
-  errors.throwIfAny();
+  readRequest(
+      text, "the request",
+      {"motions", "files", "commander", "dry_run", "ignore_unknown_joints", "interpolation"},
+      [&](const Document& document, const Document::Fields& fields) {
+        const RequestSender sender = readSender(document, fields);
+        request.commander = sender.commander.value_or(nobody);
+        request.isDryRun = sender.isDryRun;
+        document.requiredField(fields, document.root(), "motions",
+                               [&](const Node& node) { readMotions(document, node, wanted); });
+        document.requiredField(fields, document.root(), "files",
+                               [&](const Node& node) { readFiles(document, node, wanted); });
+        readOptions(document, fields, wanted);
+      });
   return wanted;
 }
 

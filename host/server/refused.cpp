@@ -51,6 +51,13 @@ Answer answerOf(const UserError& error) {
   return answerOf(refusals);
 }
 
+void requireJson(const Request& request) {
+  static const std::string json = "application/json";
+  if (request.contentType.rfind(json, 0) != 0) {
+    throw Refused({415, "type", "", "the body must be " + json, Json::object()});
+  }
+}
+
 void answering(const Handler::Reply& reply, const std::function<void()>& make) {
   try {
     make();

@@ -41,6 +41,9 @@ Answer answerOf(const std::vector<RequestFault>& refusals);
 Answer answerOf(const UserError& error);
 Answer answerOf(const Json& json, unsigned status = 200);
 
+/// Throws `Refused` when a body is not said to be JSON.
+void requireJson(const Request& request);
+
 /// Calls `make`, which replies itself; when it throws, replies why.
 void answering(const Handler::Reply& reply, const std::function<void()>& make);
 

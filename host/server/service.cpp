@@ -6,7 +6,7 @@
 #include <nlohmann/json.hpp>
 #include <utility>
 
-#include "host/input/document.h"
+#include "host/input/requestreader.h"
 #include "host/results/preferenceexport.h"
 #include "host/server/bounds.h"
 #include "host/server/feeds.h"
@@ -24,13 +24,6 @@ RequestFault refusedWith(unsigned status, const char* reason, std::string messag
   refused.path = std::move(path);
   refused.message = std::move(message);
   return refused;
-}
-
-void requireJson(const Request& request) {
-  static const std::string json = "application/json";
-  if (request.contentType.rfind(json, 0) != 0) {
-    throw Refused(refusedWith(415, "type", "the body must be " + json));
-  }
 }
 
 /// Of `/v1/live`.
@@ -208,17 +201,16 @@ std::unique_ptr<Feed> Service::feedFor(const Request& request) {
 void Service::postExport(const Request& request, const Reply& reply) {
   const Query query(request, {});
   requireJson(request);
-  ErrorCollector errors;
   PreferenceExport wanted;
-  errors.attempt([&] {
-    const Document body("request", request.body, errors, Document::Format::json);
-    const Document::Fields fields = body.fields(body.root(), "an export", {"container", "file"});
-    body.requiredField(fields, body.root(), "container",
-                       [&](const Node& node) { wanted.container = body.name(node, "container"); });
-    body.requiredField(fields, body.root(), "file",
-                       [&](const Node& node) { wanted.file = body.name(node, "file"); });
-  });
-  errors.throwIfAny();
+  readRequest(request.body, "an export", {"container", "file"},
+              [&](const Document& body, const Document::Fields& fields) {
+                body.requiredField(fields, body.root(), "container", [&](const Node& node) {
+                  wanted.container = body.name(node, "container");
+                });
+                body.requiredField(fields, body.root(), "file", [&](const Node& node) {
+                  wanted.file = body.name(node, "file");
+                });
+              });
   checkExport(machine_, wanted, options_.preferenceDirectory);
   reply.postpone();
   const bool hasRoom = worker_.add([this, wanted, reply] {

@@ -22,6 +22,8 @@ class Descriptor {
   }
 
   [[nodiscard]] int number() const noexcept { return number_; }
+  /// For whoever closes it from now on.
+  [[nodiscard]] int release() noexcept { return std::exchange(number_, -1); }
   [[nodiscard]] bool isOpen() const noexcept { return number_ >= 0; }
 
  private:

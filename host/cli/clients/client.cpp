@@ -46,26 +46,6 @@ void addMachineName(CLI::App& command, std::string& machine) {
             machine);
 }
 
-Json memberOf(const Json& object, const char* member) {
-  const auto found = object.find(member);
-  return found == object.end() ? Json() : *found;
-}
-
-std::string textOf(const Json& object, const char* member) {
-  const Json value = memberOf(object, member);
-  return value.is_string() ? value.get<std::string>() : std::string();
-}
-
-std::int64_t numberOf(const Json& object, const char* member) {
-  const Json value = memberOf(object, member);
-  return value.is_number() ? value.get<std::int64_t>() : 0;
-}
-
-std::uint64_t countOf(const Json& object, const char* member) {
-  const Json value = memberOf(object, member);
-  return value.is_number_unsigned() ? value.get<std::uint64_t>() : 0;
-}
-
 std::string takenText(const Json& answer) {
   std::uint64_t points = 0;
   std::string changed;

@@ -1,11 +1,11 @@
 #pragma once
 
-#include <cstdint>
 #include <functional>
 #include <string>
 
 #include "host/base/values.h"
 #include "host/cli/arguments.h"
+#include "host/client/answer.h"
 
 namespace host {
 
@@ -21,13 +21,5 @@ void addMachineName(CLI::App& command, std::string& machine);
 
 /// What was taken, in words for a user; a line for each batch in which something was changed.
 std::string takenText(const Json& answer);
-
-/// The member; null where there is none.
-Json memberOf(const Json& object, const char* member);
-/// The same as text, and as a number; empty, and 0, where it is none.
-std::string textOf(const Json& object, const char* member);
-std::int64_t numberOf(const Json& object, const char* member);
-/// How many; 0 where it is no such number.
-std::uint64_t countOf(const Json& object, const char* member);
 
 }  // namespace host
