@@ -3,6 +3,7 @@
 #include "host/cli/checkcommand.h"
 #include "host/cli/clients/eventscommand.h"
 #include "host/cli/clients/holdcommands.h"
+#include "host/cli/clients/linkcommand.h"
 #include "host/cli/clients/playcommand.h"
 #include "host/cli/clients/pscommand.h"
 #include "host/cli/clients/sendcommand.h"
@@ -28,6 +29,7 @@ void addSubcommands(CLI::App& app, Command& chosen) {
   addListCommand(app, chosen);
   addWatchCommand(app, chosen);
   addPsCommand(app, chosen);
+  addLinkCommand(app, chosen);
   addSendCommand(app, chosen);
   addPlayCommand(app, chosen);
   addHoldCommands(app, chosen);

@@ -27,6 +27,23 @@ TcpAddress addressNamed(const std::string& text) {
   return tcp;
 }
 
+bool isIpv6(const std::string& address) {
+  return address.find(':') != std::string::npos;
+}
+
+std::string inUrl(const std::string& address) {
+  return isIpv6(address) ? "[" + address + "]" : address;
+}
+
+/// Where a browser on this computer finds the door.
+std::string addressOf(const std::optional<TcpAddress>& tcp) {
+  if (!tcp) {
+    return "";
+  }
+  const bool isAny = tcp->address == "0.0.0.0" || tcp->address == "::";
+  return fmt::format("http://{}:{}", isAny ? "localhost" : inUrl(tcp->address), tcp->port);
+}
+
 /// Names of this computer with the port, as clients may have them.
 Access accessOf(const DoorOptions& options) {
   Access access;
@@ -35,9 +52,8 @@ Access accessOf(const DoorOptions& options) {
     return access;
   }
   const auto& [address, port] = *options.tcp;
-  const bool isIpv6 = address.find(':') != std::string::npos;
   std::vector<std::string> names = {"localhost", "127.0.0.1", "[::1]"};
-  names.push_back(isIpv6 ? "[" + address + "]" : address);
+  names.push_back(inUrl(address));
   names.insert(names.end(), options.hosts.begin(), options.hosts.end());
   for (const std::string& name : names) {
     access.hosts.push_back(fmt::format("{}:{}", name, port));
@@ -47,6 +63,7 @@ Access accessOf(const DoorOptions& options) {
       access.origins.push_back("http://" + name);
     }
   }
+  access.cookie = fmt::format("torvex_{}={}", port, randomToken());
   access.token = options.tokenPath.empty() ? randomToken() : readTokenFile(options.tokenPath);
   return access;
 }
@@ -79,10 +96,12 @@ OpenDoor::OpenDoor(const MachineModel& machine, Torvex& torvex, const DoorOption
                    const SessionOptions& session)
     : torvex_(torvex),
       options_(options),
+      address_(addressOf(options.tcp)),
       access_(accessOf(options)),
       place_(options.socketPath.empty() ? defaultDoorPath(machine.name) : options.socketPath),
-      serviceOptions_{options.isStrict, session.guard, session.poolName,
-                      session.preferenceDirectory},
+      serviceOptions_{options.isStrict, session.guard,
+                      session.poolName, session.preferenceDirectory,
+                      address_,         access_.cookie},
       service_(machine, torvex, serviceOptions_),
       door_(place_.listen().release(), options.tcp, access_, service_),
       tokenPath_(options.tokenPath) {
@@ -91,11 +110,11 @@ OpenDoor::OpenDoor(const MachineModel& machine, Torvex& torvex, const DoorOption
   }
 }
 
-std::string OpenDoor::announcement() const {
+std::string OpenDoor::announcement() {
   std::string text = fmt::format("door     {}\n", place_.path());
   if (options_.tcp) {
-    text += fmt::format("         http://{}:{}, token in {}\n", options_.tcp->address,
-                        options_.tcp->port, tokenPath_);
+    text += fmt::format("         {}, token in {}\npage     {}\n", address_, tokenPath_,
+                        service_.newLink());
   }
   return text;
 }

@@ -36,14 +36,16 @@ class OpenDoor {
   OpenDoor(const MachineModel& machine, Torvex& torvex, const DoorOptions& options,
            const SessionOptions& session);
 
-  /// Where it is, in a line for a user, or two.
-  [[nodiscard]] std::string announcement() const;
+  /// Where it is, in lines for a user, with a link for his browser.
+  [[nodiscard]] std::string announcement();
   /// Lets clients in.
   void open();
 
  private:
   Torvex& torvex_;
   const DoorOptions options_;
+  /// For browsers; empty without TCP.
+  const std::string address_;
   const Access access_;
   DoorPlace place_;
   const ServiceOptions serviceOptions_;

@@ -38,7 +38,7 @@ void openTrace(const ServeOptions& options, Torvex& torvex, std::optional<Trace>
   torvex.setTrace(&*trace);
 }
 
-void announce(const ServeOptions& options, const OpenDoor& door) {
+void announce(const ServeOptions& options, OpenDoor& door) {
   for (const std::string& refused : prepareRealtime(options.session.cycleScheduling)) {
     complain("torvex: warning: " + refused + "\n");
   }

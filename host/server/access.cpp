@@ -15,17 +15,6 @@ bool isOneOf(const std::vector<std::string>& known, const std::string& given) {
   return std::find(known.begin(), known.end(), given) != known.end();
 }
 
-bool isSameSecret(const std::string& secret, const std::string& given) {
-  if (given.size() != secret.size()) {
-    return false;
-  }
-  unsigned difference = 0;
-  for (std::size_t i = 0; i < secret.size(); ++i) {
-    difference |= static_cast<unsigned char>(secret[i] ^ given[i]);
-  }
-  return difference == 0;
-}
-
 /// What stands behind `prefix`, up to a comma; empty when it does not occur.
 std::string behind(const std::string& text, const std::string& prefix) {
   const std::size_t found = text.find(prefix);
@@ -36,7 +25,30 @@ std::string behind(const std::string& text, const std::string& prefix) {
   return text.substr(begin, text.find_first_of(", ", begin) - begin);
 }
 
+bool showsCookie(const Access& access, const std::string& cookies) {
+  for (std::size_t begin = 0; begin < cookies.size();) {
+    begin = std::min(cookies.find_first_not_of("; ", begin), cookies.size());
+    const std::size_t end = std::min(cookies.find(';', begin), cookies.size());
+    if (!access.cookie.empty() && isSameSecret(access.cookie, cookies.substr(begin, end - begin))) {
+      return true;
+    }
+    begin = end;
+  }
+  return false;
+}
+
 }  // namespace
+
+bool isSameSecret(const std::string& secret, const std::string& given) {
+  if (given.size() != secret.size()) {
+    return false;
+  }
+  unsigned difference = 0;
+  for (std::size_t i = 0; i < secret.size(); ++i) {
+    difference |= static_cast<unsigned char>(secret[i] ^ given[i]);
+  }
+  return difference == 0;
+}
 
 std::optional<Answer> refusedEntry(const Access& access, const Credentials& credentials,
                                    bool isOpenToAll) {
@@ -51,11 +63,25 @@ std::optional<Answer> refusedEntry(const Access& access, const Credentials& cred
   }
   const bool isKnown = isSameSecret(access.token, behind(credentials.authorization, "Bearer ")) ||
                        isSameSecret(access.token, behind(credentials.protocols, tokenProtocol));
-  if (!isOpenToAll && !isKnown) {
+  if (isOpenToAll || isKnown) {
+    return std::nullopt;
+  }
+  if (!showsCookie(access, credentials.cookies)) {
     return refusal(401, "unauthorized",
                    "the token is missing or wrong: Authorization: Bearer TOKEN");
   }
+  // A browser also sends the cookie for pages that come from another port of this computer.
+  if (!credentials.isRead && credentials.origin != "http://" + credentials.host) {
+    return refusal(403, "forbidden", "with a cookie, Origin must be the address of this door");
+  }
   return std::nullopt;
+}
+
+std::string contentPolicy(const Access& access, const std::string& host) {
+  return fmt::format(
+      "default-src 'self'; connect-src 'self'{}; base-uri 'none'; form-action 'none'; "
+      "frame-ancestors 'none'; object-src 'none'",
+      isOneOf(access.hosts, host) ? " ws://" + host : "");
 }
 
 std::string randomToken() {

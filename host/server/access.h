@@ -15,24 +15,36 @@ struct Access {
   /// What `Origin` may be, where there is one.
   std::vector<std::string> origins;
   std::string token;
+  /// What a browser shows in place of the token: NAME=VALUE.
+  std::string cookie;
 };
 
 /// What the head of a request says of who sent it; empty where it says nothing.
 struct Credentials {
   bool isBySocket = false;
+  /// Does no more than read, and opens no WebSocket.
+  bool isRead = false;
   std::string host;
   std::string origin;
   std::string authorization;
   /// The subprotocols of a WebSocket.
   std::string protocols;
+  std::string cookies;
 };
 
 /// A token among these subprotocols stands behind this.
 constexpr char tokenProtocol[] = "torvex.token.";
 
+/// Whether both are the same, in a time that does not tell how much of them is.
+bool isSameSecret(const std::string& secret, const std::string& given);
+
 /// Why it may not come in; none where it may. Takes equally long for every token of a length.
 std::optional<Answer> refusedEntry(const Access& access, const Credentials& credentials,
                                    bool isOpenToAll);
+
+/// What a page from this door may ask for, as a `Content-Security-Policy`: what has come under this
+/// `Host`, and the WebSockets there.
+std::string contentPolicy(const Access& access, const std::string& host);
 
 /// 64 hexadecimal digits that nobody can foresee.
 std::string randomToken();

@@ -184,6 +184,18 @@ class Session : public std::enable_shared_from_this<Session> {
 
   [[nodiscard]] std::string field(http::field name) const { return text(parser_->get()[name]); }
 
+  [[nodiscard]] Credentials credentials() const {
+    Credentials shown;
+    shown.isBySocket = isBySocket_;
+    shown.isRead = !request_.isUpgrade && (request_.method == "GET" || isHead_);
+    shown.host = field(http::field::host);
+    shown.origin = field(http::field::origin);
+    shown.authorization = field(http::field::authorization);
+    shown.protocols = field(http::field::sec_websocket_protocol);
+    shown.cookies = field(http::field::cookie);
+    return shown;
+  }
+
   void judgeHead() {
     const auto& head = parser_->get();
     request_ = Request();
@@ -197,15 +209,14 @@ class Session : public std::enable_shared_from_this<Session> {
       turnAway(refusal(400, "invalid", "the target is no path with a query"));
       return;
     }
-    const Credentials credentials{isBySocket_, field(http::field::host), field(http::field::origin),
-                                  field(http::field::authorization),
-                                  field(http::field::sec_websocket_protocol)};
-    if (!isKnown_ && !refusedEntry(shared_.access, credentials, false)) {
+    const Credentials shown = credentials();
+    request_.isKnown = !refusedEntry(shared_.access, shown, false);
+    if (!isKnown_ && request_.isKnown) {
       isKnown_ = true;
       arm(bounds::requestTime, &Session::giveUpReading);
     }
     const bool isOpen = shared_.handler.isOpenToAll(request_);
-    if (auto refused = refusedEntry(shared_.access, credentials, isOpen)) {
+    if (auto refused = refusedEntry(shared_.access, shown, isOpen)) {
       turnAway(std::move(*refused));
     } else if (beast::iequals(head[http::field::expect], "100-continue")) {
       askForBody();
@@ -283,6 +294,15 @@ class Session : public std::enable_shared_from_this<Session> {
 
   void leaveQueue() { shared_.waitingRequests -= std::exchange(isInQueue_, false) ? 1 : 0; }
 
+  /// Tells a browser what the answer may be used for.
+  void guard(http::response<http::string_body>& response) const {
+    response.set("Content-Security-Policy",
+                 contentPolicy(shared_.access, field(http::field::host)));
+    response.set("Cross-Origin-Resource-Policy", "same-origin");
+    response.set("Referrer-Policy", "no-referrer");
+    response.set("X-Content-Type-Options", "nosniff");
+  }
+
   void answer(Answer answer) {
     if (hasEnded_) {
       return;
@@ -294,7 +314,10 @@ class Session : public std::enable_shared_from_this<Session> {
     response_.result(answer.status);
     response_.set(http::field::content_type, answer.contentType);
     response_.set(http::field::cache_control, "no-store");
-    response_.set("X-Content-Type-Options", "nosniff");
+    guard(response_);
+    for (const auto& [name, value] : answer.fields) {
+      response_.set(name, value);
+    }
     response_.keep_alive(keepsAlive_ && !closesAfterwards_);
     response_.body() = std::move(answer.body);
     response_.prepare_payload();

@@ -23,12 +23,16 @@ struct Request {
   std::uint64_t connection = 0;
   /// Wants a WebSocket.
   bool isUpgrade = false;
+  /// Came by the socket, or has shown the token or the cookie.
+  bool isKnown = false;
 };
 
 struct Answer {
   unsigned status = 200;
   std::string body;
   std::string contentType = "application/json";
+  /// Further fields of its head.
+  std::vector<std::pair<std::string, std::string>> fields;
 };
 
 /// What a listener is sent as it comes up. I/O thread.

@@ -20,6 +20,10 @@ struct ServiceOptions {
   std::string poolName;
   /// Where exports go.
   std::string preferenceDirectory;
+  /// Where browsers find the door; empty where they do not.
+  std::string address;
+  /// What lets them in: NAME=VALUE.
+  std::string cookie;
 };
 
 /// A machine as its clients see it.

@@ -38,7 +38,7 @@ std::vector<std::string> Query::all(const std::string& name) const {
   return values;
 }
 
-std::optional<std::string> Query::one(const std::string& name) const {
+std::optional<std::string> Query::text(const std::string& name) const {
   const std::vector<std::string> values = all(name);
   if (values.size() > 1) {
     refuse(name, "is given twice");
@@ -47,7 +47,7 @@ std::optional<std::string> Query::one(const std::string& name) const {
 }
 
 std::optional<std::uint64_t> Query::wholeNumber(const std::string& name) const {
-  const std::optional<std::string> text = one(name);
+  const std::optional<std::string> text = this->text(name);
   if (!text) {
     return std::nullopt;
   }
@@ -61,7 +61,7 @@ std::optional<std::uint64_t> Query::wholeNumber(const std::string& name) const {
 }
 
 double Query::number(const std::string& name, double otherwise, double least, double most) const {
-  const std::optional<std::string> text = one(name);
+  const std::optional<std::string> text = this->text(name);
   double value = otherwise;
   if (text && (!parseNumber(*text, value) || !(value >= least) || value > most)) {
     refuse(name, fmt::format("is no number from {} to {}", least, most));
@@ -70,7 +70,7 @@ double Query::number(const std::string& name, double otherwise, double least, do
 }
 
 bool Query::truth(const std::string& name, bool otherwise) const {
-  const std::optional<std::string> text = one(name);
+  const std::optional<std::string> text = this->text(name);
   if (text && *text != "true" && *text != "false") {
     refuse(name, "is neither true nor false");
   }

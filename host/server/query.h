@@ -16,14 +16,13 @@ class Query {
   Query(const Request& request, const std::set<std::string>& known);
 
   [[nodiscard]] std::vector<std::string> all(const std::string& name) const;
+  [[nodiscard]] std::optional<std::string> text(const std::string& name) const;
   [[nodiscard]] std::optional<std::uint64_t> wholeNumber(const std::string& name) const;
   [[nodiscard]] double number(const std::string& name, double otherwise, double least,
                               double most) const;
   [[nodiscard]] bool truth(const std::string& name, bool otherwise) const;
 
  private:
-  [[nodiscard]] std::optional<std::string> one(const std::string& name) const;
-
   const Request& request_;
 };
 

@@ -59,6 +59,7 @@ const Service::Route Service::routes[] = {
     {"GET", "/v1/health", &Service::getHealth, true, true},
     {"GET", "/v1/events", &Service::getEvents},
     {"GET", "/v1/live", &Service::getLive},
+    {"POST", "/v1/links", &Service::postLink},
     {"POST", "/v1/exports", &Service::postExport},
     {"POST", "/v1/batches", &Service::command<&Commands::batches>},
     {"POST", "/v1/motions", &Service::command<&Commands::motions>},
@@ -74,6 +75,7 @@ Service::Service(const MachineModel& machine, Torvex& torvex, const ServiceOptio
       torvex_(torvex),
       options_(options),
       view_(machine, torvex, options),
+      page_(options.address, options.cookie),
       commands_(view_, torvex, options.strict) {}
 
 template <void (Commands::*act)(const Request&, const Handler::Reply&)>
@@ -99,12 +101,18 @@ const Service::Route& Service::routeOf(const Request& request) {
 }
 
 void Service::handle(Request request, const Reply& reply) {
-  answering(reply, [&] { (this->*routeOf(request).answer)(request, reply); });
+  answering(reply, [&] {
+    if (PageAnswers::isFor(request)) {
+      reply(page_.answer(request));
+      return;
+    }
+    (this->*routeOf(request).answer)(request, reply);
+  });
 }
 
 bool Service::isOpenToAll(const Request& head) const {
   try {
-    return routeOf(head).isOpenToAll;
+    return PageAnswers::isFor(head) || routeOf(head).isOpenToAll;
   } catch (const Refused&) {
     return false;
   }
@@ -196,6 +204,15 @@ std::unique_ptr<Feed> Service::feedFor(const Request& request) {
     return nullptr;  // and `handle` says why
   }
   return nullptr;
+}
+
+void Service::postLink(const Request& request, const Reply& reply) {
+  const Query query(request, {});
+  const std::string link = page_.newLink();
+  if (link.empty()) {
+    throw Refused(refusedWith(404, "unknown", "browsers do not come in here; serve with --http"));
+  }
+  reply(answerOf(Json{{"link", link}}, 201));
 }
 
 void Service::postExport(const Request& request, const Reply& reply) {

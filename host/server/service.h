@@ -6,6 +6,7 @@
 #include "host/server/commands.h"
 #include "host/server/http.h"
 #include "host/server/machineview.h"
+#include "host/server/pageanswers.h"
 #include "host/server/worker.h"
 
 namespace host {
@@ -21,6 +22,10 @@ class Service : public Handler {
   [[nodiscard]] bool isOpenToAll(const Request& head) const override;
   [[nodiscard]] bool isUrgent(const Request& request) const override;
   void connectionEnded(std::uint64_t connection) override;
+
+  /// An address that lets a browser in, once; empty where browsers do not find the door. Before the
+  /// door is open.
+  std::string newLink() { return page_.newLink(); }
 
  private:
   using Answerer = void (Service::*)(const Request& request, const Reply& reply);
@@ -39,6 +44,7 @@ class Service : public Handler {
   void getHealth(const Request& request, const Reply& reply);
   void getEvents(const Request& request, const Reply& reply);
   void getLive(const Request& request, const Reply& reply);
+  void postLink(const Request& request, const Reply& reply);
   void postExport(const Request& request, const Reply& reply);
   [[nodiscard]] std::unique_ptr<Feed> eventFeed(const Request& request);
   template <void (Commands::*act)(const Request&, const Reply&)>
@@ -48,6 +54,7 @@ class Service : public Handler {
   Torvex& torvex_;
   const ServiceOptions& options_;
   const MachineView view_;
+  PageAnswers page_;
   Commands commands_;
   Worker worker_;
 };

@@ -215,6 +215,51 @@ class Door(DoorTest):
                 self.assertEqual(os.stat(name).st_mode & 0o777, 0o600, name)
         self.assertEqual(os.listdir("torvex"), [])
 
+    def test_lets_a_browser_in_by_a_link_once_and_then_by_its_cookie(self):
+        port = free_port()
+        own, neighbour = f"http://127.0.0.1:{port}", f"http://127.0.0.1:{port + 1}"
+
+        def answer(method, target, **headers):
+            connection = by_http("127.0.0.1", port)
+            connection.request(method, target, headers=headers)
+            answer = connection.getresponse()
+            content = answer.read()
+            connection.close()
+            return answer, content
+
+        with self.served("--http", port):
+            link = self.said(0, "link").strip().removeprefix(own)
+            entry, _ = answer("GET", link)
+            cookie, *how = entry.getheader("Set-Cookie").split("; ")
+            self.assertEqual((entry.status, entry.getheader("Location"), how),
+                             (303, "/", ["HttpOnly", "SameSite=Strict", "Path=/"]))
+            upgrade = {"Connection": "Upgrade", "Upgrade": "websocket", "Sec-WebSocket-Version": "13",
+                       "Sec-WebSocket-Key": "dGhlIHNhbXBsZSBub25jZQ=="}
+            known = {"Cookie": "other=1; " + cookie}
+            for method, target, headers, status in (
+                    ("GET", link, {}, 403), ("GET", link, known, 303), ("GET", "/?link=", {}, 403),
+                    ("GET", "/?other=1", {}, 400), ("GET", "/", {}, 200), ("GET", "/none.js", {}, 401),
+                    ("GET", "/three/three.min.js", {}, 200), ("GET", "/", {"Host": "attacker.example"}, 403),
+                    ("GET", "/v1/machine", known, 200), ("GET", "/v1/machine", {"Cookie": "other=1"}, 401),
+                    ("GET", "/v1/machine", {"Cookie": cookie[:-1]}, 401), ("POST", "/v1/links", {}, 401),
+                    ("POST", "/v1/release", known, 403), ("POST", "/v1/release", {**known, "Origin": own}, 200),
+                    ("POST", "/v1/release", {**known, "Origin": neighbour}, 403),
+                    ("POST", "/v1/release", {**known, "Origin": f"http://localhost:{port}"}, 403),
+                    ("GET", "/v1/events", {**known, **upgrade}, 403),
+                    ("GET", "/v1/events", {**known, **upgrade, "Origin": neighbour}, 403)):
+                got, content = answer(method, target, **headers)
+                self.assertEqual(got.status, status, (method, target, headers, content))
+            page, _ = answer("GET", "/")
+            self.assertIn(f"default-src 'self'; connect-src 'self' ws://127.0.0.1:{port};",
+                          page.getheader("Content-Security-Policy"))
+            listening = by_http("127.0.0.1", port)
+            listening.request("GET", "/v1/events", headers={**known, **upgrade, "Origin": own})
+            self.assertEqual(listening.getresponse().status, 101)
+            listening.close()
+            self.assertEqual(self.asked("POST", "/v1/links")[0], 201)
+        with self.served():
+            self.assertEqual(self.reason("POST", "/v1/links"), (404, "unknown", ""))
+
     def test_bounds_what_a_client_may_ask_for(self):
         with self.served():
             self.assertEqual(self.reason("POST", "/v1/exports", "0" * (1 << 20) + "0"), (413, "too_large", ""))
