@@ -39,6 +39,7 @@ struct Axis {
        const hal::DeviceAttrGeneric& command_, const hal::DeviceAttrGeneric* measured_)
       : index(index_),
         actuator(machine.actuator(index_)),
+        velocityLimit(machine.velocityLimit(index_)),
         maximumAcceleration(machine.maximumAcceleration(index_)),
         timeline(&timeline_),
         command(&command_),
@@ -48,6 +49,8 @@ struct Axis {
   /// In the machine's description.
   const int index;
   const simulation::Actuator& actuator;
+  /// How fast it, and what follows it, may move; units a second.
+  const double velocityLimit;
   /// Units a second squared; infinity where none is known.
   const double maximumAcceleration;
   TimedCommand* const timeline;

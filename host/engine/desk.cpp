@@ -31,7 +31,8 @@ void give(const Answered& answered, const CommandAnswer& answer) {
 }
 
 /// What an actuator may be asked for at most.
-double limitFor(const Event& fault, const simulation::Actuator& actuator) {
+double limitFor(const Event& fault, const MachineModel& machine) {
+  const simulation::Actuator& actuator = machine.actuator(fault.actuator);
   switch (fault.reason) {
     case Fault::tooDense:
       return TimedCommand::MAX_TIMELINE_ITEMS;
@@ -40,7 +41,7 @@ double limitFor(const Event& fault, const simulation::Actuator& actuator) {
     case Fault::tooSteep:
       return double{mostDerivative};
     case Fault::tooFast:
-      return double{actuator.maximumVelocity};
+      return machine.velocityLimit(fault.actuator);
     case Fault::beyond:
       return fault.amount > actuator.maximum ? actuator.maximum : actuator.minimum;
     default:
@@ -231,7 +232,7 @@ Denial Desk::denialOf(const std::vector<Streamer::Order>& orders,
     denial.point = fault.point;
     denial.figure = fault.amount;
     const simulation::Actuator& actuator = machine_.actuator(fault.actuator);
-    denial.limit = limitFor(fault, actuator);
+    denial.limit = limitFor(fault, machine_);
     if (fault.reason == Fault::notFinite) {
       const CommandBatch& commands = *orders[objection.order].batch.commands;
       const auto column =

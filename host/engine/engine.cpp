@@ -37,8 +37,7 @@ void Engine::addAxes(const MachineModel& machine) {
   for (const Register& written : registers_) {
     Axis& axis = *written.axis;
     axis.written = &written;
-    guard_.add(axis.actuator, axis.maximumAcceleration, *axis.timeline->deviceAttr,
-               written.firstBits, axis.guard);
+    guard_.add(machine, axis.index, *axis.timeline->deviceAttr, written.firstBits, axis.guard);
   }
 }
 

@@ -16,11 +16,12 @@ void write(hal::DeviceAttrGeneric& command, double value) noexcept {
 
 }  // namespace
 
-void Guard::add(const simulation::Actuator& actuator, double maximumAcceleration,
-                hal::DeviceAttrGeneric& command, const std::int32_t& before, GuardRecord& record) {
-  if (mode_ != GuardMode::off && actuator.interpolates) {
-    watched_.push_back({&command, &before, double{actuator.maximumVelocity} / msPerSecond, false});
-    guarded_.push_back({&actuator, maximumAcceleration, &record});
+void Guard::add(const MachineModel& machine, int actuator, hal::DeviceAttrGeneric& command,
+                const std::int32_t& before, GuardRecord& record) {
+  if (mode_ != GuardMode::off && machine.actuator(actuator).interpolates) {
+    watched_.push_back({&command, &before, machine.velocityLimit(actuator) / msPerSecond, false});
+    guarded_.push_back(
+        {&machine.actuator(actuator), machine.maximumAcceleration(actuator), &record});
   }
 }
 

@@ -6,6 +6,7 @@
 #include <limits>
 #include <vector>
 
+#include "host/input/machinemodel.h"
 #include "host/motion/ramp.h"
 #include "platform/hal/deviceattrgeneric.h"
 #include "simulation/machine.h"
@@ -40,18 +41,18 @@ struct GuardRecord {
 };
 
 /// Sees to it that no register of an interpolating actuator moves in a cycle by more than its
-/// maximum velocity times the machine time that passed, whatever asks for it: plus 1e-4 of
-/// that, and two units in the last place. Of the cycle, under the gate; allocates nothing.
+/// maximum velocity, and that of what follows it, times the machine time that passed, whatever
+/// asks for it: plus 1e-4 of that, and two units in the last place. Of the cycle, under the
+/// gate; allocates nothing.
 class Guard {
  public:
   explicit Guard(GuardMode mode) : mode_(mode) {}
 
-  /// Before the first cycle. It brings to rest with this acceleration, in units a second
-  /// squared, or as `rampToRest` has it where that is infinite. `before` is where each cycle
-  /// leaves the bits that the register held when it began. The references must outlive the
-  /// guard.
-  void add(const simulation::Actuator& actuator, double maximumAcceleration,
-           hal::DeviceAttrGeneric& command, const std::int32_t& before, GuardRecord& record);
+  /// Before the first cycle. It brings to rest with the actuator's maximum acceleration, or as
+  /// `rampToRest` has it where none is known. `before` is where each cycle leaves the bits that
+  /// the register held when it began. The references must outlive the guard.
+  void add(const MachineModel& machine, int actuator, hal::DeviceAttrGeneric& command,
+           const std::int32_t& before, GuardRecord& record);
 
   /// The library has written; `stepMs` of machine time have passed since the cycle before.
   void check(std::int64_t timeMs, std::int64_t stepMs) noexcept;

@@ -22,7 +22,7 @@ Event findMoved(const Intake& intake, const Rounds& points, Event fault) {
 
 /// The same of the segment to a point.
 Event excessOf(const Intake& intake, const SegmentStart& start, const Point& end, const Knot& knot,
-               Event fault) {
+               double velocityLimit, Event fault) {
   const simulation::Actuator& actuator = intake.actuator;
   const Segment segment(start, end, knot);
   const auto lineMs =
@@ -31,7 +31,7 @@ Event excessOf(const Intake& intake, const SegmentStart& start, const Point& end
                            ? std::abs(double{end.value.asFloat} - start.value) / lineMs * 1000.0
                            : segment.fastest(end.timeMs).amount;
   fault.point = end.index;
-  if (!(speed <= double{actuator.maximumVelocity} * stepTolerance)) {
+  if (!(speed <= velocityLimit * stepTolerance)) {
     fault.reason = Fault::tooFast;
     fault.amount = speed;
   }
@@ -51,7 +51,7 @@ Event excessOf(const Intake& intake, const SegmentStart& start, const Point& end
 }  // namespace
 
 Event findExcess(const Intake& intake, const Rounds& points,
-                 const std::optional<SegmentStart>& start) {
+                 const std::optional<SegmentStart>& start, double velocityLimit) {
   const Event nothing{EventKind::refused, Fault::none, intake.latestMs, intake.number,
                       intake.actuatorIndex()};
   Event fault = findMoved(intake, points, nothing);
@@ -63,7 +63,7 @@ Event findExcess(const Intake& intake, const Rounds& points,
     }
     const Knot knot = curve != nullptr ? curve->at(point.index) : Knot();
     if (from) {
-      fault = excessOf(intake, *from, point, knot, nothing);
+      fault = excessOf(intake, *from, point, knot, velocityLimit, nothing);
     }
     from = startAt(point, knot, intake.latestMs);
   }

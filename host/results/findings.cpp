@@ -206,11 +206,13 @@ std::string Findings::accelerationText(const Event& event) const {
 
 std::string Findings::guardText(const Event& event) const {
   const simulation::Actuator& actuator = actuatorOf(event);
-  return fmt::format("{} was to move {:.4g} a second at {:.3f} s, above its limit {:.4g}{}",
-                     actuator.name, event.amount, secondsOf(event.timeMs), actuator.maximumVelocity,
-                     event.reason == Fault::guarded
-                         ? ": the guard brought it to rest; '--guard warn' lets it move"
-                         : "");
+  const double limit = machine_.velocityLimit(event.actuator);
+  const bool isOwn = limit == double{actuator.maximumVelocity};
+  return fmt::format(
+      "{} was to move {:.4g} a second at {:.3f} s, above {} {:.4g}{}", actuator.name, event.amount,
+      secondsOf(event.timeMs), isOwn ? "its limit" : "the limit of what follows it,", limit,
+      event.reason == Fault::guarded ? ": the guard brought it to rest; '--guard warn' lets it move"
+                                     : "");
 }
 
 std::string Findings::refusalText(const Event& event) const {

@@ -142,7 +142,7 @@ inline std::string stepFault(const host::Engine& engine, const std::vector<float
   for (const host::Axis& axis : engine.axes()) {
     const float from = before[static_cast<std::size_t>(axis.index)];
     const float to = axis.command->loadFloat();
-    const double allowed = double{axis.actuator.maximumVelocity} / 1000.0 * stepMs;
+    const double allowed = axis.velocityLimit / 1000.0 * stepMs;
     const double ulp = double{std::nextafter(std::max(std::abs(from), std::abs(to)), 1e9F)} -
                        double{std::max(std::abs(from), std::abs(to))};
     if (axis.actuator.interpolates && stepMs > 0.0 &&
@@ -181,7 +181,7 @@ inline std::string guardFault(const host::MachineModel& machine, const host::Pla
       before.push_back(axis.command->loadFloat());
     }
     const auto stepMs = static_cast<double>(engine.goOn());
-    if (const std::string fault = stepFault(engine, before, stepMs); !fault.empty()) {
+    if (std::string fault = stepFault(engine, before, stepMs); !fault.empty()) {
       return fault;
     }
     if (calm || random.chance(60)) {

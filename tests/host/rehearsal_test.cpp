@@ -139,7 +139,7 @@ Case randomCase(int seed) {
 bool mayPassTheGuard(const Case& made, const host::Plan& plan) {
   struct : host::Listener {
     void tell(const host::Event& event, const host::Point* /*points*/) override {
-      warns = warns || (event.kind == host::EventKind::steep && event.follower < 0 &&
+      warns = warns || (event.kind == host::EventKind::steep &&
                         machine->actuator(event.actuator).interpolates);
     }
     const host::MachineModel* machine = nullptr;
@@ -176,6 +176,81 @@ TEST(Rehearsal, TellsWhatARunTells) {
   }
   EXPECT_GE(compared, rounds / 2);
   EXPECT_GE(passed, rounds / 10);
+}
+
+/// What one segment for itself does not tell of: at a cycle of 10 ms and a limit of 1 a second.
+struct SteepRow {
+  const char* what;
+  int typeCode, follower;
+  /// Handed over when, its points, which count from when. What comes later replaces.
+  struct Batch {
+    std::uint32_t atMs, fromMs;
+    std::vector<std::pair<std::uint32_t, float>> points;
+  };
+  std::vector<Batch> batches;
+  /// The first point that asks for too much, and how fast.
+  std::uint32_t batch, point;
+  double speed;
+
+  [[nodiscard]] Case made() const {
+    Case made;
+    made.options.timing.cycleMs = 10;
+    made.addActuator(typeCode == 7);
+    simulation::Actuator& actuator = made.machine.description.actuators[0];
+    actuator.maximumVelocity = 1.0F;
+    actuator.typeCode = static_cast<std::uint8_t>(typeCode);
+    if (typeCode == 1) {
+      actuator.value = std::int32_t{0};
+    }
+    if (follower >= 0) {
+      made.machine.followers.push_back({"f", 0, -2.0, 0.0, -9.0, 9.0, 1.0});
+    }
+    for (const Batch& given : batches) {
+      const auto mode = given.atMs > 0 ? TimedCommand::REPLACE : TimedCommand::MERGE;
+      host::CommandBatch& added = made.addBatch(mode, {0});
+      added.atMs = given.atMs;
+      added.fromMs = given.fromMs;
+      for (const auto& [timeMs, value] : given.points) {
+        addPoint(added, timeMs, value);
+        added.values.back().asInt = typeCode == 1 ? 1 : added.values.back().asInt;
+      }
+    }
+    return made;
+  }
+};
+
+TEST(Rehearsal, JudgesByTheStepsOfTheCycles) {
+  const SteepRow::Batch steep{0, 0, {{100, 4.0F}}};
+  std::vector<SteepRow> rows = {
+      {"many at one time", 7, -1, {}, 98, 0, 99.0},
+      {"cut off by an empty batch", 7, -1, {steep, {50, 50, {}}}, 0, 0, 40.0},
+      {"cut off by another", 7, -1, {steep, {50, 50, {{900, 2.0F}}}}, 0, 0, 40.0},
+      {"two in the first cycle", 7, -1, {{0, 0, {{0, 0.01F}}}, {0, 0, {{0, 0.02F}}}}, 1, 0, 2.0},
+      {"late", 7, -1, {{1000, 0, {{995, 0.01F}, {1995, 1.01F}}}}, 0, 0, 1.5},
+      {"a follower", 7, 0, {{0, 0, {{100, 0.06F}}}}, 0, 0, 0.6},
+      {"an integer", 1, -1, {{0, 0, {{50, 1.0F}}}}, 0, 0, 100.0},
+  };
+  for (std::uint32_t i = 1; i <= 100; ++i) {
+    rows[0].batches.push_back({0, 0, {{1000, 0.01F * static_cast<float>(i)}}});
+  }
+  for (const SteepRow& row : rows) {
+    SCOPED_TRACE(row.what);
+    const Case made = row.made();
+    struct : host::Listener {
+      void tell(const host::Event& event, const host::Point* /*points*/) override {
+        if (event.kind == host::EventKind::steep) {
+          told.push_back(event);
+        }
+      }
+      std::vector<host::Event> told;
+    } seen;
+    host::rehearse(made.machine, made.plan(), seen);
+    ASSERT_FALSE(seen.told.empty());
+    EXPECT_EQ(seen.told[0].batch, row.batch);
+    EXPECT_EQ(seen.told[0].point, row.point);
+    EXPECT_EQ(seen.told[0].follower, row.follower);
+    EXPECT_NEAR(seen.told[0].amount, row.speed, 1e-3);
+  }
 }
 
 // 511 points fit into two successive cycles, however many batches bring them; one more is
