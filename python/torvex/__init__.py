@@ -12,8 +12,8 @@ machine refuses is raised as `Refused`, with its reason.
 
 from .commander import Commander
 from .errors import ConnectionLost, NotRunning, Refused, TorvexError
-from .events import Event
+from .events import Event, Events
 from .machine import Axis, Machine, Outcome, Taken, connect
 
-__all__ = ["Axis", "Commander", "ConnectionLost", "Event", "Machine", "NotRunning", "Outcome",
-           "Refused", "Taken", "TorvexError", "connect"]
+__all__ = ["Axis", "Commander", "ConnectionLost", "Event", "Events", "Machine", "NotRunning",
+           "Outcome", "Refused", "Taken", "TorvexError", "connect"]

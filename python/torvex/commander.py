@@ -4,12 +4,13 @@ from __future__ import annotations
 
 import threading
 import time
-from collections.abc import Iterator
+from contextlib import suppress
+from queue import Empty, SimpleQueue
 from types import TracebackType
 
 from .door import Door
 from .errors import TorvexError
-from .events import Event
+from .events import Event, Events
 from .machine import Machine, Outcome, Taken
 
 
@@ -20,8 +21,9 @@ class Commander(Machine):
     The machine takes the axes back `lease` seconds after the last renewal, and then does what
     `on_loss` says: it stops them, or lets what waits run out. Each call renews, and so does
     `alive()`; a thread sends the renewals, but only while the block makes calls, so that a block
-    that hangs loses its axes after at most 1.5 leases. Where it waits for points, that is progress. At the end of the block they are given back
-    at once: call `wait()` for what was sent to be reached first.
+    that hangs loses its axes after at most 1.5 leases. Where it waits for points, that is progress.
+    At the end of the block they are given back at once: call `wait()` for what was sent to be
+    reached first.
     """
 
     def __init__(self, door: Door, axes: list[str] | str, *, lease: float, priority: int,
@@ -35,30 +37,36 @@ class Commander(Machine):
         self._since = 0
         self._waits = False
         self._renewed = 0.0
-        self._progress = threading.Event()
-        self._ended = threading.Event()
-        self._thread = threading.Thread(target=self._renew, name="torvex-lease", daemon=True)
+        # No threading.Event: one whose method is interrupted may stay locked.
+        self._has_progress = False
+        self._ending: SimpleQueue[None] = SimpleQueue()
+        self._registered: SimpleQueue[None] = SimpleQueue()
+        self._failure: Exception | None = None
+        self._thread = threading.Thread(target=self._live, name="torvex-lease", daemon=True)
         self.lost: TorvexError | None = None
 
     def __enter__(self) -> Commander:
-        self._since = next(self.events(follow=False)).number
-        self._id = self._door.ask("POST", "/v1/commanders", self._registration)["id"]
-        self._renewed = time.monotonic()
-        self._thread.start()
+        try:
+            self._thread.start()
+            self._registered.get()
+            if self._failure is not None:
+                raise self._failure
+        except BaseException:
+            self._end()
+            raise
         return self
 
     def __exit__(self, kind: type[BaseException] | None, error: BaseException | None,
                  trace: TracebackType | None) -> None:
-        self._ended.set()
-        self._progress.set()
-        self._thread.join()
-        try:
-            self._door.ask("DELETE", f"/v1/commanders/{self._id}")
-        except TorvexError:
-            if error is None and self.lost is None:
-                raise
-        finally:
-            self.close()
+        self._end()
+        if error is None and self.lost is None and self._failure is not None:
+            raise self._failure
+
+    def _end(self) -> None:
+        self._ending.put(None)
+        if self._thread.is_alive():
+            self._thread.join()
+        self.close()
 
     def alive(self) -> None:
         """Says that the block still makes progress. Raises what ended the lease, if anything."""
@@ -71,28 +79,48 @@ class Commander(Machine):
     def wait(self) -> Outcome:
         """Waits until each point sent so far was reached, or what else became of it."""
         sent, self._sent = self._sent, []
-        return self._follow(sent, self.events(self._since))
+        with self.events(self._since) as events:
+            return self._follow(sent, events)
 
-    def _follow(self, taken: list[Taken], events: Iterator[Event]) -> Outcome:
+    def _follow(self, taken: list[Taken], events: Events) -> Outcome:
         self._waits = True
         try:
-            outcome = super()._follow(taken, self._noted(events))
+            outcome = super()._follow(taken, events)
         finally:
             self._waits = False
         self.alive()
         return outcome
 
-    def _noted(self, events: Iterator[Event]) -> Iterator[Event]:
-        for event in events:
-            self._since = event.number + (event.kind not in ("begins", "missed"))
-            yield event
+    def _saw(self, event: Event) -> None:
+        self._since = event.number + (event.kind not in ("begins", "missed"))
+
+    def _live(self) -> None:
+        """The thread's: an interrupt of the caller's finds no registration half made, and no axes
+        half given back."""
+        try:
+            self._register()
+            self._registered.put(None)
+            self._renew()
+            self._door.ask("DELETE", f"/v1/commanders/{self._id}")
+        except Exception as error:  # the caller raises it
+            self._failure = error
+        finally:
+            self._registered.put(None)
+            self.close()
+
+    def _register(self) -> None:
+        with self.events(follow=False) as events:
+            self._since = next(events).number
+        self._id = self._door.ask("POST", "/v1/commanders", self._registration)["id"]
+        self._renewed = time.monotonic()
 
     def _renew(self) -> None:
-        while self.lost is None and not self._ended.wait(self._lease / 4):
-            if not self._progress.is_set() and not self._waits:
-                continue
-            self._progress.clear()
-            self._send_renewal()
+        while self.lost is None:
+            with suppress(Empty):
+                return self._ending.get(timeout=self._lease / 4)
+            if self._has_progress or self._waits:
+                self._has_progress = False
+                self._send_renewal()
 
     def _send_renewal(self) -> None:
         try:
@@ -110,4 +138,4 @@ class Commander(Machine):
             self._sent.append(taken)
 
     def _progressed(self) -> None:
-        self._progress.set()
+        self._has_progress = True

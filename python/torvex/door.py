@@ -8,8 +8,6 @@ import os
 import select
 import socket
 import threading
-from collections.abc import Iterator
-from contextlib import closing
 from typing import Any
 from urllib.parse import quote, urlencode, urlsplit
 
@@ -41,6 +39,42 @@ def socket_of(name: str) -> str:
     return f"{folder}/torvex/{name}.sock"
 
 
+class Stream:
+    """Objects as they come, until the machine ends. What it holds is closed by `close`, at its end
+    and by an exception: Python drops an interrupt that comes while it frees what is still open."""
+
+    def __init__(self, connection: http.client.HTTPConnection,
+                 response: http.client.HTTPResponse) -> None:
+        self._connection = connection
+        self._response = response
+        self._lines: list[bytes] = []
+        self._rest = b""
+
+    def next(self) -> dict[str, Any] | None:
+        """None at the end."""
+        try:
+            while not self._lines:
+                chunk = self._response.read1(65536)
+                if not chunk:
+                    self.close()
+                    return None
+                *lines, self._rest = (self._rest + chunk).split(b"\n")
+                self._lines = lines[::-1]
+            return dict(json.loads(self._lines.pop()))
+        except (OSError, http.client.HTTPException, ValueError) as error:
+            self.close()
+            raise ConnectionLost("the machine ended without a word") from error
+        except BaseException:
+            self.close()
+            raise
+
+    def close(self) -> None:
+        """Ends the connection; nothing comes any more."""
+        self._lines.clear()
+        self._response.close()
+        self._connection.close()
+
+
 class Door:
     """One connection to a machine, made when it is needed. Any thread; one request at a time."""
 
@@ -59,16 +93,19 @@ class Door:
             connection = self._usable()
             try:
                 self._send(connection, method, path + _query(query), body)
-                response = connection.getresponse()
-                answer = response.read()
+                with connection.getresponse() as response:
+                    answer = response.read()
             except (OSError, http.client.HTTPException) as error:
                 self._drop()
                 raise ConnectionLost(f"{self.address}: {error or 'closed'}") from error
+            except BaseException:
+                self._drop()  # half used: the next request needs another
+                raise
         return _checked(response.status, answer)
 
-    def lines(self, path: str, query: dict[str, Any] | None = None) -> Iterator[dict[str, Any]]:
+    def stream(self, path: str, query: dict[str, Any] | None = None) -> Stream:
         """The objects of an answer that does not end, on a connection of its own, which is open
-        when this returns. Ends with the machine."""
+        when this returns."""
         connection = self._open()
         try:
             self._send(connection, "GET", path + _query(query))
@@ -80,10 +117,10 @@ class Door:
         except (OSError, http.client.HTTPException) as error:
             connection.close()
             raise ConnectionLost(f"{self.address}: {error or 'closed'}") from error
-        except Refused:
+        except BaseException:
             connection.close()
             raise
-        return _objects(connection, response)
+        return Stream(connection, response)
 
     def close(self) -> None:
         """Ends the connection; the next request makes another."""
@@ -110,6 +147,7 @@ class Door:
         try:
             connection.connect()
         except OSError as error:
+            connection.close()
             raise NotRunning(f"no machine answers at {self.address}: {error.strerror}; "
                              "start one with 'torvex serve'") from error
         return connection
@@ -142,15 +180,3 @@ def _checked(status: int, answer: bytes) -> Any:
     if 200 <= status < 300:
         return value
     raise Refused(status, value.get("error", {}) if isinstance(value, dict) else {})
-
-
-def _objects(connection: http.client.HTTPConnection,
-             response: http.client.HTTPResponse) -> Iterator[dict[str, Any]]:
-    with closing(connection), response:
-        rest = b""
-        try:
-            while chunk := response.read1(65536):
-                *lines, rest = (rest + chunk).split(b"\n")
-                yield from map(json.loads, lines)
-        except (OSError, http.client.HTTPException, ValueError) as error:
-            raise ConnectionLost("the machine ended without a word") from error

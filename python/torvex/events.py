@@ -2,8 +2,12 @@
 
 from __future__ import annotations
 
+from collections.abc import Iterator
 from dataclasses import dataclass, field
+from types import TracebackType
 from typing import Any
+
+from .door import Stream
 
 
 @dataclass(frozen=True)
@@ -29,3 +33,27 @@ class Event:
         return Event(fields["number"], fields["kind"], fields["machine_ms"],
                      *(fields.get(name) for name in ("request", "key", "count", "by", "reason",
                                                      "amount")), fields)
+
+
+class Events(Iterator[Event]):
+    """Events as they come; ends with the machine. Whoever does not read it to its end closes it,
+    or uses it in a `with` block, so that an interrupt by the keyboard is never lost."""
+
+    def __init__(self, stream: Stream) -> None:
+        self._stream = stream
+
+    def __next__(self) -> Event:
+        if (fields := self._stream.next()) is None:
+            raise StopIteration
+        return Event.from_fields(fields)
+
+    def __enter__(self) -> Events:
+        return self
+
+    def __exit__(self, kind: type[BaseException] | None, error: BaseException | None,
+                 trace: TracebackType | None) -> None:
+        self.close()
+
+    def close(self) -> None:
+        """Ends the connection; nothing comes any more."""
+        self._stream.close()

@@ -3,14 +3,15 @@
 from __future__ import annotations
 
 import os
-from collections.abc import Iterable, Iterator
+from collections.abc import Iterable
+from contextlib import suppress
 from dataclasses import dataclass, field
 from pathlib import Path
 from typing import Any
 
 from .door import Door
-from .errors import ConnectionLost, Refused
-from .events import Event
+from .errors import ConnectionLost, Refused, TorvexError
+from .events import Event, Events
 
 Point = tuple[float, float]
 Value = float | int | str | None
@@ -44,6 +45,10 @@ class Taken:
     late: int
     limited: int
     batches: list[dict[str, Any]] = field(repr=False)
+
+    def axes(self) -> set[str]:
+        """The names of the actuators that it concerns."""
+        return {_name(axis["key"]) for batch in self.batches for axis in batch["axes"]}
 
     @staticmethod
     def from_answer(answer: dict[str, Any]) -> Taken:
@@ -127,21 +132,24 @@ class Machine:
              interpolation: str = "message", wait: bool = True) -> Outcome | Taken:
         """Plays a motion file, or one of the named motions in it, from where the machine stands: its
         first point is approached. Waits for its end and returns what became of its points, or what
-        was taken where it is not to wait. Left by an exception, it stops the axes of the motion."""
+        was taken where it is not to wait. Left by an exception while it waits, it stops the axes of
+        the motion."""
         name = os.fspath(path)
         body = {"motions": [f"{name}:{motion}" if motion else name],
                 "files": {name: Path(name).read_text(encoding="utf-8")},
                 "interpolation": interpolation, **self._commander()}
-        events = self.events() if wait else iter(())
-        taken = Taken.from_answer(self._ask_with_files("/v1/motions", body))
-        self._note(taken)
         if not wait:
-            return taken
-        try:
-            return self._follow([taken], events)
-        except BaseException:
-            self.stop(*{_name(axis["key"]) for batch in taken.batches for axis in batch["axes"]})
-            raise
+            return self._played(body)
+        taken = None
+        with self.events() as events:
+            try:
+                taken = self._played(body)
+                return self._follow([taken], events)
+            except BaseException:
+                if taken is not None:
+                    with suppress(TorvexError):  # what it was left by counts
+                        self.stop(*taken.axes())
+                raise
 
     def stop(self, *axes: str) -> None:
         """Brings these axes to rest along a ramp, all without any, and clears what waits there."""
@@ -165,12 +173,12 @@ class Machine:
                          priority=priority, on_loss=on_loss,
                          name=name or f"python-{os.getpid()}")
 
-    def events(self, since: int | None = None, *, follow: bool = True) -> Iterator[Event]:
+    def events(self, since: int | None = None, *, follow: bool = True) -> Events:
         """What becomes of commands, from now on, or from the event with number `since` on. The
         first event is `begins`, which is there when this returns. Ends with the machine, or with
-        `follow=False` after the latest event."""
+        `follow=False` after the latest event. To be closed: `with machine.events() as events:`."""
         query = {"since": since, "follow": None if follow else "false"}
-        return map(Event.from_fields, self._door.lines("/v1/events", query))
+        return Events(self._door.stream("/v1/events", query))
 
     def health(self) -> dict[str, Any]:
         """Cycles, overruns, latencies."""
@@ -202,7 +210,15 @@ class Machine:
         self._note(taken)
         return taken
 
-    def _follow(self, taken: list[Taken], events: Iterator[Event]) -> Outcome:
+    def _played(self, body: dict[str, Any]) -> Taken:
+        taken = Taken.from_answer(self._ask_with_files("/v1/motions", body))
+        self._note(taken)
+        return taken
+
+    def _saw(self, event: Event) -> None:
+        """An event was read while points are waited for."""
+
+    def _follow(self, taken: list[Taken], events: Events) -> Outcome:
         """Reads events until each point of these requests was told."""
         counts = {"reached": 0, "cleared": 0, "refused": 0}
         points = sum(request.points for request in taken)
@@ -212,6 +228,7 @@ class Machine:
             event = next(events, None)
             if event is None:
                 raise ConnectionLost("the machine ended before the motion did")
+            self._saw(event)
             if event.kind == "missed":
                 raise ConnectionLost("too many events went by unread to tell what became of it")
             if event.request in numbers and event.kind in counts:

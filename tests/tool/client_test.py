@@ -1,12 +1,14 @@
 #!/usr/bin/env python3
 """Clients of a running machine: the tool's subcommands, and the Python package."""
 
+import http.client
 import os
 import signal
 import subprocess
 import sys
 import time
 import unittest
+import unittest.mock
 
 from door_test import DoorTest
 from tool import read, root, start, write
@@ -123,6 +125,23 @@ class Client(DoorTest):
             self.assertIn("held", seen)
             with self.assertRaises(KeyError):
                 machine["none"]
+
+    def test_loses_no_interrupt(self):
+        freed, close = [], http.client.HTTPResponse.close
+
+        def noted(response):  # an interrupt that comes while Python frees it is dropped
+            freed.append(getattr(response, "_finalizing", False))
+            close(response)
+
+        with self.served(), unittest.mock.patch("http.client.HTTPResponse.close", noted):
+            machine = torvex.connect("m")
+            with machine.command(["a"], lease=20) as commander:
+                commander.send("a", [(0.1, 0.1)])
+                commander.wait()
+                with unittest.mock.patch("http.client.HTTPConnection.getresponse", side_effect=KeyboardInterrupt):
+                    self.assertRaises(KeyboardInterrupt, commander.values)
+            self.assertIsNone(machine.axes()["a"].owner)
+        self.assertEqual(set(freed), {False})
 
     def test_says_when_the_machine_is_gone(self):
         with self.served() as process:
