@@ -11,7 +11,7 @@ namespace {
 constexpr char takeKeys[] = "get|set|send|watch";
 constexpr char printKeys[] = "torvex get --keys '*' 2>/dev/null";
 
-std::string quoted(const std::string& text) {
+std::string shellQuoted(const std::string& text) {
   std::string result = "'";
   for (const char letter : text) {
     result += letter == '\'' ? std::string("'\\''") : std::string(1, letter);
@@ -37,11 +37,12 @@ std::string bashScript(const std::vector<UsageCommand>& commands) {
   std::string choices;
   for (const UsageCommand& command : commands) {
     names += command.name + " ";
-    options += fmt::format("      {}) words={} ;;\n", command.name, quoted(optionNames(command)));
+    options +=
+        fmt::format("      {}) words={} ;;\n", command.name, shellQuoted(optionNames(command)));
     for (const UsageOption& option : command.options) {
       if (!option.choices().empty()) {
         choices += fmt::format("    {}:{}) words={} ;;\n", command.name, option.names.back(),
-                               quoted(joined(option.choices())));
+                               shellQuoted(joined(option.choices())));
       }
     }
   }
@@ -67,14 +68,14 @@ std::string bashScript(const std::vector<UsageCommand>& commands) {
       "  COMPREPLY=($(compgen -W \"$words\" -- \"$word\"))\n"
       "}}\n"
       "complete -o default -F _torvex torvex\n",
-      quoted(names), choices, options, takeKeys, printKeys);
+      shellQuoted(names), choices, options, takeKeys, printKeys);
 }
 
 std::string zshScript(const std::vector<UsageCommand>& commands) {
   std::string names;
   std::string options;
   for (const UsageCommand& command : commands) {
-    names += "    " + quoted(command.name + ":" + command.what) + "\n";
+    names += "    " + shellQuoted(command.name + ":" + command.what) + "\n";
     options += fmt::format("    {}) _arguments '*: :->argument'", command.name);
     for (const UsageOption& option : command.options) {
       if (option.isArgument || option.names.back() == "--help") {
@@ -88,8 +89,8 @@ std::string zshScript(const std::vector<UsageCommand>& commands) {
       const std::string values = option.type.empty() ? ""
                                  : choices.empty()   ? ":value:_files"
                                                      : fmt::format(":value:({})", joined(choices));
-      options += fmt::format(" \\\n      {}",
-                             quoted(fmt::format("{}[{}]{}", option.names.back(), what, values)));
+      options += fmt::format(
+          " \\\n      {}", shellQuoted(fmt::format("{}[{}]{}", option.names.back(), what, values)));
     }
     options += " ;;\n";
   }
@@ -119,8 +120,8 @@ std::string fishScript(const std::vector<UsageCommand>& commands) {
   std::string script = "# Completion of torvex for fish.\n";
   for (const UsageCommand& command : commands) {
     script += fmt::format("complete -c torvex -n __fish_use_subcommand -f -a {} -d {}\n",
-                          command.name, quoted(command.what));
-    const std::string inside = quoted("__fish_seen_subcommand_from " + command.name);
+                          command.name, shellQuoted(command.what));
+    const std::string inside = shellQuoted("__fish_seen_subcommand_from " + command.name);
     for (const UsageOption& option : command.options) {
       if (option.isArgument) {
         continue;
@@ -128,15 +129,15 @@ std::string fishScript(const std::vector<UsageCommand>& commands) {
       const std::vector<std::string> choices = option.choices();
       const std::string values = option.type.empty() ? ""
                                  : choices.empty()   ? " -r"
-                                                     : " -x -a " + quoted(joined(choices));
+                                                     : " -x -a " + shellQuoted(joined(choices));
       script += fmt::format("complete -c torvex -n {} -l {} -d {}{}\n", inside,
-                            option.names.back().substr(2), quoted(option.what), values);
+                            option.names.back().substr(2), shellQuoted(option.what), values);
     }
   }
   std::string takers = takeKeys;
   std::replace(takers.begin(), takers.end(), '|', ' ');
   return script + fmt::format("complete -c torvex -n '__fish_seen_subcommand_from {}' -a {}\n",
-                              takers, quoted(fmt::format("({})", printKeys)));
+                              takers, shellQuoted(fmt::format("({})", printKeys)));
 }
 
 }  // namespace

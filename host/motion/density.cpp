@@ -37,12 +37,12 @@ class Counter {
 };
 
 /// The positions of the points to look at: all, or all that lie otherwise on the grid.
-struct Range {
+struct Positions {
   std::uint64_t begin = 0;
   std::uint64_t end = 0;
 };
-Range rangeOf(const Rounds& points, const Counter& counter, std::int64_t latestMs,
-              std::int64_t cycleMs) {
+Positions rangeOf(const Rounds& points, const Counter& counter, std::int64_t latestMs,
+                  std::int64_t cycleMs) {
   if (counter.countsEach()) {
     return {0, points.size()};
   }
@@ -67,7 +67,7 @@ Density densityAround(const Rounds& points, const Backlog& backlog, TimedCommand
   Density density;
   const std::int64_t nextMs = latestCycleMs + cycleMs;
   std::int64_t counted = always;
-  const Range range = rangeOf(points, counter, latestCycleMs, cycleMs);
+  const Positions range = rangeOf(points, counter, latestCycleMs, cycleMs);
   for (std::uint64_t position = range.begin; position < range.end; ++position) {
     const Point point = points.at(position);
     // The cycle that reaches it.

@@ -23,7 +23,7 @@ std::string microseconds(std::uint64_t nanoseconds) {
   return fmt::format("{:.1f}", static_cast<double>(nanoseconds) / 1000.0);
 }
 
-std::string quantiles(const Histogram& histogram) {
+std::string quantilesText(const Histogram& histogram) {
   return fmt::format("in us: p50 {}, p99 {}, p99.9 {}, max {}\n",
                      microseconds(histogram.quantile(0.5)), microseconds(histogram.quantile(0.99)),
                      microseconds(histogram.quantile(0.999)), microseconds(histogram.maximum()));
@@ -225,9 +225,9 @@ std::string runReport(const RunResult& result, const Outcome& outcome) {
   std::string text =
       fmt::format("\ncycles   {}, {}\n", std::uint64_t{counts.cycles}, paceReport(result.pace));
   if (result.session.clock == Clock::realtime) {
-    text += "latency  " + quantiles(counts.latencies);
+    text += "latency  " + quantilesText(counts.latencies);
   }
-  text += "duration " + quantiles(counts.durations);
+  text += "duration " + quantilesText(counts.durations);
   return text + "\n" + valuesTable(result, outcome) + countsTable(outcome);
 }
 

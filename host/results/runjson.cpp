@@ -10,7 +10,7 @@ namespace {
 
 constexpr int format = 2;
 
-Json quantiles(const Histogram& histogram) {
+Json quantilesJson(const Histogram& histogram) {
   return {{"p50", histogram.quantile(0.5)},
           {"p99", histogram.quantile(0.99)},
           {"p99.9", histogram.quantile(0.999)},
@@ -68,8 +68,8 @@ std::string runJson(const RunOptions& options, const RunResult& result, const Pl
                        {"stalls", pace.stalls},
                        {"stalled_ms", pace.stalledMs},
                        {"stands", pace.stands},
-                       {"latency_ns", realtime ? quantiles(counts.latencies) : Json()},
-                       {"cycle_duration_ns", quantiles(counts.durations)},
+                       {"latency_ns", realtime ? quantilesJson(counts.latencies) : Json()},
+                       {"cycle_duration_ns", quantilesJson(counts.durations)},
                        {"stretched", stretchedJson(outcome.stretched)},
                        {"axes", axes},
                        {"outputs",

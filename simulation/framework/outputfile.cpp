@@ -24,12 +24,8 @@ namespace {
 constexpr std::string_view partMark = ".torvex-part-";
 constexpr std::size_t randomDigits = 16;
 
-[[noreturn]] void refuse(const std::string& why) {
-  throw Error("cannot be written: " + why);
-}
-
 [[noreturn]] void refuseFor(int error) {
-  refuse(std::strerror(error));
+  refuseOutput(std::strerror(error));
 }
 
 std::string freshPartName(const std::string& name) {
@@ -52,7 +48,7 @@ Descriptor duplicated(const OutputPlace& place) {
   struct stat own {};
   if (fstatat(place.folder.number(), place.name.c_str(), &meant, 0) != 0 ||
       fstat(number, &own) != 0 || meant.st_ino != own.st_ino || meant.st_dev != own.st_dev) {
-    refuse("it is no open file of this process");
+    refuseOutput("it is no open file of this process");
   }
   Descriptor copy(fcntl(number, F_DUPFD_CLOEXEC, 0));
   if (!copy.isOpen()) {
@@ -64,7 +60,7 @@ Descriptor duplicated(const OutputPlace& place) {
 /// A pipe or a device is written to directly.
 Descriptor openedStream(const OutputPlace& place) {
   if (S_ISFIFO(place.present.st_mode) && place.present.st_uid != geteuid()) {
-    refuse("it is a pipe of another user");
+    refuseOutput("it is a pipe of another user");
   }
   Descriptor stream(openat(place.folder.number(), place.name.c_str(),
                            O_WRONLY | O_NOFOLLOW | O_NOCTTY | O_CLOEXEC));
@@ -77,7 +73,7 @@ Descriptor openedStream(const OutputPlace& place) {
 /// Replacing a file needs only the permission of its folder. Require that of the file, too.
 void checkReplaceable(const OutputPlace& place) {
   if (!S_ISREG(place.present.st_mode)) {
-    refuse("it is not a regular file, pipe or device");
+    refuseOutput("it is not a regular file, pipe or device");
   }
   if (faccessat(place.folder.number(), place.name.c_str(), W_OK, AT_EACCESS) != 0) {
     refuseFor(errno);
@@ -142,7 +138,7 @@ struct OutputFile::Part {
     }
     takesPlace = true;
     if (isPartName(place.name)) {
-      refuse("such names are those of parts of files");
+      refuseOutput("such names are those of parts of files");
     }
     if (place.exists) {
       checkReplaceable(place);

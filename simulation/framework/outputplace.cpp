@@ -13,14 +13,10 @@
 namespace simulation {
 namespace {
 
-[[noreturn]] void refuse(const std::string& why) {
-  throw Error("cannot be written: " + why);
-}
-
 Descriptor openFolder(int from, const char* name) {
   Descriptor folder(openat(from, name, O_PATH | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC));
   if (!folder.isOpen()) {
-    refuse(std::strerror(errno));
+    refuseOutput(std::strerror(errno));
   }
   return folder;
 }
@@ -46,7 +42,7 @@ std::string targetOf(const Descriptor& folder, const std::string& name) {
   char target[PATH_MAX];
   const ssize_t length = readlinkat(folder.number(), name.c_str(), target, sizeof target);
   if (length < 0) {
-    refuse(std::strerror(errno));
+    refuseOutput(std::strerror(errno));
   }
   return {target, static_cast<std::size_t>(length)};
 }
@@ -62,7 +58,7 @@ bool takeName(std::string& path, std::string& name) {
   name = path.substr(0, slash);
   path.erase(0, slash);
   if (name.empty()) {
-    refuse(std::strerror(EISDIR));
+    refuseOutput(std::strerror(EISDIR));
   }
   return slash == std::string::npos;
 }
@@ -79,7 +75,7 @@ OutputPlace placeOf(const std::string& path) {
     place.exists = fstatat(place.folder.number(), place.name.c_str(), &place.present,
                            AT_SYMLINK_NOFOLLOW) == 0;
     if (!place.exists && (errno != ENOENT || !isLast)) {
-      refuse(std::strerror(errno));
+      refuseOutput(std::strerror(errno));
     }
     if (place.exists && S_ISLNK(place.present.st_mode)) {
       place.isDescriptor = isFolderOfDescriptors(place.folder, place.name);
@@ -87,11 +83,11 @@ OutputPlace placeOf(const std::string& path) {
         return place;
       }
       if (++links > mostLinks) {
-        refuse(std::strerror(ELOOP));
+        refuseOutput(std::strerror(ELOOP));
       }
       if (!isTrusted(place.folder, place.present)) {
-        refuse("the symbolic link '" + place.name +
-               "' on its path is not of this user alone; name the place itself");
+        refuseOutput("the symbolic link '" + place.name +
+                     "' on its path is not of this user alone; name the place itself");
       }
       rest.insert(0, targetOf(place.folder, place.name));
       if (rest[0] == '/') {
@@ -103,6 +99,10 @@ OutputPlace placeOf(const std::string& path) {
       place.folder = openFolder(place.folder.number(), place.name.c_str());
     }
   }
+}
+
+void refuseOutput(const std::string& why) {
+  throw Error("cannot be written: " + why);
 }
 
 }  // namespace simulation

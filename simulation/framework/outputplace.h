@@ -24,4 +24,7 @@ struct OutputPlace {
 /// folder. Throws `Error` with the reason, without the path.
 OutputPlace placeOf(const std::string& path);
 
+/// Throws the `Error` that says why an output cannot be written.
+[[noreturn]] void refuseOutput(const std::string& why);
+
 }  // namespace simulation

@@ -21,12 +21,12 @@ using host::CommanderId;
 using host::EventKind;
 using host::Fault;
 
-constexpr std::int64_t cycleMs = 10;
-constexpr int axes = 4;
+constexpr std::int64_t deskCycleMs = 10;
+constexpr int deskAxes = 4;
 
 host::MachineModel fourAxes() {
   host::MachineModel machine;
-  for (int i = 0; i < axes; ++i) {
+  for (int i = 0; i < deskAxes; ++i) {
     simulation::Actuator& actuator = machine.description.actuators.emplace_back();
     actuator.name = "a" + std::to_string(i);
     actuator.interpolates = i < 3;
@@ -50,7 +50,8 @@ struct Fates : host::Listener {
 
 class ManyCommanders {
  public:
-  explicit ManyCommanders(unsigned seed) : random_(seed), engine_(machine_, {"", ".", cycleMs}) {
+  explicit ManyCommanders(unsigned seed)
+      : random_(seed), engine_(machine_, {"", ".", deskCycleMs}) {
     engine_.addListener(fates_);
     engine_.start();
   }
@@ -86,7 +87,7 @@ class ManyCommanders {
 
   std::vector<int> someAxes() {
     std::vector<int> some;
-    for (int i = 0; i < axes; ++i) {
+    for (int i = 0; i < deskAxes; ++i) {
       if (random_.chance(40)) {
         some.push_back(i);
       }
@@ -167,7 +168,7 @@ class ManyCommanders {
   void noteMoving() {
     for (auto& [number, axis] : axes_) {
       if (engine_.axes()[static_cast<std::size_t>(number)].counts.left() > 0) {
-        axis.movedBy = engine_.timeMs() + 250 + 2 * cycleMs;
+        axis.movedBy = engine_.timeMs() + 250 + 2 * deskCycleMs;
       }
     }
   }
@@ -231,7 +232,7 @@ class ManyCommanders {
   }
 
   void cycle() {
-    clockMs_ += cycleMs;
+    clockMs_ += deskCycleMs;
     for (auto known = known_.begin(); known != known_.end();) {
       const CommanderId id = known->first;
       const bool isLost = clockMs_ - known->second.renewedMs > known->second.leaseMs;
@@ -245,7 +246,7 @@ class ManyCommanders {
     engine_.pass(clockMs_);
     noteMoving();
     const host::CommandState state = engine_.desk().state();
-    for (int i = 0; i < axes; ++i) {
+    for (int i = 0; i < deskAxes; ++i) {
       const host::Axis& axis = engine_.axes()[static_cast<std::size_t>(i)];
       AxisModel& model = axes_[i];
       ASSERT_EQ(state.axes[static_cast<std::size_t>(i)].owner, model.owner) << i;
@@ -298,7 +299,7 @@ TEST(Desk, JudgesNoLeaseBeforeAllWasReadAfterAStall) {
   // Renewed by what was read; read without a renewal; not read for 100 ms.
   for (int what = 0; what < 3; ++what) {
     const host::MachineModel machine = fourAxes();
-    host::Engine engine(machine, {"", ".", cycleMs});
+    host::Engine engine(machine, {"", ".", deskCycleMs});
     std::uint64_t stall = 0;
     engine.desk().setReader([&](std::uint64_t number) { stall = number; });
     engine.start();
@@ -317,7 +318,7 @@ TEST(Desk, JudgesNoLeaseBeforeAllWasReadAfterAStall) {
     }
     engine.pass(what == 2 ? 1020 : 1010);
     EXPECT_EQ(engine.canGoOn(), what < 2);
-    for (std::int64_t ms = 1030; ms <= 1100; ms += cycleMs) {
+    for (std::int64_t ms = 1030; ms <= 1100; ms += deskCycleMs) {
       engine.pass(ms);
     }
     EXPECT_EQ(engine.desk().state().commanders.size(), what == 0 ? 1U : 0U);
@@ -347,7 +348,7 @@ host::Denial denialOf(host::Engine& engine, host::CommandRequest request) {
 TEST(Desk, FreesFromTheGuardAndKeepsStillWhatIsHeld) {
   host::MachineModel machine = fourAxes();
   machine.description.actuators[0].maximumVelocity = 1.0F;
-  host::Engine engine(machine, {"", ".", cycleMs});
+  host::Engine engine(machine, {"", ".", deskCycleMs});
   engine.start();
   std::int64_t clock = 0;
   const auto moveTo = [&](std::uint32_t timeMs, float value, int cycles) {
@@ -380,7 +381,7 @@ TEST(Desk, FreesFromTheGuardAndKeepsStillWhatIsHeld) {
 TEST(Desk, SaysWhyAndTakesNothingOfARequest) {
   host::MachineModel machine = fourAxes();
   machine.description.actuators[0].maximumVelocity = 1.0F;
-  host::Engine engine(machine, {"", ".", cycleMs});
+  host::Engine engine(machine, {"", ".", deskCycleMs});
   engine.start();
   engine.desk().enrol({"owner", {1}, 0, 1'000'000, host::LossRule::stop}, {});
   engine.desk().hold({2}, {});

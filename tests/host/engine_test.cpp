@@ -28,7 +28,6 @@ using host::Event;
 using host::EventKind;
 using host::ScheduledBatch;
 
-constexpr std::int64_t cycleMs = 10;
 
 host::MachineModel machineOf(std::size_t axes) {
   host::MachineModel machine;
@@ -251,7 +250,7 @@ class RandomRun {
   Random random_;
   /// Then on curves, and with stops: what moves is not compared.
   const bool isGuarded_;
-  host::EngineOptions options_{"", ".", cycleMs, 0, host::Late::stand};
+  host::EngineOptions options_{"", ".", 10, 0, host::Late::stand};
   host::MachineModel machine_;
   Witness witness_;
   std::map<int, float> pendingExternal_;
