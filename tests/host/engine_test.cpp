@@ -28,7 +28,6 @@ using host::Event;
 using host::EventKind;
 using host::ScheduledBatch;
 
-
 host::MachineModel machineOf(std::size_t axes) {
   host::MachineModel machine;
   for (std::size_t i = 0; i < axes; ++i) {
