@@ -60,7 +60,7 @@ export class Axes {
     row.low = low;
     row.high = high;
     const slider = el('input', {
-      type: 'range', min: low, max: high, step: axis.type === 'integer' ? 1 : (high - low) / 1000,
+      type: 'range', min: low, max: high, step: axis.type === 'integer' ? 1 : 10 ** Math.floor(Math.log10((high - low) / 200)),
       'aria-label': `${axis.name} target`, disabled: true,
       oninput: () => this.slide(row),
       onfocus: () => this.selected?.name !== axis.name && this.select(axis.name),

@@ -1,5 +1,5 @@
 // The door of the machine: requests, and WebSockets that come back. Owns what is known of the
-// connection: 'open', 'lost' (the machine is gone or out of reach) or 'locked' (no token).
+// connection: 'waiting' at first, 'open', 'lost' (the machine is gone or out of reach), 'locked' (no link).
 
 // What the machine refuses: reason, message, and the further fields of docs/api.md.
 export class Refusal extends Error {
@@ -14,10 +14,11 @@ export class Refusal extends Error {
 const unreachable = {reason: 'lost', message: 'The machine does not answer.'};
 const firstRetryMs = 250;
 const lastRetryMs = 4000;
+const longestMs = 10000;
 
 export class Door {
   constructor() {
-    this.state = 'open';
+    this.state = 'waiting';
     this.listeners = [];
   }
 
@@ -61,7 +62,7 @@ export class Door {
   async fetched(path, request) {
     let answer;
     try {
-      answer = await fetch(path, {cache: 'no-store', ...request});
+      answer = await fetch(path, {cache: 'no-store', signal: AbortSignal.timeout(longestMs), ...request});
     } catch {
       this.setState('lost');
       throw new Refusal(0, unreachable);

@@ -55,13 +55,14 @@ const signs = {
   unstopped: '∕', refused: '!', handed_late: '◷', guarded: '▲', external: '⇄', stalled: '◷',
   stopped: '■', held: '■', released: '□', registered: '→', lost: '←', missed: '…',
 };
+const countless = ['registered', 'lost', 'held', 'released', 'stalled'];
 const alarming = ['refused', 'guarded', 'held', 'stalled', 'missed', 'lost'];
 
 function told(event) {
   const parts = [];
-  if (event.count !== undefined) {
-    parts.push(event.kind === 'guarded' || event.kind === 'external' ? `${event.count} cycles`
-      : `${event.count} ${event.count === 1 ? 'point' : 'points'}`);
+  if (event.count !== undefined && countless.includes(event.kind) === false) {
+    const noun = event.kind === 'guarded' || event.kind === 'external' ? 'cycle' : 'point';
+    parts.push(`${event.count} ${noun}${event.count === 1 ? '' : 's'}`);
   }
   if (event.amount !== undefined && event.amount !== null) {
     parts.push(`(${Number(event.amount.toPrecision(4))})`);

@@ -93,10 +93,9 @@ function showClock(machine) {
 }
 
 async function main() {
-  door.onState((state) => showConnection(state));
-  const machine = await found();
-  showConnection('open');
+  let machine = null;
   door.onState((state) => showConnection(state, machine));
+  machine = await found();
   document.title = `${machine.description.name} – torvex`;
   setText(byId('machine'), machine.description.name);
   setText(byId('cycle'), `cycle ${machine.description.cycle_ms} ms`);
