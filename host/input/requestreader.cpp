@@ -71,9 +71,10 @@ void readBatches(const PointReader& reader, const Node& node, BatchRequest& requ
 
 }  // namespace
 
-bool BatchRequest::isStop() const {
-  return std::all_of(batches.begin(), batches.end(),
-                     [](const RequestedBatch& batch) { return batch.commands.isStop; });
+bool BatchRequest::isStop(std::int64_t nowMs) const {
+  return std::all_of(batches.begin(), batches.end(), [nowMs](const RequestedBatch& batch) {
+    return batch.commands.isStop && batch.atMs.value_or(nowMs) <= nowMs;
+  });
 }
 
 RequestSender readSender(const Document& document, const Document::Fields& fields) {

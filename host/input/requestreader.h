@@ -34,8 +34,8 @@ struct RequestSender {
 /// What a client asks for with one request.
 struct BatchRequest : RequestSender {
   std::vector<RequestedBatch> batches;
-  /// No batch has points.
-  [[nodiscard]] bool isStop() const;
+  /// All batches are stops whose moments have come at this machine time.
+  [[nodiscard]] bool isStop(std::int64_t nowMs) const;
 };
 
 /// Reads the fields "commander" and "dry_run".

@@ -79,7 +79,7 @@ void Commands::motions(const Request& request, const Reply& reply) {
 void Commands::sendBatches(const std::string& body, std::uint64_t ticket, const Reply& reply) {
   const auto read = std::make_shared<BatchRequest>(readBatchRequest(body, names_));
   const CommanderId commander = read->commander.value_or(nobody);
-  if (read->isStop() && !read->isDryRun) {
+  if (read->isStop(torvex_.engine().now().timeMs) && !read->isDryRun) {
     std::set<int> axes;
     for (const RequestedBatch& batch : read->batches) {
       axes.insert(batch.commands.actuators.begin(), batch.commands.actuators.end());
@@ -161,7 +161,7 @@ bool Commands::isStop(const Request& request) const {
     return false;
   }
   try {
-    return readBatchRequest(request.body, names_).isStop();
+    return readBatchRequest(request.body, names_).isStop(torvex_.engine().now().timeMs);
   } catch (const UserError&) {
     return false;
   }

@@ -37,7 +37,7 @@ class Commands {
   void renew(const Request& request, const Reply& reply);
   void resign(const Request& request, const Reply& reply);
 
-  /// Whether these batches are stops alone.
+  /// Whether these batches are stops alone, which are due.
   [[nodiscard]] bool isStop(const Request& request) const;
   /// What renews this commander. Throws `Refused` when there is none.
   std::function<void()> renewing(std::uint64_t commander);

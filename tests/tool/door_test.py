@@ -399,6 +399,11 @@ class Door(DoorTest):
             self.assertEqual(self.sent({"stop": "all"})[0], 200)
             cleared = self.told_until(events, lambda event: event.get("by") == "stop")[-1]
             self.assertEqual((cleared["kind"], cleared["count"]), ("cleared", 1))
+            at = self.sent(move)[1]["machine_ms"] + 300
+            _, planned = self.sent({"stop": "all", "at": at / 1000})
+            cleared = self.told_until(events, lambda event: event["kind"] == "cleared")[-1]
+            self.assertEqual((cleared["by_batch"], cleared["count"]), (planned["batches"][0]["batch"], 1))
+            self.assertGreaterEqual(cleared["machine_ms"], at - 20)
             self.assertEqual(self.reason("DELETE", "/v1/commanders/77"), (404, "unknown", ""))
 
     def test_hold_beats_a_client_that_streams(self):
