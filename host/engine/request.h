@@ -118,8 +118,8 @@ struct CommandState {
     /// A hold latches it; the guard does.
     bool isHeld = false;
     bool isGuarded = false;
-    /// Points that are still to come.
-    std::uint64_t waiting = 0;
+    /// What became of its points, of all clients together.
+    PointCounts counts;
   };
   /// In the order of the machine.
   std::vector<AxisState> axes;

@@ -250,7 +250,7 @@ void Streamer::copyAxisStates(std::vector<CommandState::AxisState>& states) {
   states.clear();
   GateHold hold(gate_);
   for (const Axis& axis : axes_) {
-    states.push_back({nobody, axis.isHeld, axis.guard.isHeld(), axis.counts.left()});
+    states.push_back({nobody, axis.isHeld, axis.guard.isHeld(), axis.counts});
     if (states.size() % lookedAtOnce == 0) {
       hold.breathe();
     }

@@ -170,6 +170,11 @@ Answer axesAnswer(const MachineModel& machine, const CommandAnswer& answer) {
   return answerOf(Json{{"axes", namesOf(machine, answer.axes)}, {"machine_ms", answer.timeMs}});
 }
 
+Json countsJson(const PointCounts& counts) {
+  return {{"points", counts.points},   {"reached", counts.reached}, {"cleared", counts.cleared},
+          {"refused", counts.refused}, {"late", counts.late},       {"limited", counts.limited}};
+}
+
 Json commanderJson(const MachineModel& machine, CommanderId id, const Enrolment& enrolment) {
   return {{"id", id},
           {"name", enrolment.name},

@@ -26,6 +26,7 @@ Answer axesAnswer(const MachineModel& machine, const CommandAnswer& answer);
 /// Why it was not done; the path is that of the field which it is about.
 Answer denialAnswer(const MachineModel& machine, const Denial& denial, const std::string& path);
 
+Json countsJson(const PointCounts& counts);
 Json commanderJson(const MachineModel& machine, CommanderId id, const Enrolment& enrolment);
 
 }  // namespace host

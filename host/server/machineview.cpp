@@ -83,6 +83,7 @@ Json MachineView::describe() const {
   for (const CommanderState& commander : state.commanders) {
     owners[commander.id] = commander.enrolment.name;
     commanders.push_back(commanderJson(machine_, commander.id, commander.enrolment));
+    commanders.back()["counts"] = countsJson(commander.counts);
   }
   Json axes = Json::array();
   for (std::size_t i = 0; i < state.axes.size(); ++i) {
@@ -130,7 +131,8 @@ Json MachineView::axis(const simulation::Actuator& actuator, const CommandState:
           {"held", state.isHeld      ? Json("hold")
                    : state.isGuarded ? Json("guard")
                                      : Json()},
-          {"waiting", state.waiting}};
+          {"waiting", state.counts.left()},
+          {"counts", countsJson(state.counts)}};
 }
 
 Json MachineView::attributes() const {

@@ -20,7 +20,8 @@ Value = float | int | str | None
 @dataclass(frozen=True)
 class Axis:
     """One actuator. Limits are None where there are none; `maximum_velocity` is in units a
-    second; `interpolation` is linear or step; `owner` and `held` are as they were when asked."""
+    second; `interpolation` is linear or step; `owner`, `held`, `waiting` and `counts` (points = reached + cleared + refused +
+    waiting; of these late, limited) are as they were when asked."""
 
     name: str
     key: str
@@ -33,6 +34,7 @@ class Axis:
     owner: str | None
     held: str | None
     waiting: int
+    counts: dict[str, int]
 
 
 @dataclass(frozen=True)
