@@ -147,7 +147,7 @@ bool readRow(const PointReader& reader, const Fields& fields, const char* key,
   const Document& document = reader.document();
   const Node& numbers = field->second;
   if (!numbers.isList() || numbers.size() != columns.size()) {
-    document.fail(numbers, fmt::format("{} {} for {}", numbers.size(), key,
+    document.fail(numbers, fmt::format("{}: {} for {}", key, counted(numbers.size(), "number"),
                                        counted(columns.size(), "joint")));
   }
   rows.resize((batch.locations.size() - 1) * batch.actuators.size(),
