@@ -350,7 +350,7 @@ class Diarist : public host::Listener {
 };
 
 TEST(Curves, AreClearedByPointsNeverBySamples) {
-  const auto rounds = fromEnvironment("TORVEX_ROUNDS", 200);
+  const auto rounds = fromEnvironment("TORVEX_ROUNDS", 2000);
   for (unsigned long seed = 1; seed <= rounds && !HasFailure(); ++seed) {
     Random random(static_cast<unsigned>(seed));
     host::MachineModel machine;

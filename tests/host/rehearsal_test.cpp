@@ -253,6 +253,35 @@ TEST(Rehearsal, JudgesByTheStepsOfTheCycles) {
   }
 }
 
+// From any start, an approach takes no more than what was given; one of half the time often does.
+TEST(Rehearsal, FindsApproachesWithinWhatWasGiven) {
+  Random random(13);
+  int tooShort = 0;
+  for (int round = 0; round < 1000; ++round) {
+    Case made;
+    made.addActuator(true);
+    simulation::Actuator& actuator = made.machine.description.actuators[0];
+    actuator.value = static_cast<float>(random.between(-2.0, 2.0));
+    actuator.maximumVelocity = static_cast<float>(random.between(0.1, 3.0));
+    made.machine.approachVelocities[0] = double{actuator.maximumVelocity};
+    made.machine.maximumAccelerations[0] = random.between(0.2, 20.0);
+    made.options.timing.cycleMs = random.chance(50) ? 1 : 10;
+    addPoint(made.addBatch(TimedCommand::MERGE, {0}), random.chance(30) ? random.below(900) : 0,
+             static_cast<float>(random.between(-2.0, 2.0)));
+    for (const bool halved : {false, true}) {
+      const host::Plan plan = made.plan();
+      Tally tally;
+      host::rehearse(made.machine, plan, tally);
+      const std::uint64_t tooMuch =
+          tally.of(host::EventKind::steep).events + tally.of(host::EventKind::abrupt).events;
+      tooShort += halved && tooMuch > 0 ? 1 : 0;
+      ASSERT_TRUE(halved || tooMuch == 0) << "round " << round;
+      made.options.timing.approachMs = plan.schedule.approachMs / 2;
+    }
+  }
+  EXPECT_GT(tooShort, 300);
+}
+
 // 511 points fit into two successive cycles, however many batches bring them; one more is
 // refused with all of its batch.
 TEST(Rehearsal, RefusesTheBatchThatIsTooDense) {
