@@ -2,6 +2,7 @@
 """Clients of a running machine: the tool's subcommands, and the Python package."""
 
 import http.client
+import itertools
 import os
 import signal
 import subprocess
@@ -10,7 +11,7 @@ import time
 import unittest
 import unittest.mock
 
-from door_test import DoorTest
+from door_test import DoorTest, WebSocket, BySocket
 from tool import read, root, start, write
 
 sys.path.insert(0, str(root / "python"))
@@ -22,6 +23,23 @@ batches:
 - {at: 0.1, trajectory_file: b.yaml}
 """
 side = "{joint_names: [b], points: [{positions: [0.2], velocities: [0.1], time_from_start: 0.4}]}"
+
+
+# Registers, and commands an axis without end; or, told to, sends half a request and nothing more.
+owner = """
+import socket, sys
+from torvex.door import Door, socket_of
+door, lease_ms, isCut = Door("m"), int(sys.argv[1]), sys.argv[2] == "cut"
+commander = door.ask("POST", "/v1/commanders", {"name": "lost", "axes": ["a"], "lease_ms": lease_ms})["id"]
+print("owns", flush=True)
+for i in range(30 if isCut else 10 ** 6):
+    item = {"time": 60 if i == 0 else 90, "value": 60}
+    door.ask("POST", "/v1/batches", {"commander": commander, "batches": [{"key": "a/Value", "items": [item]}]})
+with socket.socket(socket.AF_UNIX) as half:
+    half.connect(socket_of("m"))
+    half.sendall(b"POST /v1/batches HTTP/1.1\\r\\nContent-Length: 99\\r\\n\\r\\n{")
+    half.recv(1)
+"""
 
 
 class Client(DoorTest):
@@ -142,6 +160,46 @@ class Client(DoorTest):
                     self.assertRaises(KeyboardInterrupt, commander.values)
             self.assertIsNone(machine.axes()["a"].owner)
         self.assertEqual(set(freed), {False})
+
+    def ended_of_owner(self, machine, ending, lease_ms):
+        """When its latest batch was taken and when its axis came to rest, in machine time; none where a cycle
+        came late or was not seen."""
+        paces = ("overruns", "stalls", "stands")
+        before = machine.health()
+        process = subprocess.Popen([sys.executable, "-c", owner, str(lease_ms), ending], stdout=subprocess.PIPE,
+                                   env={**os.environ, "PYTHONPATH": str(root / "python")})
+        self.assertEqual(process.stdout.readline(), b"owns\n")
+        live = WebSocket(BySocket(self.path), "/v1/live?key=a/Value&rate=1000")
+        first = last = changed = live.message()
+        wasSeen = True
+        while last["cycle"] < changed["cycle"] + 100 or changed is first:
+            message = live.message()
+            if message["values"] != last["values"]:
+                wasSeen = changed is first or message["cycle"] == last["cycle"] + 1
+                changed = message
+            last = message
+            if ending != "cut" and message["cycle"] == first["cycle"] + 60:
+                process.send_signal(getattr(signal, ending))
+        process.kill()
+        process.communicate()
+        if not wasSeen or any(machine.health()[pace] != before[pace] for pace in paces):
+            return None
+        with machine.events(since=0, follow=False) as events:
+            told = list(events)
+        self.assertEqual([event.reason for event in told if event.kind == "lost"][-1], "expired")
+        return max(event.machine_ms for event in told if event.kind == "taken"), changed["machine_ms"]
+
+    def test_stops_the_axes_of_a_lost_owner_in_real_time(self):
+        write("m.yaml", "name: m\nactuators: [{name: a, minimum: -99, maximum: 99, maximum_velocity: 2, maximum_acceleration: 20}]\n")
+        lease_ms, ramp_ms, cycle_ms = 300, 50, 10
+        with self.served():
+            machine = torvex.connect("m")
+            for ending in ("SIGKILL", "SIGSTOP", "cut"):
+                with self.subTest(ending=ending):
+                    tries = iter(lambda: self.ended_of_owner(machine, ending, lease_ms), 0)
+                    taken, rest = next(filter(None, itertools.islice(tries, 20)))
+                    self.assertLessEqual(rest, taken + lease_ms + ramp_ms + 2 * cycle_ms)
+                    self.assertGreater(rest, taken + lease_ms)
 
     def test_says_when_the_machine_is_gone(self):
         with self.served() as process:

@@ -265,14 +265,25 @@ class Door(DoorTest):
             self.assertEqual(self.reason("POST", "/v1/exports", "0" * (1 << 20) + "0"), (413, "too_large", ""))
             self.assertEqual(self.reason("GET", "/v1/health", **{"X": "y" * 9000}), (431, "header", ""))
             connections = []
-            for sent in (b"", b"GET /v1/health HT", b"GET / HTTP/1.1\r\nContent-Length: 9\r\n\r\n12") * 60:
+            for sent in (b"", b"GET /v1/health HT", b"GET / HTTP/1.1\r\nContent-Length: 9\r\n\r\n12") * 330:
                 connections.append(socket.socket(socket.AF_UNIX))
                 connections[-1].connect(self.path)
-                connections[-1].sendall(sent)
+                with contextlib.suppress(OSError):  # closed already
+                    connections[-1].sendall(sent)
             self.assertEqual(self.asked("GET", "/v1/health")[0], 200)
             self.assertEqual(self.reason("GET", "/v1/machine"), (503, "busy", ""))
             for connection in connections:
                 connection.close()
+            with socket.socket(socket.AF_UNIX) as flood:
+                flood.connect(self.path)
+                sending = threading.Thread(target=flood.sendall, args=(b"GET /v1/values HTTP/1.1\r\n\r\n" * 10000,))
+                sending.start()
+                self.assertEqual(self.asked("POST", "/v1/hold")[0], 200)
+                answers = b""
+                while answers.count(b"HTTP/1.1 200 OK") < 10000 and (part := flood.recv(1 << 20)):
+                    answers += part
+                self.assertEqual((answers.count(b"HTTP/1.1 "), answers.count(b"HTTP/1.1 200 OK")), (10000, 10000))
+                sending.join()
             for junk in (b"\0\1\2", b"GET / HTTP/9\r\n\r\n", b"GET /\r\n\r\n", b"X" * 20000):
                 with socket.socket(socket.AF_UNIX) as connection:
                     connection.connect(self.path)

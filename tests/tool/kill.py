@@ -1,14 +1,21 @@
 #!/usr/bin/env python3
 """kill.py [COUNT] [SEED]: kills the tool COUNT (8) times at random moments, drawn from SEED (1).
-Its files are then old ones or new ones, and the next run works."""
+Its files are then old ones or new ones, and the next run works. Half as often it kills a machine that is
+served, under load: its clients say so, and the next one is there at once."""
 
 import glob
+import os
 import random
 import sys
+import threading
 import time
 import unittest
 
-from tool import ToolTest, read, start, write
+from door_test import DoorTest
+from tool import ToolTest, read, root, start, write
+
+sys.path.insert(0, str(root / "python"))
+import torvex  # noqa: E402
 
 count, seed = (int(text) for text in (sys.argv[1:] + ["8", "1"][len(sys.argv) - 1:]))
 files = ("t.csv", "p.svg", "p.xml")
@@ -56,6 +63,47 @@ class Kill(ToolTest):
                     self.expect_recovery(whole)
         self.expect_recovery(whole)
         print(f"kills: {count}; {new} files were new, all others old")
+
+
+class KillServed(DoorTest):
+    def listen(self, machine):
+        with machine.events() as events:
+            list(events)
+
+    def command(self, machine):
+        while True:
+            machine.send("a", [(0.5, 0.1), (1, 0.2)])
+
+    def load(self, use, said):
+        """What a client says in the end."""
+        try:
+            use(torvex.connect("m"))
+        except torvex.TorvexError as error:
+            said.append(error)
+
+    def test_is_served_again_at_once(self):
+        draw = random.Random(seed)
+        for number in range(count // 2):
+            starting = start("serve", "m.yaml", "--pool", self.pool)
+            time.sleep(draw.uniform(0, 0.05))
+            starting.kill()
+            starting.communicate()
+            said, uses = [], (self.command, self.command, self.listen)
+            clients = [threading.Thread(target=self.load, args=(use, said)) for use in uses]
+            with self.subTest(seed=seed, kill=number), self.served() as process:
+                for client in clients:
+                    client.start()
+                time.sleep(draw.uniform(0, 0.3))
+                process.kill()
+                for client in clients:
+                    client.join()
+            for error in said:
+                self.assertIsInstance(error, (torvex.ConnectionLost, torvex.NotRunning))
+            self.assertEqual(len(said), len(uses))
+        with self.served():
+            self.assertEqual(torvex.connect("m")["a/Value"], 0)
+        self.assertEqual(os.listdir("torvex"), [])
+        self.assertFalse(self.pool_exists())
 
 
 if __name__ == "__main__":
