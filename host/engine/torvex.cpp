@@ -228,6 +228,9 @@ void Torvex::cycle() {
   engine_.machine().step(static_cast<double>(stepMs) / 1000.0);
   engine_.machine().endCycle(engine_.timeMs());
   readBack();
+  if (cycles_ != nullptr) {
+    cycles_->add(engine_.timeMs());
+  }
   ++result_.counts.cycles;
   result_.counts.durations.add(static_cast<std::uint64_t>(host::wallNs() - beginNs));
   writeDown();

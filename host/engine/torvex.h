@@ -8,6 +8,7 @@
 #include <string>
 #include <vector>
 
+#include "host/engine/cyclering.h"
 #include "host/engine/engine.h"
 #include "host/engine/runresult.h"
 #include "host/engine/sessionoptions.h"
@@ -61,6 +62,10 @@ class Torvex {
   /// end before the trace does.
   void setTrace(host::Trace* trace) { trace_ = trace; }
 
+  /// Every cycle adds its values to this ring. Set before `run`, which must end before the ring
+  /// does.
+  void setCycles(host::CycleRing* cycles) { cycles_ = cycles; }
+
   /// Hands the plan in and runs until every timeline has run out and the measured values
   /// have settled. A signal to stop ends it at once in simulated time; in real time all axes ramp
   /// to rest first, save at a second signal. Lets through what a cycle throws.
@@ -92,6 +97,7 @@ class Torvex {
 
   const host::Plan& plan_;
   host::Trace* trace_ = nullptr;
+  host::CycleRing* cycles_ = nullptr;
 
   host::Engine engine_;
   const host::TracedValues traced_;

@@ -41,8 +41,12 @@ std::map<std::string, int> actuatorIndexes(const MachineModel& machine) {
   return indexes;
 }
 
+std::string valueKey(const std::string& name) {
+  return subDevicePrefix + name + "/Value";
+}
+
 std::string valueKey(const simulation::Actuator& actuator) {
-  return subDevicePrefix + actuator.name + "/Value";
+  return valueKey(actuator.name);
 }
 
 }  // namespace host

@@ -2,6 +2,7 @@
 
 #include <limits>
 #include <map>
+#include <memory>
 #include <set>
 #include <string>
 #include <vector>
@@ -40,6 +41,11 @@ struct MachineModel {
   /// With limits of their own.
   std::vector<Follower> followers;
 
+  /// Of actuators, by index, that are joints of a URDF: revolute, continuous or prismatic.
+  std::map<int, std::string> jointTypes;
+  /// The text of that URDF; null without one.
+  std::shared_ptr<const std::string> urdf;
+
   [[nodiscard]] const simulation::Actuator& actuator(int index) const {
     return description.actuators[static_cast<std::size_t>(index)];
   }
@@ -54,8 +60,9 @@ struct MachineModel {
 /// The index of each actuator by its name.
 std::map<std::string, int> actuatorIndexes(const MachineModel& machine);
 
-/// The full key of an actuator's value. A name may itself look like a key, so a
+/// The full key of the value of an actuator or a sensor. A name may itself look like a key, so a
 /// bare form would not do.
+std::string valueKey(const std::string& name);
 std::string valueKey(const simulation::Actuator& actuator);
 
 }  // namespace host

@@ -87,6 +87,7 @@ class UrdfReader {
     const pugi::xml_node root = parse();
     draft_.model.paths = {path_};
     draft_.model.name = root.attribute("name").value();
+    draft_.model.urdf = std::make_shared<const std::string>(text_);
     bool sound = true;
     for (const pugi::xml_node joint : root.children("joint")) {
       sound = errors_.attempt([&] { readJoint(joint); }) && sound;
@@ -185,6 +186,7 @@ class UrdfReader {
     readLimits(joint, name, continuous, fields);
     draft_.subDevices.take(name, fields.location, "actuator or sensor");
     draft_.addActuator(std::move(actuator), std::move(fields));
+    draft_.model.jointTypes[draft_.actuator(name)] = type;
     addSensor(joint, name, draft_.actuator(name), 1.0, 0.0);
   }
 

@@ -77,13 +77,6 @@ std::optional<Answer> refusedEntry(const Access& access, const Credentials& cred
   return std::nullopt;
 }
 
-std::string contentPolicy(const Access& access, const std::string& host) {
-  return fmt::format(
-      "default-src 'self'; connect-src 'self'{}; base-uri 'none'; form-action 'none'; "
-      "frame-ancestors 'none'; object-src 'none'",
-      isOneOf(access.hosts, host) ? " ws://" + host : "");
-}
-
 std::string randomToken() {
   std::array<unsigned char, 32> bytes{};
   if (getrandom(bytes.data(), bytes.size(), 0) != static_cast<ssize_t>(bytes.size())) {

@@ -42,10 +42,6 @@ bool isSameSecret(const std::string& secret, const std::string& given);
 std::optional<Answer> refusedEntry(const Access& access, const Credentials& credentials,
                                    bool isOpenToAll);
 
-/// What a page from this door may ask for, as a `Content-Security-Policy`: what has come under this
-/// `Host`, and the WebSockets there.
-std::string contentPolicy(const Access& access, const std::string& host);
-
 /// 64 hexadecimal digits that nobody can foresee.
 std::string randomToken();
 

@@ -215,6 +215,7 @@ class Session : public std::enable_shared_from_this<Session> {
       isKnown_ = true;
       arm(bounds::requestTime, &Session::giveUpReading);
     }
+    request_.host = isBySocket_ ? "" : shown.host;
     const bool isOpen = shared_.handler.isOpenToAll(request_);
     if (auto refused = refusedEntry(shared_.access, shown, isOpen)) {
       turnAway(std::move(*refused));
@@ -294,15 +295,6 @@ class Session : public std::enable_shared_from_this<Session> {
 
   void leaveQueue() { shared_.waitingRequests -= std::exchange(isInQueue_, false) ? 1 : 0; }
 
-  /// Tells a browser what the answer may be used for.
-  void guard(http::response<http::string_body>& response) const {
-    response.set("Content-Security-Policy",
-                 contentPolicy(shared_.access, field(http::field::host)));
-    response.set("Cross-Origin-Resource-Policy", "same-origin");
-    response.set("Referrer-Policy", "no-referrer");
-    response.set("X-Content-Type-Options", "nosniff");
-  }
-
   void answer(Answer answer) {
     if (hasEnded_) {
       return;
@@ -314,7 +306,11 @@ class Session : public std::enable_shared_from_this<Session> {
     response_.result(answer.status);
     response_.set(http::field::content_type, answer.contentType);
     response_.set(http::field::cache_control, "no-store");
-    guard(response_);
+    // Nothing that is answered may act in a browser, save where the answer itself says so.
+    response_.set("Content-Security-Policy", "default-src 'none'; frame-ancestors 'none'; sandbox");
+    response_.set("Cross-Origin-Resource-Policy", "same-origin");
+    response_.set("Referrer-Policy", "no-referrer");
+    response_.set("X-Content-Type-Options", "nosniff");
     for (const auto& [name, value] : answer.fields) {
       response_.set(name, value);
     }

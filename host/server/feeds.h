@@ -8,6 +8,7 @@
 #include <vector>
 
 #include "host/base/livevalues.h"
+#include "host/engine/cyclering.h"
 #include "host/engine/eventring.h"
 #include "host/input/machinemodel.h"
 #include "host/server/http.h"
@@ -59,6 +60,27 @@ class LiveFeed : public Feed {
   const std::int64_t periodNs_;
   std::int64_t dueNs_;
   std::uint64_t cycle_ = 0;
+};
+
+/// The values of every cycle, those of several in a message. A listener that is slow is told how
+/// many cycles it missed.
+class CycleFeed : public Feed {
+ public:
+  /// From the next cycle on. `columns` are positions in the ring, which must outlive the object.
+  CycleFeed(const CycleRing& ring, std::vector<std::size_t> columns, std::int64_t periodNs);
+
+  /// The first message is the keys.
+  std::string next() override;
+
+ private:
+  [[nodiscard]] std::string beginning() const;
+
+  const CycleRing& ring_;
+  const std::vector<std::size_t> columns_;
+  const std::int64_t periodNs_;
+  std::int64_t dueNs_;
+  /// The latest cycle that was told; none before the beginning.
+  std::optional<std::uint64_t> told_;
 };
 
 }  // namespace host

@@ -23,6 +23,8 @@ struct Request {
   std::uint64_t connection = 0;
   /// Wants a WebSocket.
   bool isUpgrade = false;
+  /// `Host`, which is one of this door's; empty where the request came by the socket.
+  std::string host;
   /// Came by the socket, or has shown the token or the cookie.
   bool isKnown = false;
 };

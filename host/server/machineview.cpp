@@ -50,8 +50,11 @@ MachineView::MachineView(const MachineModel& machine, Torvex& torvex, const Serv
       options_(options),
       observer_(options.poolName),
       keys_(observer_),
+      cycles_(torvex.engine(), machine),
       instance_(randomToken().substr(0, 16)),
-      startedMs_(nowMs()) {}
+      startedMs_(nowMs()) {
+  torvex.setCycles(&cycles_);
+}
 
 MachineModel MachineView::machineAsItStands() const {
   MachineModel machine = machine_;
@@ -88,7 +91,7 @@ Json MachineView::describe() const {
   Json axes = Json::array();
   for (std::size_t i = 0; i < state.axes.size(); ++i) {
     const auto owner = owners.find(state.axes[i].owner);
-    axes.push_back(axis(machine_.description.actuators[i], state.axes[i],
+    axes.push_back(axis(static_cast<int>(i), state.axes[i],
                         owner == owners.end() ? Json() : Json(owner->second)));
   }
   const bool isHeld = std::all_of(state.axes.begin(), state.axes.end(),
@@ -106,13 +109,17 @@ Json MachineView::describe() const {
           {"guard", nameOf(options_.guard)},
           {"held", isHeld},
           {"axes", std::move(axes)},
+          {"followers", followers()},
+          {"has_description", machine_.urdf != nullptr},
           {"attributes", attributes()},
           {"commanders", std::move(commanders)},
           {"bounds", boundsJson()}};
 }
 
-Json MachineView::axis(const simulation::Actuator& actuator, const CommandState::AxisState& state,
-                       const Json& owner) const {
+Json MachineView::axis(int index, const CommandState::AxisState& state, const Json& owner) const {
+  const simulation::Actuator& actuator = machine_.actuator(index);
+  const auto joint = machine_.jointTypes.find(index);
+  const bool isJoint = joint != machine_.jointTypes.end();
   const std::string sensor = actuator.name + "/Sensor";
   const auto& sensors = machine_.description.sensors;
   const bool isMeasured =
@@ -120,19 +127,33 @@ Json MachineView::axis(const simulation::Actuator& actuator, const CommandState:
                   [&sensor](const simulation::Sensor& known) { return known.name == sensor; });
   return {{"name", actuator.name},
           {"key", valueKey(actuator)},
+          {"joint", isJoint ? Json(actuator.name) : Json()},
+          {"kind", isJoint ? Json(joint->second) : Json()},
           {"type", valueTypeName(valueType(actuator.typeCode))},
           {"minimum", limitJson(actuator.typeCode, actuator.minimum)},
           {"maximum", limitJson(actuator.typeCode, actuator.maximum)},
           {"maximum_velocity",
            std::isfinite(actuator.maximumVelocity) ? Json(actuator.maximumVelocity) : Json()},
           {"interpolation", actuator.interpolates ? "linear" : "step"},
-          {"sensor", isMeasured ? Json("Device/SubDeviceList/" + sensor + "/Value") : Json()},
+          {"sensor", isMeasured ? Json(valueKey(sensor)) : Json()},
           {"owner", owner},
           {"held", state.isHeld      ? Json("hold")
                    : state.isGuarded ? Json("guard")
                                      : Json()},
           {"waiting", state.counts.left()},
           {"counts", countsJson(state.counts)}};
+}
+
+Json MachineView::followers() const {
+  Json followers = Json::array();
+  for (const Follower& follower : machine_.followers) {
+    followers.push_back({{"joint", follower.name},
+                         {"follows", machine_.actuator(follower.actuator).name},
+                         {"multiplier", follower.multiplier},
+                         {"offset", follower.offset},
+                         {"sensor", valueKey(follower.name + "/Sensor")}});
+  }
+  return followers;
 }
 
 Json MachineView::attributes() const {
@@ -163,6 +184,21 @@ Json MachineView::health() const {
             {"p99", latencies.quantile(0.99)},
             {"p99.9", latencies.quantile(0.999)},
             {"max", latencies.maximum()}}}};
+}
+
+std::vector<std::size_t> MachineView::cycleColumns(const std::vector<std::string>& keys) const {
+  std::map<std::string, std::size_t> positions;
+  for (const CycleRing::Column& column : cycles_.columns()) {
+    positions.emplace(column.key, positions.size());
+  }
+  std::vector<std::size_t> columns;
+  for (const int index : keys_.find(keys)) {
+    const auto position = positions.find(keys_.key(index));
+    if (position != positions.end()) {
+      columns.push_back(position->second);
+    }
+  }
+  return columns;
 }
 
 Json MachineView::values(const std::vector<std::string>& keys) const {

@@ -47,13 +47,17 @@ class MachineView {
   [[nodiscard]] Json health() const;
   /// Throws `simulation::Error` for a key that is not there.
   [[nodiscard]] Json values(const std::vector<std::string>& keys) const;
+  /// Where those of these keys stand in the ring that each cycle writes, in their order; the ring
+  /// has no others. Throws the same.
+  [[nodiscard]] std::vector<std::size_t> cycleColumns(const std::vector<std::string>& keys) const;
+  [[nodiscard]] const CycleRing& cycles() const { return cycles_; }
   [[nodiscard]] LiveValues liveValues(const std::vector<std::string>& keys) const {
     return {observer_, keys_, keys};
   }
 
  private:
-  [[nodiscard]] Json axis(const simulation::Actuator& actuator,
-                          const CommandState::AxisState& state, const Json& owner) const;
+  [[nodiscard]] Json axis(int index, const CommandState::AxisState& state, const Json& owner) const;
+  [[nodiscard]] Json followers() const;
   [[nodiscard]] Json attributes() const;
 
   const MachineModel& machine_;
@@ -61,6 +65,7 @@ class MachineView {
   const ServiceOptions& options_;
   const simulation::Observer observer_;
   const AttributeKeys keys_;
+  CycleRing cycles_;
   const std::string instance_;
   const std::int64_t startedMs_;
 };

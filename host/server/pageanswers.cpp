@@ -1,5 +1,7 @@
 #include "host/server/pageanswers.h"
 
+#include <fmt/format.h>
+
 #include <utility>
 
 #include "host/engine/wallclock.h"
@@ -12,6 +14,14 @@ namespace {
 constexpr char usedLink[] =
     "This link has been used, is older than ten minutes, or never was one.\n"
     "For a new one: torvex link\n";
+
+/// The page asks for what comes from this door alone, and for WebSockets there.
+std::string contentPolicy(const std::string& host) {
+  return fmt::format(
+      "default-src 'self'; connect-src 'self'{}; base-uri 'none'; form-action 'none'; "
+      "frame-ancestors 'none'; object-src 'none'",
+      host.empty() ? "" : " ws://" + host);
+}
 
 }  // namespace
 
@@ -32,6 +42,7 @@ Answer PageAnswers::answer(const Request& request) {
   Answer answer;
   answer.body = file.text;
   answer.contentType = file.contentType;
+  answer.fields.emplace_back("Content-Security-Policy", contentPolicy(request.host));
   return answer;
 }
 

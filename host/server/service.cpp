@@ -6,6 +6,7 @@
 #include <nlohmann/json.hpp>
 #include <utility>
 
+#include "host/engine/wallclock.h"
 #include "host/input/requestreader.h"
 #include "host/results/preferenceexport.h"
 #include "host/server/bounds.h"
@@ -26,10 +27,9 @@ RequestFault refusedWith(unsigned status, const char* reason, std::string messag
   return refused;
 }
 
-/// Of `/v1/live`.
-double rateIn(const Query& query) {
-  return query.number("rate", 20, 0.01, 1000);
-}
+/// Messages a second.
+constexpr double leastLiveRate = 0.01;
+constexpr double mostLiveRate = 1000;
 
 std::vector<std::string> keysIn(const Query& query) {
   std::vector<std::string> keys = query.all("key");
@@ -55,6 +55,7 @@ bool isAt(const std::string& path, const std::string& pattern) {
 
 const Service::Route Service::routes[] = {
     {"GET", "/v1/machine", &Service::getMachine},
+    {"GET", "/v1/description", &Service::getDescription},
     {"GET", "/v1/values", &Service::getValues},
     {"GET", "/v1/health", &Service::getHealth, true, true},
     {"GET", "/v1/events", &Service::getEvents},
@@ -136,6 +137,17 @@ void Service::getMachine(const Request& request, const Reply& reply) {
   reply(answerOf(view_.describe()));
 }
 
+void Service::getDescription(const Request& request, const Reply& reply) {
+  const Query query(request, {});
+  if (machine_.urdf == nullptr) {
+    throw Refused(refusedWith(404, "unknown", "the machine has no URDF"));
+  }
+  Answer answer;
+  answer.contentType = "application/xml";
+  answer.body = *machine_.urdf;
+  reply(std::move(answer));
+}
+
 void Service::getValues(const Request& request, const Reply& reply) {
   const Query query(request, {"key"});
   try {
@@ -178,16 +190,29 @@ void Service::getEvents(const Request& request, const Reply& reply) {
   reply(std::move(answer));
 }
 
+std::unique_ptr<Feed> Service::liveFeed(const Request& request) {
+  constexpr double nsPerSecond = 1e9;
+  const Query query(request, {"key", "rate", "every_cycle"});
+  const auto periodNs = static_cast<std::int64_t>(
+      nsPerSecond / query.number("rate", 20, leastLiveRate, mostLiveRate));
+  if (!query.truth("every_cycle", false)) {
+    return std::make_unique<LiveFeed>(view_.liveValues(keysIn(query)),
+                                      std::max(periodNs, torvex_.cycleMs() * nsPerMs));
+  }
+  std::vector<std::size_t> columns = view_.cycleColumns(keysIn(query));
+  if (columns.empty()) {
+    throw Refused(refusedWith(400, "invalid", "cycles write none of these", "?key"));
+  }
+  return std::make_unique<CycleFeed>(view_.cycles(), std::move(columns), periodNs);
+}
+
+/// What `feedFor` refused.
 void Service::getLive(const Request& request, const Reply& /*reply*/) {
-  const Query query(request, {"key", "rate"});
-  (void)rateIn(query);
-  (void)view_.liveValues(keysIn(query));
+  (void)liveFeed(request);
   throw Refused(refusedWith(400, "invalid", "these values are for a WebSocket"));
 }
 
 std::unique_ptr<Feed> Service::feedFor(const Request& request) {
-  constexpr double nsPerSecond = 1e9;
-  constexpr std::int64_t nsPerMs = 1'000'000;
   try {
     if (request.method == "GET" && request.path == "/v1/events" &&
         (request.isUpgrade ||
@@ -195,10 +220,7 @@ std::unique_ptr<Feed> Service::feedFor(const Request& request) {
       return eventFeed(request);
     }
     if (request.method == "GET" && request.path == "/v1/live" && request.isUpgrade) {
-      const Query query(request, {"key", "rate"});
-      const auto periodNs = static_cast<std::int64_t>(nsPerSecond / rateIn(query));
-      return std::make_unique<LiveFeed>(view_.liveValues(keysIn(query)),
-                                        std::max(periodNs, torvex_.cycleMs() * nsPerMs));
+      return liveFeed(request);
     }
   } catch (const std::exception&) {
     return nullptr;  // and `handle` says why

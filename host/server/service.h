@@ -40,6 +40,7 @@ class Service : public Handler {
 
   [[nodiscard]] static const Route& routeOf(const Request& request);
   void getMachine(const Request& request, const Reply& reply);
+  void getDescription(const Request& request, const Reply& reply);
   void getValues(const Request& request, const Reply& reply);
   void getHealth(const Request& request, const Reply& reply);
   void getEvents(const Request& request, const Reply& reply);
@@ -47,6 +48,7 @@ class Service : public Handler {
   void postLink(const Request& request, const Reply& reply);
   void postExport(const Request& request, const Reply& reply);
   [[nodiscard]] std::unique_ptr<Feed> eventFeed(const Request& request);
+  [[nodiscard]] std::unique_ptr<Feed> liveFeed(const Request& request);
   template <void (Commands::*act)(const Request&, const Reply&)>
   void command(const Request& request, const Reply& reply);
 

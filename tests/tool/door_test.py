@@ -161,6 +161,8 @@ class Door(DoorTest):
                     ("GET", "/v1/values?kay=a/Value", 400, "invalid", "?kay"),
                     ("GET", "/v1/live", 400, "invalid", ""),
                     ("GET", "/v1/live?rate=1e-15", 400, "invalid", "?rate"),
+                    ("GET", "/v1/live?every_cycle=true&key=a/Maximum", 400, "invalid", "?key"),
+                    ("GET", "/v1/description", 404, "unknown", ""),
                     ("GET", "/v1/values?key=*" + "&key=*" * 64, 400, "invalid", "?key"),
                     ("GET", "/v1/events?since=9", 400, "invalid", "?since"),
                     ("GET", "/v1/events?since=x", 400, "invalid", "?since"),
@@ -186,11 +188,21 @@ class Door(DoorTest):
             for message in messages:
                 validate({"$ref": "#/components/schemas/live"}, message)
             self.assertLess(messages[0]["cycle"], messages[2]["cycle"])
+            every = WebSocket(BySocket(self.path), "/v1/live?key=?/Value&key=*/Maximum&every_cycle=true&rate=50")
+            validate({"$ref": "#/components/schemas/liveKeys"}, keys := every.message())
+            self.assertEqual([key[-7:] for key in keys["keys"]], ["a/Value", "b/Value", "s/Value"])
+            cycles = []
+            while len(cycles) < 40:
+                validate({"$ref": "#/components/schemas/liveCycles"}, message := every.message())
+                cycles += zip(message["cycles"], message["machine_ms"], map(tuple, message["values"]))
+            first, ms, values = cycles[0]
+            self.assertEqual(cycles, [(first + i, ms + 10 * i, values) for i in range(len(cycles))])
+            self.assertEqual(values, (0, 0, 0))
             events = WebSocket(BySocket(self.path), "/v1/events")
             validate({"$ref": "#/components/schemas/event"}, begins := events.message())
             lines = BySocket(self.path)
             lines.request("GET", "/v1/events")
-            self.assertEqual(json.loads((told := lines.getresponse()).readline()), begins)
+            self.assertEqual(json.loads((told := lines.getresponse()).readline())["instance"], begins["instance"])
         told.read()  # to the last chunk, or it raises
         self.assertIn(b"\x88\x02\x03\xe9", b"".join(iter(lambda: events.socket.recv(4096), b"")))
 
