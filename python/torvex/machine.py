@@ -5,7 +5,7 @@ from __future__ import annotations
 import os
 from collections.abc import Iterable
 from contextlib import suppress
-from dataclasses import dataclass, field
+from dataclasses import dataclass, field, fields
 from pathlib import Path
 from typing import Any
 
@@ -20,8 +20,9 @@ Value = float | int | str | None
 @dataclass(frozen=True)
 class Axis:
     """One actuator. Limits are None where there are none; `maximum_velocity` is in units a
-    second; `interpolation` is linear or step; `owner`, `held`, `waiting` and `counts` (points = reached + cleared + refused +
-    waiting; of these late, limited) are as they were when asked."""
+    second; `interpolation` is linear or step; `joint` and `kind` (revolute, continuous, prismatic)
+    are those of the URDF; `owner`, `held`, `waiting` and `counts` (points = reached + cleared +
+    refused + waiting; of these late, limited) are as they were when asked."""
 
     name: str
     key: str
@@ -31,6 +32,8 @@ class Axis:
     maximum_velocity: float | None
     interpolation: str
     sensor: str | None
+    joint: str | None
+    kind: str | None
     owner: str | None
     held: str | None
     waiting: int
@@ -94,7 +97,9 @@ class Machine:
 
     def axes(self) -> dict[str, Axis]:
         """The actuators, by name."""
-        return {axis["name"]: Axis(**axis) for axis in self.describe()["axes"]}
+        known = [each.name for each in fields(Axis)]
+        return {axis["name"]: Axis(**{name: axis[name] for name in known})
+                for axis in self.describe()["axes"]}
 
     def __getitem__(self, key: str) -> Value:
         """The present value of an attribute: a number, a text, None where it holds none. Raises
