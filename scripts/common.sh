@@ -4,7 +4,7 @@ set -euo pipefail
 root=$(cd "$(dirname "${BASH_SOURCE[0]}")/.." && pwd)
 
 build_packages=(g++ cmake ninja-build libboost-dev libyaml-cpp-dev libpugixml-dev libfmt-dev
-  libcli11-dev nlohmann-json3-dev libjs-three)
+  libcli11-dev nlohmann-json3-dev libzstd-dev libjs-three)
 run_packages=(gnuplot-nox)
 test_packages=(curl libgtest-dev pkgconf valgrind python3-jsonschema python3-yaml python3-selenium
   chromium chromium-driver)

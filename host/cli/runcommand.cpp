@@ -127,6 +127,10 @@ void finish(const RunOptions& options, Outputs& outputs, const RunResult& result
   };
   if (outputs.trace) {
     attempt("trace", [&] { outputs.trace->finish(); });
+    outcome.droppedTraceRows = outputs.trace->rows().dropped();
+    if (outcome.droppedTraceRows > 0) {
+      outcome.warnings.push_back(droppedRowsFinding("trace", outcome.droppedTraceRows));
+    }
   }
   if (outputs.plot) {
     attempt("picture", [&] { outputs.plot->draw(result, log); });
@@ -241,7 +245,7 @@ int run(const RunOptions& options, const std::optional<DoorOptions>& doorOptions
   torvex.addListener(log);
   if (!options.tracePath.empty()) {
     openTrace(options, torvex, outputs.trace);
-    torvex.setTrace(&*outputs.trace);
+    torvex.addRows(outputs.trace->rows());
   }
   if (!options.plotPath.empty()) {
     outputs.plot.emplace(options.plotPath, titleOf(machine, options), plan, options.picture);

@@ -35,7 +35,7 @@ void openTrace(const ServeOptions& options, Torvex& torvex, std::optional<Trace>
     names.push_back(column.name);
   }
   trace.emplace(options.tracePath, names, std::vector<bool>(names.size(), true));
-  torvex.setTrace(&*trace);
+  torvex.addRows(trace->rows());
 }
 
 void announce(const ServeOptions& options, OpenDoor& door) {

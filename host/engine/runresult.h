@@ -22,7 +22,6 @@ namespace host {
 /// What the cycle counted. Other threads may read all but the rows meanwhile.
 struct CycleCount {
   Counter cycles;
-  std::uint64_t droppedTraceRows = 0;
   /// Without handing over the trace row, which may wait in simulated time.
   Histogram durations;
   /// From the moment a cycle was planned for to its begin; nothing in simulated time.

@@ -24,13 +24,13 @@ SampleHistory::SampleHistory(std::size_t columns, std::int64_t cycles)
 void SampleHistory::add(const std::vector<double>& row) noexcept {
   const bool kept = offered_++ % stride_ == 0;
   if (kept && values_.size() + rowLength_ <= values_.capacity()) {
-    values_.insert(values_.end(), row.begin(), row.end());
+    values_.insert(values_.end(), row.data(), row.data() + rowLength_);
   }
 }
 
 void SampleHistory::addLast(const std::vector<double>& row) {
   if (rows() == 0 || timeMs(rows() - 1) < row.front()) {
-    values_.insert(values_.end(), row.begin(), row.end());
+    values_.insert(values_.end(), row.data(), row.data() + rowLength_);
   }
 }
 

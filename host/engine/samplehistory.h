@@ -13,7 +13,8 @@ constexpr std::size_t rowTimes = 2;
 /// What a run did, in memory: rows at even distances, as many as a picture can show.
 class SampleHistory {
  public:
-  /// For rows of so many columns behind the times, for a run of about so many cycles.
+  /// For rows of so many columns behind the times, of which there may be more, for a run of about
+  /// so many cycles.
   SampleHistory(std::size_t columns, std::int64_t cycles);
 
   /// One row a cycle, from the cycle thread: allocates nothing. Keeps every so

@@ -117,6 +117,13 @@ Torvex::Torvex(const host::MachineModel& machine, const host::Plan& plan,
   conclude();
 }
 
+void Torvex::addColumns(const std::vector<host::TracedColumn>& columns) {
+  for (const host::TracedColumn& column : columns) {
+    further_.push_back(column.attribute);
+  }
+  row_.resize(row_.size() + columns.size());
+}
+
 void Torvex::run(const Progress& progress) {
   engine_.start();
   if (result_.session.clock == host::Clock::simulated) {
@@ -244,17 +251,19 @@ void Torvex::readBack() {
   for (std::size_t i = 0; i < traced_.columns.size(); ++i) {
     row_[host::rowTimes + i] = host::numberIn(*traced_.columns[i].attribute);
   }
+  for (std::size_t i = 0; i < further_.size(); ++i) {
+    row_[host::rowTimes + traced_.columns.size() + i] = host::numberIn(*further_[i]);
+  }
   result_.history.add(row_);
 }
 
 void Torvex::writeDown() {
-  if (trace_ == nullptr) {
-    return;
-  }
-  if (result_.session.clock == host::Clock::simulated) {
-    trace_->pushWaiting(row_);
-  } else if (!trace_->push(row_)) {
-    ++result_.counts.droppedTraceRows;
+  for (host::RowQueue* const rows : rows_) {
+    if (result_.session.clock == host::Clock::simulated) {
+      rows->pushWaiting(row_);
+    } else {
+      rows->push(row_);
+    }
   }
 }
 

@@ -10,9 +10,9 @@
 
 #include "host/engine/cyclering.h"
 #include "host/engine/engine.h"
+#include "host/engine/rowqueue.h"
 #include "host/engine/runresult.h"
 #include "host/engine/sessionoptions.h"
-#include "host/engine/trace.h"
 #include "host/motion/plan.h"
 
 namespace host {
@@ -58,9 +58,11 @@ class Torvex {
   /// Who is told what becomes of points. Before `run`.
   void addListener(host::Listener& listener) { engine_.addListener(listener); }
 
-  /// Every cycle writes a row of `columns()` to this trace. Set before `run`, which must
-  /// end before the trace does.
-  void setTrace(host::Trace* trace) { trace_ = trace; }
+  /// Further quantities behind `columns()`, in all rows. Before `run`.
+  void addColumns(const std::vector<host::TracedColumn>& columns);
+  /// Every cycle puts a row into this queue: machine time and the time since the start of the
+  /// motion, in milliseconds, then all columns. Before `run`, which must end before the queue does.
+  void addRows(host::RowQueue& rows) { rows_.push_back(&rows); }
 
   /// Every cycle adds its values to this ring. Set before `run`, which must end before the ring
   /// does.
@@ -96,11 +98,12 @@ class Torvex {
   [[nodiscard]] bool hasSettled() const;
 
   const host::Plan& plan_;
-  host::Trace* trace_ = nullptr;
+  std::vector<host::RowQueue*> rows_;
   host::CycleRing* cycles_ = nullptr;
 
   host::Engine engine_;
   const host::TracedValues traced_;
+  std::vector<const hal::DeviceAttrGeneric*> further_;
   const std::int64_t lastItemMs_;
   host::RunResult result_;
 

@@ -2,7 +2,6 @@
 
 #include <fmt/format.h>
 
-#include <algorithm>
 #include <chrono>
 #include <cmath>
 #include <iterator>
@@ -15,14 +14,6 @@ namespace host {
 namespace {
 
 using namespace std::chrono_literals;
-
-/// Four seconds at a thousand cycles a second, within bounds for memory.
-std::size_t queueLength(std::size_t rowLength) {
-  constexpr std::size_t rows = 4096;
-  constexpr std::size_t mostNumbers = std::size_t{1} << 23;
-  constexpr std::size_t leastRows = 16;
-  return std::max(std::min(rows * rowLength, mostNumbers), leastRows * rowLength);
-}
 
 /// Commas and quotes in a name would break the table, and a spreadsheet would take some first
 /// characters for a formula.
@@ -64,7 +55,7 @@ void appendRow(fmt::memory_buffer& text, const std::vector<double>& row,
 
 Trace::Trace(const std::string& path, const std::vector<std::string>& columns,
              const std::vector<bool>& isChosen)
-    : file_(path), rowLength_(rowTimes + columns.size()), queue_(queueLength(rowLength_)) {
+    : file_(path), rows_(rowTimes + columns.size()) {
   std::string header = "time_ms,motion_ms";
   for (std::size_t i = 0; i < columns.size(); ++i) {
     if (isChosen[i]) {
@@ -74,17 +65,12 @@ Trace::Trace(const std::string& path, const std::vector<std::string>& columns,
   }
   header += "\n";
   file_.write(header.data(), header.size());
-  // Touches every page of the queue, so that no cycle waits for one.
-  const std::vector<double> zeros(rowLength_);
-  while (push(zeros)) {
-  }
-  queue_.reset();
   writer_ = std::thread([this] {
     try {
       writeRows();
     } catch (...) {
       failure_ = std::current_exception();
-      broken_ = true;
+      rows_.close();
     }
   });
 }
@@ -93,29 +79,13 @@ Trace::~Trace() {
   stop();
 }
 
-bool Trace::push(const std::vector<double>& row) noexcept {
-  if (queue_.write_available() < rowLength_) {
-    return false;
-  }
-  queue_.push(row.data(), row.size());
-  return true;
-}
-
-void Trace::pushWaiting(const std::vector<double>& row) {
-  while (!push(row) && !broken_) {
-    std::this_thread::sleep_for(100us);
-  }
-}
-
 void Trace::writeRows() {
   constexpr std::size_t blockBytes = 1 << 16;
-  std::vector<double> row(rowLength_);
+  std::vector<double> row;
   fmt::memory_buffer text;
   for (bool open = true; open;) {
     open = !closing_;
-    // Rows are pushed whole, so a first number means that the rest is there.
-    while (queue_.read_available() >= rowLength_) {
-      queue_.pop(row.data(), row.size());
+    while (rows_.pop(row)) {
       appendRow(text, row, chosen_);
       if (text.size() >= blockBytes) {
         file_.write(text.data(), text.size());

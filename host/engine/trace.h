@@ -1,7 +1,6 @@
 #pragma once
 
 #include <atomic>
-#include <boost/lockfree/spsc_queue.hpp>
 #include <cstddef>
 #include <exception>
 #include <string>
@@ -9,12 +8,13 @@
 #include <vector>
 
 #include "host/base/outputfile.h"
+#include "host/engine/rowqueue.h"
 
 namespace host {
 
 /// Writes a row per cycle to a CSV file: machine time and the time since the start of the
-/// motion in milliseconds, then a value for each column. Rows leave the cycle through a bounded
-/// queue to a thread of the trace's own.
+/// motion in milliseconds, then a value for each column. Rows leave the cycle through a queue to a
+/// thread of the trace's own.
 class Trace {
  public:
   /// Rows have all columns, of which those that are chosen are written. Throws `UserError`
@@ -27,11 +27,8 @@ class Trace {
   Trace(const Trace&) = delete;
   Trace& operator=(const Trace&) = delete;
 
-  /// One row, from the cycle thread. Wait-free: when the queue is full the row
-  /// is dropped, and the result is false.
-  bool push(const std::vector<double>& row) noexcept;
-  /// The same, but waits for room; not for a real control cycle.
-  void pushWaiting(const std::vector<double>& row);
+  /// Where the cycle puts its rows.
+  [[nodiscard]] RowQueue& rows() { return rows_; }
 
   /// Writes what is queued and puts the whole file at its path. After the last push. Throws
   /// what went wrong in writing it.
@@ -42,12 +39,10 @@ class Trace {
   void stop();
 
   OutputFile file_;
-  const std::size_t rowLength_;
   /// Their positions in a row.
   std::vector<std::size_t> chosen_;
-  boost::lockfree::spsc_queue<double> queue_;
+  RowQueue rows_;
   std::atomic<bool> closing_{false};
-  std::atomic<bool> broken_{false};
   std::exception_ptr failure_;
   std::thread writer_;
 };

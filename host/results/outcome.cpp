@@ -98,6 +98,11 @@ std::vector<AxisOutcome> judgedAxes(const RunResult& result, const Plan& plan, O
   return axes;
 }
 
+Finding droppedRowsFinding(const std::string& output, std::uint64_t rows) {
+  return general(
+      fmt::format("the {} lacks {}: the disk did not keep up", output, counted(rows, "row")));
+}
+
 std::vector<Finding> cycleFindings(const RunResult& result) {
   std::vector<Finding> findings;
   const PaceCount& pace = result.pace;
@@ -121,10 +126,6 @@ std::vector<Finding> cycleFindings(const RunResult& result) {
   }
   for (Finding& finding : findings) {
     finding.isOfCycles = true;
-  }
-  if (counts.droppedTraceRows > 0) {
-    findings.push_back(general(fmt::format("the trace lacks {}: the disk did not keep up",
-                                           counted(counts.droppedTraceRows, "row"))));
   }
   for (const AxisResult& axis : result.axes) {
     const std::uint64_t external = axis.externalWrites;

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <cstdint>
 #include <optional>
 #include <string>
 #include <vector>
@@ -37,6 +38,8 @@ struct Outcome {
   std::vector<Stretched> stretched;
   /// What was exported, a line each.
   std::vector<std::string> exports;
+  /// Rows that the disk could not keep up with.
+  std::uint64_t droppedTraceRows = 0;
   /// The signal that stopped it; 0 when none did.
   int signal = 0;
 };
@@ -44,6 +47,9 @@ struct Outcome {
 /// The axes of a run, judged; the result must outlive them. Why one missed what it was told is
 /// added to the errors.
 std::vector<AxisOutcome> judgedAxes(const RunResult& result, const Plan& plan, Outcome& outcome);
+
+/// That rows are missing in an output.
+Finding droppedRowsFinding(const std::string& output, std::uint64_t rows);
 
 /// What a user should know of how the cycles went.
 std::vector<Finding> cycleFindings(const RunResult& result);

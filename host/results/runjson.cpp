@@ -74,7 +74,7 @@ std::string runJson(const RunOptions& options, const RunResult& result, const Pl
                        {"axes", axes},
                        {"outputs",
                         {{"trace", pathOrNull(options.tracePath)},
-                         {"dropped_trace_rows", counts.droppedTraceRows},
+                         {"dropped_trace_rows", outcome.droppedTraceRows},
                          {"picture", pathOrNull(options.plotPath)},
                          {"exports", outcome.exports}}},
                        {"warnings", findingsJson(outcome.warnings)},

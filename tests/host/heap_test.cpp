@@ -14,6 +14,7 @@
 #include <string_view>
 
 #include "host/engine/torvex.h"
+#include "host/engine/trace.h"
 #include "tests/host/prepared.h"
 
 namespace {
@@ -85,7 +86,7 @@ TEST(Cycle, LeavesTheHeapAloneInRealTime) {
   Torvex torvex(setup.machine, plan, setup.options.session);
   host::Trace trace(setup.temporary.path("t.csv"), std::vector<std::string>(60),
                     std::vector<bool>(60, true));
-  torvex.setTrace(&trace);
+  torvex.addRows(trace.rows());
   torvex.run([&](std::int64_t timeMs) {
     if (timeMs < 1000) {
       torvex.engine().submit(

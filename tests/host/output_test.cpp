@@ -96,7 +96,7 @@ TEST(Trace, WritesFloatsThatReadBackExactly) {
     host::Trace trace(temporary.path("t.csv"), {"=a", "-a\n", "b,\"c\"", "d"},
                       std::vector<bool>(4, true));
     for (const float value : values) {
-      trace.pushWaiting({1e10, -40.0, value, 1.0, -value, 2.0});
+      trace.rows().pushWaiting({1e10, -40.0, value, 1.0, -value, 2.0});
     }
     trace.finish();
   }
