@@ -5,6 +5,7 @@ import {bare, unitOf} from './machine.js';
 import {rangeOf} from './axes.js';
 import {jogTo, setVelocity, travelTo, velocityOf} from './travel.js';
 
+const shown = (limit) => (limit === null ? null : String(Number(limit.toPrecision(4))).replace('-', '−'));
 const held = ['jog-down', 'jog-up'];
 
 export class Jog {
@@ -88,10 +89,10 @@ export class Jog {
     const unit = unitOf(axis);
     const [low, high] = rangeOf(axis);
     const limits = axis.minimum === null && axis.maximum === null ? 'no limits'
-      : `${axis.minimum ?? '−∞'} … ${axis.maximum ?? '∞'} ${unit}`;
+      : `${shown(axis.minimum) ?? '−∞'} … ${shown(axis.maximum) ?? '∞'} ${unit}`;
     setText(byId('jog-name'), axis.name);
     setText(byId('jog-facts'), [axis.kind, limits,
-      axis.maximum_velocity === null ? null : `at most ${axis.maximum_velocity} ${unit || 'units'}/s`,
+      axis.maximum_velocity === null ? null : `at most ${shown(axis.maximum_velocity)} ${unit || 'units'}/s`,
       bare(axis.key) === `${axis.name}/Value` ? null : bare(axis.key)].filter(Boolean).join(' · '));
     setText(byId('jog-unit'), `${unit || 'units'}/s`);
     Object.assign(byId('go-value'), {min: low, max: high, value: ''});

@@ -60,10 +60,12 @@ async function showView(machine, axes, preview) {
   const pose = (valueOf) => new Map(machine.axes.map((axis) => [axis.joint ?? axis.name, valueOf(axis) ?? NaN]));
   const show = () => view.show(pose((axis) => machine.measured(axis) ?? machine.command(axis)),
     pose((axis) => preview.valueOf(axis) ?? machine.command(axis)));
+  const highlight = (axis) => view.highlight(axis?.joint ?? axis?.name);
   await view.load(door);
   machine.onValues(show);
   preview.onMove(show);
-  axes.onSelect((axis) => view.highlight(axis?.joint ?? axis?.name));
+  axes.onSelect(highlight);
+  highlight(axes.selected);
 }
 
 function showCommander(machine, commander) {
@@ -109,7 +111,6 @@ async function main() {
   new ScopePanel(scope, machine);
   new Jog(machine, commander, axes, scope);
   const preview = new Preview(machine);
-  preview.onMove(() => {});
   new Motions(door, machine, commander, preview);
   machine.onValues(() => showClock(machine));
   setInterval(showHealth, healthMs);

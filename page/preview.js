@@ -6,6 +6,7 @@ export class Preview {
   constructor(machine) {
     this.machine = machine;
     this.curve = null;
+    this.listener = () => {};
     this.slider = byId('preview-time');
     this.slider.addEventListener('input', () => {
       this.isPlaying = false;

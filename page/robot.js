@@ -72,14 +72,14 @@ export class Robot {
   }
 
   addBones(group, link, joint, isAlone) {
-    const width = 0.035 * this.scale;
-    for (const next of link.joints) {
-      if (Math.hypot(...next.origin.xyz) > width / 2) {
-        this.add(group, bone(next.origin.xyz, width), boneColour, joint);
-      }
+    const thin = 0.01 * this.scale;
+    const lengthOf = (each) => Math.hypot(...each.origin.xyz);
+    for (const next of link.joints.filter((each) => lengthOf(each) > thin)) {
+      this.add(group, bone(next.origin.xyz, Math.min(0.032 * this.scale, 0.4 * lengthOf(next))), boneColour, joint);
     }
     if (isAlone && joint !== null && joint.type !== 'fixed') {
-      this.add(group, hub(axisOf(joint), 0.022 * this.scale), hubColour, joint);
+      const longest = Math.max(thin, ...[joint, ...link.joints].map(lengthOf));
+      this.add(group, hub(axisOf(joint), Math.min(0.022 * this.scale, 0.3 * longest)), hubColour, joint);
     }
   }
 

@@ -1,0 +1,260 @@
+#!/usr/bin/env python3
+"""The page of a running machine, as a person meets it in a browser."""
+
+import json
+import pathlib
+import re
+import subprocess
+import sys
+import threading
+import time
+import unittest
+
+sys.path.insert(0, str(pathlib.Path(__file__).resolve().parents[1] / "tool"))
+from door_test import DoorTest, free_port  # noqa: E402
+from tool import root, tool, write  # noqa: E402
+
+sys.path.insert(0, str(root / "python"))
+import torvex  # noqa: E402
+from browser import Browser  # noqa: E402
+from selenium.webdriver.common.keys import Keys  # noqa: E402
+
+odd = """<script>alert('x')<b>"&amp;"""
+machine_text = """
+name: m
+urdf: m.urdf
+actuators:
+- {name: b, minimum: -1, maximum: 1, maximum_velocity: 2}
+"""
+urdf_text = """<robot name="m">
+<link name="base"><visual><geometry><sphere radius="0.02"/></geometry></visual></link>
+<link name="bar"><visual><origin xyz="0 0.5 0"/><geometry><box size="0.1 1 0.1"/></geometry></visual></link>
+<joint name="arm" type="revolute"><parent link="base"/><child link="bar"/><axis xyz="1 0 0"/>
+<limit lower="-1.5" upper="1.5" velocity="3" effort="1"/></joint>
+</robot>"""
+swing = "joint_names: [arm]\npoints:\n- {positions: [0.5], time_from_start: 1}\n- {positions: [-0.5], time_from_start: 2}\n"
+wrong = "joint_names: [arm]\npoints:\n- {positions: [0.5, 0], time_from_start: 1}\n"
+
+
+class Page(DoorTest):
+    @classmethod
+    def setUpClass(cls):
+        cls.browser = Browser()
+        cls.addClassCleanup(cls.browser.quit)
+
+    def setUp(self):
+        super().setUp()
+        write("m.yaml", machine_text)
+        write("m.urdf", urdf_text)
+
+    def opened(self, process, port):
+        """The page, by the link that the machine prints."""
+        line = ""
+        while "?link=" not in line:
+            line = process.stdout.readline()
+        browser = self.browser
+        browser.console(), browser.addresses()
+        browser.get(re.search(r"http://\S+", line)[0])
+        browser.until(lambda: browser("clock").text)
+        self.addCleanup(browser.get, "about:blank")
+        self.assertEqual(browser.current_url, f"http://127.0.0.1:{port}/")
+        return browser
+
+    def taken(self, browser):
+        browser("take").click()
+        return re.search(r"page-\w+", browser.waits_for("commander", "You are"))[0]
+
+    def in_pool(self, key):
+        """What any process reads in the shared memory of the machine."""
+        said = subprocess.run([tool, "watch", key, "--pool", self.pool, "--once", "--json"], text=True,
+                              capture_output=True, check=True).stdout
+        return next(each["value"] for each in json.loads(said)["attributes"])
+
+    def comes_to_rest(self, machine, key="arm/Value", seconds=4):
+        end, seen = time.monotonic() + seconds, []
+        while time.monotonic() < end and (len(seen) < 30 or len(set(seen[-30:])) > 1):
+            seen.append(machine[key])
+            time.sleep(0.01)
+        self.assertEqual(len(set(seen[-30:])), 1, seen[-30:])
+        return seen[-1]
+
+    def test_shows_a_machine_and_asks_nobody_else(self):
+        port = free_port()
+        write("m.yaml", machine_text + f"- {{name: {json.dumps(odd)}, minimum: 0, maximum: 1}}\n")
+        with self.served("--http", port) as process:
+            browser = self.opened(process, port)
+            names = [cell.text for cell in browser.find_elements("css selector", "tbody th")]
+            self.assertEqual(names, ["arm", "b", odd])
+            torvex.connect("m").send(odd, [(0.1, 0.5)])
+            browser.waits_for("event-list", odd)
+            self.assertEqual(len(browser.find_elements("tag name", "script")), 4)
+            self.assertEqual(browser.title, "m – torvex")
+            browser.until(lambda: float(browser.find_elements("css selector", "#legend .value")[-1].text) > 0.4)
+            self.assertEqual(browser.console(), [])
+            hosts = {re.match(r"(?:http|ws)://([^/]+)/", address)[1] for address in browser.addresses()}
+            self.assertEqual(hosts, {f"127.0.0.1:{port}"})
+
+    def test_a_slider_moves_the_register_and_the_picture(self):
+        port = free_port()
+        with self.served("--http", port) as process:
+            browser, machine = self.opened(process, port), torvex.connect("m")
+            lying = browser.until(lambda: browser.pixel("view"))
+            self.assertFalse(browser.slider("arm").is_enabled())
+            self.taken(browser)
+            browser.until(browser.slider("arm").is_enabled)
+            browser.slider("arm").send_keys(Keys.END)
+            browser.until(lambda: self.in_pool("arm/Value") == 1.5)
+            browser.until(lambda: browser.pixel("view") != lying)
+            self.assertEqual(machine["b/Value"], 0)
+            browser("jog-down").send_keys(Keys.ENTER)
+            browser.slider("arm").send_keys(Keys.HOME, Keys.PAGE_UP)
+            self.assertLess(self.comes_to_rest(machine), -1)
+            browser("go-value").send_keys("0", Keys.ENTER)
+            browser.until(lambda: machine["arm/Value"] == 0)
+            browser.until(lambda: browser.pixel("view") == lying)
+
+    def test_a_page_that_is_hidden_closed_or_frozen_gives_its_axes_back(self):
+        port = free_port()
+        with self.served("--http", port) as process:
+            browser, machine = self.opened(process, port), torvex.connect("m")
+            events = machine.events()
+
+            def moves_until(leaves):
+                machine.send("arm", [(1.5, 0)], mode="replace")
+                browser.until(lambda: machine["arm/Value"] == 0)
+                name = self.taken(browser)
+                browser.slider("arm").send_keys(Keys.END)
+                browser.until(lambda: machine["arm/Value"] > 0.1)
+                leaves()
+                self.assertLess(self.comes_to_rest(machine), 1.4)
+                return next(event for event in events if event.kind == "lost" and event.fields["name"] == name).reason
+
+            self.assertEqual(moves_until(lambda: browser.switch_to.new_window("tab")), "resigned")
+            browser.close()
+            browser.switch_to.window(browser.window_handles[0])
+            try:
+                self.assertEqual(moves_until(lambda: self.assertGreater(browser.freeze(), 0)), "expired")
+            finally:
+                browser.thaw()
+            browser.waits_for("said", "heard nothing")
+
+            def close():
+                page = browser.current_window_handle
+                browser.switch_to.new_window("window")
+                other = browser.current_window_handle
+                browser.switch_to.window(page)
+                browser.close()
+                browser.switch_to.window(other)
+
+            self.assertIn(moves_until(close), ("resigned", "expired"))
+
+    def test_a_second_page_is_told_who_owns_the_axes(self):
+        port = free_port()
+        with self.served("--http", port) as process:
+            browser = self.opened(process, port)
+            name, first = self.taken(browser), browser.current_window_handle
+            browser.switch_to.new_window("window")
+            browser.get(f"http://127.0.0.1:{port}/")
+            browser.until(lambda: name in browser.row("b").text)
+            browser("take").click()
+            browser.waits_for("said", f"owned by {name}")
+            browser.close()
+            browser.switch_to.window(first)
+
+    def test_hold_by_the_space_bar_beats_a_streaming_client(self):
+        answers, is_ending, port = [], threading.Event(), free_port()
+
+        def stream():
+            machine = torvex.connect("m")
+            while not is_ending.is_set():
+                try:
+                    machine.send("arm", [(0.6, 0.5 if len(answers) % 20 < 10 else -0.5)], mode="replace")
+                    answers.append(None)
+                except torvex.Refused as refused:
+                    answers.append(refused.reason)
+
+        with self.served("--http", port) as process:
+            browser, machine = self.opened(process, port), torvex.connect("m")
+            browser("scope-add").send_keys("a b ")
+            self.assertEqual(browser("scope-add").get_attribute("value"), "a b ")
+            self.assertEqual(machine.health()["status"], "ok")
+            streaming = threading.Thread(target=stream)
+            streaming.start()
+            try:
+                browser.until(lambda: abs(machine["arm/Value"]) > 0.05)
+                browser("take").send_keys(Keys.SPACE)
+                browser.waits_for("hold", "HELD")
+                self.comes_to_rest(machine)
+                count = len(answers)
+                browser.until(lambda: len(answers) > count + 5)
+                self.assertEqual(set(answers[count:]), {"held"})
+                browser("release").click()
+                browser("release-yes").click()
+                browser.until(lambda: answers[-1] is None)
+            finally:
+                is_ending.set()
+                streaming.join()
+
+    def test_motions_are_checked_shown_played_and_stopped(self):
+        write("folder.yaml", swing)
+        port = free_port()
+        with self.served("--http", port, "--motions", ".") as process:
+            browser, machine = self.opened(process, port), torvex.connect("m")
+            browser.drop(bad_yaml=wrong)
+            self.assertRegex(browser.waits_for("motion-places", "bad.yaml"), r"bad\.yaml:3:\d+\n.*positions")
+            self.assertFalse(browser("motion-play").is_enabled())
+            browser.drop(good_yaml=swing)
+            browser.waits_for("motion-verdict", "Fits: 1 axis")
+            still = browser.pixel("view")
+            browser("motion-preview").click()
+            browser.until(lambda: browser.pixel("view") != still)
+            self.assertEqual(machine["arm/Value"], 0)
+            browser("preview-end").click()
+            browser.find_element("xpath", "//button[text()='folder.yaml']").click()
+            browser.waits_for("motion-verdict", "Fits")
+            browser("motion-play").click()
+            browser.until(lambda: machine["arm/Value"] > 0.2)
+            browser("motion-stop").click()
+            self.assertGreater(self.comes_to_rest(machine), 0.1)
+
+    def test_the_ring_of_the_scope_is_that_of_a_naive_model(self):
+        port = free_port()
+        with self.served("--http", port) as process:
+            browser = self.opened(process, port)
+            self.assertEqual(browser.execute_async_script("""
+                const done = arguments[arguments.length - 1];
+                import('/ring.js').then(({Ring}) => {
+                  let seed = 7;
+                  const random = (below) => (seed = (seed * 48271) % 2147483647) % below;
+                  const ring = new Ring(10, 100000);
+                  ring.add('a');
+                  const times = [], values = [];
+                  for (let timeMs = 0; times.length < 40000;) {
+                    timeMs += 10;
+                    times.push(timeMs);
+                    values.push(random(50) === 0 ? null : Math.fround(random(1000) / 7));
+                    if (times.length % 1000 === 0) {
+                      const begin = times.length - 1000;
+                      ring.append(['a'], times.slice(begin), values.slice(begin).map((each) => [each]));
+                    }
+                  }
+                  const faults = [];
+                  if (ring.first < 10 || ring.end !== values.length || ring.end - ring.first < 10000) {
+                    faults.push([ring.first, ring.end]);
+                  }
+                  for (let round = 0; round < 2000; ++round) {
+                    const begin = ring.first + random(ring.end - ring.first);
+                    const end = begin + random(Math.min(9000, ring.end - begin + 1));
+                    const naive = values.slice(begin, end).filter((value) => value !== null);
+                    ring.extent(ring.traces.get('a'), begin, end);
+                    if (ring.low !== Math.min(...naive) || ring.high !== Math.max(...naive) || ring.at(times[begin] - 3) !== begin) {
+                      faults.push([begin, end, ring.low, ring.high]);
+                    }
+                  }
+                  done(faults);
+                });
+            """), [])
+
+
+if __name__ == "__main__":
+    unittest.main()
