@@ -15,8 +15,9 @@ export class Machine {
     this.changed = [];
     this.moved = [];
     this.take(description);
+    // What cycles write.
     this.numbers = description.attributes
-      .filter((attribute) => ['float', 'integer'].includes(attribute.type))
+      .filter((attribute) => ['float', 'integer'].includes(attribute.type) && attribute.key.endsWith('/Value'))
       .map((attribute) => attribute.key);
   }
 

@@ -43,7 +43,7 @@ async function found() {
 }
 
 async function showView(machine, axes, preview) {
-  if (!machine.description.description) {
+  if (!machine.description.has_description) {
     setText(byId('view-note'), 'This machine has no URDF to be drawn from.');
     return;
   }

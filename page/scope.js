@@ -43,7 +43,10 @@ export class Scope {
   }
 
   take(message) {
-    this.keys = message.keys ?? this.keys;
+    if (message.keys) {
+      this.keys = message.keys;
+      return;
+    }
     const from = this.ring.end;
     this.ring.append(this.keys, message.machine_ms, message.values);
     this.watchTrigger(from);

@@ -17,7 +17,6 @@ export class ScopeView {
     this.plot = new Plot(front);
     this.isInLanes = true;
     this.cursorMs = null;
-    this.frames = 0;
     this.drawnMs = 0;
     onSize(front.parentElement, (width, height, ratio) => this.resize(back, width, height, ratio));
     onScheme(() => this.colour());
@@ -126,7 +125,6 @@ export class ScopeView {
       this.isStale = false;
       this.drawnMs = now;
       this.draw();
-      ++this.frames;
     }
   }
 
