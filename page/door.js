@@ -117,7 +117,11 @@ export class Stream {
   reopen() {
     const former = this.socket;
     this.socket = null;
-    former?.close();
+    if (former?.readyState === WebSocket.CONNECTING) {
+      former.onopen = () => former.close();
+    } else {
+      former?.close();
+    }
     this.open();
   }
 

@@ -7,7 +7,7 @@ const dashAll = 11;
 export class Plot {
   constructor(canvas) {
     this.canvas = canvas;
-    this.context = canvas.getContext('2d');
+    this.context = canvas.getContext('2d', {willReadFrequently: true});
     this.resize(1, 1, 1);
   }
 

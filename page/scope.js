@@ -5,11 +5,12 @@ import {Stream} from './door.js';
 import {bare} from './machine.js';
 import {Ring} from './ring.js';
 
-const messagesPerSecond = 25;
+const messagesPerSecond = 30;
 export const longestMs = 60000;
 const shortestCycles = 8;
 export const mostTraces = 60;
 const before = 0.2;
+const settleMs = 50;
 
 export class Scope {
   constructor(door, machine) {
@@ -79,7 +80,8 @@ export class Scope {
       this.trigger = {...this.trigger, key: this.traces[0]?.key ?? null, atMs: null};
     }
     this.tell('traces');
-    this.stream.reopen();
+    clearTimeout(this.reopening);
+    this.reopening = setTimeout(() => this.stream.reopen(), settleMs);
   }
 
   // Command and measurement of one axis belong together, in name, colour and lane.

@@ -8,12 +8,13 @@ const frameMs = 1000 / 31;
 const hues = 7;
 const mostNumbers = 16;
 const mostOfOne = 12;
+const leastNamed = 20;
 
 export class ScopeView {
   constructor(scope, back, front) {
     this.scope = scope;
     this.front = front;
-    this.back = back.getContext('2d');
+    this.back = back.getContext('2d', {willReadFrequently: true});
     this.plot = new Plot(front);
     this.isInLanes = true;
     this.cursorMs = null;
@@ -45,6 +46,7 @@ export class ScopeView {
     this.lineColour = variable('--line');
     this.gridColour = variable('--grid');
     this.textColour = variable('--quiet');
+    this.panelColour = variable('--panel');
     this.markColour = variable('--mark');
     this.touch();
   }
@@ -193,7 +195,7 @@ export class ScopeView {
     }
   }
 
-  drawScale({name, scale}, index) {
+  drawScale({scale}, index) {
     const {top, bottom, low, high, zero, unit} = scale;
     const {back, leftPx, ratio} = this;
     const right = leftPx + this.plot.width;
@@ -216,11 +218,18 @@ export class ScopeView {
       }
     }
     back.stroke();
-    if (name !== '') {
-      back.textAlign = 'left';
-      back.textBaseline = 'top';
-      back.fillText(name, leftPx + 6 * ratio, top + 3 * ratio);
-    }
+  }
+
+  // Over the traces, on a ground of its own.
+  drawName({name, scale}) {
+    const {context} = this.plot;
+    const {ratio} = this;
+    context.fillStyle = this.panelColour;
+    context.fillRect(3 * ratio, scale.top + 2 * ratio, context.measureText(name).width + 6 * ratio, 14 * ratio);
+    context.fillStyle = this.textColour;
+    context.textAlign = 'left';
+    context.textBaseline = 'middle';
+    context.fillText(name, 6 * ratio, scale.top + 9 * ratio);
   }
 
   drawMarks(lanes) {
@@ -228,6 +237,9 @@ export class ScopeView {
     context.font = `600 ${10.5 * this.ratio}px system-ui, sans-serif`;
     if (!this.isInLanes && this.scope.traces.length <= mostNumbers) {
       this.scope.traces.forEach((trace, i) => this.drawNumber(trace, String(i + 1), lanes[0].scale));
+    }
+    if (this.isInLanes) {
+      lanes.filter(({scale}) => scale.bottom - scale.top > leastNamed * this.ratio).forEach((lane) => this.drawName(lane));
     }
     const {edge, atMs, key, level} = this.scope.trigger;
     if (edge !== 'off') {

@@ -13,7 +13,7 @@ from selenium.webdriver.common.by import By
 arguments = [
     "--headless=new", "--no-sandbox", "--disable-background-networking", "--disable-component-update",
     "--disable-sync", "--disable-quic", "--no-first-run", "--disable-dev-shm-usage",
-    "--use-angle=swiftshader", "--enable-unsafe-swiftshader", "--window-size=1280,800"]
+    "--enable-unsafe-swiftshader", "--window-size=1280,800"]
 
 
 class Browser(webdriver.Chrome):

@@ -68,7 +68,7 @@ class Page(DoorTest):
         """What any process reads in the shared memory of the machine."""
         said = subprocess.run([tool, "watch", key, "--pool", self.pool, "--once", "--json"], text=True,
                               capture_output=True, check=True).stdout
-        return next(each["value"] for each in json.loads(said)["attributes"])
+        return next(iter(json.loads(said)["values"].values()))
 
     def comes_to_rest(self, machine, key="arm/Value", seconds=4):
         end, seen = time.monotonic() + seconds, []
