@@ -83,7 +83,7 @@ export function niceRange(low, high) {
   if (!(low <= high)) {
     return [-1, 1];
   }
-  const slack = Math.max(high - low, 1e-3 * Math.max(1, Math.abs(high)));
+  const slack = Math.max(high - low, 0.01 * Math.max(1, Math.abs(high)));
   const step = niceStep(slack, 8);
   return [Math.floor((low - 0.04 * slack) / step) * step, Math.ceil((high + 0.04 * slack) / step) * step];
 }

@@ -15,7 +15,11 @@ export function solid([red, green, blue, alpha]) {
   const material = new THREE.MeshLambertMaterial({
     color: new THREE.Color(red, green, blue), transparent: alpha < 1, opacity: alpha,
   });
-  return (geometry) => [new THREE.Mesh(geometry, material.clone())];
+  return (geometry) => {
+    const mesh = new THREE.Mesh(geometry, material.clone());
+    mesh.userData.colour = material.color;
+    return [mesh];
+  };
 }
 
 export function ghostly(colour) {

@@ -5,7 +5,7 @@ import {Stream} from './door.js';
 import {bare} from './machine.js';
 import {Ring} from './ring.js';
 
-const messagesPerSecond = 30;
+const messagesPerSecond = 40;
 export const longestMs = 60000;
 const shortestCycles = 8;
 export const mostTraces = 60;

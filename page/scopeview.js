@@ -4,7 +4,7 @@
 import {fixed, onScheme, onSize, variable} from './dom.js';
 import {niceRange, niceStep, pixelOf, Plot} from './plot.js';
 
-const frameMs = 1000 / 31;
+const frameMs = 20;
 const hues = 7;
 const mostNumbers = 16;
 const mostOfOne = 12;

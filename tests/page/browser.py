@@ -13,7 +13,7 @@ from selenium.webdriver.common.by import By
 arguments = [
     "--headless=new", "--no-sandbox", "--disable-background-networking", "--disable-component-update",
     "--disable-sync", "--disable-quic", "--no-first-run", "--disable-dev-shm-usage",
-    "--enable-unsafe-swiftshader", "--window-size=1280,800"]
+    "--use-angle=swiftshader", "--enable-unsafe-swiftshader", "--window-size=1280,800"]
 
 
 class Browser(webdriver.Chrome):
@@ -54,10 +54,10 @@ class Browser(webdriver.Chrome):
     def slider(self, axis):
         return self.row(axis).find_element(By.TAG_NAME, "input")
 
-    def pixel(self, name):
-        """What the middle of an element looks like."""
+    def pixel(self, name, part=0.5):
+        """What an element looks like in its middle, or in another part of its width."""
         area = self(name).rect
-        clip = {"x": area["x"] + area["width"] // 2, "y": area["y"] + area["height"] // 2, "width": 1, "height": 1, "scale": 1}
+        clip = {"x": area["x"] + int(part * area["width"]), "y": area["y"] + area["height"] // 2, "width": 1, "height": 1, "scale": 1}
         return self.execute_cdp_cmd("Page.captureScreenshot", {"clip": clip})["data"]
 
     def drop(self, **files):

@@ -89,7 +89,7 @@ class Page(DoorTest):
             browser.waits_for("event-list", odd)
             self.assertEqual(len(browser.find_elements("tag name", "script")), 4)
             self.assertEqual(browser.title, "m – torvex")
-            browser.until(lambda: float(browser.find_elements("css selector", "#legend .value")[-1].text) > 0.4)
+            browser.until(lambda: browser.find_elements("css selector", "#legend .value")[-1].text == "0.5000")
             self.assertEqual(browser.console(), [])
             hosts = {re.match(r"(?:http|ws)://([^/]+)/", address)[1] for address in browser.addresses()}
             self.assertEqual(hosts, {f"127.0.0.1:{port}"})
@@ -98,7 +98,9 @@ class Page(DoorTest):
         port = free_port()
         with self.served("--http", port) as process:
             browser, machine = self.opened(process, port), torvex.connect("m")
-            lying = browser.until(lambda: browser.pixel("view"))
+            ground = browser.pixel("view", 0.01)
+            browser.until(lambda: browser.pixel("view") != ground)
+            lying = browser.pixel("view")
             self.assertFalse(browser.slider("arm").is_enabled())
             self.taken(browser)
             browser.until(browser.slider("arm").is_enabled)
