@@ -9,6 +9,7 @@
 #include "host/server/door.h"
 #include "host/server/doorplace.h"
 #include "input.h"
+#include "simulation/framework/descriptor.h"
 #include "tests/support/temporary.h"
 
 /// Takes whatever comes.
@@ -35,13 +36,13 @@ inline std::string answerTo(const std::string& text) {
   static const Temporary folder;
   static host::DoorPlace place(folder.path("door/d.sock"));
   static Open handler;
-  static host::Door door(place.listen(), std::nullopt, {}, handler);
+  static host::Door door(place.listen().release(), std::nullopt, {}, handler);
   static const bool isOpen = (door.open([](std::uint64_t) {}), true);
   (void)isOpen;
   sockaddr_un address{};
   address.sun_family = AF_UNIX;
   place.path().copy(address.sun_path, sizeof address.sun_path - 1);
-  const host::Descriptor client(socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0));
+  const simulation::Descriptor client(socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0));
   require(
       connect(client.number(), reinterpret_cast<const sockaddr*>(&address), sizeof address) == 0,
       std::string("connect: ") + std::strerror(errno));
