@@ -11,11 +11,12 @@
 #include <memory>
 #include <string_view>
 #include <system_error>
+#include <utility>
 
 namespace host {
 namespace {
 
-/// What some editors put before UTF-8; it takes no column.
+/// It takes no column.
 constexpr std::string_view byteOrderMark = "\xEF\xBB\xBF";
 
 constexpr std::size_t blockBytes = 4096;
@@ -43,6 +44,10 @@ std::string readFile(const std::string& path, std::size_t maxBytes) {
   if (std::ferror(file.get()) != 0) {
     throw unreadable(path, errno);
   }
+  return withoutByteOrderMark(std::move(text));
+}
+
+std::string withoutByteOrderMark(std::string text) {
   if (text.compare(0, byteOrderMark.size(), byteOrderMark) == 0) {
     text.erase(0, byteOrderMark.size());
   }

@@ -12,6 +12,9 @@ namespace host {
 /// than `maxBytes`. Leaves out a byte order mark.
 std::string readFile(const std::string& path, std::size_t maxBytes);
 
+/// Without what some editors put before UTF-8.
+std::string withoutByteOrderMark(std::string text);
+
 /// The source locations of a text's bytes, each found in a short time however long the text is.
 class LineIndex {
  public:

@@ -90,6 +90,15 @@ void addDoor(CLI::App& command, DoorOptions& options) {
   addRepeatable(command,
                 {"--origin", "URL", "Pages of this origin may come in, with the token", ""},
                 [&options](const std::string& text) { options.origins.push_back(text); });
+  addRepeatable(command,
+                {"--package-path", "DIR",
+                 "Where packages are: the page is given DIR/PACKAGE/PATH for the meshes of a URDF, "
+                 "package://PACKAGE/PATH; may be repeated",
+                 ""},
+                [&options](const std::string& text) { options.packageFolders.push_back(text); });
+  addOption(command,
+            {"--motions", "DIR", "A folder whose motion files clients may play by their names", ""},
+            options.motionFolder);
 }
 
 OpenDoor::OpenDoor(const MachineModel& machine, Torvex& torvex, const DoorOptions& options,
@@ -99,9 +108,9 @@ OpenDoor::OpenDoor(const MachineModel& machine, Torvex& torvex, const DoorOption
       address_(addressOf(options.tcp)),
       access_(accessOf(options)),
       place_(options.socketPath.empty() ? defaultDoorPath(machine.name) : options.socketPath),
-      serviceOptions_{options.isStrict, session.guard,
-                      session.poolName, session.preferenceDirectory,
-                      address_,         access_.cookie},
+      serviceOptions_{
+          options.isStrict, session.guard,  session.poolName,       session.preferenceDirectory,
+          address_,         access_.cookie, options.packageFolders, options.motionFolder},
       service_(machine, torvex, serviceOptions_),
       door_(place_.listen().release(), options.tcp, access_, service_),
       tokenPath_(options.tokenPath) {

@@ -22,6 +22,10 @@ struct DoorOptions {
   std::string tokenPath;
   std::vector<std::string> hosts;
   std::vector<std::string> origins;
+  /// Where the packages are that a URDF names.
+  std::vector<std::string> packageFolders;
+  /// With motions that clients may play; empty for none.
+  std::string motionFolder;
   /// What is too fast or beyond the limits is refused.
   bool isStrict = true;
 };

@@ -20,7 +20,7 @@ std::vector<CycleRing::Column> columnsOf(Engine& engine, const MachineModel& mac
 }
 
 /// A second at a thousand cycles a second, within bounds for memory.
-std::size_t rowsFor(std::size_t columns) {
+std::size_t rowsOfRing(std::size_t columns) {
   constexpr std::size_t rows = 1024;
   constexpr std::size_t mostNumbers = std::size_t{1} << 22;
   constexpr std::size_t leastRows = 64;
@@ -31,7 +31,7 @@ std::size_t rowsFor(std::size_t columns) {
 
 CycleRing::CycleRing(Engine& engine, const MachineModel& machine)
     : columns_(columnsOf(engine, machine)),
-      times_(rowsFor(columns_.size())),
+      times_(rowsOfRing(columns_.size())),
       values_(times_.size() * columns_.size()) {}
 
 // Each number is released and acquired: who has read one that is newer than the row which he wants

@@ -10,13 +10,6 @@
 #include "platform/zr/zrcriticalsectionwrite.h"
 
 namespace host {
-namespace {
-
-bool isPoint(const WindowItem& item) {
-  return item.kind == WindowItem::Kind::point;
-}
-
-}  // namespace
 
 void Timelines::look(Axis& axis) {
   const Window::Items& items = axis.window.items();
@@ -81,7 +74,7 @@ void Timelines::takeFront(Axis& axis, std::vector<Aim>& taken) {
   const WindowItem item = axis.window.items().front();
   axis.window.popFront();
   ++released_;
-  if (isPoint(item)) {
+  if (item.isPoint()) {
     const Point point = axis.backlog.front();
     taken.push_back({point, axis.backlog.knotOf(point)});
     axis.backlog.popFront();
@@ -178,9 +171,10 @@ void Timelines::reconcile(Axis& axis, const TakenBy& taken) {
     }
     std::vector<Point> points;
     const Window::Items& items = axis.window.items();
-    if (isPoint(items[at])) {
+    if (items[at].isPoint()) {
       const auto number = static_cast<std::size_t>(
-          std::count_if(items.begin(), items.begin() + static_cast<std::ptrdiff_t>(at), isPoint));
+          std::count_if(items.begin(), items.begin() + static_cast<std::ptrdiff_t>(at),
+                        [](const WindowItem& each) { return each.isPoint(); }));
       points.push_back(axis.backlog[number]);
       axis.backlog.erase(number);
     }

@@ -18,15 +18,6 @@ constexpr std::int64_t longestSettlingMs = 2000;
 /// From the start to the first cycle: the threads apply their scheduling meanwhile.
 constexpr std::int64_t startUpMs = 50;
 
-std::int64_t lastTime(const host::Plan& plan) {
-  std::int64_t lastMs = 0;
-  for (const host::ScheduledBatch& batch : plan.batches) {
-    lastMs =
-        std::max({lastMs, batch.momentMs.value_or(0), batch.originMs + batch.commands->lastMs()});
-  }
-  return lastMs;
-}
-
 host::EngineOptions engineOptions(const host::SessionOptions& options, std::uint32_t cycleMs) {
   return {options.poolName, options.preferenceDirectory,
           cycleMs,          options.startTick,
@@ -103,7 +94,7 @@ Torvex::Torvex(const host::MachineModel& machine, const host::Plan& plan,
     : plan_(plan),
       engine_(machine, engineOptions(options, plan.schedule.cycleMs), this),
       traced_(tracedValues(engine_, machine, plan, options.waitsForSignal)),
-      lastItemMs_(lastTime(plan)),
+      lastItemMs_(lastDueMs(plan)),
       result_(options,
               host::SampleHistory(traced_.columns.size(),
                                   (lastItemMs_ + longestSettlingMs) / plan.schedule.cycleMs + 1)),

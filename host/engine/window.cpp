@@ -9,10 +9,6 @@ namespace {
 
 constexpr std::size_t mostInTimeline = TimedCommand::MAX_TIMELINE_ITEMS;
 
-bool isPoint(const WindowItem& item) {
-  return item.kind == WindowItem::Kind::point;
-}
-
 }  // namespace
 
 void Window::clear() {
@@ -22,16 +18,16 @@ void Window::clear() {
 
 void Window::append(const WindowItem& item) {
   items_.push_back(item);
-  points_ += isPoint(item) ? 1 : 0;
+  points_ += item.isPoint() ? 1 : 0;
 }
 
 void Window::popFront() {
-  points_ -= isPoint(items_.front()) ? 1 : 0;
+  points_ -= items_.front().isPoint() ? 1 : 0;
   items_.pop_front();
 }
 
 void Window::erase(std::size_t position) {
-  points_ -= isPoint(items_[position]) ? 1 : 0;
+  points_ -= items_[position].isPoint() ? 1 : 0;
   items_.erase(items_.begin() + static_cast<std::ptrdiff_t>(position));
 }
 

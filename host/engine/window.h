@@ -17,6 +17,8 @@ struct WindowItem {
   std::int64_t timeMs = 0;
   hal::AttrGeneric value;
   Kind kind = Kind::point;
+
+  [[nodiscard]] bool isPoint() const { return kind == Kind::point; }
 };
 
 /// How many items a window holds behind the next cycle, at least, while there are more.

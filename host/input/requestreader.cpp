@@ -13,7 +13,7 @@ namespace host {
 namespace {
 
 /// All of a request.
-constexpr std::size_t mostBatches = 10'000;
+constexpr std::size_t mostBatchesOfRequest = 10'000;
 
 std::int64_t machineTime(const Document& document, const Node& node, const char* what) {
   constexpr double mostSeconds = 1e12;
@@ -56,8 +56,8 @@ void readBatches(const PointReader& reader, const Node& node, BatchRequest& requ
   if (!node.isList() || node.size() == 0) {
     document.fail(node, "batches: a list of at least one batch is needed");
   }
-  if (node.size() > mostBatches) {
-    document.stop(node, fmt::format("more than {} batches in a request", mostBatches));
+  if (node.size() > mostBatchesOfRequest) {
+    document.stop(node, fmt::format("more than {} batches in a request", mostBatchesOfRequest));
   }
   for (const Node& entry : node.items()) {
     document.attempt([&] {

@@ -2,6 +2,7 @@
 
 #include <fmt/format.h>
 
+#include <algorithm>
 #include <map>
 #include <memory>
 
@@ -97,6 +98,15 @@ class BatchChecker {
 };
 
 }  // namespace
+
+std::int64_t lastDueMs(const Plan& plan) {
+  std::int64_t lastMs = 0;
+  for (const ScheduledBatch& batch : plan.batches) {
+    lastMs =
+        std::max({lastMs, batch.momentMs.value_or(0), batch.originMs + batch.commands->lastMs()});
+  }
+  return lastMs;
+}
 
 Plan planRun(const MachineModel& machine, const std::vector<CommandBatch>& batches,
              const Timing& timing) {

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <cstdint>
 #include <vector>
 
 #include "host/input/machinemodel.h"
@@ -14,6 +15,9 @@ struct Plan {
   Schedule schedule;
   std::vector<ScheduledBatch> batches;
 };
+
+/// When the last of its commands is due, in milliseconds of machine time.
+std::int64_t lastDueMs(const Plan& plan);
 
 /// Lays motions out in machine time, for a machine that stands as described. A trajectory
 /// that is a file of its own is handed over before the first cycle, and approaches its

@@ -19,7 +19,18 @@ constexpr std::uint64_t mostWalked = 20'000'000;
 ///
 /// Values agree with a run to 1e-5 or two units in the last place. Returns the counts of
 /// each actuator.
-std::vector<PointCounts> rehearse(const MachineModel& machine, const Plan& plan,
-                                  Listener& listener);
+std::vector<PointCounts> rehearse(const MachineModel& machine, const Plan& plan, Listener& listener,
+                                  std::uint64_t mostWalkedPoints = mostWalked);
+
+/// Multiples of a step, itself one of the cycle, from 0 on.
+struct Sampling {
+  std::int64_t stepMs = 0;
+  std::int64_t endMs = 0;
+};
+
+/// What the register of each actuator holds in the cycles at these times, as a rehearsal has it.
+std::vector<std::vector<float>> commandedPaths(const MachineModel& machine, const Plan& plan,
+                                               const Sampling& sampling,
+                                               std::uint64_t mostWalkedPoints = mostWalked);
 
 }  // namespace host

@@ -7,7 +7,7 @@
 namespace host {
 namespace {
 
-constexpr int format = 1;
+constexpr int formatNumber = 1;
 
 Json countsJson(const CheckOutcome& outcome) {
   Json counts = {{"batches", Json()}, {"points", Json()}, {"actuators", Json()}};
@@ -24,7 +24,7 @@ Json countsJson(const CheckOutcome& outcome) {
 }  // namespace
 
 std::string checkJson(const CheckOutcome& outcome) {
-  const Json object = {{"format", format},
+  const Json object = {{"format", formatNumber},
                        {"machine", outcome.machine ? Json(*outcome.machine) : Json()},
                        {"machine_file", outcome.machinePath},
                        {"motions", outcome.motionPaths},

@@ -84,9 +84,7 @@ Json namesOf(const MachineModel& machine, const std::vector<int>& axes) {
   return names;
 }
 
-}  // namespace
-
-Answer denialAnswer(const MachineModel& machine, const Denial& denial, const std::string& path) {
+RequestFault faultOf(const MachineModel& machine, const Denial& denial, const std::string& path) {
   RequestFault refused;
   refused.status = statusOf(denial.reason);
   refused.reason = reasonName(denial.reason);
@@ -106,7 +104,27 @@ Answer denialAnswer(const MachineModel& machine, const Denial& denial, const std
     refused.figures["figure"] = denial.figure;
     refused.figures["limit"] = denial.limit;
   }
-  return answerOf(std::vector{std::move(refused)});
+  return refused;
+}
+
+/// About a point: of a motion file, with its source location.
+RequestFault faultOfPoint(const MachineModel& machine, const Denial& denial,
+                          const CommandBatch& batch) {
+  const std::size_t row = batch.rowOf(denial.point);
+  RequestFault refused = faultOf(machine, denial, fmt::format("{}/{}", batch.pointsPath, row));
+  if (row < batch.locations.size() && batch.locations[row].line != 0) {
+    refused.path = "/files";
+    refused.figures["file"] = batch.pointsPath;
+    refused.figures["line"] = batch.locations[row].line;
+    refused.figures["column"] = batch.locations[row].column;
+  }
+  return refused;
+}
+
+}  // namespace
+
+Answer denialAnswer(const MachineModel& machine, const Denial& denial, const std::string& path) {
+  return answerOf(std::vector{faultOf(machine, denial, path)});
 }
 
 Answer batchesAnswer(const MachineModel& machine, const CommandAnswer& answer,
@@ -116,12 +134,12 @@ Answer batchesAnswer(const MachineModel& machine, const CommandAnswer& answer,
   if (!answer.isDone()) {
     const CommandBatch& batch = *batches.at(std::min(denial.batch, batches.size() - 1));
     const bool isAboutBatch = denial.reason != Fault::unknown && denial.reason != Fault::ending;
-    const std::string path = hasFigure(denial.reason)
-                                 ? fmt::format("{}/{}", batch.pointsPath, batch.rowOf(denial.point))
-                             : isAboutBatch                    ? batch.path
-                             : denial.reason == Fault::unknown ? "/commander"
-                                                               : "";
-    return denialAnswer(machine, denial, path);
+    return answerOf(std::vector{hasFigure(denial.reason)
+                                    ? faultOfPoint(machine, denial, batch)
+                                    : faultOf(machine, denial,
+                                              isAboutBatch                      ? batch.path
+                                              : denial.reason == Fault::unknown ? "/commander"
+                                                                                : "")});
   }
   Json taken = Json::array();
   for (std::size_t i = 0; i < answer.batches.size(); ++i) {
@@ -137,6 +155,11 @@ Answer batchesAnswer(const MachineModel& machine, const CommandAnswer& answer,
                        {"machine_ms", answer.timeMs},
                        {"ends_ms", std::max(endsMs, answer.timeMs)},
                        {"batches", std::move(taken)}});
+}
+
+void addMembers(Answer& answer, const std::string& object) {
+  const std::size_t end = answer.body.rfind('}');
+  answer.body.replace(end, 1, "," + object.substr(1));
 }
 
 Answer stopAnswer(const MachineModel& machine, const CommandAnswer& answer,

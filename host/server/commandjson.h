@@ -18,6 +18,8 @@ namespace host {
 Answer batchesAnswer(const MachineModel& machine, const CommandAnswer& answer,
                      const std::vector<const CommandBatch*>& batches, bool isDryRun,
                      std::int64_t endsMs);
+/// Adds the members of a printed object.
+void addMembers(Answer& answer, const std::string& object);
 /// Of a request of stops alone.
 Answer stopAnswer(const MachineModel& machine, const CommandAnswer& answer,
                   const std::vector<RequestedBatch>& batches);

@@ -14,6 +14,7 @@
 #include "host/server/commandjson.h"
 #include "host/server/controlreader.h"
 #include "host/server/motionrequest.h"
+#include "host/server/preview.h"
 #include "host/server/query.h"
 #include "host/server/refused.h"
 
@@ -44,19 +45,30 @@ CommanderId commanderIn(const Request& request) {
 
 }  // namespace
 
-Commands::Commands(const MachineView& view, Torvex& torvex, bool isStrict)
-    : view_(view), torvex_(torvex), isStrict_(isStrict), names_(view.machine()) {}
+Commands::Commands(const MachineView& view, Torvex& torvex, bool isStrict,
+                   const MotionFolder* motions)
+    : view_(view),
+      torvex_(torvex),
+      isStrict_(isStrict),
+      motions_(motions),
+      names_(view.machine()) {}
 
 void Commands::readThen(const Request& request, const Reply& reply, const Read& read) {
-  requireJson(request);
-  const Query query(request, {});
-  const std::uint64_t ticket = stops_.ticket();
-  if (request.body.size() <= shortBody) {
-    read(request.body, ticket);
+  if (request.body.size() > shortBody) {
+    readLater(reader_, request, reply, read);
     return;
   }
+  requireJson(request);
+  const Query query(request, {});
+  read(request.body, stops_.ticket());
+}
+
+void Commands::readLater(Worker& worker, const Request& request, const Reply& reply,
+                         const Read& read) {
+  requireJson(request);
+  const Query query(request, {});
   reply.postpone();
-  const bool hasRoom = reader_.add([body = request.body, read, reply, ticket] {
+  const bool hasRoom = worker.add([body = request.body, read, reply, ticket = stops_.ticket()] {
     answering(reply, [&] { read(body, ticket); });
   });
   if (!hasRoom) {
@@ -71,7 +83,8 @@ void Commands::batches(const Request& request, const Reply& reply) {
 }
 
 void Commands::motions(const Request& request, const Reply& reply) {
-  readThen(request, reply, [this, reply](const std::string& body, std::uint64_t ticket) {
+  Worker& worker = request.body.find("\"dry_run\"") == std::string::npos ? reader_ : previewer_;
+  readLater(worker, request, reply, [this, reply](const std::string& body, std::uint64_t ticket) {
     sendMotions(body, ticket, reply);
   });
 }
@@ -108,9 +121,13 @@ void Commands::sendBatches(const std::string& body, std::uint64_t ticket, const 
 }
 
 void Commands::sendMotions(const std::string& body, std::uint64_t ticket, const Reply& reply) {
+  const MachineModel machine = view_.machineAsItStands();
   const auto read = std::make_shared<MotionRequest>(
-      readMotionRequest(body, view_.machineAsItStands(), torvex_.cycleMs()));
+      readMotionRequest(body, machine, torvex_.cycleMs(), motions_));
   const auto sent = std::make_shared<Sent>();
+  if (read->isDryRun) {
+    sent->preview = printedPreview(machine, read->plan);
+  }
   sent->request.commander = read->commander;
   sent->request.isDryRun = read->isDryRun;
   // Time for the command thread to take it.
@@ -145,7 +162,11 @@ void Commands::send(const std::shared_ptr<const Sent>& sent, std::uint64_t ticke
       numbers->note(answer.batches.front().number, answer.batches.size());
     }
     reply.later([this, sent, answer, isDryRun] {
-      return batchesAnswer(view_.machine(), answer, sent->batches, isDryRun, sent->endsMs);
+      Answer told = batchesAnswer(view_.machine(), answer, sent->batches, isDryRun, sent->endsMs);
+      if (answer.isDone() && !sent->preview.empty()) {
+        addMembers(told, sent->preview);
+      }
+      return told;
     });
   };
   const auto stopped = stops_.unlessStopped(ticket, sent->batches,

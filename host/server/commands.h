@@ -13,6 +13,7 @@
 #include "host/input/requestreader.h"
 #include "host/server/http.h"
 #include "host/server/machineview.h"
+#include "host/server/motionfolder.h"
 #include "host/server/requestnumbers.h"
 #include "host/server/stoptickets.h"
 #include "host/server/worker.h"
@@ -25,7 +26,8 @@ class Commands {
   using Reply = Handler::Reply;
 
   /// The view and the machine must outlive the object, and the machine's threads end before it.
-  Commands(const MachineView& view, Torvex& torvex, bool isStrict);
+  /// `motions` may be null.
+  Commands(const MachineView& view, Torvex& torvex, bool isStrict, const MotionFolder* motions);
 
   // Each answers one request. Throw `Refused` and `UserError`.
 
@@ -59,6 +61,8 @@ class Commands {
     CommandRequest request;
     std::vector<const CommandBatch*> batches;
     std::int64_t endsMs = 0;
+    /// What else is answered of motions that are not to be played: a printed object, or nothing.
+    std::string preview;
     /// What the batches lie in.
     std::shared_ptr<const void> owner;
   };
@@ -68,6 +72,8 @@ class Commands {
 
   /// Reads a body at once, or, where that may take long, on a thread of its own.
   void readThen(const Request& request, const Reply& reply, const Read& read);
+  /// On the thread of the worker.
+  void readLater(Worker& worker, const Request& request, const Reply& reply, const Read& read);
   void sendBatches(const std::string& body, std::uint64_t ticket, const Reply& reply);
   void sendMotions(const std::string& body, std::uint64_t ticket, const Reply& reply);
   void send(const std::shared_ptr<const Sent>& sent, std::uint64_t ticket, const Reply& reply);
@@ -80,6 +86,7 @@ class Commands {
   const MachineView& view_;
   Torvex& torvex_;
   const bool isStrict_;
+  const MotionFolder* const motions_;
   const ActuatorNames names_;
   StopTickets stops_;
   const std::shared_ptr<RequestNumbers> numbers_ = std::make_shared<RequestNumbers>();
@@ -89,6 +96,8 @@ class Commands {
   std::map<std::uint64_t, int> enrolling_;
   std::set<std::uint64_t> gone_;
   Worker reader_;
+  /// What it does takes longer still.
+  Worker previewer_;
 };
 
 }  // namespace host

@@ -79,7 +79,7 @@ Json MachineView::beginning() const {
           {"instance", instance_}};
 }
 
-Json MachineView::describe() const {
+Json MachineView::describe(const std::vector<std::string>& packages) const {
   const CommandState state = torvex_.engine().desk().state();
   std::map<CommanderId, std::string> owners;
   Json commanders = Json::array();
@@ -111,6 +111,7 @@ Json MachineView::describe() const {
           {"axes", std::move(axes)},
           {"followers", followers()},
           {"has_description", machine_.urdf != nullptr},
+          {"packages", packages},
           {"attributes", attributes()},
           {"commanders", std::move(commanders)},
           {"bounds", boundsJson()}};

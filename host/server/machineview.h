@@ -24,6 +24,10 @@ struct ServiceOptions {
   std::string address;
   /// What lets them in: NAME=VALUE.
   std::string cookie;
+  /// Where the packages are that a URDF names.
+  std::vector<std::string> packageFolders;
+  /// With motions that clients may play; empty for none.
+  std::string motionFolder;
 };
 
 /// A machine as its clients see it.
@@ -43,7 +47,7 @@ class MachineView {
 
   /// The first message to who listens to events.
   [[nodiscard]] Json beginning() const;
-  [[nodiscard]] Json describe() const;
+  [[nodiscard]] Json describe(const std::vector<std::string>& packages) const;
   [[nodiscard]] Json health() const;
   /// Throws `simulation::Error` for a key that is not there.
   [[nodiscard]] Json values(const std::vector<std::string>& keys) const;

@@ -4,6 +4,7 @@
 
 #include <map>
 #include <nlohmann/json.hpp>
+#include <optional>
 #include <utility>
 
 #include "host/input/document.h"
@@ -17,7 +18,8 @@ namespace {
 /// What is asked, before the files are read.
 struct Wanted {
   std::vector<std::string> motions;
-  std::map<std::string, std::string> files;
+  /// None: those of the folder are meant.
+  std::optional<std::map<std::string, std::string>> files;
   MotionOptions options;
   Timing timing;
 };
@@ -26,8 +28,9 @@ void readFiles(const Document& document, const Node& node, Wanted& wanted) {
   if (!node.isMap()) {
     document.fail(node, "files must be a map of names and texts");
   }
+  wanted.files.emplace();
   for (const auto& [name, text] : node.entries()) {
-    wanted.files[name.scalar()] = document.text(text, "a file");
+    (*wanted.files)[name.scalar()] = document.text(text, "a file");
   }
 }
 
@@ -64,8 +67,8 @@ Wanted readWanted(const std::string& text, MotionRequest& request) {
         request.isDryRun = sender.isDryRun;
         document.requiredField(fields, document.root(), "motions",
                                [&](const Node& node) { readMotions(document, node, wanted); });
-        document.requiredField(fields, document.root(), "files",
-                               [&](const Node& node) { readFiles(document, node, wanted); });
+        document.field(fields, "files",
+                       [&](const Node& node) { readFiles(document, node, wanted); });
         readOptions(document, fields, wanted);
       });
   return wanted;
@@ -88,13 +91,20 @@ Wanted readWanted(const std::string& text, MotionRequest& request) {
 }  // namespace
 
 MotionRequest readMotionRequest(const std::string& text, const MachineModel& machine,
-                                std::int64_t cycleMs) {
+                                std::int64_t cycleMs, const MotionFolder* folder) {
   MotionRequest request;
   Wanted wanted = readWanted(text, request);
   wanted.timing.cycleMs = static_cast<std::uint32_t>(cycleMs);
-  const MotionsOfClient files(std::move(wanted.files));
+  if (!wanted.files && folder == nullptr) {
+    throw Refused({400, "invalid", "/files",
+                   "files is missing, and the machine has no folder of motions (--motions)",
+                   Json::object()});
+  }
+  const MotionsOfClient files(
+      std::move(wanted.files).value_or(std::map<std::string, std::string>()));
+  const MotionTexts& texts = wanted.files ? static_cast<const MotionTexts&>(files) : *folder;
   try {
-    request.batches = readMotions(wanted.motions, files, machine, wanted.options);
+    request.batches = readMotions(wanted.motions, texts, machine, wanted.options);
     request.plan = planRun(machine, request.batches, wanted.timing);
   } catch (const UserError& error) {
     if (files.missing().empty()) {

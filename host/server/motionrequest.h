@@ -7,6 +7,7 @@
 #include "host/engine/request.h"
 #include "host/input/machinemodel.h"
 #include "host/motion/plan.h"
+#include "host/server/motionfolder.h"
 
 namespace host {
 
@@ -19,9 +20,10 @@ struct MotionRequest {
   Plan plan;
 };
 
-/// Reads the JSON of such a request, and the texts of the files that come with it. The machine
-/// stands where the motions begin. Throws `UserError`, and `Refused` where a file is missing.
+/// Reads the JSON of such a request, and the texts of the files that come with it; without any,
+/// those of the folder, which may be null. The machine stands where the motions begin. Throws
+/// `UserError`, and `Refused` where a file is missing.
 MotionRequest readMotionRequest(const std::string& text, const MachineModel& machine,
-                                std::int64_t cycleMs);
+                                std::int64_t cycleMs, const MotionFolder* folder);
 
 }  // namespace host

@@ -40,8 +40,14 @@ std::vector<std::string> keysIn(const Query& query) {
   return keys;
 }
 
-/// "{id}" stands for a whole number.
+constexpr char meshPrefix[] = "/v1/meshes/";
+
+/// "{id}" stands for a whole number, "{path}" at the end for anything.
 bool isAt(const std::string& path, const std::string& pattern) {
+  const std::size_t rest = pattern.find("{path}");
+  if (rest != std::string::npos) {
+    return path.size() > rest && path.compare(0, rest, pattern, 0, rest) == 0;
+  }
   const std::size_t place = pattern.find("{id}");
   if (place == std::string::npos) {
     return path == pattern;
@@ -56,6 +62,8 @@ bool isAt(const std::string& path, const std::string& pattern) {
 const Service::Route Service::routes[] = {
     {"GET", "/v1/machine", &Service::getMachine},
     {"GET", "/v1/description", &Service::getDescription},
+    {"GET", "/v1/meshes/{path}", &Service::getMesh},
+    {"GET", "/v1/motions", &Service::getMotions},
     {"GET", "/v1/values", &Service::getValues},
     {"GET", "/v1/health", &Service::getHealth, true, true},
     {"GET", "/v1/events", &Service::getEvents},
@@ -77,7 +85,22 @@ Service::Service(const MachineModel& machine, Torvex& torvex, const ServiceOptio
       options_(options),
       view_(machine, torvex, options),
       page_(options.address, options.cookie),
-      commands_(view_, torvex, options.strict) {}
+      meshes_(options.packageFolders, machine.urdf.get()),
+      motions_(options.motionFolder.empty() ? std::nullopt
+                                            : std::optional<MotionFolder>(options.motionFolder)),
+      commands_(view_, torvex, options.strict, motions_ ? &*motions_ : nullptr) {}
+
+void Service::later(const Reply& reply, const std::function<Answer()>& make) {
+  reply.postpone();
+  const bool hasRoom = worker_.add([make, reply] {
+    if (reply.begin()) {
+      answering(reply, [&] { reply(make()); });
+    }
+  });
+  if (!hasRoom) {
+    throw Refused(refusedWith(503, "busy", "too many requests wait for their turn"));
+  }
+}
 
 template <void (Commands::*act)(const Request&, const Handler::Reply&)>
 void Service::command(const Request& request, const Reply& reply) {
@@ -134,7 +157,7 @@ void Service::connectionEnded(std::uint64_t connection) {
 
 void Service::getMachine(const Request& request, const Reply& reply) {
   const Query query(request, {});
-  reply(answerOf(view_.describe()));
+  reply(answerOf(view_.describe(meshes_.packages())));
 }
 
 void Service::getDescription(const Request& request, const Reply& reply) {
@@ -146,6 +169,19 @@ void Service::getDescription(const Request& request, const Reply& reply) {
   answer.contentType = "application/xml";
   answer.body = *machine_.urdf;
   reply(std::move(answer));
+}
+
+void Service::getMesh(const Request& request, const Reply& reply) {
+  const Query query(request, {});
+  const std::string path = request.path.substr(sizeof meshPrefix - 1);
+  later(reply, [this, path] { return meshes_.answer(path); });
+}
+
+void Service::getMotions(const Request& request, const Reply& reply) {
+  const Query query(request, {});
+  later(reply, [this] {
+    return answerOf(Json{{"motions", motions_ ? motions_->list() : Json::array()}});
+  });
 }
 
 void Service::getValues(const Request& request, const Reply& reply) {
@@ -251,19 +287,9 @@ void Service::postExport(const Request& request, const Reply& reply) {
                 });
               });
   checkExport(machine_, wanted, options_.preferenceDirectory);
-  reply.postpone();
-  const bool hasRoom = worker_.add([this, wanted, reply] {
-    if (!reply.begin()) {
-      return;
-    }
-    answering(reply, [&] {
-      const std::string said = exportPreferences(wanted, options_.preferenceDirectory);
-      reply(answerOf(Json{{"said", said}}));
-    });
+  later(reply, [this, wanted] {
+    return answerOf(Json{{"said", exportPreferences(wanted, options_.preferenceDirectory)}});
   });
-  if (!hasRoom) {
-    throw Refused(refusedWith(503, "busy", "too many exports wait for their turn"));
-  }
 }
 
 }  // namespace host

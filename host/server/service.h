@@ -1,11 +1,15 @@
 #pragma once
 
+#include <functional>
 #include <memory>
+#include <optional>
 #include <string>
 
 #include "host/server/commands.h"
 #include "host/server/http.h"
 #include "host/server/machineview.h"
+#include "host/server/meshes.h"
+#include "host/server/motionfolder.h"
 #include "host/server/pageanswers.h"
 #include "host/server/worker.h"
 
@@ -41,6 +45,8 @@ class Service : public Handler {
   [[nodiscard]] static const Route& routeOf(const Request& request);
   void getMachine(const Request& request, const Reply& reply);
   void getDescription(const Request& request, const Reply& reply);
+  void getMesh(const Request& request, const Reply& reply);
+  void getMotions(const Request& request, const Reply& reply);
   void getValues(const Request& request, const Reply& reply);
   void getHealth(const Request& request, const Reply& reply);
   void getEvents(const Request& request, const Reply& reply);
@@ -49,6 +55,8 @@ class Service : public Handler {
   void postExport(const Request& request, const Reply& reply);
   [[nodiscard]] std::unique_ptr<Feed> eventFeed(const Request& request);
   [[nodiscard]] std::unique_ptr<Feed> liveFeed(const Request& request);
+  /// Has what takes long done by the worker, and answered.
+  void later(const Reply& reply, const std::function<Answer()>& make);
   template <void (Commands::*act)(const Request&, const Reply&)>
   void command(const Request& request, const Reply& reply);
 
@@ -57,6 +65,9 @@ class Service : public Handler {
   const ServiceOptions& options_;
   const MachineView view_;
   PageAnswers page_;
+  const Meshes meshes_;
+  /// None without `--motions`.
+  const std::optional<MotionFolder> motions_;
   Commands commands_;
   Worker worker_;
 };

@@ -205,7 +205,24 @@ inline std::string disagreement(const host::MachineModel& machine, const host::P
   const std::vector<host::PointCounts> counts = host::rehearse(machine, plan, rehearsed);
   Torvex torvex(machine, plan, options);
   torvex.addListener(run);
-  torvex.run([](std::int64_t) {});
+  const std::int64_t cycleMs = plan.schedule.cycleMs;
+  const std::int64_t endMs = std::min<std::int64_t>(host::lastDueMs(plan), 3000);
+  const auto paths = host::commandedPaths(machine, plan, {cycleMs, endMs});
+  std::string stray;
+  torvex.run([&](std::int64_t timeMs) {
+    for (const host::Axis& axis : torvex.engine().axes()) {
+      const auto& path = paths[static_cast<std::size_t>(axis.index)];
+      const auto cycle = static_cast<std::size_t>(timeMs / cycleMs);
+      const double ran = host::numberIn(*axis.command);
+      if (timeMs <= endMs && std::abs(ran - double{path[cycle]}) > 2e-5 + 5e-7 * std::abs(ran)) {
+        stray = fmt::format("{} at {} ms: {}, rehearsed {}", axis.actuator.name, timeMs, ran,
+                            path[cycle]);
+      }
+    }
+  });
+  if (!stray.empty()) {
+    return stray;
+  }
   for (const host::Axis& axis : torvex.engine().axes()) {
     const std::string ran = shownCounts(axis.counts);
     const std::string expected = shownCounts(counts[static_cast<std::size_t>(axis.index)]);

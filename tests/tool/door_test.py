@@ -16,7 +16,7 @@ import unittest
 import jsonschema
 import yaml
 
-from tool import ToolTest, root, start, write
+from tool import ToolTest, read, root, start, write
 
 document = yaml.safe_load((root / "docs/openapi.yaml").read_text(encoding="utf-8"))
 machine_text = """
@@ -470,6 +470,67 @@ class Door(DoorTest):
             self.assertEqual((status, answer["error"]["reason"], answer["error"]["file"]), (422, "needs_file", "f.yaml"))
             body["files"]["f.yaml"] = "joint_names: [x]"
             self.assertEqual(self.reason("POST", "/v1/motions", body), (400, "invalid", "/files"))
+
+    def test_shows_a_machine_with_a_description(self):
+        os.makedirs("packages/p/meshes/deep")
+        os.makedirs("motions/sub.yaml")
+        for name in ("packages/p/meshes/a.stl", "packages/p/meshes/deep/b.dae", "packages/outside.stl",
+                     "motions/n.txt", "motions/m.json"):
+            write(name, "solid " + name)
+        write("secret.yaml", "key: none")
+        os.symlink("../../outside.stl", "packages/p/meshes/link.stl")
+        os.symlink("meshes", "packages/p/linked")
+        os.mkfifo("packages/p/meshes/pipe.stl")
+        os.symlink("../secret.yaml", "motions/secret.yaml")
+        write("motions/fast.yaml", "joint_names: [a]\npoints:\n- {positions: [0.2], time_from_start: 1}\n"
+              "- {positions: [0.4], time_from_start: 1.1}\n")
+        text = write("m.urdf", """<robot name='m'><joint name='a' type='revolute'><limit lower='-1' upper='1'
+            velocity='1'/></joint><joint name='t' type='prismatic'><mimic joint='a' multiplier='2'/></joint>
+            <link name='l'><visual><geometry><mesh filename='package://p/meshes/a.stl'/><mesh filename=
+            "package://none/c.stl"/></geometry></visual></link></robot>""") and read("m.urdf")
+        with self.served("--package-path", "packages", "--motions", "motions", "--no-strict", machine="m.urdf"):
+            _, machine = self.asked("GET", "/v1/machine")
+            self.assertEqual((machine["axes"][0]["joint"], machine["axes"][0]["kind"], machine["packages"]),
+                             ("a", "revolute", ["p"]))
+            key = "Device/SubDeviceList/t/Sensor/Value"
+            self.assertEqual(machine["followers"], [
+                {"joint": "t", "follows": "a", "multiplier": 2, "offset": 0, "sensor": key}])
+            for target, status, content in (
+                    ("description", 200, text), ("meshes/p/meshes/a.stl", 200, "solid packages/p/meshes/a.stl"),
+                    ("meshes/p/meshes/deep/b.dae", 200, "solid packages/p/meshes/deep/b.dae"),
+                    ("meshes/p/meshes/%2e%2e/meshes/a.stl", 404, None), ("meshes/p%2fmeshes/../../outside.stl", 404, None),
+                    ("meshes/../secret.yaml", 404, None), ("meshes//p/meshes/a.stl", 404, None),
+                    ("meshes/p/meshes/link.stl", 404, None), ("meshes/p/linked/a.stl", 404, None),
+                    ("meshes/p/meshes/pipe.stl", 404, None), ("meshes/p/meshes", 404, None),
+                    ("meshes/p/meshes/a.stl?x=1", 400, None), ("meshes/", 404, None)):
+                connection = BySocket(self.path)
+                connection.request("GET", "/v1/" + target)
+                answer = connection.getresponse()
+                got = answer.read().decode()
+                self.assertEqual((answer.status, got if content else None), (status, content), target)
+                connection.close()
+            _, listed = self.asked("GET", "/v1/motions")
+            self.assertEqual([entry["name"] for entry in listed["motions"]], ["fast.yaml", "m.json"])
+            for request, fault in (
+                    ({"motions": ["secret.yaml"]}, ("secret.yaml", None)), ({"motions": ["../secret.yaml"]}, ("../secret.yaml", None)),
+                    ({"motions": ["m.json"]}, ("m.json", 1)),
+                    ({"motions": ["x"], "files": {"x": "joint_names: [a]\npoints:\n- {positions: [1, 2], time_from_start: 1}\n"}}, ("x", 3))):
+                status, refused = self.asked("POST", "/v1/motions", {**request, "dry_run": True})
+                self.assertEqual((status, refused["error"]["file"], refused["error"].get("line")), (400, *fault), refused)
+            _, dry = self.asked("POST", "/v1/motions", {"motions": ["fast.yaml"], "dry_run": True})
+            self.assertEqual([(each["file"], each["line"], each["column"]) for each in dry["warnings"]],
+                             [("fast.yaml", 4, 3)])
+            curve = dry["curve"]["Device/SubDeviceList/a/Value"]
+            self.assertEqual((curve[0], curve[-1]), ([0, 0], [dry["duration_ms"], 0.4]))
+            self.assertEqual([ms for ms, _ in curve], list(range(0, dry["duration_ms"] + 1, 10)))
+            self.assertEqual(self.asked("GET", "/v1/values?key=a/Value")[1]["values"]["Device/SubDeviceList/a/Value"], 0)
+            self.assertEqual(self.asked("POST", "/v1/motions", {"motions": ["fast.yaml"]})[0], 200)
+        with self.served("--motions", "motions", machine="m.urdf"):
+            status, refused = self.asked("POST", "/v1/motions", {"motions": ["fast.yaml"], "dry_run": True})
+            error = refused["error"]
+            self.assertEqual((status, error["reason"], error["file"], error["line"], error["column"]),
+                             (422, "too_fast", "fast.yaml", 4, 3))
+        self.assertIn("none: error: cannot be read as a folder", self.said(2, "serve", "m.urdf", "--motions", "none"))
 
     def test_a_run_may_leave_the_door_open(self):
         write("f.yaml", "batches: [{at: 0, key: a/Value, items: [{time: 0.5, value: 0.3}]}]\n")
