@@ -134,6 +134,7 @@ void RehearsedAxis::run(std::int64_t cycleMs) {
   }
   judge({cycleMs, cycleMs - cycleMs_, start_, taken, nextAim()});
   start_ = startAt(taken.back().point, taken.back().knot, cycleMs - cycleMs_);
+  held_ = commandedNumber(actuator_, taken.back().point.value);
   counts_.reached += reached.size();
   walkedInAll_ += count;
   tellRuns({EventKind::reached, Fault::none, cycleMs, 0, index_}, reached, listener_);

@@ -31,6 +31,7 @@ class RehearsedAxis {
         latestMs_(-cycleMs),
         start_(restingAt(0, commandedNumber(actuator_, initialRecord(actuator_)))),
         valueBefore_(start_.value),
+        held_(start_.value),
         judge_(machine, index, cycleMs) {}
 
   /// Runs all cycles up to this one.
@@ -48,7 +49,7 @@ class RehearsedAxis {
   void finish();
 
   /// What the register holds after the latest cycle, but for rounding.
-  [[nodiscard]] double value() const { return actuator_.interpolates ? valueNow() : start_.value; }
+  [[nodiscard]] double value() const { return actuator_.interpolates ? valueNow() : held_; }
   [[nodiscard]] const PointCounts& counts() const { return counts_; }
 
  private:
@@ -108,6 +109,8 @@ class RehearsedAxis {
   SegmentStart start_;
   /// What the register held a cycle before the latest one.
   double valueBefore_;
+  /// Of an axis that does not interpolate: what its register holds.
+  double held_;
   Judge judge_;
   bool hasRun_ = false;
   Walked walked_;
