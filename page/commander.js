@@ -13,6 +13,7 @@ export class Commander {
     this.events = events;
     this.name = `page-${crypto.getRandomValues(new Uint16Array(1))[0].toString(16).padStart(4, '0')}`;
     this.id = null;
+    this.key = null;
     this.axes = [];
     this.listeners = [];
     setInterval(() => this.id !== null && events.renew(), renewMs);
@@ -50,25 +51,26 @@ export class Commander {
     return this.attempt(async () => {
       const mine = await this.door.post('/v1/commanders',
         {name: this.name, axes: all, lease_ms: leaseMs, on_loss: 'stop'});
-      this.become(mine.id, mine.axes, '');
+      this.become(mine, mine.axes, '');
     });
   }
 
-  become(id, axes, sentence) {
-    this.id = id;
+  become(mine, axes, sentence) {
+    this.id = mine?.id ?? null;
+    this.key = mine?.key ?? null;
     this.axes = axes;
-    this.events.renewFor(id);
+    this.events.renewFor(this.key);
     this.tell(sentence);
     this.machine.refresh();
   }
 
   async giveBack(sentence = '') {
-    const id = this.id;
-    if (id === null) {
+    const key = this.key;
+    if (key === null) {
       return;
     }
     this.become(null, [], sentence);
-    await this.door.remove(`/v1/commanders/${id}`).catch(() => {});
+    await this.door.remove(`/v1/commanders/${key}`).catch(() => {});
     this.machine.refresh();
   }
 
@@ -80,7 +82,7 @@ export class Commander {
 
   // The answer, or null where it was refused.
   command(batches) {
-    return this.attempt(() => this.door.post('/v1/batches', {commander: this.id, batches}), null);
+    return this.attempt(() => this.door.post('/v1/batches', {commander: this.key, batches}), null);
   }
 
   stop(axes) {

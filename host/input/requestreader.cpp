@@ -79,10 +79,8 @@ bool BatchRequest::isStop(std::int64_t nowMs) const {
 
 RequestSender readSender(const Document& document, const Document::Fields& fields) {
   RequestSender sender;
-  document.field(fields, "commander", [&](const Node& node) {
-    sender.commander =
-        static_cast<std::uint32_t>(document.wholeNumber(node, "commander", 1, 4294967295.0));
-  });
+  document.field(fields, "commander",
+                 [&](const Node& node) { sender.commander = document.text(node, "commander"); });
   document.field(fields, "dry_run",
                  [&](const Node& node) { sender.isDryRun = document.truth(node, "dry_run"); });
   return sender;

@@ -25,8 +25,8 @@ struct RequestedBatch {
 
 /// What every request that commands may say.
 struct RequestSender {
-  /// The commander that sends it.
-  std::optional<std::uint32_t> commander;
+  /// The key of the commander that sends it.
+  std::optional<std::string> commander;
   /// To be answered, and nothing else.
   bool isDryRun = false;
 };

@@ -3,9 +3,7 @@
 #include <fmt/format.h>
 
 #include <algorithm>
-#include <charconv>
 #include <exception>
-#include <iterator>
 #include <nlohmann/json.hpp>
 #include <utility>
 
@@ -35,12 +33,14 @@ ScheduledBatch scheduled(const RequestedBatch& batch) {
   return scheduled;
 }
 
-/// The number in /v1/commanders/NUMBER...
-CommanderId commanderIn(const Request& request) {
-  const std::string number = request.path.substr(std::string("/v1/commanders/").size());
-  CommanderId id = nobody;
-  std::from_chars(number.data(), number.data() + number.size(), id);
-  return id;
+/// The key in /v1/commanders/KEY...
+std::string keyIn(const Request& request) {
+  const std::size_t begin = std::string("/v1/commanders/").size();
+  return request.path.substr(begin, request.path.find('/', begin) - begin);
+}
+
+RequestFault unknownCommander(const char* path) {
+  return {404, "unknown", path, "there is no such commander, or it has ended", Json::object()};
 }
 
 }  // namespace
@@ -91,7 +91,7 @@ void Commands::motions(const Request& request, const Reply& reply) {
 
 void Commands::sendBatches(const std::string& body, std::uint64_t ticket, const Reply& reply) {
   const auto read = std::make_shared<BatchRequest>(readBatchRequest(body, names_));
-  const CommanderId commander = read->commander.value_or(nobody);
+  const CommanderId commander = commanderOf(read->commander);
   if (read->isStop(torvex_.engine().now().timeMs) && !read->isDryRun) {
     std::set<int> axes;
     for (const RequestedBatch& batch : read->batches) {
@@ -128,7 +128,7 @@ void Commands::sendMotions(const std::string& body, std::uint64_t ticket, const 
   if (read->isDryRun) {
     sent->preview = printedPreview(machine, read->plan);
   }
-  sent->request.commander = read->commander;
+  sent->request.commander = commanderOf(read->commander);
   sent->request.isDryRun = read->isDryRun;
   // Time for the command thread to take it.
   constexpr std::int64_t cyclesAhead = 3;
@@ -235,28 +235,30 @@ Answer Commands::enrolled(const CommandAnswer& answer, const Enrolment& enrolmen
   if (commanderNames_.size() > mostNames) {
     commanderNames_.erase(commanderNames_.begin());
   }
+  Json told = commanderJson(view_.machine(), answer.commander, enrolment);
   if (isGone && endsWithConnection) {
     desk().resign(answer.commander, {});
   } else {
     forgetLost(answer.timeMs);
     known_[answer.commander] = {enrolment, endsWithConnection ? connection : 0, answer.timeMs};
+    told["key"] = keys_.give(answer.commander);
   }
-  return answerOf(commanderJson(view_.machine(), answer.commander, enrolment), 201);
+  return answerOf(told, 201);
 }
 
 void Commands::renew(const Request& request, const Reply& reply) {
   const Query query(request, {});
-  desk().renew(commanderIn(request), [this, reply](const CommandAnswer& answer) {
+  desk().renew(keys_.find(keyIn(request)), [this, reply](const CommandAnswer& answer) {
     reply.later([this, answer] { return commanderAnswer(answer); });
   });
 }
 
 void Commands::resign(const Request& request, const Reply& reply) {
   const Query query(request, {});
-  desk().resign(commanderIn(request), [this, reply](const CommandAnswer& answer) {
+  desk().resign(keys_.find(keyIn(request)), [this, reply](const CommandAnswer& answer) {
     reply.later([this, answer] {
       Answer told = commanderAnswer(answer);
-      known_.erase(answer.commander);
+      forget(answer.commander);
       return told;
     });
   });
@@ -264,18 +266,27 @@ void Commands::resign(const Request& request, const Reply& reply) {
 
 Answer Commands::commanderAnswer(const CommandAnswer& answer) {
   if (!answer.isDone()) {
-    known_.erase(answer.commander);
     return denialAnswer(view_.machine(), answer.denial, "");
   }
   return answerOf(
       commanderJson(view_.machine(), answer.commander, known_[answer.commander].enrolment));
 }
 
-std::function<void()> Commands::renewing(std::uint64_t commander) {
-  const auto id = static_cast<CommanderId>(commander);
-  if (id != commander || known_.count(id) == 0) {
-    throw Refused({404, "unknown", "?commander", "there is no such commander, or it has ended",
-                   Json::object()});
+CommanderId Commands::commanderOf(const std::optional<std::string>& key) const {
+  if (!key) {
+    return nobody;
+  }
+  const CommanderId id = keys_.find(*key);
+  if (id == nobody) {
+    throw Refused(unknownCommander("/commander"));
+  }
+  return id;
+}
+
+std::function<void()> Commands::renewing(const std::string& key) {
+  const CommanderId id = keys_.find(key);
+  if (id == nobody) {
+    throw Refused(unknownCommander("?commander"));
   }
   return [this, id] { desk().renew(id, {}); };
 }
@@ -288,9 +299,10 @@ void Commands::forgetLost(std::int64_t timeMs) {
     living.insert(commander.id);
   }
   for (auto known = known_.begin(); known != known_.end();) {
-    const bool isLost =
-        living.count(known->first) == 0 && timeMs > known->second.sinceMs + seenWithinMs;
-    known = isLost ? known_.erase(known) : std::next(known);
+    const auto& [id, commander] = *known++;
+    if (living.count(id) == 0 && timeMs > commander.sinceMs + seenWithinMs) {
+      forget(id);
+    }
   }
 }
 
@@ -299,13 +311,17 @@ void Commands::connectionEnded(std::uint64_t connection) {
     gone_.insert(connection);
   }
   for (auto known = known_.begin(); known != known_.end();) {
-    if (known->second.connection != connection) {
-      ++known;
-      continue;
+    const auto& [id, commander] = *known++;
+    if (commander.connection == connection) {
+      desk().resign(id, {});
+      forget(id);
     }
-    desk().resign(known->first, {});
-    known = known_.erase(known);
   }
+}
+
+void Commands::forget(CommanderId commander) {
+  keys_.forget(commander);
+  known_.erase(commander);
 }
 
 }  // namespace host

@@ -4,6 +4,7 @@
 #include <functional>
 #include <map>
 #include <memory>
+#include <optional>
 #include <set>
 #include <string>
 #include <vector>
@@ -11,6 +12,7 @@
 #include "host/engine/torvex.h"
 #include "host/input/machinemodel.h"
 #include "host/input/requestreader.h"
+#include "host/server/commanderkeys.h"
 #include "host/server/http.h"
 #include "host/server/machineview.h"
 #include "host/server/motionfolder.h"
@@ -42,7 +44,7 @@ class Commands {
   /// Whether these batches are stops alone, which are due.
   [[nodiscard]] bool isStop(const Request& request) const;
   /// What renews this commander. Throws `Refused` when there is none.
-  std::function<void()> renewing(std::uint64_t commander);
+  std::function<void()> renewing(const std::string& key);
   void connectionEnded(std::uint64_t connection);
   [[nodiscard]] const RequestNumbers& numbers() const { return *numbers_; }
   /// Of the latest commanders, also of those that have ended.
@@ -81,6 +83,9 @@ class Commands {
                                 std::uint64_t connection, bool endsWithConnection);
   void forgetLost(std::int64_t timeMs);
   [[nodiscard]] Answer commanderAnswer(const CommandAnswer& answer);
+  /// Throws `Refused` when there is none of this key.
+  [[nodiscard]] CommanderId commanderOf(const std::optional<std::string>& key) const;
+  void forget(CommanderId commander);
   [[nodiscard]] Desk& desk() { return torvex_.engine().desk(); }
 
   const MachineView& view_;
@@ -90,6 +95,7 @@ class Commands {
   const ActuatorNames names_;
   StopTickets stops_;
   const std::shared_ptr<RequestNumbers> numbers_ = std::make_shared<RequestNumbers>();
+  CommanderKeys keys_;
   std::map<CommanderId, Known> known_;
   std::map<CommanderId, std::string> commanderNames_;
   /// Connections whose registrations are under way, with how many; those that have ended.

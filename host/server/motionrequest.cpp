@@ -62,9 +62,7 @@ Wanted readWanted(const std::string& text, MotionRequest& request) {
       text, "the request",
       {"motions", "files", "commander", "dry_run", "ignore_unknown_joints", "interpolation"},
       [&](const Document& document, const Document::Fields& fields) {
-        const RequestSender sender = readSender(document, fields);
-        request.commander = sender.commander.value_or(nobody);
-        request.isDryRun = sender.isDryRun;
+        static_cast<RequestSender&>(request) = readSender(document, fields);
         document.requiredField(fields, document.root(), "motions",
                                [&](const Node& node) { readMotions(document, node, wanted); });
         document.field(fields, "files",

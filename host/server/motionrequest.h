@@ -4,17 +4,15 @@
 #include <string>
 #include <vector>
 
-#include "host/engine/request.h"
 #include "host/input/machinemodel.h"
+#include "host/input/requestreader.h"
 #include "host/motion/plan.h"
 #include "host/server/motionfolder.h"
 
 namespace host {
 
 /// Motion files that a client wants played.
-struct MotionRequest {
-  CommanderId commander = nobody;
-  bool isDryRun = false;
+struct MotionRequest : RequestSender {
   std::vector<CommandBatch> batches;
   /// In machine time from its begin on; refers to the batches.
   Plan plan;

@@ -42,19 +42,19 @@ std::vector<std::string> keysIn(const Query& query) {
 
 constexpr char meshPrefix[] = "/v1/meshes/";
 
-/// "{id}" stands for a whole number, "{path}" at the end for anything.
+/// "{key}" stands for a key of hexadecimal digits, "{path}" at the end for anything.
 bool isAt(const std::string& path, const std::string& pattern) {
   const std::size_t rest = pattern.find("{path}");
   if (rest != std::string::npos) {
     return path.size() > rest && path.compare(0, rest, pattern, 0, rest) == 0;
   }
-  const std::size_t place = pattern.find("{id}");
+  const std::size_t place = pattern.find("{key}");
   if (place == std::string::npos) {
     return path == pattern;
   }
-  const std::size_t end = std::min(path.find_first_not_of("0123456789", place), path.size());
+  const std::size_t end = std::min(path.find_first_not_of("0123456789abcdef", place), path.size());
   return end > place && path.compare(0, place, pattern, 0, place) == 0 &&
-         path.substr(end) == pattern.substr(place + 4);
+         path.substr(end) == pattern.substr(place + 5);
 }
 
 }  // namespace
@@ -75,8 +75,8 @@ const Service::Route Service::routes[] = {
     {"POST", "/v1/hold", &Service::command<&Commands::hold>, true, true},
     {"POST", "/v1/release", &Service::command<&Commands::release>, false, true},
     {"POST", "/v1/commanders", &Service::command<&Commands::enrol>},
-    {"POST", "/v1/commanders/{id}/renew", &Service::command<&Commands::renew>, false, true},
-    {"DELETE", "/v1/commanders/{id}", &Service::command<&Commands::resign>, false, true},
+    {"POST", "/v1/commanders/{key}/renew", &Service::command<&Commands::renew>, false, true},
+    {"DELETE", "/v1/commanders/{key}", &Service::command<&Commands::resign>, false, true},
 };
 
 Service::Service(const MachineModel& machine, Torvex& torvex, const ServiceOptions& options)
@@ -205,7 +205,7 @@ std::unique_ptr<Feed> Service::eventFeed(const Request& request) {
   if (since && *since > ring.cursorAt(std::nullopt).next) {
     throw Refused(refusedWith(400, "invalid", "there is no event of this number yet", "?since"));
   }
-  const std::optional<std::uint64_t> commander = query.wholeNumber("commander");
+  const std::optional<std::string> commander = query.text("commander");
   std::function<void()> renew;
   if (commander && request.isUpgrade) {
     renew = commands_.renewing(*commander);

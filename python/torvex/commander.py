@@ -32,7 +32,7 @@ class Commander(Machine):
         self._lease = lease
         self._registration = {"name": name, "axes": axes, "priority": priority,
                               "lease_ms": round(lease * 1000), "on_loss": on_loss}
-        self._id: int | None = None
+        self._key: str | None = None
         self._sent: list[Taken] = []
         self._since = 0
         self._waits = False
@@ -101,7 +101,7 @@ class Commander(Machine):
             self._register()
             self._registered.put(None)
             self._renew()
-            self._door.ask("DELETE", f"/v1/commanders/{self._id}")
+            self._door.ask("DELETE", f"/v1/commanders/{self._key}")
         except Exception as error:  # the caller raises it
             self._failure = error
         finally:
@@ -111,7 +111,7 @@ class Commander(Machine):
     def _register(self) -> None:
         with self.events(follow=False) as events:
             self._since = next(events).number
-        self._id = self._door.ask("POST", "/v1/commanders", self._registration)["id"]
+        self._key = self._door.ask("POST", "/v1/commanders", self._registration)["key"]
         self._renewed = time.monotonic()
 
     def _renew(self) -> None:
@@ -124,14 +124,14 @@ class Commander(Machine):
 
     def _send_renewal(self) -> None:
         try:
-            self._door.ask("POST", f"/v1/commanders/{self._id}/renew")
+            self._door.ask("POST", f"/v1/commanders/{self._key}/renew")
             self._renewed = time.monotonic()
         except TorvexError as error:
             self.lost = error
 
-    def _commander(self) -> dict[str, int | None]:
+    def _commander(self) -> dict[str, str | None]:
         self.alive()
-        return {"commander": self._id}
+        return {"commander": self._key}
 
     def _note(self, taken: Taken) -> None:
         if taken.points:

@@ -61,8 +61,8 @@ TEST_F(Request, HoldsTheBatchesOfAMotionFile) {
     EXPECT_EQ(commands.interpolation, file.interpolation);
   }
   const host::BatchRequest now = read(
-      R"({"commander": 7, "dry_run": true, "batches": [{"key": "a/Value", "items": [{"time": 0, "value": 0}]}]})");
-  EXPECT_EQ(now.commander, 7U);
+      R"({"commander": "7f", "dry_run": true, "batches": [{"key": "a/Value", "items": [{"time": 0, "value": 0}]}]})");
+  EXPECT_EQ(now.commander, "7f");
   EXPECT_TRUE(now.isDryRun);
   EXPECT_FALSE(now.batches[0].atMs || now.batches[0].fromMs);
 }

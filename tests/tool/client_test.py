@@ -30,7 +30,7 @@ owner = """
 import socket, sys
 from torvex.door import Door, socket_of
 door, lease_ms, isCut = Door("m"), int(sys.argv[1]), sys.argv[2] == "cut"
-commander = door.ask("POST", "/v1/commanders", {"name": "lost", "axes": ["a"], "lease_ms": lease_ms})["id"]
+commander = door.ask("POST", "/v1/commanders", {"name": "lost", "axes": ["a"], "lease_ms": lease_ms})["key"]
 print("owns", flush=True)
 for i in range(30 if isCut else 10 ** 6):
     item = {"time": 60 if i == 0 else 90, "value": 60}

@@ -82,7 +82,7 @@ class Commanders(DoorTest):
         self.together.wait()
         while time.monotonic() < self.end:
             batches, isForeign = self.drawn(draw, "curl")
-            answer = self.curl_to("batches", {"batches": batches, "commander": owner["id"]})
+            answer = self.curl_to("batches", {"batches": batches, "commander": owner["key"]})
             error = answer.get("error")
             self.note(batches, None if error else answer, error["reason"] if error else "", isForeign)
         self.together.wait()

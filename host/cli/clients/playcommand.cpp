@@ -43,11 +43,11 @@ class Player {
                                {"lease_ms", leaseMs},
                                {"on_loss", "stop"},
                                {"ends_with_connection", true}};
-    id_ = numberOf(door.post("/v1/commanders", registration), "id");
+    key_ = textOf(door.post("/v1/commanders", registration), "key");
   }
   ~Player() {
     try {
-      door_.remove(fmt::format("/v1/commanders/{}", id_));
+      door_.remove(fmt::format("/v1/commanders/{}", key_));
     } catch (const std::exception&) {
       // It ends with the connection, too.
     }
@@ -56,13 +56,13 @@ class Player {
   Player(const Player&) = delete;
   Player& operator=(const Player&) = delete;
 
-  [[nodiscard]] std::int64_t id() const { return id_; }
+  [[nodiscard]] const std::string& key() const { return key_; }
 
   void renew() {
     constexpr auto renewEvery = std::chrono::milliseconds(leaseMs / 4);
     if (SteadyClock::now() - renewed_ > renewEvery) {
       renewed_ = SteadyClock::now();
-      door_.post(fmt::format("/v1/commanders/{}/renew", id_), Json::object());
+      door_.post(fmt::format("/v1/commanders/{}/renew", key_), Json::object());
     }
   }
 
@@ -70,7 +70,7 @@ class Player {
   static constexpr int leaseMs = 1000;
 
   DoorClient& door_;
-  std::int64_t id_ = 0;
+  std::string key_;
   SteadyClock::time_point renewed_ = SteadyClock::now();
 };
 
@@ -162,7 +162,7 @@ int play(const PlayOptions& options) {
   Player player(door, keys);
   EventLines events(socket, "/v1/events");
   body["dry_run"] = false;
-  body["commander"] = player.id();
+  body["commander"] = player.key();
   const Json answer = postMotions(door, options.motions, body);
   complain(takenText(answer));
   follow(door, player, events, answer, played);
