@@ -127,7 +127,7 @@ export class Motions {
       return;
     }
     try {
-      const answer = await this.door.post('/v1/motions', {...this.picked.request, commander: this.commander.id});
+      const answer = await this.door.post('/v1/motions', {...this.picked.request, commander: this.commander.key});
       this.endsMs = answer.ends_ms;
       this.beganMs = answer.machine_ms;
       this.machine.refresh();
