@@ -16,7 +16,9 @@ std::set<std::string> packagesNamedIn(const std::string& urdf) {
   static const std::string prefix = "package://";
   std::set<std::string> packages;
   for (std::size_t found = urdf.find(prefix); found != std::string::npos;) {
-    const std::size_t begin = found + prefix.size();
+    // Some write package:///PACKAGE.
+    const std::size_t begin =
+        std::min(urdf.find_first_not_of('/', found + prefix.size()), urdf.size());
     const std::size_t end = urdf.find_first_of("/\"'<>", begin);
     packages.insert(urdf.substr(begin, end - begin));
     found = urdf.find(prefix, begin);

@@ -490,7 +490,7 @@ class Door(DoorTest):
               "- {positions: [0.4], time_from_start: 1.1}\n")
         text = write("m.urdf", """<robot name='m'><joint name='a' type='revolute'><limit lower='-1' upper='1'
             velocity='1'/></joint><joint name='t' type='prismatic'><mimic joint='a' multiplier='2'/></joint>
-            <link name='l'><visual><geometry><mesh filename='package://p/meshes/a.stl'/><mesh filename=
+            <link name='l'><visual><geometry><mesh filename='package:///p/meshes/a.stl'/><mesh filename=
             "package://none/c.stl"/></geometry></visual></link></robot>""") and read("m.urdf")
         with self.served("--package-path", "packages", "--motions", "motions", "--no-strict", machine="m.urdf"):
             _, machine = self.asked("GET", "/v1/machine")
