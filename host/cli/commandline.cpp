@@ -12,6 +12,9 @@
 #include "host/cli/documentcommands.h"
 #include "host/cli/exportcommand.h"
 #include "host/cli/listcommand.h"
+#include "host/cli/recordings/convertcommand.h"
+#include "host/cli/recordings/infocommand.h"
+#include "host/cli/recordings/plotcommand.h"
 #include "host/cli/runcommand.h"
 #include "host/cli/servecommand.h"
 #include "host/cli/status.h"
@@ -26,6 +29,9 @@ void addSubcommands(CLI::App& app, Command& chosen) {
   addCheckCommand(app, chosen);
   addDoctorCommand(app, chosen);
   addExportCommand(app, chosen);
+  addInfoCommand(app, chosen);
+  addPlotCommand(app, chosen);
+  addConvertCommand(app, chosen);
   addListCommand(app, chosen);
   addWatchCommand(app, chosen);
   addPsCommand(app, chosen);

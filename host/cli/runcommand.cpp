@@ -17,6 +17,7 @@
 #include "host/base/visible.h"
 #include "host/cli/liveview.h"
 #include "host/cli/opendoor.h"
+#include "host/cli/recorded.h"
 #include "host/cli/status.h"
 #include "host/engine/realtime.h"
 #include "host/engine/torvex.h"
@@ -44,7 +45,8 @@ std::string joinedLines(const std::vector<std::string>& lines) {
 
 /// Whether standard output is that of a file, so that the report has to go elsewhere.
 bool leavesStandardOutput(const RunOptions& options) {
-  return isStandardOutput(options.tracePath) || isStandardOutput(options.plotPath);
+  return isStandardOutput(options.tracePath) || isStandardOutput(options.plotPath) ||
+         isStandardOutput(options.recording.path);
 }
 
 void checkOutputPaths(const RunOptions& options, const MachineModel& machine,
@@ -58,6 +60,7 @@ void checkOutputPaths(const RunOptions& options, const MachineModel& machine,
   if (!options.tracePath.empty()) {
     outputs.push_back({options.tracePath, "trace"});
   }
+  addOutput(options.recording, outputs);
   if (!options.plotPath.empty()) {
     outputs.push_back({options.plotPath, "picture"});
   }
@@ -111,8 +114,16 @@ void checkJoints(const RunOptions& options, const Torvex& torvex) {
 /// What a run leaves behind; opened before anything moves.
 struct Outputs {
   std::optional<Trace> trace;
+  std::optional<Recorder> recorder;
   std::optional<Plot> plot;
 };
+
+std::uint64_t noteDropped(const char* output, const RowQueue& rows, Outcome& outcome) {
+  if (rows.dropped() > 0) {
+    outcome.warnings.push_back(droppedRowsFinding(output, rows.dropped()));
+  }
+  return rows.dropped();
+}
 
 void finish(const RunOptions& options, Outputs& outputs, const RunResult& result, const RunLog& log,
             Outcome& outcome) {
@@ -127,10 +138,11 @@ void finish(const RunOptions& options, Outputs& outputs, const RunResult& result
   };
   if (outputs.trace) {
     attempt("trace", [&] { outputs.trace->finish(); });
-    outcome.droppedTraceRows = outputs.trace->rows().dropped();
-    if (outcome.droppedTraceRows > 0) {
-      outcome.warnings.push_back(droppedRowsFinding("trace", outcome.droppedTraceRows));
-    }
+    outcome.droppedTraceRows = noteDropped("trace", outputs.trace->rows(), outcome);
+  }
+  if (outputs.recorder) {
+    attempt("recording", [&] { outputs.recorder->finish(); });
+    outcome.droppedRecordingRows = noteDropped("recording", outputs.recorder->rows(), outcome);
   }
   if (outputs.plot) {
     attempt("picture", [&] { outputs.plot->draw(result, log); });
@@ -247,6 +259,9 @@ int run(const RunOptions& options, const std::optional<DoorOptions>& doorOptions
     openTrace(options, torvex, outputs.trace);
     torvex.addRows(outputs.trace->rows());
   }
+  if (!options.recording.path.empty()) {
+    record(options.recording, titleOf(machine, options), machine, plan, torvex, outputs.recorder);
+  }
   if (!options.plotPath.empty()) {
     outputs.plot.emplace(options.plotPath, titleOf(machine, options), plan, options.picture);
   }
@@ -304,6 +319,7 @@ void addOutputs(CLI::App& command, RunOptions& options) {
       [&options](const std::string& text) {
         options.tracePath = text == "-" ? "/dev/stdout" : text;
       });
+  addRecord(command, options.recording);
   addOption(
       command,
       {"--plot", "FILE.svg", "Draw commands and measured values over time (needs gnuplot)", ""},

@@ -11,10 +11,12 @@
 #include "host/base/readiness.h"
 #include "host/base/stopsignal.h"
 #include "host/cli/opendoor.h"
+#include "host/cli/recorded.h"
 #include "host/cli/status.h"
 #include "host/engine/torvex.h"
 #include "host/engine/trace.h"
 #include "host/input/machinefile.h"
+#include "host/results/outcome.h"
 
 namespace host {
 namespace {
@@ -25,6 +27,7 @@ struct ServeOptions {
   SessionOptions session;
   /// Empty: no trace.
   std::string tracePath;
+  RecordOptions recording;
   DoorOptions door;
 };
 
@@ -46,21 +49,43 @@ void announce(const ServeOptions& options, OpenDoor& door) {
                   door.announcement()));
 }
 
+void checkOutputPaths(const ServeOptions& options, const MachineModel& machine) {
+  std::vector<NamedOutput> outputs;
+  if (!options.tracePath.empty()) {
+    outputs.push_back({options.tracePath, "trace"});
+  }
+  addOutput(options.recording, outputs);
+  checkOutputs(outputs, machine.paths);
+}
+
+void sayDropped(const char* output, const RowQueue& rows) {
+  if (rows.dropped() > 0) {
+    complainAll("warning", {droppedRowsFinding(output, rows.dropped())});
+  }
+}
+
+/// Of a machine that goes on without it.
+void sayFailed(const std::string& why) {
+  complain("torvex: warning: the recording ended: " + why + "\n");
+}
+
 int serve(const ServeOptions& options) {
   const MachineModel machine = readMachineFile(options.machinePath);
-  if (!options.tracePath.empty()) {
-    checkOutputs({{options.tracePath, "trace"}}, machine.paths);
-  }
+  checkOutputPaths(options, machine);
   const StopSignal stopSignal;
   Plan plan;
   plan.schedule.cycleMs = options.cycleMs;
   plan.schedule.approachMs = 0;
   std::optional<Trace> trace;
+  std::optional<Recorder> recorder;
   Torvex torvex(machine, plan, options.session);
   {
     OpenDoor door(machine, torvex, options.door, options.session);
     if (!options.tracePath.empty()) {
       openTrace(options, torvex, trace);
+    }
+    if (!options.recording.path.empty()) {
+      record(options.recording, machine.name, machine, plan, torvex, recorder, sayFailed);
     }
     announce(options, door);
     door.open();
@@ -69,12 +94,17 @@ int serve(const ServeOptions& options) {
     StopSignal::letRepeatedEnd();
     tellSystemd("STOPPING=1");
   }
-  if (trace) {
-    trace->finish();
-  }
   const CycleCount& counts = torvex.result().counts;
   say(fmt::format("ended by signal {} after {} cycles, {} overruns\n", StopSignal::received(),
                   std::uint64_t{counts.cycles}, torvex.result().pace.overruns));
+  if (trace) {
+    sayDropped("trace", trace->rows());
+    trace->finish();
+  }
+  if (recorder) {
+    sayDropped("recording", recorder->rows());
+    recorder->finish();
+  }
   return okStatus;
 }
 
@@ -103,6 +133,7 @@ void addServeCommand(CLI::App& app, Command& chosen) {
   addDoor(command, options->door);
   addOption(command, {"--trace", "FILE.csv", "Write every cycle to this CSV file", ""},
             options->tracePath);
+  addRecord(command, options->recording);
   addPreferenceDirectory(command, options->session.preferenceDirectory);
   addPool(command, options->session.poolName);
   addPoolMode(command, options->session.poolMode);

@@ -7,7 +7,7 @@
 namespace host {
 namespace {
 
-constexpr std::uint64_t nsPerSecond = 1'000'000'000;
+constexpr std::uint64_t stampSecond = 1'000'000'000;
 /// CDR, little endian, no options.
 constexpr std::string_view encapsulation("\0\1\0\0", 4);
 
@@ -105,8 +105,8 @@ std::string_view JointStateEncoder::encoded(std::uint64_t timeNs,
                                             const std::vector<double>& positions) {
   std::string stamp;
   ByteWriter(stamp)
-      .put(static_cast<std::uint32_t>(timeNs / nsPerSecond))
-      .put(static_cast<std::uint32_t>(timeNs % nsPerSecond));
+      .put(static_cast<std::uint32_t>(timeNs / stampSecond))
+      .put(static_cast<std::uint32_t>(timeNs % stampSecond));
   message_.assign(begin_).replace(encapsulation.size(), stamp.size(), stamp);
   ByteWriter writer(message_);
   for (const double position : positions) {
@@ -126,7 +126,7 @@ JointState decodedJointState(std::string_view message) {
   }
   CdrReader reader(message.substr(encapsulation.size()));
   JointState state;
-  state.timeNs = reader.number() * nsPerSecond;
+  state.timeNs = reader.number() * stampSecond;
   state.timeNs += reader.number();
   reader.text();
   const std::uint32_t names = reader.number();

@@ -76,13 +76,13 @@ void McapWriter::addAttachment(const McapAttachment& attachment) {
                           attachment.data.size(), attachment.name, attachment.mediaType});
 }
 
-void McapWriter::addMessage(std::uint16_t channel, std::uint64_t timeNs, std::string_view data) {
-  const bool isFirst = open_.records.empty();
-  if (!isFirst && (open_.records.size() >= chunkBytes || timeNs >= open_.startTime + chunkNs)) {
+void McapWriter::addMessage(std::uint16_t channel, std::uint64_t timeNs, std::string_view data,
+                            bool belongsToLast) {
+  if (!belongsToLast &&
+      (open_.records.size() >= chunkBytes || timeNs >= open_.startTime + chunkNs)) {
     endChunk();
-    addMessage(channel, timeNs, data);
-    return;
   }
+  const bool isFirst = open_.records.empty();
   open_.startTime = isFirst ? timeNs : std::min(open_.startTime, timeNs);
   open_.endTime = isFirst ? timeNs : std::max(open_.endTime, timeNs);
   open_.messages[channel].emplace_back(timeNs, open_.records.size());

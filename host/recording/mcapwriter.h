@@ -33,8 +33,10 @@ class McapWriter {
   void addMetadata(const McapMetadata& metadata);
   void addAttachment(const McapAttachment& attachment);
 
-  /// Into the chunk that is open, which ends when it is large or covers a second.
-  void addMessage(std::uint16_t channel, std::uint64_t timeNs, std::string_view data);
+  /// Into the chunk that is open. One that is large, or covers a second, ends before the message,
+  /// unless this belongs to the one before.
+  void addMessage(std::uint16_t channel, std::uint64_t timeNs, std::string_view data,
+                  bool belongsToLast = false);
 
   /// Writes the last chunk and the summary. Nothing may follow.
   void finish();

@@ -40,6 +40,7 @@ struct Outcome {
   std::vector<std::string> exports;
   /// Rows that the disk could not keep up with.
   std::uint64_t droppedTraceRows = 0;
+  std::uint64_t droppedRecordingRows = 0;
   /// The signal that stopped it; 0 when none did.
   int signal = 0;
 };

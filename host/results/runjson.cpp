@@ -75,6 +75,8 @@ std::string runJson(const RunOptions& options, const RunResult& result, const Pl
                        {"outputs",
                         {{"trace", pathOrNull(options.tracePath)},
                          {"dropped_trace_rows", outcome.droppedTraceRows},
+                         {"recording", pathOrNull(options.recording.path)},
+                         {"dropped_recording_rows", outcome.droppedRecordingRows},
                          {"picture", pathOrNull(options.plotPath)},
                          {"exports", outcome.exports}}},
                        {"warnings", findingsJson(outcome.warnings)},

@@ -11,6 +11,14 @@
 
 namespace host {
 
+/// What is recorded of a machine.
+struct RecordOptions {
+  /// Empty: no recording.
+  std::string path;
+  /// The keys of further attributes, as in the shell; empty: none.
+  std::string attributes;
+};
+
 /// What `torvex run` was asked to do.
 struct RunOptions {
   std::string machinePath;
@@ -22,6 +30,7 @@ struct RunOptions {
   bool strict = false;
   /// Empty: no trace.
   std::string tracePath;
+  RecordOptions recording;
   /// Empty: no picture.
   std::string plotPath;
   /// Its joints are those of the trace as well.

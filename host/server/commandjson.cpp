@@ -7,7 +7,7 @@
 #include <utility>
 
 #include "host/base/visible.h"
-#include "host/server/eventjson.h"
+#include "host/results/eventjson.h"
 #include "host/server/refused.h"
 #include "timedcommand/timedcommand.h"
 

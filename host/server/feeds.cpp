@@ -9,7 +9,7 @@
 #include <utility>
 
 #include "host/engine/wallclock.h"
-#include "host/server/eventjson.h"
+#include "host/results/eventjson.h"
 
 namespace host {
 namespace {

@@ -78,6 +78,11 @@ void checkReplaceable(const OutputPlace& place) {
   if (faccessat(place.folder.number(), place.name.c_str(), W_OK, AT_EACCESS) != 0) {
     refuseFor(errno);
   }
+  const Descriptor present(openat(place.folder.number(), place.name.c_str(),
+                                  O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC));
+  if (present.isOpen() && flock(present.number(), LOCK_SH | LOCK_NB) != 0 && errno == EWOULDBLOCK) {
+    refuseOutput("another process is writing it");
+  }
   struct stat around {};
   const uid_t user = geteuid();
   if (fstat(place.folder.number(), &around) != 0 ||
@@ -201,6 +206,7 @@ struct OutputFile::Part {
       return false;
     }
     name.clear();
+    isSettled = true;
     return true;
   }
   void syncFolder() const {
@@ -216,6 +222,8 @@ struct OutputFile::Part {
   std::string name;
   /// Otherwise it is written to as it is.
   bool takesPlace = false;
+  /// Whether it has come to its place.
+  bool isSettled = false;
 };
 
 OutputFile::OutputFile(const std::string& path)
@@ -241,13 +249,20 @@ void OutputFile::write(const char* bytes, std::size_t count) {
   }
 }
 
-void OutputFile::commit() {
-  if (part_->takesPlace) {
-    if (fsync(part_->file.number()) != 0 || !part_->settle()) {
+void OutputFile::appear() {
+  if (part_->takesPlace && !part_->isSettled) {
+    if (!part_->settle()) {
       fail();
     }
     part_->syncFolder();
   }
+}
+
+void OutputFile::commit() {
+  if (part_->takesPlace && fsync(part_->file.number()) != 0) {
+    fail();
+  }
+  appear();
   part_.reset();
 }
 

@@ -11,10 +11,10 @@ namespace simulation {
 /// True for the names of parts, which files have while they are written.
 PLATFORM_API bool isPartName(const std::string& name);
 
-/// A file that appears whole or not at all. What is written goes to a part, which has no name until
-/// `commit`; where the file system does not support files without a name, it has an unpredictable
-/// one. The next file with the same name removes a part that a killed process of the same user
-/// left.
+/// A file that appears whole or not at all, unless it is told to appear early. What is written goes
+/// to a part, which has no name until `commit`; where the file system does not support files
+/// without a name, it has an unpredictable one. The next file with the same name removes a part
+/// that a killed process of the same user left.
 ///
 /// The file belongs to this user. Its mode is that of the file which it replaces, less what the
 /// umask takes away, and never has set-id bits. Symbolic links are followed when only root or this
@@ -33,6 +33,9 @@ class PLATFORM_API OutputFile {
   /// Throws `std::system_error`, with the path in its text.
   void write(const char* bytes, std::size_t count);
   void commit();
+  /// Puts what is written so far at the path, where the file goes on to grow: an end of the process
+  /// leaves it there. Throws `std::system_error`.
+  void appear();
 
  private:
   struct Part;

@@ -15,6 +15,7 @@
 
 #include "host/engine/torvex.h"
 #include "host/engine/trace.h"
+#include "host/recording/recorder.h"
 #include "tests/host/prepared.h"
 
 namespace {
@@ -87,6 +88,14 @@ TEST(Cycle, LeavesTheHeapAloneInRealTime) {
   host::Trace trace(setup.temporary.path("t.csv"), std::vector<std::string>(60),
                     std::vector<bool>(60, true));
   torvex.addRows(trace.rows());
+  host::RecordingHead head;
+  for (const host::TracedColumn& column : torvex.columns()) {
+    head.columns.push_back(column.name);
+  }
+  host::Recorder recorder(setup.temporary.path("r.mcap"), setup.machine, head,
+                          [](const std::string& why) { FAIL() << why; });
+  torvex.addListener(recorder);
+  torvex.addRows(recorder.rows());
   torvex.run([&](std::int64_t timeMs) {
     if (timeMs < 1000) {
       torvex.engine().submit(

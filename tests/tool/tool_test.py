@@ -230,6 +230,48 @@ class Tool(ToolTest):
             said = self.said_by_run(2, *command, wrong)
             self.assertTrue(said.startswith(expected), said)
 
+    def test_records_what_it_traces_and_draws(self):
+        command = (humanoid, wave, greeting, "--record", "r.mcap", "--record-attributes", "torso_*")
+        self.said_by_run(0, *command, "--trace", "t.csv", "--plot", "p.svg", "--plot-velocity")
+        recording = pathlib.Path("r.mcap").read_bytes()
+        self.said_by_run(0, *command)
+        self.assertEqual(pathlib.Path("r.mcap").read_bytes(), recording)
+        self.said(0, "convert", "r.mcap", "c.csv")
+        self.assertEqual(read("c.csv"), read("t.csv"))
+        self.said(0, "plot", "r.mcap", "q.svg", "--plot-velocity")
+        self.assertEqual(read("q.svg"), read("p.svg"))
+        info = self.document(0, "info", "r.mcap")[0]
+        columns = commanded()
+        self.assertEqual((info["rows"], info["gaps"]["count"], info["whole"]),
+                         (len(columns["motion_ms"]), 0, True))
+        self.assertEqual([file["name"] for file in info["attachments"]], ["humanoid.urdf", "humanoid.yaml"])
+        self.assertEqual([topic["messages"] for topic in info["topics"][:2]], [info["rows"]] * 2)
+        self.assertGreater(info["topics"][3]["messages"], 100)
+        self.assertEqual(info["events"]["cleared"], 3)
+        self.assertIn("left_gripper", self.said(0, "info", "r.mcap"))
+        for size in (len(recording) // 2, 100):
+            pathlib.Path("half.mcap").write_bytes(recording[:size])
+            self.said(1 if size > 100 else 2, "convert", "half.mcap", "c.csv")
+        self.assertTrue(read("t.csv").startswith(read("c.csv")))
+        self.assertGreater(len(rows("c.csv")[1]), info["rows"] // 4)
+
+    def test_runs_on_when_a_recording_ends_early(self):
+        said = self.said_by_run(1, humanoid, wave, "--record", "/dev/full")
+        self.assertIn("error: the recording was not written: /dev/full: No space left", said)
+        run = started_run(humanoid, wave, "--pool", self.pool, "--record", "r.mcap")
+        while not os.path.exists("r.mcap"):
+            self.assertIsNone(run.poll())
+        begin = os.path.getsize("r.mcap")
+        self.assertIn("another process is writing it", self.said(
+            2, "run", humanoid, wave, "--trace", "r.mcap", "--pool", self.pool + "-other"))
+        while os.path.getsize("r.mcap") == begin:  # until the first chunk
+            self.assertIsNone(run.poll())
+        run.kill()
+        run.communicate()
+        info = self.document(1, "info", "r.mcap")[0]
+        self.assertFalse(info["whole"])
+        self.assertGreater(info["rows"], 0)
+
     def test_ends_when_asked_in_real_time(self):
         command = (humanoid, wave, greeting, "--trace", "t.csv", "--pool", self.pool)
         for number in (signal.SIGINT, signal.SIGTERM):

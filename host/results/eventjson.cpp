@@ -1,4 +1,4 @@
-#include "host/server/eventjson.h"
+#include "host/results/eventjson.h"
 
 #include <nlohmann/json.hpp>
 
@@ -137,12 +137,13 @@ const char* reasonName(Fault fault) {
   return "internal";
 }
 
-std::string eventLine(const Event& event, const EventContext& context,
-                      const MachineModel& machine) {
+Json eventJson(const Event& event, const EventContext& context, const MachineModel& machine) {
   Json json = {
       {"number", context.number}, {"kind", kindName(event.kind)}, {"machine_ms", event.timeMs}};
   if (isAboutBatch(event)) {
-    json["request"] = context.request;
+    if (context.request) {
+      json["request"] = *context.request;
+    }
     json["batch"] = event.batch;
   }
   if (event.commander != 0) {
@@ -171,7 +172,12 @@ std::string eventLine(const Event& event, const EventContext& context,
   if (hasAmount(event.kind)) {
     json["amount"] = event.amount;
   }
-  return printed(json, -1);
+  return json;
+}
+
+std::string eventLine(const Event& event, const EventContext& context,
+                      const MachineModel& machine) {
+  return printed(eventJson(event, context, machine), -1);
 }
 
 }  // namespace host

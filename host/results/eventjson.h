@@ -1,6 +1,7 @@
 #pragma once
 
 #include <cstdint>
+#include <optional>
 #include <string>
 
 #include "host/base/values.h"
@@ -16,13 +17,14 @@ const char* reasonName(Fault fault);
 /// How an event is told beside what it says itself.
 struct EventContext {
   std::uint64_t number = 0;
-  /// That of its batch.
-  std::uint32_t request = 0;
+  /// That of its batch, where requests are counted.
+  std::optional<std::uint32_t> request;
   /// The name of its commander; empty where it is not known.
   std::string name;
 };
 
-/// On one line.
+Json eventJson(const Event& event, const EventContext& context, const MachineModel& machine);
+/// The same on one line.
 std::string eventLine(const Event& event, const EventContext& context, const MachineModel& machine);
 
 }  // namespace host

@@ -1,0 +1,51 @@
+#include "host/cli/recordings/convertcommand.h"
+
+#include <memory>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "host/base/outputpaths.h"
+#include "host/cli/recordings/faults.h"
+#include "host/cli/status.h"
+#include "host/engine/trace.h"
+#include "host/recording/recordedrun.h"
+
+namespace host {
+namespace {
+
+struct ConvertOptions {
+  std::string recordingPath;
+  std::string tracePath;
+};
+
+int convert(const ConvertOptions& options) {
+  checkOutputs({{options.tracePath, "trace"}}, {options.recordingPath});
+  std::optional<Trace> trace;
+  RecordedRun::Handler handler;
+  handler.head = [&](const RecordingHead& head) {
+    trace.emplace(options.tracePath, head.columns, std::vector<bool>(head.columns.size(), true));
+  };
+  handler.row = [&](const std::vector<double>& row) { trace->rows().pushWaiting(row); };
+  const RecordedRun run = RecordedRun::read(options.recordingPath, handler);
+  trace->finish();
+  return sayFaults(options.recordingPath, run);
+}
+
+}  // namespace
+
+void addConvertCommand(CLI::App& app, Command& chosen) {
+  const auto options = std::make_shared<ConvertOptions>();
+  CLI::App& command = addSubcommand(
+      app, "convert", "Write a recording as a table",
+      "Example:\n"
+      "  torvex convert wave.mcap wave.csv\n\n"
+      "The table is that of 'torvex run --trace'.\n\n"
+      "Exit status: 0; 1 when the recording is cut or damaged, and the rest was\n"
+      "written; 2 for bad input or usage.",
+      [options] { return convert(*options); }, chosen);
+  addArgument(command, "RECORDING", options->recordingPath, "An MCAP file that --record wrote");
+  addArgument(command, "FILE.csv", options->tracePath, "The table");
+}
+
+}  // namespace host

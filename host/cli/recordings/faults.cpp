@@ -1,0 +1,16 @@
+#include "host/cli/recordings/faults.h"
+
+#include <fmt/format.h>
+
+#include "host/cli/status.h"
+
+namespace host {
+
+int sayFaults(const std::string& path, const RecordedRun& run) {
+  for (const std::string& fault : run.end.faults) {
+    complain(fmt::format("{}: warning: {}\n", path, fault));
+  }
+  return run.end.isWhole && run.end.faults.empty() ? okStatus : shortfallStatus;
+}
+
+}  // namespace host

@@ -1,0 +1,162 @@
+#include "host/cli/recordings/infocommand.h"
+
+#include <fmt/format.h>
+
+#include <algorithm>
+#include <ctime>
+#include <memory>
+#include <nlohmann/json.hpp>
+
+#include "host/base/stopsignal.h"
+#include "host/base/values.h"
+#include "host/base/visible.h"
+#include "host/cli/output.h"
+#include "host/cli/status.h"
+#include "host/recording/digest.h"
+
+namespace host {
+namespace {
+
+struct InfoOptions {
+  std::string path;
+  bool json = false;
+};
+
+double seconds(std::int64_t milliseconds) {
+  return static_cast<double>(milliseconds) / 1000.0;
+}
+
+/// As of ISO 8601, in UTC.
+std::string dateOf(std::uint64_t ns) {
+  constexpr std::uint64_t oneSecondNs = 1'000'000'000;
+  const auto time = static_cast<std::time_t>(ns / oneSecondNs);
+  std::tm parts{};
+  gmtime_r(&time, &parts);
+  char text[32];
+  return {text, std::strftime(text, sizeof text, "%Y-%m-%dT%H:%M:%SZ", &parts)};
+}
+
+Json topicsJson(const RecordedRun& run) {
+  Json topics = Json::array();
+  for (const RecordedRun::Topic& topic : run.topics) {
+    topics.push_back(
+        {{"topic", topic.name}, {"schema", topic.schema}, {"messages", topic.messages}});
+  }
+  return topics;
+}
+
+Json filesJson(const RecordedRun& run) {
+  Json files = Json::array();
+  for (const RecordedRun::File& file : run.files) {
+    files.push_back({{"name", file.name}, {"media_type", file.mediaType}, {"bytes", file.size}});
+  }
+  return files;
+}
+
+Json jointsJson(const RecordingDigest& digest) {
+  Json joints = Json::array();
+  for (const RecordingDigest::Joint& joint : digest.joints) {
+    joints.push_back({{"name", joint.name},
+                      {"worst_error", static_cast<float>(joint.worstError)},
+                      {"at_ms", joint.worstMs}});
+  }
+  return joints;
+}
+
+Json infoJson(const RecordingDigest& digest) {
+  const RecordingHead& head = digest.run.head;
+  Json events = Json::object();
+  for (const auto& [kind, count] : digest.events) {
+    events[kind] = count;
+  }
+  return {
+      {"format", 1},
+      {"machine", head.machine},
+      {"title", head.title},
+      {"clock", head.isSimulated ? "simulated" : "realtime"},
+      {"began", head.isSimulated ? Json() : Json(dateOf(head.originNs))},
+      {"cycle_ms", head.cycleMs},
+      {"bytes", digest.run.bytes},
+      {"whole", digest.run.end.isWhole},
+      {"faults", digest.run.end.faults},
+      {"chunks", digest.run.end.chunks},
+      {"rows", digest.rows},
+      {"first_ms", digest.firstMs},
+      {"last_ms", digest.lastMs},
+      {"gaps", {{"count", digest.gaps}, {"ms", digest.gapMs}, {"longest_ms", digest.longestGapMs}}},
+      {"topics", topicsJson(digest.run)},
+      {"attachments", filesJson(digest.run)},
+      {"joints", jointsJson(digest)},
+      {"events", events}};
+}
+
+std::string headText(const RecordingDigest& digest) {
+  const RecordingHead& head = digest.run.head;
+  const std::string clock = head.isSimulated
+                                ? "simulated time"
+                                : fmt::format("real time, from {}", dateOf(head.originNs));
+  std::string text = fmt::format("run      {}\nclock    {}, cycle {} ms\n", visible(head.title),
+                                 clock, head.cycleMs);
+  text += fmt::format("rows     {} in {:.3f} s\n", digest.rows,
+                      seconds(digest.lastMs - digest.firstMs));
+  text += digest.gaps == 0
+              ? "gaps     none\n"
+              : fmt::format("gaps     {}, {:.3f} s in all, {:.3f} s the longest\n", digest.gaps,
+                            seconds(digest.gapMs), seconds(digest.longestGapMs));
+  text += fmt::format("file     {} bytes in {} chunks, {}\n", digest.run.bytes,
+                      digest.run.end.chunks, digest.run.end.isWhole ? "whole" : "not whole");
+  for (const std::string& fault : digest.run.end.faults) {
+    text += fmt::format("         {}\n", visible(fault));
+  }
+  return text;
+}
+
+std::string infoText(const RecordingDigest& digest) {
+  std::string text = headText(digest) + "\n";
+  for (const RecordedRun::Topic& topic : digest.run.topics) {
+    text += fmt::format("topic    {}: {} messages of {}\n", visible(topic.name), topic.messages,
+                        visible(topic.schema));
+  }
+  for (const RecordedRun::File& file : digest.run.files) {
+    text += fmt::format("attached {}: {} bytes\n", visible(file.name), file.size);
+  }
+  if (!digest.joints.empty()) {
+    text += fmt::format("\n{:<24} worst error        at\n", "joint");
+  }
+  for (const RecordingDigest::Joint& joint : digest.joints) {
+    text += fmt::format("{:<24} {:>11.4g} {:>7.3f} s\n", visible(joint.name), joint.worstError,
+                        seconds(joint.worstMs));
+  }
+  text += digest.events.empty() ? "" : "\nevents\n";
+  for (const auto& [kind, count] : digest.events) {
+    text += fmt::format("{:<24} {:>11}\n", visible(kind), count);
+  }
+  return text;
+}
+
+int info(const InfoOptions& options) {
+  const StopSignal stopSignal;
+  const RecordingDigest digest = digestOf(options.path);
+  const int status =
+      writeOut(options.json ? printed(infoJson(digest), 2) + "\n" : infoText(digest));
+  return status == okStatus && !digest.run.end.isWhole ? shortfallStatus : status;
+}
+
+}  // namespace
+
+void addInfoCommand(CLI::App& app, Command& chosen) {
+  const auto options = std::make_shared<InfoOptions>();
+  CLI::App& command = addSubcommand(
+      app, "info", "Say what is in a recording",
+      "Example:\n"
+      "  torvex info wave.mcap\n\n"
+      "Rows are cycles; gaps are stretches of machine time without one; the worst error is the\n"
+      "largest distance of what was measured from what was commanded.\n\n"
+      "Exit status: 0 when the recording is whole; 1 when it is cut or damaged, and the rest was\n"
+      "read; 2 for bad input or usage.",
+      [options] { return info(*options); }, chosen);
+  addArgument(command, "RECORDING", options->path, "An MCAP file that --record wrote");
+  addFlag(command, "--json", options->json, "A JSON object instead of text");
+}
+
+}  // namespace host

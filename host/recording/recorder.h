@@ -1,0 +1,81 @@
+#pragma once
+
+#include <atomic>
+#include <cstddef>
+#include <cstdint>
+#include <deque>
+#include <exception>
+#include <functional>
+#include <optional>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "host/base/outputfile.h"
+#include "host/engine/prioritymutex.h"
+#include "host/engine/rowqueue.h"
+#include "host/input/machinemodel.h"
+#include "host/motion/event.h"
+#include "host/recording/recordinghead.h"
+#include "host/recording/recordingtopics.h"
+
+namespace host {
+
+/// Records a run as an MCAP file: its rows, and as a listener its events. A thread of its own does
+/// the work; what it cannot keep up with is dropped and counted. The file is at its place from the
+/// first row on, and grows there.
+class Recorder : public Listener {
+ public:
+  /// What becomes of the recording when it cannot go on, told by its thread.
+  using Failed = std::function<void(const std::string& why)>;
+
+  /// The machine must outlive the object. Throws `UserError` when the file cannot be written.
+  Recorder(const std::string& path, const MachineModel& machine, RecordingHead head, Failed failed);
+  /// Without `finish`, too, the recording is there, as far as it came.
+  ~Recorder() override;
+
+  Recorder(const Recorder&) = delete;
+  Recorder& operator=(const Recorder&) = delete;
+
+  /// Where the cycle puts its rows: the columns, then the attributes.
+  [[nodiscard]] RowQueue& rows() { return rows_; }
+  void tell(const Event& event, const Point* points) override;
+
+  /// Writes what is queued, and the end of the file. After the last row. Throws what went wrong.
+  void finish();
+
+ private:
+  struct Told {
+    Event event;
+    /// The first ones of those that it is about.
+    std::vector<Point> points;
+  };
+
+  void write();
+  /// What is queued; the first row begins the file.
+  void writeQueued(std::vector<double>& row);
+  void begin(double firstMs);
+  /// Events that were told before a machine time.
+  void writeEvents(double untilMs);
+  void noteDropped(double timeMs);
+  void stop();
+
+  OutputFile file_;
+  const MachineModel& machine_;
+  RecordingHead head_;
+  const Failed failed_;
+  RowQueue rows_;
+  PriorityMutex mutex_;
+  std::vector<Told> told_;
+  std::uint64_t droppedEvents_ = 0;
+  // Of the thread that writes.
+  std::deque<Told> taken_;
+  std::uint64_t droppedNoted_ = 0;
+  const std::vector<McapAttachment> files_;
+  std::optional<RecordingTopics> topics_;
+  std::atomic<bool> closing_{false};
+  std::exception_ptr failure_;
+  std::thread writer_;
+};
+
+}  // namespace host
