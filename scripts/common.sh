@@ -6,8 +6,9 @@ root=$(cd "$(dirname "${BASH_SOURCE[0]}")/.." && pwd)
 build_packages=(g++ cmake ninja-build libboost-dev libyaml-cpp-dev libpugixml-dev libfmt-dev
   libcli11-dev nlohmann-json3-dev libzstd-dev libjs-three)
 run_packages=(gnuplot-nox)
-test_packages=(curl libgtest-dev pkgconf valgrind python3-jsonschema python3-yaml python3-selenium
-  chromium chromium-driver)
+bridge_packages=(cyclonedds-dev cyclonedds-tools)
+test_packages=("${bridge_packages[@]}" curl iproute2 libgtest-dev nftables pkgconf valgrind
+  python3-jsonschema python3-yaml python3-selenium chromium chromium-driver)
 check_packages=(clang clang-format clang-tidy)
 bench_packages=(libbenchmark-dev jq)
 

@@ -1,6 +1,7 @@
 #include "host/cli/commandline.h"
 
 #include "host/cli/checkcommand.h"
+#include "host/cli/clients/bridgecommand.h"
 #include "host/cli/clients/eventscommand.h"
 #include "host/cli/clients/holdcommands.h"
 #include "host/cli/clients/linkcommand.h"
@@ -41,6 +42,7 @@ void addSubcommands(CLI::App& app, Command& chosen) {
   addHoldCommands(app, chosen);
   addValueCommands(app, chosen);
   addEventsCommand(app, chosen);
+  addBridgeCommand(app, chosen);
   addDocumentCommands(app, chosen);
 }
 

@@ -17,6 +17,7 @@
 #include <cstring>
 #include <limits>
 #include <nlohmann/json.hpp>
+#include <utility>
 
 #include "host/base/stopsignal.h"
 #include "host/base/usererror.h"
@@ -205,6 +206,21 @@ class DoorClient::Connection {
   explicit Connection(const std::string& path) : socket_(path) {}
 
   Json ask(http::verb verb, const std::string& target, const std::string& body) {
+    const auto [status, text] = exchange(verb, target, body);
+    return answerOf(status, text);
+  }
+
+  std::string askForText(const std::string& target) {
+    auto [status, text] = exchange(http::verb::get, target, "");
+    if (status >= 300) {
+      answerOf(status, text);
+    }
+    return text;
+  }
+
+ private:
+  std::pair<unsigned, std::string> exchange(http::verb verb, const std::string& target,
+                                            const std::string& body) {
     http::request<http::string_body> request(verb, target, 11, body);
     request.set(http::field::host, "localhost");
     if (!body.empty()) {
@@ -222,10 +238,9 @@ class DoorClient::Connection {
     if (readError) {
       failClosed(error ? error : readError);
     }
-    return answerOf(parser.get().result_int(), parser.get().body());
+    return {parser.get().result_int(), std::move(parser.get().body())};
   }
 
- private:
   PatientSocket socket_;
   beast::flat_buffer buffer_;
 };
@@ -236,6 +251,10 @@ DoorClient::~DoorClient() = default;
 
 Json DoorClient::get(const std::string& target) {
   return connection_->ask(http::verb::get, target, "");
+}
+
+std::string DoorClient::getText(const std::string& target) {
+  return connection_->askForText(target);
 }
 
 Json DoorClient::post(const std::string& target, const Json& body) {

@@ -59,6 +59,8 @@ class DoorClient {
   /// What the machine answers, within 15 seconds. Throws `DoorRefusal`, `DoorClosed`, and
   /// `WaitStopped` when a signal comes meanwhile.
   Json get(const std::string& target);
+  /// The same of what is no JSON, as it is.
+  std::string getText(const std::string& target);
   Json post(const std::string& target, const Json& body);
   Json remove(const std::string& target);
 

@@ -1,0 +1,87 @@
+#pragma once
+
+#include <dds/dds.h>
+
+#include <cstdint>
+#include <functional>
+#include <string>
+
+#include "bridge/configuration.h"
+
+namespace bridge {
+
+/// An entity of DDS, which goes with the object.
+class Entity {
+ public:
+  /// Throws `std::runtime_error` when `handle` is an error, which was to be `what`.
+  Entity(dds_entity_t handle, const char* what);
+  ~Entity();
+
+  Entity(const Entity&) = delete;
+  Entity& operator=(const Entity&) = delete;
+
+  [[nodiscard]] dds_entity_t handle() const { return handle_; }
+
+ private:
+  dds_entity_t handle_;
+};
+
+/// How a topic is told, in the words of ROS 2.
+enum class Delivery {
+  /// Reliable, volatile, the last 10.
+  standard,
+  /// Best effort, volatile, the last 5.
+  sensorData,
+  /// Reliable, transient local, the last one.
+  latched
+};
+
+/// A domain of DDS on one network interface, and the bridge in it. What DDS has to say goes to
+/// standard error. One a process.
+class Network {
+ public:
+  /// Throws `std::runtime_error` when there is no such interface.
+  explicit Network(const Configuration& configuration);
+
+  [[nodiscard]] dds_entity_t participant() const { return participant_.handle(); }
+
+  /// The most bytes that a message from the network may have; larger ones are dropped.
+  static constexpr int mostBytes = 1 << 20;
+
+ private:
+  Entity domain_;
+  Entity participant_;
+};
+
+/// Any thread.
+class Writer {
+ public:
+  /// `topic` as DDS has it. Throws `std::runtime_error`.
+  Writer(const Network& network, const std::string& topic, const dds_topic_descriptor_t& type,
+         Delivery delivery);
+
+  /// False when it did not go out, because readers took nothing for 100 ms.
+  bool write(const void* message);
+
+ private:
+  Entity topic_;
+  Entity writer_;
+};
+
+/// One thread at a time.
+class Reader {
+ public:
+  /// Standard delivery. Throws `std::runtime_error`.
+  Reader(const Network& network, const std::string& topic, const dds_topic_descriptor_t& type);
+
+  /// Waits for messages, hands those that came to `take`, and tells how many were lost.
+  std::uint32_t take(int waitMs, const std::function<void(const void* message)>& take);
+
+ private:
+  Entity topic_;
+  Entity reader_;
+  Entity condition_;
+  Entity waitset_;
+};
+
+}  // namespace bridge

@@ -1,0 +1,165 @@
+// What the bridge makes of messages, whatever they hold.
+
+#include "bridge/trajectory.h"
+
+#include <gtest/gtest.h>
+
+#include <cmath>
+#include <cstdint>
+#include <limits>
+#include <nlohmann/json.hpp>
+#include <string>
+#include <vector>
+
+#include "bridge/configuration.h"
+#include "tests/support/random.h"
+
+namespace {
+
+using host::Json;
+
+constexpr std::int64_t second = 1'000'000'000;
+
+/// At a round second, 2 ms after the cycle at machine time 7,000,123.456 s.
+bridge::Arrival arrival() {
+  return {1'700'000'000 * second, 7'000'123'456, 1'700'000'000 * second - 2'000'000, 60 * second,
+          3};
+}
+
+/// What it refers to lives as long as it does.
+struct Message {
+  std::vector<std::vector<double>> numbers;
+  std::vector<std::string> names;
+  std::vector<char*> pointers;
+  std::vector<trajectory_msgs_msg_dds__JointTrajectoryPoint_> points;
+  bridge::JointTrajectory message{};
+
+  dds_sequence_double sequence(std::vector<double> values) {
+    numbers.push_back(std::move(values));
+    const auto size = static_cast<std::uint32_t>(numbers.back().size());
+    return {size, size, numbers.back().data(), false};
+  }
+  const bridge::JointTrajectory& done() {
+    for (std::string& name : names) {
+      pointers.push_back(name.data());
+    }
+    message.joint_names_ = {static_cast<std::uint32_t>(names.size()),
+                            static_cast<std::uint32_t>(names.size()), pointers.data(), false};
+    message.points_._length = static_cast<std::uint32_t>(points.size());
+    message.points_._buffer = points.data();
+    return message;
+  }
+};
+
+Message simple(std::int32_t sec, std::uint32_t nanosec) {
+  Message made;
+  made.names = {"a"};
+  made.points.resize(1);
+  made.points[0].positions_ = made.sequence({0.5});
+  made.points[0].time_from_start_ = {1, 1};
+  made.message.header_.stamp_ = {sec, nanosec};
+  return made;
+}
+
+TEST(Trajectory, BeginsWhenItsStampSays) {
+  constexpr std::int32_t now = 1'700'000'000;
+  const struct {
+    std::int32_t sec;
+    std::uint32_t nanosec;
+    const char* at;
+  } cases[] = {{0, 0, nullptr},
+               {now, 0, R"({"sec":7000123,"nanosec":458000000})"},
+               {now + 1, 499'999, R"({"sec":7000124,"nanosec":458000000})"},
+               {now + 60, 0, R"({"sec":7000183,"nanosec":458000000})"},
+               {now + 60, 1, "horizon"},
+               {now - 1, 999'999'999, "ago"},
+               {std::numeric_limits<std::int32_t>::min(), 0, "ago"},
+               {std::numeric_limits<std::int32_t>::max(), 0, "horizon"},
+               {now, 1'000'000'000, "nanoseconds"}};
+  for (const auto& [sec, nanosec, at] : cases) {
+    Message made = simple(sec, nanosec);
+    try {
+      const Json body = bridge::requestOf(made.done(), arrival());
+      const Json& batch = body["batches"][0];
+      EXPECT_EQ(batch.contains("at") ? batch["at"].dump() : "", at == nullptr ? "" : at);
+      EXPECT_EQ(batch["trajectory"]["points"][0]["time_from_start"].dump(),
+                R"({"sec":1,"nanosec":1})");
+    } catch (const bridge::Unfit& why) {
+      ASSERT_NE(at, nullptr) << why.what();
+      EXPECT_NE(std::string(why.what()).find(at), std::string::npos) << why.what();
+    }
+  }
+}
+
+/// All that is in it is finite, and as exact as an actuator holds it.
+void expectFaithful(const Json& list, const dds_sequence_double& sent) {
+  ASSERT_EQ(list.size(), sent._length);
+  for (std::size_t i = 0; i < list.size(); ++i) {
+    EXPECT_EQ(list[i].get<float>(), static_cast<float>(sent._buffer[i]));
+  }
+}
+
+TEST(Trajectory, IsTakenFaithfullyOrRefused) {
+  const double odd[] = {0,    -0.0,  0.1, 7,        -3,  1e-300, 16'777'217, 2'147'483'647,
+                        4e38, 1e300, NAN, INFINITY, 3e9, -1e-40, 0.5,        -1};
+  Random random(1);
+  int taken = 0;
+  for (int round = 0; round < 5000; ++round) {
+    Message made;
+    made.numbers.reserve(16);
+    made.names.resize(random.below(5), std::string(random.below(40) == 0 ? 300 : 3, '\xff'));
+    made.points.resize(random.below(4));
+    bool isFinite = true;
+    for (auto& point : made.points) {
+      for (dds_sequence_double* const field :
+           {&point.positions_, &point.velocities_, &point.accelerations_, &point.effort_}) {
+        std::vector<double> values(random.below(4));
+        for (double& value : values) {
+          value = odd[random.below(random.below(8) == 0 ? 16 : 8)];
+          isFinite = isFinite && std::isfinite(static_cast<float>(value));
+        }
+        *field = made.sequence(values);
+      }
+      point.time_from_start_ = {static_cast<std::int32_t>(random.below(0xFFFFFFFFU)),
+                                static_cast<std::uint32_t>(random.below(0xFFFFFFFFU))};
+    }
+    const bridge::JointTrajectory& message = made.done();
+    const std::size_t joints = made.names.size();
+    const bool isFit = isFinite && joints >= 1 && joints <= 3 && made.names[0].size() == 3;
+    try {
+      const Json body = bridge::requestOf(message, arrival());
+      EXPECT_TRUE(isFit);
+      ++taken;
+      const Json& batch = body["batches"][0];
+      if (made.points.empty()) {
+        EXPECT_EQ(batch["stop"].size(), joints);
+        continue;
+      }
+      EXPECT_EQ(batch["mode"], "replace");
+      for (std::size_t i = 0; i < made.points.size(); ++i) {
+        expectFaithful(batch["trajectory"]["points"][i]["positions"], made.points[i].positions_);
+        expectFaithful(batch["trajectory"]["points"][i]["accelerations"],
+                       made.points[i].accelerations_);
+      }
+    } catch (const bridge::Unfit& why) {
+      EXPECT_FALSE(isFit) << why.what();
+    }
+  }
+  EXPECT_GT(taken, 500);
+}
+
+TEST(Configuration, NamesTopicsByTheMachine) {
+  bridge::Configuration configuration;
+  configuration.machines = {"m-1"};
+  EXPECT_EQ(bridge::topicOf(configuration, "m-1", "events"), "rt/m_1/events");
+  EXPECT_EQ(bridge::topicOf(configuration, "/run/x.y/2.sock", "events"), "rt/_2/events");
+  EXPECT_EQ(bridge::topicOf(configuration, "m-1", "robot_description"), "rt/robot_description");
+  configuration.machines.emplace_back("n");
+  EXPECT_EQ(bridge::topicOf(configuration, "n", "robot_description"), "rt/n/robot_description");
+  configuration.topics = {"events=", "joint_states=x/*/*"};
+  EXPECT_EQ(bridge::topicOf(configuration, "n", "events"), "");
+  EXPECT_EQ(bridge::topicOf(configuration, "n", "joint_states"), "rt/x/n/n");
+  EXPECT_THROW(bridge::readConfiguration("{}"), std::runtime_error);
+}
+
+}  // namespace

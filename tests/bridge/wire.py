@@ -1,0 +1,203 @@
+#!/usr/bin/env python3
+"""The bridge to ROS 2 and a plain program of DDS, each in a network namespace of its own, joined by
+a pair of interfaces: no packet leaves them. wire.py [PERCENT of packets that get lost]"""
+
+import contextlib
+import json
+import os
+import pathlib
+import queue
+import signal
+import subprocess
+import sys
+import threading
+import time
+import unittest
+
+sys.path.insert(0, str(pathlib.Path(__file__).resolve().parents[1] / "tool"))
+from tool import ToolTest, start, tool, write  # noqa: E402
+
+peer_program = os.environ.get("BRIDGE_PEER", "build/release/bridge_peer")
+lost_percent = 0
+machine_text = """
+name: m-1
+actuators:
+- {name: a, minimum: -1, maximum: 1, maximum_velocity: 2}
+- {name: b, minimum: -1, maximum: 1, maximum_velocity: 2}
+- {name: s, type: 2, minimum: 0, maximum: 9}
+sensors:
+- {name: a/Sensor, actuator: a}
+"""
+
+
+class Namespaces:
+    """Two of them, which end with this object."""
+
+    def __enter__(self):
+        self.holders = [subprocess.Popen(["unshare", "--net", "sh", "-c", "echo; exec sleep 600"],
+                                         stdout=subprocess.PIPE) for _ in range(2)]
+        for holder in self.holders:
+            holder.stdout.readline()
+        one, other = (str(holder.pid) for holder in self.holders)
+        subprocess.run(["ip", "link", "add", "wire", "netns", one, "type", "veth", "peer", "name", "wire",
+                        "netns", other], check=True)
+        for number in range(2):
+            self.run(number, f"ip link set lo up && ip addr add 10.77.0.{number + 1}/24 dev wire && ip link set wire up")
+            if lost_percent:
+                self.run(number, "nft add table inet t && nft add chain inet t i '{ type filter hook input priority 0; }'"
+                         f" && nft add rule inet t i meta l4proto udp numgen random mod 100 '<' {lost_percent} drop")
+        return self
+
+    def __exit__(self, *error):
+        for holder in self.holders:
+            holder.kill()
+            holder.wait()
+            holder.stdout.close()
+
+    def inside(self, number, *command):
+        return ["nsenter", f"--net=/proc/{self.holders[number].pid}/ns/net", *map(str, command)]
+
+    def run(self, number, command):
+        subprocess.run(self.inside(number, "sh", "-c", command), check=True)
+
+
+class Listened:
+    """A process whose lines are kept as they come."""
+
+    def __init__(self, command):
+        self.process = subprocess.Popen(command, text=True, stdin=subprocess.PIPE, stdout=subprocess.PIPE,
+                                        stderr=subprocess.STDOUT)
+        self.lines, self.said = queue.Queue(), []
+        threading.Thread(target=self.listen, daemon=True).start()
+
+    def listen(self):
+        for line in self.process.stdout:
+            self.lines.put(line.rstrip("\n"))
+
+    def tell(self, *words):
+        self.process.stdin.write(" ".join(map(str, words)) + "\n")
+        self.process.stdin.flush()
+
+    def until(self, wanted, seconds=60):
+        """The first line from now on that is wanted, and is then behind."""
+        end = time.monotonic() + seconds
+        while True:
+            try:
+                line = self.lines.get(timeout=max(end - time.monotonic(), 0.001))
+            except queue.Empty:
+                raise AssertionError("not heard:\n" + "\n".join(self.said[-40:])) from None
+            self.said.append(line)
+            if wanted(line):
+                return line
+
+    def end(self, how=signal.SIGTERM):
+        self.process.send_signal(how)
+        self.process.wait()
+        self.process.stdin.close()
+        self.process.stdout.close()
+        return self.process.returncode
+
+
+def position(kind, joint, value):
+    """Whether a line tells it."""
+    def told(line):
+        words = line.split()
+        return words[:1] == [kind] and joint in words and abs(float(words[words.index(joint) + 1]) - value) < 1e-3
+    return told
+
+
+def event(kind, text=""):
+    def told(line):
+        return line.startswith("event ") and json.loads(line[6:])["kind"] == kind and text in line
+    return told
+
+
+class Wire(ToolTest):
+    @contextlib.contextmanager
+    def bridge(self, spaces, how=signal.SIGTERM):
+        bridge = Listened(spaces.inside(0, tool, "bridge", "ros2", "m-1", "--interface", "wire", "--horizon", 5))
+        try:
+            yield bridge
+        finally:
+            self.assertIn(bridge.end(how), (-how, 128 + how))
+
+    @contextlib.contextmanager
+    def served(self):
+        process = start("serve", "m.yaml", "--pool", self.pool)
+        try:
+            while ".sock" not in process.stdout.readline():
+                pass
+            yield
+        finally:
+            process.terminate()
+            process.communicate()
+
+    def test_trajectories_come_in_and_states_go_out(self):
+        os.environ["XDG_RUNTIME_DIR"] = os.getcwd()
+        write("m.yaml", machine_text)
+        with Namespaces() as spaces:
+            peer = Listened(spaces.inside(1, peer_program, 0, "wire", "m_1"))
+            self.addCleanup(peer.end)
+            with self.bridge(spaces) as bridge:
+                bridge.until(lambda line: "waits for the machine" in line)
+                with self.served():
+                    peer.until(position("measured", "a", 0))
+                    self.commands(peer, bridge)
+                bridge.until(lambda line: "it has ended" in line)
+                peer.tell(0, 0, "a", 1, 0, 0)
+                peer.until(event("not_taken", "does not run"))
+                with self.served():
+                    peer.until(position("commanded", "a", 0))
+                    peer.until(event("begins"))
+            with self.served():
+                self.killed(spaces, peer)
+
+    def commands(self, peer, bridge):
+        peer.tell(0, 0, "a", 0.4, 0.3, 0.2, 0.8, 0.5, 0)
+        bridge.until(lambda line: "2 points for 1 joint, from now on: taken at machine time" in line)
+        peer.until(event("taken"))
+        peer.until(position("commanded", "a", 0.5))
+        peer.until(position("measured", "a", 0.5))
+        now = int(time.time())
+        for words, why in (((now - 2, 0, "a", 1, 0, 0), "s ago; a stamp of 0 means now"),
+                           ((now + 9, 0, "a", 1, 0, 0), "beyond the horizon of 5 s"),
+                           ((0, 0, "a\x1b", 1, 0, 0), "has no joint"),
+                           ((0, 0, "a", 1, "nan", 0), "must be a finite number"),
+                           ((0, 0, "a", 1, 7, 0), "beyond its limit 1"),
+                           ((now, 4e9, "a", 1, 0, 0), "nanoseconds")):
+            peer.tell(*(int(word) if isinstance(word, float) else word for word in words))
+            peer.until(event("not_taken", why))
+            self.assertNotIn("\x1b", bridge.until(lambda line: why in line))
+        begins = int(time.time()) + 2
+        peer.tell(begins, 0, "a", 0, 0.5, 0, 0.6, -0.5, 0)
+        peer.until(event("taken"))
+        peer.until(lambda line: line.startswith("commanded") and not position("commanded", "a", 0.5)(line))
+        self.assertLess(abs(time.time() - begins), 0.6)
+        peer.until(position("commanded", "a", -0.5))
+        peer.tell(0, 0, "s", 0.1, 7, 0)
+        peer.until(position("commanded", "s", 7))
+        peer.tell(0, 0, "a", 9, 1, 0)
+        peer.until(event("taken"))
+        peer.tell(0, 0, "a")
+        peer.until(event("stopped"))
+
+    def killed(self, spaces, peer):
+        """The points that the machine has run out, and nothing jumps; the next bridge goes on."""
+        with self.bridge(spaces, signal.SIGKILL):
+            peer.until(position("measured", "a", 0))
+            peer.tell(0, 0, "a", 2, 0.8, 0)
+            peer.until(event("taken"))
+        with self.bridge(spaces):
+            peer.until(position("measured", "a", 0.8))
+            self.assertNotIn("guarded", self.said(0, "events", "--once"))
+            peer.tell(0, 0, "a", 1, 0, 0)
+            peer.until(position("measured", "a", 0))
+
+
+if __name__ == "__main__":
+    if os.geteuid() != 0 or subprocess.run(["unshare", "--net", "true"], check=False, capture_output=True).returncode:
+        print("skipped: network namespaces need root")
+        sys.exit(77)
+    if len(sys.argv) > 1:
+        lost_percent = int(sys.argv.pop())
+    unittest.main()
