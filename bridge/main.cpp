@@ -12,7 +12,6 @@
 #include "bridge/topics.h"
 #include "host/base/stopsignal.h"
 #include "host/client/doorclient.h"
-#include "simulation/machine.h"
 
 namespace bridge {
 namespace {
@@ -50,11 +49,7 @@ void follow(const Configuration& configuration, const std::string& machine, Topi
       }
     } catch (const host::WaitStopped&) {
       return;
-    } catch (const host::NoMachine& none) {
-      sayOnce(none.what());
-    } catch (const host::DoorClosed& closed) {
-      sayOnce(closed.what());
-    } catch (const simulation::Error& error) {
+    } catch (const std::exception& error) {
       sayOnce(error.what());
     }
     wait(topics);
