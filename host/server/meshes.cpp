@@ -27,10 +27,10 @@ std::set<std::string> packagesNamedIn(const std::string& urdf) {
 }
 
 std::string typeOf(const std::string& path) {
-  std::string ending = path.substr(std::min(path.rfind('.'), path.size()));
-  std::transform(ending.begin(), ending.end(), ending.begin(),
+  std::string extension = path.substr(std::min(path.rfind('.'), path.size()));
+  std::transform(extension.begin(), extension.end(), extension.begin(),
                  [](unsigned char letter) { return static_cast<char>(std::tolower(letter)); });
-  return ending == ".stl" ? "model/stl" : "application/octet-stream";
+  return extension == ".stl" ? "model/stl" : "application/octet-stream";
 }
 
 }  // namespace

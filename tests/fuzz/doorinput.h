@@ -16,7 +16,7 @@
 class Open : public host::Handler {
  public:
   void handle(host::Request request, const Reply& reply) override {
-    reply({200, request.path + request.body, "text/plain"});
+    reply({200, request.path + request.body, "text/plain", {}});
   }
   std::unique_ptr<host::Feed> feedFor(const host::Request& request) override {
     struct Echo : host::Feed {

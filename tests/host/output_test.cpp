@@ -124,7 +124,8 @@ struct AnyAxis {
     registers[1].storeFloat(measured);
   }
 
-  host::MachineModel machine{{}, {}, {{}, {simulation::Actuator()}, {}, {}}, {}, {}, {}, {}};
+  host::MachineModel machine{{}, {}, {{}, {simulation::Actuator()}, {}, {}}, {}, {}, {}, {},
+                             {}, {}};
   hal::DeviceAttrGeneric registers[2];
   TimedCommand timeline;
   host::Axis axis{0, machine, 10, timeline, registers[0], &registers[1]};
