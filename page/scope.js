@@ -91,7 +91,8 @@ export class Scope {
     return {
       key,
       group: axis?.name ?? bare(key),
-      name: axis ? `${axis.name} ${isCommand ? 'cmd' : 'meas'}` : bare(key),
+      name: axis?.name ?? bare(key),
+      tag: axis === undefined ? '' : isCommand ? 'cmd' : 'meas',
       isDashed: isCommand,
       axis,
     };

@@ -79,7 +79,7 @@ export class ScopePanel {
     this.rows = this.scope.traces.map((trace, i) => this.row(trace, i));
     this.legend.replaceChildren(...this.rows.map((row) => row.element));
     byId('trigger-key').replaceChildren(
-      ...this.scope.traces.map((trace) => el('option', {value: trace.key}, trace.name)));
+      ...this.scope.traces.map((trace) => el('option', {value: trace.key}, `${trace.name} ${trace.tag}`)));
     byId('trigger-key').value = this.scope.trigger.key ?? '';
     byId('scope-empty').hidden = this.rows.length > 0;
     this.read();
@@ -89,11 +89,11 @@ export class ScopePanel {
     const value = el('span', {class: 'value'});
     const sign = el('span', {class: `swatch hue-${this.view.hue(trace.group) + 1}${trace.isDashed ? ' dashed' : ''}`, 'aria-hidden': 'true'});
     const remove = el('button', {
-      class: 'bare', title: 'Take off the scope', 'aria-label': `Take ${trace.name} off the scope`,
+      class: 'bare', title: 'Take off the scope', 'aria-label': `Take ${trace.name} ${trace.tag} off the scope`,
       onclick: () => this.scope.remove([trace.key]),
     }, '×');
     const element = el('li', {}, el('span', {class: 'number'}, String(index + 1)), sign,
-      el('span', {class: 'name', title: trace.key}, trace.name), value, remove);
+      el('span', {class: 'name', title: trace.key}, trace.name), el('span', {class: 'tag'}, trace.tag), value, remove);
     return {trace, value, element};
   }
 

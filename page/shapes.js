@@ -57,13 +57,12 @@ export function edgesOf(geometry) {
   return count > finestEdges ? null : new THREE.EdgesGeometry(geometry, 30);
 }
 
-// STL files by their paths below the package folders: those that the machine says it has. One that
-// cannot be read counts as missing.
-export async function loadMeshes(door, paths) {
+// STL files by their paths, PACKAGE/PATH: those of the packages that the machine has. One that cannot
+// be read counts as missing.
+export async function loadMeshes(door, paths, packages) {
   const loader = new THREE.STLLoader();
   const meshes = new Map();
-  const { meshes: known } = await door.get('/v1/meshes');
-  const wanted = [...new Set(paths)].filter((path) => known.includes(path));
+  const wanted = [...new Set(paths)].filter((path) => /\.stl$/i.test(path) && packages.includes(path.split('/')[0]));
   await Promise.all(wanted.map(async (path) => {
     try {
       const address = path.split('/').map(encodeURIComponent).join('/');

@@ -98,14 +98,14 @@ export class View {
     this.isStale = true;
   }
 
-  async load(door) {
+  async load(door, packages) {
     const model = readUrdf(await door.text('/v1/description'));
     if (model === null) {
       return false;
     }
     const paths = [...model.links.values()].flatMap((link) => link.visuals)
       .filter((visual) => visual.shape.kind === 'mesh').map((visual) => visual.shape.path);
-    const meshes = paths.length > 0 ? await loadMeshes(door, paths) : new Map();
+    const meshes = await loadMeshes(door, paths, packages);
     const scale = extentOf(model);
     this.model = model;
     this.robot = new Robot(model, meshes, scale, solid);

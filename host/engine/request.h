@@ -3,10 +3,12 @@
 #include <cstddef>
 #include <cstdint>
 #include <functional>
+#include <optional>
 #include <string>
 #include <vector>
 
 #include "host/motion/event.h"
+#include "host/motion/point.h"
 #include "host/motion/pointcounts.h"
 #include "host/motion/scheduledbatch.h"
 
@@ -120,6 +122,8 @@ struct CommandState {
     bool isGuarded = false;
     /// What became of its points, of all clients together.
     PointCounts counts;
+    /// The last point to come.
+    std::optional<Point> target = std::nullopt;
   };
   /// In the order of the machine.
   std::vector<AxisState> axes;

@@ -248,11 +248,19 @@ void Streamer::freeFromGuard() {
 void Streamer::copyAxisStates(std::vector<CommandState::AxisState>& states) {
   constexpr std::size_t lookedAtOnce = 64;
   states.clear();
-  GateHold hold(gate_);
-  for (const Axis& axis : axes_) {
-    states.push_back({nobody, axis.isHeld, axis.guard.isHeld(), axis.counts});
-    if (states.size() % lookedAtOnce == 0) {
-      hold.breathe();
+  {
+    GateHold hold(gate_);
+    for (const Axis& axis : axes_) {
+      states.push_back({nobody, axis.isHeld, axis.guard.isHeld(), axis.counts});
+      if (states.size() % lookedAtOnce == 0) {
+        hold.breathe();
+      }
+    }
+  }
+  for (std::size_t i = 0; i < states.size(); ++i) {
+    const Backlog& backlog = axes_[i].backlog;
+    if (!backlog.empty()) {
+      states[i].target = backlog.last();
     }
   }
 }

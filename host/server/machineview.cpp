@@ -42,6 +42,12 @@ Json boundsJson() {
           {"waiting_points_of_commander", mostWaitingPointsOfCommander}};
 }
 
+Json pointJson(const simulation::Actuator& actuator, const Point& point) {
+  return limitJson(actuator.typeCode, actuator.typeCode == hal::floatTypeCode
+                                          ? double{point.value.asFloat}
+                                          : double{point.value.asInt});
+}
+
 }  // namespace
 
 MachineView::MachineView(const MachineModel& machine, Torvex& torvex, const ServiceOptions& options)
@@ -120,29 +126,33 @@ Json MachineView::describe(const std::vector<std::string>& packages) const {
 Json MachineView::axis(int index, const CommandState::AxisState& state, const Json& owner) const {
   const simulation::Actuator& actuator = machine_.actuator(index);
   const auto joint = machine_.jointTypes.find(index);
+  const std::int64_t cycleMs = torvex_.engine().now().timeMs;
   const bool isJoint = joint != machine_.jointTypes.end();
   const std::string sensor = actuator.name + "/Sensor";
   const auto& sensors = machine_.description.sensors;
   const bool isMeasured =
       std::any_of(sensors.begin(), sensors.end(),
                   [&sensor](const simulation::Sensor& known) { return known.name == sensor; });
-  return {{"name", actuator.name},
-          {"key", valueKey(actuator)},
-          {"joint", isJoint ? Json(actuator.name) : Json()},
-          {"kind", isJoint ? Json(joint->second) : Json()},
-          {"type", valueTypeName(valueType(actuator.typeCode))},
-          {"minimum", limitJson(actuator.typeCode, actuator.minimum)},
-          {"maximum", limitJson(actuator.typeCode, actuator.maximum)},
-          {"maximum_velocity",
-           std::isfinite(actuator.maximumVelocity) ? Json(actuator.maximumVelocity) : Json()},
-          {"interpolation", actuator.interpolates ? "linear" : "step"},
-          {"sensor", isMeasured ? Json(valueKey(sensor)) : Json()},
-          {"owner", owner},
-          {"held", state.isHeld      ? Json("hold")
-                   : state.isGuarded ? Json("guard")
-                                     : Json()},
-          {"waiting", state.counts.left()},
-          {"counts", countsJson(state.counts)}};
+  return {
+      {"name", actuator.name},
+      {"key", valueKey(actuator)},
+      {"joint", isJoint ? Json(actuator.name) : Json()},
+      {"kind", isJoint ? Json(joint->second) : Json()},
+      {"type", valueTypeName(valueType(actuator.typeCode))},
+      {"minimum", limitJson(actuator.typeCode, actuator.minimum)},
+      {"maximum", limitJson(actuator.typeCode, actuator.maximum)},
+      {"maximum_velocity",
+       std::isfinite(actuator.maximumVelocity) ? Json(actuator.maximumVelocity) : Json()},
+      {"interpolation", actuator.interpolates ? "linear" : "step"},
+      {"sensor", isMeasured ? Json(valueKey(sensor)) : Json()},
+      {"owner", owner},
+      {"held", state.isHeld      ? Json("hold")
+               : state.isGuarded ? Json("guard")
+                                 : Json()},
+      {"waiting", state.counts.left()},
+      {"target", state.target ? pointJson(actuator, *state.target) : Json()},
+      {"backlog_ms", state.target ? std::max<std::int64_t>(0, state.target->timeMs - cycleMs) : 0},
+      {"counts", countsJson(state.counts)}};
 }
 
 Json MachineView::followers() const {
