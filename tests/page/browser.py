@@ -54,10 +54,10 @@ class Browser(webdriver.Chrome):
     def slider(self, axis):
         return self.row(axis).find_element(By.TAG_NAME, "input")
 
-    def pixel(self, name, part=0.5):
-        """What an element looks like in its middle, or in another part of its width."""
+    def pixel(self, name, x=0.5, y=0.5, size=1):
+        """What an element looks like in its middle, or elsewhere: in parts of its width and height."""
         area = self(name).rect
-        clip = {"x": area["x"] + int(part * area["width"]), "y": area["y"] + area["height"] // 2, "width": 1, "height": 1, "scale": 1}
+        clip = {"x": area["x"] + int(x * area["width"]), "y": area["y"] + int(y * area["height"]), "width": size, "height": size, "scale": 1}
         return self.execute_cdp_cmd("Page.captureScreenshot", {"clip": clip})["data"]
 
     def drop(self, **files):

@@ -19,6 +19,7 @@ import torvex  # noqa: E402
 from browser import Browser  # noqa: E402
 from selenium.webdriver.common.keys import Keys  # noqa: E402
 
+odd = """<script>alert('x')<b>"&amp;"""
 machine_text = """
 name: m
 urdf: m.urdf
@@ -31,6 +32,8 @@ urdf_text = """<robot name="m">
 <joint name="arm" type="revolute"><parent link="base"/><child link="bar"/><axis xyz="1 0 0"/>
 <limit lower="-1.5" upper="1.5" velocity="3" effort="1"/></joint>
 </robot>"""
+swing = "joint_names: [arm]\npoints:\n- {positions: [0.5], time_from_start: 1}\n- {positions: [-0.5], time_from_start: 2}\n"
+wrong = "joint_names: [arm]\npoints:\n- {positions: [0.5, 0], time_from_start: 1}\n"
 
 
 class Page(DoorTest):
@@ -75,6 +78,22 @@ class Page(DoorTest):
         self.assertEqual(len(set(seen[-30:])), 1, seen[-30:])
         return seen[-1]
 
+    def test_shows_a_machine_and_asks_nobody_else(self):
+        port = free_port()
+        write("m.yaml", machine_text + f"- {{name: {json.dumps(odd)}, minimum: 0, maximum: 1}}\n")
+        with self.served("--http", port) as process:
+            browser = self.opened(process, port)
+            names = [cell.text for cell in browser.find_elements("css selector", "tbody th")]
+            self.assertEqual(names, ["arm", "b", odd])
+            torvex.connect("m").send(odd, [(0.1, 0.5)])
+            browser.waits_for("event-list", odd)
+            self.assertEqual(len(browser.find_elements("tag name", "script")), 4)
+            self.assertEqual(browser.title, "m – torvex")
+            browser.until(lambda: browser.find_elements("css selector", "#legend .value")[-1].text == "0.5000")
+            self.assertEqual(browser.console(), [])
+            hosts = {host for address in browser.addresses() for host in re.findall(r"^(?:http|ws)s?://([^/]+)", address)}
+            self.assertEqual(hosts, {f"127.0.0.1:{port}"})
+
     def test_a_slider_moves_the_register_and_the_picture(self):
         port = free_port()
         with self.served("--http", port) as process:
@@ -86,6 +105,7 @@ class Page(DoorTest):
             self.taken(browser)
             browser.until(browser.slider("arm").is_enabled)
             browser.slider("arm").send_keys(Keys.END)
+            browser.until(lambda: browser.row("arm").find_element("class name", "target").text == "1.5000")
             browser.until(lambda: self.in_pool("arm/Value") == 1.5)
             browser.until(lambda: browser.pixel("view") != lying)
             self.assertEqual(machine["b/Value"], 0)
@@ -177,6 +197,28 @@ class Page(DoorTest):
             finally:
                 is_ending.set()
                 streaming.join()
+
+    def test_motions_are_checked_shown_played_and_stopped(self):
+        write("folder.yaml", swing)
+        port = free_port()
+        with self.served("--http", port, "--motions", ".") as process:
+            browser, machine = self.opened(process, port), torvex.connect("m")
+            browser.drop(bad_yaml=wrong)
+            self.assertRegex(browser.waits_for("motion-places", "bad.yaml"), r"bad\.yaml:3:\d+\n.*positions")
+            self.assertFalse(browser("motion-play").is_enabled())
+            browser.drop(good_yaml=swing)
+            browser.waits_for("motion-verdict", "Fits: 1 axis")
+            still = browser.pixel("view", 0.5, 0.2, 100)
+            browser("motion-preview").click()
+            browser.until(lambda: browser.pixel("view", 0.5, 0.2, 100) != still)
+            self.assertEqual(machine["arm/Value"], 0)
+            browser("preview-end").click()
+            browser.find_element("xpath", "//button[text()='folder.yaml']").click()
+            browser.waits_for("motion-verdict", "Fits")
+            browser("motion-play").click()
+            browser.until(lambda: machine["arm/Value"] > 0.2)
+            browser("motion-stop").click()
+            self.assertGreater(self.comes_to_rest(machine), 0.1)
 
     def test_the_ring_of_the_scope_is_that_of_a_naive_model(self):
         port = free_port()
