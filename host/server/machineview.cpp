@@ -45,7 +45,7 @@ Json boundsJson() {
 Json pointJson(const simulation::Actuator& actuator, const Point& point) {
   return limitJson(actuator.typeCode, actuator.typeCode == hal::floatTypeCode
                                           ? double{point.value.asFloat}
-                                          : double{point.value.asInt});
+                                          : static_cast<double>(point.value.asInt));
 }
 
 }  // namespace

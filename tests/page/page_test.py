@@ -105,7 +105,7 @@ class Page(DoorTest):
             self.taken(browser)
             browser.until(browser.slider("arm").is_enabled)
             browser.slider("arm").send_keys(Keys.END)
-            browser.until(lambda: browser.row("arm").find_element("class name", "target").text == "1.5000")
+            browser.until(lambda: browser.row("arm").find_element("css selector", "td.target").text == "1.5000")
             browser.until(lambda: self.in_pool("arm/Value") == 1.5)
             browser.until(lambda: browser.pixel("view") != lying)
             self.assertEqual(machine["b/Value"], 0)
