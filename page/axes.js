@@ -130,8 +130,8 @@ export class Axes {
     }
     // A slider in use stays where the hand has it.
     if (command !== null && !row.isBusy && now - row.sentMs > settleMs && !row.slider.matches(':active')) {
-      const shown = row.slider.disabled ? command : axis.target ?? command;
-      row.slider.value = shown;
+      // Under the keyboard's focus it stays at the target, so that steps add up.
+      row.slider.value = row.slider === document.activeElement ? axis.target ?? command : command;
     }
     this.mark(row.measuredMark, measured, row);
     this.mark(row.targetMark, axis.target, row);

@@ -2,6 +2,7 @@
 // of its latest cycle. Everybody else on the page reads here.
 
 import {Stream} from './door.js';
+import {onFrame} from './frames.js';
 
 const pollMs = 500;
 const manyAxes = 200;
@@ -14,6 +15,7 @@ export class Machine {
     this.timeMs = description.machine_ms;
     this.changed = [];
     this.moved = [];
+    onFrame(() => this.showValues());
     this.take(description);
     // What cycles write.
     this.numbers = description.attributes
@@ -31,7 +33,7 @@ export class Machine {
     listener();
   }
 
-  // New values.
+  // New values, with the beat of the picture.
   onValues(listener) {
     this.moved.push(listener);
   }
@@ -39,14 +41,21 @@ export class Machine {
   start() {
     const rate = this.axes.length > manyAxes ? 10 : 30;
     new Stream(this.door, () => `/v1/live?key=${encodeURIComponent('*/Value')}&rate=${rate}`,
-      (message) => this.showValues(message));
+      (message) => this.takeValues(message));
     setInterval(() => document.hidden || this.refresh(), pollMs);
   }
 
-  showValues(message) {
+  takeValues(message) {
     this.values = message.values;
     this.timeMs = message.machine_ms;
-    this.moved.forEach((listener) => listener());
+    this.isFresh = true;
+  }
+
+  showValues() {
+    if (this.isFresh) {
+      this.isFresh = false;
+      this.moved.forEach((listener) => listener());
+    }
   }
 
   // Asks again; calls while one is on its way count as one.

@@ -2,9 +2,9 @@
 // takes wheel, drag and keys.
 
 import {fixed, onScheme, onSize, variable} from './dom.js';
+import {onFrame} from './frames.js';
 import {niceRange, niceStep, pixelOf, Plot} from './plot.js';
 
-const frameMs = 20;
 const hues = 7;
 const mostNumbers = 16;
 const mostOfOne = 12;
@@ -18,12 +18,11 @@ export class ScopeView {
     this.plot = new Plot(front);
     this.isInLanes = true;
     this.cursorMs = null;
-    this.drawnMs = 0;
     onSize(front.parentElement, (width, height, ratio) => this.resize(back, width, height, ratio));
     onScheme(() => this.colour());
     scope.onChange(() => this.touch());
     this.listen();
-    requestAnimationFrame((now) => this.frame(now));
+    onFrame(() => this.frame());
   }
 
   touch() {
@@ -121,11 +120,9 @@ export class ScopeView {
     this.onCursor?.();
   }
 
-  frame(now) {
-    requestAnimationFrame((next) => this.frame(next));
-    if (this.isStale && now - this.drawnMs > frameMs) {
+  frame() {
+    if (this.isStale) {
       this.isStale = false;
-      this.drawnMs = now;
       this.draw();
     }
   }

@@ -1,14 +1,14 @@
-// The picture of the machine: canvas, light, camera. Draws when something changed, at most 30 times
-// a second, and tells which joint was clicked.
+// The picture of the machine: canvas, light, camera. Draws when something changed,
+// and tells which joint was clicked.
 
 /* global THREE */
 
 import {byId, onScheme, onSize, variable} from './dom.js';
+import {onFrame} from './frames.js';
 import {loadMeshes} from './shapes.js';
 import {extentOf, ghostly, Robot, solid} from './robot.js';
 import {readUrdf} from './urdf.js';
 
-const frameMs = 1000 / 31;
 const farApart = 0.004;
 const viewedFrom = [0.86, -0.42, 0.24];
 const room = 1.12;
@@ -36,8 +36,7 @@ export class View {
     this.addControls();
     onSize(this.canvas.parentElement, (width, height) => this.resize(width, height));
     onScheme(() => this.colour());
-    this.drawnMs = 0;
-    requestAnimationFrame((now) => this.frame(now));
+    onFrame(() => this.frame());
   }
 
   static isPossible() {
@@ -219,11 +218,9 @@ export class View {
     this.isStale = true;
   }
 
-  frame(now) {
-    requestAnimationFrame((next) => this.frame(next));
-    if (this.isStale && now - this.drawnMs > frameMs) {
+  frame() {
+    if (this.isStale) {
       this.isStale = false;
-      this.drawnMs = now;
       this.renderer.render(this.scene, this.camera);
     }
   }

@@ -32,7 +32,7 @@ urdf_text = """<robot name="m">
 <joint name="arm" type="revolute"><parent link="base"/><child link="bar"/><axis xyz="1 0 0"/>
 <limit lower="-1.5" upper="1.5" velocity="3" effort="1"/></joint>
 </robot>"""
-swing = "joint_names: [arm]\npoints:\n- {positions: [0.5], time_from_start: 1}\n- {positions: [-0.5], time_from_start: 2}\n"
+swing = "joint_names: [arm]\npoints:\n- {positions: [0.5], time_from_start: 1}\n- {positions: [0.4], time_from_start: 60}\n"
 wrong = "joint_names: [arm]\npoints:\n- {positions: [0.5, 0], time_from_start: 1}\n"
 
 
@@ -126,6 +126,7 @@ class Page(DoorTest):
                 machine.send("arm", [(1.5, 0)], mode="replace")
                 browser.until(lambda: machine["arm/Value"] == 0)
                 name = self.taken(browser)
+                browser("jog-velocity").send_keys(Keys.CONTROL, "a", Keys.NULL, "0.1", Keys.ENTER)
                 browser.slider("arm").send_keys(Keys.END)
                 browser.until(lambda: machine["arm/Value"] > 0.1)
                 leaves()
@@ -217,8 +218,10 @@ class Page(DoorTest):
             browser.waits_for("motion-verdict", "Fits")
             browser("motion-play").click()
             browser.until(lambda: machine["arm/Value"] > 0.2)
+            browser.until(lambda: machine["arm/Value"] > 0.2)
             browser("motion-stop").click()
             self.assertGreater(self.comes_to_rest(machine), 0.1)
+            self.assertEqual(machine.axes()["arm"].waiting, 0)
 
     def test_the_ring_of_the_scope_is_that_of_a_naive_model(self):
         port = free_port()
