@@ -20,6 +20,7 @@ void addPoolBenchmarks();
 void addNameBenchmarks();
 void addBusyBenchmarks();
 void addEngineBenchmarks();
+void addDoorBenchmarks();
 
 /// Who takes the time of an iteration.
 enum class Timer {

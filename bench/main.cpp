@@ -56,6 +56,7 @@ int main(int argc, char** argv) {
   bench::addNameBenchmarks();
   bench::addBusyBenchmarks();
   bench::addEngineBenchmarks();
+  bench::addDoorBenchmarks();
 
   // With one thread alone, locks would cost less than in any program that needs them.
   std::promise<void> done;
