@@ -46,6 +46,8 @@ class Namespaces:
             if lost_percent:
                 self.run(number, "nft add table inet t && nft add chain inet t i '{ type filter hook input priority 0; }'"
                          f" && nft add rule inet t i meta l4proto udp numgen random mod 100 '<' {lost_percent} drop")
+        for number in range(2):  # they come up a little later
+            self.run(number, "timeout 20 sh -c 'until ip link show wire | grep -q state.UP; do sleep 0.02; done'")
         return self
 
     def __exit__(self, *error):
@@ -78,9 +80,9 @@ class Listened:
         self.process.stdin.write(" ".join(map(str, words)) + "\n")
         self.process.stdin.flush()
 
-    def until(self, wanted, seconds=20):
+    def until(self, wanted, seconds=None):
         """The first line from now on that is wanted, and is then behind."""
-        end = time.monotonic() + seconds
+        end = time.monotonic() + (seconds or (90 if lost_percent else 20))
         while True:
             try:
                 line = self.lines.get(timeout=max(end - time.monotonic(), 0.001))
