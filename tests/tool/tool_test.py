@@ -135,7 +135,7 @@ class Tool(ToolTest):
         for case in cases:
             arguments, expected = case.split("\n", 1)
             arguments = arguments.split()
-            if len(arguments) < 5:
+            if arguments[0] == "run" and len(arguments) < 5:
                 arguments += ["--trace", "t.csv"]
             said = self.said(2, *arguments)
             self.assertTrue(said.startswith(expected), f"{said}\nexpected {expected}")
