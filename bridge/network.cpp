@@ -13,7 +13,7 @@ namespace bridge {
 namespace {
 
 struct QosDeletion {
-  void operator()(dds_qos_t *qos) const { dds_delete_qos(qos); }
+  void operator()(dds_qos_t* qos) const { dds_delete_qos(qos); }
 };
 using Qos = std::unique_ptr<dds_qos_t, QosDeletion>;
 
@@ -23,12 +23,10 @@ Qos qosOf(Delivery delivery) {
   Qos qos(dds_create_qos());
   const bool isReliable = delivery != Delivery::sensorData;
   const bool isLatched = delivery == Delivery::latched;
-  dds_qset_reliability(qos.get(),
-                       isReliable ? DDS_RELIABILITY_RELIABLE
-                                  : DDS_RELIABILITY_BEST_EFFORT,
-                       mostBlocking);
-  dds_qset_durability(qos.get(), isLatched ? DDS_DURABILITY_TRANSIENT_LOCAL
-                                           : DDS_DURABILITY_VOLATILE);
+  dds_qset_reliability(
+      qos.get(), isReliable ? DDS_RELIABILITY_RELIABLE : DDS_RELIABILITY_BEST_EFFORT, mostBlocking);
+  dds_qset_durability(qos.get(),
+                      isLatched ? DDS_DURABILITY_TRANSIENT_LOCAL : DDS_DURABILITY_VOLATILE);
   constexpr int standardDepth = 10;
   constexpr int sensorDepth = 5;
   dds_qset_history(qos.get(), DDS_HISTORY_KEEP_LAST,
@@ -36,14 +34,13 @@ Qos qosOf(Delivery delivery) {
                    : isReliable ? standardDepth
                                 : sensorDepth);
   // What every stack reads.
-  const dds_data_representation_id_t representation =
-      DDS_DATA_REPRESENTATION_XCDR1;
+  const dds_data_representation_id_t representation = DDS_DATA_REPRESENTATION_XCDR1;
   dds_qset_data_representation(qos.get(), 1, &representation);
   return qos;
 }
 
 /// Of DDS, which brings names from the network.
-void sayOfDds(void * /*unused*/, const dds_log_data_t *data) {
+void sayOfDds(void* /*unused*/, const dds_log_data_t* data) {
   std::string_view text(data->message, data->size);
   while (!text.empty() && text.back() == '\n') {
     text.remove_suffix(1);
@@ -53,7 +50,7 @@ void sayOfDds(void * /*unused*/, const dds_log_data_t *data) {
 
 /// On loopback there is no multicast: who is there is found by asking the first
 /// ports. Where packets get lost, who is alive says so often enough.
-std::string domainText(const Configuration &configuration) {
+std::string domainText(const Configuration& configuration) {
   const bool isLoopback = configuration.interface == "lo";
   return fmt::format(
       "<Domain Id=\"any\"><General><Interfaces><NetworkInterface "
@@ -62,8 +59,7 @@ std::string domainText(const Configuration &configuration) {
       "LeaseDuration><SPDPInterval>2s</SPDPInterval>{}"
       "</Discovery><Internal><MaxSampleSize>{}B</MaxSampleSize></Internal></"
       "Domain>",
-      configuration.interface,
-      isLoopback ? "<AllowMulticast>false</AllowMulticast>" : "",
+      configuration.interface, isLoopback ? "<AllowMulticast>false</AllowMulticast>" : "",
       isLoopback ? "<ParticipantIndex>auto</ParticipantIndex>"
                    "<MaxAutoParticipantIndex>32</MaxAutoParticipantIndex>"
                    "<Peers><Peer address=\"127.0.0.1\"/></Peers>"
@@ -71,71 +67,64 @@ std::string domainText(const Configuration &configuration) {
       Network::mostBytes);
 }
 
-dds_entity_t createdDomain(const Configuration &configuration) {
+dds_entity_t createdDomain(const Configuration& configuration) {
   dds_set_log_sink(sayOfDds, nullptr);
-  return dds_create_domain(configuration.domain,
-                           domainText(configuration).c_str());
+  return dds_create_domain(configuration.domain, domainText(configuration).c_str());
 }
 
-dds_entity_t createdTopic(const Network &network, const std::string &topic,
-                          const dds_topic_descriptor_t &type) {
-  return dds_create_topic(network.participant(), &type, topic.c_str(), nullptr,
-                          nullptr);
+dds_entity_t createdTopic(const Network& network, const std::string& topic,
+                          const dds_topic_descriptor_t& type) {
+  return dds_create_topic(network.participant(), &type, topic.c_str(), nullptr, nullptr);
 }
 
-} // namespace
+}  // namespace
 
-Entity::Entity(dds_entity_t handle, const char *what) : handle_(handle) {
+Entity::Entity(dds_entity_t handle, const char* what) : handle_(handle) {
   if (handle < 0) {
-    throw std::runtime_error(
-        fmt::format("{}: DDS says '{}'", what, dds_strretcode(handle)));
+    throw std::runtime_error(fmt::format("{}: DDS says '{}'", what, dds_strretcode(handle)));
   }
 }
 
-Entity::~Entity() { dds_delete(handle_); }
+Entity::~Entity() {
+  dds_delete(handle_);
+}
 
-Network::Network(const Configuration &configuration)
+Network::Network(const Configuration& configuration)
     : domain_(createdDomain(configuration), "the domain cannot be joined"),
-      participant_(
-          dds_create_participant(configuration.domain, nullptr, nullptr),
-          "the domain cannot be joined") {}
+      participant_(dds_create_participant(configuration.domain, nullptr, nullptr),
+                   "the domain cannot be joined") {}
 
-Writer::Writer(const Network &network, const std::string &topic,
-               const dds_topic_descriptor_t &type, Delivery delivery)
+Writer::Writer(const Network& network, const std::string& topic, const dds_topic_descriptor_t& type,
+               Delivery delivery)
     : topic_(createdTopic(network, topic, type), topic.c_str()),
-      writer_(dds_create_writer(network.participant(), topic_.handle(),
-                                qosOf(delivery).get(), nullptr),
-              topic.c_str()) {}
+      writer_(
+          dds_create_writer(network.participant(), topic_.handle(), qosOf(delivery).get(), nullptr),
+          topic.c_str()) {}
 
-bool Writer::write(const void *message) {
+bool Writer::write(const void* message) {
   const dds_return_t result = dds_write(writer_.handle(), message);
   if (result < 0 && result != DDS_RETCODE_TIMEOUT) {
-    throw std::runtime_error(
-        fmt::format("DDS cannot write: {}", dds_strretcode(result)));
+    throw std::runtime_error(fmt::format("DDS cannot write: {}", dds_strretcode(result)));
   }
   return result == DDS_RETCODE_OK;
 }
 
-Reader::Reader(const Network &network, const std::string &topic,
-               const dds_topic_descriptor_t &type)
+Reader::Reader(const Network& network, const std::string& topic, const dds_topic_descriptor_t& type)
     : topic_(createdTopic(network, topic, type), topic.c_str()),
       reader_(dds_create_reader(network.participant(), topic_.handle(),
                                 qosOf(Delivery::standard).get(), nullptr),
               topic.c_str()),
-      condition_(dds_create_readcondition(reader_.handle(), DDS_ANY_STATE),
-                 topic.c_str()),
+      condition_(dds_create_readcondition(reader_.handle(), DDS_ANY_STATE), topic.c_str()),
       waitset_(dds_create_waitset(network.participant()), topic.c_str()) {
   dds_waitset_attach(waitset_.handle(), condition_.handle(), 0);
 }
 
-std::uint32_t
-Reader::take(int waitMs, const std::function<void(const void *message)> &take) {
+std::uint32_t Reader::take(int waitMs, const std::function<void(const void* message)>& take) {
   dds_waitset_wait(waitset_.handle(), nullptr, 0, DDS_MSECS(waitMs));
   constexpr int atOnce = 16;
-  std::array<void *, atOnce> messages{};
+  std::array<void*, atOnce> messages{};
   std::array<dds_sample_info_t, atOnce> infos{};
-  const int count =
-      dds_take(reader_.handle(), messages.data(), infos.data(), atOnce, atOnce);
+  const int count = dds_take(reader_.handle(), messages.data(), infos.data(), atOnce, atOnce);
   for (int i = 0; i < count; ++i) {
     const auto position = static_cast<std::size_t>(i);
     if (infos[position].valid_data) {
@@ -150,4 +139,4 @@ Reader::take(int waitMs, const std::function<void(const void *message)> &take) {
   return static_cast<std::uint32_t>(lost.total_count_change);
 }
 
-} // namespace bridge
+}  // namespace bridge
