@@ -105,6 +105,8 @@ int main(int argc, char** argv) {
       reader(participant, topic(participant, machine + "/events", text), true);
   fast::DataWriterQos qos = fast::DATAWRITER_QOS_DEFAULT;
   qos.history().depth = 10;
+  // Of its own it asks every 3 s whether something is missing.
+  qos.reliable_writer_qos().times.heartbeatPeriod = {0, 200'000'000};
   fast::DataWriter* const writer =
       participant->create_publisher(fast::PUBLISHER_QOS_DEFAULT)
           ->create_datawriter(topic(participant, machine + "/joint_trajectory", trajectory), qos);
