@@ -135,7 +135,8 @@ TEST(Mcap, NeverGivesADamagedMessage) {
       const bool atEnd = random.chance(50);
       const std::size_t at = atEnd ? bytes.size() - 1 - random.below(2000)
                                    : 8 + random.below(static_cast<std::uint32_t>(bytes.size() - 8));
-      bytes[at] = static_cast<char>(bytes[at] ^ (1U << random.below(8)));
+      bytes[at] =
+          static_cast<char>(static_cast<unsigned char>(bytes[at]) ^ (1U << random.below(8)));
     }
     std::istringstream stream(bytes);
     McapReader reader(stream);
