@@ -67,7 +67,9 @@ export async function loadMeshes(door, paths, packages) {
     try {
       const address = path.split('/').map(encodeURIComponent).join('/');
       const data = await (await door.fetched(`/v1/meshes/${address}`, {})).arrayBuffer();
-      meshes.set(path, loader.parse(data));
+      const geometry = loader.parse(data);
+      geometry.computeVertexNormals();  // those of the file may be zero
+      meshes.set(path, geometry);
     } catch {
       meshes.delete(path);
     }
