@@ -85,6 +85,57 @@ void send(dds_entity_t writer, const std::string& line) {
   dds_write(writer, &message);
 }
 
+/// The other ends of the machine's topics.
+struct Ends {
+  Ends(dds_entity_t participant, const std::string& machine) {
+    const auto& state = sensor_msgs_msg_dds__JointState__desc;
+    measured = dds_create_reader(participant, topic(participant, machine + "/joint_states", state),
+                                 qosOf(true), nullptr);
+    commanded = dds_create_reader(participant,
+                                  topic(participant, machine + "/commanded_joint_states", state),
+                                  qosOf(false), nullptr);
+    events = dds_create_reader(
+        participant, topic(participant, machine + "/events", std_msgs_msg_dds__String__desc),
+        qosOf(true), nullptr);
+    writer = dds_create_writer(participant,
+                               topic(participant, machine + "/joint_trajectory",
+                                     trajectory_msgs_msg_dds__JointTrajectory__desc),
+                               qosOf(true), nullptr);
+  }
+  [[nodiscard]] bool areAll() const {
+    return measured >= 0 && commanded >= 0 && events >= 0 && writer >= 0;
+  }
+
+  dds_entity_t measured, commanded, events, writer;
+};
+
+void printWhatCame(const Ends& ends) {
+  take<State>(ends.measured, [](const State& message) { print("measured", message); });
+  take<State>(ends.commanded, [](const State& message) { print("commanded", message); });
+  take<std_msgs_msg_dds__String_>(ends.events, [](const auto& message) {
+    std::cout << "event " << message.data_ << '\n' << std::flush;
+  });
+}
+
+/// Sends a trajectory for each line of the standard input, until that ends.
+void talk(const Ends& ends) {
+  std::setvbuf(stdin, nullptr, _IONBF, 0);  // poll() is to see each line
+  pollfd input{STDIN_FILENO, POLLIN, 0};
+  for (std::string line;;) {
+    printWhatCame(ends);
+    if (poll(&input, 1, 5) <= 0) {
+      continue;
+    }
+    if (!std::getline(std::cin, line)) {
+      return;
+    }
+    dds_publication_matched_status_t matched{};
+    dds_get_publication_matched_status(ends.writer, &matched);
+    std::cout << "sent to " << matched.current_count << '\n' << std::flush;
+    send(ends.writer, line);
+  }
+}
+
 }  // namespace
 
 int main(int argc, char** argv) {
@@ -92,47 +143,16 @@ int main(int argc, char** argv) {
     return 2;
   }
   const auto domain = static_cast<dds_domainid_t>(std::stoul(argv[1]));
-  const std::string machine = argv[3];
-  dds_create_domain(domain, ("<Domain Id=\"any\"><General><Interfaces><NetworkInterface name=\"" +
-                             std::string(argv[2]) + "\"/></Interfaces></General></Domain>")
+  const std::string interface = argv[2];
+  dds_create_domain(domain, (R"(<Domain Id="any"><General><Interfaces><NetworkInterface name=")" +
+                             interface + R"("/></Interfaces></General></Domain>)")
                                 .c_str());
   const dds_entity_t participant = dds_create_participant(domain, nullptr, nullptr);
-  const auto& state = sensor_msgs_msg_dds__JointState__desc;
-  const dds_entity_t measured = dds_create_reader(
-      participant, topic(participant, machine + "/joint_states", state), qosOf(true), nullptr);
-  const dds_entity_t commanded =
-      dds_create_reader(participant, topic(participant, machine + "/commanded_joint_states", state),
-                        qosOf(false), nullptr);
-  const dds_entity_t events = dds_create_reader(
-      participant, topic(participant, machine + "/events", std_msgs_msg_dds__String__desc),
-      qosOf(true), nullptr);
-  const dds_entity_t writer =
-      dds_create_writer(participant,
-                        topic(participant, machine + "/joint_trajectory",
-                              trajectory_msgs_msg_dds__JointTrajectory__desc),
-                        qosOf(true), nullptr);
-  if (participant < 0 || measured < 0 || commanded < 0 || events < 0 || writer < 0) {
+  const Ends ends(participant, argv[3]);
+  if (participant < 0 || !ends.areAll()) {
     return 1;
   }
-  std::setvbuf(stdin, nullptr, _IONBF, 0);  // poll() is to see each line
-  pollfd input{STDIN_FILENO, POLLIN, 0};
-  while (true) {
-    take<State>(measured, [](const State& message) { print("measured", message); });
-    take<State>(commanded, [](const State& message) { print("commanded", message); });
-    take<std_msgs_msg_dds__String_>(events, [](const auto& message) {
-      std::cout << "event " << message.data_ << '\n' << std::flush;
-    });
-    std::string line;
-    if (poll(&input, 1, 5) > 0) {
-      if (!std::getline(std::cin, line)) {
-        break;
-      }
-      dds_publication_matched_status_t matched{};
-      dds_get_publication_matched_status(writer, &matched);
-      std::cout << "sent to " << matched.current_count << '\n' << std::flush;
-      send(writer, line);
-    }
-  }
+  talk(ends);
   dds_delete(participant);
   return 0;
 }
