@@ -42,13 +42,18 @@ const char* valueTypeName(ValueType type) {
   return "none";
 }
 
+Json numberJson(double number) {
+  constexpr double mostWhole = 1e15;
+  const bool isWhole = number == std::round(number) && std::abs(number) <= mostWhole;
+  return isWhole ? Json(static_cast<std::int64_t>(number)) : Json(static_cast<float>(number));
+}
+
 Json limitJson(std::uint8_t typeCode, double limit) {
   if (!std::isfinite(limit)) {
     return {};
   }
-  const bool isInteger = valueType(typeCode) == ValueType::integer && limit == std::round(limit) &&
-                         std::abs(limit) <= 4294967296.0;
-  return isInteger ? Json(static_cast<std::int64_t>(limit)) : Json(static_cast<float>(limit));
+  return valueType(typeCode) == ValueType::integer ? numberJson(limit)
+                                                   : Json(static_cast<float>(limit));
 }
 
 std::string printed(const Json& json, int indent) {

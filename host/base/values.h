@@ -26,6 +26,9 @@ using Json = nlohmann::basic_json<nlohmann::ordered_map, std::vector, std::strin
 /// null; what `visible` would escape in texts is escaped. A negative indent makes one line.
 std::string printed(const Json& json, int indent);
 
+/// A number, exactly where it is a whole one, as no single number would hold it.
+Json numberJson(double number);
+
 /// A limit of values of this type, exactly where it is a whole number of an integer; null for none.
 Json limitJson(std::uint8_t typeCode, double limit);
 

@@ -2,7 +2,6 @@
 
 #include <algorithm>
 #include <chrono>
-#include <ctime>
 #include <iterator>
 #include <limits>
 #include <mutex>
@@ -19,11 +18,8 @@ constexpr std::size_t mostEvents = std::size_t{1} << 16;
 constexpr std::uint64_t mostPointsTold = 400;
 
 std::uint64_t nsSince1970() {
-  constexpr std::uint64_t secondNs = 1'000'000'000;
-  timespec now{};
-  clock_gettime(CLOCK_REALTIME, &now);
-  return static_cast<std::uint64_t>(now.tv_sec) * secondNs +
-         static_cast<std::uint64_t>(now.tv_nsec);
+  const auto since = std::chrono::system_clock::now().time_since_epoch();
+  return static_cast<std::uint64_t>(since / std::chrono::nanoseconds(1));
 }
 
 bool isAboutPoints(EventKind kind) {

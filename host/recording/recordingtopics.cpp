@@ -1,6 +1,5 @@
 #include "host/recording/recordingtopics.h"
 
-#include <cmath>
 #include <cstring>
 #include <filesystem>
 #include <nlohmann/json.hpp>
@@ -146,9 +145,7 @@ void RecordingTopics::addAttributes(const std::vector<double>& row, std::uint64_
   }
   Json json = Json::object();
   for (std::size_t i = 0; i < values.size(); ++i) {
-    const bool isWhole = std::abs(values[i]) < 4294967296.0 && values[i] == std::trunc(values[i]);
-    json[head_.attributes[i]] =
-        isWhole ? Json(static_cast<std::int64_t>(values[i])) : Json(static_cast<float>(values[i]));
+    json[head_.attributes[i]] = numberJson(values[i]);
   }
   writer_.addMessage(attributes_, timeNs, printed(json, -1), true);
   lastAttributes_ = std::move(values);

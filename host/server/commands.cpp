@@ -83,6 +83,7 @@ void Commands::batches(const Request& request, const Reply& reply) {
 }
 
 void Commands::motions(const Request& request, const Reply& reply) {
+  // This chooses a thread and no more: only previews take seconds.
   Worker& worker = request.body.find("\"dry_run\"") == std::string::npos ? reader_ : previewer_;
   readLater(worker, request, reply, [this, reply](const std::string& body, std::uint64_t ticket) {
     sendMotions(body, ticket, reply);

@@ -11,26 +11,13 @@
 #include <cstring>
 
 #include "simulation/devicepool/poollayout.h"
+#include "simulation/framework/writelock.h"
 #include "simulation/machine.h"
 
 namespace simulation {
 namespace {
 
 constexpr mode_t ownersAlone = 0600;
-
-struct flock wholeSegment(short type) {
-  struct flock whole {};
-  whole.l_type = type;
-  whole.l_whence = SEEK_SET;
-  return whole;
-}
-
-/// The lock belongs to the open file and not to the process, so it also excludes a second machine
-/// of this process.
-bool lock(const Descriptor& segment) {
-  struct flock wanted = wholeSegment(F_WRLCK);
-  return fcntl(segment.number(), F_OFD_SETLK, &wanted) == 0;
-}
 
 /// Whether the name still refers to this segment and not to a later one. Uses neither the heap nor
 /// a descriptor, since the destructor calls it.
@@ -125,8 +112,7 @@ std::string nameOfUser(uid_t user) {
 }
 
 bool isOwned(const Descriptor& segment) noexcept {
-  struct flock found = wholeSegment(F_RDLCK);
-  return fcntl(segment.number(), F_OFD_GETLK, &found) == 0 && found.l_type != F_UNLCK;
+  return writeLockOn(segment) == WriteLock::held;
 }
 
 Segment::Segment(const std::string& poolName, std::size_t sizeBytes, std::optional<mode_t> mode) {
@@ -163,7 +149,7 @@ bool Segment::create() {
       ::open(path_.c_str(), O_RDWR | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, ownersAlone));
   if (created.isOpen()) {
     fchmod(created.number(), ownersAlone);  // whatever the umask took
-    if (!lock(created) || !stillNamed(created, path_)) {
+    if (!lockForWriting(created) || !stillNamed(created, path_)) {
       return false;
     }
     segment_ = std::move(created);
@@ -187,7 +173,7 @@ void Segment::removeLeftover() {
   }
   checkOwner(existing, path_);
   // A process that may only read can take a read lock, which makes it no owner.
-  if (!lock(existing) && isOwned(existing)) {
+  if (!lockForWriting(existing) && isOwned(existing)) {
     throw Error("the device pool " + path_ +
                 " belongs to a running process; choose another pool name");
   }

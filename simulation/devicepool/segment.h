@@ -24,9 +24,7 @@ PoolPlace placeOfPool(const std::string& poolName);
 /// The name of the user, or the number where there is no name.
 std::string nameOfUser(uid_t user);
 
-/// Whether a running process owns this segment. The owner holds a write lock, which a process that
-/// may only read cannot take. This only queries the lock and takes none, so it cannot disturb a
-/// machine that starts meanwhile.
+/// Whether a running process owns this segment: the owner holds its write lock.
 bool isOwned(const Descriptor& segment) noexcept;
 
 /// A shared-memory segment of this process. The owner holds a lock on it, which the system releases

@@ -2,7 +2,6 @@
 
 #include <dirent.h>
 #include <fcntl.h>
-#include <sys/file.h>
 #include <sys/random.h>
 
 #include <algorithm>
@@ -16,6 +15,7 @@
 #include <utility>
 
 #include "simulation/framework/outputplace.h"
+#include "simulation/framework/writelock.h"
 #include "simulation/machine.h"
 
 namespace simulation {
@@ -80,7 +80,7 @@ void checkReplaceable(const OutputPlace& place) {
   }
   const Descriptor present(openat(place.folder.number(), place.name.c_str(),
                                   O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC));
-  if (present.isOpen() && flock(present.number(), LOCK_SH | LOCK_NB) != 0 && errno == EWOULDBLOCK) {
+  if (present.isOpen() && writeLockOn(present) == WriteLock::held) {
     refuseOutput("another process is writing it");
   }
   struct stat around {};
@@ -97,7 +97,7 @@ bool isLeftBehind(int folder, const char* name) {
   const Descriptor part(openat(folder, name, O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC));
   struct stat found {};
   return part.isOpen() && fstat(part.number(), &found) == 0 && S_ISREG(found.st_mode) &&
-         found.st_uid == geteuid() && flock(part.number(), LOCK_EX | LOCK_NB) == 0;
+         found.st_uid == geteuid() && writeLockOn(part) == WriteLock::none;
 }
 
 void sweepParts(const OutputPlace& place) {
@@ -173,7 +173,7 @@ struct OutputFile::Part {
     if (!file.isOpen()) {
       refuseFor(errno);
     }
-    flock(file.number(), LOCK_EX | LOCK_NB);
+    lockForWriting(file);
   }
   /// Creates the part with a name and locks it; anew when another process removed it in between.
   void openNamed(mode_t mode) {
@@ -186,7 +186,7 @@ struct OutputFile::Part {
         return;
       }
       name = std::move(fresh);
-      flock(file.number(), LOCK_EX | LOCK_NB);
+      lockForWriting(file);
       fstat(file.number(), &made);
     }
   }

@@ -2,7 +2,6 @@
 
 #include <fmt/format.h>
 
-#include <cmath>
 #include <memory>
 #include <nlohmann/json.hpp>
 #include <string>
@@ -77,7 +76,6 @@ Json axisWithKey(DoorClient& door, const std::string& key) {
 }
 
 int setValue(const SetOptions& options) {
-  constexpr double mostWhole = 1e15;
   double number = 0.0;
   if (!parseNumber(options.value, number)) {
     throw UserError(options.value, {}, "is not a number");
@@ -93,10 +91,7 @@ int setValue(const SetOptions& options) {
                     fmt::format("moves on the way between points; use 'torvex send {} {}@SECONDS'",
                                 options.key, options.value));
   }
-  const bool isWhole = number == std::round(number) && std::abs(number) <= mostWhole;
-  const Json value =
-      isWhole ? Json(static_cast<std::int64_t>(number)) : Json(static_cast<float>(number));
-  const Json item = {{"time", 0}, {"value", value}};
+  const Json item = {{"time", 0}, {"value", numberJson(number)}};
   const Json batch = {{"key", options.key}, {"mode", "replace"}, {"items", Json::array({item})}};
   say(takenText(door.post("/v1/batches", {{"batches", Json::array({batch})}})));
   return okStatus;

@@ -6,11 +6,15 @@
 
 namespace host {
 
+int statusOf(const RecordedRun& run) {
+  return run.end.isWhole && run.end.faults.empty() ? okStatus : shortfallStatus;
+}
+
 int sayFaults(const std::string& path, const RecordedRun& run) {
   for (const std::string& fault : run.end.faults) {
     complain(fmt::format("{}: warning: {}\n", path, fault));
   }
-  return run.end.isWhole && run.end.faults.empty() ? okStatus : shortfallStatus;
+  return statusOf(run);
 }
 
 }  // namespace host

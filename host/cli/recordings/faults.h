@@ -6,7 +6,9 @@
 
 namespace host {
 
-/// Says what of a recording could not be read; the result is the status to exit with.
+/// The status to exit with: whether all of the recording could be read.
+int statusOf(const RecordedRun& run);
+/// Says what could not be read. Returns that status.
 int sayFaults(const std::string& path, const RecordedRun& run);
 
 }  // namespace host

@@ -11,6 +11,7 @@
 #include "host/base/values.h"
 #include "host/base/visible.h"
 #include "host/cli/output.h"
+#include "host/cli/recordings/faults.h"
 #include "host/cli/status.h"
 #include "host/recording/digest.h"
 
@@ -139,7 +140,7 @@ int info(const InfoOptions& options) {
   const RecordingDigest digest = digestOf(options.path);
   const int status =
       writeOut(options.json ? printed(infoJson(digest), 2) + "\n" : infoText(digest));
-  return status == okStatus && !digest.run.end.isWhole ? shortfallStatus : status;
+  return status == okStatus ? statusOf(digest.run) : status;
 }
 
 }  // namespace
