@@ -6,8 +6,8 @@
 namespace host {
 
 /// Turns INT, TERM, HUP (unless it was ignored) and QUIT into a wish to stop, for
-/// as long as it lives, and lets writes to a closed pipe fail. A repeated wish gives the signals their
-/// default action back: the next one ends the process, whatever it waits for. One at a time.
+/// as long as it lives, and lets writes to a closed pipe fail. A repeated wish gives the signals
+/// their default action back: the next one ends the process, whatever it waits for. One at a time.
 class StopSignal {
  public:
   StopSignal();
