@@ -56,6 +56,8 @@ class Names(ToolTest):
                 piped(*simulated, "--trace", "t.csv", "--plot", "p.svg"), piped(*simulated, "--json"),
                 piped(*simulated, "--cycle", mark("\x9b")), piped("watch", "--pool", mark("\x9b"))]
         living = started_run(*run, "--approach", "20000")
+        while " ms ago" not in piped(*watch, "--once"):  # until its first cycle
+            self.assertIsNone(living.poll())
         said += [piped(*watch, "--once"), piped(*watch, "--once", "--json"), piped(*watch, "k" + mark("\u200f"))]
         threading.Timer(1, living.terminate).start()
         screen = on_terminal(*watch)
