@@ -53,10 +53,16 @@ Commanders::Commander Commanders::remove(CommanderId id) {
   return removed;
 }
 
+bool Commanders::hasLeases() const {
+  return std::any_of(commanders_.begin(), commanders_.end(),
+                     [](const auto& each) { return each.second.enrolment.leaseMs.has_value(); });
+}
+
 std::vector<CommanderId> Commanders::expired(std::int64_t nowMs) const {
   std::vector<CommanderId> expired;
   for (const auto& [id, commander] : commanders_) {
-    if (nowMs - commander.renewedMs > commander.enrolment.leaseMs) {
+    const std::optional<std::int64_t>& leaseMs = commander.enrolment.leaseMs;
+    if (leaseMs && nowMs - commander.renewedMs > *leaseMs) {
       expired.push_back(id);
     }
   }

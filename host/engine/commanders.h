@@ -45,6 +45,7 @@ class Commanders {
   bool renew(CommanderId id, std::int64_t nowMs);
   /// Frees the axes of a commander that there is.
   Commander remove(CommanderId id);
+  [[nodiscard]] bool hasLeases() const;
   /// Those who gave no sign of life for as long as their leases.
   [[nodiscard]] std::vector<CommanderId> expired(std::int64_t nowMs) const;
 

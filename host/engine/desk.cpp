@@ -120,6 +120,7 @@ void Desk::setReader(std::function<void(std::uint64_t stall)> askToRead) {
 
 void Desk::pass(std::int64_t clockMs) {
   clockMs_ = clockMs;
+  letAdoptedResign();
   fulfilDemands();
   while (const std::optional<Asked> asked = nextAsked()) {
     give(asked->answered, answerTo(*asked));

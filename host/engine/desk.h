@@ -6,6 +6,7 @@
 #include <deque>
 #include <functional>
 #include <optional>
+#include <string>
 #include <vector>
 
 #include "host/engine/commanders.h"
@@ -56,6 +57,10 @@ class Desk {
 
   /// As of the latest pass.
   [[nodiscard]] CommandState state() const;
+
+  /// Makes batches that were handed in before the first pass those of one commander. It owns their
+  /// axes, needs no lease, and resigns when nothing of them waits any more.
+  void adopt(const std::string& name, const std::vector<Streamer::Order>& orders);
 
   /// After a stall no lease is judged before `askToRead` was called with its number, by the
   /// thread that calls `pass`, and `haveReadAll` with it by whoever reads what clients send; or
@@ -109,7 +114,9 @@ class Desk {
   CommandAnswer doRenew(CommanderId commander);
   CommandAnswer lose(CommanderId commander, Fault why);
   void judgeLeases();
+  void letAdoptedResign();
   void tell(EventKind kind, const std::vector<int>& axes);
+  void tellRegistered(CommanderId commander, std::size_t axes);
   void tellLost(CommanderId commander, Fault why, int actuator, std::size_t axes);
 
   Streamer& streamer_;
@@ -124,6 +131,9 @@ class Desk {
   LeaseClock leaseClock_;
   std::int64_t clockMs_ = 0;
   std::uint64_t stallTold_ = 0;
+  CommanderId adopted_ = nobody;
+  /// When the last of its stops is due.
+  std::int64_t adoptedStopMs_ = 0;
   /// By axis: what was asked for before this does not move it.
   std::vector<std::uint64_t> stopped_;
   std::uint64_t fulfilling_ = 0;

@@ -1,5 +1,7 @@
 // What is asked for at a desk beside batches.
 
+#include <algorithm>
+#include <set>
 #include <utility>
 
 #include "host/engine/desk.h"
@@ -74,10 +76,7 @@ CommandAnswer Desk::doEnrol(const Enrolment& enrolment) {
   for (const Commanders::Owned& lost : losses) {
     tellLost(lost.owner, Fault::owned, lost.actuator, 1);
   }
-  Event registered{EventKind::registered, Fault::none, streamer_.latestMs(), Event::byOthers};
-  registered.commander = id;
-  registered.count = enrolment.axes.size();
-  teller_.tell(registered, nullptr);
+  tellRegistered(id, enrolment.axes.size());
   CommandAnswer answer = doneWith(enrolment.axes);
   answer.commander = id;
   return answer;
@@ -113,13 +112,42 @@ void Desk::judgeLeases() {
     stallTold_ = leaseClock_.stall();
     askToRead_(stallTold_);
   }
-  const bool waits = !mayJudge && askToRead_ && !commanders_.all().empty();
+  const bool waits = !mayJudge && askToRead_ && commanders_.hasLeases();
   streamer_.standStill(waits);
   if (waits) {
     return;
   }
   for (const CommanderId id : commanders_.expired(clockMs_)) {
     lose(id, Fault::expired);
+  }
+}
+
+void Desk::adopt(const std::string& name, const std::vector<Streamer::Order>& orders) {
+  constexpr int usualPriority = 50;
+  std::set<int> axes;
+  for (const Streamer::Order& order : orders) {
+    const std::vector<int>& actuators = order.batch.commands->actuators;
+    axes.insert(actuators.begin(), actuators.end());
+  }
+  std::vector<Commanders::Owned> losses;
+  adopted_ = commanders_.enrol(
+      {name, {axes.begin(), axes.end()}, usualPriority, std::nullopt, LossRule::runOut}, 0, losses);
+  for (const Streamer::Order& order : orders) {
+    const CommandBatch& commands = *order.batch.commands;
+    ledger_.expect(order.number, adopted_, commands.size() * commands.actuators.size(),
+                   commands.values.size());
+    if (commands.isStop) {
+      adoptedStopMs_ = std::max(adoptedStopMs_, order.batch.momentMs.value_or(0));
+    }
+  }
+  tellRegistered(adopted_, axes.size());
+  publish();
+}
+
+void Desk::letAdoptedResign() {
+  if (adopted_ != nobody && ledger_.countsOf(adopted_).left() == 0 &&
+      streamer_.latestMs() >= adoptedStopMs_) {
+    lose(std::exchange(adopted_, nobody), Fault::resigned);
   }
 }
 
@@ -136,6 +164,13 @@ void Desk::tell(EventKind kind, const std::vector<int>& axes) {
     event.actuator = actuator;
     teller_.tell(event, nullptr);
   }
+}
+
+void Desk::tellRegistered(CommanderId commander, std::size_t axes) {
+  Event registered{EventKind::registered, Fault::none, streamer_.latestMs(), Event::byOthers};
+  registered.commander = commander;
+  registered.count = axes;
+  teller_.tell(registered, nullptr);
 }
 
 void Desk::tellLost(CommanderId commander, Fault why, int actuator, std::size_t axes) {

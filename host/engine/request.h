@@ -48,8 +48,8 @@ struct Enrolment {
   std::vector<int> axes;
   /// A higher one takes axes over.
   int priority = 0;
-  /// How long it lives from each sign of life on.
-  std::int64_t leaseMs = 1000;
+  /// How long it lives from each sign of life on; none: until it resigns.
+  std::optional<std::int64_t> leaseMs = 1000;
   LossRule onLoss = LossRule::stop;
 };
 

@@ -100,10 +100,16 @@ Torvex::Torvex(const host::MachineModel& machine, const host::Plan& plan,
                                   (lastItemMs_ + longestSettlingMs) / plan.schedule.cycleMs + 1)),
       latestCycleMs_(engine_.timeMs()),
       row_(host::rowTimes + traced_.columns.size()) {
+  std::vector<host::Streamer::Order> orders;
   for (const host::ScheduledBatch& batch : plan.batches) {
-    if (!engine_.submit(batch)) {
+    const std::optional<std::uint32_t> number = engine_.submit(batch);
+    if (!number) {
       throw std::runtime_error("the motions hold more batches or points than can wait");
     }
+    orders.push_back({batch, *number});
+  }
+  if (!orders.empty()) {
+    engine_.desk().adopt("run", orders);
   }
   conclude();
 }

@@ -203,7 +203,7 @@ Json commanderJson(const MachineModel& machine, CommanderId id, const Enrolment&
           {"name", enrolment.name},
           {"axes", namesOf(machine, enrolment.axes)},
           {"priority", enrolment.priority},
-          {"lease_ms", enrolment.leaseMs},
+          {"lease_ms", enrolment.leaseMs ? Json(*enrolment.leaseMs) : Json()},
           {"on_loss", enrolment.onLoss == LossRule::stop ? "stop" : "run_out"}};
 }
 

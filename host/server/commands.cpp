@@ -47,11 +47,11 @@ RequestFault unknownCommander(const char* path) {
 
 Commands::Commands(const MachineView& view, Torvex& torvex, bool isStrict,
                    const MotionFolder* motions)
-    : view_(view),
-      torvex_(torvex),
-      isStrict_(isStrict),
-      motions_(motions),
-      names_(view.machine()) {}
+    : view_(view), torvex_(torvex), isStrict_(isStrict), motions_(motions), names_(view.machine()) {
+  for (const CommanderState& commander : desk().state().commanders) {
+    commanderNames_[commander.id] = commander.enrolment.name;
+  }
+}
 
 void Commands::readThen(const Request& request, const Reply& reply, const Read& read) {
   if (request.body.size() > shortBody) {

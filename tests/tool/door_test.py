@@ -537,13 +537,24 @@ class Door(DoorTest):
         self.assertIn("none: error: cannot be read as a folder", self.said(2, "serve", "m.urdf", "--motions", "none"))
 
     def test_a_run_may_leave_the_door_open(self):
-        write("f.yaml", "batches: [{at: 0, key: a/Value, items: [{time: 0.5, value: 0.3}]}]\n")
+        write("f.yaml", "batches: [{at: 0, key: a/Value, items: [{time: 60, value: 0.3}]}]\n")
         run = start("run", "m.yaml", "f.yaml", "--serve", "--pool", self.pool, "--plot", "p.svg")
         said = ""
         while ".sock" not in said and (line := run.stdout.readline()):
             said += line
-        for axis, value in (("a", 0.5), ("b", 0.4)):
-            self.assertEqual(self.sent({"key": axis + "/Value", "items": [{"time": 1, "value": value}]})[0], 200)
+        move = {"key": "a/Value", "items": [{"time": 0.3, "value": 0.5}]}
+        self.assertEqual(self.refused(move), (409, "owned", "/batches/0", "run"))
+        status, machine = self.asked("GET", "/v1/machine")
+        self.assertEqual([(each["name"], each["axes"], each["lease_ms"], each["counts"]["points"])
+                          for each in machine["commanders"]], [("run", ["a"], None, 1)])
+        self.assertEqual(self.sent({"key": "b/Value", "items": [{"time": 60, "value": 0.4}]})[0], 200)
+        events = WebSocket(BySocket(self.path), "/v1/events?since=0")
+        for ending in ("hold", "release"):
+            self.assertEqual(self.asked("POST", "/v1/" + ending, {"axes": ["a"]})[0], 200)
+        told = {event["kind"]: event for event in self.told_until(events, lambda event: event["kind"] == "lost")}
+        self.assertEqual([told[kind]["name"] for kind in ("registered", "lost")], ["run", "run"])
+        for batch in (move, {"stop": ["b"]}):
+            self.assertEqual(self.sent(batch)[0], 200)
         said += run.communicate()[0]
         self.assertEqual(run.returncode, 0, said)
         self.assertRegex(said, r"(?m)^a .*0\.5")
