@@ -191,10 +191,12 @@ void Session::tellEvents() {
   while (!isOver() && !lines.hasEnded()) {
     const std::optional<Json> event = lines.next(lookEveryMs);
     if (event) {
-      seen_.number = host::countOf(*event, "number") + 1;
+      const std::uint64_t number = host::countOf(*event, "number");
+      const std::string kind = host::textOf(*event, "kind");
+      seen_.number = kind == "begins" || kind == "missed" ? number : number + 1;
       if (!topics_.tell(*event)) {
         complain(fmt::format("warning: {}: event {} found no reader that took it", topics_.name,
-                             seen_.number - 1));
+                             number));
       }
     }
   }

@@ -1,18 +1,13 @@
 #include "host/engine/eventring.h"
 
 #include <algorithm>
+#include <functional>
 #include <mutex>
 
 namespace host {
-namespace {
 
-std::size_t indexOf(EventKind kind) {
-  return static_cast<std::size_t>(kind);
-}
-
-}  // namespace
-
-EventRing::EventRing(std::size_t length) : length_(length) {
+EventRing::EventRing(std::size_t length, std::size_t historyBlocks)
+    : length_(length), history_(historyBlocks) {
   events_.reserve(length);
 }
 
@@ -53,45 +48,32 @@ void EventRing::append(const Event& event) {
   if (events_.size() < length_) {
     events_.push_back(event);
   } else {
-    Event& oldest = events_[count_ % length_];
-    ++overwritten_[indexOf(oldest.kind)];
-    oldest = event;
+    events_[history_.count() % length_] = event;
   }
-  ++told_[indexOf(event.kind)];
-  ++count_;
+  history_.add(event.kind);
 }
 
 EventRing::Cursor EventRing::cursorAt(std::optional<std::uint64_t> number) const {
-  Cursor cursor;
-  {
-    const std::lock_guard lock(mutex_);
-    if (number.value_or(count_) >= count_) {
-      return {count_, told_};
-    }
-  }
-  Counts missed;
-  do {
-    (void)read(cursor, missed, *number);
-  } while (cursor.next < *number);
-  return cursor;
+  const std::lock_guard lock(mutex_);
+  const std::uint64_t next = std::min(number.value_or(history_.count()), history_.count());
+  return {next, history_.before(next)};
 }
 
-std::vector<Event> EventRing::read(Cursor& cursor, Counts& missed, std::uint64_t end) const {
+std::vector<Event> EventRing::read(Cursor& cursor, Counts& missed) const {
   std::vector<Event> read;
   read.reserve(portion);
   missed = {};
   const std::lock_guard lock(mutex_);
-  const std::uint64_t oldest = count_ - events_.size();
+  const std::uint64_t oldest = history_.count() - events_.size();
   if (cursor.next < oldest) {
-    for (std::size_t kind = 0; kind < eventKinds; ++kind) {
-      missed[kind] = overwritten_[kind] - cursor.seen[kind];
-    }
-    cursor.seen = overwritten_;
-    cursor.next = oldest;
+    const Counts before = history_.before(oldest);
+    std::transform(before.begin(), before.end(), cursor.seen.begin(), missed.begin(),
+                   std::minus<>());
+    cursor = {oldest, before};
   }
-  for (; cursor.next < std::min(count_, end) && read.size() < portion; ++cursor.next) {
+  for (; cursor.next < history_.count() && read.size() < portion; ++cursor.next) {
     read.push_back(events_[cursor.next % length_]);
-    ++cursor.seen[indexOf(read.back().kind)];
+    ++cursor.seen[static_cast<std::size_t>(read.back().kind)];
   }
   return read;
 }

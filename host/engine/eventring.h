@@ -1,12 +1,11 @@
 #pragma once
 
-#include <array>
 #include <cstddef>
 #include <cstdint>
-#include <limits>
 #include <optional>
 #include <vector>
 
+#include "host/engine/kindhistory.h"
 #include "host/engine/prioritymutex.h"
 #include "host/motion/event.h"
 
@@ -16,7 +15,7 @@ namespace host {
 /// Reached points are told per batch and cycle, those of several axes in one event.
 class EventRing : public Listener {
  public:
-  using Counts = std::array<std::uint64_t, eventKinds>;
+  using Counts = KindHistory::Counts;
 
   /// How far a reader has come.
   struct Cursor {
@@ -27,20 +26,19 @@ class EventRing : public Listener {
   /// For so many the lock may be held.
   static constexpr std::size_t portion = 64;
 
-  explicit EventRing(std::size_t length = 10'000);
+  /// `historyBlocks` as `KindHistory` takes them; what it knows must be longer than the ring.
+  explicit EventRing(std::size_t length = 10'000, std::size_t historyBlocks = 1024);
 
   void tell(const Event& event, const Point* points) override;
   /// Makes visible to readers what was told; until then reached points are gathered.
   void publish();
 
-  /// A reader that begins with the event of this number, or the oldest one behind it that is
-  /// still there; without a number, with the next one to come.
+  /// A reader that begins with the event of this number; without one, with the next one to come.
   [[nodiscard]] Cursor cursorAt(std::optional<std::uint64_t> number) const;
   /// Returns events since the cursor, at most `portion` at a time and none when there are no
-  /// more, and moves it on, not beyond `end`. Events that were overwritten before they were read
-  /// are counted, by kind, in `missed`.
-  std::vector<Event> read(Cursor& cursor, Counts& missed,
-                          std::uint64_t end = std::numeric_limits<std::uint64_t>::max()) const;
+  /// more, and moves it on. Events that were overwritten before they were read are counted, by
+  /// kind, in `missed`, save those that were too long ago when the reader began.
+  std::vector<Event> read(Cursor& cursor, Counts& missed) const;
 
  private:
   [[nodiscard]] bool joinsGathered(const Event& event);
@@ -52,10 +50,7 @@ class EventRing : public Listener {
   mutable PriorityMutex mutex_;
   std::vector<Event> events_;
   const std::size_t length_;
-  std::uint64_t count_ = 0;
-  Counts told_{};
-  /// Of those that were overwritten.
-  Counts overwritten_{};
+  KindHistory history_;
 };
 
 }  // namespace host

@@ -6,6 +6,7 @@
 #include <cstring>
 #include <iterator>
 #include <nlohmann/json.hpp>
+#include <numeric>
 #include <utility>
 
 #include "host/engine/wallclock.h"
@@ -72,11 +73,13 @@ std::string EventFeed::next() {
     return std::exchange(begin_, {});
   }
   if (told_ == events_.size()) {
+    const std::uint64_t expected = cursor_.next;
     EventRing::Counts missed{};
     events_ = source_.ring.read(cursor_, missed);
     told_ = 0;
-    if (missed != EventRing::Counts{}) {
-      return missedLine(missed);
+    const std::uint64_t first = cursor_.next - events_.size();
+    if (first > expected) {
+      return missedLine(first, missed, first - expected);
     }
   }
   if (told_ == events_.size()) {
@@ -90,14 +93,19 @@ std::string EventFeed::next() {
   return eventLine(event, context, source_.machine);
 }
 
-std::string EventFeed::missedLine(const EventRing::Counts& missed) const {
+std::string EventFeed::missedLine(std::uint64_t first, const EventRing::Counts& missed,
+                                  std::uint64_t all) const {
   Json counts = Json::object();
   for (std::size_t kind = 0; kind < missed.size(); ++kind) {
     if (missed[kind] > 0) {
       counts[kindName(static_cast<EventKind>(kind))] = missed[kind];
     }
   }
-  return printed({{"number", cursor_.next - events_.size()},
+  const std::uint64_t known = std::accumulate(missed.begin(), missed.end(), std::uint64_t{0});
+  if (known < all) {
+    counts["unknown"] = all - known;
+  }
+  return printed({{"number", first},
                   {"kind", "missed"},
                   {"machine_ms", events_.empty() ? 0 : events_.front().timeMs},
                   {"missed", counts}},

@@ -37,7 +37,9 @@ class EventFeed : public Feed {
   void take(const std::string& message) override;
 
  private:
-  [[nodiscard]] std::string missedLine(const EventRing::Counts& missed) const;
+  /// Before the event of the number `first`, so many were lost.
+  [[nodiscard]] std::string missedLine(std::uint64_t first, const EventRing::Counts& missed,
+                                       std::uint64_t all) const;
 
   const EventSource source_;
   const std::function<void()> renew_;

@@ -7,13 +7,17 @@
 #include <atomic>
 #include <csignal>
 #include <functional>
+#include <map>
 #include <mutex>
+#include <nlohmann/json.hpp>
+#include <string>
 #include <thread>
 #include <tuple>
 #include <utility>
 
 #include "host/base/stopsignal.h"
 #include "host/engine/engine.h"
+#include "host/server/feeds.h"
 #include "host/server/stoptickets.h"
 #include "tests/support/failingheap.h"
 #include "tests/support/mutexprotocol.h"
@@ -70,19 +74,24 @@ TEST(EventRing, GathersWhatIsReachedPerBatchAndCycle) {
 TEST(EventRing, CountsWhatASlowReaderMissed) {
   Random random(2);
   latestProtocol = PTHREAD_PRIO_NONE;
-  host::EventRing ring(500);
+  host::EventRing ring(500, 8);
   EXPECT_EQ(latestProtocol, PTHREAD_PRIO_INHERIT);
   host::EventRing::Cursor slow;
   host::EventRing::Counts told{}, seen{}, missed{};
+  std::vector<host::EventRing::Counts> before;
   for (int i = 0; i < 20'000; ++i) {
     host::Event event = reached(i, 7, 1, 1);
     event.kind = static_cast<host::EventKind>(random.below(host::eventKinds));
+    before.push_back(told);
     ++told[static_cast<std::size_t>(event.kind)];
     ring.tell(event, nullptr);
     if (random.below(400) == 0) {
       ring.publish();
-      auto again =
-          ring.cursorAt(static_cast<std::uint64_t>(std::max(i - int(random.below(600)), 0)));
+      const auto back = random.below(static_cast<std::uint32_t>(std::min(i, 6500)) + 1);
+      const std::uint64_t since = before.size() - 1 - back;
+      auto again = ring.cursorAt(since);
+      ASSERT_EQ(again.next, since);
+      ASSERT_EQ(again.seen, before[since]) << "also of what is kept no longer";
       for (std::size_t count = 1; count > 0;) {
         const std::vector<host::Event> events = ring.read(slow, missed);
         count = events.size();
@@ -97,6 +106,18 @@ TEST(EventRing, CountsWhatASlowReaderMissed) {
       ASSERT_EQ(again.seen, told);
     }
   }
+  const host::MachineModel machine;
+  const host::RequestNumbers numbers;
+  const std::map<std::uint32_t, std::string> names;
+  host::EventFeed feed({ring, machine, numbers, names}, host::Json::object(), 1, {});
+  (void)feed.next();
+  const host::Json late = host::Json::parse(feed.next())["missed"];
+  std::uint64_t sum = 0;
+  for (const auto& member : late.items()) {
+    sum += member.value().get<std::uint64_t>();
+  }
+  EXPECT_EQ(sum, 20'000U - 500 - 1) << "by kind, or as unknown";
+  EXPECT_TRUE(late.contains("unknown"));
 }
 
 #ifndef BOOST_POOL_VALGRIND  // under which nothing is pooled
