@@ -3,6 +3,7 @@
 #include <fmt/format.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <chrono>
 #include <cstdint>
 #include <memory>
@@ -97,6 +98,24 @@ struct Played {
   }
 };
 
+/// Machine time as the latest event tells it, and as it goes on from there.
+class MachineClock {
+ public:
+  explicit MachineClock(std::int64_t timeMs) { set(timeMs); }
+
+  void set(std::int64_t timeMs) {
+    timeMs_ = timeMs;
+    since_ = SteadyClock::now();
+  }
+  [[nodiscard]] std::int64_t nowMs() const {
+    return timeMs_ + (SteadyClock::now() - since_) / std::chrono::milliseconds(1);
+  }
+
+ private:
+  std::int64_t timeMs_ = 0;
+  SteadyClock::time_point since_;
+};
+
 Json keysIn(const Json& answer, Played& played) {
   std::set<std::string> keys;
   for (const Json& batch : memberOf(answer, "batches")) {
@@ -110,11 +129,11 @@ Json keysIn(const Json& answer, Played& played) {
 }
 
 /// Until all points are told of, or a signal comes.
-void follow(DoorClient& door, Player& player, EventLines& events, const Json& answer,
-            Played& played) {
+void follow(Player& player, EventLines& events, const Json& answer, Played& played) {
   LiveView view;
   const std::int64_t beginMs = numberOf(answer, "machine_ms");
   const std::int64_t lastMs = std::max<std::int64_t>(numberOf(answer, "ends_ms") - beginMs, 1);
+  MachineClock clock(beginMs);
   constexpr int lookEveryMs = 50;
   while (!played.isOver() && StopSignal::received() == 0) {
     for (std::optional<Json> event = events.next(lookEveryMs); event; event = events.next(0)) {
@@ -125,12 +144,13 @@ void follow(DoorClient& door, Player& player, EventLines& events, const Json& an
       if (memberOf(*event, "request") == memberOf(answer, "request")) {
         played.note(*event);
       }
+      clock.set(numberOf(*event, "machine_ms"));
     }
     if (events.hasEnded()) {
       throw DoorClosed("the machine ended before the motion did");
     }
     player.renew();
-    view.show({}, numberOf(door.get("/v1/health"), "machine_ms") - beginMs, lastMs);
+    view.show({}, std::min(clock.nowMs() - beginMs, lastMs), lastMs);
   }
 }
 
@@ -165,7 +185,7 @@ int play(const PlayOptions& options) {
   body["commander"] = player.key();
   const Json answer = postMotions(door, options.motions, body);
   complain(takenText(answer));
-  follow(door, player, events, answer, played);
+  follow(player, events, answer, played);
   return conclude(played);
 }
 
