@@ -217,6 +217,7 @@ void moveMachine(const RunOptions& options, const std::optional<DoorOptions>& do
                  const MachineModel& machine, Torvex& torvex, LiveView& view) {
   std::optional<OpenDoor> door;
   if (doorOptions) {
+    torvex.ownPlan("run");
     door.emplace(machine, torvex, *doorOptions, options.session);
     report(options, options.json ? "" : door->announcement());
     door->open();

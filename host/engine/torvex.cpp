@@ -100,18 +100,20 @@ Torvex::Torvex(const host::MachineModel& machine, const host::Plan& plan,
                                   (lastItemMs_ + longestSettlingMs) / plan.schedule.cycleMs + 1)),
       latestCycleMs_(engine_.timeMs()),
       row_(host::rowTimes + traced_.columns.size()) {
-  std::vector<host::Streamer::Order> orders;
   for (const host::ScheduledBatch& batch : plan.batches) {
-    const std::optional<std::uint32_t> number = engine_.submit(batch);
-    if (!number) {
+    if (!engine_.submit(batch)) {
       throw std::runtime_error("the motions hold more batches or points than can wait");
     }
-    orders.push_back({batch, *number});
-  }
-  if (!orders.empty()) {
-    engine_.desk().adopt("run", orders);
   }
   conclude();
+}
+
+void Torvex::ownPlan(const std::string& name) {
+  std::vector<host::Streamer::Order> orders;
+  for (const host::ScheduledBatch& batch : plan_.batches) {
+    orders.push_back({batch, static_cast<std::uint32_t>(orders.size())});
+  }
+  engine_.desk().adopt(name, orders);
 }
 
 void Torvex::addColumns(const std::vector<host::TracedColumn>& columns) {

@@ -58,6 +58,10 @@ class Torvex {
   /// Who is told what becomes of points. Before `run`.
   void addListener(host::Listener& listener) { engine_.addListener(listener); }
 
+  /// Makes the plan that of a commander of this name: nobody else commands its axes until it has
+  /// come to its end. Before `run`.
+  void ownPlan(const std::string& name);
+
   /// Further quantities behind `columns()`, in all rows. Before `run`.
   void addColumns(const std::vector<host::TracedColumn>& columns);
   /// Every cycle puts a row into this queue: machine time and the time since the start of the
