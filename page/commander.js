@@ -40,6 +40,11 @@ export class Commander {
     return this.axes.includes(axis.name);
   }
 
+  // What a request shows that is to command axes of this page.
+  credentials() {
+    return this.key === null ? {} : {commander: this.key};
+  }
+
   // Takes these axes, which may include those that it has. Whether it did; why not, is told.
   async take(axes) {
     const names = axes.map((axis) => axis.name);

@@ -62,7 +62,7 @@ export class Motions {
     this.say('Checking …');
     const {picked} = this;
     try {
-      const checked = await this.door.post('/v1/motions', {...request, dry_run: true});
+      const checked = await this.door.post('/v1/motions', {...request, ...this.commander.credentials(), dry_run: true});
       if (picked === this.picked) {
         this.checked = checked;
         this.showChecked();
@@ -127,7 +127,7 @@ export class Motions {
       return;
     }
     try {
-      const answer = await this.door.post('/v1/motions', {...this.picked.request, commander: this.commander.key});
+      const answer = await this.door.post('/v1/motions', {...this.picked.request, ...this.commander.credentials()});
       this.endsMs = answer.ends_ms;
       this.beganMs = answer.machine_ms;
       this.machine.refresh();

@@ -33,7 +33,7 @@ struct CommandRequest {
   /// Refuses what lies beyond limits or is too fast: each batch by itself, from what is
   /// commanded when it is taken.
   bool isStrict = false;
-  /// To be answered, and nothing else.
+  /// To be answered, and nothing else; as if the commander owned what nobody owns.
   bool isDryRun = false;
 };
 

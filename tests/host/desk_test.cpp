@@ -102,9 +102,10 @@ class ManyCommanders {
       ++answers_;
     };
   }
-  bool owns(CommanderId id, const std::vector<int>& some) {
-    return (id == 0 || known_.count(id) > 0) &&
-           std::all_of(some.begin(), some.end(), [&](int i) { return axes_[i].owner == id; });
+  bool owns(CommanderId id, const std::vector<int>& some, bool orNobody = false) {
+    return (id == 0 || known_.count(id) > 0) && std::all_of(some.begin(), some.end(), [&](int i) {
+             return axes_[i].owner == id || (orNobody && axes_[i].owner == 0);
+           });
   }
 
   void ask() {
@@ -219,7 +220,7 @@ class ManyCommanders {
         scheduled.momentMs = engine_.timeMs() + random_.below(400) - 50;
         scheduled.originMs = *scheduled.momentMs;
       }
-      isTaken = isTaken && owns(id, batch->actuators) &&
+      isTaken = isTaken && owns(id, batch->actuators, request.isDryRun) &&
                 std::none_of(batch->actuators.begin(), batch->actuators.end(),
                              [&](int a) { return axes_[a].isHeld; });
       points_.push_back(request.isDryRun ? 0 : batch->size() * batch->actuators.size());
