@@ -37,6 +37,9 @@ struct Answer {
   std::vector<std::pair<std::string, std::string>> fields;
 };
 
+/// All fields of its head but those that HTTP itself needs.
+std::vector<std::pair<std::string, std::string>> headFields(const Answer& answer);
+
 /// What a listener is sent as it comes up. I/O thread.
 class Feed {
  public:
