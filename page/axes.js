@@ -60,7 +60,7 @@ export class Axes {
     row.low = low;
     row.high = high;
     const slider = el('input', {
-      type: 'range', min: low, max: high, step: axis.type === 'integer' ? 1 : 10 ** Math.floor(Math.log10((high - low) / 200)),
+      type: 'range', min: low, max: high, step: stepOf(axis, high - low),
       'aria-label': `${axis.name} target`, disabled: true,
       oninput: () => this.slide(row),
       onfocus: () => this.selected?.name !== axis.name && this.select(axis.name),
@@ -140,10 +140,15 @@ export class Axes {
   mark(mark, value, {low, high}) {
     mark.hidden = value === null || value === undefined;
     if (!mark.hidden) {
-      const part = Math.min(1, Math.max(0, (value - low) / (high - low)));
+      const part = high > low ? Math.min(1, Math.max(0, (value - low) / (high - low))) : 0.5;
       mark.style.setProperty('--at', part.toFixed(4));
     }
   }
+}
+
+// Some hundred steps in the range; one that has no width has no steps.
+function stepOf(axis, width) {
+  return axis.type === 'integer' ? 1 : width > 0 ? 10 ** Math.floor(Math.log10(width / 200)) : 'any';
 }
 
 // The limits; where there are none, what is likely.

@@ -61,7 +61,7 @@ async function showView(machine, axes, preview) {
   const show = () => view.show(pose((axis) => machine.measured(axis) ?? machine.command(axis)),
     pose((axis) => preview.valueOf(axis) ?? machine.command(axis)));
   const highlight = (axis) => view.highlight(axis?.joint ?? axis?.name);
-  await view.load(door, machine.description.packages ?? []);
+  await view.load(door);
   machine.onValues(show);
   preview.onMove(show);
   axes.onSelect(highlight);

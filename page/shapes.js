@@ -57,12 +57,13 @@ export function edgesOf(geometry) {
   return count > finestEdges ? null : new THREE.EdgesGeometry(geometry, 30);
 }
 
-// STL files by their paths, PACKAGE/PATH: those of the packages that the machine has. One that cannot
-// be read counts as missing.
-export async function loadMeshes(door, paths, packages) {
+// STL files by their paths, PACKAGE/PATH: those that the machine has. One that cannot be read counts
+// as missing.
+export async function loadMeshes(door, paths) {
   const loader = new THREE.STLLoader();
   const meshes = new Map();
-  const wanted = [...new Set(paths)].filter((path) => /\.stl$/i.test(path) && packages.includes(path.split('/')[0]));
+  const {meshes: present} = await door.get('/v1/meshes').catch(() => ({meshes: []}));
+  const wanted = present.filter((path) => /\.stl$/i.test(path) && paths.includes(path));
   await Promise.all(wanted.map(async (path) => {
     try {
       const address = path.split('/').map(encodeURIComponent).join('/');

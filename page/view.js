@@ -97,14 +97,14 @@ export class View {
     this.isStale = true;
   }
 
-  async load(door, packages) {
+  async load(door) {
     const model = readUrdf(await door.text('/v1/description'));
     if (model === null) {
       return false;
     }
     const paths = [...model.links.values()].flatMap((link) => link.visuals)
       .filter((visual) => visual.shape.kind === 'mesh').map((visual) => visual.shape.path);
-    const meshes = await loadMeshes(door, paths, packages);
+    const meshes = await loadMeshes(door, paths);
     const scale = extentOf(model);
     this.model = model;
     this.robot = new Robot(model, meshes, scale, solid);

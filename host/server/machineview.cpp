@@ -85,7 +85,7 @@ Json MachineView::beginning() const {
           {"instance", instance_}};
 }
 
-Json MachineView::describe(const std::vector<std::string>& packages) const {
+Json MachineView::describe() const {
   const CommandState state = torvex_.engine().desk().state();
   std::map<CommanderId, std::string> owners;
   Json commanders = Json::array();
@@ -117,7 +117,6 @@ Json MachineView::describe(const std::vector<std::string>& packages) const {
           {"axes", std::move(axes)},
           {"followers", followers()},
           {"has_description", machine_.urdf != nullptr},
-          {"packages", packages},
           {"attributes", attributes()},
           {"commanders", std::move(commanders)},
           {"bounds", boundsJson()}};

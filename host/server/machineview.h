@@ -47,7 +47,7 @@ class MachineView {
 
   /// The first message to who listens to events.
   [[nodiscard]] Json beginning() const;
-  [[nodiscard]] Json describe(const std::vector<std::string>& packages) const;
+  [[nodiscard]] Json describe() const;
   [[nodiscard]] Json health() const;
   /// Throws `simulation::Error` for a key that is not there.
   [[nodiscard]] Json values(const std::vector<std::string>& keys) const;

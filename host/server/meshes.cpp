@@ -4,7 +4,8 @@
 
 #include <algorithm>
 #include <cctype>
-#include <set>
+#include <iterator>
+#include <pugixml.hpp>
 
 #include "host/base/visible.h"
 #include "host/server/refused.h"
@@ -12,18 +13,22 @@
 namespace host {
 namespace {
 
-std::set<std::string> packagesNamedIn(const std::string& urdf) {
+constexpr std::size_t mostBytes = std::size_t{32} << 20;
+
+/// PACKAGE/PATH of each package://PACKAGE/PATH, however many slashes lead it.
+std::set<std::string> meshesNamedIn(const std::string& urdf) {
   static const std::string prefix = "package://";
-  std::set<std::string> packages;
-  for (std::size_t found = urdf.find(prefix); found != std::string::npos;) {
-    // Some write package:///PACKAGE.
-    const std::size_t begin =
-        std::min(urdf.find_first_not_of('/', found + prefix.size()), urdf.size());
-    const std::size_t end = urdf.find_first_of("/\"'<>", begin);
-    packages.insert(urdf.substr(begin, end - begin));
-    found = urdf.find(prefix, begin);
+  std::set<std::string> meshes;
+  pugi::xml_document document;
+  document.load_buffer(urdf.data(), urdf.size());
+  for (const pugi::xpath_node& named : document.select_nodes("//mesh/@filename")) {
+    const std::string name = named.attribute().value();
+    const std::size_t begin = name.find_first_not_of('/', prefix.size());
+    if (name.rfind(prefix, 0) == 0 && begin != std::string::npos) {
+      meshes.insert(name.substr(begin));
+    }
   }
-  return packages;
+  return meshes;
 }
 
 std::string typeOf(const std::string& path) {
@@ -35,20 +40,25 @@ std::string typeOf(const std::string& path) {
 
 }  // namespace
 
-Meshes::Meshes(const std::vector<std::string>& folders, const std::string* urdf) {
+Meshes::Meshes(const std::vector<std::string>& folders, const std::string* urdf)
+    : named_(urdf == nullptr ? std::set<std::string>() : meshesNamedIn(*urdf)) {
   for (const std::string& folder : folders) {
     folders_.emplace_back(folder);
   }
-  for (const std::string& package : packagesNamedIn(urdf == nullptr ? "" : *urdf)) {
-    if (std::any_of(folders_.begin(), folders_.end(),
-                    [&](const HeldFolder& folder) { return folder.hasFolder(package); })) {
-      packages_.push_back(package);
-    }
-  }
+}
+
+std::vector<std::string> Meshes::present() const {
+  std::vector<std::string> present;
+  std::copy_if(
+      named_.begin(), named_.end(), std::back_inserter(present), [this](const std::string& path) {
+        return std::any_of(folders_.begin(), folders_.end(), [&](const HeldFolder& folder) {
+          return folder.sizeOf(path).value_or(mostBytes + 1) <= mostBytes;
+        });
+      });
+  return present;
 }
 
 Answer Meshes::answer(const std::string& path) const {
-  constexpr std::size_t mostBytes = std::size_t{32} << 20;
   for (const HeldFolder& folder : folders_) {
     if (auto content = folder.read(path, mostBytes)) {
       Answer answer;

@@ -1,6 +1,6 @@
 #pragma once
 
-#include <optional>
+#include <set>
 #include <string>
 #include <vector>
 
@@ -16,14 +16,15 @@ class Meshes {
   /// `urdf` may be null. Throws `UserError` for what is no folder.
   Meshes(const std::vector<std::string>& folders, const std::string* urdf);
 
-  /// Those packages of the URDF that are there.
-  [[nodiscard]] const std::vector<std::string>& packages() const { return packages_; }
+  /// The meshes of the URDF that are there by now, as PACKAGE/PATH.
+  [[nodiscard]] std::vector<std::string> present() const;
   /// The file at PACKAGE/PATH. Throws `Refused` where there is none of at most 32 MiB.
   [[nodiscard]] Answer answer(const std::string& path) const;
 
  private:
   std::vector<HeldFolder> folders_;
-  std::vector<std::string> packages_;
+  /// All that the URDF names.
+  std::set<std::string> named_;
 };
 
 }  // namespace host

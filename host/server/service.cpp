@@ -62,6 +62,7 @@ bool isAt(const std::string& path, const std::string& pattern) {
 const Service::Route Service::routes[] = {
     {"GET", "/v1/machine", &Service::getMachine},
     {"GET", "/v1/description", &Service::getDescription},
+    {"GET", "/v1/meshes", &Service::getMeshes},
     {"GET", "/v1/meshes/{path}", &Service::getMesh},
     {"GET", "/v1/motions", &Service::getMotions},
     {"GET", "/v1/values", &Service::getValues},
@@ -157,7 +158,7 @@ void Service::connectionEnded(std::uint64_t connection) {
 
 void Service::getMachine(const Request& request, const Reply& reply) {
   const Query query(request, {});
-  reply(answerOf(view_.describe(meshes_.packages())));
+  reply(answerOf(view_.describe()));
 }
 
 void Service::getDescription(const Request& request, const Reply& reply) {
@@ -169,6 +170,11 @@ void Service::getDescription(const Request& request, const Reply& reply) {
   answer.contentType = "application/xml";
   answer.body = *machine_.urdf;
   reply(std::move(answer));
+}
+
+void Service::getMeshes(const Request& request, const Reply& reply) {
+  const Query query(request, {});
+  later(reply, [this] { return answerOf(Json{{"meshes", meshes_.present()}}); });
 }
 
 void Service::getMesh(const Request& request, const Reply& reply) {

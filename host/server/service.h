@@ -45,6 +45,7 @@ class Service : public Handler {
   [[nodiscard]] static const Route& routeOf(const Request& request);
   void getMachine(const Request& request, const Reply& reply);
   void getDescription(const Request& request, const Reply& reply);
+  void getMeshes(const Request& request, const Reply& reply);
   void getMesh(const Request& request, const Reply& reply);
   void getMotions(const Request& request, const Reply& reply);
   void getValues(const Request& request, const Reply& reply);

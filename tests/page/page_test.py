@@ -1,7 +1,10 @@
 #!/usr/bin/env python3
 """The page of a running machine, as a person meets it in a browser."""
 
+import csv
+import glob
 import json
+import os
 import pathlib
 import re
 import subprocess
@@ -12,11 +15,12 @@ import unittest
 
 sys.path.insert(0, str(pathlib.Path(__file__).resolve().parents[1] / "tool"))
 from door_test import DoorTest, free_port  # noqa: E402
-from tool import root, tool, write  # noqa: E402
+from tool import read, root, tool, write  # noqa: E402
 
 sys.path.insert(0, str(root / "python"))
 import torvex  # noqa: E402
 from browser import Browser  # noqa: E402
+from selenium.webdriver.common.action_chains import ActionChains  # noqa: E402
 from selenium.webdriver.common.keys import Keys  # noqa: E402
 
 odd = """<script>alert('x')<b>"&amp;"""
@@ -81,7 +85,9 @@ class Page(DoorTest):
     def test_shows_a_machine_and_asks_nobody_else(self):
         port = free_port()
         write("m.yaml", machine_text + f"- {{name: {json.dumps(odd)}, minimum: 0, maximum: 1}}\n")
-        with self.served("--http", port) as process:
+        write("m.urdf", urdf_text.replace("</link>", "<visual><geometry><mesh filename='package://p/gone.stl'/></geometry></visual></link>", 1))
+        os.makedirs("packages/p")
+        with self.served("--http", port, "--package-path", "packages") as process:
             browser = self.opened(process, port)
             names = [cell.text for cell in browser.find_elements("css selector", "tbody th")]
             self.assertEqual(names, ["arm", "b", odd])
@@ -101,6 +107,12 @@ class Page(DoorTest):
             ground = browser.pixel("view", 0.01)
             browser.until(lambda: browser.pixel("view") != ground)
             lying = browser.pixel("view")
+            browser.row("b").find_element("tag name", "button").click()
+            for x, axis in ((0.01, "b"), (0.5, "arm")):
+                area = browser("view").rect
+                ActionChains(browser).move_to_element_with_offset(
+                    browser("view"), int((x - 0.5) * area["width"]), 0).click().perform()
+                self.assertEqual(browser("jog-name").text, axis)
             self.assertFalse(browser.slider("arm").is_enabled())
             self.taken(browser)
             browser.until(browser.slider("arm").is_enabled)
@@ -222,11 +234,34 @@ class Page(DoorTest):
             browser("motion-stop").click()
             self.assertGreater(self.comes_to_rest(machine), 0.1)
             self.assertEqual(machine.axes()["arm"].waiting, 0)
+            self.assertEqual(machine.axes()["arm"].owner, re.search(r"page-\w+", browser("commander").text)[0])
+            browser.drop(again_yaml=swing)
+            browser.waits_for("motion-name", "again.yaml")
+            browser.waits_for("motion-verdict", "Fits")
 
-    def test_the_ring_of_the_scope_is_that_of_a_naive_model(self):
+    def downloaded(self, browser):
+        """The rows of the scope's window."""
+        browser.execute_cdp_cmd("Browser.setDownloadBehavior", {"behavior": "allow", "downloadPath": os.getcwd()})
+        browser("scope-csv").click()
+        name = browser.until(lambda: glob.glob("scope-*.csv"))[0]
+        return list(csv.DictReader(read(name).splitlines()))
+
+    def test_the_scope_stands_on_a_crossing_and_keeps_what_a_naive_model_keeps(self):
         port = free_port()
         with self.served("--http", port) as process:
-            browser = self.opened(process, port)
+            browser, machine = self.opened(process, port), torvex.connect("m")
+            for name, keys in (("scope-in", [Keys.ENTER] * 3), ("trigger-summary", [Keys.ENTER]), ("trigger-edge", ["falling"]),
+                               ("trigger-level", [Keys.CONTROL, "a", Keys.NULL, "0.3", Keys.TAB])):
+                browser(name).send_keys(*keys)
+            self.assertEqual((browser("scope-span").text, browser("trigger-summary").text), ("1.25 s", "Trigger: falling"))
+            machine.send("arm", [(0.4, 0.6), (0.8, 0), (2, 0.2)])
+            browser.until(lambda: abs(machine["arm/Value"] - 0.2) < 1e-6)
+            rows = [(int(row["machine_ms"]), float(row["arm/Value"])) for row in self.downloaded(browser)]
+            begin, crossed = rows[0][0], [now[0] for last, now in zip(rows, rows[1:]) if last[1] > 0.3 >= now[1]]
+            self.assertEqual((len(crossed), rows), (1, sorted(rows)))
+            self.assertAlmostEqual(crossed[0] - begin, 250, delta=20)
+            self.assertAlmostEqual(rows[-1][0] - begin, 1250, delta=20)
+            self.assertAlmostEqual(max(rows, key=lambda row: row[1])[0], crossed[0] - 200, delta=20)
             self.assertEqual(browser.execute_async_script("""
                 const done = arguments[arguments.length - 1];
                 import('/ring.js').then(({Ring}) => {

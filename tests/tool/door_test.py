@@ -491,11 +491,11 @@ class Door(DoorTest):
         text = write("m.urdf", """<robot name='m'><joint name='a' type='revolute'><limit lower='-1' upper='1'
             velocity='1'/></joint><joint name='t' type='prismatic'><mimic joint='a' multiplier='2'/></joint>
             <link name='l'><visual><geometry><mesh filename='package:///p/meshes/a.stl'/><mesh filename=
-            "package://none/c.stl"/></geometry></visual></link></robot>""") and read("m.urdf")
+            "package://none/c.stl"/><mesh filename="package://p/gone.stl"/><mesh filename="package://p/meshes/link.stl"/></geometry></visual></link></robot>""") and read("m.urdf")
         with self.served("--package-path", "packages", "--motions", "motions", "--no-strict", machine="m.urdf"):
             _, machine = self.asked("GET", "/v1/machine")
-            self.assertEqual((machine["axes"][0]["joint"], machine["axes"][0]["kind"], machine["packages"]),
-                             ("a", "revolute", ["p"]))
+            self.assertEqual((machine["axes"][0]["joint"], machine["axes"][0]["kind"]), ("a", "revolute"))
+            self.assertEqual(self.asked("GET", "/v1/meshes")[1], {"meshes": ["p/meshes/a.stl"]})
             key = "Device/SubDeviceList/t/Sensor/Value"
             self.assertEqual(machine["followers"], [
                 {"joint": "t", "follows": "a", "multiplier": 2, "offset": 0, "sensor": key}])
