@@ -21,6 +21,7 @@ void addNameBenchmarks();
 void addBusyBenchmarks();
 void addEngineBenchmarks();
 void addDoorBenchmarks();
+void addRecordingBenchmarks();
 
 /// Who takes the time of an iteration.
 enum class Timer {

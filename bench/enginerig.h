@@ -37,6 +37,7 @@ class EngineRig {
   void wake();
   /// The whole of a cycle: wakes, goes on and passes.
   void cycle();
+  [[nodiscard]] const host::MachineModel& machine() const { return machine_; }
 
  private:
   host::MachineModel machine_;

@@ -57,6 +57,7 @@ int main(int argc, char** argv) {
   bench::addBusyBenchmarks();
   bench::addEngineBenchmarks();
   bench::addDoorBenchmarks();
+  bench::addRecordingBenchmarks();
 
   // With one thread alone, locks would cost less than in any program that needs them.
   std::promise<void> done;

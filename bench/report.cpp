@@ -66,6 +66,12 @@ constexpr Goal goals[] = {
      "engine/together/1000/replaced", "p50", 1.2, "none_p50"},
     {"  p99 / p50 where none does", "engine/together/1000/replaced",
      "engine/together/1000/replaced", "p99", 1.5, "none_p50"},
+    {"a cycle of 30 axes that is recorded / that is not", "recording/30/file", "recording/30/none",
+     nsCounter, open},
+    {"  that goes into a ring", "recording/30/ring", "recording/30/none", nsCounter, open},
+    {"a cycle of 1,000 axes that is recorded / that is not", "recording/1000/file",
+     "recording/1000/none", nsCounter, open},
+    {"  that goes into a ring", "recording/1000/ring", "recording/1000/none", nsCounter, open},
     {"p99.9 of a cycle's latency beside a client that floods / beside none", "door/cycle/flooded",
      "door/cycle/idle", nsCounter, 2.0},
 };

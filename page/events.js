@@ -53,15 +53,17 @@ export class Events {
 const signs = {
   taken: '+', reached: '✓', cleared: '×', late: '◷', limited: '⊣', steep: '∕', abrupt: '∕', beyond: '⊣',
   unstopped: '∕', refused: '!', handed_late: '◷', guarded: '▲', external: '⇄', stalled: '◷',
+  starved: '◷', dropped_rows: '…', recorded: '●', unrecorded: '!',
   stopped: '■', held: '■', released: '□', registered: '→', lost: '←', missed: '…',
 };
-const countless = ['registered', 'lost', 'held', 'released', 'stalled'];
-const alarming = ['refused', 'guarded', 'held', 'stalled', 'missed', 'lost'];
+const countless = ['registered', 'lost', 'held', 'released', 'stalled', 'recorded', 'unrecorded'];
+const inCycles = ['guarded', 'external', 'starved', 'dropped_rows'];
+const alarming = ['refused', 'guarded', 'held', 'stalled', 'missed', 'lost', 'dropped_rows', 'unrecorded'];
 
 function told(event) {
   const parts = [];
   if (event.count !== undefined && countless.includes(event.kind) === false) {
-    const noun = event.kind === 'guarded' || event.kind === 'external' ? 'cycle' : 'point';
+    const noun = inCycles.includes(event.kind) ? 'cycle' : 'point';
     parts.push(`${event.count} ${noun}${event.count === 1 ? '' : 's'}`);
   }
   if (event.amount !== undefined && event.amount !== null) {
@@ -76,8 +78,10 @@ function told(event) {
   if (event.reason !== undefined) {
     parts.push(event.reason);
   }
-  if (event.name !== undefined) {
-    parts.push(event.name);
+  for (const member of ['name', 'output', 'file', 'message']) {
+    if (event[member] !== undefined) {
+      parts.push(event[member]);
+    }
   }
   if (event.request !== undefined) {
     parts.push(`#${event.request}`);

@@ -5,8 +5,8 @@
 
 namespace host {
 
-OutputFile::OutputFile(const std::string& path) try : simulation
-  ::OutputFile(path) {}
+OutputFile::OutputFile(const std::string& path, Present present) try : simulation
+  ::OutputFile(path, present) {}
 catch (const simulation::Error& error) {
   throw UserError(path, {}, error.what());
 }

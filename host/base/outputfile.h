@@ -10,7 +10,7 @@ namespace host {
 class OutputFile : public simulation::OutputFile {
  public:
   /// Throws `UserError` when the file cannot be written there.
-  explicit OutputFile(const std::string& path);
+  explicit OutputFile(const std::string& path, Present present = Present::replaced);
 };
 
 }  // namespace host

@@ -7,6 +7,7 @@
 #include "host/cli/options.h"
 #include "host/engine/torvex.h"
 #include "host/input/machinemodel.h"
+#include "host/recording/flightrecorder.h"
 #include "host/server/door.h"
 #include "host/server/doorplace.h"
 #include "host/server/service.h"
@@ -40,6 +41,9 @@ class OpenDoor {
   OpenDoor(const MachineModel& machine, Torvex& torvex, const DoorOptions& options,
            const SessionOptions& session);
 
+  /// What clients may have written to a file; must outlive the object. Before it is open.
+  void setRing(FlightRecorder* ring) { serviceOptions_.ring = ring; }
+
   /// Where it is, in lines for a user, with a link for his browser.
   [[nodiscard]] std::string announcement();
   /// Lets clients in.
@@ -52,7 +56,7 @@ class OpenDoor {
   const std::string address_;
   const Access access_;
   DoorPlace place_;
-  const ServiceOptions serviceOptions_;
+  ServiceOptions serviceOptions_;
   Service service_;
   Door door_;
   std::string tokenPath_;

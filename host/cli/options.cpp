@@ -90,6 +90,14 @@ double positiveNumber(const std::string& option, const std::string& text) {
   return value;
 }
 
+std::size_t count(const std::string& option, const std::string& text) {
+  const int value = wholeNumber(text);
+  if (value < 1) {
+    refuseOption(option, "'" + text + "' is not a whole number above 0");
+  }
+  return static_cast<std::size_t>(value);
+}
+
 std::uint32_t tick(const std::string& text) {
   const bool hexadecimal = text.rfind("0x", 0) == 0;
   std::uint32_t value = 0;

@@ -12,6 +12,8 @@ namespace host {
 
 /// A number of the options' own, positive and finite.
 double positiveNumber(const std::string& option, const std::string& text);
+/// A whole number above 0.
+std::size_t count(const std::string& option, const std::string& text);
 /// Decimal, or hexadecimal behind 0x.
 std::uint32_t tick(const std::string& text);
 

@@ -2,6 +2,7 @@
 
 #include <fmt/format.h>
 
+#include <memory>
 #include <utility>
 
 #include "attrfullname/attrfullname.h"
@@ -13,6 +14,8 @@
 
 namespace host {
 namespace {
+
+constexpr std::size_t usualRingFiles = 100;
 
 bool isNumber(const hal::DeviceAttrGeneric& attribute) {
   const ValueType type = valueType(attribute.typeCode);
@@ -72,19 +75,50 @@ void addRecord(CLI::App& command, RecordOptions& options) {
       {"--record-attributes", "PATTERN",
        "What is recorded beside commands and sensors, by key, as in the shell: '*/Current'", ""},
       options.attributes);
+  addOption(
+      command,
+      {"--record-ring", "SECONDS",
+       "Keep the latest values and events in memory, and write them to a file of their own when "
+       "the process was held up, the guard or a hold stepped in, others wrote a command, on "
+       "SIGUSR1, or when a client asks",
+       ""},
+      [&options](const std::string& text) {
+        options.ringSeconds = positiveNumber("--record-ring", text);
+      });
+  addOption(
+      command,
+      {"--record-folder", "DIR", "Where the files of the ring go, created when it is missing", "."},
+      [&options](const std::string& text) {
+        if (text.empty()) {
+          refuseOption("--record-folder", "is empty");
+        }
+        options.ringFolder = text;
+      });
+  addOption(
+      command,
+      {"--record-files", "COUNT", "How many files the ring may write in one run",
+       std::to_string(usualRingFiles)},
+      [&options](const std::string& text) { options.ringFiles = count("--record-files", text); });
 }
 
 void addOutput(const RecordOptions& options, std::vector<NamedOutput>& outputs) {
   if (!options.path.empty()) {
     outputs.push_back({options.path, "recording"});
-  } else if (!options.attributes.empty()) {
-    throw simulation::Error("--record-attributes needs --record");
+  }
+  const bool hasRing = options.ringSeconds > 0.0;
+  if (!options.attributes.empty() && options.path.empty() && !hasRing) {
+    throw simulation::Error("--record-attributes needs --record or --record-ring");
+  }
+  if (!hasRing && (!options.ringFolder.empty() || options.ringFiles)) {
+    throw simulation::Error(fmt::format("{} needs --record-ring", options.ringFolder.empty()
+                                                                      ? "--record-files"
+                                                                      : "--record-folder"));
   }
 }
 
 void record(const RecordOptions& options, const std::string& title, const MachineModel& machine,
-            const Plan& plan, Torvex& torvex, std::optional<Recorder>& recorder,
-            Recorder::Failed failed) {
+            const Plan& plan, Torvex& torvex, Recordings& recordings,
+            const Recorder::Failed& failed) {
   RecordingHead head = headOf(title, machine, plan, torvex);
   if (!options.attributes.empty()) {
     const std::vector<TracedColumn> attributes = attributesLike(options.attributes);
@@ -93,9 +127,21 @@ void record(const RecordOptions& options, const std::string& title, const Machin
     }
     torvex.addColumns(attributes);
   }
-  recorder.emplace(options.path, machine, std::move(head), std::move(failed));
-  torvex.addListener(*recorder);
-  torvex.addRows(recorder->rows());
+  if (options.ringSeconds > 0.0) {
+    const RingOptions ring{options.ringSeconds,
+                           options.ringFolder.empty() ? "." : options.ringFolder,
+                           options.ringFiles.value_or(usualRingFiles)};
+    auto target = std::make_unique<FlightRecorder>(ring, machine, head);
+    recordings.ring = target.get();
+    recordings.latest.emplace(head, std::move(target), failed);
+    torvex.addListener(*recordings.latest);
+    torvex.addRows(recordings.latest->rows(), "ring");
+  }
+  if (!options.path.empty()) {
+    recordings.whole.emplace(options.path, machine, std::move(head), failed);
+    torvex.addListener(*recordings.whole);
+    torvex.addRows(recordings.whole->rows(), "recording");
+  }
 }
 
 }  // namespace host

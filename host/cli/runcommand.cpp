@@ -13,11 +13,13 @@
 
 #include "host/base/outputpaths.h"
 #include "host/base/stopsignal.h"
+#include "host/base/usersignal.h"
 #include "host/base/values.h"
 #include "host/base/visible.h"
 #include "host/cli/liveview.h"
 #include "host/cli/opendoor.h"
 #include "host/cli/recorded.h"
+#include "host/cli/ringwatch.h"
 #include "host/cli/status.h"
 #include "host/engine/realtime.h"
 #include "host/engine/torvex.h"
@@ -35,10 +37,10 @@
 namespace host {
 namespace {
 
-std::string joinedLines(const std::vector<std::string>& lines) {
+std::string joinedLines(const std::vector<std::string>& lines, const std::string& begin = "") {
   std::string text;
   for (const std::string& line : lines) {
-    text += visible(line) + "\n";
+    text += begin + visible(line) + "\n";
   }
   return text;
 }
@@ -114,7 +116,7 @@ void checkJoints(const RunOptions& options, const Torvex& torvex) {
 /// What a run leaves behind; opened before anything moves.
 struct Outputs {
   std::optional<Trace> trace;
-  std::optional<Recorder> recorder;
+  Recordings recordings;
   std::optional<Plot> plot;
 };
 
@@ -123,6 +125,10 @@ std::uint64_t noteDropped(const char* output, const RowQueue& rows, Outcome& out
     outcome.warnings.push_back(droppedRowsFinding(output, rows.dropped()));
   }
   return rows.dropped();
+}
+
+void append(std::vector<Finding>& all, const std::vector<Finding>& more) {
+  all.insert(all.end(), more.begin(), more.end());
 }
 
 void finish(const RunOptions& options, Outputs& outputs, const RunResult& result, const RunLog& log,
@@ -140,9 +146,18 @@ void finish(const RunOptions& options, Outputs& outputs, const RunResult& result
     attempt("trace", [&] { outputs.trace->finish(); });
     outcome.droppedTraceRows = noteDropped("trace", outputs.trace->rows(), outcome);
   }
-  if (outputs.recorder) {
-    attempt("recording", [&] { outputs.recorder->finish(); });
-    outcome.droppedRecordingRows = noteDropped("recording", outputs.recorder->rows(), outcome);
+  if (auto& recorder = outputs.recordings.whole) {
+    attempt("recording", [&] { recorder->finish(); });
+    outcome.droppedRecordingRows = noteDropped("recording", recorder->rows(), outcome);
+  }
+  if (auto& recorder = outputs.recordings.latest) {
+    attempt("ring", [&] { recorder->finish(); });
+    outcome.droppedRingRows = noteDropped("ring", recorder->rows(), outcome);
+    const RingFiles& files = outputs.recordings.ring->files();
+    outcome.ringFiles = ringPaths(files);
+    outcome.ringLeftOut = files.leftOut();
+    append(outcome.warnings, ringFaults(files));
+    append(outcome.warnings, ringLeftOut(files));
   }
   if (outputs.plot) {
     attempt("picture", [&] { outputs.plot->draw(result, log); });
@@ -152,10 +167,6 @@ void finish(const RunOptions& options, Outputs& outputs, const RunResult& result
       outcome.exports.push_back(exportPreferences(wanted, options.session.preferenceDirectory));
     });
   }
-}
-
-void append(std::vector<Finding>& all, const std::vector<Finding>& more) {
-  all.insert(all.end(), more.begin(), more.end());
 }
 
 /// What the run did of what was asked, from its events.
@@ -174,8 +185,10 @@ void judge(const RunOptions& options, const RunResult& result, const Plan& plan,
 /// Says all of it, and the status to exit with.
 int conclude(const RunOptions& options, const RunResult& result, const Plan& plan,
              const Outcome& outcome) {
-  report(options, options.json ? runJson(options, result, plan, outcome)
-                               : joinedLines(outcome.exports) + runReport(result, outcome));
+  report(options, options.json
+                      ? runJson(options, result, plan, outcome)
+                      : joinedLines(outcome.exports) + joinedLines(outcome.ringFiles, "recorded ") +
+                            runReport(result, outcome));
   complainAll("warning", outcome.warnings);
   complainAll("error", outcome.errors);
   if (outcome.signal != 0) {
@@ -214,19 +227,24 @@ bool isRefusedStrictly(const MachineModel& machine, const Plan& plan) {
 
 /// Runs it, shows how far it is, and has the door open meanwhile where that is wanted.
 void moveMachine(const RunOptions& options, const std::optional<DoorOptions>& doorOptions,
-                 const MachineModel& machine, Torvex& torvex, LiveView& view) {
+                 const MachineModel& machine, Torvex& torvex, FlightRecorder* ring,
+                 LiveView& view) {
   std::optional<OpenDoor> door;
   if (doorOptions) {
     torvex.ownPlan("run");
     door.emplace(machine, torvex, *doorOptions, options.session);
+    door->setRing(ring);
     report(options, options.json ? "" : door->announcement());
     door->open();
   }
   if (options.session.clock == Clock::simulated) {
     StopSignal::letRepeatedEnd();
   }
-  torvex.run(
-      [&](std::int64_t timeMs) { view.show(torvex.shownAxes(), timeMs, torvex.lastItemMs()); });
+  RingWatch watch(torvex, ring, false);
+  torvex.run([&](std::int64_t timeMs) {
+    view.show(torvex.shownAxes(), timeMs, torvex.lastItemMs());
+    watch.look();
+  });
   StopSignal::letRepeatedEnd();
   view.clear();
 }
@@ -249,6 +267,7 @@ int run(const RunOptions& options, const std::optional<DoorOptions>& doorOptions
   }
 
   const StopSignal stopSignal;
+  const UserSignal userSignal;
   Outputs outputs;
   Findings findings(machine, plan);
   RunLog log;
@@ -258,11 +277,9 @@ int run(const RunOptions& options, const std::optional<DoorOptions>& doorOptions
   torvex.addListener(log);
   if (!options.tracePath.empty()) {
     openTrace(options, torvex, outputs.trace);
-    torvex.addRows(outputs.trace->rows());
+    torvex.addRows(outputs.trace->rows(), "trace");
   }
-  if (!options.recording.path.empty()) {
-    record(options.recording, titleOf(machine, options), machine, plan, torvex, outputs.recorder);
-  }
+  record(options.recording, titleOf(machine, options), machine, plan, torvex, outputs.recordings);
   if (!options.plotPath.empty()) {
     outputs.plot.emplace(options.plotPath, titleOf(machine, options), plan, options.picture);
   }
@@ -270,7 +287,7 @@ int run(const RunOptions& options, const std::optional<DoorOptions>& doorOptions
   outcome.machine = machine.name;
   outcome.stretched = stretchedBatches(batches);
   announce(options, torvex, machine, batches, plan.schedule, outcome);
-  moveMachine(options, doorOptions, machine, torvex, view);
+  moveMachine(options, doorOptions, machine, torvex, outputs.recordings.ring, view);
   finish(options, outputs, torvex.result(), log, outcome);
   judge(options, torvex.result(), plan, findings, outcome);
   return conclude(options, torvex.result(), plan, outcome);

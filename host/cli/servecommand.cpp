@@ -10,8 +10,10 @@
 #include "host/base/outputpaths.h"
 #include "host/base/readiness.h"
 #include "host/base/stopsignal.h"
+#include "host/base/usersignal.h"
 #include "host/cli/opendoor.h"
 #include "host/cli/recorded.h"
+#include "host/cli/ringwatch.h"
 #include "host/cli/status.h"
 #include "host/engine/torvex.h"
 #include "host/engine/trace.h"
@@ -38,7 +40,7 @@ void openTrace(const ServeOptions& options, Torvex& torvex, std::optional<Trace>
     names.push_back(column.name);
   }
   trace.emplace(options.tracePath, names, std::vector<bool>(names.size(), true));
-  torvex.addRows(trace->rows());
+  torvex.addRows(trace->rows(), "trace");
 }
 
 void announce(const ServeOptions& options, OpenDoor& door) {
@@ -69,28 +71,41 @@ void sayFailed(const std::string& why) {
   complain("torvex: warning: the recording ended: " + why + "\n");
 }
 
+void finish(Recordings& recordings) {
+  if (recordings.latest) {
+    sayDropped("ring", recordings.latest->rows());
+    recordings.latest->finish();
+    complainAll("warning", ringLeftOut(recordings.ring->files()));
+  }
+  if (recordings.whole) {
+    sayDropped("recording", recordings.whole->rows());
+    recordings.whole->finish();
+  }
+}
+
 int serve(const ServeOptions& options) {
   const MachineModel machine = readMachineFile(options.machinePath);
   checkOutputPaths(options, machine);
   const StopSignal stopSignal;
+  const UserSignal userSignal;
   Plan plan;
   plan.schedule.cycleMs = options.cycleMs;
   plan.schedule.approachMs = 0;
   std::optional<Trace> trace;
-  std::optional<Recorder> recorder;
+  Recordings recordings;
   Torvex torvex(machine, plan, options.session);
   {
     OpenDoor door(machine, torvex, options.door, options.session);
     if (!options.tracePath.empty()) {
       openTrace(options, torvex, trace);
     }
-    if (!options.recording.path.empty()) {
-      record(options.recording, machine.name, machine, plan, torvex, recorder, sayFailed);
-    }
+    record(options.recording, machine.name, machine, plan, torvex, recordings, sayFailed);
+    door.setRing(recordings.ring);
     announce(options, door);
     door.open();
     tellSystemd("READY=1");
-    torvex.run([](std::int64_t) {});
+    RingWatch watch(torvex, recordings.ring, true);
+    torvex.run([&watch](std::int64_t) { watch.look(); });
     StopSignal::letRepeatedEnd();
     tellSystemd("STOPPING=1");
   }
@@ -101,10 +116,7 @@ int serve(const ServeOptions& options) {
     sayDropped("trace", trace->rows());
     trace->finish();
   }
-  if (recorder) {
-    sayDropped("recording", recorder->rows());
-    recorder->finish();
-  }
+  finish(recordings);
   return okStatus;
 }
 

@@ -109,6 +109,16 @@ void Desk::resign(CommanderId commander, Answered answered) {
   demand([this, commander] { return lose(commander, Fault::resigned); }, std::move(answered));
 }
 
+void Desk::note(Event event) {
+  demand(
+      [this, event = std::move(event)]() mutable {
+        event.timeMs = streamer_.latestMs();
+        teller_.tell(event, nullptr);
+        return CommandAnswer();
+      },
+      {});
+}
+
 CommandState Desk::state() const {
   const std::lock_guard lock(mutex_);
   return state_;

@@ -55,6 +55,9 @@ class Desk {
   /// Ends a commander by its loss rule. Refused as `unknown`.
   void resign(CommanderId commander, Answered answered);
 
+  /// Has an event told that the engine does not see itself.
+  void note(Event event);
+
   /// As of the latest pass.
   [[nodiscard]] CommandState state() const;
 

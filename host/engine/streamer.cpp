@@ -128,6 +128,11 @@ void Streamer::tellPace() {
     stalled.amount = static_cast<double>(pace.stalledMs - paceTold_.stalledMs);
     teller_.tell(stalled, nullptr);
   }
+  if (pace.stands > paceTold_.stands) {
+    Event starved{EventKind::starved, Fault::none, latestMs_};
+    starved.count = pace.stands - paceTold_.stands;
+    teller_.tell(starved, nullptr);
+  }
   paceTold_ = pace;
 }
 

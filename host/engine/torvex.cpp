@@ -183,6 +183,7 @@ void Torvex::runRealtime(const Progress& progress) {
   ended_ = true;
   commandThread.get();
   cycleThread.get();
+  tellDropped();
   engine_.pass(host::wallNs() / host::nsPerMs);
 }
 
@@ -221,6 +222,7 @@ void Torvex::driveCommands(std::int64_t originNs) {
     if (host::StopSignal::received() != 0) {
       engine_.end();
     }
+    tellDropped();
     engine_.pass(host::wallNs() / host::nsPerMs);
   }
 }
@@ -257,11 +259,24 @@ void Torvex::readBack() {
 }
 
 void Torvex::writeDown() {
-  for (host::RowQueue* const rows : rows_) {
+  for (const RowOutput& output : outputs_) {
     if (result_.session.clock == host::Clock::simulated) {
-      rows->pushWaiting(row_);
+      output.rows.pushWaiting(row_);
     } else {
-      rows->push(row_);
+      output.rows.push(row_);
+    }
+  }
+}
+
+/// On the command thread.
+void Torvex::tellDropped() {
+  for (RowOutput& output : outputs_) {
+    const std::uint64_t dropped = output.rows.dropped();
+    if (dropped > output.droppedTold) {
+      host::Event event{host::EventKind::droppedRows};
+      event.count = dropped - std::exchange(output.droppedTold, dropped);
+      event.text = output.name;
+      engine_.desk().note(std::move(event));
     }
   }
 }

@@ -4,6 +4,7 @@
 #include <cstddef>
 #include <cstdint>
 #include <functional>
+#include <memory>
 #include <optional>
 #include <string>
 #include <vector>
@@ -66,7 +67,10 @@ class Torvex {
   void addColumns(const std::vector<host::TracedColumn>& columns);
   /// Every cycle puts a row into this queue: machine time and the time since the start of the
   /// motion, in milliseconds, then all columns. Before `run`, which must end before the queue does.
-  void addRows(host::RowQueue& rows) { rows_.push_back(&rows); }
+  /// Rows that it drops are told as events, with the name of the output.
+  void addRows(host::RowQueue& rows, const std::string& output) {
+    outputs_.push_back({rows, std::make_shared<const std::string>(output)});
+  }
 
   /// Every cycle adds its values to this ring. Set before `run`, which must end before the ring
   /// does.
@@ -97,12 +101,19 @@ class Torvex {
   void cycle();
   void readBack();
   void writeDown();
+  void tellDropped();
   void conclude();
   [[nodiscard]] bool hasEnded();
   [[nodiscard]] bool hasSettled() const;
 
+  struct RowOutput {
+    host::RowQueue& rows;
+    std::shared_ptr<const std::string> name;
+    std::uint64_t droppedTold = 0;
+  };
+
   const host::Plan& plan_;
-  std::vector<host::RowQueue*> rows_;
+  std::vector<RowOutput> outputs_;
   host::CycleRing* cycles_ = nullptr;
 
   host::Engine engine_;

@@ -3,6 +3,8 @@
 #include <cstddef>
 #include <cstdint>
 #include <limits>
+#include <memory>
+#include <string>
 
 #include "host/motion/point.h"
 
@@ -29,9 +31,13 @@ enum class EventKind : std::uint8_t {
   registered,  ///< a commander came
   lost,        ///< a commander lost an axis, or ended
   stalled,     ///< the machine stood, because the process did
-  uncertain,   ///< a rehearsal went no further: so many points are left
+  starved,     ///< machine time stood in cycles, because what follows was not handed over
+  droppedRows,  ///< an output lacks cycles, because the disk did not keep up
+  recorded,     ///< a ring was written to a file
+  unrecorded,   ///< it could not be, and why
+  uncertain,    ///< a rehearsal went no further: so many points are left
 };
-constexpr std::size_t eventKinds = 20;
+constexpr std::size_t eventKinds = 24;
 
 /// Why a batch is refused, or an axis is held.
 enum class Fault : std::uint8_t {
@@ -64,7 +70,8 @@ struct Event {
   int actuator = -1;
   /// The first of these points.
   std::uint32_t point = 0;
-  /// How many points; for `external` and `guarded`, cycles; for `stalled`, stalls.
+  /// How many points; for `external`, `guarded`, `starved` and `droppedRows`, cycles; for
+  /// `stalled`, stalls; for `recorded`, bytes.
   std::uint64_t count = 0;
   /// `limited`, `steep`, `abrupt` and `beyond`: in how many rounds of the batch, from this one
   /// on, and how many rounds lie from one to the next.
@@ -83,6 +90,8 @@ struct Event {
   double momentMs = std::numeric_limits<double>::quiet_NaN();
   /// `steep` and `beyond`: whose limit it is, in the machine model; -1 for the actuator's own.
   int follower = -1;
+  /// `droppedRows`: the output. `recorded`: the file. `unrecorded`: why. Else null.
+  std::shared_ptr<const std::string> text = nullptr;
 
   static constexpr std::uint32_t byOthers = ~std::uint32_t{0};
   static constexpr std::uint32_t byGuard = byOthers - 1;

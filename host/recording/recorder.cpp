@@ -5,8 +5,10 @@
 #include <iterator>
 #include <limits>
 #include <mutex>
+#include <optional>
 #include <utility>
 
+#include "host/base/outputfile.h"
 #include "host/engine/samplehistory.h"
 
 namespace host {
@@ -26,16 +28,40 @@ bool isAboutPoints(EventKind kind) {
   return kind == EventKind::reached || kind == EventKind::cleared || kind == EventKind::limited;
 }
 
+/// A file that has all from the first row on.
+class GrowingFile : public RecordingTarget {
+ public:
+  GrowingFile(const std::string& path, const MachineModel& machine)
+      : file_(path), machine_(machine), attachments_(filesOf(machine)) {}
+
+  RecordingTopics& begin(const RecordingHead& head) override {
+    topics_.emplace([this](const char* bytes, std::size_t count) { file_.write(bytes, count); },
+                    head, machine_, attachments_);
+    file_.appear();
+    return *topics_;
+  }
+  void addRow(const std::vector<double>& row) override { topics_->addRow(row); }
+  void finish() override { topics_->finish(); }
+  void commit() override { file_.commit(); }
+
+ private:
+  OutputFile file_;
+  const MachineModel& machine_;
+  const std::vector<McapAttachment> attachments_;
+  std::optional<RecordingTopics> topics_;
+};
+
 }  // namespace
 
 Recorder::Recorder(const std::string& path, const MachineModel& machine, RecordingHead head,
                    Failed failed)
-    : file_(path),
-      machine_(machine),
-      head_(std::move(head)),
+    : Recorder(std::move(head), std::make_unique<GrowingFile>(path, machine), std::move(failed)) {}
+
+Recorder::Recorder(RecordingHead head, std::unique_ptr<RecordingTarget> target, Failed failed)
+    : head_(std::move(head)),
+      target_(std::move(target)),
       failed_(std::move(failed)),
-      rows_(rowTimes + head_.columns.size() + head_.attributes.size()),
-      files_(filesOf(machine)) {
+      rows_(rowTimes + head_.columns.size() + head_.attributes.size()) {
   writer_ = std::thread([this] {
     try {
       write();
@@ -70,26 +96,29 @@ void Recorder::write() {
     writeQueued(row);
     if (open) {
       // The first row says what time it is.
-      std::this_thread::sleep_for(topics_ ? 10ms : 1ms);
+      std::this_thread::sleep_for(topics_ != nullptr ? 10ms : 1ms);
     }
   }
-  if (!topics_) {
+  if (topics_ == nullptr) {
     begin(0.0);
   }
   writeEvents(std::numeric_limits<double>::infinity());
   noteDropped(row.empty() ? 0.0 : row[0]);
-  topics_->finish();
+  target_->finish();
 }
 
 void Recorder::writeQueued(std::vector<double>& row) {
   while (rows_.pop(row)) {
-    if (!topics_) {
+    if (topics_ == nullptr) {
       begin(row[0]);
     }
     // In simulated time, the same ones each time.
     writeEvents(row[0]);
     noteDropped(row[0]);
-    topics_->addRow(row);
+    target_->addRow(row);
+  }
+  if (topics_ != nullptr) {
+    target_->rest();
   }
 }
 
@@ -97,9 +126,7 @@ void Recorder::begin(double firstMs) {
   if (!head_.isSimulated) {
     head_.originNs = nsSince1970() - static_cast<std::uint64_t>(std::max(firstMs, 0.0) * 1e6);
   }
-  topics_.emplace([this](const char* bytes, std::size_t count) { file_.write(bytes, count); },
-                  head_, machine_, files_);
-  file_.appear();
+  topics_ = &target_->begin(head_);
 }
 
 void Recorder::writeEvents(double untilMs) {
@@ -112,16 +139,12 @@ void Recorder::writeEvents(double untilMs) {
   for (; !taken_.empty() && static_cast<double>(taken_.front().event.timeMs) < untilMs;
        taken_.pop_front()) {
     topics_->addEvent(taken_.front().event, taken_.front().points);
+    target_->see(taken_.front().event);
   }
 }
 
 void Recorder::noteDropped(double timeMs) {
   const auto machineMs = static_cast<std::int64_t>(timeMs);
-  const std::uint64_t rows = rows_.dropped();
-  if (rows > droppedNoted_) {
-    topics_->addDropped("dropped_rows", machineMs, rows - droppedNoted_);
-    droppedNoted_ = rows;
-  }
   std::uint64_t events = 0;
   {
     const std::lock_guard lock(mutex_);
@@ -144,7 +167,7 @@ void Recorder::finish() {
   if (failure_ != nullptr) {
     std::rethrow_exception(failure_);
   }
-  file_.commit();
+  target_->commit();
 }
 
 }  // namespace host

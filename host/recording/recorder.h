@@ -6,30 +6,30 @@
 #include <deque>
 #include <exception>
 #include <functional>
-#include <optional>
+#include <memory>
 #include <string>
 #include <thread>
 #include <vector>
 
-#include "host/base/outputfile.h"
 #include "host/engine/prioritymutex.h"
 #include "host/engine/rowqueue.h"
 #include "host/input/machinemodel.h"
 #include "host/motion/event.h"
 #include "host/recording/recordinghead.h"
-#include "host/recording/recordingtopics.h"
+#include "host/recording/recordingtarget.h"
 
 namespace host {
 
-/// Records a run as an MCAP file: its rows, and as a listener its events. A thread of its own does
-/// the work; what it cannot keep up with is dropped and counted. The file is at its place from the
-/// first row on, and grows there.
+/// Records a run: its rows, and as a listener its events. A thread of its own does the work; what
+/// it cannot keep up with is dropped and counted.
 class Recorder : public Listener {
  public:
   /// What becomes of the recording when it cannot go on, told by its thread.
   using Failed = std::function<void(const std::string& why)>;
 
-  /// The machine must outlive the object. Throws `UserError` when the file cannot be written.
+  Recorder(RecordingHead head, std::unique_ptr<RecordingTarget> target, Failed failed);
+  /// Into an MCAP file, which is at its place from the first row on, and grows there. The machine
+  /// must outlive the object. Throws `UserError` when the file cannot be written.
   Recorder(const std::string& path, const MachineModel& machine, RecordingHead head, Failed failed);
   /// Without `finish`, too, the recording is there, as far as it came.
   ~Recorder() override;
@@ -41,7 +41,7 @@ class Recorder : public Listener {
   [[nodiscard]] RowQueue& rows() { return rows_; }
   void tell(const Event& event, const Point* points) override;
 
-  /// Writes what is queued, and the end of the file. After the last row. Throws what went wrong.
+  /// Writes what is queued, and the end. After the last row. Throws what went wrong.
   void finish();
 
  private:
@@ -60,9 +60,8 @@ class Recorder : public Listener {
   void noteDropped(double timeMs);
   void stop();
 
-  OutputFile file_;
-  const MachineModel& machine_;
   RecordingHead head_;
+  const std::unique_ptr<RecordingTarget> target_;
   const Failed failed_;
   RowQueue rows_;
   PriorityMutex mutex_;
@@ -70,9 +69,7 @@ class Recorder : public Listener {
   std::uint64_t droppedEvents_ = 0;
   // Of the thread that writes.
   std::deque<Told> taken_;
-  std::uint64_t droppedNoted_ = 0;
-  const std::vector<McapAttachment> files_;
-  std::optional<RecordingTopics> topics_;
+  RecordingTopics* topics_ = nullptr;
   std::atomic<bool> closing_{false};
   std::exception_ptr failure_;
   std::thread writer_;

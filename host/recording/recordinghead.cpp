@@ -119,15 +119,21 @@ McapMetadata RecordingHead::metadata() const {
   for (const RecordedBatch& batch : batches) {
     layout["batches"].push_back(batchJson(batch));
   }
-  return {recordName,
-          {{"format", formatNumber},
-           {"machine", visible(machine)},
-           {"title", visible(title)},
-           {"clock", isSimulated ? "simulated" : "realtime"},
-           {"cycle_ms", std::to_string(cycleMs)},
-           {"approach_ms", std::to_string(approachMs)},
-           {"origin_ns", std::to_string(originNs)},
-           {"layout", layout.dump()}}};
+  McapMetadata metadata{recordName,
+                        {{"format", formatNumber},
+                         {"machine", visible(machine)},
+                         {"title", visible(title)},
+                         {"clock", isSimulated ? "simulated" : "realtime"},
+                         {"cycle_ms", std::to_string(cycleMs)},
+                         {"approach_ms", std::to_string(approachMs)},
+                         {"origin_ns", std::to_string(originNs)},
+                         {"layout", layout.dump()}}};
+  if (!beginsAtStart()) {
+    metadata.values.insert({{"trigger", trigger},
+                            {"trigger_ms", std::to_string(triggerMs)},
+                            {"left_out", std::to_string(leftOut)}});
+  }
+  return metadata;
 }
 
 std::optional<RecordingHead> RecordingHead::from(const McapMetadata& metadata) {
@@ -147,6 +153,11 @@ std::optional<RecordingHead> RecordingHead::from(const McapMetadata& metadata) {
     head.approachMs = numberFrom(values.at("approach_ms"));
     head.originNs = std::stoull(values.at("origin_ns"));
     readLayout(WideJson::parse(values.at("layout")), head);
+    if (const auto trigger = values.find("trigger"); trigger != values.end()) {
+      head.trigger = trigger->second;
+      head.triggerMs = std::stoll(values.at("trigger_ms"));
+      head.leftOut = std::stoull(values.at("left_out"));
+    }
     return head;
   } catch (const RecordingFault&) {
     throw;

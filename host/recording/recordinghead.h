@@ -43,6 +43,14 @@ struct RecordingHead {
   std::vector<std::string> attributes;
   std::vector<RecordedAxis> axes;
   std::vector<RecordedBatch> batches;
+  /// Of a recording that begins in the midst of a run: what it was written on ("held"), when, and
+  /// how many such wishes before it came to nothing. Else empty.
+  std::string trigger;
+  std::int64_t triggerMs = 0;
+  std::uint64_t leftOut = 0;
+
+  /// Whether it has all from the machine's start on.
+  [[nodiscard]] bool beginsAtStart() const { return trigger.empty(); }
 
   [[nodiscard]] std::uint64_t timeNs(std::int64_t machineMs) const;
   [[nodiscard]] std::int64_t machineMs(std::uint64_t timeNs) const;

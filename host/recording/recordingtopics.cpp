@@ -159,13 +159,17 @@ void RecordingTopics::addEvent(const Event& event, const std::vector<Point>& poi
   if (!points.empty()) {
     json["points"] = pointsJson(points, machine_.actuator(event.actuator));
   }
-  writer_.addMessage(events_, head_.timeNs(event.timeMs), printed(json, -1));
+  add(events_, head_.timeNs(event.timeMs), printed(json, -1));
 }
 
 void RecordingTopics::addDropped(const char* kind, std::int64_t machineMs, std::uint64_t count) {
   const Json json = {
       {"number", eventCount_++}, {"kind", kind}, {"machine_ms", machineMs}, {"count", count}};
-  writer_.addMessage(events_, head_.timeNs(machineMs), printed(json, -1));
+  add(events_, head_.timeNs(machineMs), printed(json, -1));
+}
+
+void RecordingTopics::add(std::uint16_t channel, std::uint64_t timeNs, std::string_view data) {
+  keep_ ? keep_(channel, timeNs, data) : writer_.addMessage(channel, timeNs, data);
 }
 
 }  // namespace host

@@ -2,7 +2,10 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <functional>
 #include <string>
+#include <string_view>
+#include <utility>
 #include <vector>
 
 #include "host/input/machinemodel.h"
@@ -37,6 +40,15 @@ class RecordingTopics {
   void addDropped(const char* kind, std::int64_t machineMs, std::uint64_t count);
   void finish() { writer_.finish(); }
 
+  /// Takes a message that is no row, instead of the file.
+  using Keep =
+      std::function<void(std::uint16_t channel, std::uint64_t timeNs, std::string_view data)>;
+  void keepIn(Keep keep) { keep_ = std::move(keep); }
+  /// Adds a message that was kept, by another one for the same machine.
+  void addKept(std::uint16_t channel, std::uint64_t timeNs, std::string_view data) {
+    writer_.addMessage(channel, timeNs, data);
+  }
+
  private:
   /// Some columns of a row, as the joint states of one topic.
   struct Joints {
@@ -48,10 +60,13 @@ class RecordingTopics {
 
   [[nodiscard]] Joints joints(std::uint16_t schema, const char* topic, bool isCommand);
   void addAttributes(const std::vector<double>& row, std::uint64_t timeNs);
+  /// A message that is no row.
+  void add(std::uint16_t channel, std::uint64_t timeNs, std::string_view data);
 
   const RecordingHead& head_;
   const MachineModel& machine_;
   McapWriter writer_;
+  Keep keep_;
   std::vector<Joints> joints_;
   std::uint16_t attributes_ = 0;
   std::uint16_t events_ = 0;

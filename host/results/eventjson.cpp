@@ -39,10 +39,20 @@ bool hasAmount(EventKind kind) {
   }
 }
 
+const char* textMember(EventKind kind) {
+  return kind == EventKind::droppedRows ? "output"
+         : kind == EventKind::recorded  ? "file"
+                                        : "message";
+}
+
 /// The numbers from here on are no batches.
 bool isAboutBatch(const Event& event) {
   switch (event.kind) {
     case EventKind::stalled:
+    case EventKind::starved:
+    case EventKind::droppedRows:
+    case EventKind::recorded:
+    case EventKind::unrecorded:
     case EventKind::stopped:
     case EventKind::held:
     case EventKind::released:
@@ -88,6 +98,14 @@ const char* kindName(EventKind kind) {
       return "external";
     case EventKind::stalled:
       return "stalled";
+    case EventKind::starved:
+      return "starved";
+    case EventKind::droppedRows:
+      return "dropped_rows";
+    case EventKind::recorded:
+      return "recorded";
+    case EventKind::unrecorded:
+      return "unrecorded";
     case EventKind::stopped:
       return "stopped";
     case EventKind::held:
@@ -171,6 +189,9 @@ Json eventJson(const Event& event, const EventContext& context, const MachineMod
   }
   if (hasAmount(event.kind)) {
     json["amount"] = event.amount;
+  }
+  if (event.text != nullptr) {
+    json[textMember(event.kind)] = *event.text;
   }
   return json;
 }

@@ -1,5 +1,7 @@
 #pragma once
 
+#include <cstddef>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -15,6 +17,12 @@ namespace host {
 struct RecordOptions {
   /// Empty: no recording.
   std::string path;
+  /// How much a ring keeps; 0: no ring.
+  double ringSeconds = 0.0;
+  /// Where its files go; empty: the present folder.
+  std::string ringFolder;
+  /// None: as many as usual.
+  std::optional<std::size_t> ringFiles;
   /// The keys of further attributes, as in the shell; empty: none.
   std::string attributes;
 };

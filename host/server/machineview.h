@@ -8,6 +8,7 @@
 #include "host/base/values.h"
 #include "host/engine/torvex.h"
 #include "host/input/machinemodel.h"
+#include "host/recording/flightrecorder.h"
 #include "simulation/observer.h"
 
 namespace host {
@@ -28,6 +29,8 @@ struct ServiceOptions {
   std::vector<std::string> packageFolders;
   /// With motions that clients may play; empty for none.
   std::string motionFolder;
+  /// What clients may have written to a file; null for none.
+  FlightRecorder* ring = nullptr;
 };
 
 /// A machine as its clients see it.

@@ -27,6 +27,20 @@ RequestFault refusedWith(unsigned status, const char* reason, std::string messag
   return refused;
 }
 
+Json fileJson(const RingFiles::File& file) {
+  constexpr const char* states[] = {"waiting", "written", "failed"};
+  Json json = {{"file", file.name},
+               {"reason", file.reason},
+               {"machine_ms", file.triggerMs},
+               {"until_ms", file.untilMs()},
+               {"state", states[static_cast<std::size_t>(file.state)]},
+               {"bytes", file.bytes}};
+  if (!file.fault.empty()) {
+    json["message"] = file.fault;
+  }
+  return json;
+}
+
 /// Messages a second.
 constexpr double leastLiveRate = 0.01;
 constexpr double mostLiveRate = 1000;
@@ -71,6 +85,8 @@ const Service::Route Service::routes[] = {
     {"GET", "/v1/live", &Service::getLive},
     {"POST", "/v1/links", &Service::postLink},
     {"POST", "/v1/exports", &Service::postExport},
+    {"GET", "/v1/recordings", &Service::getRecordings},
+    {"POST", "/v1/recordings", &Service::postRecording},
     {"POST", "/v1/batches", &Service::command<&Commands::batches>},
     {"POST", "/v1/motions", &Service::command<&Commands::motions>},
     {"POST", "/v1/hold", &Service::command<&Commands::hold>, true, true},
@@ -296,6 +312,33 @@ void Service::postExport(const Request& request, const Reply& reply) {
   later(reply, [this, wanted] {
     return answerOf(Json{{"said", exportPreferences(wanted, options_.preferenceDirectory)}});
   });
+}
+
+void Service::getRecordings(const Request& request, const Reply& reply) {
+  const Query query(request, {});
+  Json json = {{"folder", Json()}, {"files", Json::array()}, {"left_out", 0}};
+  if (options_.ring != nullptr) {
+    const RingFiles& files = options_.ring->files();
+    json["folder"] = files.folder();
+    json["left_out"] = files.leftOut();
+    for (const RingFiles::File& file : files.from(0)) {
+      json["files"].push_back(fileJson(file));
+    }
+  }
+  reply(answerOf(json));
+}
+
+void Service::postRecording(const Request& request, const Reply& reply) {
+  const Query query(request, {});
+  if (options_.ring == nullptr) {
+    throw Refused(
+        refusedWith(404, "unknown", "there is no ring; begin with --record-ring SECONDS"));
+  }
+  const RingFiles::Granted granted = options_.ring->ask("request");
+  if (!granted.file) {
+    throw Refused(refusedWith(429, "too_often", granted.refusal));
+  }
+  reply(answerOf(fileJson(*granted.file), 202));
 }
 
 }  // namespace host

@@ -54,6 +54,8 @@ class Service : public Handler {
   void getLive(const Request& request, const Reply& reply);
   void postLink(const Request& request, const Reply& reply);
   void postExport(const Request& request, const Reply& reply);
+  void getRecordings(const Request& request, const Reply& reply);
+  void postRecording(const Request& request, const Reply& reply);
   [[nodiscard]] std::unique_ptr<Feed> eventFeed(const Request& request);
   [[nodiscard]] std::unique_ptr<Feed> liveFeed(const Request& request);
   /// Has what takes long done by the worker, and answered.

@@ -7,6 +7,7 @@
 #include <algorithm>
 #include <cerrno>
 #include <cstdint>
+#include <cstdio>
 #include <cstdlib>
 #include <cstring>
 #include <memory>
@@ -132,7 +133,10 @@ bool isPartName(const std::string& name) {
 
 /// A file that is being written, and where it goes.
 struct OutputFile::Part {
-  explicit Part(const std::string& path) : place(placeOf(path)) {
+  Part(const std::string& path, Present present_) : place(placeOf(path)), present(present_) {
+    if (place.exists && present == Present::kept) {
+      refuseFor(EEXIST);
+    }
     if (place.isDescriptor) {
       file = duplicated(place);
       return;
@@ -201,13 +205,26 @@ struct OutputFile::Part {
       }
       name = std::move(fresh);
     }
-    if (renameat(place.folder.number(), name.c_str(), place.folder.number(), place.name.c_str()) !=
-        0) {
+    if (!takePlace()) {
       return false;
     }
     name.clear();
     isSettled = true;
     return true;
+  }
+  [[nodiscard]] bool takePlace() const {
+    const int folder = place.folder.number();
+    const char* const from = name.c_str();
+    const char* const to = place.name.c_str();
+    if (present == Present::replaced) {
+      return renameat(folder, from, folder, to) == 0;
+    }
+    if (renameat2(folder, from, folder, to, RENAME_NOREPLACE) == 0) {
+      return true;
+    }
+    // File systems that cannot do this mostly have links.
+    return errno == EINVAL && linkat(folder, from, folder, to, 0) == 0 &&
+           unlinkat(folder, from, 0) == 0;
   }
   void syncFolder() const {
     const Descriptor folder(openat(place.folder.number(), ".", O_RDONLY | O_DIRECTORY | O_CLOEXEC));
@@ -217,6 +234,7 @@ struct OutputFile::Part {
   }
 
   OutputPlace place;
+  const Present present;
   Descriptor file;
   /// Empty while it has none.
   std::string name;
@@ -226,8 +244,8 @@ struct OutputFile::Part {
   bool isSettled = false;
 };
 
-OutputFile::OutputFile(const std::string& path)
-    : path_(path), part_(std::make_unique<Part>(path)) {}
+OutputFile::OutputFile(const std::string& path, Present present)
+    : path_(path), part_(std::make_unique<Part>(path, present)) {}
 
 OutputFile::~OutputFile() = default;
 

@@ -22,8 +22,14 @@ PLATFORM_API bool isPartName(const std::string& name);
 /// written to directly; a pipe of another user is refused.
 class PLATFORM_API OutputFile {
  public:
+  /// What becomes of a file that has the path already.
+  enum class Present {
+    replaced,
+    kept,  ///< and this one is not written: it fails
+  };
+
   /// Throws `Error`, with the reason and without the path, when the file cannot be written.
-  explicit OutputFile(const std::string& path);
+  explicit OutputFile(const std::string& path, Present present = Present::replaced);
   /// Without `commit` it removes the part, and the file at the path stays as it was.
   ~OutputFile();
 

@@ -15,6 +15,7 @@
 
 #include "host/engine/torvex.h"
 #include "host/engine/trace.h"
+#include "host/recording/flightrecorder.h"
 #include "host/recording/recorder.h"
 #include "tests/host/prepared.h"
 
@@ -87,7 +88,7 @@ TEST(Cycle, LeavesTheHeapAloneInRealTime) {
   Torvex torvex(setup.machine, plan, setup.options.session);
   host::Trace trace(setup.temporary.path("t.csv"), std::vector<std::string>(60),
                     std::vector<bool>(60, true));
-  torvex.addRows(trace.rows());
+  torvex.addRows(trace.rows(), "trace");
   host::RecordingHead head;
   for (const host::TracedColumn& column : torvex.columns()) {
     head.columns.push_back(column.name);
@@ -95,7 +96,15 @@ TEST(Cycle, LeavesTheHeapAloneInRealTime) {
   host::Recorder recorder(setup.temporary.path("r.mcap"), setup.machine, head,
                           [](const std::string& why) { FAIL() << why; });
   torvex.addListener(recorder);
-  torvex.addRows(recorder.rows());
+  torvex.addRows(recorder.rows(), "recording");
+  head.cycleMs = 1;
+  host::Recorder latest(
+      head,
+      std::make_unique<host::FlightRecorder>(host::RingOptions{0.1, setup.temporary.path("."), 1},
+                                             setup.machine, head),
+      [](const std::string& why) { FAIL() << why; });
+  torvex.addListener(latest);
+  torvex.addRows(latest.rows(), "ring");
   torvex.run([&](std::int64_t timeMs) {
     if (timeMs < 1000) {
       torvex.engine().submit(

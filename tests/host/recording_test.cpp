@@ -1,11 +1,19 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <deque>
 #include <sstream>
+#include <thread>
 
+#include "host/base/outputfile.h"
+#include "host/base/usererror.h"
+#include "host/recording/flightrecorder.h"
 #include "host/recording/jointstate.h"
 #include "host/recording/mcapreader.h"
 #include "host/recording/mcapwriter.h"
+#include "host/recording/recordedrun.h"
+#include "host/recording/recorder.h"
+#include "tests/host/prepared.h"
 #include "tests/support/random.h"
 
 namespace host {
@@ -169,6 +177,168 @@ TEST(JointState, IsEncodedAsRos2DoesIt) {
   for (std::size_t size = 0; size < message.size(); ++size) {
     EXPECT_THROW((void)decodedJointState(message.substr(0, size)), RecordingFault);
   }
+}
+
+TEST(MessageRing, KeepsTheLatestThatFit) {
+  constexpr std::size_t headBytes = 24;
+  constexpr std::size_t size = 1000;
+  Random random(6);
+  MessageRing ring(size);
+  std::deque<std::string> model;
+  std::size_t bytes = 0;
+  for (std::uint64_t number = 0; number < 3000; ++number) {
+    const std::string data(random.below(random.chance(2) ? 1100 : 120), 'a');
+    model.push_back(std::to_string(number) + data);
+    bytes += model.back().size() + headBytes;
+    for (; bytes > size; model.pop_front()) {
+      bytes -= model.front().size() + headBytes;
+    }
+    ring.add(7, number, std::to_string(number) + data);
+    ASSERT_EQ(ring.end().number, number + 1);
+    ASSERT_EQ(ring.begin().number, number + 1 - model.size());
+    MessageRing::Place place = ring.begin();
+    for (const std::string& expected : model) {
+      MessageRing::Message message;
+      ring.read(place, message);
+      ASSERT_EQ(message.data, expected);
+      ASSERT_EQ(message.timeNs + 1, place.number);
+    }
+  }
+}
+
+/// What a ring is given, and the files that it has to make of that.
+struct RingRun {
+  static constexpr std::int64_t cycleMs = 10;
+  static constexpr std::int64_t keptMs = 1000;
+
+  Prepared setup{2, 1, 10};
+  std::vector<std::int64_t> rows;
+  std::vector<std::int64_t> events;
+  std::vector<std::int64_t> granted;
+  std::uint64_t leftOut = 0;
+  RingFiles const* files = nullptr;
+  std::optional<Recorder> recorder;
+
+  RingRun() {
+    RecordingHead head;
+    head.isSimulated = true;
+    head.cycleMs = cycleMs;
+    head.columns = {"j0/command", "j0/measured"};
+    head.axes.push_back({setup.machine.actuator(0), "j0/Value", 0, 1});
+    auto ring = std::make_unique<FlightRecorder>(
+        RingOptions{keptMs / 1000.0, setup.temporary.path("made"), 4}, setup.machine, head);
+    files = &ring->files();
+    recorder.emplace(head, std::move(ring), [](const std::string& why) { FAIL() << why; });
+  }
+  void tell(EventKind kind) {
+    const std::int64_t timeMs = rows.empty() ? 0 : rows.back();
+    events.push_back(timeMs);
+    recorder->tell({kind, Fault::none, timeMs}, nullptr);
+    const std::int64_t last = granted.empty() ? -RingFiles::leastBetweenMs : granted.back();
+    if (kind == EventKind::taken || (timeMs < last + RingFiles::afterMs && !granted.empty())) {
+      return;
+    }
+    const bool isGranted = timeMs >= last + RingFiles::leastBetweenMs && granted.size() < 4;
+    isGranted ? granted.push_back(timeMs) : void(++leftOut);
+  }
+  void row() {
+    rows.push_back(rows.empty() ? 0 : rows.back() + cycleMs);
+    recorder->rows().pushWaiting({static_cast<double>(rows.back()), 0.0, 1.0, 2.0});
+  }
+  void expectFile(const RingFiles::File& file, std::int64_t triggerMs) const {
+    std::vector<std::int64_t> seenRows;
+    std::vector<std::uint64_t> seenEvents;
+    std::uint64_t dropped = 0;
+    RecordedRun::Handler handler;
+    handler.row = [&](const auto& row) { seenRows.push_back(static_cast<std::int64_t>(row[0])); };
+    handler.event = [&](const Json& event) {
+      event.at("kind") == "dropped_events" ? void(dropped += event.at("count").get<std::uint64_t>())
+                                           : seenEvents.push_back(event.at("number"));
+    };
+    const RecordedRun run = RecordedRun::read(files->pathOf(file), handler);
+    EXPECT_TRUE(run.end.isWhole);
+    EXPECT_EQ(run.bytes, file.bytes);
+    EXPECT_FALSE(run.head.beginsAtStart());
+    EXPECT_EQ(std::make_pair(run.head.trigger, run.head.triggerMs),
+              std::make_pair("held"s, triggerMs));
+    const std::int64_t firstMs = std::max(triggerMs - keptMs, rows.front());
+    const std::int64_t lastMs = std::min(triggerMs + RingFiles::afterMs, rows.back());
+    ASSERT_EQ(seenRows.size(), static_cast<std::size_t>((lastMs - firstMs) / cycleMs + 1));
+    EXPECT_EQ(std::make_pair(seenRows.front(), seenRows.back()), std::make_pair(firstMs, lastMs));
+    std::vector<std::uint64_t> expected;
+    for (std::size_t i = 0; i < events.size(); ++i) {
+      const bool isBefore = events[i] < lastMs || lastMs < triggerMs + RingFiles::afterMs;
+      if (events[i] >= firstMs && isBefore) {
+        expected.push_back(i);
+      }
+    }
+    ASSERT_EQ(seenEvents.size() + dropped, expected.size());
+    EXPECT_TRUE(std::equal(seenEvents.rbegin(), seenEvents.rend(), expected.rbegin()));
+  }
+};
+
+TEST(Ring, WritesWhatWasBeforeAWishAndWhatCameAfterIt) {
+  Random random(7);
+  for (int round = 0; round < 6; ++round) {
+    RingRun run;
+    for (std::uint32_t i = 0, count = 100 + random.below(5000); i < count; ++i) {
+      run.row();
+      // At times more than there is room for.
+      std::uint32_t n = random.chance(30) ? random.below(30) : 0;
+      for (n = random.below(500) == 0 ? 12'000 : n; n > 0; --n) {
+        run.tell(EventKind::taken);
+      }
+      if (random.below(1000) < 4) {
+        run.tell(EventKind::held);
+      }
+    }
+    run.tell(EventKind::held);
+    run.recorder->finish();
+    const std::vector<RingFiles::File> files = run.files->from(0);
+    ASSERT_EQ(files.size(), run.granted.size());
+    EXPECT_EQ(run.files->leftOut(), run.leftOut);
+    for (std::size_t i = 0; i < files.size(); ++i) {
+      ASSERT_EQ(files[i].state, RingFiles::State::written) << files[i].fault;
+      run.expectFile(files[i], run.granted[i]);
+    }
+  }
+}
+
+TEST(Ring, GoesOnWhenAFileCannotBeWritten) {
+  RingRun run;
+  std::filesystem::remove_all(run.files->folder());
+  for (std::int64_t i = 0; i <= RingFiles::leastBetweenMs / RingRun::cycleMs; ++i) {
+    run.row();
+    if (i == 0) {
+      run.tell(EventKind::held);
+    }
+  }
+  while (run.files->from(0).empty() || run.files->from(0)[0].state == RingFiles::State::waiting) {
+    std::this_thread::yield();
+  }
+  EXPECT_EQ(run.files->from(0)[0].state, RingFiles::State::failed);
+  std::filesystem::create_directory(run.files->folder());
+  run.tell(EventKind::held);
+  run.recorder->finish();
+  const std::vector<RingFiles::File> files = run.files->from(1);
+  ASSERT_EQ(files.size(), 1U);
+  EXPECT_EQ(files[0].state, RingFiles::State::written) << files[0].fault;
+}
+
+TEST(Ring, NeverTakesThePlaceOfAFile) {
+  const Temporary temporary;
+  OutputFile file(temporary.path("x"), OutputFile::Present::kept);
+  file.write("new", 3);
+  (void)temporary.write("x", "old");
+  EXPECT_THROW(file.commit(), std::system_error);
+  EXPECT_THROW(OutputFile(temporary.path("x"), OutputFile::Present::kept), UserError);
+  EXPECT_EQ(std::filesystem::file_size(temporary.path("x")), 3U);
+  RingFiles files(temporary.path("."), "a/b", 9);
+  const std::string name = files.ask("held", 0).file->name;
+  EXPECT_EQ(name.substr(0, 4), "a_b-");
+  (void)temporary.write(name, "");
+  files.settle(0, "full");
+  EXPECT_NE(files.ask("held", RingFiles::leastBetweenMs).file->name, name);
 }
 
 }  // namespace

@@ -7,6 +7,7 @@
 #include <memory>
 #include <nlohmann/json.hpp>
 
+#include "host/base/counted.h"
 #include "host/base/stopsignal.h"
 #include "host/base/values.h"
 #include "host/base/visible.h"
@@ -77,6 +78,9 @@ Json infoJson(const RecordingDigest& digest) {
       {"clock", head.isSimulated ? "simulated" : "realtime"},
       {"began", head.isSimulated ? Json() : Json(dateOf(head.originNs))},
       {"cycle_ms", head.cycleMs},
+      {"trigger", head.beginsAtStart() ? Json() : Json(head.trigger)},
+      {"trigger_ms", head.beginsAtStart() ? Json() : Json(head.triggerMs)},
+      {"left_out", head.leftOut},
       {"bytes", digest.run.bytes},
       {"whole", digest.run.end.isWhole},
       {"faults", digest.run.end.faults},
@@ -98,6 +102,12 @@ std::string headText(const RecordingDigest& digest) {
                                 : fmt::format("real time, from {}", dateOf(head.originNs));
   std::string text = fmt::format("run      {}\nclock    {}, cycle {} ms\n", visible(head.title),
                                  clock, head.cycleMs);
+  if (!head.beginsAtStart()) {
+    text += fmt::format(
+        "ring     for {} at {:.3f} s{}\n", visible(head.trigger), seconds(head.triggerMs),
+        head.leftOut == 0 ? ""
+                          : fmt::format(", {} left out before", counted(head.leftOut, "wish")));
+  }
   text += fmt::format("rows     {} in {:.3f} s\n", digest.rows,
                       seconds(digest.lastMs - digest.firstMs));
   text += digest.gaps == 0
