@@ -14,7 +14,7 @@
 namespace host {
 namespace {
 
-/// More that wait are dropped.
+/// More that wait are dropped; twice as many where they are no points'.
 constexpr std::size_t mostEvents = std::size_t{1} << 16;
 /// As many as a picture draws.
 constexpr std::uint64_t mostPointsTold = 400;
@@ -81,7 +81,8 @@ void Recorder::tell(const Event& event, const Point* points) {
   const bool hasPoints = points != nullptr && event.actuator >= 0 && isAboutPoints(event.kind);
   const std::uint64_t count = hasPoints ? std::min(event.count, mostPointsTold) : 0;
   const std::lock_guard lock(mutex_);
-  if (told_.size() >= mostEvents) {
+  if (told_.size() >=
+      (event.kind == EventKind::taken || isAboutPoints(event.kind) ? mostEvents : 2 * mostEvents)) {
     ++droppedEvents_;
     return;
   }

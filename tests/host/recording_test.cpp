@@ -283,9 +283,9 @@ TEST(Ring, WritesWhatWasBeforeAWishAndWhatCameAfterIt) {
     RingRun run;
     for (std::uint32_t i = 0, count = 100 + random.below(5000); i < count; ++i) {
       run.row();
-      // At times more than there is room for.
+      // Once more than there is room for.
       std::uint32_t n = random.chance(30) ? random.below(30) : 0;
-      for (n = random.below(500) == 0 ? 12'000 : n; n > 0; --n) {
+      for (n = i == count / 2 ? 12'000 : n; n > 0; --n) {
         run.tell(EventKind::taken);
       }
       if (random.below(1000) < 4) {
