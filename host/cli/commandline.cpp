@@ -16,6 +16,7 @@
 #include "host/cli/recordings/convertcommand.h"
 #include "host/cli/recordings/infocommand.h"
 #include "host/cli/recordings/plotcommand.h"
+#include "host/cli/recordings/replaycommand.h"
 #include "host/cli/runcommand.h"
 #include "host/cli/servecommand.h"
 #include "host/cli/status.h"
@@ -33,6 +34,7 @@ void addSubcommands(CLI::App& app, Command& chosen) {
   addInfoCommand(app, chosen);
   addPlotCommand(app, chosen);
   addConvertCommand(app, chosen);
+  addReplayCommand(app, chosen);
   addListCommand(app, chosen);
   addWatchCommand(app, chosen);
   addPsCommand(app, chosen);

@@ -8,6 +8,7 @@
 #include "attrfullname/attrfullname.h"
 #include "host/base/attributekey.h"
 #include "host/base/values.h"
+#include "host/recording/journaljson.h"
 #include "platform/hal/devicemanager.h"
 #include "registry/attrfullnamemanager.h"
 #include "timedcommandmanager/timedcommandmanager.h"
@@ -61,6 +62,13 @@ RecordingHead headOf(const std::string& title, const MachineModel& machine, cons
     head.batches.push_back({modeName(*batch.commands), batch.commands->atMs});
   }
   return head;
+}
+
+void addJournal(const SessionOptions& session, RecordingHead& head) {
+  head.journal = journalVersion;
+  head.startTick = session.startTick;
+  head.guard = session.guard;
+  head.late = session.late;
 }
 
 }  // namespace
@@ -138,9 +146,11 @@ void record(const RecordOptions& options, const std::string& title, const Machin
     torvex.addRows(recordings.latest->rows(), "ring");
   }
   if (!options.path.empty()) {
+    addJournal(torvex.result().session, head);
     recordings.whole.emplace(options.path, machine, std::move(head), failed);
     torvex.addListener(*recordings.whole);
     torvex.addRows(recordings.whole->rows(), "recording");
+    torvex.setJournalKeeper(*recordings.whole);
   }
 }
 

@@ -51,9 +51,11 @@ double limitFor(const Event& fault, const MachineModel& machine) {
 
 }  // namespace
 
-Desk::Desk(Streamer& streamer, Teller& teller, const MachineModel& machine, std::int64_t cycleMs)
+Desk::Desk(Streamer& streamer, Teller& teller, Journal& journal, const MachineModel& machine,
+           std::int64_t cycleMs)
     : streamer_(streamer),
       teller_(teller),
+      journal_(journal),
       machine_(machine),
       commanders_(machine.description.actuators.size()),
       leaseClock_(cycleMs),
@@ -62,12 +64,28 @@ Desk::Desk(Streamer& streamer, Teller& teller, const MachineModel& machine, std:
   teller_.addListener(ledger_);
 }
 
+/// Where a journal says what is done.
+bool Desk::refusesAll(const Answered& answered) const {
+  if (journal_.isFollowed()) {
+    CommandAnswer answer;
+    answer.denial.reason = Fault::replayed;
+    give(answered, answer);
+  }
+  return journal_.isFollowed();
+}
+
 void Desk::demand(std::function<CommandAnswer()> fulfil, Answered answered) {
+  if (refusesAll(answered)) {
+    return;
+  }
   const std::lock_guard lock(mutex_);
   demands_.push_back({std::move(fulfil), std::move(answered), ++sequence_});
 }
 
 void Desk::request(CommandRequest request, Answered answered) {
+  if (refusesAll(answered)) {
+    return;
+  }
   const std::size_t points = pointsOf(request);
   CommandAnswer full;
   {

@@ -10,6 +10,7 @@
 #include <vector>
 
 #include "host/engine/commanders.h"
+#include "host/engine/journal.h"
 #include "host/engine/ledger.h"
 #include "host/engine/prioritymutex.h"
 #include "host/engine/request.h"
@@ -25,10 +26,13 @@ namespace host {
 /// What is asked for is done by the next `pass`, in the order of asking, save that whatever is no
 /// batch comes before all batches, is never refused as full, and concerns those that were asked
 /// for before it as well: what a stop or a hold concerns does not move afterwards.
+///
+/// Where a journal is followed, whatever is asked for is refused as `replayed`.
 class Desk {
  public:
   /// The references must outlive the desk.
-  Desk(Streamer& streamer, Teller& teller, const MachineModel& machine, std::int64_t cycleMs);
+  Desk(Streamer& streamer, Teller& teller, Journal& journal, const MachineModel& machine,
+       std::int64_t cycleMs);
 
   Desk(const Desk&) = delete;
   Desk& operator=(const Desk&) = delete;
@@ -79,6 +83,8 @@ class Desk {
   void pass(std::int64_t clockMs);
   /// Makes visible to listeners how things stand.
   void publish();
+  /// Does again what a journal says of commanders and holds.
+  void follow(const JournalEntry& entry);
 
  private:
   /// Whatever is no batch.
@@ -94,6 +100,7 @@ class Desk {
     std::size_t points = 0;
   };
 
+  [[nodiscard]] bool refusesAll(const Answered& answered) const;
   void demand(std::function<CommandAnswer()> fulfil, Answered answered);
   void fulfilDemands();
   [[nodiscard]] std::optional<Asked> nextAsked();
@@ -120,10 +127,13 @@ class Desk {
   void letAdoptedResign();
   void tell(EventKind kind, const std::vector<int>& axes);
   void tellRegistered(CommanderId commander, std::size_t axes);
+  void tellEnrolled(CommanderId id, const Enrolment& enrolment,
+                    const std::vector<Commanders::Owned>& losses);
   void tellLost(CommanderId commander, Fault why, int actuator, std::size_t axes);
 
   Streamer& streamer_;
   Teller& teller_;
+  Journal& journal_;
   const MachineModel& machine_;
   std::function<void(std::uint64_t)> askToRead_;
   std::atomic<std::uint64_t> readStall_{0};

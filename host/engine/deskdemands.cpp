@@ -1,6 +1,7 @@
 // What is asked for at a desk beside batches.
 
 #include <algorithm>
+#include <memory>
 #include <set>
 #include <utility>
 
@@ -71,15 +72,23 @@ CommandAnswer Desk::doEnrol(const Enrolment& enrolment) {
     return denied(ownedBy(obstacle->actuator, obstacle->owner));
   }
   std::vector<Commanders::Owned> losses;
+  JournalEntry entry{JournalEntry::Kind::enrol, streamer_.latestMs()};
+  entry.enrolment = std::make_shared<const Enrolment>(enrolment);
+  journal_.note(std::move(entry));
   const CommanderId id = commanders_.enrol(enrolment, clockMs_, losses);
   streamer_.stop(enrolment.axes, Event::byCommander, true);
+  tellEnrolled(id, enrolment, losses);
+  CommandAnswer answer = doneWith(enrolment.axes);
+  answer.commander = id;
+  return answer;
+}
+
+void Desk::tellEnrolled(CommanderId id, const Enrolment& enrolment,
+                        const std::vector<Commanders::Owned>& losses) {
   for (const Commanders::Owned& lost : losses) {
     tellLost(lost.owner, Fault::owned, lost.actuator, 1);
   }
   tellRegistered(id, enrolment.axes.size());
-  CommandAnswer answer = doneWith(enrolment.axes);
-  answer.commander = id;
-  return answer;
 }
 
 CommandAnswer Desk::doRenew(CommanderId commander) {
@@ -95,8 +104,12 @@ CommandAnswer Desk::lose(CommanderId commander, Fault why) {
   if (commanders_.find(commander) == nullptr) {
     return denied(Fault::unknown);
   }
+  JournalEntry entry{JournalEntry::Kind::lose, streamer_.latestMs()};
+  entry.number = commander;
+  entry.why = why;
+  journal_.note(std::move(entry));
   const Commanders::Commander lost = commanders_.remove(commander);
-  if (lost.enrolment.onLoss == LossRule::stop) {
+  if (!journal_.isFollowed() && lost.enrolment.onLoss == LossRule::stop) {
     streamer_.stop(lost.enrolment.axes, Event::byCommander, true);
   }
   ledger_.forget(commander);
@@ -104,6 +117,22 @@ CommandAnswer Desk::lose(CommanderId commander, Fault why) {
   CommandAnswer answer = doneWith(lost.enrolment.axes);
   answer.commander = commander;
   return answer;
+}
+
+void Desk::follow(const JournalEntry& entry) {
+  if (entry.kind == JournalEntry::Kind::hold) {
+    streamer_.latch(entry.actuators);
+    tell(EventKind::held, entry.actuators);
+  } else if (entry.kind == JournalEntry::Kind::release) {
+    streamer_.release(entry.actuators);
+    tell(EventKind::released, entry.actuators);
+  } else if (entry.kind == JournalEntry::Kind::enrol) {
+    std::vector<Commanders::Owned> losses;
+    const CommanderId id = commanders_.enrol(*entry.enrolment, clockMs_, losses);
+    tellEnrolled(id, *entry.enrolment, losses);
+  } else {
+    lose(entry.number, entry.why);
+  }
 }
 
 void Desk::judgeLeases() {

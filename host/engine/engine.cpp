@@ -12,8 +12,8 @@ Engine::Engine(const MachineModel& machine, const EngineOptions& options, Torvex
       library_(framework_.broker(), host),
       guard_(options.guard),
       pacer_(options.cycleMs, options.late),
-      streamer_(axes_, gate_, cycles_, teller_, options.cycleMs, options.startTick),
-      desk_(streamer_, teller_, machine, options.cycleMs) {
+      streamer_(axes_, gate_, cycles_, teller_, journal_, options.cycleMs, options.startTick),
+      desk_(streamer_, teller_, journal_, machine, options.cycleMs) {
   cycles_.latestMs = pacer_.timeMs();
   addAxes(machine);
 }
@@ -41,6 +41,24 @@ void Engine::addAxes(const MachineModel& machine) {
   }
 }
 
+void Engine::setJournalKeeper(JournalKeeper& keeper) {
+  journal_.setKeeper(keeper);
+  streamer_.keepWrites();
+}
+
+void Engine::follow(const JournalEntry& entry) {
+  switch (entry.kind) {
+    case JournalEntry::Kind::hold:
+    case JournalEntry::Kind::release:
+    case JournalEntry::Kind::enrol:
+    case JournalEntry::Kind::lose:
+      desk_.follow(entry);
+      break;
+    default:
+      streamer_.follow(entry);
+  }
+}
+
 std::int64_t Engine::goOn() {
   const std::lock_guard hold(gate_);
   const std::int64_t boundMs = streamer_.boundMs();
@@ -55,7 +73,7 @@ std::int64_t Engine::goOn() {
     return 0;
   }
   const std::int64_t timeMs = pacer_.timeMs();
-  noteExternalWrites(timeMs);
+  noteExternalWrites({timeMs, previousMs});
   cycles_.latestMs = timeMs;
   cycles_.log.add({timeMs, previousMs});
   machine_.beginCycle();
@@ -72,14 +90,19 @@ Engine::Now Engine::now() {
   return {cycles_.latestMs, cycles_.pace};
 }
 
-void Engine::noteExternalWrites(std::int64_t timeMs) noexcept {
+void Engine::noteExternalWrites(const Cycle& cycle) noexcept {
   for (Register& written : registers_) {
     written.firstBits = bitsIn(*written.attribute);
     if (written.firstBits != written.lastBits) {
       Axis& axis = *written.axis;
       axis.externalWrites.store(axis.externalWrites.load(std::memory_order_relaxed) + 1,
                                 std::memory_order_relaxed);
-      axis.lastExternalMs = timeMs;
+      axis.lastExternalMs = cycle.timeMs;
+      if (cycles_.writes.size() < cycles_.writes.capacity()) {
+        cycles_.writes.push_back({cycle.previousMs, axis.index, written.firstBits});
+      } else {
+        ++cycles_.lostWrites;
+      }
     }
   }
 }

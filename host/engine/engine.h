@@ -12,6 +12,7 @@
 #include "host/engine/desk.h"
 #include "host/engine/gate.h"
 #include "host/engine/guard.h"
+#include "host/engine/journal.h"
 #include "host/engine/library.h"
 #include "host/engine/pacer.h"
 #include "host/engine/streamer.h"
@@ -48,14 +49,18 @@ class Engine {
   /// Who is told what becomes of points, by the thread that calls `pass`. Before `start`.
   void addListener(Listener& listener) { teller_.addListener(listener); }
 
+  /// Who keeps what a run can be done again by. Before `start`.
+  void setJournalKeeper(JournalKeeper& keeper);
+
   /// Hands a batch in, from any thread. Its number, by which events tell of it; none when
   /// too much waits already. Its values fit its actuators, and its times never fall.
   std::optional<std::uint32_t> submit(ScheduledBatch batch) {
     return streamer_.inbox().put(std::move(batch));
   }
 
-  /// Once, before the first cycle: lays in memory for what has come so far.
-  void start() { streamer_.start(); }
+  /// Once, before the first cycle: lays in memory for what has come so far, and at least so many
+  /// nodes an axis.
+  void start(const std::vector<std::size_t>& nodes = {}) { streamer_.start(nodes); }
 
   /// See `Streamer::pass`, and `Desk::pass` for the time.
   void pass(std::int64_t clockMs = 0) {
@@ -67,6 +72,13 @@ class Engine {
   /// What clients ask for. As its own contract says.
   [[nodiscard]] Desk& desk() { return desk_; }
   [[nodiscard]] const Desk& desk() const { return desk_; }
+
+  /// Instead of all that clients ask for: this engine does what a journal says.
+  void followJournal() { journal_.follow(); }
+  /// Does it again, after the same cycle, by the thread that calls `pass`.
+  void follow(const JournalEntry& entry);
+  /// Windows reach up to this machine time at least, from the next pass on.
+  void reach(std::int64_t timeMs) { streamer_.reach(timeMs); }
 
   /// See `Streamer::end`. Any thread.
   void end() { streamer_.end(); }
@@ -103,7 +115,7 @@ class Engine {
 
  private:
   void addAxes(const MachineModel& machine);
-  void noteExternalWrites(std::int64_t timeMs) noexcept;
+  void noteExternalWrites(const Cycle& cycle) noexcept;
   [[nodiscard]] std::uint32_t stamp(std::int64_t timeMs) const noexcept {
     return options_.startTick + static_cast<std::uint32_t>(timeMs);
   }
@@ -119,6 +131,7 @@ class Engine {
   Gate gate_;
   CycleState cycles_;
   Teller teller_;
+  Journal journal_;
   Pacer pacer_;
   Streamer streamer_;
   Desk desk_;

@@ -3,6 +3,7 @@
 #include <cstdint>
 #include <optional>
 #include <string>
+#include <vector>
 
 #include "host/engine/guard.h"
 #include "host/engine/pacer.h"
@@ -17,6 +18,8 @@ struct SessionOptions {
   Clock clock = Clock::realtime;
   /// Goes on when nothing is left to do, until a signal. Without it, a run ends then.
   bool waitsForSignal = false;
+  /// Actuators that are written down although no motion commands them.
+  std::vector<int> shownActuators{};
   /// What machine time does after the process was held up.
   Late late = Late::stand;
   /// What is done about a step beyond a maximum velocity.

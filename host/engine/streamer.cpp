@@ -22,13 +22,14 @@ std::size_t usualNodes(std::int64_t cycleMs) {
 }  // namespace
 
 Streamer::Streamer(std::deque<Axis>& axes, Gate& gate, CycleState& cycles, Teller& teller,
-                   std::int64_t cycleMs, std::uint32_t startTick)
+                   Journal& journal, std::int64_t cycleMs, std::uint32_t startTick)
     : axes_(axes),
       gate_(gate),
       cycles_(cycles),
       teller_(teller),
+      journal_(journal),
       cycleMs_(cycleMs),
-      timelines_(cycles, teller, cycleMs, startTick),
+      timelines_(cycles, teller, journal, cycleMs, startTick),
       latestMs_(-cycleMs),
       boundMs_(-cycleMs) {}
 
@@ -38,18 +39,24 @@ Streamer::~Streamer() {
   }
 }
 
-void Streamer::start() {
+void Streamer::start(const std::vector<std::size_t>& nodes) {
   knownNodes_.assign(axes_.size(), refillItems);
   drainInbox();
-  for (std::size_t& nodes : knownNodes_) {
-    nodes = std::clamp(nodes, usualNodes(cycleMs_), mostInTimeline);
+  for (std::size_t i = 0; i < axes_.size(); ++i) {
+    const std::size_t known = std::max(knownNodes_[i], i < nodes.size() ? nodes[i] : 0);
+    knownNodes_[i] = std::clamp(known, usualNodes(cycleMs_), mostInTimeline);
   }
+  JournalEntry laidIn{JournalEntry::Kind::nodes, latestMs_};
+  laidIn.numbers = knownNodes_;
+  journal_.note(std::move(laidIn));
   timelines_.layInNodes(std::exchange(knownNodes_, {}));
   pass();
 }
 
 void Streamer::pass() {
   latestMs_ = seeLatest();
+  const std::int64_t notedMs = latestMs_;
+  noteCycles();
   drainInbox();
   tellPace();
   if (isEnding_) {
@@ -59,6 +66,7 @@ void Streamer::pass() {
   freeFromGuard();
   careForTimelines();
   publish();
+  journal_.passOn(notedMs);
   teller_.passOn();
 }
 
@@ -144,6 +152,14 @@ void Streamer::handOver(const Order& waiting) {
     return;
   }
   tellLateHandOver(waiting);
+  JournalEntry entry{JournalEntry::Kind::batch, latestMs_};
+  entry.number = waiting.number;
+  entry.batch = waiting.batch;
+  journal_.note(std::move(entry));
+  takeOn(columns, waiting);
+}
+
+void Streamer::takeOn(const Columns& columns, const Order& waiting) {
   std::vector<Taken> taken(columns.size());
   for (std::size_t i = 0; i < columns.size(); ++i) {
     prepare(columns[i], waiting, taken[i]);
@@ -257,6 +273,7 @@ void Streamer::tellLateHandOver(const Order& waiting) {
 void Streamer::takeOn(const Column& column, const Order& waiting, Taken& taken) {
   Axis& axis = column.axis;
   timelines_.look(axis);
+  journal_.note(JournalEntry::Kind::take, cycles_.latestMs, axis.index, waiting.number);
   const CommandBatch& commands = *waiting.batch.commands;
   if (commands.isStop) {
     taken.removed = stop(axis, waiting.number);
@@ -302,6 +319,9 @@ Backlog::Removed Streamer::change(Axis& axis, std::uint32_t byBatch, const Chang
 Backlog::Removed Streamer::stop(Axis& axis, std::uint32_t batch) {
   if (!Timelines::isOnItsWay(axis)) {
     return {};
+  }
+  if (batch >= Event::byCommander) {
+    journal_.note(JournalEntry::Kind::stop, cycles_.latestMs, axis.index, batch);
   }
   std::vector<Point> points;
   if (const std::optional<Point> rest = timelines_.restOf(axis, batch)) {

@@ -14,6 +14,7 @@
 #include "host/engine/cyclestate.h"
 #include "host/engine/gate.h"
 #include "host/engine/inbox.h"
+#include "host/engine/journal.h"
 #include "host/engine/preparedmerge.h"
 #include "host/engine/request.h"
 #include "host/engine/teller.h"
@@ -42,7 +43,7 @@ class Streamer {
   };
 
   /// The references must outlive the streamer.
-  Streamer(std::deque<Axis>& axes, Gate& gate, CycleState& cycles, Teller& teller,
+  Streamer(std::deque<Axis>& axes, Gate& gate, CycleState& cycles, Teller& teller, Journal& journal,
            std::int64_t cycleMs, std::uint32_t startTick);
   /// Empties the timelines.
   ~Streamer();
@@ -50,9 +51,11 @@ class Streamer {
   Streamer(const Streamer&) = delete;
   Streamer& operator=(const Streamer&) = delete;
 
-  /// Before the first cycle: lays in the nodes for all that has come, and hands over what
-  /// is due by then. May throw `std::bad_alloc`, as `pass`.
-  void start();
+  /// Before the first cycle: lays in the nodes for all that has come, at least so many an axis,
+  /// and hands over what is due by then. May throw `std::bad_alloc`, as `pass`.
+  void start(const std::vector<std::size_t>& nodes);
+  /// Before the first cycle: has the cycle note for the journal what others write.
+  void keepWrites();
 
   /// One pass, between two cycles or beside one.
   void pass();
@@ -85,6 +88,10 @@ class Streamer {
   /// them to rest.
   void latch(const std::vector<int>& axes);
   void release(const std::vector<int>& axes);
+  /// Does again what a journal says of axes, after the same cycle.
+  void follow(const JournalEntry& entry);
+  /// See `Timelines::reach`.
+  void reach(std::int64_t timeMs) { timelines_.reach(timeMs); }
   /// Lets machine time stand, or go on.
   void standStill(bool stands) { stands_ = stands; }
   /// What listeners may know of the axes.
@@ -137,7 +144,11 @@ class Streamer {
   void freeFromGuard();
   void arrive(Order waiting);
   void tellPace();
+  void noteCycles();
   void handOver(const Order& waiting);
+  void takeOn(const Columns& columns, const Order& waiting);
+  void followTake(const JournalEntry& entry);
+  void followWrite(Axis& axis, std::int32_t bits);
   [[nodiscard]] Columns columnsOf(const Order& waiting);
   [[nodiscard]] Intake intakeOf(const Order& waiting, const Axis& axis, std::size_t column) const;
   [[nodiscard]] Event findFault(const Columns& columns, const Order& waiting, const Trials& trials);
@@ -159,6 +170,7 @@ class Streamer {
   Gate& gate_;
   CycleState& cycles_;
   Teller& teller_;
+  Journal& journal_;
   const std::int64_t cycleMs_;
   Timelines timelines_;
 
@@ -178,6 +190,12 @@ class Streamer {
   bool stands_ = false;
   /// Axes that the guard shall let go.
   std::vector<int> releasing_;
+
+  /// The first cycle that the journal has not seen, and room for what others wrote.
+  std::uint64_t nextNoted_ = 0;
+  std::vector<ForeignWrite> writes_;
+  /// What is taken next, of a journal that is followed.
+  Order followed_;
 };
 
 }  // namespace host

@@ -213,6 +213,9 @@ void Streamer::dismiss(Order& order, int actuator, std::uint32_t byWhom) {
 }
 
 void Streamer::latch(const std::vector<int>& axes) {
+  JournalEntry entry{JournalEntry::Kind::hold, latestMs_};
+  entry.actuators = axes;
+  journal_.note(std::move(entry));
   for (const int actuator : axes) {
     axes_[static_cast<std::size_t>(actuator)].isHeld = true;
     releasing_.erase(std::remove(releasing_.begin(), releasing_.end(), actuator), releasing_.end());
@@ -220,11 +223,16 @@ void Streamer::latch(const std::vector<int>& axes) {
 }
 
 void Streamer::release(const std::vector<int>& axes) {
+  JournalEntry entry{JournalEntry::Kind::release, latestMs_};
+  entry.actuators = axes;
+  journal_.note(std::move(entry));
   for (const int actuator : axes) {
     axes_[static_cast<std::size_t>(actuator)].isHeld = false;
   }
-  releasing_.insert(releasing_.end(), axes.begin(), axes.end());
-  freeFromGuard();
+  if (!journal_.isFollowed()) {
+    releasing_.insert(releasing_.end(), axes.begin(), axes.end());
+    freeFromGuard();
+  }
 }
 
 void Streamer::freeFromGuard() {
@@ -238,6 +246,9 @@ void Streamer::freeFromGuard() {
     hold.breathe();
     if (axis.guard.isRamping) {
       return false;
+    }
+    if (axis.guard.isHeld()) {
+      journal_.note(JournalEntry::Kind::freed, cycles_.latestMs, actuator);
     }
     axis.guard.heldSinceMs = GuardRecord::never;
     return true;

@@ -31,8 +31,19 @@ void Timelines::look(Axis& axis) {
   if (axis.backlog.empty()) {
     axis.judge.rest(cycles_.latestMs, listener_);
   }
+  notePresent(axis);
   noteExternal(axis);
   noteGuarded(axis);
+}
+
+/// Others may have written since the latest cycle, which saw nothing of it.
+void Timelines::notePresent(const Axis& axis) {
+  const std::int32_t present = bitsIn(*axis.command);
+  if (journal_.isKept() && present != axis.written->lastBits) {
+    JournalEntry entry{JournalEntry::Kind::write, cycles_.latestMs, {axis.index}};
+    entry.bits = present;
+    journal_.note(std::move(entry));
+  }
 }
 
 Timelines::Held Timelines::heldBy(const Axis& axis) {
@@ -200,10 +211,14 @@ void Timelines::noteExternal(Axis& axis) {
   external.count = writes - axis.externalWritesTold;
   axis.externalWritesTold = writes;
   listener_.tell(external, nullptr);
-  if (!axis.actuator.interpolates || axis.backlog.empty() ||
-      axis.lastExternalMs <= axis.lastReachedMs) {
-    return;
+  if (axis.actuator.interpolates && !axis.backlog.empty() &&
+      axis.lastExternalMs > axis.lastReachedMs && !journal_.isFollowed()) {
+    takeUp(axis);
   }
+}
+
+void Timelines::takeUp(Axis& axis) {
+  journal_.note(JournalEntry::Kind::moved, cycles_.latestMs, axis.index);
   if (axis.backlog.isStopping()) {
     axis.backlog.popFront();
   }
@@ -221,7 +236,8 @@ void Timelines::noteGuarded(Axis& axis) {
     guarded.amount = guard.speed;
     listener_.tell(guarded, nullptr);
   }
-  if (guard.isHeld() && !guard.isCleared) {
+  if (guard.isHeld() && !guard.isCleared && !journal_.isFollowed()) {
+    journal_.note(JournalEntry::Kind::clear, cycles_.latestMs, axis.index);
     clear(axis);
   }
 }
@@ -251,7 +267,7 @@ bool Timelines::needsCare(const Axis& axis, std::int64_t latestMs) const {
   const Window::Items& items = axis.window.items();
   return (!items.empty() && items.front().timeMs <= latestMs) ||
          axis.externalWrites != axis.externalWritesTold ||
-         axis.window.isShort(axis.path(cycleMs_, latestMs));
+         axis.window.isShort(pathOf(axis, latestMs));
 }
 
 }  // namespace host

@@ -27,9 +27,13 @@ std::size_t commonBeginning(const Window::Items& one, const Window::Items& other
 
 }  // namespace
 
-Timelines::Timelines(const CycleState& cycles, Listener& listener, std::int64_t cycleMs,
-                     std::uint32_t startTick)
-    : cycles_(cycles), listener_(listener), cycleMs_(cycleMs), startTick_(startTick) {}
+Timelines::Timelines(const CycleState& cycles, Listener& listener, Journal& journal,
+                     std::int64_t cycleMs, std::uint32_t startTick)
+    : cycles_(cycles),
+      listener_(listener),
+      journal_(journal),
+      cycleMs_(cycleMs),
+      startTick_(startTick) {}
 
 void Timelines::endLoan(Axis& axis) {
   if (axis.backlog.empty()) {

@@ -7,6 +7,7 @@
 
 #include "host/engine/axis.h"
 #include "host/engine/cyclestate.h"
+#include "host/engine/journal.h"
 #include "host/engine/nodereserve.h"
 #include "host/motion/event.h"
 
@@ -24,7 +25,7 @@ namespace host {
 class Timelines {
  public:
   /// The references must outlive the object.
-  Timelines(const CycleState& cycles, Listener& listener, std::int64_t cycleMs,
+  Timelines(const CycleState& cycles, Listener& listener, Journal& journal, std::int64_t cycleMs,
             std::uint32_t startTick);
 
   /// Fills the node reserve with so many nodes for each axis. Before the first cycle.
@@ -51,6 +52,8 @@ class Timelines {
   /// differs, or everything anew.
   void rebuild(Axis& axis);
 
+  /// Under the gate, after a look: goes on from where others moved the register.
+  void takeUp(Axis& axis);
   /// Under the gate: takes all points away from an axis that the guard holds.
   void clear(Axis& axis);
 
@@ -81,9 +84,9 @@ class Timelines {
   /// the position of each among the free ones.
   void empty(const Axis& axis) { reserve_.giveBack(axis.timeline->commandList); }
 
-  [[nodiscard]] Path pathOf(const Axis& axis) const {
-    return axis.path(cycleMs_, cycles_.latestMs);
-  }
+  /// Windows reach up to this machine time at least, once they are filled.
+  void reach(std::int64_t timeMs) { reachMs_ = timeMs; }
+  [[nodiscard]] Path pathOf(const Axis& axis) const { return pathOf(axis, cycles_.latestMs); }
   /// Up to which machine time this axis lets the cycle go. Needs no gate: only the command
   /// thread changes a window.
   [[nodiscard]] std::int64_t boundMs(const Axis& axis, std::int64_t latestMs) const {
@@ -99,6 +102,11 @@ class Timelines {
     std::uint32_t firstTime;
   };
 
+  [[nodiscard]] Path pathOf(const Axis& axis, std::int64_t latestMs) const {
+    Path path = axis.path(cycleMs_, latestMs);
+    path.reachMs = reachMs_;
+    return path;
+  }
   [[nodiscard]] static Held heldBy(const Axis& axis);
   [[nodiscard]] static std::vector<TimedCommand::commandItem> copyOf(const Axis& axis);
   void noteAllTaken(Axis& axis, const TakenBy& taken);
@@ -112,6 +120,7 @@ class Timelines {
   void tellReached(Axis& axis, const Cycle& cycle, const std::vector<Point>& points);
   [[nodiscard]] static Event clearedEvent(const Axis& axis, std::int64_t timeMs,
                                           std::uint32_t byWhom);
+  void notePresent(const Axis& axis);
   void noteExternal(Axis& axis);
   void noteGuarded(Axis& axis);
   [[nodiscard]] bool needsAnchor(const Axis& axis) const;
@@ -130,8 +139,10 @@ class Timelines {
 
   const CycleState& cycles_;
   Listener& listener_;
+  Journal& journal_;
   const std::int64_t cycleMs_;
   const std::uint32_t startTick_;
+  std::int64_t reachMs_ = Path::nowhereMs;
   NodeReserve reserve_;
   /// Nodes that timelines have released and the reserve has not taken back yet.
   std::size_t released_ = 0;

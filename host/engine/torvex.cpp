@@ -1,5 +1,7 @@
 #include "host/engine/torvex.h"
 
+#include <fmt/format.h>
+
 #include <algorithm>
 #include <chrono>
 #include <future>
@@ -33,13 +35,14 @@ std::string sensorColumn(const std::string& sensor) {
 }
 
 host::TracedValues tracedValues(host::Engine& engine, const host::MachineModel& machine,
-                                const host::Plan& plan, bool showsAll) {
+                                const host::Plan& plan, const host::SessionOptions& options) {
   std::set<int> commanded;
   for (const host::Axis& axis : engine.axes()) {
-    if (showsAll) {
+    if (options.waitsForSignal) {
       commanded.insert(axis.index);
     }
   }
+  commanded.insert(options.shownActuators.begin(), options.shownActuators.end());
   for (const host::ScheduledBatch& batch : plan.batches) {
     if (!batch.commands->isStop) {
       commanded.insert(batch.commands->actuators.begin(), batch.commands->actuators.end());
@@ -93,7 +96,7 @@ Torvex::Torvex(const host::MachineModel& machine, const host::Plan& plan,
                const host::SessionOptions& options)
     : plan_(plan),
       engine_(machine, engineOptions(options, plan.schedule.cycleMs), this),
-      traced_(tracedValues(engine_, machine, plan, options.waitsForSignal)),
+      traced_(tracedValues(engine_, machine, plan, options)),
       lastItemMs_(lastDueMs(plan)),
       result_(options,
               host::SampleHistory(traced_.columns.size(),
@@ -131,6 +134,29 @@ void Torvex::run(const Progress& progress) {
     runRealtime(progress);
   }
   result_.history.addLast(row_);
+  conclude();
+}
+
+void Torvex::beginReplay(const std::vector<std::size_t>& nodes) {
+  engine_.start(nodes);
+}
+
+void Torvex::replayCycle(const std::vector<host::JournalEntry>& entries, std::int64_t timeMs) {
+  for (const host::JournalEntry& entry : entries) {
+    engine_.follow(entry);
+  }
+  engine_.reach(timeMs);
+  engine_.pass();
+  engine_.wake(timeMs / cycleMs());
+  cycle();
+  if (engine_.timeMs() != timeMs) {
+    throw std::runtime_error(fmt::format("the replay comes to machine time {} ms, and not to {} ms",
+                                         engine_.timeMs(), timeMs));
+  }
+}
+
+void Torvex::endReplay() {
+  engine_.pass();
   conclude();
 }
 

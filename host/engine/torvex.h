@@ -72,6 +72,9 @@ class Torvex {
     outputs_.push_back({rows, std::make_shared<const std::string>(output)});
   }
 
+  /// Who keeps what the run can be done again by. Before `run`.
+  void setJournalKeeper(host::JournalKeeper& keeper) { engine_.setJournalKeeper(keeper); }
+
   /// Every cycle adds its values to this ring. Set before `run`, which must end before the ring
   /// does.
   void setCycles(host::CycleRing* cycles) { cycles_ = cycles; }
@@ -80,6 +83,19 @@ class Torvex {
   /// have settled. A signal to stop ends it at once in simulated time; in real time all axes ramp
   /// to rest first, save at a second signal. Lets through what a cycle throws.
   void run(const Progress& progress);
+
+  // Instead of `run`, by one thread, in simulated time: what a journal says is done again.
+
+  /// Before anybody asks for anything: nothing will be done that clients ask for.
+  void followJournal() { engine_.followJournal(); }
+  /// With so many nodes an axis.
+  void beginReplay(const std::vector<std::size_t>& nodes);
+  /// The next cycle, at this machine time, before which these things are done. Lets through what
+  /// a cycle throws; throws `std::runtime_error` where the engine does not get there.
+  void replayCycle(const std::vector<host::JournalEntry>& entries, std::int64_t timeMs);
+  void endReplay();
+  /// Of the latest cycle, as `addRows` has it.
+  [[nodiscard]] const std::vector<double>& latestRow() const { return row_; }
 
   [[nodiscard]] std::int64_t cycleMs() const { return plan_.schedule.cycleMs; }
   [[nodiscard]] host::Engine& engine() { return engine_; }

@@ -72,6 +72,9 @@ bool Window::isShort(const Path& path) const {
   if (isWholePath(path) || items_.size() >= mostInTimeline) {
     return false;
   }
+  if (!items_.empty() && items_.back().timeMs < path.reachMs) {
+    return true;
+  }
   const std::int64_t itemMs = next(path).timeMs;
   const bool isFew =
       items_.size() < windowItems || items_[items_.size() - windowItems].timeMs <= path.nextMs();
@@ -86,7 +89,8 @@ void Window::fill(const Path& path, std::size_t mostItems) {
   while (!isWholePath(path)) {
     const WindowItem item = next(path);
     const bool isTied = !items_.empty() && items_.back().timeMs == item.timeMs;
-    const bool isFull = behindNext >= windowItems + refillItems && item.timeMs > nextMs + reachMs;
+    const bool isFull = behindNext >= windowItems + refillItems && item.timeMs > nextMs + reachMs &&
+                        items_.back().timeMs >= path.reachMs;
     if (!isTied && (isFull || item.timeMs > nextMs + furthestAheadMs ||
                     items_.size() + tiedWith(path, item) > most)) {
       return;

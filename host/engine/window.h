@@ -41,6 +41,10 @@ struct Path {
   /// The latest cycle: what lies before is past, and a late point is left from there.
   std::int64_t latestMs = 0;
   Range range{};
+  /// Up to where a window is to reach, however much it holds.
+  std::int64_t reachMs = nowhereMs;
+
+  static constexpr std::int64_t nowhereMs = std::numeric_limits<std::int64_t>::min();
 
   [[nodiscard]] std::int64_t nextMs() const { return latestMs + cycleMs; }
 };

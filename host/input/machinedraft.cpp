@@ -34,7 +34,8 @@ void NameTable::take(const std::string& name, const FileLocation& where, const s
   }
 }
 
-MachineDraft::MachineDraft(ErrorCollector& errors) : errors_(errors) {}
+MachineDraft::MachineDraft(ErrorCollector& errors, TextOf textOf)
+    : errors_(errors), textOf_(std::move(textOf)) {}
 
 void MachineDraft::take(Counted what, std::size_t amount, const FileLocation& where) {
   std::size_t& count = counts_[static_cast<std::size_t>(what)];

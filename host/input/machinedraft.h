@@ -2,6 +2,7 @@
 
 #include <array>
 #include <cstddef>
+#include <functional>
 #include <map>
 #include <optional>
 #include <string>
@@ -31,9 +32,13 @@ class MachineDraft {
  public:
   enum class Counted { attributes, preferences, textBytes };
 
-  explicit MachineDraft(ErrorCollector& errors);
+  /// The text of a file. Throws `UserError`.
+  using TextOf = std::function<std::string(const std::string& path)>;
+
+  explicit MachineDraft(ErrorCollector& errors, TextOf textOf = {});
 
   [[nodiscard]] ErrorCollector& errors() const { return errors_; }
+  [[nodiscard]] std::string textOf(const std::string& path) const { return textOf_(path); }
 
   /// Adds to a count. What leads beyond its bound is an error, and ends the reading.
   void take(Counted what, std::size_t amount, const FileLocation& where);
@@ -76,6 +81,7 @@ class MachineDraft {
   void setMaximumAcceleration(std::size_t actuator);
 
   ErrorCollector& errors_;
+  const TextOf textOf_;
   std::array<std::size_t, 3> counts_ = {};
   std::vector<ActuatorFields> fields_;
   std::map<std::string, int> actuators_;

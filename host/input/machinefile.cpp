@@ -36,7 +36,7 @@ void readUrdfNamedAt(const Document& document, const Node& node, MachineDraft& d
       (std::filesystem::path(document.path()).parent_path() / named).lexically_normal().string();
   std::string text;
   try {
-    text = readFile(path, maxUrdfBytes);
+    text = draft.textOf(path);
   } catch (const UserError& error) {
     document.fail(node, fmt::format("the URDF cannot be taken: {}", error.what()));
   }
@@ -92,9 +92,10 @@ void readFields(const Document& document, MachineDraft& draft) {
   }
 }
 
-MachineModel readYaml(const std::string& path, const std::string& text) {
+MachineModel readYaml(const std::string& path, const std::string& text,
+                      const MachineDraft::TextOf& textOf) {
   ErrorCollector errors;
-  MachineDraft draft(errors);
+  MachineDraft draft(errors, textOf);
   errors.attempt([&] {
     const Document document(path, text, errors);
     const bool sound = document.attempt([&] { readFields(document, draft); });
@@ -113,8 +114,12 @@ bool looksLikeXml(const std::string& text) {
 }  // namespace
 
 MachineModel readMachineFile(const std::string& path) {
-  const std::string text = readFile(path, maxUrdfBytes);
-  MachineModel machine = looksLikeXml(text) ? readUrdf(path, text) : readYaml(path, text);
+  return readMachine(path, [](const std::string& each) { return readFile(each, maxUrdfBytes); });
+}
+
+MachineModel readMachine(const std::string& path, const MachineDraft::TextOf& textOf) {
+  const std::string text = textOf(path);
+  MachineModel machine = looksLikeXml(text) ? readUrdf(path, text) : readYaml(path, text, textOf);
   if (machine.name.empty()) {
     machine.name = std::filesystem::path(path).stem().string();
   }

@@ -55,6 +55,7 @@ enum class Fault : std::uint8_t {
   expired,    ///< the lease of the commander ran out
   resigned,   ///< the commander ended of itself
   ending,     ///< the engine comes to its end
+  replayed,   ///< the machine does what a recording says
 };
 
 /// What happened. An event about points names one batch, and points whose numbers in the

@@ -144,6 +144,7 @@ McapEnd McapReader::readAll(McapHandler& handler) {
       takeRecord(kind, read(begin, length), handler, end);
     } catch (const RecordingFault& fault) {
       end.faults.push_back(fmt::format("{} (at byte {})", fault.what(), end.offset));
+      handler.passOver(end.faults.back());
     }
     end.offset = begin + length;
   }

@@ -22,6 +22,8 @@ class McapHandler {
   virtual void take(const McapMessage& /*message*/) {}
   virtual void take(const McapAttachment& /*attachment*/) {}
   virtual void take(const McapMetadata& /*metadata*/) {}
+  /// Something was damaged.
+  virtual void passOver(const std::string& /*fault*/) {}
 };
 
 /// What the end of a file says of the rest.

@@ -32,7 +32,9 @@ class Rows : public McapHandler {
     }
   }
   void take(const McapSchema& schema) override { schemas_[schema.id] = schema.name; }
+  void passOver(const std::string& fault) override { handler_.fault(fault); }
   void take(const McapAttachment& file) override {
+    handler_.file(file);
     run_.files.push_back({file.name, file.mediaType, file.data.size()});
   }
   void take(const McapChannel& channel) override {
@@ -42,6 +44,7 @@ class Rows : public McapHandler {
     added.isCommand = endsWith(channel.topic, commandTopic);
     added.isMeasured = !added.isCommand && endsWith(channel.topic, measuredTopic);
     added.isEvent = endsWith(channel.topic, eventTopic);
+    added.isJournal = endsWith(channel.topic, journalTopic);
   }
   void take(const McapMessage& message) override {
     const auto found = channels_.find(message.channel);
@@ -54,7 +57,9 @@ class Rows : public McapHandler {
       return;
     }
     if (channel.isEvent) {
-      takeEvent(message);
+      takeJson(message, handler_.event, "an event");
+    } else if (channel.isJournal) {
+      takeJson(message, handler_.journal, "an entry of the journal");
     } else if (channel.isCommand || channel.isMeasured) {
       takeJoints(message, channel.isCommand);
     }
@@ -68,17 +73,19 @@ class Rows : public McapHandler {
     bool isCommand = false;
     bool isMeasured = false;
     bool isEvent = false;
+    bool isJournal = false;
   };
 
-  void takeEvent(const McapMessage& message) {
-    const Json event = Json::parse(message.data, nullptr, false);
-    if (!event.is_object()) {
-      throw RecordingFault("an event is no JSON object");
+  static void takeJson(const McapMessage& message, const std::function<void(const Json&)>& taker,
+                       const char* what) {
+    const Json json = Json::parse(message.data, nullptr, false);
+    if (!json.is_object()) {
+      throw RecordingFault(std::string(what) + " is no JSON object");
     }
     try {
-      handler_.event(event);
+      taker(json);
     } catch (const Json::exception&) {
-      throw RecordingFault("an event is not as it should be");
+      throw RecordingFault(std::string(what) + " is not as it should be");
     }
   }
 

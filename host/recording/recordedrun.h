@@ -22,6 +22,11 @@ class RecordedRun {
     /// As the cycle gave it to the recorder, without attributes.
     std::function<void(const std::vector<double>& row)> row = [](const std::vector<double>&) {};
     std::function<void(const Json& event)> event = [](const Json&) {};
+    std::function<void(const Json& entry)> journal = [](const Json&) {};
+    /// After the head.
+    std::function<void(const McapAttachment& file)> file = [](const McapAttachment&) {};
+    /// Something could not be taken and was passed over.
+    std::function<void(const std::string& fault)> fault = [](const std::string&) {};
   };
 
   /// The whole file at the path, as far as it can be read, with what the topics are and hold.

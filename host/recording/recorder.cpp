@@ -16,6 +16,7 @@ namespace {
 
 /// More that wait are dropped; twice as many where they are no points'.
 constexpr std::size_t mostEvents = std::size_t{1} << 16;
+constexpr std::size_t mostNoted = std::size_t{1} << 20;
 /// As many as a picture draws.
 constexpr std::uint64_t mostPointsTold = 400;
 
@@ -89,6 +90,15 @@ void Recorder::tell(const Event& event, const Point* points) {
   told_.push_back({event, {points, points + count}});
 }
 
+void Recorder::note(JournalEntry&& entry) {
+  const std::lock_guard lock(mutex_);
+  if (noted_.size() < mostNoted) {
+    noted_.push_back(std::move(entry));
+  } else if (!std::exchange(isJournalCut_, true)) {
+    noted_.push_back({JournalEntry::Kind::gap, entry.atMs});
+  }
+}
+
 void Recorder::write() {
   using namespace std::chrono_literals;
   std::vector<double> row;
@@ -103,16 +113,22 @@ void Recorder::write() {
   if (topics_ == nullptr) {
     begin(0.0);
   }
+  writeJournal(std::numeric_limits<double>::infinity());
   writeEvents(std::numeric_limits<double>::infinity());
   noteDropped(row.empty() ? 0.0 : row[0]);
   target_->finish();
 }
 
 void Recorder::writeQueued(std::vector<double>& row) {
-  while (rows_.pop(row)) {
+  while (hasRow_ || (hasRow_ = rows_.pop(row))) {
     if (topics_ == nullptr) {
       begin(row[0]);
     }
+    if (static_cast<double>(journaledMs_.load()) < row[0]) {
+      return;
+    }
+    hasRow_ = false;
+    writeJournal(row[0]);
     // In simulated time, the same ones each time.
     writeEvents(row[0]);
     noteDropped(row[0]);
@@ -128,6 +144,21 @@ void Recorder::begin(double firstMs) {
     head_.originNs = nsSince1970() - static_cast<std::uint64_t>(std::max(firstMs, 0.0) * 1e6);
   }
   topics_ = &target_->begin(head_);
+}
+
+void Recorder::writeJournal(double untilMs) {
+  std::vector<JournalEntry> taken;
+  {
+    const std::lock_guard lock(mutex_);
+    const auto later = std::stable_partition(
+        noted_.begin(), noted_.end(),
+        [&](const JournalEntry& entry) { return static_cast<double>(entry.atMs) < untilMs; });
+    taken.assign(std::move_iterator(noted_.begin()), std::move_iterator(later));
+    noted_.erase(noted_.begin(), later);
+  }
+  for (const JournalEntry& entry : taken) {
+    topics_->addJournal(entry);
+  }
 }
 
 void Recorder::writeEvents(double untilMs) {
@@ -157,6 +188,7 @@ void Recorder::noteDropped(double timeMs) {
 }
 
 void Recorder::stop() {
+  journaledMs_ = std::numeric_limits<std::int64_t>::max();
   closing_ = true;
   if (writer_.joinable()) {
     writer_.join();

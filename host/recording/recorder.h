@@ -6,11 +6,13 @@
 #include <deque>
 #include <exception>
 #include <functional>
+#include <limits>
 #include <memory>
 #include <string>
 #include <thread>
 #include <vector>
 
+#include "host/engine/journal.h"
 #include "host/engine/prioritymutex.h"
 #include "host/engine/rowqueue.h"
 #include "host/input/machinemodel.h"
@@ -20,9 +22,9 @@
 
 namespace host {
 
-/// Records a run: its rows, and as a listener its events. A thread of its own does the work; what
-/// it cannot keep up with is dropped and counted.
-class Recorder : public Listener {
+/// Records a run: its rows, as a listener its events, and its journal. A thread of its own does the
+/// work; what it cannot keep up with is dropped and counted. What decides a row comes before it.
+class Recorder : public Listener, public JournalKeeper {
  public:
   /// What becomes of the recording when it cannot go on, told by its thread.
   using Failed = std::function<void(const std::string& why)>;
@@ -40,6 +42,8 @@ class Recorder : public Listener {
   /// Where the cycle puts its rows: the columns, then the attributes.
   [[nodiscard]] RowQueue& rows() { return rows_; }
   void tell(const Event& event, const Point* points) override;
+  void note(JournalEntry&& entry) override;
+  void noteUntil(std::int64_t timeMs) override { journaledMs_ = timeMs; }
 
   /// Writes what is queued, and the end. After the last row. Throws what went wrong.
   void finish();
@@ -55,6 +59,8 @@ class Recorder : public Listener {
   /// What is queued; the first row begins the file.
   void writeQueued(std::vector<double>& row);
   void begin(double firstMs);
+  /// What the journal has from before a machine time.
+  void writeJournal(double untilMs);
   /// Events that were told before a machine time.
   void writeEvents(double untilMs);
   void noteDropped(double timeMs);
@@ -67,7 +73,13 @@ class Recorder : public Listener {
   PriorityMutex mutex_;
   std::vector<Told> told_;
   std::uint64_t droppedEvents_ = 0;
+  std::deque<JournalEntry> noted_;
+  bool isJournalCut_ = false;
+  /// Rows up to this machine time may be written.
+  std::atomic<std::int64_t> journaledMs_{std::numeric_limits<std::int64_t>::max()};
   // Of the thread that writes.
+  /// A row waits for the journal.
+  bool hasRow_ = false;
   std::deque<Told> taken_;
   RecordingTopics* topics_ = nullptr;
   std::atomic<bool> closing_{false};

@@ -59,6 +59,18 @@ RecordedAxis axisFrom(const WideJson& json, std::size_t columns) {
   return axis;
 }
 
+constexpr const char* guards[] = {"hold", "warn", "off"};
+constexpr const char* lates[] = {"stand", "catch-up"};
+
+template <typename Value, std::size_t count>
+Value valueNamed(const char* const (&names)[count], const std::string& name) {
+  const auto* const found = std::find(std::begin(names), std::end(names), name);
+  if (found == std::end(names)) {
+    throw RecordingFault("the recording was made with options that are not known");
+  }
+  return static_cast<Value>(found - std::begin(names));
+}
+
 WideJson batchJson(const RecordedBatch& batch) {
   return {{"mode", batch.mode}, {"at_ms", batch.atMs ? WideJson(*batch.atMs) : WideJson()}};
 }
@@ -79,6 +91,26 @@ std::int64_t numberFrom(const std::string& text) {
     throw RecordingFault("a time of the recording is beyond all bounds");
   }
   return number;
+}
+
+/// What a recording with a journal has beside.
+void addJournal(const RecordingHead& head, McapTexts& values) {
+  if (head.journal) {
+    values["journal"] = std::to_string(*head.journal);
+    values["start_tick"] = std::to_string(head.startTick);
+    values["guard"] = guards[static_cast<std::size_t>(head.guard)];
+    values["late"] = lates[static_cast<std::size_t>(head.late)];
+  }
+}
+
+void readJournal(const McapTexts& values, RecordingHead& head) {
+  const auto version = values.find("journal");
+  if (version != values.end()) {
+    head.journal = static_cast<std::uint32_t>(std::stoul(version->second));
+    head.startTick = static_cast<std::uint32_t>(std::stoul(values.at("start_tick")));
+    head.guard = valueNamed<GuardMode>(guards, values.at("guard"));
+    head.late = valueNamed<Late>(lates, values.at("late"));
+  }
 }
 
 void readLayout(const WideJson& layout, RecordingHead& head) {
@@ -133,6 +165,7 @@ McapMetadata RecordingHead::metadata() const {
                             {"trigger_ms", std::to_string(triggerMs)},
                             {"left_out", std::to_string(leftOut)}});
   }
+  addJournal(*this, metadata.values);
   return metadata;
 }
 
@@ -153,6 +186,7 @@ std::optional<RecordingHead> RecordingHead::from(const McapMetadata& metadata) {
     head.approachMs = numberFrom(values.at("approach_ms"));
     head.originNs = std::stoull(values.at("origin_ns"));
     readLayout(WideJson::parse(values.at("layout")), head);
+    readJournal(values, head);
     if (const auto trigger = values.find("trigger"); trigger != values.end()) {
       head.trigger = trigger->second;
       head.triggerMs = std::stoll(values.at("trigger_ms"));

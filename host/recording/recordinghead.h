@@ -6,6 +6,8 @@
 #include <string>
 #include <vector>
 
+#include "host/engine/guard.h"
+#include "host/engine/pacer.h"
 #include "host/recording/mcaprecords.h"
 #include "simulation/machine.h"
 
@@ -35,6 +37,12 @@ struct RecordingHead {
   bool isSimulated = false;
   std::int64_t cycleMs = 0;
   std::int64_t approachMs = 0;
+  /// The version of its journal; none where it has none.
+  std::optional<std::uint32_t> journal;
+  /// The tick of machine time 0.
+  std::uint32_t startTick = 0;
+  GuardMode guard = GuardMode::hold;
+  Late late = Late::stand;
   /// Of machine time 0: since 1970, or 0 for a run in simulated time.
   std::uint64_t originNs = 0;
   /// Of each row, "NAME/command" and "NAME/measured", as those of a trace.

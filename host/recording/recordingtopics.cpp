@@ -9,6 +9,7 @@
 #include "host/base/visible.h"
 #include "host/engine/samplehistory.h"
 #include "host/input/urdf.h"
+#include "host/recording/journaljson.h"
 #include "host/results/eventjson.h"
 
 namespace host {
@@ -102,6 +103,10 @@ RecordingTopics::RecordingTopics(McapWriter::Write write, const RecordingHead& h
   const std::string name = visible(head.machine);
   events_ = writer_.addChannel(writer_.addSchema("torvex.Event", "jsonschema", eventSchema),
                                name + eventTopic, "json");
+  if (head.journal) {
+    journal_ = writer_.addChannel(writer_.addSchema("torvex.Journal", "jsonschema", journalSchema),
+                                  name + journalTopic, "json");
+  }
   if (!head.attributes.empty()) {
     attributes_ =
         writer_.addChannel(writer_.addSchema("torvex.Attributes", "jsonschema", attributeSchema),
@@ -160,6 +165,13 @@ void RecordingTopics::addEvent(const Event& event, const std::vector<Point>& poi
     json["points"] = pointsJson(points, machine_.actuator(event.actuator));
   }
   add(events_, head_.timeNs(event.timeMs), printed(json, -1));
+}
+
+void RecordingTopics::addJournal(const JournalEntry& entry) {
+  for (Json& message : journalMessages(entry, machine_)) {
+    message["number"] = entryCount_++;
+    writer_.addMessage(journal_, head_.timeNs(entry.atMs), printed(message, -1));
+  }
 }
 
 void RecordingTopics::addDropped(const char* kind, std::int64_t machineMs, std::uint64_t count) {

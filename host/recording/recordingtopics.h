@@ -8,6 +8,7 @@
 #include <utility>
 #include <vector>
 
+#include "host/engine/journal.h"
 #include "host/input/machinemodel.h"
 #include "host/motion/event.h"
 #include "host/recording/jointstate.h"
@@ -22,6 +23,7 @@ constexpr char commandTopic[] = "/commanded_joint_states";
 constexpr char measuredTopic[] = "/joint_states";
 constexpr char attributeTopic[] = "/attributes";
 constexpr char eventTopic[] = "/events";
+constexpr char journalTopic[] = "/journal";
 
 /// The files of a machine's description.
 std::vector<McapAttachment> filesOf(const MachineModel& machine);
@@ -36,6 +38,7 @@ class RecordingTopics {
   /// A row of the cycle: two times, the columns, the attributes.
   void addRow(const std::vector<double>& row);
   void addEvent(const Event& event, const std::vector<Point>& points);
+  void addJournal(const JournalEntry& entry);
   /// That so many of these ("dropped_rows") are missing here.
   void addDropped(const char* kind, std::int64_t machineMs, std::uint64_t count);
   void finish() { writer_.finish(); }
@@ -70,7 +73,9 @@ class RecordingTopics {
   std::vector<Joints> joints_;
   std::uint16_t attributes_ = 0;
   std::uint16_t events_ = 0;
+  std::uint16_t journal_ = 0;
   std::uint64_t eventCount_ = 0;
+  std::uint64_t entryCount_ = 0;
   std::vector<double> lastAttributes_;
 };
 

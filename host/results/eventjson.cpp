@@ -149,6 +149,8 @@ const char* reasonName(Fault fault) {
       return "resigned";
     case Fault::ending:
       return "ending";
+    case Fault::replayed:
+      return "replay";
     case Fault::none:
       break;
   }

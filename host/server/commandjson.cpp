@@ -19,6 +19,7 @@ unsigned statusOf(Fault fault) {
     case Fault::owned:
     case Fault::held:
     case Fault::guarded:
+    case Fault::replayed:
       return 409;
     case Fault::unknown:
       return 404;
@@ -46,6 +47,8 @@ std::string textOf(const Denial& denial, const std::string& name) {
       return fmt::format("too many points wait; there is room for {}", denial.room);
     case Fault::ending:
       return "the machine comes to its end";
+    case Fault::replayed:
+      return "a recording is replayed: the machine does what it did then, and nothing else";
     case Fault::tooDense:
       return fmt::format("{:g} points of '{}' within two cycles, at most {:g} fit", denial.figure,
                          name, denial.limit);
@@ -133,7 +136,8 @@ Answer batchesAnswer(const MachineModel& machine, const CommandAnswer& answer,
   const Denial& denial = answer.denial;
   if (!answer.isDone()) {
     const CommandBatch& batch = *batches.at(std::min(denial.batch, batches.size() - 1));
-    const bool isAboutBatch = denial.reason != Fault::unknown && denial.reason != Fault::ending;
+    const bool isAboutBatch = denial.reason != Fault::unknown && denial.reason != Fault::ending &&
+                              denial.reason != Fault::replayed;
     return answerOf(std::vector{hasFigure(denial.reason)
                                     ? faultOfPoint(machine, denial, batch)
                                     : faultOf(machine, denial,

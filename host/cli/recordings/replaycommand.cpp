@@ -1,0 +1,230 @@
+#include "host/cli/recordings/replaycommand.h"
+
+#include <fmt/format.h>
+
+#include <algorithm>
+#include <memory>
+#include <nlohmann/json.hpp>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "host/base/outputpaths.h"
+#include "host/base/stopsignal.h"
+#include "host/base/values.h"
+#include "host/base/visible.h"
+#include "host/cli/opendoor.h"
+#include "host/cli/output.h"
+#include "host/cli/status.h"
+#include "host/engine/torvex.h"
+#include "host/engine/trace.h"
+#include "host/engine/wallclock.h"
+#include "host/recording/replay.h"
+
+namespace host {
+namespace {
+
+struct ReplayOptions {
+  std::string recordingPath;
+  /// Empty: no trace.
+  std::string tracePath;
+  std::optional<double> untilSeconds;
+  /// Of real time; none: as fast as it goes.
+  std::optional<double> speed;
+  bool isServing = false;
+  DoorOptions door;
+  std::string poolName;
+  bool json = false;
+};
+
+/// Lets cycles come when they are due, up to the end that is wanted.
+class Pace {
+ public:
+  explicit Pace(const ReplayOptions& options)
+      : untilMs_(options.untilSeconds.value_or(mostSeconds) * msPerSecond), speed_(options.speed) {}
+
+  /// Waits in short steps, so that a signal ends it.
+  bool awaits(std::int64_t timeMs) {
+    constexpr std::int64_t stepNs = 20 * nsPerMs;
+    if (static_cast<double>(timeMs) > untilMs_) {
+      return false;
+    }
+    if (speed_) {
+      const auto ahead = static_cast<double>(timeMs - first(timeMs));
+      const std::int64_t dueNs = *beginNs_ + static_cast<std::int64_t>(ahead / *speed_ * 1e6);
+      for (std::int64_t now = wallNs(); now < dueNs && StopSignal::received() == 0;
+           now = wallNs()) {
+        sleepUntil(std::min(dueNs, now + stepNs));
+      }
+    }
+    return StopSignal::received() == 0;
+  }
+
+ private:
+  static constexpr double msPerSecond = 1000.0;
+  static constexpr double mostSeconds = 1e15;
+
+  std::int64_t first(std::int64_t timeMs) {
+    if (!beginNs_) {
+      beginNs_ = wallNs();
+      firstMs_ = timeMs;
+    }
+    return firstMs_;
+  }
+
+  const double untilMs_;
+  const std::optional<double> speed_;
+  std::optional<std::int64_t> beginNs_;
+  std::int64_t firstMs_ = 0;
+};
+
+SessionOptions sessionOf(const ReplayOptions& options, const ReplayedMachine& machine) {
+  SessionOptions session;
+  session.clock = Clock::simulated;
+  session.shownActuators = machine.shownActuators();
+  // The journal says how far each cycle goes.
+  session.late = Late::catchUp;
+  session.guard = machine.head.guard;
+  session.startTick = machine.head.startTick;
+  session.poolName = options.poolName;
+  if (options.isServing && session.poolName.empty()) {
+    session.poolName = SessionOptions().poolName;
+  }
+  return session;
+}
+
+Json numberOrName(double number) {
+  const Json json = numberJson(number);
+  return json.is_number_float() && !std::isfinite(number) ? Json(fmt::format("{}", number)) : json;
+}
+
+Json replayJson(const ReplayResult& result) {
+  Json first;
+  if (result.first) {
+    first = {{"machine_ms", result.first->timeMs},
+             {"key", result.first->column},
+             {"recorded", numberOrName(result.first->recorded)},
+             {"replayed", numberOrName(result.first->replayed)}};
+  }
+  return {{"cycles", result.cycles},     {"last_ms", result.lastMs},
+          {"compared", result.compared}, {"different", result.different},
+          {"first_difference", first},   {"faults", result.faults}};
+}
+
+double seconds(std::int64_t milliseconds) {
+  return static_cast<double>(milliseconds) / 1000.0;
+}
+
+std::string replayText(const ReplayResult& result) {
+  std::string text =
+      fmt::format("replayed {} cycles, up to {:.3f} s\n", result.cycles, seconds(result.lastMs));
+  if (!result.first) {
+    return text + fmt::format("values   as recorded, in all {} rows\n", result.compared);
+  }
+  return text + fmt::format(
+                    "values   differ from those recorded in {} of {} rows; the first one is "
+                    "{} at {:.3f} s: {} recorded, {} replayed\n",
+                    result.different, result.compared, visible(result.first->column),
+                    seconds(result.first->timeMs), result.first->recorded, result.first->replayed);
+}
+
+/// Where the report goes: standard output may be that of the trace.
+int say(const ReplayOptions& options, const std::string& text) {
+  if (isStandardOutput(options.tracePath)) {
+    complain(text);
+    return okStatus;
+  }
+  return writeOut(text);
+}
+
+int conclude(const ReplayOptions& options, const ReplayResult& result) {
+  const int said =
+      say(options, options.json ? printed(replayJson(result), 2) + "\n" : replayText(result));
+  for (const std::string& fault : result.faults) {
+    complain(fmt::format("{}: warning: {}\n", options.recordingPath, visible(fault)));
+  }
+  if (const int signal = StopSignal::received(); signal != 0) {
+    complain(fmt::format("torvex: stopped by signal {}\n", signal));
+    return signalStatus + signal;
+  }
+  return result.first || !result.faults.empty() ? shortfallStatus : said;
+}
+
+int replay(const ReplayOptions& options) {
+  const StopSignal stopSignal;
+  const ReplayedMachine machine = readReplayedMachine(options.recordingPath);
+  if (!options.tracePath.empty()) {
+    checkOutputs({{options.tracePath, "trace"}}, {options.recordingPath});
+  }
+  Plan plan;
+  plan.schedule.cycleMs = static_cast<std::uint32_t>(machine.head.cycleMs);
+  plan.schedule.approachMs = static_cast<std::uint32_t>(machine.head.approachMs);
+  const SessionOptions session = sessionOf(options, machine);
+  std::optional<Trace> trace;
+  Torvex torvex(machine.model, plan, session);
+  Replay replay(options.recordingPath, machine, torvex);
+  if (!options.tracePath.empty()) {
+    trace.emplace(options.tracePath, machine.head.columns,
+                  std::vector<bool>(machine.head.columns.size(), true));
+    torvex.addRows(trace->rows());
+  }
+  ReplayResult result;
+  {
+    std::optional<OpenDoor> door;
+    if (options.isServing) {
+      door.emplace(machine.model, torvex, options.door, session);
+      say(options, options.json ? "" : door->announcement());
+      door->open();
+    }
+    Pace pace(options);
+    result = replay.run([&](std::int64_t timeMs) { return pace.awaits(timeMs); });
+    StopSignal::letRepeatedEnd();
+  }
+  if (trace) {
+    trace->finish();
+  }
+  return conclude(options, result);
+}
+
+}  // namespace
+
+void addReplayCommand(CLI::App& app, Command& chosen) {
+  const auto options = std::make_shared<ReplayOptions>();
+  CLI::App& command = addSubcommand(
+      app, "replay", "Do a recorded run again",
+      "Example:\n"
+      "  torvex replay wave.mcap --trace again.csv\n\n"
+      "The simulated machine does what the recorded one did, cycle by cycle, and its values are\n"
+      "held against those recorded. The trace is that of the recorded run. --serve lets clients\n"
+      "watch; nothing that they command is done.\n\n"
+      "Exit status: 0 when all values are as recorded; 1 when not, or when the recording is cut "
+      "or\n"
+      "damaged, and what is before that was replayed; 2 for bad input or usage.",
+      [options] { return replay(*options); }, chosen);
+  addArgument(command, "RECORDING", options->recordingPath, "An MCAP file that --record wrote");
+  addOption(command,
+            {"--trace", "FILE.csv", "Write every cycle to this CSV file; - is standard output", ""},
+            [options](const std::string& text) {
+              options->tracePath = text == "-" ? "/dev/stdout" : text;
+            });
+  addOption(command, {"--until", "SECONDS", "Up to this machine time", ""},
+            [options](const std::string& text) {
+              options->untilSeconds = positiveNumber("--until", text);
+            });
+  addOption(
+      command,
+      {"--speed", "FACTOR", "So many times as fast as it was (default: as fast as it goes)", ""},
+      [options](const std::string& text) { options->speed = positiveNumber("--speed", text); });
+  addFlag(command, "--serve", options->isServing,
+          "Let clients watch meanwhile, as 'torvex serve' does");
+  addDoor(command, options->door);
+  addOption(command,
+            {"--pool", "NAME",
+             "The device pool's name in shared memory (default: torvex with --serve; else no "
+             "other process sees it)",
+             ""},
+            options->poolName);
+  addFlag(command, "--json", options->json, "A JSON object instead of text");
+}
+
+}  // namespace host
