@@ -363,7 +363,7 @@ void Streamer::careForTimelines() {
   GateHold hold(gate_);
   for (Axis* const axis : inNeed_) {
     timelines_.look(*axis);
-    if (axis->isHeld) {
+    if (axis->isHeld && !journal_.isFollowed()) {
       // Others may have queued commands.
       stop(*axis, Event::byHold);
     }

@@ -63,7 +63,7 @@ constexpr const char* guards[] = {"hold", "warn", "off"};
 constexpr const char* lates[] = {"stand", "catch-up"};
 
 template <typename Value, std::size_t count>
-Value valueNamed(const char* const (&names)[count], const std::string& name) {
+Value optionNamed(const char* const (&names)[count], const std::string& name) {
   const auto* const found = std::find(std::begin(names), std::end(names), name);
   if (found == std::end(names)) {
     throw RecordingFault("the recording was made with options that are not known");
@@ -108,8 +108,8 @@ void readJournal(const McapTexts& values, RecordingHead& head) {
   if (version != values.end()) {
     head.journal = static_cast<std::uint32_t>(std::stoul(version->second));
     head.startTick = static_cast<std::uint32_t>(std::stoul(values.at("start_tick")));
-    head.guard = valueNamed<GuardMode>(guards, values.at("guard"));
-    head.late = valueNamed<Late>(lates, values.at("late"));
+    head.guard = optionNamed<GuardMode>(guards, values.at("guard"));
+    head.late = optionNamed<Late>(lates, values.at("late"));
   }
 }
 

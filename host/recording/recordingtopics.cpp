@@ -103,14 +103,14 @@ RecordingTopics::RecordingTopics(McapWriter::Write write, const RecordingHead& h
   const std::string name = visible(head.machine);
   events_ = writer_.addChannel(writer_.addSchema("torvex.Event", "jsonschema", eventSchema),
                                name + eventTopic, "json");
-  if (head.journal) {
-    journal_ = writer_.addChannel(writer_.addSchema("torvex.Journal", "jsonschema", journalSchema),
-                                  name + journalTopic, "json");
-  }
   if (!head.attributes.empty()) {
     attributes_ =
         writer_.addChannel(writer_.addSchema("torvex.Attributes", "jsonschema", attributeSchema),
                            name + attributeTopic, "json");
+  }
+  if (head.journal) {
+    journal_ = writer_.addChannel(writer_.addSchema("torvex.Journal", "jsonschema", journalSchema),
+                                  name + journalTopic, "json");
   }
 }
 

@@ -12,6 +12,7 @@
 #include "host/base/usererror.h"
 #include "host/engine/samplehistory.h"
 #include "host/input/machinefile.h"
+#include "host/recording/journaljson.h"
 
 namespace host {
 namespace {

@@ -9,7 +9,7 @@
 
 #include "host/base/values.h"
 #include "host/engine/torvex.h"
-#include "host/recording/journaljson.h"
+#include "host/recording/journalparser.h"
 #include "host/recording/recordedrun.h"
 
 namespace host {

@@ -238,6 +238,8 @@ class Tool(ToolTest):
         self.assertEqual(pathlib.Path("r.mcap").read_bytes(), recording)
         self.said(0, "convert", "r.mcap", "c.csv")
         self.assertEqual(read("c.csv"), read("t.csv"))
+        self.said(0, "replay", "r.mcap", "--trace", "c.csv")
+        self.assertEqual(read("c.csv"), read("t.csv"))
         self.said(0, "plot", "r.mcap", "q.svg", "--plot-velocity")
         self.assertEqual(read("q.svg"), read("p.svg"))
         info = self.document(0, "info", "r.mcap")[0]
@@ -252,6 +254,8 @@ class Tool(ToolTest):
         for size in (len(recording) // 2, 100):
             pathlib.Path("half.mcap").write_bytes(recording[:size])
             self.said(1 if size > 100 else 2, "convert", "half.mcap", "c.csv")
+            self.said(1 if size > 100 else 2, "replay", "half.mcap", "--trace", "half.csv")
+            self.assertEqual(read("half.csv"), read("c.csv"))
         self.assertTrue(read("t.csv").startswith(read("c.csv")))
         self.assertGreater(len(rows("c.csv")[1]), info["rows"] // 4)
 

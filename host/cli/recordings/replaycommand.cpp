@@ -111,13 +111,13 @@ Json replayJson(const ReplayResult& result) {
           {"first_difference", first},   {"faults", result.faults}};
 }
 
-double seconds(std::int64_t milliseconds) {
+double inSeconds(std::int64_t milliseconds) {
   return static_cast<double>(milliseconds) / 1000.0;
 }
 
 std::string replayText(const ReplayResult& result) {
   std::string text =
-      fmt::format("replayed {} cycles, up to {:.3f} s\n", result.cycles, seconds(result.lastMs));
+      fmt::format("replayed {} cycles, up to {:.3f} s\n", result.cycles, inSeconds(result.lastMs));
   if (!result.first) {
     return text + fmt::format("values   as recorded, in all {} rows\n", result.compared);
   }
@@ -125,7 +125,8 @@ std::string replayText(const ReplayResult& result) {
                     "values   differ from those recorded in {} of {} rows; the first one is "
                     "{} at {:.3f} s: {} recorded, {} replayed\n",
                     result.different, result.compared, visible(result.first->column),
-                    seconds(result.first->timeMs), result.first->recorded, result.first->replayed);
+                    inSeconds(result.first->timeMs), result.first->recorded,
+                    result.first->replayed);
 }
 
 /// Where the report goes: standard output may be that of the trace.

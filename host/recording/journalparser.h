@@ -1,0 +1,34 @@
+#pragma once
+
+#include <cstddef>
+#include <memory>
+#include <optional>
+
+#include "host/base/values.h"
+#include "host/engine/journal.h"
+#include "host/input/machinemodel.h"
+
+namespace host {
+
+/// Makes entries of these messages again, whoever wrote them: an engine can take what comes out.
+class JournalParser {
+ public:
+  /// The machine must outlive the object.
+  explicit JournalParser(const MachineModel& machine) : machine_(machine) {}
+
+  /// The entry that ends with this message; none where more of it is to come. Throws
+  /// `RecordingFault`.
+  std::optional<JournalEntry> take(const Json& message);
+
+ private:
+  void takePoints(const Json& message);
+  [[nodiscard]] JournalEntry batchFrom(const Json& message);
+
+  const MachineModel& machine_;
+  /// The batch whose points come, and how many of them.
+  JournalEntry batch_;
+  std::shared_ptr<CommandBatch> commands_;
+  std::size_t points_ = 0;
+};
+
+}  // namespace host
