@@ -127,6 +127,7 @@ class Desk {
   void letAdoptedResign();
   void tell(EventKind kind, const std::vector<int>& axes);
   void tellRegistered(CommanderId commander, std::size_t axes);
+  void noteEnrolled(const Enrolment& enrolment);
   void tellEnrolled(CommanderId id, const Enrolment& enrolment,
                     const std::vector<Commanders::Owned>& losses);
   void tellLost(CommanderId commander, Fault why, int actuator, std::size_t axes);

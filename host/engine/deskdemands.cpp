@@ -72,15 +72,19 @@ CommandAnswer Desk::doEnrol(const Enrolment& enrolment) {
     return denied(ownedBy(obstacle->actuator, obstacle->owner));
   }
   std::vector<Commanders::Owned> losses;
-  JournalEntry entry{JournalEntry::Kind::enrol, streamer_.latestMs()};
-  entry.enrolment = std::make_shared<const Enrolment>(enrolment);
-  journal_.note(std::move(entry));
+  noteEnrolled(enrolment);
   const CommanderId id = commanders_.enrol(enrolment, clockMs_, losses);
   streamer_.stop(enrolment.axes, Event::byCommander, true);
   tellEnrolled(id, enrolment, losses);
   CommandAnswer answer = doneWith(enrolment.axes);
   answer.commander = id;
   return answer;
+}
+
+void Desk::noteEnrolled(const Enrolment& enrolment) {
+  JournalEntry entry{JournalEntry::Kind::enrol, streamer_.latestMs()};
+  entry.enrolment = std::make_shared<const Enrolment>(enrolment);
+  journal_.note(std::move(entry));
 }
 
 void Desk::tellEnrolled(CommanderId id, const Enrolment& enrolment,
@@ -159,8 +163,10 @@ void Desk::adopt(const std::string& name, const std::vector<Streamer::Order>& or
     axes.insert(actuators.begin(), actuators.end());
   }
   std::vector<Commanders::Owned> losses;
-  adopted_ = commanders_.enrol(
-      {name, {axes.begin(), axes.end()}, usualPriority, std::nullopt, LossRule::runOut}, 0, losses);
+  const Enrolment enrolment{
+      name, {axes.begin(), axes.end()}, usualPriority, std::nullopt, LossRule::runOut};
+  noteEnrolled(enrolment);
+  adopted_ = commanders_.enrol(enrolment, 0, losses);
   for (const Streamer::Order& order : orders) {
     const CommandBatch& commands = *order.batch.commands;
     ledger_.expect(order.number, adopted_, commands.size() * commands.actuators.size(),

@@ -43,7 +43,7 @@ const char* const journalSchema = R"({
     "commander": {"type": "integer"},
     "name": {"type": "string"},
     "priority": {"type": "integer"},
-    "lease_ms": {"type": "integer"},
+    "lease_ms": {"type": ["integer", "null"]},
     "on_loss": {"type": "string"},
     "reason": {"type": "string"}
   }
@@ -132,7 +132,7 @@ void addEnrolment(const Enrolment& enrolment, Json& json) {
   json["name"] = enrolment.name;
   json["actuators"] = enrolment.axes;
   json["priority"] = enrolment.priority;
-  json["lease_ms"] = enrolment.leaseMs;
+  json["lease_ms"] = enrolment.leaseMs ? Json(*enrolment.leaseMs) : Json();
   json["on_loss"] = nameOf(journal::lossRules, enrolment.onLoss);
 }
 

@@ -29,7 +29,10 @@ std::shared_ptr<const Enrolment> enrolmentFrom(const Json& json, std::vector<int
   enrolment->name = json.at("name").get<std::string>();
   enrolment->axes = std::move(axes);
   enrolment->priority = json.at("priority").get<int>();
-  enrolment->leaseMs = json.at("lease_ms").get<std::int64_t>();
+  enrolment->leaseMs.reset();
+  if (!json.at("lease_ms").is_null()) {
+    enrolment->leaseMs = json.at("lease_ms").get<std::int64_t>();
+  }
   enrolment->onLoss = valueNamed(journal::lossRules, json.at("on_loss").get<std::string>());
   return enrolment;
 }
