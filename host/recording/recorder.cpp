@@ -69,6 +69,7 @@ Recorder::Recorder(RecordingHead head, std::unique_ptr<RecordingTarget> target, 
     } catch (const std::exception& error) {
       failure_ = std::current_exception();
       rows_.close();
+      isOver_ = true;
       failed_(error.what());
     }
   });
@@ -91,6 +92,9 @@ void Recorder::tell(const Event& event, const Point* points) {
 }
 
 void Recorder::note(JournalEntry&& entry) {
+  if (isOver_) {
+    return;
+  }
   const std::lock_guard lock(mutex_);
   if (noted_.size() < mostNoted) {
     noted_.push_back(std::move(entry));

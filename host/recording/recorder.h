@@ -83,6 +83,8 @@ class Recorder : public Listener, public JournalKeeper {
   std::deque<Told> taken_;
   RecordingTopics* topics_ = nullptr;
   std::atomic<bool> closing_{false};
+  /// It has failed.
+  std::atomic<bool> isOver_{false};
   std::exception_ptr failure_;
   std::thread writer_;
 };
