@@ -6,8 +6,7 @@
 #include <string>
 #include <vector>
 
-#include "host/engine/guard.h"
-#include "host/engine/pacer.h"
+#include "host/engine/sessionoptions.h"
 #include "host/recording/mcaprecords.h"
 #include "simulation/machine.h"
 

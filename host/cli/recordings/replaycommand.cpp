@@ -15,11 +15,11 @@
 #include "host/base/visible.h"
 #include "host/cli/opendoor.h"
 #include "host/cli/output.h"
+#include "host/cli/recordings/replay.h"
 #include "host/cli/status.h"
 #include "host/engine/torvex.h"
 #include "host/engine/trace.h"
 #include "host/engine/wallclock.h"
-#include "host/recording/replay.h"
 
 namespace host {
 namespace {

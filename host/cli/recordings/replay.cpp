@@ -1,4 +1,4 @@
-#include "host/recording/replay.h"
+#include "host/cli/recordings/replay.h"
 
 #include <fmt/format.h>
 
