@@ -167,7 +167,7 @@ int replay(const ReplayOptions& options) {
   if (!options.tracePath.empty()) {
     trace.emplace(options.tracePath, machine.head.columns,
                   std::vector<bool>(machine.head.columns.size(), true));
-    torvex.addRows(trace->rows());
+    torvex.addRows(trace->rows(), "trace");
   }
   ReplayResult result;
   {
