@@ -12,6 +12,7 @@
 #include "host/cli/doctorcommand.h"
 #include "host/cli/documentcommands.h"
 #include "host/cli/exportcommand.h"
+#include "host/cli/fleet/fleetcommand.h"
 #include "host/cli/listcommand.h"
 #include "host/cli/recordings/convertcommand.h"
 #include "host/cli/recordings/infocommand.h"
@@ -44,6 +45,7 @@ void addSubcommands(CLI::App& app, Command& chosen) {
   addHoldCommands(app, chosen);
   addValueCommands(app, chosen);
   addEventsCommand(app, chosen);
+  addFleetCommand(app, chosen);
   addBridgeCommand(app, chosen);
   addDocumentCommands(app, chosen);
 }

@@ -1,29 +1,21 @@
 #include "host/client/doorclient.h"
 
 #include <fmt/format.h>
-#include <poll.h>
-#include <sys/socket.h>
-#include <sys/un.h>
-#include <unistd.h>
 
 #include <algorithm>
 #include <array>
-#include <boost/asio/buffer.hpp>
 #include <boost/beast/core.hpp>
 #include <boost/beast/http.hpp>
 #include <cctype>
-#include <cerrno>
 #include <chrono>
-#include <cstring>
 #include <limits>
 #include <nlohmann/json.hpp>
 #include <utility>
 
-#include "host/base/stopsignal.h"
 #include "host/base/usererror.h"
 #include "host/base/visible.h"
 #include "host/client/answer.h"
-#include "simulation/framework/descriptor.h"
+#include "host/client/patientsocket.h"
 
 namespace host {
 namespace {
@@ -32,124 +24,27 @@ namespace beast = boost::beast;
 namespace http = beast::http;
 using boost::system::error_code;
 
-constexpr int answerMs = 15'000;
 constexpr std::uint64_t mostAnswered = std::uint64_t{64} << 20;
 
-error_code systemError() {
-  return {errno, boost::system::system_category()};
-}
-
-[[noreturn]] void failToConnect(const std::string& path, const std::string& why) {
-  throw NoMachine(
-      fmt::format("no machine answers at {}: {}; start one with 'torvex serve'", path, why));
-}
-
-/// A Unix socket on which nothing takes longer than it may.
-class PatientSocket {
- public:
-  explicit PatientSocket(const std::string& path)
-      : descriptor_(socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0)) {
-    sockaddr_un address{};
-    address.sun_family = AF_UNIX;
-    if (path.size() >= sizeof(address.sun_path)) {
-      failToConnect(path, "the path is too long for a socket");
-    }
-    path.copy(address.sun_path, path.size());
-    if (descriptor_.number() < 0 ||
-        connect(descriptor_.number(), reinterpret_cast<const sockaddr*>(&address),
-                sizeof address) != 0) {
-      failToConnect(path, std::strerror(errno));
-    }
-    ucred peer{};
-    socklen_t size = sizeof peer;
-    if (getsockopt(descriptor_.number(), SOL_SOCKET, SO_PEERCRED, &peer, &size) != 0 ||
-        (peer.uid != geteuid() && peer.uid != 0)) {
-      failToConnect(path, fmt::format("it belongs to user {}", peer.uid));
-    }
-  }
-
-  /// How long all that follows may take together.
-  void waitAtMost(int milliseconds) {
-    deadline_ = std::chrono::steady_clock::now() + std::chrono::milliseconds(milliseconds);
-    signal_ = StopSignal::received();
-  }
-
-  template <typename Buffers>
-  std::size_t read_some(const Buffers& buffers, error_code& error) {
-    const auto buffer = beast::buffers_front(buffers);
-    if (!isReady(POLLIN, error)) {
-      return 0;
-    }
-    const ssize_t count = recv(descriptor_.number(), buffer.data(), buffer.size(), 0);
-    return counted(count, count == 0 ? error_code(boost::asio::error::eof) : error_code(), error);
-  }
-  template <typename Buffers>
-  std::size_t write_some(const Buffers& buffers, error_code& error) {
-    const auto buffer = beast::buffers_front(buffers);
-    if (!isReady(POLLOUT, error)) {
-      return 0;
-    }
-    return counted(send(descriptor_.number(), buffer.data(), buffer.size(), MSG_NOSIGNAL),
-                   error_code(), error);
-  }
-
-  // The same with exceptions: the concept of a stream asks for them.
-  template <typename Buffers>
-  std::size_t read_some(const Buffers& buffers) {
-    error_code error;
-    const std::size_t count = read_some(buffers, error);
-    return error ? throw boost::system::system_error(error) : count;
-  }
-  template <typename Buffers>
-  std::size_t write_some(const Buffers& buffers) {
-    error_code error;
-    const std::size_t count = write_some(buffers, error);
-    return error ? throw boost::system::system_error(error) : count;
-  }
-
- private:
-  static std::size_t counted(ssize_t count, error_code whenDone, error_code& error) {
-    error = count < 0 ? systemError() : whenDone;
-    return count < 0 ? 0 : static_cast<std::size_t>(count);
-  }
-
-  /// In short turns: a signal may come just before one.
-  bool isReady(short events, error_code& error) {
-    constexpr std::chrono::milliseconds turn(50);
-    pollfd waited{descriptor_.number(), events, 0};
-    error = {};
-    do {
-      const auto left = deadline_ - std::chrono::steady_clock::now();
-      const auto leftMs = std::chrono::duration_cast<std::chrono::milliseconds>(left);
-      const int ready =
-          poll(&waited, 1,
-               static_cast<int>(std::clamp(leftMs, std::chrono::milliseconds(0), turn).count()));
-      if (ready > 0) {
-        return true;
-      }
-      if (StopSignal::received() != signal_ || StopSignal::isRepeated()) {
-        error = boost::asio::error::interrupted;
-        return false;
-      }
-    } while (std::chrono::steady_clock::now() < deadline_);
-    error = boost::asio::error::timed_out;
-    return false;
-  }
-
-  simulation::Descriptor descriptor_;
-  std::chrono::steady_clock::time_point deadline_;
-  /// What had come before.
-  int signal_ = 0;
-};
-
-[[noreturn]] void failClosed(const error_code& error) {
+[[noreturn]] void failClosed(const error_code& error, int waitMs) {
   if (error == boost::asio::error::interrupted) {
     throw WaitStopped();
   }
   if (error == boost::asio::error::timed_out) {
-    throw DoorClosed(fmt::format("the machine did not answer within {} s", answerMs / 1000));
+    throw DoorClosed(fmt::format("the machine did not answer within {:g} s", waitMs / 1000.0));
   }
   throw DoorClosed("the machine ended before it had answered: " + error.message());
+}
+
+/// By TCP the door wants to know who asks, and for whom.
+template <typename Body>
+void introduce(http::request<Body>& request, const DoorAddress& address) {
+  if (!address.socketPath.empty()) {
+    request.set(http::field::host, "localhost");
+    return;
+  }
+  request.set(http::field::host, address.text());
+  request.set(http::field::authorization, "Bearer " + address.token);
 }
 
 /// What a machine sends is JSON; anything else is no machine.
@@ -203,7 +98,8 @@ DoorRefusal::DoorRefusal(unsigned status, const Json& error)
 
 class DoorClient::Connection {
  public:
-  explicit Connection(const std::string& path) : socket_(path) {}
+  Connection(const DoorAddress& address, const Patience& patience)
+      : address_(address), socket_(address, patience) {}
 
   Json ask(http::verb verb, const std::string& target, const std::string& body) {
     const auto [status, text] = exchange(verb, target, body);
@@ -222,31 +118,33 @@ class DoorClient::Connection {
   std::pair<unsigned, std::string> exchange(http::verb verb, const std::string& target,
                                             const std::string& body) {
     http::request<http::string_body> request(verb, target, 11, body);
-    request.set(http::field::host, "localhost");
+    introduce(request, address_);
     if (!body.empty()) {
       request.set(http::field::content_type, "application/json");
     }
     request.prepare_payload();
     http::response_parser<http::string_body> parser;
     parser.body_limit(mostAnswered);
-    socket_.waitAtMost(answerMs);
+    socket_.waitAtMost(socket_.waitMs());
     error_code error;
     http::write(socket_, request, error);
     // A refusal may come before all was sent.
     error_code readError;
     http::read(socket_, buffer_, parser, readError);
     if (readError) {
-      failClosed(error ? error : readError);
+      failClosed(error ? error : readError, socket_.waitMs());
     }
     return {parser.get().result_int(), std::move(parser.get().body())};
   }
 
+  const DoorAddress address_;
   PatientSocket socket_;
   beast::flat_buffer buffer_;
 };
 
-DoorClient::DoorClient(const std::string& socketPath)
-    : connection_(std::make_unique<Connection>(socketPath)) {}
+DoorClient::DoorClient(const std::string& socketPath) : DoorClient(DoorAddress{socketPath}) {}
+DoorClient::DoorClient(const DoorAddress& address, const Patience& patience)
+    : connection_(std::make_unique<Connection>(address, patience)) {}
 DoorClient::~DoorClient() = default;
 
 Json DoorClient::get(const std::string& target) {
@@ -268,18 +166,19 @@ Json DoorClient::remove(const std::string& target) {
 
 class EventLines::Stream {
  public:
-  Stream(const std::string& path, const std::string& target) : socket_(path) {
+  Stream(const DoorAddress& address, const std::string& target, const Patience& patience)
+      : socket_(address, patience) {
     http::request<http::empty_body> request(http::verb::get, target, 11);
-    request.set(http::field::host, "localhost");
+    introduce(request, address);
     parser_.body_limit(std::numeric_limits<std::uint64_t>::max());
-    socket_.waitAtMost(answerMs);
+    socket_.waitAtMost(socket_.waitMs());
     error_code error;
     http::write(socket_, request, error);
     if (!error) {
       http::read_header(socket_, buffer_, parser_, error);
     }
     if (error) {
-      failClosed(error);
+      failClosed(error, socket_.waitMs());
     }
     if (parser_.get().result() != http::status::ok) {
       readAll();
@@ -310,7 +209,7 @@ class EventLines::Stream {
  private:
   /// The machine refuses.
   [[noreturn]] void readAll() {
-    while (!parser_.is_done() && text_.size() < mostAnswered && readSome(answerMs)) {
+    while (!parser_.is_done() && text_.size() < mostAnswered && readSome(socket_.waitMs())) {
     }
     answerOf(parser_.get().result_int(), text_);
     throw DoorClosed("the machine answered otherwise than asked");
@@ -344,7 +243,10 @@ class EventLines::Stream {
 };
 
 EventLines::EventLines(const std::string& socketPath, const std::string& target)
-    : stream_(std::make_unique<Stream>(socketPath, target)) {}
+    : EventLines(DoorAddress{socketPath}, target) {}
+EventLines::EventLines(const DoorAddress& address, const std::string& target,
+                       const Patience& patience)
+    : stream_(std::make_unique<Stream>(address, target, patience)) {}
 EventLines::~EventLines() = default;
 
 std::optional<Json> EventLines::next(int waitMs) {

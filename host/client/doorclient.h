@@ -6,6 +6,7 @@
 #include <string>
 
 #include "host/base/values.h"
+#include "host/client/dooraddress.h"
 
 namespace host {
 
@@ -21,7 +22,7 @@ class DoorClosed : public std::runtime_error {
   using std::runtime_error::runtime_error;
 };
 
-/// A signal came while the machine was waited for; `StopSignal` has it.
+/// A signal came while the machine was waited for, which `StopSignal` has; or it was abandoned.
 class WaitStopped : public std::runtime_error {
  public:
   WaitStopped() : std::runtime_error("stopped by a signal") {}
@@ -46,18 +47,19 @@ class DoorRefusal : public std::runtime_error {
   std::string file_;
 };
 
-/// A client's connection to the socket of a machine. One thread at a time.
+/// A client's connection to the door of a machine. One thread at a time.
 class DoorClient {
  public:
   /// Throws `NoMachine` when nobody listens there, or another user than this one and root.
   explicit DoorClient(const std::string& socketPath);
+  explicit DoorClient(const DoorAddress& address, const Patience& patience = {});
   ~DoorClient();
 
   DoorClient(const DoorClient&) = delete;
   DoorClient& operator=(const DoorClient&) = delete;
 
-  /// What the machine answers, within 15 seconds. Throws `DoorRefusal`, `DoorClosed`, and
-  /// `WaitStopped` when a signal comes meanwhile.
+  /// What the machine answers, within the time of its patience. Throws `DoorRefusal`, `DoorClosed`,
+  /// and `WaitStopped` when a signal comes meanwhile.
   Json get(const std::string& target);
   /// The same of what is no JSON, as it is.
   std::string getText(const std::string& target);
@@ -74,6 +76,7 @@ class EventLines {
  public:
   /// `target` is that of the events, with its query. Throws as `DoorClient`.
   EventLines(const std::string& socketPath, const std::string& target);
+  EventLines(const DoorAddress& address, const std::string& target, const Patience& patience = {});
   ~EventLines();
 
   EventLines(const EventLines&) = delete;

@@ -21,6 +21,8 @@ struct ForeignWrite {
 struct CycleState {
   /// Machine time of the latest cycle.
   std::int64_t latestMs = 0;
+  /// How far the clock's grid was ahead of it then.
+  std::int64_t lagMs = 0;
   CycleLog log;
   PaceCount pace;
   /// The bound that last kept machine time from going on.

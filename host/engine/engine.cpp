@@ -69,6 +69,7 @@ std::int64_t Engine::goOn() {
     cycles_.heldAtMs = boundMs;
   }
   cycles_.pace = pacer_.count();
+  cycles_.lagMs = pacer_.lagMs();
   if (stepMs == 0) {
     return 0;
   }
@@ -87,7 +88,7 @@ std::int64_t Engine::goOn() {
 
 Engine::Now Engine::now() {
   const std::lock_guard hold(gate_);
-  return {cycles_.latestMs, cycles_.pace};
+  return {cycles_.latestMs, cycles_.lagMs, cycles_.pace};
 }
 
 void Engine::noteExternalWrites(const Cycle& cycle) noexcept {

@@ -105,6 +105,8 @@ class Engine {
   /// As of the latest cycle. Any thread; waits for the gate.
   struct Now {
     std::int64_t timeMs = 0;
+    /// How far the clock's grid is ahead of it: it rises where machine time stands.
+    std::int64_t lagMs = 0;
     PaceCount pace;
   };
   [[nodiscard]] Now now();

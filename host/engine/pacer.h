@@ -46,6 +46,8 @@ class Pacer {
 
   /// Machine time of the latest cycle; one cycle before 0 at first.
   [[nodiscard]] std::int64_t timeMs() const noexcept { return timeMs_; }
+  /// How far the clock's grid is ahead of machine time, in milliseconds.
+  [[nodiscard]] std::int64_t lagMs() const noexcept { return clockCycle_ * cycleMs_ - timeMs_; }
   [[nodiscard]] const PaceCount& count() const noexcept { return count_; }
 
  private:

@@ -182,6 +182,7 @@ void Torvex::runSimulated(const Progress& progress) {
 
 void Torvex::runRealtime(const Progress& progress) {
   const std::int64_t originNs = host::wallNs() + startUpMs * host::nsPerMs;
+  originNs_ = originNs;
   const auto guarded = [this, originNs](const host::ThreadScheduling& scheduling, const char* name,
                                         void (Torvex::*drive)(std::int64_t)) {
     try {

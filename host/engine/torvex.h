@@ -97,6 +97,13 @@ class Torvex {
   /// Of the latest cycle, as `addRows` has it.
   [[nodiscard]] const std::vector<double>& latestRow() const { return row_; }
 
+  /// Where the grid of the cycles begins on the clock of `wallNs`; none before a run in real time.
+  /// Any thread.
+  [[nodiscard]] std::optional<std::int64_t> originNs() const {
+    const std::int64_t originNs = originNs_;
+    return originNs < 0 ? std::nullopt : std::optional(originNs);
+  }
+
   [[nodiscard]] std::int64_t cycleMs() const { return plan_.schedule.cycleMs; }
   [[nodiscard]] host::Engine& engine() { return engine_; }
   [[nodiscard]] const host::Engine& engine() const { return engine_; }
@@ -139,6 +146,7 @@ class Torvex {
   host::RunResult result_;
 
   std::atomic<bool> ended_{false};
+  std::atomic<std::int64_t> originNs_{-1};
   std::atomic<std::int64_t> latestCycleMs_;
   std::int64_t idleSinceMs_ = -1;
   std::vector<double> row_;

@@ -15,15 +15,6 @@ namespace {
 /// All of a request.
 constexpr std::size_t mostBatchesOfRequest = 10'000;
 
-std::int64_t machineTime(const Document& document, const Node& node, const char* what) {
-  constexpr double mostSeconds = 1e12;
-  const double seconds = document.seconds(node, what);
-  if (seconds < 0 || seconds > mostSeconds) {
-    document.fail(node, fmt::format("{} must be machine time, in seconds from 0", what));
-  }
-  return std::llround(seconds * 1000.0);
-}
-
 /// Of one batch of a request.
 class RequestSource : public BatchSource {
  public:
@@ -75,6 +66,15 @@ bool BatchRequest::isStop(std::int64_t nowMs) const {
   return std::all_of(batches.begin(), batches.end(), [nowMs](const RequestedBatch& batch) {
     return batch.commands.isStop && batch.atMs.value_or(nowMs) <= nowMs;
   });
+}
+
+std::int64_t machineTime(const Document& document, const Node& node, const char* what) {
+  constexpr double mostSeconds = 1e12;
+  const double seconds = document.seconds(node, what);
+  if (seconds < 0 || seconds > mostSeconds) {
+    document.fail(node, fmt::format("{} must be machine time, in seconds from 0", what));
+  }
+  return std::llround(seconds * 1000.0);
 }
 
 RequestSender readSender(const Document& document, const Document::Fields& fields) {

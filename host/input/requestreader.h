@@ -38,6 +38,9 @@ struct BatchRequest : RequestSender {
   [[nodiscard]] bool isStop(std::int64_t nowMs) const;
 };
 
+/// Machine time, which is given in seconds, in milliseconds.
+std::int64_t machineTime(const Document& document, const Node& node, const char* what);
+
 /// Reads the fields "commander" and "dry_run".
 RequestSender readSender(const Document& document, const Document::Fields& fields);
 

@@ -133,10 +133,20 @@ void Commands::sendMotions(const std::string& body, std::uint64_t ticket, const 
   sent->request.isDryRun = read->isDryRun;
   // Time for the command thread to take it.
   constexpr std::int64_t cyclesAhead = 3;
-  const std::int64_t beginMs = torvex_.engine().now().timeMs + cyclesAhead * torvex_.cycleMs();
+  const std::int64_t nextMs = torvex_.engine().now().timeMs + cyclesAhead * torvex_.cycleMs();
+  const std::int64_t beginMs = read->atMs.value_or(nextMs);
+  if (beginMs < nextMs) {
+    throw Refused(
+        {409, "late", "/at",
+         fmt::format("at must be {:.3f} s of machine time or later, {:.3f} has passed",
+                     static_cast<double>(nextMs) / 1000.0, static_cast<double>(beginMs) / 1000.0),
+         Json::object()});
+  }
   for (const ScheduledBatch& planned : read->plan.batches) {
     ScheduledBatch batch = planned;
-    batch.momentMs = planned.approaches ? std::nullopt : std::optional(beginMs + *planned.momentMs);
+    batch.momentMs = planned.approaches && !read->atMs
+                         ? std::nullopt
+                         : std::optional(beginMs + planned.momentMs.value_or(0));
     batch.originMs += beginMs;
     sent->endsMs = std::max(sent->endsMs, batch.originMs + batch.commands->lastMs());
     sent->batches.push_back(planned.commands.get());

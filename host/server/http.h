@@ -21,6 +21,8 @@ struct Request {
   std::string body;
   /// Numbers the connections of a door.
   std::uint64_t connection = 0;
+  /// When its head was here, on the clock of `wallNs`.
+  std::int64_t receivedNs = 0;
   /// Wants a WebSocket.
   bool isUpgrade = false;
   /// `Host`, which is one of this door's; empty where the request came by the socket.

@@ -7,7 +7,9 @@
 #include <cmath>
 #include <map>
 #include <nlohmann/json.hpp>
+#include <optional>
 
+#include "host/engine/wallclock.h"
 #include "host/server/access.h"
 #include "host/server/bounds.h"
 #include "host/server/commandjson.h"
@@ -194,6 +196,18 @@ Json MachineView::health() const {
             {"p99", latencies.quantile(0.99)},
             {"p99.9", latencies.quantile(0.999)},
             {"max", latencies.maximum()}}}};
+}
+
+Json MachineView::clock(std::int64_t receivedNs) const {
+  const Engine::Now now = torvex_.engine().now();
+  const std::optional<std::int64_t> originNs = torvex_.originNs();
+  return {{"clock", "boottime"},
+          {"received_ns", receivedNs},
+          {"machine_zero_ns", originNs ? Json(*originNs + now.lagMs * nsPerMs) : Json()},
+          {"machine_ms", now.timeMs},
+          {"cycle_ms", torvex_.cycleMs()},
+          {"instance", instance_},
+          {"sent_ns", wallNs()}};
 }
 
 std::vector<std::size_t> MachineView::cycleColumns(const std::vector<std::string>& keys) const {

@@ -52,6 +52,8 @@ class MachineView {
   [[nodiscard]] Json beginning() const;
   [[nodiscard]] Json describe() const;
   [[nodiscard]] Json health() const;
+  /// The stamps of an exchange: when the request came, and now.
+  [[nodiscard]] Json clock(std::int64_t receivedNs) const;
   /// Throws `simulation::Error` for a key that is not there.
   [[nodiscard]] Json values(const std::vector<std::string>& keys) const;
   /// Where those of these keys stand in the ring that each cycle writes, in their order; the ring

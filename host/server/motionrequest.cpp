@@ -54,21 +54,28 @@ void readOptions(const Document& document, const Document::Fields& fields, Wante
     }
     wanted.timing.interpolation = *given;
   });
+  document.field(fields, "approach", [&](const Node& node) {
+    wanted.timing.approachMs = document.milliseconds(node, "approach");
+  });
 }
 
 Wanted readWanted(const std::string& text, MotionRequest& request) {
   Wanted wanted;
-  readRequest(
-      text, "the request",
-      {"motions", "files", "commander", "dry_run", "ignore_unknown_joints", "interpolation"},
-      [&](const Document& document, const Document::Fields& fields) {
-        static_cast<RequestSender&>(request) = readSender(document, fields);
-        document.requiredField(fields, document.root(), "motions",
-                               [&](const Node& node) { readMotions(document, node, wanted); });
-        document.field(fields, "files",
-                       [&](const Node& node) { readFiles(document, node, wanted); });
-        readOptions(document, fields, wanted);
-      });
+  readRequest(text, "the request",
+              {"motions", "files", "commander", "dry_run", "ignore_unknown_joints", "interpolation",
+               "at", "approach"},
+              [&](const Document& document, const Document::Fields& fields) {
+                static_cast<RequestSender&>(request) = readSender(document, fields);
+                document.requiredField(fields, document.root(), "motions", [&](const Node& node) {
+                  readMotions(document, node, wanted);
+                });
+                document.field(fields, "files",
+                               [&](const Node& node) { readFiles(document, node, wanted); });
+                document.field(fields, "at", [&](const Node& node) {
+                  request.atMs = machineTime(document, node, "at");
+                });
+                readOptions(document, fields, wanted);
+              });
   return wanted;
 }
 

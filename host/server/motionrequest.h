@@ -1,6 +1,7 @@
 #pragma once
 
 #include <cstdint>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -16,6 +17,8 @@ struct MotionRequest : RequestSender {
   std::vector<CommandBatch> batches;
   /// In machine time from its begin on; refers to the batches.
   Plan plan;
+  /// Machine time at which the approach begins, in milliseconds; none: as soon as they are taken.
+  std::optional<std::int64_t> atMs;
 };
 
 /// Reads the JSON of such a request, and the texts of the files that come with it; without any,

@@ -68,6 +68,7 @@ std::string printedPreview(const MachineModel& machine, const Plan& plan) {
   const std::int64_t durationMs = lastDueMs(plan);
   return printed({{"warnings", warningsJson(machine, plan)},
                   {"curve", curveJson(machine, plan, durationMs)},
+                  {"approach_ms", plan.schedule.approachMs},
                   {"duration_ms", durationMs}},
                  -1);
 }

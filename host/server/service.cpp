@@ -81,6 +81,7 @@ const Service::Route Service::routes[] = {
     {"GET", "/v1/motions", &Service::getMotions},
     {"GET", "/v1/values", &Service::getValues},
     {"GET", "/v1/health", &Service::getHealth, true, true},
+    {"GET", "/v1/clock", &Service::getClock, false, true},
     {"GET", "/v1/events", &Service::getEvents},
     {"GET", "/v1/live", &Service::getLive},
     {"POST", "/v1/links", &Service::postLink},
@@ -218,6 +219,12 @@ void Service::getValues(const Request& request, const Reply& reply) {
 void Service::getHealth(const Request& request, const Reply& reply) {
   const Query query(request, {});
   reply(answerOf(view_.health()));
+}
+
+void Service::getClock(const Request& request, const Reply& reply) {
+  const Query query(request, {});
+  reply.later(
+      [this, receivedNs = request.receivedNs] { return answerOf(view_.clock(receivedNs)); });
 }
 
 std::unique_ptr<Feed> Service::eventFeed(const Request& request) {

@@ -50,6 +50,7 @@ class Service : public Handler {
   void getMotions(const Request& request, const Reply& reply);
   void getValues(const Request& request, const Reply& reply);
   void getHealth(const Request& request, const Reply& reply);
+  void getClock(const Request& request, const Reply& reply);
   void getEvents(const Request& request, const Reply& reply);
   void getLive(const Request& request, const Reply& reply);
   void postLink(const Request& request, const Reply& reply);

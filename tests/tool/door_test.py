@@ -12,6 +12,7 @@ import signal
 import socket
 import struct
 import threading
+import time
 import unittest
 
 import jsonschema
@@ -157,10 +158,18 @@ class Door(DoorTest):
             status, values = self.asked("GET", "/v1/values?key=*/Value&key=a/Maximum")
             self.assertEqual(list(values["values"].values()), [0, 0, 0, 1])
             self.assertEqual(self.asked("GET", "/v1/health")[1]["status"], "ok")
+            clocks = [self.asked("GET", "/v1/clock")[1] for _ in range(2) if not time.sleep(0.2)]
+            asked = time.clock_gettime_ns(time.CLOCK_BOOTTIME)
+            clocks.append(self.asked("GET", "/v1/clock")[1])
+            stamps = [asked, clocks[2]["received_ns"], clocks[2]["sent_ns"], time.clock_gettime_ns(time.CLOCK_BOOTTIME)]
+            self.assertEqual(stamps, sorted(stamps))
+            for clock in clocks:  # the latest cycle has begun, and its end is not known yet
+                self.assertGreaterEqual(clock["sent_ns"], clock["machine_zero_ns"] + clock["machine_ms"] * 10**6)
+            self.assertEqual((clocks[0]["instance"], clocks[0]["cycle_ms"]), (machine["instance"], 10))
             for case in (
                     ("GET", "/v1/values?key=none", 404, "unknown", "?key"),
                     ("GET", "/v1/values?kay=a/Value", 400, "invalid", "?kay"),
-                    ("GET", "/v1/live", 400, "invalid", ""),
+                    ("GET", "/v1/live", 400, "invalid", ""), ("GET", "/v1/clock?x=1", 400, "invalid", "?x"),
                     ("GET", "/v1/live?rate=1e-15", 400, "invalid", "?rate"),
                     ("GET", "/v1/live?every_cycle=true&key=a/Maximum", 400, "invalid", "?key"),
                     ("GET", "/v1/description", 404, "unknown", ""),
@@ -530,6 +539,10 @@ class Door(DoorTest):
             self.assertEqual([ms for ms, _ in curve], list(range(0, dry["duration_ms"] + 1, 10)))
             self.assertEqual(self.asked("GET", "/v1/values?key=a/Value")[1]["values"]["Device/SubDeviceList/a/Value"], 0)
             self.assertEqual(self.asked("POST", "/v1/motions", {"motions": ["fast.yaml"]})[0], 200)
+            late = {"motions": ["fast.yaml"], "at": 0, "approach": 0.5}
+            self.assertEqual(self.reason("POST", "/v1/motions", late), (409, "late", "/at"))
+            _, later = self.asked("POST", "/v1/motions", {**late, "at": 1000.007})
+            self.assertEqual(later["ends_ms"], 1000007 + 500 + 1100)
         with self.served("--motions", "motions", machine="m.urdf"):
             status, refused = self.asked("POST", "/v1/motions", {"motions": ["fast.yaml"], "dry_run": True})
             error = refused["error"]

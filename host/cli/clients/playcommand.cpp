@@ -9,15 +9,14 @@
 #include <memory>
 #include <nlohmann/json.hpp>
 #include <optional>
-#include <set>
 #include <string>
 #include <vector>
 
 #include "host/base/counted.h"
 #include "host/base/stopsignal.h"
-#include "host/base/visible.h"
 #include "host/cli/clients/client.h"
 #include "host/cli/clients/motionrequest.h"
+#include "host/cli/clients/played.h"
 #include "host/cli/liveview.h"
 #include "host/cli/status.h"
 #include "host/client/doorclient.h"
@@ -75,29 +74,6 @@ class Player {
   SteadyClock::time_point renewed_ = SteadyClock::now();
 };
 
-/// What became of the points of one request.
-struct Played {
-  std::uint64_t points = 0;
-  std::uint64_t reached = 0;
-  std::uint64_t cleared = 0;
-  std::uint64_t refused = 0;
-  /// By whom.
-  std::set<std::string> by;
-
-  [[nodiscard]] bool isOver() const { return reached + cleared + refused >= points; }
-
-  void note(const Json& event) {
-    const std::string kind = textOf(event, "kind");
-    const std::uint64_t count = countOf(event, "count");
-    reached += kind == "reached" ? count : 0;
-    cleared += kind == "cleared" ? count : 0;
-    refused += kind == "refused" ? count : 0;
-    if (kind == "cleared" || kind == "refused") {
-      by.insert(textOf(event, kind == "cleared" ? "by" : "reason"));
-    }
-  }
-};
-
 /// Machine time as the latest event tells it, and as it goes on from there.
 class MachineClock {
  public:
@@ -115,18 +91,6 @@ class MachineClock {
   std::int64_t timeMs_ = 0;
   SteadyClock::time_point since_;
 };
-
-Json keysIn(const Json& answer, Played& played) {
-  std::set<std::string> keys;
-  for (const Json& batch : memberOf(answer, "batches")) {
-    for (const Json& axis : memberOf(batch, "axes")) {
-      keys.insert(textOf(axis, "key"));
-      played.points += countOf(axis, "points");
-    }
-  }
-  Json list = keys;
-  return list;
-}
 
 /// Until all points are told of, or a signal comes.
 void follow(Player& player, EventLines& events, const Json& answer, Played& played) {
@@ -163,12 +127,7 @@ int conclude(const Played& played) {
   if (played.reached == played.points) {
     return okStatus;
   }
-  std::string by;
-  for (const std::string& one : played.by) {
-    by += (by.empty() ? "" : ", ") + visible(one);
-  }
-  complain(fmt::format("torvex: error: {} cleared, {} refused ({})\n",
-                       counted(played.cleared, "point"), played.refused, by));
+  complain(fmt::format("torvex: error: {}\n", played.shortfall()));
   return shortfallStatus;
 }
 

@@ -1,0 +1,67 @@
+#include "host/cli/fleet/clockwatch.h"
+
+#include <nlohmann/json.hpp>
+
+#include "host/client/answer.h"
+#include "host/engine/wallclock.h"
+
+namespace host {
+namespace {
+
+/// A stamp that sums of a few of them do not overflow. Throws `NoMachine`.
+std::int64_t stampIn(const Json& answer, const char* member) {
+  constexpr std::int64_t most = std::int64_t{1} << 60;
+  const Json& stamp = memberOf(answer, member);
+  if (!stamp.is_number_integer() || stamp.get<std::int64_t>() > most ||
+      stamp.get<std::int64_t>() < -most) {
+    throw NoMachine(std::string("the machine tells no clock: ") + member + " is missing");
+  }
+  return stamp.get<std::int64_t>();
+}
+
+}  // namespace
+
+void ClockWatch::ask(DoorClient& door) {
+  constexpr std::int64_t mostCycleMs = 1000;
+  constexpr std::int64_t cyclesOnTime = 3;
+  ClockExchange exchange;
+  exchange.askedNs = wallNs();
+  const Json answer = door.get("/v1/clock");
+  exchange.answeredNs = wallNs();
+  exchange.receivedNs = stampIn(answer, "received_ns");
+  exchange.sentNs = stampIn(answer, "sent_ns");
+  const std::int64_t cycleMs = stampIn(answer, "cycle_ms");
+  machineMs_ = stampIn(answer, "machine_ms") % (std::int64_t{1} << 40);
+  machineZeroNs_ = stampIn(answer, "machine_zero_ns");
+  if (cycleMs < 1 || cycleMs > mostCycleMs) {
+    throw NoMachine("the machine tells no clock: its cycle is none");
+  }
+  if (const std::string instance = textOf(answer, "instance"); instance != instance_) {
+    filter_ = ClockFilter();
+    instance_ = instance;
+  }
+  filter_.add(exchange);
+  cycleMs_ = cycleMs;
+  askedNs_ = exchange.askedNs;
+  isHeldUp_ = exchange.sentNs - machineZeroNs_ > (machineMs_ + cyclesOnTime * cycleMs_) * nsPerMs;
+}
+
+void ClockWatch::askOften(DoorClient& door) {
+  constexpr int times = 16;
+  constexpr std::int64_t longestNs = 1000 * nsPerMs;
+  const std::int64_t beginNs = wallNs();
+  for (int i = 0; i < times && wallNs() < beginNs + longestNs; ++i) {
+    ask(door);
+  }
+}
+
+ClockOffset ClockWatch::offset() const {
+  return filter_.at(wallNs()).value_or(ClockOffset());
+}
+
+FleetClock ClockWatch::clock() const {
+  const ClockOffset now = offset();
+  return {machineZeroNs_ - now.offsetNs, now.boundNs, cycleMs_};
+}
+
+}  // namespace host

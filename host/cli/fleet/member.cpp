@@ -1,0 +1,245 @@
+#include "host/cli/fleet/member.h"
+
+#include <fmt/format.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <chrono>
+#include <nlohmann/json.hpp>
+#include <optional>
+#include <utility>
+
+#include "host/cli/clients/motionrequest.h"
+#include "host/cli/status.h"
+#include "host/client/answer.h"
+#include "host/engine/wallclock.h"
+
+namespace host {
+namespace {
+
+constexpr int turnMs = 5;
+constexpr std::int64_t askEveryNs = 50 * nsPerMs;
+/// For what takes the machine no time.
+constexpr int shortWaitMs = 1000;
+
+/// It was ordered to.
+struct Leaves {};
+
+}  // namespace
+
+Member::Member(const FleetMachine& machine, std::vector<std::string> motions,
+               bool ignoreUnknownJoints)
+    : machine_(machine),
+      motions_(std::move(motions)),
+      ignoresUnknownJoints_(ignoreUnknownJoints),
+      thread_([this] { run(); }) {}
+
+Member::~Member() {
+  leave();
+  thread_.join();
+}
+
+Member::View Member::view() const {
+  const std::lock_guard lock(mutex_);
+  return view_;
+}
+
+void Member::play(std::int64_t atMs, std::int64_t approachMs) {
+  atMs_ = atMs;
+  approachMs_ = approachMs;
+  give(Order::play);
+}
+
+void Member::give(Order order) {
+  if (!isToLeave()) {
+    order_ = order;
+    abandoned_ = isToLeave();
+  }
+}
+
+void Member::enter(Phase phase) {
+  const std::lock_guard lock(mutex_);
+  view_.phase = phase;
+  view_.played = played_;
+}
+
+void Member::run() {
+  FleetOutcome outcome = outcomeOf([this] { return act(); });
+  if (isToLeave()) {
+    outcome = FleetOutcome();  // what it waited for was given up
+  }
+  const bool hasLeft = end();
+  const std::lock_guard lock(mutex_);
+  view_.outcome = std::move(outcome);
+  view_.hasLeft = hasLeft;
+  view_.played = played_;
+  view_.phase = Phase::gone;
+}
+
+std::string Member::act() {
+  try {
+    prepare();
+    enter(Phase::prepared);
+    await(Order::enrol);
+    doEnrol();
+    enter(Phase::enrolled);
+    await(Order::play);
+    send();
+    enter(Phase::sent);
+    follow();
+    enter(Phase::over);
+    await(Order::leave);
+  } catch (const Leaves&) {
+  }
+  return "";
+}
+
+void Member::prepare() {
+  constexpr int longWaitMs = 10'000;
+  const std::int64_t beginNs = wallNs();
+  Json answer;
+  {
+    DoorClient door(machine_.door, {longWaitMs, &abandoned_});
+    const Json body = {{"ignore_unknown_joints", ignoresUnknownJoints_}, {"dry_run", true}};
+    answer = postMotions(door, motions_, body);
+  }
+  keys_ = keysIn(answer, played_);
+  const std::int64_t tookMs = (wallNs() - beginNs) / nsPerMs;
+  leaseMs_ = shortWaitMs + 2 * tookMs;
+  const Patience patience{static_cast<int>(leaseMs_), &abandoned_};
+  door_ = std::make_unique<DoorClient>(machine_.door, patience);
+  watch_.askOften(*door_);
+  findFresh();
+  {
+    const std::lock_guard lock(mutex_);
+    view_.approachMs = std::clamp<std::int64_t>(numberOf(answer, "approach_ms"), 0, 100'000'000);
+    view_.preparedInMs = tookMs;
+  }
+  tellClock();
+}
+
+/// An actuator that was never commanded takes a cycle to find out where it stands.
+void Member::findFresh() {
+  const Json machine = door_->get("/v1/machine");
+  for (const Json& axis : memberOf(machine, "axes")) {
+    const std::string key = textOf(axis, "key");
+    if (countOf(memberOf(axis, "counts"), "points") == 0 &&
+        std::find(keys_.begin(), keys_.end(), Json(key)) != keys_.end()) {
+      fresh_.insert(key);
+    }
+  }
+}
+
+/// By a point where they stand, so that they begin with the others.
+void Member::wakeFresh() {
+  Json batches = Json::array();
+  const Json values = fresh_.empty() ? Json::object() : door_->get("/v1/values");
+  for (const auto& value : memberOf(values, "values").items()) {
+    if (fresh_.count(value.key()) != 0) {
+      const Json item = {{"time", 0}, {"value", value.value()}};
+      batches.push_back(Json{{"key", value.key()}, {"items", Json::array({item})}});
+    }
+  }
+  if (!batches.empty()) {
+    door_->post("/v1/batches", Json{{"commander", key_}, {"batches", std::move(batches)}});
+  }
+}
+
+void Member::doEnrol() {
+  const Json registration = {{"name", fmt::format("fleet-{}", getpid())},
+                             {"axes", keys_},
+                             {"lease_ms", leaseMs_},
+                             {"on_loss", "stop"},
+                             {"ends_with_connection", true}};
+  key_ = textOf(door_->post("/v1/commanders", registration), "key");
+  renewedNs_ = wallNs();
+  wakeFresh();
+  events_ =
+      std::make_unique<EventLines>(machine_.door, "/v1/events", Patience{shortWaitMs, &abandoned_});
+}
+
+void Member::send() {
+  const Json body = {{"ignore_unknown_joints", ignoresUnknownJoints_},
+                     {"dry_run", false},
+                     {"commander", key_},
+                     {"at", static_cast<double>(atMs_) / 1000.0},
+                     {"approach", static_cast<double>(approachMs_) / 1000.0}};
+  answer_ = postMotions(*door_, motions_, body);
+  renewedNs_ = wallNs();
+  played_ = Played();
+  (void)keysIn(answer_, played_);
+  if (numberOf(answer_, "machine_ms") >= atMs_) {
+    throw DoorClosed("the motions came behind the moment at which they were to begin");
+  }
+}
+
+void Member::follow() {
+  while (!played_.isOver()) {
+    for (std::optional<Json> event = events_->next(turnMs); event; event = events_->next(0)) {
+      if (textOf(*event, "kind") == "missed") {
+        throw DoorClosed("too many events went by unread to tell what became of the motion");
+      }
+      if (memberOf(*event, "request") == memberOf(answer_, "request")) {
+        played_.note(*event);
+      }
+      watchOver();
+    }
+    if (events_->hasEnded()) {
+      throw DoorClosed("the machine ended before the motion did");
+    }
+    watchOver();
+  }
+}
+
+void Member::await(Order order) {
+  while (order_ < order) {
+    std::this_thread::sleep_for(std::chrono::milliseconds(turnMs));
+    watchOver();
+  }
+  if (isToLeave()) {
+    throw Leaves();
+  }
+}
+
+/// Looks at the clock, and renews the lease.
+void Member::watchOver() {
+  constexpr std::int64_t renewals = 4;
+  if (isToLeave()) {
+    throw Leaves();
+  }
+  if (wallNs() - watch_.askedNs() > askEveryNs) {
+    watch_.ask(*door_);
+    tellClock();
+  }
+  if (!key_.empty() && wallNs() - renewedNs_ > leaseMs_ * nsPerMs / renewals) {
+    renewedNs_ = wallNs();
+    door_->post(fmt::format("/v1/commanders/{}/renew", key_), Json::object());
+  }
+}
+
+void Member::tellClock() {
+  const std::lock_guard lock(mutex_);
+  view_.clock = watch_.clock();
+  view_.machineZeroNs = watch_.machineZeroNs();
+  view_.isHeldUp = watch_.isHeldUp();
+  view_.aliveNs = watch_.askedNs();
+}
+
+/// Over a connection of its own: on the other one an answer may be due.
+bool Member::end() {
+  if (key_.empty()) {
+    door_.reset();  // which ends what is under way
+    return true;
+  }
+  const FleetOutcome outcome = outcomeOf([this] {
+    DoorClient door(machine_.door, {shortWaitMs, nullptr});
+    if (order_ == Order::hold) {
+      door.post("/v1/hold", Json{{"axes", keys_}});
+    }
+    door.remove(fmt::format("/v1/commanders/{}", key_));
+    return "";
+  });
+  return outcome.status == okStatus;
+}
+
+}  // namespace host

@@ -1,0 +1,83 @@
+// The clocks of several machines: what is told of them holds, whatever the network does.
+
+#include <gtest/gtest.h>
+
+#include <algorithm>
+
+#include "host/cli/fleet/clockfilter.h"
+#include "host/cli/fleet/commonstart.h"
+#include "tests/support/random.h"
+
+namespace {
+
+std::int64_t drawn(Random& random, std::int64_t least, std::int64_t most) {
+  return static_cast<std::int64_t>(
+      random.between(static_cast<double>(least), static_cast<double>(most)));
+}
+
+TEST(ClockFilter, KnowsTheOffsetWithinItsBound) {
+  Random random(1);
+  for (int run = 0; run < 1000; ++run) {
+    const std::int64_t offset = drawn(random, -1'000'000'000'000, 1'000'000'000'000);
+    const double drift = random.between(-1e-4, 1e-4);
+    const auto machine = [&](std::int64_t now) {
+      return now + offset + static_cast<std::int64_t>(drift * static_cast<double>(now));
+    };
+    host::ClockFilter filter;
+    EXPECT_FALSE(filter.at(0));
+    std::int64_t now = 0;
+    std::int64_t least = std::numeric_limits<std::int64_t>::max();
+    for (int i = 0; i < 100; ++i) {
+      host::ClockExchange exchange;
+      exchange.askedNs = now += drawn(random, 0, 200'000'000);
+      exchange.receivedNs = machine(now += drawn(random, 10'000, 50'000'000));
+      exchange.sentNs = machine(now += drawn(random, 0, 5'000'000));
+      exchange.answeredNs = now += drawn(random, 10'000, 50'000'000);
+      filter.add(exchange);
+      const auto known = filter.at(now);
+      EXPECT_LE(std::abs(known->offsetNs - (machine(now) - now)), known->boundNs) << run;
+      const std::int64_t width =
+          exchange.answeredNs - exchange.askedNs - (exchange.sentNs - exchange.receivedNs);
+      least = i < 64 ? std::min(least, width) : width;
+      EXPECT_LE(known->boundNs, least / 2 + 2'000'000) << run;
+    }
+  }
+}
+
+TEST(CommonStart, IsAsCloseAsItIsSaidToBe) {
+  Random random(2);
+  for (int run = 0; run < 2000; ++run) {
+    std::vector<host::FleetClock> clocks(1 + random.below(6));
+    std::vector<std::int64_t> truth;
+    const bool areEqual = random.chance(50);
+    for (host::FleetClock& clock : clocks) {
+      clock.zeroNs = drawn(random, -1'000'000'000'000, 1'000'000'000'000);
+      clock.boundNs = drawn(random, 0, random.chance(20) ? 30'000'000 : 300'000);
+      clock.cycleMs = areEqual ? 10 : 1 + random.below(20);
+      truth.push_back(clock.zeroNs + drawn(random, -clock.boundNs, clock.boundNs));
+    }
+    const std::int64_t earliest = drawn(random, 0, 1'000'000'000'000);
+    const host::CommonStart start = host::findCommonStart(clocks, earliest);
+    EXPECT_GE(start.startNs, earliest);
+    EXPECT_LE(start.startNs, earliest + host::longestCycleNs(clocks));
+    std::vector<std::int64_t> first;
+    for (std::size_t i = 0; i < clocks.size(); ++i) {
+      EXPECT_LE(std::abs(clocks[i].readingAt(start.atMs[i]) - start.startNs), 500'000);
+      const std::int64_t cycle = clocks[i].cycleMs;
+      std::int64_t next = start.atMs[i];
+      while (next % cycle != 0) {
+        ++next;
+      }
+      first.push_back(truth[i] + next * 1'000'000);
+    }
+    const auto [least, most] = std::minmax_element(first.begin(), first.end());
+    EXPECT_LE(*most - *least, start.apartNs) << run;
+    EXPECT_EQ(start.apartNs, host::apartNs(clocks, start.atMs));
+    if (areEqual && clocks.size() == 2) {
+      // Half a cycle, the grid of the tries and of the milliseconds, and what is not known.
+      EXPECT_LE(start.apartNs, 5'000'000 + clocks[0].boundNs + clocks[1].boundNs) << run;
+    }
+  }
+}
+
+}  // namespace
