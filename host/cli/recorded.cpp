@@ -128,6 +128,7 @@ void record(const RecordOptions& options, const std::string& title, const Machin
             const Plan& plan, Torvex& torvex, Recordings& recordings,
             const Recorder::Failed& failed) {
   RecordingHead head = headOf(title, machine, plan, torvex);
+  addJournal(torvex.result().session, head);
   if (!options.attributes.empty()) {
     const std::vector<TracedColumn> attributes = attributesLike(options.attributes);
     for (const TracedColumn& attribute : attributes) {
@@ -144,13 +145,13 @@ void record(const RecordOptions& options, const std::string& title, const Machin
     recordings.latest.emplace(head, std::move(target), failed);
     torvex.addListener(*recordings.latest);
     torvex.addRows(recordings.latest->rows(), "ring");
+    torvex.addJournalKeeper(*recordings.latest);
   }
   if (!options.path.empty()) {
-    addJournal(torvex.result().session, head);
     recordings.whole.emplace(options.path, machine, std::move(head), failed);
     torvex.addListener(*recordings.whole);
     torvex.addRows(recordings.whole->rows(), "recording");
-    torvex.setJournalKeeper(*recordings.whole);
+    torvex.addJournalKeeper(*recordings.whole);
   }
 }
 

@@ -41,8 +41,8 @@ void Engine::addAxes(const MachineModel& machine) {
   }
 }
 
-void Engine::setJournalKeeper(JournalKeeper& keeper) {
-  journal_.setKeeper(keeper);
+void Engine::addJournalKeeper(JournalKeeper& keeper) {
+  journal_.addKeeper(keeper);
   streamer_.keepWrites();
 }
 

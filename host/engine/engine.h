@@ -50,7 +50,7 @@ class Engine {
   void addListener(Listener& listener) { teller_.addListener(listener); }
 
   /// Who keeps what a run can be done again by. Before `start`.
-  void setJournalKeeper(JournalKeeper& keeper);
+  void addJournalKeeper(JournalKeeper& keeper);
 
   /// Hands a batch in, from any thread. Its number, by which events tell of it; none when
   /// too much waits already. Its values fit its actuators, and its times never fall.

@@ -19,11 +19,13 @@ void Journal::passOn(std::int64_t untilMs) {
   if (!isKept()) {
     return;
   }
-  for (JournalEntry& entry : entries_) {
-    keeper_->note(std::move(entry));
+  for (JournalKeeper* const keeper : keepers_) {
+    for (const JournalEntry& entry : entries_) {
+      keeper->note(entry);
+    }
+    keeper->noteUntil(untilMs);
   }
   entries_.clear();
-  keeper_->noteUntil(untilMs);
 }
 
 }  // namespace host

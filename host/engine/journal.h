@@ -58,7 +58,7 @@ class JournalKeeper {
 
   // The thread that calls `Engine::pass`.
 
-  virtual void note(JournalEntry&& entry) = 0;
+  virtual void note(JournalEntry entry) = 0;
   /// Every entry whose `atMs` lies before this machine time was noted.
   virtual void noteUntil(std::int64_t timeMs) = 0;
 };
@@ -68,8 +68,8 @@ class JournalKeeper {
 class Journal {
  public:
   /// Before the first cycle.
-  void setKeeper(JournalKeeper& keeper) { keeper_ = &keeper; }
-  [[nodiscard]] bool isKept() const { return keeper_ != nullptr; }
+  void addKeeper(JournalKeeper& keeper) { keepers_.push_back(&keeper); }
+  [[nodiscard]] bool isKept() const { return !keepers_.empty(); }
 
   /// The engine does what a journal says, when it says so: nothing that clients ask for, and
   /// nothing that depends on when it looks at an axis. Before the first cycle.
@@ -86,7 +86,7 @@ class Journal {
   void passOn(std::int64_t untilMs);
 
  private:
-  JournalKeeper* keeper_ = nullptr;
+  std::vector<JournalKeeper*> keepers_;
   bool isFollowed_ = false;
   std::vector<JournalEntry> entries_;
 };

@@ -73,7 +73,7 @@ class Torvex {
   }
 
   /// Who keeps what the run can be done again by. Before `run`.
-  void setJournalKeeper(host::JournalKeeper& keeper) { engine_.setJournalKeeper(keeper); }
+  void addJournalKeeper(host::JournalKeeper& keeper) { engine_.addJournalKeeper(keeper); }
 
   /// Every cycle adds its values to this ring. Set before `run`, which must end before the ring
   /// does.

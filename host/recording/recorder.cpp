@@ -91,7 +91,7 @@ void Recorder::tell(const Event& event, const Point* points) {
   told_.push_back({event, {points, points + count}});
 }
 
-void Recorder::note(JournalEntry&& entry) {
+void Recorder::note(JournalEntry entry) {
   if (isOver_) {
     return;
   }
@@ -129,7 +129,7 @@ void Recorder::writeQueued(std::vector<double>& row) {
       begin(row[0]);
     }
     if (static_cast<double>(journaledMs_.load()) < row[0]) {
-      return;
+      break;
     }
     hasRow_ = false;
     writeJournal(row[0]);

@@ -42,7 +42,7 @@ class Recorder : public Listener, public JournalKeeper {
   /// Where the cycle puts its rows: the columns, then the attributes.
   [[nodiscard]] RowQueue& rows() { return rows_; }
   void tell(const Event& event, const Point* points) override;
-  void note(JournalEntry&& entry) override;
+  void note(JournalEntry entry) override;
   void noteUntil(std::int64_t timeMs) override { journaledMs_ = timeMs; }
 
   /// Writes what is queued, and the end. After the last row. Throws what went wrong.

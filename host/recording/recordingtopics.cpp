@@ -170,7 +170,7 @@ void RecordingTopics::addEvent(const Event& event, const std::vector<Point>& poi
 void RecordingTopics::addJournal(const JournalEntry& entry) {
   for (Json& message : journalMessages(entry, machine_)) {
     message["number"] = entryCount_++;
-    writer_.addMessage(journal_, head_.timeNs(entry.atMs), printed(message, -1));
+    add(journal_, head_.timeNs(entry.atMs), printed(message, -1));
   }
 }
 

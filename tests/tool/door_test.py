@@ -597,6 +597,8 @@ class Door(DoorTest):
             self.assertEqual((info["trigger"], info["trigger_ms"], info["whole"], info["last_ms"] >= file["until_ms"]),
                              ("request", file["machine_ms"], True, True))
             self.assertEqual(info["events"]["held"], 1)
+            self.assertTrue(any(topic["topic"] == "m/journal" and topic["messages"] for topic in info["topics"]))
+            self.assertIn("begins in the midst of a run", self.said(2, "replay", path))
             self.assertEqual(self.reason("POST", "/v1/recordings"), (429, "too_often", ""))
             process.send_signal(signal.SIGTERM)
             self.assertIn("1 wish to write the ring came to nothing", process.stdout.read())

@@ -57,6 +57,11 @@ ReplayedMachine readReplayedMachine(const std::string& path) {
     RecordedRun::read(path, handler);
   } catch (const Enough&) {
   }
+  if (!machine.head.beginsAtStart()) {
+    throw UserError(path, {},
+                    "is of a ring and begins in the midst of a run, so it cannot be replayed; "
+                    "record all of a run with --record");
+  }
   if (!machine.head.journal) {
     throw UserError(path, {},
                     "has no journal, so it cannot be replayed; 'torvex run' and 'serve' write one "
