@@ -85,7 +85,7 @@ class RecordedRig {
     return bytes;
   }
   [[nodiscard]] std::uint64_t heapCallsOfCycles() const { return heapCalls_; }
-  [[nodiscard]] double droppedRows() const {
+  [[nodiscard]] double droppedRows() {
     return recorder_ ? static_cast<double>(recorder_->rows().dropped()) : 0.0;
   }
 
