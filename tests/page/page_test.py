@@ -116,6 +116,7 @@ class Page(DoorTest):
             self.assertFalse(browser.slider("arm").is_enabled())
             self.taken(browser)
             browser.until(browser.slider("arm").is_enabled)
+            browser("jog-velocity").send_keys(Keys.CONTROL, "a", Keys.NULL, "2.5", Keys.ENTER)
             browser.slider("arm").send_keys(Keys.END)
             browser.until(lambda: browser.row("arm").find_element("css selector", "td.target").text == "1.5000")
             browser.until(lambda: self.in_pool("arm/Value") == 1.5)
@@ -135,10 +136,10 @@ class Page(DoorTest):
             events = machine.events()
 
             def moves_until(leaves):
-                machine.send("arm", [(1.5, 0)], mode="replace")
+                machine.send("arm", [(0.8, 0)], mode="replace")
                 browser.until(lambda: machine["arm/Value"] == 0)
                 name = self.taken(browser)
-                browser("jog-velocity").send_keys(Keys.CONTROL, "a", Keys.NULL, "0.1", Keys.ENTER)
+                browser("jog-velocity").send_keys(Keys.CONTROL, "a", Keys.NULL, "0.2", Keys.ENTER)
                 browser.slider("arm").send_keys(Keys.END)
                 browser.until(lambda: machine["arm/Value"] > 0.1)
                 leaves()
