@@ -17,13 +17,13 @@ arguments = [
 
 
 class Browser(webdriver.Chrome):
-    def __init__(self):
+    def __init__(self, logged=("browser", "performance")):
         self.folder = tempfile.TemporaryDirectory(prefix="torvex-browser-", ignore_cleanup_errors=True)
         options = webdriver.ChromeOptions()
         options.binary_location = "/usr/bin/chromium"
         for argument in (*arguments, "--user-data-dir=" + self.folder.name):
             options.add_argument(argument)
-        options.set_capability("goog:loggingPrefs", {"browser": "ALL", "performance": "ALL"})
+        options.set_capability("goog:loggingPrefs", dict.fromkeys(logged, "ALL"))
         super().__init__(service=Service("/usr/bin/chromedriver"), options=options)
         self.set_script_timeout(30)
 
@@ -78,9 +78,9 @@ class Browser(webdriver.Chrome):
         return [event["params"]["request"]["url"] if "request" in event["params"] else event["params"]["url"]
                 for event in events if event["method"] in ("Network.requestWillBeSent", "Network.webSocketCreated")]
 
-    def signal_renderers(self, number):
-        """To all processes that run pages of this browser."""
-        found = 0
+    def renderers(self):
+        """The processes that run pages of this browser."""
+        found = []
         for pid in filter(str.isdigit, os.listdir("/proc")):
             try:
                 with open(f"/proc/{pid}/cmdline", "rb") as file:
@@ -88,9 +88,14 @@ class Browser(webdriver.Chrome):
             except OSError:
                 continue
             if b"--type=renderer" in command and self.folder.name.encode() in command:
-                os.kill(int(pid), number)
-                found += 1
+                found.append(int(pid))
         return found
+
+    def signal_renderers(self, number):
+        pids = self.renderers()
+        for pid in pids:
+            os.kill(pid, number)
+        return len(pids)
 
     def freeze(self):
         return self.signal_renderers(signal.SIGSTOP)
