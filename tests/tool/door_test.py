@@ -191,6 +191,21 @@ class Door(DoorTest):
                 connection.sendall(b"HEAD /v1/health HTTP/1.1\r\n\r\nHEAD /v1/health HTTP/1.0\r\n\r\n")
                 self.assertRegex(connection.makefile().read(), r"^HTTP/1.1 405[^{]*\n\nHTTP/1.1 405[^{]*$")
 
+    def test_shows_a_replay_that_nobody_commands(self):
+        write("w.yaml", "batches: [{at: 0, key: a/Value, items: [{time: 60, value: 1}]}]")
+        self.said_by_run(0, "m.yaml", "w.yaml", "--record", "r.mcap")
+        replay = start("replay", "r.mcap", "--serve", "--speed", "1", "--pool", self.pool)
+        while ".sock" not in replay.stdout.readline():
+            self.assertIsNone(replay.poll())
+        while self.asked("GET", "/v1/values?key=a/Value")[1]["values"]["a/Value"] == 0:
+            pass
+        for target, body in (("batches", {"batches": [{"stop": "all"}]}), ("hold", {"axes": "all"}),
+                             ("commanders", {"name": "n", "axes": ["a"]})):
+            self.assertEqual(self.reason("POST", "/v1/" + target, body)[:2], (409, "replay"))
+        replay.send_signal(signal.SIGTERM)
+        self.assertIn("values   as recorded, in all", replay.communicate()[0])
+        self.assertEqual(replay.returncode, 128 + signal.SIGTERM)
+
     def test_tells_values_and_events_to_who_listens(self):
         with self.served():
             live = WebSocket(BySocket(self.path), "/v1/live?key=a/Value&rate=1000")

@@ -240,6 +240,7 @@ class Tool(ToolTest):
         self.assertEqual(read("c.csv"), read("t.csv"))
         self.said(0, "replay", "r.mcap", "--trace", "c.csv")
         self.assertEqual(read("c.csv"), read("t.csv"))
+        self.assertEqual(self.document(0, "replay", "r.mcap", "--until", "1")[0]["last_ms"], 1000)
         self.said(0, "plot", "r.mcap", "q.svg", "--plot-velocity")
         self.assertEqual(read("q.svg"), read("p.svg"))
         info = self.document(0, "info", "r.mcap")[0]

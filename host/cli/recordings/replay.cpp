@@ -33,16 +33,29 @@ MachineModel machineOf(const std::vector<McapAttachment>& files) {
 
 }  // namespace
 
-std::vector<int> ReplayedMachine::shownActuators() const {
+SessionOptions ReplayedMachine::session() const {
+  SessionOptions session;
+  session.clock = Clock::simulated;
+  // The journal says how far each cycle goes.
+  session.late = Late::catchUp;
+  session.guard = head.guard;
+  session.startTick = head.startTick;
+  session.poolName.clear();
   const std::map<std::string, int> indexes = actuatorIndexes(model);
-  std::vector<int> shown;
   for (const RecordedAxis& axis : head.axes) {
     const auto found = indexes.find(axis.actuator.name);
     if (found != indexes.end()) {
-      shown.push_back(found->second);
+      session.shownActuators.push_back(found->second);
     }
   }
-  return shown;
+  return session;
+}
+
+Plan ReplayedMachine::plan() const {
+  Plan plan;
+  plan.schedule.cycleMs = static_cast<std::uint32_t>(head.cycleMs);
+  plan.schedule.approachMs = static_cast<std::uint32_t>(head.approachMs);
+  return plan;
 }
 
 ReplayedMachine readReplayedMachine(const std::string& path) {

@@ -19,8 +19,9 @@ struct ReplayedMachine {
   RecordingHead head;
   MachineModel model;
 
-  /// In the order of the machine: the actuators whose values were recorded.
-  [[nodiscard]] std::vector<int> shownActuators() const;
+  /// How it is run again, in a device pool that no other process sees, and the plan: none.
+  [[nodiscard]] SessionOptions session() const;
+  [[nodiscard]] Plan plan() const;
 };
 
 /// Throws `UserError` where a recording has no journal, or one that this version cannot follow.

@@ -79,13 +79,7 @@ class Pace {
 };
 
 SessionOptions sessionOf(const ReplayOptions& options, const ReplayedMachine& machine) {
-  SessionOptions session;
-  session.clock = Clock::simulated;
-  session.shownActuators = machine.shownActuators();
-  // The journal says how far each cycle goes.
-  session.late = Late::catchUp;
-  session.guard = machine.head.guard;
-  session.startTick = machine.head.startTick;
+  SessionOptions session = machine.session();
   session.poolName = options.poolName;
   if (options.isServing && session.poolName.empty()) {
     session.poolName = SessionOptions().poolName;
@@ -157,9 +151,7 @@ int replay(const ReplayOptions& options) {
   if (!options.tracePath.empty()) {
     checkOutputs({{options.tracePath, "trace"}}, {options.recordingPath});
   }
-  Plan plan;
-  plan.schedule.cycleMs = static_cast<std::uint32_t>(machine.head.cycleMs);
-  plan.schedule.approachMs = static_cast<std::uint32_t>(machine.head.approachMs);
+  const Plan plan = machine.plan();
   const SessionOptions session = sessionOf(options, machine);
   std::optional<Trace> trace;
   Torvex torvex(machine.model, plan, session);
