@@ -57,9 +57,9 @@ class Asker {
 
  private:
   CommandRequest request(std::int64_t timeMs) {
-    CommandRequest request;
+    CommandRequest wanted;
     for (std::uint32_t i = 0; i <= random_.below(2); ++i) {
-      ScheduledBatch& batch = request.batches.emplace_back();
+      ScheduledBatch& batch = wanted.batches.emplace_back();
       batch.commands = std::make_shared<CommandBatch>(randomBatch(random_, machine_, 12, 60, 200));
       batch.interpolation = static_cast<Interpolation>(random_.below(3));
       batch.isRelative = random_.chance(70);
@@ -68,7 +68,7 @@ class Asker {
         batch.originMs = *batch.momentMs;
       }
     }
-    return request;
+    return wanted;
   }
 
   Random random_;

@@ -197,7 +197,7 @@ class Door(DoorTest):
         replay = start("replay", "r.mcap", "--serve", "--speed", "1", "--pool", self.pool)
         while ".sock" not in replay.stdout.readline():
             self.assertIsNone(replay.poll())
-        while self.asked("GET", "/v1/values?key=a/Value")[1]["values"]["a/Value"] == 0:
+        while not any(self.asked("GET", "/v1/values?key=a/Value")[1]["values"].values()):
             pass
         for target, body in (("batches", {"batches": [{"stop": "all"}]}), ("hold", {"axes": "all"}),
                              ("commanders", {"name": "n", "axes": ["a"]})):
