@@ -14,7 +14,6 @@
 #include "host/base/values.h"
 #include "host/base/visible.h"
 #include "host/cli/opendoor.h"
-#include "host/cli/output.h"
 #include "host/cli/recordings/replay.h"
 #include "host/cli/status.h"
 #include "host/engine/torvex.h"
@@ -124,17 +123,12 @@ std::string replayText(const ReplayResult& result) {
 }
 
 /// Where the report goes: standard output may be that of the trace.
-int say(const ReplayOptions& options, const std::string& text) {
-  if (isStandardOutput(options.tracePath)) {
-    complain(text);
-    return okStatus;
-  }
-  return writeOut(text);
+void report(const ReplayOptions& options, const std::string& text) {
+  isStandardOutput(options.tracePath) ? complain(text) : say(text);
 }
 
 int conclude(const ReplayOptions& options, const ReplayResult& result) {
-  const int said =
-      say(options, options.json ? printed(replayJson(result), 2) + "\n" : replayText(result));
+  report(options, options.json ? printed(replayJson(result), 2) + "\n" : replayText(result));
   for (const std::string& fault : result.faults) {
     complain(fmt::format("{}: warning: {}\n", options.recordingPath, visible(fault)));
   }
@@ -142,7 +136,8 @@ int conclude(const ReplayOptions& options, const ReplayResult& result) {
     complain(fmt::format("torvex: stopped by signal {}\n", signal));
     return signalStatus + signal;
   }
-  return result.first || !result.faults.empty() ? shortfallStatus : said;
+  const bool isSame = !result.first && result.faults.empty();
+  return isSame && !outputFailed() ? okStatus : shortfallStatus;
 }
 
 int replay(const ReplayOptions& options) {
@@ -166,7 +161,7 @@ int replay(const ReplayOptions& options) {
     std::optional<OpenDoor> door;
     if (options.isServing) {
       door.emplace(machine.model, torvex, options.door, session);
-      say(options, options.json ? "" : door->announcement());
+      report(options, options.json ? "" : door->announcement());
       door->open();
     }
     Pace pace(options);
