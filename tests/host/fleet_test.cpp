@@ -3,6 +3,9 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <cstdlib>
+#include <limits>
+#include <vector>
 
 #include "host/cli/fleet/clockfilter.h"
 #include "host/cli/fleet/commonstart.h"
