@@ -68,7 +68,6 @@ void addJournal(const SessionOptions& session, RecordingHead& head) {
   head.journal = journalVersion;
   head.startTick = session.startTick;
   head.guard = session.guard;
-  head.late = session.late;
 }
 
 }  // namespace

@@ -249,6 +249,18 @@ void moveMachine(const RunOptions& options, const std::optional<DoorOptions>& do
   view.clear();
 }
 
+void openOutputs(const RunOptions& options, const MachineModel& machine, const Plan& plan,
+                 Torvex& torvex, Outputs& outputs) {
+  if (!options.tracePath.empty()) {
+    openTrace(options, torvex, outputs.trace);
+    torvex.addRows(outputs.trace->rows(), "trace");
+  }
+  record(options.recording, titleOf(machine, options), machine, plan, torvex, outputs.recordings);
+  if (!options.plotPath.empty()) {
+    outputs.plot.emplace(options.plotPath, titleOf(machine, options), plan, options.picture);
+  }
+}
+
 int run(const RunOptions& options, const std::optional<DoorOptions>& doorOptions) {
   LiveView view;
   view.announce("reading " + options.machinePath);
@@ -275,14 +287,7 @@ int run(const RunOptions& options, const std::optional<DoorOptions>& doorOptions
   checkJoints(options, torvex);
   torvex.addListener(findings);
   torvex.addListener(log);
-  if (!options.tracePath.empty()) {
-    openTrace(options, torvex, outputs.trace);
-    torvex.addRows(outputs.trace->rows(), "trace");
-  }
-  record(options.recording, titleOf(machine, options), machine, plan, torvex, outputs.recordings);
-  if (!options.plotPath.empty()) {
-    outputs.plot.emplace(options.plotPath, titleOf(machine, options), plan, options.picture);
-  }
+  openOutputs(options, machine, plan, torvex, outputs);
   Outcome outcome;
   outcome.machine = machine.name;
   outcome.stretched = stretchedBatches(batches);

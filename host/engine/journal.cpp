@@ -2,23 +2,38 @@
 
 namespace host {
 
-void Journal::note(JournalEntry::Kind kind, std::int64_t atMs, int actuator, std::uint32_t number) {
-  if (!isKept()) {
-    return;
+void Journal::note(JournalEntry&& entry) {
+  if (isKept()) {
+    spellOut();
+    entries_.push_back(std::move(entry));
   }
-  const bool joins = !entries_.empty() && entries_.back().kind == kind &&
-                     entries_.back().atMs == atMs && entries_.back().number == number;
-  if (!joins) {
-    entries_.push_back({kind, atMs});
-    entries_.back().number = number;
+}
+
+/// Those that differ in their actuators alone become one.
+void Journal::spellOut() {
+  const Brief* previous = nullptr;
+  for (const Brief& brief : brief_) {
+    const bool joins = previous != nullptr && brief.kind != JournalEntry::Kind::write &&
+                       brief.kind == previous->kind && brief.atMs == previous->atMs &&
+                       brief.number == previous->number;
+    if (!joins) {
+      JournalEntry& entry = entries_.emplace_back();
+      entry.kind = brief.kind;
+      entry.atMs = brief.atMs;
+      entry.number = brief.number;
+      entry.bits = brief.bits;
+    }
+    entries_.back().actuators.push_back(brief.actuator);
+    previous = &brief;
   }
-  entries_.back().actuators.push_back(actuator);
+  brief_.clear();
 }
 
 void Journal::passOn(std::int64_t untilMs) {
   if (!isKept()) {
     return;
   }
+  spellOut();
   for (JournalKeeper* const keeper : keepers_) {
     for (const JournalEntry& entry : entries_) {
       keeper->note(entry);

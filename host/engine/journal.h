@@ -63,12 +63,15 @@ class JournalKeeper {
   virtual void noteUntil(std::int64_t timeMs) = 0;
 };
 
-/// Collects entries, also under the gate, and delivers them outside of it; nothing where nobody
+/// Collects entries, and delivers them outside of the gate; nothing where nobody
 /// keeps them. Used by the command thread alone.
 class Journal {
  public:
   /// Before the first cycle.
-  void addKeeper(JournalKeeper& keeper) { keepers_.push_back(&keeper); }
+  void addKeeper(JournalKeeper& keeper) {
+    keepers_.push_back(&keeper);
+    brief_.reserve(usuallyMost);
+  }
   [[nodiscard]] bool isKept() const { return !keepers_.empty(); }
 
   /// The engine does what a journal says, when it says so: nothing that clients ask for, and
@@ -76,19 +79,36 @@ class Journal {
   void follow() { isFollowed_ = true; }
   [[nodiscard]] bool isFollowed() const { return isFollowed_; }
 
-  void note(JournalEntry&& entry) {
+  /// Not under the gate.
+  void note(JournalEntry&& entry);
+  /// The same for one actuator, also under the gate: takes no memory then, save for very many.
+  void note(JournalEntry::Kind kind, std::int64_t atMs, int actuator, std::uint32_t number = 0,
+            std::int32_t bits = 0) {
     if (isKept()) {
-      entries_.push_back(std::move(entry));
+      brief_.push_back({kind, atMs, actuator, number, bits});
     }
   }
-  /// The same for one actuator, joined with the entry before where they differ in nothing else.
-  void note(JournalEntry::Kind kind, std::int64_t atMs, int actuator, std::uint32_t number = 0);
   void passOn(std::int64_t untilMs);
 
  private:
+  /// An entry about one actuator.
+  struct Brief {
+    JournalEntry::Kind kind;
+    std::int64_t atMs;
+    int actuator;
+    std::uint32_t number;
+    std::int32_t bits;
+  };
+  /// Between two passes.
+  static constexpr std::size_t usuallyMost = std::size_t{1} << 14;
+
+  void spellOut();
+
   std::vector<JournalKeeper*> keepers_;
   bool isFollowed_ = false;
   std::vector<JournalEntry> entries_;
+  /// Those behind.
+  std::vector<Brief> brief_;
 };
 
 }  // namespace host

@@ -40,9 +40,7 @@ void Timelines::look(Axis& axis) {
 void Timelines::notePresent(const Axis& axis) {
   const std::int32_t present = bitsIn(*axis.command);
   if (journal_.isKept() && present != axis.written->lastBits) {
-    JournalEntry entry{JournalEntry::Kind::write, cycles_.latestMs, {axis.index}};
-    entry.bits = present;
-    journal_.note(std::move(entry));
+    journal_.note(JournalEntry::Kind::write, cycles_.latestMs, axis.index, 0, present);
   }
 }
 

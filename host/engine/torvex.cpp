@@ -1,7 +1,5 @@
 #include "host/engine/torvex.h"
 
-#include <fmt/format.h>
-
 #include <algorithm>
 #include <chrono>
 #include <future>
@@ -141,7 +139,7 @@ void Torvex::beginReplay(const std::vector<std::size_t>& nodes) {
   engine_.start(nodes);
 }
 
-void Torvex::replayCycle(const std::vector<host::JournalEntry>& entries, std::int64_t timeMs) {
+bool Torvex::replayCycle(const std::vector<host::JournalEntry>& entries, std::int64_t timeMs) {
   for (const host::JournalEntry& entry : entries) {
     engine_.follow(entry);
   }
@@ -149,10 +147,7 @@ void Torvex::replayCycle(const std::vector<host::JournalEntry>& entries, std::in
   engine_.pass();
   engine_.wake(timeMs / cycleMs());
   cycle();
-  if (engine_.timeMs() != timeMs) {
-    throw std::runtime_error(fmt::format("the replay comes to machine time {} ms, and not to {} ms",
-                                         engine_.timeMs(), timeMs));
-  }
+  return engine_.timeMs() == timeMs;
 }
 
 void Torvex::endReplay() {

@@ -91,8 +91,9 @@ class Torvex {
   /// With so many nodes an axis.
   void beginReplay(const std::vector<std::size_t>& nodes);
   /// The next cycle, at this machine time, before which these things are done. Lets through what
-  /// a cycle throws; throws `std::runtime_error` where the engine does not get there.
-  void replayCycle(const std::vector<host::JournalEntry>& entries, std::int64_t timeMs);
+  /// a cycle throws; false where the engine does not get there, and no cycle follows then.
+  [[nodiscard]] bool replayCycle(const std::vector<host::JournalEntry>& entries,
+                                 std::int64_t timeMs);
   void endReplay();
   /// Of the latest cycle, as `addRows` has it.
   [[nodiscard]] const std::vector<double>& latestRow() const { return row_; }

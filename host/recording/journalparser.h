@@ -1,6 +1,8 @@
 #pragma once
 
 #include <cstddef>
+#include <cstdint>
+#include <limits>
 #include <memory>
 #include <optional>
 
@@ -23,12 +25,15 @@ class JournalParser {
  private:
   void takePoints(const Json& message);
   [[nodiscard]] JournalEntry batchFrom(const Json& message);
+  void checkOrder(const JournalEntry& entry);
 
   const MachineModel& machine_;
-  /// The batch whose points come, and how many of them.
+  /// The latest batch, whose points may still come, and how many of them.
   JournalEntry batch_;
   std::shared_ptr<CommandBatch> commands_;
   std::size_t points_ = 0;
+  /// Of the latest batch, or of what took its points.
+  std::int64_t latestMs_ = std::numeric_limits<std::int64_t>::min();
 };
 
 }  // namespace host

@@ -9,6 +9,7 @@
 #include <utility>
 
 #include "host/base/outputfile.h"
+#include "host/engine/inbox.h"
 #include "host/engine/samplehistory.h"
 
 namespace host {
@@ -16,7 +17,9 @@ namespace {
 
 /// More that wait are dropped; twice as many where they are no points'.
 constexpr std::size_t mostEvents = std::size_t{1} << 16;
+/// More of the journal's entries, or of values in their batches, cut it.
 constexpr std::size_t mostNoted = std::size_t{1} << 20;
+constexpr std::size_t mostNotedValues = 2 * Inbox::mostPoints;
 /// As many as a picture draws.
 constexpr std::uint64_t mostPointsTold = 400;
 
@@ -27,6 +30,10 @@ std::uint64_t nsSince1970() {
 
 bool isAboutPoints(EventKind kind) {
   return kind == EventKind::reached || kind == EventKind::cleared || kind == EventKind::limited;
+}
+
+std::size_t valuesIn(const JournalEntry& entry) {
+  return entry.kind == JournalEntry::Kind::batch ? entry.batch.commands->values.size() : 0;
 }
 
 /// A file that has all from the first row on.
@@ -95,10 +102,15 @@ void Recorder::note(JournalEntry entry) {
   if (isOver_) {
     return;
   }
+  const std::size_t values = valuesIn(entry);
   const std::lock_guard lock(mutex_);
-  if (noted_.size() < mostNoted) {
+  if (waitingEntries_ < mostNoted && waitingValues_ + values <= mostNotedValues) {
+    isJournalCut_ = false;
+    ++waitingEntries_;
+    waitingValues_ += values;
     noted_.push_back(std::move(entry));
   } else if (!std::exchange(isJournalCut_, true)) {
+    ++waitingEntries_;
     noted_.push_back({JournalEntry::Kind::gap, entry.atMs});
   }
 }
@@ -151,18 +163,26 @@ void Recorder::begin(double firstMs) {
 }
 
 void Recorder::writeJournal(double untilMs) {
-  std::vector<JournalEntry> taken;
+  std::deque<JournalEntry> fresh;
   {
     const std::lock_guard lock(mutex_);
-    const auto later = std::stable_partition(
-        noted_.begin(), noted_.end(),
-        [&](const JournalEntry& entry) { return static_cast<double>(entry.atMs) < untilMs; });
-    taken.assign(std::move_iterator(noted_.begin()), std::move_iterator(later));
-    noted_.erase(noted_.begin(), later);
+    fresh.swap(noted_);
   }
-  for (const JournalEntry& entry : taken) {
+  for (JournalEntry& entry : fresh) {
+    const std::int64_t atMs = entry.atMs;
+    journal_.emplace(atMs, std::move(entry));
+  }
+  std::size_t entries = 0;
+  std::size_t values = 0;
+  for (; !journal_.empty() && static_cast<double>(journal_.begin()->first) < untilMs; ++entries) {
+    const JournalEntry& entry = journal_.begin()->second;
     topics_->addJournal(entry);
+    values += valuesIn(entry);
+    journal_.erase(journal_.begin());
   }
+  const std::lock_guard lock(mutex_);
+  waitingEntries_ -= entries;
+  waitingValues_ -= values;
 }
 
 void Recorder::writeEvents(double untilMs) {

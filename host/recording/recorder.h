@@ -7,6 +7,7 @@
 #include <exception>
 #include <functional>
 #include <limits>
+#include <map>
 #include <memory>
 #include <string>
 #include <thread>
@@ -74,6 +75,9 @@ class Recorder : public Listener, public JournalKeeper {
   std::vector<Told> told_;
   std::uint64_t droppedEvents_ = 0;
   std::deque<JournalEntry> noted_;
+  /// What of the journal is not written yet.
+  std::size_t waitingEntries_ = 0;
+  std::size_t waitingValues_ = 0;
   bool isJournalCut_ = false;
   /// Rows up to this machine time may be written.
   std::atomic<std::int64_t> journaledMs_{std::numeric_limits<std::int64_t>::max()};
@@ -81,6 +85,8 @@ class Recorder : public Listener, public JournalKeeper {
   /// A row waits for the journal.
   bool hasRow_ = false;
   std::deque<Told> taken_;
+  /// By their machine time.
+  std::multimap<std::int64_t, JournalEntry> journal_;
   RecordingTopics* topics_ = nullptr;
   std::atomic<bool> closing_{false};
   /// It has failed.

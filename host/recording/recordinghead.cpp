@@ -60,15 +60,13 @@ RecordedAxis axisFrom(const WideJson& json, std::size_t columns) {
 }
 
 constexpr const char* guards[] = {"hold", "warn", "off"};
-constexpr const char* lates[] = {"stand", "catch-up"};
 
-template <typename Value, std::size_t count>
-Value optionNamed(const char* const (&names)[count], const std::string& name) {
-  const auto* const found = std::find(std::begin(names), std::end(names), name);
-  if (found == std::end(names)) {
+GuardMode guardNamed(const std::string& name) {
+  const auto* const found = std::find(std::begin(guards), std::end(guards), name);
+  if (found == std::end(guards)) {
     throw RecordingFault("the recording was made with options that are not known");
   }
-  return static_cast<Value>(found - std::begin(names));
+  return static_cast<GuardMode>(found - std::begin(guards));
 }
 
 WideJson batchJson(const RecordedBatch& batch) {
@@ -99,7 +97,6 @@ void addJournal(const RecordingHead& head, McapTexts& values) {
     values["journal"] = std::to_string(*head.journal);
     values["start_tick"] = std::to_string(head.startTick);
     values["guard"] = guards[static_cast<std::size_t>(head.guard)];
-    values["late"] = lates[static_cast<std::size_t>(head.late)];
   }
 }
 
@@ -108,8 +105,7 @@ void readJournal(const McapTexts& values, RecordingHead& head) {
   if (version != values.end()) {
     head.journal = static_cast<std::uint32_t>(std::stoul(version->second));
     head.startTick = static_cast<std::uint32_t>(std::stoul(values.at("start_tick")));
-    head.guard = optionNamed<GuardMode>(guards, values.at("guard"));
-    head.late = optionNamed<Late>(lates, values.at("late"));
+    head.guard = guardNamed(values.at("guard"));
   }
 }
 

@@ -41,7 +41,6 @@ struct RecordingHead {
   /// The tick of machine time 0.
   std::uint32_t startTick = 0;
   GuardMode guard = GuardMode::hold;
-  Late late = Late::stand;
   /// Of machine time 0: since 1970, or 0 for a run in simulated time.
   std::uint64_t originNs = 0;
   /// Of each row, "NAME/command" and "NAME/measured", as those of a trace.

@@ -2,9 +2,7 @@
 
 #include <fmt/format.h>
 
-#include <algorithm>
 #include <cstring>
-#include <iterator>
 #include <map>
 #include <nlohmann/json.hpp>
 #include <utility>
@@ -18,6 +16,11 @@ namespace host {
 namespace {
 
 struct Enough {};
+
+/// So many cycles without a row need no explanation.
+constexpr std::uint64_t fewMissing = 1000;
+/// The library knows no longer one.
+constexpr std::int64_t longestStepMs = 0x40000000;
 
 bool isSame(double one, double other) {
   return std::memcmp(&one, &other, sizeof one) == 0;
@@ -109,6 +112,7 @@ ReplayResult Replay::run(const GoesOn& goesOn) {
   RecordedRun::Handler handler;
   handler.journal = [this](const Json& message) { take(message); };
   handler.row = [this](const std::vector<double>& row) { take(row); };
+  handler.event = [this](const Json& event) { noteDropped(event); };
   handler.fault = [](const std::string& fault) { throw End{fault}; };
   try {
     result_.faults = RecordedRun::read(path_, handler).end.faults;
@@ -125,7 +129,7 @@ ReplayResult Replay::run(const GoesOn& goesOn) {
 }
 
 void Replay::take(const Json& message) {
-  if (message.at("number").get<std::uint64_t>() != expected_++) {
+  if (message.at("number") != Json(expected_++)) {
     throw End{"a part of the journal is missing"};
   }
   std::optional<JournalEntry> entry = parser_.take(message);
@@ -138,7 +142,16 @@ void Replay::take(const Json& message) {
   if (entry->kind == JournalEntry::Kind::nodes) {
     nodes_ = std::move(entry->numbers);
   } else {
-    pending_.push_back(std::move(*entry));
+    const std::pair when(entry->atMs, entry->isFoundByCycle);
+    pending_.emplace(when, std::move(*entry));
+  }
+}
+
+/// Each event that is missing may have told of one row.
+void Replay::noteDropped(const Json& event) {
+  const bool isOfRows = event.at("kind") == "dropped_rows" && event.at("output") == "recording";
+  if (isOfRows || event.at("kind") == "dropped_events") {
+    dropped_ += event.at("count").get<std::uint64_t>();
   }
 }
 
@@ -147,7 +160,11 @@ void Replay::take(const std::vector<double>& row) {
     torvex_.beginReplay(nodes_);
   }
   const auto timeMs = static_cast<std::int64_t>(row[0]);
-  while (torvex_.engine().timeMs() < timeMs) {
+  for (std::uint64_t missing = 0; torvex_.engine().timeMs() < timeMs; ++missing) {
+    if (missing > fewMissing && missing - fewMissing > dropped_) {
+      throw End{
+          fmt::format("more rows are missing before machine time {} ms than it tells of", timeMs)};
+    }
     step();
   }
   if (torvex_.engine().timeMs() != timeMs) {
@@ -160,29 +177,24 @@ void Replay::take(const std::vector<double>& row) {
 void Replay::step() {
   const std::int64_t nowMs = torvex_.engine().timeMs();
   std::int64_t nextMs = nowMs + head_.cycleMs;
-  const auto later =
-      std::stable_partition(pending_.begin(), pending_.end(),
-                            [&](const JournalEntry& entry) { return entry.atMs <= nowMs; });
-  std::vector<JournalEntry> entries(std::move_iterator(pending_.begin()),
-                                    std::move_iterator(later));
-  pending_.erase(pending_.begin(), later);
-  std::stable_sort(entries.begin(), entries.end(),
-                   [](const JournalEntry& one, const JournalEntry& other) {
-                     return std::pair(one.atMs, one.isFoundByCycle) <
-                            std::pair(other.atMs, other.isFoundByCycle);
-                   });
-  for (const JournalEntry& entry : entries) {
+  std::vector<JournalEntry> entries;
+  while (!pending_.empty() && pending_.begin()->first.first <= nowMs) {
+    const JournalEntry& entry =
+        entries.emplace_back(std::move(pending_.extract(pending_.begin()).mapped()));
     if (entry.kind == JournalEntry::Kind::cycle && entry.atMs == nowMs) {
       nextMs = entry.timeMs;
     }
   }
-  if (nextMs <= nowMs || (nextMs - nowMs) % head_.cycleMs != 0) {
+  const std::int64_t stepMs = nextMs - nowMs;
+  if (stepMs <= 0 || stepMs > longestStepMs || stepMs % head_.cycleMs != 0) {
     throw End{fmt::format("the cycle after machine time {} ms is not as it can be", nowMs)};
   }
   if (!(*goesOn_)(nextMs)) {
     throw End{};
   }
-  torvex_.replayCycle(entries, nextMs);
+  if (!torvex_.replayCycle(entries, nextMs)) {
+    throw End{fmt::format("the machine does not come to machine time {} ms", nextMs)};
+  }
   ++result_.cycles;
 }
 

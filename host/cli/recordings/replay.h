@@ -1,10 +1,11 @@
 #pragma once
 
 #include <cstdint>
-#include <deque>
 #include <functional>
+#include <map>
 #include <optional>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "host/base/values.h"
@@ -74,6 +75,7 @@ class Replay {
 
   void take(const Json& message);
   void take(const std::vector<double>& row);
+  void noteDropped(const Json& event);
   void step();
   void compare(const std::vector<double>& row);
 
@@ -82,7 +84,10 @@ class Replay {
   Torvex& torvex_;
   JournalParser parser_;
   std::uint64_t expected_ = 0;
-  std::deque<JournalEntry> pending_;
+  /// By when they come; at one time, what the cycle itself found last.
+  std::multimap<std::pair<std::int64_t, bool>, JournalEntry> pending_;
+  /// Rows that the recording says it lacks.
+  std::uint64_t dropped_ = 0;
   std::vector<std::size_t> nodes_;
   bool hasBegun_ = false;
   const GoesOn* goesOn_ = nullptr;

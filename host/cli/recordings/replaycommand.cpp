@@ -50,7 +50,8 @@ class Pace {
     }
     if (speed_) {
       const auto ahead = static_cast<double>(timeMs - first(timeMs));
-      const std::int64_t dueNs = *beginNs_ + static_cast<std::int64_t>(ahead / *speed_ * 1e6);
+      const double aheadNs = std::min(ahead / *speed_ * 1e6, mostAheadNs);
+      const std::int64_t dueNs = *beginNs_ + static_cast<std::int64_t>(aheadNs);
       for (std::int64_t now = wallNs(); now < dueNs && StopSignal::received() == 0;
            now = wallNs()) {
         sleepUntil(std::min(dueNs, now + stepNs));
@@ -62,6 +63,7 @@ class Pace {
  private:
   static constexpr double msPerSecond = 1000.0;
   static constexpr double mostSeconds = 1e15;
+  static constexpr double mostAheadNs = 1e18;
 
   std::int64_t first(std::int64_t timeMs) {
     if (!beginNs_) {
