@@ -160,5 +160,45 @@ TEST(Replay, TakesNoJournalThatIsNotAsItShouldBe) {
   EXPECT_GT(taken, 0U);
 }
 
+TEST(Replay, TakesNoJournalThatNoEngineCanFollow) {
+  const auto batch = [](const std::string& atMs, const std::string& points) {
+    return R"({"kind":"batch","at_ms":)" + atMs + R"(,"batch":7,"mode":"merge","moment_ms":null,)" +
+           R"("origin_ms":0,"interpolation":"linear","approaches":false,"repeat":1,)" +
+           R"("actuators":[0],"points":)" + points +
+           R"(,"times":[0],"values":[1],"velocities":[],"accelerations":[]})";
+  };
+  const auto take = [](const std::string& atMs, const std::string& number) {
+    return R"({"kind":"take","at_ms":)" + atMs + R"(,"actuators":[0],"batch":)" + number + "}";
+  };
+  const struct {
+    std::vector<std::string> before;
+    std::string last;
+    bool isTaken;
+  } rows[] = {{{batch("5", "1"), take("5", "7")}, take("9", "7"), true},
+              {{}, take("5", "0"), false},
+              {{batch("5", "1")}, take("5", "8"), false},
+              {{batch("5", "1")}, take("4", "7"), false},
+              {{batch("5", "2")}, take("5", "7"), false},
+              {{batch("5", "1"), take("9", "7")}, batch("8", "1"), false},
+              {{batch("5", "1")}, R"({"kind":"take","at_ms":5,"actuators":[1],"batch":7})", false},
+              {{}, R"({"kind":"cycle","at_ms":0,"machine_ms":1e15})", false},
+              {{}, R"({"kind":"cycle","at_ms":0,"machine_ms":1000000000000000})", false},
+              {{}, R"({"kind":"cycle","at_ms":18446744073709551615,"machine_ms":5})", false}};
+  MachineModel machine;
+  machine.description.actuators.resize(2);
+  for (const auto& row : rows) {
+    JournalParser parser(machine);
+    for (const std::string& message : row.before) {
+      EXPECT_NO_THROW((void)parser.take(Json::parse(message)));
+    }
+    const Json last = Json::parse(row.last);
+    if (row.isTaken) {
+      EXPECT_TRUE(parser.take(last));
+    } else {
+      EXPECT_THROW((void)parser.take(last), RecordingFault) << row.last;
+    }
+  }
+}
+
 }  // namespace
 }  // namespace host
