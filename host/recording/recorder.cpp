@@ -9,7 +9,6 @@
 #include <utility>
 
 #include "host/base/outputfile.h"
-#include "host/engine/inbox.h"
 #include "host/engine/samplehistory.h"
 
 namespace host {
@@ -19,7 +18,7 @@ namespace {
 constexpr std::size_t mostEvents = std::size_t{1} << 16;
 /// More of the journal's entries, or of values in their batches, cut it.
 constexpr std::size_t mostNoted = std::size_t{1} << 20;
-constexpr std::size_t mostNotedValues = 2 * Inbox::mostPoints;
+constexpr std::size_t mostNotedValues = 2 * mostWaitingPoints;
 /// As many as a picture draws.
 constexpr std::uint64_t mostPointsTold = 400;
 
