@@ -48,7 +48,11 @@ void RingWatch::tell(const RingFiles::File& file) {
     return;
   }
   if (isWritten) {
-    say(fmt::format("recorded {} ({})\n", ring_->files().pathOf(file), file.reason));
+    const RingFiles& files = ring_->files();
+    say(fmt::format("recorded {} ({})\n", files.pathOf(file), file.reason));
+    if (const std::string limit = files.limit(); !limit.empty() && files.from(told_).empty()) {
+      complain("torvex: warning: the ring is not written any more: " + limit + "\n");
+    }
   } else {
     complain("torvex: warning: " + faultText(file) + "\n");
   }
@@ -68,9 +72,9 @@ std::vector<Finding> ringLeftOut(const RingFiles& files) {
   std::vector<Finding> findings;
   if (const std::uint64_t leftOut = files.leftOut(); leftOut > 0) {
     findings.emplace_back().text = fmt::format(
-        "{} to write the ring came to nothing: there is one file every {} s, and at most as many "
-        "as --record-files says",
-        counted(leftOut, "wish"), RingFiles::leastBetweenMs / 1000);
+        "{} to write the ring not granted: there is one file every {} s, and at most as many as "
+        "--record-files says",
+        counted(leftOut, "request"), RingFiles::leastBetweenMs / 1000);
   }
   return findings;
 }

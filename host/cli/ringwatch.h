@@ -19,7 +19,8 @@ class RingWatch {
   RingWatch(Torvex& torvex, FlightRecorder* ring, bool saysFiles)
       : torvex_(torvex), ring_(ring), saysFiles_(saysFiles) {}
 
-  /// Now and then.
+  /// What came since the last time. Takes no time to speak of: several times a second, and once
+  /// the ring is finished.
   void look();
 
  private:
@@ -31,7 +32,8 @@ class RingWatch {
   std::size_t told_ = 0;
 };
 
-/// Warnings of a ring in the end: files that could not be written, and wishes that came to nothing.
+/// Warnings of a ring in the end: files that could not be written, and requests that were not
+/// granted.
 std::vector<Finding> ringFaults(const RingFiles& files);
 std::vector<Finding> ringLeftOut(const RingFiles& files);
 /// The paths of the files that are there.

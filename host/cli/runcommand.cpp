@@ -245,6 +245,7 @@ void moveMachine(const RunOptions& options, const std::optional<DoorOptions>& do
     view.show(torvex.shownAxes(), timeMs, torvex.lastItemMs());
     watch.look();
   });
+  watch.look();
   StopSignal::letRepeatedEnd();
   view.clear();
 }

@@ -2,6 +2,7 @@
 
 #include <fmt/format.h>
 
+#include <exception>
 #include <memory>
 #include <optional>
 #include <string>
@@ -71,16 +72,31 @@ void sayFailed(const std::string& why) {
   complain("torvex: warning: the recording ended: " + why + "\n");
 }
 
-void finish(Recordings& recordings) {
-  if (recordings.latest) {
-    sayDropped("ring", recordings.latest->rows());
-    recordings.latest->finish();
+/// False, with an error said, when it could not be written: what else there is does not suffer.
+template <typename Output>
+bool isFinished(const char* what, std::optional<Output>& output) {
+  if (!output) {
+    return true;
+  }
+  sayDropped(what, output->rows());
+  try {
+    output->finish();
+    return true;
+  } catch (const std::exception& error) {
+    complain(fmt::format("torvex: error: the {} was not written: {}\n", what, error.what()));
+    return false;
+  }
+}
+
+int finish(std::optional<Trace>& trace, Recordings& recordings, RingWatch& watch) {
+  bool isWhole = isFinished("trace", trace);
+  isWhole = isFinished("ring", recordings.latest) && isWhole;
+  isWhole = isFinished("recording", recordings.whole) && isWhole;
+  watch.look();
+  if (recordings.ring != nullptr) {
     complainAll("warning", ringLeftOut(recordings.ring->files()));
   }
-  if (recordings.whole) {
-    sayDropped("recording", recordings.whole->rows());
-    recordings.whole->finish();
-  }
+  return isWhole ? okStatus : shortfallStatus;
 }
 
 int serve(const ServeOptions& options) {
@@ -94,6 +110,7 @@ int serve(const ServeOptions& options) {
   std::optional<Trace> trace;
   Recordings recordings;
   Torvex torvex(machine, plan, options.session);
+  std::optional<RingWatch> watch;
   {
     OpenDoor door(machine, torvex, options.door, options.session);
     if (!options.tracePath.empty()) {
@@ -104,20 +121,16 @@ int serve(const ServeOptions& options) {
     announce(options, door);
     door.open();
     tellSystemd("READY=1");
-    RingWatch watch(torvex, recordings.ring, true);
-    torvex.run([&watch](std::int64_t) { watch.look(); });
+    watch.emplace(torvex, recordings.ring, true);
+    torvex.run([&watch](std::int64_t) { watch->look(); });
+    watch->look();
     StopSignal::letRepeatedEnd();
     tellSystemd("STOPPING=1");
   }
   const CycleCount& counts = torvex.result().counts;
   say(fmt::format("ended by signal {} after {} cycles, {} overruns\n", StopSignal::received(),
                   std::uint64_t{counts.cycles}, torvex.result().pace.overruns));
-  if (trace) {
-    sayDropped("trace", trace->rows());
-    trace->finish();
-  }
-  finish(recordings);
-  return okStatus;
+  return finish(trace, recordings, *watch);
 }
 
 }  // namespace

@@ -21,14 +21,14 @@ namespace {
 constexpr std::uint64_t mostRowBytes = std::uint64_t{1} << 30;
 constexpr std::size_t leastMessageBytes = std::size_t{1} << 20;
 constexpr std::size_t mostMessageBytes = std::size_t{1} << 27;
-/// Of each axis, in a second.
+/// Bytes that are kept for the events of each axis and second.
 constexpr double messageBytes = 16 * 1024.0;
 
 std::size_t rowLengthOf(const RecordingHead& head) {
   return rowTimes + head.columns.size() + head.attributes.size();
 }
 
-/// With those that come after a wish, and while a file is begun.
+/// How many rows are kept: also those after the moment of a file, and while it is begun.
 std::size_t rowsFor(const RingOptions& options, const RecordingHead& head) {
   const double cycleMs = static_cast<double>(head.cycleMs);
   const double rows = (options.seconds * 1000.0 + RingFiles::afterMs) / cycleMs + 2.0;
@@ -80,7 +80,7 @@ struct FlightRecorder::Writing {
     head.trigger = file.reason;
     head.triggerMs = file.triggerMs;
     head.leftOut = from.files_.leftOut();
-    const auto firstMs = static_cast<double>(file.triggerMs - from.keptMs_);
+    const auto firstMs = static_cast<double>(file.dueMs - from.keptMs_);
     for (nextRow = rows.begin(); nextRow < endRow && rows.timeMs(nextRow) < firstMs;) {
       ++nextRow;
     }
@@ -104,9 +104,13 @@ struct FlightRecorder::Writing {
 
   /// And what came before it. False at the end of the file.
   bool writeRow() {
+    const std::uint64_t oldest = std::min(rows.begin(), endRow);
+    lostRows += oldest - std::min(oldest, nextRow);
+    nextRow = std::max(nextRow, oldest);
     const bool isRow = nextRow < endRow;
     writeMessages(isRow ? rows.mark(nextRow) : endMessage);
     if (!isRow) {
+      tellLost("dropped_rows", endMessage, lostRows);
       topics->finish();
       output.commit();
       return false;
@@ -123,14 +127,20 @@ struct FlightRecorder::Writing {
       lost += oldest.number - nextMessage.number;
       nextMessage = oldest;
     }
-    if (lost > 0) {
-      const double timeMs = nextRow < endRow ? rows.timeMs(nextRow) : 0.0;
-      topics->addDropped("dropped_events", static_cast<std::int64_t>(timeMs),
-                         std::exchange(lost, 0));
-    }
+    tellLost("dropped_events", nextMessage.number - std::min(nextMessage.number, lost), lost);
     while (nextMessage.number < end) {
       messages.read(nextMessage, message);
       topics->addKept(message.channel, message.timeNs, message.data);
+    }
+  }
+
+  /// With a number that none of the events in the file has: each message is one, so they have the
+  /// same numbers.
+  void tellLost(const char* kind, std::uint64_t number, std::uint64_t& count) {
+    if (count > 0) {
+      const std::uint64_t row = std::max(rows.begin(), std::min(nextRow, rows.end() - 1));
+      topics->addDropped(kind, static_cast<std::int64_t>(rows.timeMs(row)), std::exchange(count, 0),
+                         number);
     }
   }
 
@@ -143,8 +153,9 @@ struct FlightRecorder::Writing {
   const std::uint64_t endRow;
   MessageRing::Place nextMessage;
   const std::uint64_t endMessage;
-  /// Messages that made room too early, and are not told of yet.
+  /// Messages and rows that made room too early, and are not told of yet.
   std::uint64_t lost = 0;
+  std::uint64_t lostRows = 0;
   std::vector<double> row;
   MessageRing::Message message;
   std::optional<RecordingTopics> topics;
@@ -157,7 +168,7 @@ FlightRecorder::FlightRecorder(const RingOptions& options, const MachineModel& m
       attachments_(filesOf(machine)),
       rows_(rowLengthOf(head), rowsFor(options, head)),
       messages_(messageBytesFor(options, head)),
-      files_(madeFolder(options.folder), machine.name, options.mostFiles) {}
+      files_(madeFolder(options.folder), machine.name, keptMs_, options.mostFiles) {}
 
 FlightRecorder::~FlightRecorder() = default;
 
@@ -198,20 +209,20 @@ void FlightRecorder::rest() {
 
 void FlightRecorder::finish() {
   files_.end();
+  const auto always = [] { return true; };
+  write(always);
   for (auto file = files_.waiting(); file; file = files_.waiting()) {
-    if (writing_ == nullptr) {
-      beginWriting(*file);
-    }
-    write([] { return true; });
+    beginWriting(*file);
+    write(always);
   }
 }
 
 void FlightRecorder::beginWriting(const RingFiles::File& file) {
-  files_.close();
+  files_.begin();
   try {
     writing_ = std::make_unique<Writing>(*this, file);
   } catch (const std::exception& error) {
-    files_.settle(0, error.what());
+    files_.done(0, error.what());
   }
 }
 
@@ -223,13 +234,13 @@ void FlightRecorder::write(GoesOn goesOn) {
   try {
     while (goesOn()) {
       if (!writing_->writeRow()) {
-        files_.settle(writing_->bytes, "");
+        files_.done(writing_->bytes, "");
         writing_.reset();
         return;
       }
     }
   } catch (const std::exception& error) {
-    files_.settle(0, error.what());
+    files_.done(0, error.what());
     writing_.reset();
   }
 }

@@ -25,8 +25,8 @@ struct RingOptions {
 };
 
 /// Keeps the latest values and events of a run in memory, and writes them to a file of their own
-/// on an event that asks for it, or when somebody does. A file that is being written takes turns
-/// with what comes meanwhile.
+/// on an event that triggers it, or on request. A file that is being written takes turns with what
+/// comes meanwhile.
 class FlightRecorder : public RecordingTarget {
  public:
   /// Has all memory there, and touched. The machine must outlive the object. Throws
@@ -36,7 +36,8 @@ class FlightRecorder : public RecordingTarget {
   ~FlightRecorder() override;
 
   /// Any thread, never the cycle: has a file written of what was, and of what comes in the next
-  /// `RingFiles::afterMs`.
+  /// `RingFiles::afterMs`. Soon after another file this one comes later, if it still reaches back
+  /// to this moment.
   RingFiles::Granted ask(const std::string& reason) { return files_.ask(reason, latestMs_); }
   [[nodiscard]] const RingFiles& files() const { return files_; }
 

@@ -50,7 +50,7 @@ struct RecordingHead {
   std::vector<RecordedAxis> axes;
   std::vector<RecordedBatch> batches;
   /// Of a recording that begins in the midst of a run: what it was written on ("held"), when, and
-  /// how many such wishes before it came to nothing. Else empty.
+  /// how many such requests before it were not granted. Else empty.
   std::string trigger;
   std::int64_t triggerMs = 0;
   std::uint64_t leftOut = 0;

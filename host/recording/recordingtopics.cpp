@@ -174,9 +174,10 @@ void RecordingTopics::addJournal(const JournalEntry& entry) {
   }
 }
 
-void RecordingTopics::addDropped(const char* kind, std::int64_t machineMs, std::uint64_t count) {
+void RecordingTopics::addDropped(const char* kind, std::int64_t machineMs, std::uint64_t count,
+                                 std::uint64_t number) {
   const Json json = {
-      {"number", eventCount_++}, {"kind", kind}, {"machine_ms", machineMs}, {"count", count}};
+      {"number", number}, {"kind", kind}, {"machine_ms", machineMs}, {"count", count}};
   add(events_, head_.timeNs(machineMs), printed(json, -1));
 }
 

@@ -40,7 +40,12 @@ class RecordingTopics {
   void addEvent(const Event& event, const std::vector<Point>& points);
   void addJournal(const JournalEntry& entry);
   /// That so many of these ("dropped_rows") are missing here.
-  void addDropped(const char* kind, std::int64_t machineMs, std::uint64_t count);
+  void addDropped(const char* kind, std::int64_t machineMs, std::uint64_t count) {
+    addDropped(kind, machineMs, count, eventCount_++);
+  }
+  /// The same, where events are added that were kept: with a number that none of them has.
+  void addDropped(const char* kind, std::int64_t machineMs, std::uint64_t count,
+                  std::uint64_t number);
   void finish() { writer_.finish(); }
 
   /// Takes a message that is no row, instead of the file.

@@ -5,7 +5,7 @@
 #include <algorithm>
 #include <ctime>
 #include <filesystem>
-#include <system_error>
+#include <random>
 #include <utility>
 
 namespace host {
@@ -33,45 +33,56 @@ std::string plain(std::string name) {
 
 }  // namespace
 
-RingFiles::RingFiles(const std::string& folder, const std::string& machine, std::size_t mostFiles)
+RingFiles::RingFiles(const std::string& folder, const std::string& machine, std::int64_t keptMs,
+                     std::size_t mostFiles)
     : folder_(std::filesystem::absolute(folder).lexically_normal()),
       prefix_(plain(machine)),
+      run_(fmt::format("{:08x}", std::random_device()())),
+      keptMs_(keptMs),
       mostFiles_(mostFiles) {}
 
 RingFiles::Granted RingFiles::ask(const std::string& reason, std::int64_t nowMs) {
   const std::lock_guard lock(mutex_);
-  const bool isWaiting = !files_.empty() && files_.back().state == State::waiting;
-  if (isWaiting && !isClosed_ && nowMs <= files_.back().untilMs()) {
+  if (!hasEnded_ && isWaiting() && nowMs <= files_.back().untilMs()) {
     return {files_.back(), ""};
   }
-  std::string refusal = refusalAt(nowMs);
+  const std::int64_t dueMs =
+      files_.empty() ? nowMs : std::max(nowMs, files_.back().dueMs + leastBetweenMs);
+  std::string refusal = refusalAt(nowMs, dueMs);
   if (!refusal.empty()) {
     ++leftOut_;
     return {std::nullopt, std::move(refusal)};
   }
-  isClosed_ = false;
-  File& file = files_.emplace_back();
+  File file;
   file.name = freshName(reason);
   file.reason = reason;
   file.triggerMs = nowMs;
-  return {file, ""};
+  file.dueMs = dueMs;
+  return {files_.emplace_back(std::move(file)), ""};
 }
 
 /// Empty where a file may begin.
-std::string RingFiles::refusalAt(std::int64_t nowMs) const {
+std::string RingFiles::refusalAt(std::int64_t nowMs, std::int64_t dueMs) const {
   if (hasEnded_) {
     return "the machine ends";
   }
-  if (files_.empty()) {
-    return "";
+  if (isWaiting()) {
+    return fmt::format("{} still waits to be written", files_.back().name);
   }
-  const File& last = files_.back();
-  if (nowMs < last.triggerMs + leastBetweenMs || last.state == State::waiting) {
-    return fmt::format("{} was for {} ms ago; there is one every {} s at most", last.name,
-                       nowMs - last.triggerMs, leastBetweenMs / 1000);
+  if (dueMs - nowMs > keptMs_) {
+    return fmt::format(
+        "there is one file every {} s at most; the next one may be in {} ms, and reaches back {} "
+        "ms",
+        leastBetweenMs / 1000, dueMs - nowMs, keptMs_);
   }
-  if (files_.size() >= mostFiles_) {
-    return fmt::format("there are {} files, as many as --record-files allows", files_.size());
+  return reachedLimit();
+}
+
+std::string RingFiles::reachedLimit() const {
+  const auto count = static_cast<std::size_t>(std::count_if(
+      files_.begin(), files_.end(), [](const File& file) { return file.state != State::failed; }));
+  if (count >= mostFiles_) {
+    return fmt::format("there are {} files, as many as --record-files allows", count);
   }
   if (bytes_ >= mostBytes) {
     return fmt::format("the files have {} bytes, and may have {}", bytes_, mostBytes);
@@ -79,14 +90,12 @@ std::string RingFiles::refusalAt(std::int64_t nowMs) const {
   return "";
 }
 
+/// Another one than all files have had.
 std::string RingFiles::freshName(const std::string& reason) const {
-  const std::string begin = fmt::format("{}-{}-{}", prefix_, nowText(), reason);
+  const std::string begin = fmt::format("{}-{}-{}-{}", prefix_, nowText(), run_, reason);
   std::string name = begin + ".mcap";
-  std::error_code ignored;
   const auto isTaken = [&] {
-    return std::filesystem::exists(
-               std::filesystem::symlink_status(folder_ + "/" + name, ignored)) ||
-           std::any_of(files_.begin(), files_.end(),
+    return std::any_of(files_.begin(), files_.end(),
                        [&name](const File& file) { return file.name == name; });
   };
   for (int number = 2; isTaken(); ++number) {
@@ -98,7 +107,6 @@ std::string RingFiles::freshName(const std::string& reason) const {
 void RingFiles::end() {
   const std::lock_guard lock(mutex_);
   hasEnded_ = true;
-  isClosed_ = true;
 }
 
 std::vector<RingFiles::File> RingFiles::from(std::size_t first) const {
@@ -112,21 +120,24 @@ std::uint64_t RingFiles::leftOut() const {
   return leftOut_;
 }
 
+std::string RingFiles::limit() const {
+  const std::lock_guard lock(mutex_);
+  return reachedLimit();
+}
+
 std::optional<RingFiles::File> RingFiles::waiting() const {
   const std::lock_guard lock(mutex_);
-  return files_.empty() || files_.back().state != State::waiting
-             ? std::nullopt
-             : std::optional<File>(files_.back());
+  return isWaiting() ? std::optional<File>(files_[begun_]) : std::nullopt;
 }
 
-void RingFiles::close() {
+void RingFiles::begin() {
   const std::lock_guard lock(mutex_);
-  isClosed_ = true;
+  ++begun_;
 }
 
-void RingFiles::settle(std::uint64_t bytes, const std::string& fault) {
+void RingFiles::done(std::uint64_t bytes, const std::string& fault) {
   const std::lock_guard lock(mutex_);
-  File& file = files_.back();
+  File& file = files_[begun_ - 1];
   file.state = fault.empty() ? State::written : State::failed;
   file.bytes = bytes;
   file.fault = fault;

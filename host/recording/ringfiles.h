@@ -10,13 +10,13 @@
 
 namespace host {
 
-/// The files that a ring is written to: which wish makes one, their names, and what becomes of
-/// them. Times are machine time. Any thread, never the cycle.
+/// The files that a ring is written to: which request makes one, their names, and what becomes of
+/// them. Times are machine time. Any thread, never the cycle; none of it touches the disk.
 class RingFiles {
  public:
-  /// What comes after a wish belongs to its file as well.
+  /// A file ends so long after its moment.
   static constexpr std::int64_t afterMs = 2'000;
-  /// From the wish that one file is for to the next one's.
+  /// From one file's moment to the next one's.
   static constexpr std::int64_t leastBetweenMs = 10'000;
   /// No file is begun once they have so many.
   static constexpr std::uint64_t mostBytes = std::uint64_t{2} << 30;
@@ -28,56 +28,69 @@ class RingFiles {
     /// What it is for: "held".
     std::string reason;
     std::int64_t triggerMs = 0;
+    /// Its moment: the trigger, or later where the file before it is too near.
+    std::int64_t dueMs = 0;
     State state = State::waiting;
     std::uint64_t bytes = 0;
     /// Why it failed.
     std::string fault;
 
-    [[nodiscard]] std::int64_t untilMs() const { return triggerMs + afterMs; }
+    [[nodiscard]] std::int64_t untilMs() const { return dueMs + afterMs; }
   };
-  /// The file that a wish is granted with, or why it is not.
+  /// The file that a request is granted with, or why it is not.
   struct Granted {
     std::optional<File> file;
     std::string refusal;
   };
 
-  /// Of names that begin with the machine's.
-  RingFiles(const std::string& folder, const std::string& machine, std::size_t mostFiles);
+  /// Names begin with the machine's. A file has `keptMs` before its moment. At most `mostFiles`
+  /// are written.
+  RingFiles(const std::string& folder, const std::string& machine, std::int64_t keptMs,
+            std::size_t mostFiles);
 
+  /// With a file that has the present moment.
   Granted ask(const std::string& reason, std::int64_t nowMs);
-  /// No wish is granted any more.
+  /// No request is granted any more.
   void end();
 
   [[nodiscard]] const std::string& folder() const { return folder_; }
   [[nodiscard]] std::string pathOf(const File& file) const {
     return (std::filesystem::path(folder_) / file.name).string();
   }
-  /// In the order of their wishes, without so many of the first ones.
+  /// In the order of their requests, without so many of the first ones.
   [[nodiscard]] std::vector<File> from(std::size_t first) const;
-  /// Wishes that were not granted.
+  /// Requests that were not granted.
   [[nodiscard]] std::uint64_t leftOut() const;
+  /// Why there will be no further file; empty where there may be one.
+  [[nodiscard]] std::string limit() const;
 
-  // The thread that writes them.
+  // The thread that writes them, one after the other.
 
-  /// The one that is to be written.
+  /// The next one that is to be written.
   [[nodiscard]] std::optional<File> waiting() const;
-  /// It takes no further wishes.
-  void close();
-  void settle(std::uint64_t bytes, const std::string& fault);
+  /// It is being written, and takes no further requests.
+  void begin();
+  /// What became of the one that was begun; no fault: it is there.
+  void done(std::uint64_t bytes, const std::string& fault);
 
  private:
-  [[nodiscard]] std::string refusalAt(std::int64_t nowMs) const;
+  [[nodiscard]] bool isWaiting() const { return files_.size() > begun_; }
+  [[nodiscard]] std::string refusalAt(std::int64_t nowMs, std::int64_t dueMs) const;
+  [[nodiscard]] std::string reachedLimit() const;
   [[nodiscard]] std::string freshName(const std::string& reason) const;
 
   const std::string folder_;
   const std::string prefix_;
+  /// So that processes that share a folder choose different names.
+  const std::string run_;
+  const std::int64_t keptMs_;
   const std::size_t mostFiles_;
 
   mutable std::mutex mutex_;
   std::vector<File> files_;
+  std::size_t begun_ = 0;
   std::uint64_t bytes_ = 0;
   std::uint64_t leftOut_ = 0;
-  bool isClosed_ = false;
   bool hasEnded_ = false;
 };
 

@@ -42,7 +42,7 @@ struct Outcome {
   std::uint64_t droppedTraceRows = 0;
   std::uint64_t droppedRecordingRows = 0;
   std::uint64_t droppedRingRows = 0;
-  /// Files that the ring was written to, and wishes for one that came to nothing.
+  /// Files that the ring was written to, and requests for one that were not granted.
   std::vector<std::string> ringFiles;
   std::uint64_t ringLeftOut = 0;
   /// The signal that stopped it; 0 when none did.

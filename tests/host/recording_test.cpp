@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <deque>
+#include <functional>
 #include <sstream>
 #include <thread>
 
@@ -214,7 +215,8 @@ struct RingRun {
   Prepared setup{2, 1, 10};
   std::vector<std::int64_t> rows;
   std::vector<std::int64_t> events;
-  std::vector<std::int64_t> granted;
+  /// Triggers and the moments of their files.
+  std::vector<std::pair<std::int64_t, std::int64_t>> granted;
   std::uint64_t leftOut = 0;
   RingFiles const* files = nullptr;
   std::optional<Recorder> recorder;
@@ -234,26 +236,29 @@ struct RingRun {
     const std::int64_t timeMs = rows.empty() ? 0 : rows.back();
     events.push_back(timeMs);
     recorder->tell({kind, Fault::none, timeMs}, nullptr);
-    const std::int64_t last = granted.empty() ? -RingFiles::leastBetweenMs : granted.back();
+    const std::int64_t last = granted.empty() ? -RingFiles::leastBetweenMs : granted.back().second;
+    const std::int64_t dueMs = std::max(timeMs, last + RingFiles::leastBetweenMs);
     if (kind == EventKind::taken || (timeMs < last + RingFiles::afterMs && !granted.empty())) {
       return;
     }
-    const bool isGranted = timeMs >= last + RingFiles::leastBetweenMs && granted.size() < 4;
-    isGranted ? granted.push_back(timeMs) : void(++leftOut);
+    const bool isGranted = dueMs - timeMs <= keptMs && granted.size() < 4;
+    isGranted ? granted.emplace_back(timeMs, dueMs) : void(++leftOut);
   }
   void row() {
     rows.push_back(rows.empty() ? 0 : rows.back() + cycleMs);
     recorder->rows().pushWaiting({static_cast<double>(rows.back()), 0.0, 1.0, 2.0});
   }
-  void expectFile(const RingFiles::File& file, std::int64_t triggerMs) const {
+  void expectFile(const RingFiles::File& file, std::int64_t triggerMs, std::int64_t dueMs) const {
     std::vector<std::int64_t> seenRows;
     std::vector<std::uint64_t> seenEvents;
+    std::vector<std::uint64_t> numbers;
     std::uint64_t dropped = 0;
     RecordedRun::Handler handler;
     handler.row = [&](const auto& row) { seenRows.push_back(static_cast<std::int64_t>(row[0])); };
     handler.event = [&](const Json& event) {
+      numbers.push_back(event.at("number"));
       event.at("kind") == "dropped_events" ? void(dropped += event.at("count").get<std::uint64_t>())
-                                           : seenEvents.push_back(event.at("number"));
+                                           : seenEvents.push_back(numbers.back());
     };
     const RecordedRun run = RecordedRun::read(files->pathOf(file), handler);
     EXPECT_TRUE(run.end.isWhole);
@@ -261,13 +266,15 @@ struct RingRun {
     EXPECT_FALSE(run.head.beginsAtStart());
     EXPECT_EQ(std::make_pair(run.head.trigger, run.head.triggerMs),
               std::make_pair("held"s, triggerMs));
-    const std::int64_t firstMs = std::max(triggerMs - keptMs, rows.front());
-    const std::int64_t lastMs = std::min(triggerMs + RingFiles::afterMs, rows.back());
+    EXPECT_EQ(std::adjacent_find(numbers.begin(), numbers.end(), std::greater_equal<>()),
+              numbers.end());
+    const std::int64_t firstMs = std::max(dueMs - keptMs, rows.front());
+    const std::int64_t lastMs = std::min(dueMs + RingFiles::afterMs, rows.back());
     ASSERT_EQ(seenRows.size(), static_cast<std::size_t>((lastMs - firstMs) / cycleMs + 1));
     EXPECT_EQ(std::make_pair(seenRows.front(), seenRows.back()), std::make_pair(firstMs, lastMs));
     std::vector<std::uint64_t> expected;
     for (std::size_t i = 0; i < events.size(); ++i) {
-      const bool isBefore = events[i] < lastMs || lastMs < triggerMs + RingFiles::afterMs;
+      const bool isBefore = events[i] < lastMs || lastMs < dueMs + RingFiles::afterMs;
       if (events[i] >= firstMs && isBefore) {
         expected.push_back(i);
       }
@@ -299,7 +306,7 @@ TEST(Ring, WritesWhatWasBeforeAWishAndWhatCameAfterIt) {
     EXPECT_EQ(run.files->leftOut(), run.leftOut);
     for (std::size_t i = 0; i < files.size(); ++i) {
       ASSERT_EQ(files[i].state, RingFiles::State::written) << files[i].fault;
-      run.expectFile(files[i], run.granted[i]);
+      run.expectFile(files[i], run.granted[i].first, run.granted[i].second);
     }
   }
 }
@@ -333,12 +340,16 @@ TEST(Ring, NeverTakesThePlaceOfAFile) {
   EXPECT_THROW(file.commit(), std::system_error);
   EXPECT_THROW(OutputFile(temporary.path("x"), OutputFile::Present::kept), UserError);
   EXPECT_EQ(std::filesystem::file_size(temporary.path("x")), 3U);
-  RingFiles files(temporary.path("."), "a/b", 9);
+  RingFiles files(temporary.path("."), "a/b", 0, 1);
+  RingFiles others(temporary.path("."), "a/b", 0, 1);
   const std::string name = files.ask("held", 0).file->name;
   EXPECT_EQ(name.substr(0, 4), "a_b-");
-  (void)temporary.write(name, "");
-  files.settle(0, "full");
+  EXPECT_NE(others.ask("held", 0).file->name, name);
+  files.begin();
+  files.done(0, "full");
+  EXPECT_EQ(files.limit(), "");
   EXPECT_NE(files.ask("held", RingFiles::leastBetweenMs).file->name, name);
+  EXPECT_NE(files.limit(), "");
 }
 
 }  // namespace

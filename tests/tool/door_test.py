@@ -602,7 +602,7 @@ class Door(DoorTest):
             self.assertEqual(self.asked("POST", "/v1/hold", {})[0], 200)
             process.send_signal(signal.SIGUSR1)
             recorded = self.told_until(events, lambda event: event["kind"] == "recorded")[-1]
-            self.assertRegex(recorded["file"], r"^m-\d{8}T\d{6}Z-request.mcap$")
+            self.assertRegex(recorded["file"], r"^m-\d{8}T\d{6}Z-[0-9a-f]{8}-request.mcap$")
             listed = self.asked("GET", "/v1/recordings")[1]
             self.assertEqual((listed["files"], listed["left_out"]),
                              ([{**file, "state": "written", "bytes": recorded["count"]}], 0))
@@ -616,7 +616,11 @@ class Door(DoorTest):
             self.assertIn("begins in the midst of a run", self.said(2, "replay", path))
             self.assertEqual(self.reason("POST", "/v1/recordings"), (429, "too_often", ""))
             process.send_signal(signal.SIGTERM)
-            self.assertIn("1 wish to write the ring came to nothing", process.stdout.read())
+            self.assertIn("1 request to write the ring not granted", process.stdout.read())
+        with self.served("--record-ring", "1", "--record-folder", "last") as process:
+            process.send_signal(signal.SIGUSR1)
+            process.send_signal(signal.SIGTERM)
+            self.assertRegex(process.stdout.read(), r"recorded .*/last/m-.*-signal.mcap \(signal\)")
         self.assertEqual(os.listdir("made/ring"), [file["file"]])
 
     def test_tells_systemd_when_it_is_ready(self):

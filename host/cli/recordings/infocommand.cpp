@@ -106,7 +106,7 @@ std::string headText(const RecordingDigest& digest) {
     text += fmt::format(
         "ring     for {} at {:.3f} s{}\n", visible(head.trigger), seconds(head.triggerMs),
         head.leftOut == 0 ? ""
-                          : fmt::format(", {} left out before", counted(head.leftOut, "wish")));
+                          : fmt::format(", {} left out before", counted(head.leftOut, "request")));
   }
   text += fmt::format("rows     {} in {:.3f} s\n", digest.rows,
                       seconds(digest.lastMs - digest.firstMs));
