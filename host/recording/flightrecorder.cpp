@@ -138,9 +138,9 @@ struct FlightRecorder::Writing {
   /// same numbers.
   void tellLost(const char* kind, std::uint64_t number, std::uint64_t& count) {
     if (count > 0) {
-      const std::uint64_t row = std::max(rows.begin(), std::min(nextRow, rows.end() - 1));
-      topics->addDropped(kind, static_cast<std::int64_t>(rows.timeMs(row)), std::exchange(count, 0),
-                         number);
+      const std::uint64_t where = std::max(rows.begin(), std::min(nextRow, rows.end() - 1));
+      topics->addDropped(kind, static_cast<std::int64_t>(rows.timeMs(where)),
+                         std::exchange(count, 0), number);
     }
   }
 

@@ -242,7 +242,7 @@ struct RingRun {
       return;
     }
     const bool isGranted = dueMs - timeMs <= keptMs && granted.size() < 4;
-    isGranted ? granted.emplace_back(timeMs, dueMs) : void(++leftOut);
+    isGranted ? void(granted.emplace_back(timeMs, dueMs)) : void(++leftOut);
   }
   void row() {
     rows.push_back(rows.empty() ? 0 : rows.back() + cycleMs);
