@@ -35,12 +35,15 @@ CommanderId Commanders::enrol(Enrolment enrolment, std::int64_t nowMs, std::vect
   return id;
 }
 
-bool Commanders::renew(CommanderId id, std::int64_t nowMs) {
+bool Commanders::renew(CommanderId id, std::int64_t nowMs, std::optional<std::int64_t> leaseMs) {
   const auto found = commanders_.find(id);
   if (found == commanders_.end()) {
     return false;
   }
   found->second.renewedMs = nowMs;
+  if (leaseMs) {
+    found->second.enrolment.leaseMs = leaseMs;
+  }
   return true;
 }
 

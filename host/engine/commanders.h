@@ -41,8 +41,9 @@ class Commanders {
   [[nodiscard]] std::optional<Owned> obstacleTo(const Enrolment& enrolment) const;
   /// Registers one that has no obstacle. Adds to `losses` the axes that others lose.
   CommanderId enrol(Enrolment enrolment, std::int64_t nowMs, std::vector<Owned>& losses);
-  /// False when there is no such commander.
-  bool renew(CommanderId id, std::int64_t nowMs);
+  /// The lease begins anew, of this length from now on if one is given. False when there is no such
+  /// commander.
+  bool renew(CommanderId id, std::int64_t nowMs, std::optional<std::int64_t> leaseMs = {});
   /// Frees the axes of a commander that there is.
   Commander remove(CommanderId id);
   [[nodiscard]] bool hasLeases() const;

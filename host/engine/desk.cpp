@@ -119,8 +119,8 @@ void Desk::enrol(Enrolment enrolment, Answered answered) {
          std::move(answered));
 }
 
-void Desk::renew(CommanderId commander, Answered answered) {
-  demand([this, commander] { return doRenew(commander); }, std::move(answered));
+void Desk::renew(CommanderId commander, std::optional<std::int64_t> leaseMs, Answered answered) {
+  demand([this, commander, leaseMs] { return doRenew(commander, leaseMs); }, std::move(answered));
 }
 
 void Desk::resign(CommanderId commander, Answered answered) {

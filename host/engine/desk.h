@@ -54,8 +54,9 @@ class Desk {
   /// Registers a commander, which takes axes over from those with a lower priority and from
   /// nobody: what waits there is cleared, and they ramp to rest. Refused as `owned`.
   void enrol(Enrolment enrolment, Answered answered);
-  /// A sign of life. Refused as `unknown`.
-  void renew(CommanderId commander, Answered answered);
+  /// A sign of life; the lease is of this length from now on, if one is given. Refused as
+  /// `unknown`.
+  void renew(CommanderId commander, std::optional<std::int64_t> leaseMs, Answered answered);
   /// Ends a commander by its loss rule. Refused as `unknown`.
   void resign(CommanderId commander, Answered answered);
 
@@ -121,7 +122,7 @@ class Desk {
   CommandAnswer doHold(const std::vector<int>& axes);
   CommandAnswer doRelease(const std::vector<int>& axes);
   CommandAnswer doEnrol(const Enrolment& enrolment);
-  CommandAnswer doRenew(CommanderId commander);
+  CommandAnswer doRenew(CommanderId commander, std::optional<std::int64_t> leaseMs);
   CommandAnswer lose(CommanderId commander, Fault why);
   void judgeLeases();
   void letAdoptedResign();

@@ -95,8 +95,8 @@ void Desk::tellEnrolled(CommanderId id, const Enrolment& enrolment,
   tellRegistered(id, enrolment.axes.size());
 }
 
-CommandAnswer Desk::doRenew(CommanderId commander) {
-  if (!commanders_.renew(commander, clockMs_)) {
+CommandAnswer Desk::doRenew(CommanderId commander, std::optional<std::int64_t> leaseMs) {
+  if (!commanders_.renew(commander, clockMs_, leaseMs)) {
     return denied(Fault::unknown);
   }
   CommandAnswer answer = doneWith(commanders_.find(commander)->enrolment.axes);

@@ -259,9 +259,16 @@ Answer Commands::enrolled(const CommandAnswer& answer, const Enrolment& enrolmen
 
 void Commands::renew(const Request& request, const Reply& reply) {
   const Query query(request, {});
-  desk().renew(keys_.find(keyIn(request)), [this, reply](const CommandAnswer& answer) {
-    reply.later([this, answer] { return commanderAnswer(answer); });
-  });
+  const std::optional<std::int64_t> leaseMs = readRenewal(request.body);
+  desk().renew(keys_.find(keyIn(request)), leaseMs,
+               [this, reply, leaseMs](const CommandAnswer& answer) {
+                 reply.later([this, answer, leaseMs] {
+                   if (answer.isDone() && leaseMs) {
+                     known_[answer.commander].enrolment.leaseMs = leaseMs;
+                   }
+                   return commanderAnswer(answer);
+                 });
+               });
 }
 
 void Commands::resign(const Request& request, const Reply& reply) {
@@ -299,7 +306,7 @@ std::function<void()> Commands::renewing(const std::string& key) {
   if (id == nobody) {
     throw Refused(unknownCommander("?commander"));
   }
-  return [this, id] { desk().renew(id, {}); };
+  return [this, id] { desk().renew(id, {}, {}); };
 }
 
 void Commands::forgetLost(std::int64_t timeMs) {

@@ -40,14 +40,18 @@ std::vector<int> axesAt(const Document& document, const Node& node, const Actuat
   return {axes.begin(), axes.end()};
 }
 
+void readLength(const Document& document, const Document::Fields& fields,
+                std::optional<std::int64_t>& leaseMs) {
+  document.field(fields, "lease_ms", [&](const Node& node) {
+    leaseMs = static_cast<std::int64_t>(document.wholeNumber(node, "lease_ms", 50, 3'600'000));
+  });
+}
+
 void readLease(const Document& document, const Document::Fields& fields, Registration& wanted) {
   document.field(fields, "priority", [&](const Node& node) {
     wanted.enrolment.priority = static_cast<int>(document.wholeNumber(node, "priority", 0, 100));
   });
-  document.field(fields, "lease_ms", [&](const Node& node) {
-    wanted.enrolment.leaseMs =
-        static_cast<std::int64_t>(document.wholeNumber(node, "lease_ms", 50, 3'600'000));
-  });
+  readLength(document, fields, wanted.enrolment.leaseMs);
   document.field(fields, "on_loss", [&](const Node& node) {
     const std::string name = document.text(node, "on_loss");
     if (name != "stop" && name != "run_out") {
@@ -81,6 +85,17 @@ Registration readRegistration(const std::string& text, const ActuatorNames& name
                 readLease(document, fields, wanted);
               });
   return wanted;
+}
+
+std::optional<std::int64_t> readRenewal(const std::string& text) {
+  std::optional<std::int64_t> leaseMs;
+  if (!text.empty()) {
+    readRequest(text, "a renewal", {"lease_ms"},
+                [&](const Document& document, const Document::Fields& fields) {
+                  readLength(document, fields, leaseMs);
+                });
+  }
+  return leaseMs;
 }
 
 std::vector<int> readAxes(const std::string& text, const ActuatorNames& names) {

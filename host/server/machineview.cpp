@@ -206,6 +206,7 @@ Json MachineView::clock(std::int64_t receivedNs) const {
           {"machine_zero_ns", originNs ? Json(*originNs + now.lagMs * nsPerMs) : Json()},
           {"machine_ms", now.timeMs},
           {"cycle_ms", torvex_.cycleMs()},
+          {"overruns", now.pace.overruns},
           {"instance", instance_},
           {"sent_ns", wallNs()}};
 }

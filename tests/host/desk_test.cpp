@@ -147,7 +147,12 @@ class ManyCommanders {
         resign(id);
         break;
       case 6:
-        desk.renew(id, expecting(known_.count(id) > 0, "renew"));
+        if (const std::int64_t leaseMs = 50 + random_.below(400); known_.count(id) > 0) {
+          desk.renew(id, leaseMs, expecting(true, "renew"));
+          known_[id].leaseMs = leaseMs;
+        } else {
+          desk.renew(id, {}, expecting(false, "renew"));
+        }
         renew(id);
         break;
       default:
@@ -312,7 +317,7 @@ TEST(Desk, JudgesNoLeaseBeforeAllWasReadAfterAStall) {
     EXPECT_FALSE(engine.canGoOn()) << "machine time goes on before all was read";
     EXPECT_EQ(engine.desk().state().commanders.size(), 1U);
     if (what == 0) {
-      engine.desk().renew(1, {});
+      engine.desk().renew(1, {}, {});
     }
     if (what < 2) {
       engine.desk().haveReadAll(stall);

@@ -36,7 +36,7 @@ TEST(ClockFilter, KnowsTheOffsetWithinItsBound) {
       exchange.receivedNs = machine(now += drawn(random, 10'000, 50'000'000));
       exchange.sentNs = machine(now += drawn(random, 0, 5'000'000));
       exchange.answeredNs = now += drawn(random, 10'000, 50'000'000);
-      filter.add(exchange);
+      EXPECT_TRUE(filter.add(exchange)) << run;
       const auto known = filter.at(now);
       EXPECT_LE(std::abs(known->offsetNs - (machine(now) - now)), known->boundNs) << run;
       const std::int64_t width =
@@ -44,6 +44,9 @@ TEST(ClockFilter, KnowsTheOffsetWithinItsBound) {
       least = i < 64 ? std::min(least, width) : width;
       EXPECT_LE(known->boundNs, least / 2 + 2'000'000) << run;
     }
+    // A clock was set.
+    EXPECT_FALSE(filter.add({now, machine(now) + 200'000'000, machine(now) + 200'000'000, now}));
+    EXPECT_EQ(filter.at(now)->offsetNs, machine(now) + 200'000'000 - now) << run;
   }
 }
 

@@ -2,6 +2,8 @@
 
 #include <fmt/format.h>
 
+#include <algorithm>
+
 #include <nlohmann/json.hpp>
 
 #include "host/base/counted.h"
@@ -19,6 +21,10 @@ void Played::note(const Json& event) {
   if (kind == "cleared" || kind == "refused") {
     by.insert(textOf(event, kind == "cleared" ? "by" : "reason"));
   }
+}
+
+bool Played::isDisturbed() const {
+  return std::any_of(by.begin(), by.end(), [](const std::string& each) { return each != "batch"; });
 }
 
 std::string Played::shortfall() const {

@@ -18,6 +18,8 @@ struct Played {
   std::set<std::string> by;
 
   [[nodiscard]] bool isOver() const { return reached + cleared + refused >= points; }
+  /// Whether somebody else cleared points, or some were refused.
+  [[nodiscard]] bool isDisturbed() const;
   /// An event of that request.
   void note(const Json& event);
   /// In words for a user: how many were not reached, and why.

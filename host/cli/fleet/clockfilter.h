@@ -21,14 +21,19 @@ struct ClockOffset {
   std::int64_t boundNs = 0;
 };
 
-/// Tells the offset of a clock from repeated exchanges: by the one that says most. Whatever the
-/// network does, the offset lies within the bound, as long as the two clocks drift apart by at most
+/// Tells the offset of a clock from repeated exchanges, by the one with the least bound. Whatever
+/// the network does, the offset lies within it, as long as the two clocks drift apart by at most
 /// `driftPerMillion`.
 class ClockFilter {
  public:
   static constexpr std::int64_t driftPerMillion = 100;
 
-  void add(const ClockExchange& exchange);
+  /// How far the clocks may drift apart meanwhile.
+  static std::int64_t driftNs(std::int64_t ageNs);
+
+  /// False when it contradicts the earlier ones, which are then forgotten: a clock was set, or
+  /// drifts faster.
+  bool add(const ClockExchange& exchange);
   /// At this reading of the fleet's clock; none before the first exchange.
   [[nodiscard]] std::optional<ClockOffset> at(std::int64_t nowNs) const;
 

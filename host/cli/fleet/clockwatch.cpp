@@ -1,5 +1,6 @@
 #include "host/cli/fleet/clockwatch.h"
 
+#include <cstdlib>
 #include <nlohmann/json.hpp>
 
 #include "host/client/answer.h"
@@ -24,6 +25,8 @@ std::int64_t stampIn(const Json& answer, const char* member) {
 void ClockWatch::ask(DoorClient& door) {
   constexpr std::int64_t mostCycleMs = 1000;
   constexpr std::int64_t cyclesOnTime = 3;
+  // Sums of it in nanoseconds do not overflow.
+  constexpr std::int64_t mostMachineMs = std::int64_t{1} << 40;
   ClockExchange exchange;
   exchange.askedNs = wallNs();
   const Json answer = door.get("/v1/clock");
@@ -31,16 +34,21 @@ void ClockWatch::ask(DoorClient& door) {
   exchange.receivedNs = stampIn(answer, "received_ns");
   exchange.sentNs = stampIn(answer, "sent_ns");
   const std::int64_t cycleMs = stampIn(answer, "cycle_ms");
-  machineMs_ = stampIn(answer, "machine_ms") % (std::int64_t{1} << 40);
-  machineZeroNs_ = stampIn(answer, "machine_zero_ns");
-  if (cycleMs < 1 || cycleMs > mostCycleMs) {
-    throw NoMachine("the machine tells no clock: its cycle is none");
+  const std::int64_t machineMs = stampIn(answer, "machine_ms");
+  const std::int64_t tookNs = exchange.answeredNs - exchange.askedNs;
+  if (cycleMs < 1 || cycleMs > mostCycleMs || std::abs(machineMs) > mostMachineMs ||
+      exchange.sentNs < exchange.receivedNs ||
+      exchange.sentNs - exchange.receivedNs > tookNs + 2 * ClockFilter::driftNs(tookNs)) {
+    throw NoMachine("the machine tells a clock that cannot be: its cycle or its stamps are wrong");
   }
+  machineMs_ = machineMs;
+  machineZeroNs_ = stampIn(answer, "machine_zero_ns");
+  overruns_ = stampIn(answer, "overruns");
   if (const std::string instance = textOf(answer, "instance"); instance != instance_) {
     filter_ = ClockFilter();
     instance_ = instance;
   }
-  filter_.add(exchange);
+  contradictions_ += filter_.add(exchange) ? 0 : 1;
   cycleMs_ = cycleMs;
   askedNs_ = exchange.askedNs;
   isHeldUp_ = exchange.sentNs - machineZeroNs_ > (machineMs_ + cyclesOnTime * cycleMs_) * nsPerMs;

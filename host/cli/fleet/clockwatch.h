@@ -28,6 +28,10 @@ class ClockWatch {
   [[nodiscard]] std::int64_t machineZeroNs() const { return machineZeroNs_; }
   /// Its latest cycle is so long ago that machine time does not go on.
   [[nodiscard]] bool isHeldUp() const { return isHeldUp_; }
+  /// How many cycles were passed over so far.
+  [[nodiscard]] std::int64_t overruns() const { return overruns_; }
+  /// How often an exchange contradicted those before it.
+  [[nodiscard]] int contradictions() const { return contradictions_; }
   /// When the latest answer was asked for.
   [[nodiscard]] std::int64_t askedNs() const { return askedNs_; }
 
@@ -38,6 +42,8 @@ class ClockWatch {
   std::int64_t machineZeroNs_ = 0;
   std::int64_t cycleMs_ = 1;
   std::int64_t askedNs_ = 0;
+  std::int64_t overruns_ = 0;
+  int contradictions_ = 0;
   bool isHeldUp_ = false;
 };
 

@@ -8,7 +8,7 @@ namespace {
 
 constexpr std::int64_t nsPerTick = 1'000'000;
 
-/// Of quotients that may be negative.
+/// Rounds down, also below 0.
 std::int64_t floorDivided(std::int64_t number, std::int64_t divisor) {
   return number / divisor - (number % divisor < 0 ? 1 : 0);
 }
@@ -66,6 +66,20 @@ CommonStart findCommonStart(const std::vector<FleetClock>& clocks, std::int64_t 
     }
   }
   return best;
+}
+
+std::int64_t mostSilentNs(const FleetClock& clock) {
+  constexpr std::int64_t silentNs = 250'000'000;
+  return silentNs + 2 * clock.cycleMs * nsPerTick + 4 * clock.boundNs;
+}
+
+std::int64_t startGuardNs(const std::vector<FleetClock>& clocks) {
+  constexpr std::int64_t cyclesToTake = 4;
+  // A turn here, a turn of the member, and a connection.
+  constexpr std::int64_t reactionNs = 20'000'000;
+  // The bound is half of the way there and back.
+  return cyclesToTake * longestCycleNs(clocks) + 4 * clocks[leastKnown(clocks)].boundNs +
+         reactionNs;
 }
 
 std::int64_t longestCycleNs(const std::vector<FleetClock>& clocks) {

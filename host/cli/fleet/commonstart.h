@@ -37,6 +37,13 @@ std::int64_t apartNs(const std::vector<FleetClock>& clocks, const std::vector<st
 /// gap between them is widest. At least one machine.
 CommonStart findCommonStart(const std::vector<FleetClock>& clocks, std::int64_t earliestNs);
 
+/// How long a machine may be silent before a start, in nanoseconds: a command takes it up to two
+/// cycles.
+std::int64_t mostSilentNs(const FleetClock& clock);
+/// How long before the start it can be cancelled for the last time, so that all machines know
+/// before it.
+std::int64_t startGuardNs(const std::vector<FleetClock>& clocks);
+
 std::int64_t longestCycleNs(const std::vector<FleetClock>& clocks);
 /// The number of the machine whose clock is known least.
 std::size_t leastKnown(const std::vector<FleetClock>& clocks);

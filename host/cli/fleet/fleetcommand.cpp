@@ -47,11 +47,24 @@ Json seen(const FleetMachine& machine, DoorClient& door) {
           {"stalls", countOf(health, "stalls")},
           {"offset_ns", offset.offsetNs},
           {"bound_ns", offset.boundNs},
-          {"machine_zero_ns", watch.clock().zeroNs}};
+          {"zero_ns", watch.clock().zeroNs}};
+}
+
+/// As `seen`, of one that has told nothing.
+Json unseen(const FleetMachine& machine) {
+  Json one = {{"name", machine.name}, {"door", machine.door.text()}, {"state", "no answer"}};
+  for (const char* const member :
+       {"machine_ms", "cycle_ms", "stalls", "offset_ns", "bound_ns", "zero_ns"}) {
+    one[member] = nullptr;
+  }
+  return one;
 }
 
 std::string fixed(const Json& machine, const char* member, double unit, const char* format) {
-  return fmt::format(fmt::runtime(format), static_cast<double>(numberOf(machine, member)) / unit);
+  return memberOf(machine, member).is_null()
+             ? "-"
+             : fmt::format(fmt::runtime(format),
+                           static_cast<double>(numberOf(machine, member)) / unit);
 }
 
 int list(const Fleet& fleet, const FleetOptions& options) {
@@ -68,10 +81,7 @@ int list(const Fleet& fleet, const FleetOptions& options) {
                "to within (ms)", "door"});
   for (const FleetMachine& machine : fleet.machines) {
     const auto each = found.find(machine.name);
-    if (each == found.end()) {
-      continue;
-    }
-    const Json& one = each->second;
+    const Json one = each == found.end() ? unseen(machine) : each->second;
     table.add({visible(machine.name), visible(textOf(one, "state")),
                fixed(one, "machine_ms", 1e3, "{:.3f}"), fixed(one, "cycle_ms", 1, "{:g}"),
                fixed(one, "stalls", 1, "{:g}"), fixed(one, "offset_ns", 1e9, "{:.6f}"),
@@ -106,8 +116,14 @@ int runAction(const FleetOptions& options) {
     return badInputStatus;
   }
   const bool plays = options.action == "play";
-  if (!plays && !options.play.motions.empty()) {
-    complain("torvex: error: motions are for 'fleet play'\n");
+  const bool givesPlay = !options.play.motions.empty() || options.play.atSeconds > 0 ||
+                         options.play.ignoreUnknownJoints;
+  if (!plays && givesPlay) {
+    complain("torvex: error: motions, --at and --ignore-unknown-joints are for 'fleet play'\n");
+    return badInputStatus;
+  }
+  if (options.json && options.action != "ps") {
+    complain("torvex: error: --json is for 'fleet ps'\n");
     return badInputStatus;
   }
   const StopSignal stopSignal;
@@ -133,7 +149,8 @@ void addFleetCommand(CLI::App& app, Command& chosen) {
       "  all_or_none: true                       # when one is lost, the others are held\n\n"
       "play asks all machines first, and begins on all within one cycle, or on none; every\n"
       "machine comes to rest when it is stopped (Ctrl-C), killed or cut off. hold, release and\n"
-      "stop ask all at the same time, each for 2 s at most. docs/network.md has the rules.\n\n"
+      "stop ask all at the same time, and wait up to 2 s for each connection and answer. "
+      "docs/network.md has the rules.\n\n"
       "Exit status: 0; 1 when a machine refused, did not answer or was lost; 2 for bad input or\n"
       "usage; 128 and the signal's number when a signal stopped it.",
       [options] { return runAction(*options); }, chosen);

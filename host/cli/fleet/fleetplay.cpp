@@ -16,7 +16,9 @@
 #include "host/base/stopsignal.h"
 #include "host/base/visible.h"
 #include "host/cli/fleet/commonstart.h"
+#include "host/cli/fleet/fleetmotions.h"
 #include "host/cli/fleet/member.h"
+#include "host/cli/fleet/startmark.h"
 #include "host/cli/status.h"
 #include "host/engine/wallclock.h"
 
@@ -24,44 +26,6 @@ namespace host {
 namespace {
 
 using Phase = Member::Phase;
-
-double inMs(std::int64_t timeNs) {
-  return static_cast<double>(timeNs) / 1e6;
-}
-
-/// The machine that "NAME=MOTION" is for; empty for all.
-std::string machineIn(const std::string& motion) {
-  const std::size_t sign = motion.find('=');
-  return sign == std::string::npos || motion.find('/') < sign ? "" : motion.substr(0, sign);
-}
-
-/// What each machine of the fleet plays.
-std::vector<std::vector<std::string>> motionsOf(const Fleet& fleet,
-                                                const std::vector<std::string>& given) {
-  std::vector<std::vector<std::string>> motions(fleet.machines.size());
-  std::set<std::string> meant;
-  for (std::size_t i = 0; i < motions.size(); ++i) {
-    const FleetMachine& machine = fleet.machines[i];
-    motions[i] = given.empty() ? machine.motions : std::vector<std::string>();
-    meant.insert(machine.name);
-    for (const std::string& motion : given) {
-      const std::string name = machineIn(motion);
-      if (name.empty() || name == machine.name) {
-        motions[i].push_back(motion.substr(name.empty() ? 0 : name.size() + 1));
-      }
-    }
-  }
-  for (const std::string& motion : given) {
-    const std::string name = machineIn(motion);
-    if (!name.empty() && meant.count(name) == 0) {
-      throw UserError(motion, {}, fmt::format("the fleet has no machine '{}'", name));
-    }
-  }
-  if (std::all_of(motions.begin(), motions.end(), [](const auto& each) { return each.empty(); })) {
-    throw UserError("MOTION", {}, "nothing is to be played: name motions, here or in the file");
-  }
-  return motions;
-}
 
 /// One common motion, from the first question to the end.
 class FleetPlay {
@@ -83,36 +47,41 @@ class FleetPlay {
       return cancel();
     }
     each([](Member& member) { member.enrol(); });
-    if (!allReach(Phase::enrolled, wallNs() + enrolNs) || !chooseStart()) {
+    if (!allReach(Phase::enrolled, wallNs() + enrolNs) || !waitForWish() || !chooseStart()) {
       return cancel();
     }
     if (!allReach(Phase::sent, start_.startNs - guardNs_)) {
       return cancel();
     }
     sayStart();
-    while (wallNs() < start_.startNs - guardNs_) {
+    do {
       if (!areInStep()) {
         return cancel();
       }
       pause();
-    }
+    } while (wallNs() < start_.startNs - guardNs_);
+    each([](Member& member) { member.go(); });
     return follow();
   }
 
  private:
+  static double inMs(std::int64_t timeNs) { return static_cast<double>(timeNs) / 1e6; }
   static void pause() { std::this_thread::sleep_for(std::chrono::milliseconds(2)); }
 
   void each(const std::function<void(Member&)>& act) {
     std::for_each(members_.begin(), members_.end(), act);
   }
 
-  /// Nobody is gone, and no signal came.
+  /// Nobody is gone, no signal came, and nothing else is at fault.
   bool isUnderWay() {
+    if (!fault_.empty()) {
+      return false;
+    }
     for (const Member& member : members_) {
       const Member::View view = member.view();
       if (view.phase == Phase::gone) {
-        fault_ = shown(member.name(), view.outcome);
-        status_ = std::max(view.outcome.status, shortfallStatus);
+        fault_ += shown(member.name(), view.outcome);
+        status_ = std::max({status_, view.outcome.status, shortfallStatus});
       }
     }
     if (const int signal = StopSignal::received()) {
@@ -141,55 +110,108 @@ class FleetPlay {
   }
 
   void blame(const std::string& machine, const std::string& why) {
-    fault_ = fmt::format("torvex: error: {}: {}\n", visible(machine), why);
+    fault_ += fmt::format("torvex: error: {}: {}\n", visible(machine), why);
     status_ = shortfallStatus;
   }
 
-  /// What all say of their clocks and of what they need; the result is how long reading takes them.
-  std::int64_t survey(std::vector<FleetClock>& clocks) {
-    constexpr std::int64_t cyclesToTake = 4;
-    std::int64_t commonMs = 1;
-    std::int64_t preparedInMs = 0;
+  [[nodiscard]] std::int64_t wishedNs() const {
+    return askedNs_ + static_cast<std::int64_t>(options_.atSeconds * 1e9);
+  }
+
+  /// Until shortly before: the clocks drift apart between the choice of the moment and the start.
+  bool waitForWish() {
+    constexpr std::int64_t beforeNs = 5'000 * nsPerMs;
+    std::int64_t readingMs = 0;
+    for (const Member& member : members_) {
+      readingMs = std::max(readingMs, member.view().preparedInMs);
+    }
+    const std::int64_t untilNs = wishedNs() - beforeNs - 2 * readingMs * nsPerMs;
+    if (wallNs() < untilNs) {
+      complain(fmt::format("ready    the moment is chosen in {:.1f} s\n",
+                           inMs(untilNs - wallNs()) / 1000.0));
+    }
+    while (wallNs() < untilNs && areInStep()) {
+      pause();
+    }
+    return isUnderWay();
+  }
+
+  /// What is known of the clocks, and what will be of it at this moment.
+  [[nodiscard]] std::vector<FleetClock> clocksAt(std::int64_t momentNs) const {
+    std::vector<FleetClock> clocks;
     for (const Member& member : members_) {
       const Member::View view = member.view();
       clocks.push_back(view.clock);
-      zeros_.push_back(view.machineZeroNs);
+      clocks.back().boundNs += ClockFilter::driftNs(momentNs - view.aliveNs);
+    }
+    return clocks;
+  }
+
+  /// All begin with the longest approach, which all cycles divide: it is equally long on all.
+  bool chooseApproach() {
+    constexpr std::int64_t mostMs = 10'000;
+    std::int64_t commonMs = 1;
+    for (const Member& member : members_) {
+      const Member::View view = member.view();
       approachMs_ = std::max(approachMs_, view.approachMs);
-      preparedInMs = std::max(preparedInMs, view.preparedInMs);
-      commonMs = std::min<std::int64_t>(std::lcm(commonMs, view.clock.cycleMs), 1000);
+      commonMs = std::lcm(commonMs, view.clock.cycleMs);
+      if (commonMs > mostMs) {
+        blame(member.name(),
+              fmt::format("its cycle of {} ms and those of the others have no common "
+                          "multiple up to {} s: no approach is equally long on all",
+                          view.clock.cycleMs, mostMs / 1000));
+        return false;
+      }
     }
     approachMs_ = (approachMs_ + commonMs - 1) / commonMs * commonMs;
-    boundNs_ = clocks[leastKnown(clocks)].boundNs;
-    // The bound is half of the way there and back.
-    guardNs_ = cyclesToTake * longestCycleNs(clocks) + 4 * boundNs_;
-    return preparedInMs * nsPerMs;
+    return true;
+  }
+
+  /// The moment from which on all can have taken their motions.
+  std::int64_t soonest() {
+    constexpr std::int64_t leastNs = 300 * nsPerMs;
+    std::int64_t readingMs = 0;
+    marks_.clear();
+    for (const Member& member : members_) {
+      const Member::View view = member.view();
+      marks_.push_back({view.machineZeroNs, view.overruns, view.contradictions});
+      readingMs = std::max(readingMs, view.preparedInMs);
+    }
+    guardNs_ = startGuardNs(clocksAt(wallNs()));
+    return wallNs() + leastNs + 2 * guardNs_ + readingMs * nsPerMs;
   }
 
   /// The moment, and the word to all.
   bool chooseStart() {
-    constexpr std::int64_t leastNs = 300 * nsPerMs;
-    std::vector<FleetClock> clocks;
-    const std::int64_t readingNs = survey(clocks);
-    const std::int64_t soonestNs = wallNs() + leastNs + 2 * guardNs_ + readingNs;
-    const std::int64_t wishedNs = askedNs_ + static_cast<std::int64_t>(options_.atSeconds * 1e9);
-    if (options_.atSeconds > 0 && wishedNs < soonestNs) {
+    const std::int64_t soonestNs = soonest();
+    if (options_.atSeconds > 0 && wishedNs() < soonestNs) {
       fault_ =
           fmt::format("torvex: error: --at must be at least {:.3f}: before, not all are ready\n",
                       inMs(soonestNs - askedNs_) / 1000.0);
       status_ = shortfallStatus;
       return false;
     }
-    start_ = findCommonStart(clocks, std::max(soonestNs, wishedNs));
-    if (start_.apartNs > longestCycleNs(clocks)) {
-      blame(members_[leastKnown(clocks)].name(),
-            fmt::format("its clock is known to within {:.3f} ms alone: the machines would begin up "
-                        "to {:.3f} ms apart, more than a cycle of {:g} ms",
-                        inMs(boundNs_), inMs(start_.apartNs), inMs(longestCycleNs(clocks))));
+    const std::int64_t earliestNs = std::max(soonestNs, wishedNs());
+    const std::vector<FleetClock> clocks = clocksAt(earliestNs);
+    boundNs_ = clocks[leastKnown(clocks)].boundNs;
+    start_ = findCommonStart(clocks, earliestNs);
+    if (!isWithinOneCycle(clocks, start_.apartNs) || !chooseApproach()) {
       return false;
     }
     std::size_t i = 0;
     each([&](Member& member) { member.play(start_.atMs[i++], approachMs_); });
     return true;
+  }
+
+  bool isWithinOneCycle(const std::vector<FleetClock>& clocks, std::int64_t gapNs) {
+    if (gapNs > longestCycleNs(clocks)) {
+      const std::size_t least = leastKnown(clocks);
+      blame(members_[least].name(),
+            fmt::format("its clock is known to within {:.3f} ms alone: the machines would begin up "
+                        "to {:.3f} ms apart, more than a cycle of {:g} ms",
+                        inMs(clocks[least].boundNs), inMs(gapNs), inMs(longestCycleNs(clocks))));
+    }
+    return fault_.empty();
   }
 
   void sayStart() {
@@ -206,24 +228,24 @@ class FleetPlay {
         inMs(start_.startNs - wallNs()) / 1000.0, inMs(start_.apartNs), inMs(boundNs_), moments));
   }
 
-  /// All clocks go as they did when the moment was chosen, and tell so.
+  /// Nothing has come between, and all clocks go as they did when the moment was chosen.
   bool areInStep() {
-    constexpr std::int64_t silentNs = 250 * nsPerMs;
     if (!isUnderWay()) {
       return false;
     }
-    std::size_t i = 0;
-    for (const Member& member : members_) {
-      const Member::View view = member.view();
-      const std::int64_t stoodNs = view.machineZeroNs - zeros_[i++];
-      const std::int64_t silenceNs = wallNs() - view.aliveNs;
-      if (stoodNs != 0) {
-        blame(member.name(), fmt::format("machine time stood still for {:g} ms", inMs(stoodNs)));
-      } else if (view.isHeldUp) {
-        blame(member.name(), "machine time stands still");
-      } else if (silenceNs > silentNs + 4 * view.clock.boundNs) {
-        blame(member.name(), fmt::format("it has not answered for {:.0f} ms", inMs(silenceNs)));
+    for (std::size_t i = 0; i < members_.size(); ++i) {
+      const Member::View view = members_[i].view();
+      const std::string why = outOfStep(view, marks_.empty() ? nullptr : &marks_[i]);
+      if (!marks_.empty()) {
+        marks_[i].overruns = view.overruns;
       }
+      if (!why.empty()) {
+        blame(members_[i].name(), why);
+      }
+    }
+    if (fault_.empty() && !marks_.empty()) {
+      const std::vector<FleetClock> clocks = clocksAt(start_.startNs);
+      return isWithinOneCycle(clocks, apartNs(clocks, start_.atMs));
     }
     return fault_.empty();
   }
@@ -233,14 +255,33 @@ class FleetPlay {
     each([](Member& member) { member.leave(); });
     complain(fault_);
     waitUntilGone();
-    complain("torvex: cancelled on all machines: nothing begins\n");
-    sayWhoHasNotLeft();
+    bool isSure = true;
+    for (const Member& member : members_) {
+      const Member::Ending ending = member.view().ending.value_or(Member::Ending());
+      if (!ending.beginsNothing) {
+        isSure = false;
+        complain(fmt::format("torvex: error: {}: {}\n", visible(member.name()),
+                             ending.hasLeft ? "was cancelled too late: it may have begun, and "
+                                              "comes to rest"
+                                            : "has not answered the cancellation: it may begin, "
+                                              "until its lease or its connection ends"));
+      }
+    }
+    complain(isSure ? "torvex: cancelled on all machines: nothing begins\n"
+                    : "torvex: cancelled; nothing begins on the other machines\n");
     return status_;
   }
 
   void sayWhoHasNotLeft() {
     for (const Member& member : members_) {
-      if (!member.view().hasLeft) {
+      const Member::Ending ending = member.view().ending.value_or(Member::Ending());
+      if (ending.hold && ending.hold->status != okStatus) {
+        complain(fmt::format("torvex: error: {}: not held: {}\n", visible(member.name()),
+                             ending.hold->text));
+      } else if (ending.hold) {
+        complain(fmt::format("{}: held until 'torvex fleet release'\n", visible(member.name())));
+      }
+      if (!ending.hasLeft) {
         complain(
             fmt::format("torvex: warning: {}: has not answered the end; its lease, and the end "
                         "of the connection, end it there\n",
@@ -251,7 +292,7 @@ class FleetPlay {
 
   void waitUntilGone() {
     while (!std::all_of(members_.begin(), members_.end(),
-                        [](const Member& member) { return member.view().phase == Phase::gone; })) {
+                        [](const Member& member) { return member.view().ending.has_value(); })) {
       pause();
     }
   }
@@ -260,30 +301,49 @@ class FleetPlay {
   int follow() {
     std::set<std::string> lost;
     while (true) {
-      bool isOver = true;
-      std::size_t i = 0;
-      for (Member& member : members_) {
-        const Member::View view = member.view();
-        isOver = isOver && view.phase >= Phase::over;
-        noteLoss(member, view, zeros_[i++], lost);
+      if (StopSignal::received() != 0) {
+        return conclude();
       }
-      if (StopSignal::received() != 0 || isOver || isHeld_) {
+      bool isOver = true;
+      for (std::size_t i = 0; i < members_.size(); ++i) {
+        const Member::View view = members_[i].view();
+        isOver = isOver && view.phase >= Phase::over;
+        noteOverruns(members_[i], view, marks_[i]);
+        noteLoss(members_[i], view, marks_[i], lost);
+      }
+      if (isOver || isHeld_) {
         return conclude();
       }
       pause();
     }
   }
 
-  void noteLoss(const Member& member, const Member::View& view, std::int64_t& zeroNs,
+  /// Cycles that were passed over do not change where machine time is 0.
+  void noteOverruns(const Member& member, const Member::View& view, StartMark& mark) const {
+    if (mark.overruns && view.aliveNs > start_.startNs + longestCycleNs({view.clock})) {
+      if (view.overruns > *mark.overruns) {
+        complain(fmt::format(
+            "torvex: warning: {}: passed over {} while the start was near: it may "
+            "have begun as many later\n",
+            visible(member.name()),
+            counted(static_cast<std::uint64_t>(view.overruns - *mark.overruns), "cycle")));
+      }
+      mark.overruns.reset();
+    }
+  }
+
+  void noteLoss(const Member& member, const Member::View& view, StartMark& mark,
                 std::set<std::string>& lost) {
     std::string what;
     if (view.phase == Phase::gone && lost.insert(member.name()).second) {
       what = "lost: its actuators come to rest when its lease ends";
       complain(shown(member.name(), view.outcome));
-    } else if (view.phase == Phase::sent && view.machineZeroNs != zeroNs) {
+    } else if (view.played.isDisturbed() && lost.insert(member.name()).second) {
+      what = "it does not do all of its motion: " + view.played.shortfall();
+    } else if (view.phase == Phase::sent && view.machineZeroNs != mark.zeroNs) {
       what = fmt::format("machine time stood still for {:g} ms: it is not in step any more",
-                         inMs(view.machineZeroNs - zeroNs));
-      zeroNs = view.machineZeroNs;
+                         inMs(view.machineZeroNs - mark.zeroNs));
+      mark.zeroNs = view.machineZeroNs;
     }
     if (what.empty()) {
       return;
@@ -293,7 +353,7 @@ class FleetPlay {
     if (fleet_.allOrNone && !isHeld_) {
       isHeld_ = true;
       each([](Member& each) { each.hold(); });
-      complain("torvex: all_or_none: the other machines are held until 'torvex fleet release'\n");
+      complain("torvex: all_or_none: the other machines are to be held\n");
     }
   }
 
@@ -325,7 +385,7 @@ class FleetPlay {
   const std::int64_t askedNs_;
   std::deque<Member> members_;
   CommonStart start_;
-  std::vector<std::int64_t> zeros_;
+  std::vector<StartMark> marks_;
   std::int64_t approachMs_ = 0;
   std::int64_t guardNs_ = 0;
   std::int64_t boundNs_ = 0;

@@ -22,7 +22,7 @@ constexpr std::int64_t askEveryNs = 50 * nsPerMs;
 /// For what takes the machine no time.
 constexpr int shortWaitMs = 1000;
 
-/// It was ordered to.
+/// Ends what a member does once it was ordered to leave.
 struct Leaves {};
 
 }  // namespace
@@ -68,12 +68,16 @@ void Member::run() {
   if (isToLeave()) {
     outcome = FleetOutcome();  // what it waited for was given up
   }
-  const bool hasLeft = end();
+  {
+    // At once: the others may have to be held.
+    const std::lock_guard lock(mutex_);
+    view_.outcome = std::move(outcome);
+    view_.played = played_;
+    view_.phase = Phase::gone;
+  }
+  Ending ending = end();
   const std::lock_guard lock(mutex_);
-  view_.outcome = std::move(outcome);
-  view_.hasLeft = hasLeft;
-  view_.played = played_;
-  view_.phase = Phase::gone;
+  view_.ending = std::move(ending);
 }
 
 std::string Member::act() {
@@ -105,10 +109,15 @@ void Member::prepare() {
   }
   keys_ = keysIn(answer, played_);
   const std::int64_t tookMs = (wallNs() - beginNs) / nsPerMs;
-  leaseMs_ = shortWaitMs + 2 * tookMs;
-  const Patience patience{static_cast<int>(leaseMs_), &abandoned_};
-  door_ = std::make_unique<DoorClient>(machine_.door, patience);
-  watch_.askOften(*door_);
+  longLeaseMs_ = shortWaitMs + 2 * tookMs;
+  {
+    DoorClient door(machine_.door, {static_cast<int>(longLeaseMs_), &abandoned_});
+    watch_.askOften(door);
+  }
+  // Commands are answered a cycle later.
+  longLeaseMs_ += 4 * watch_.clock().cycleMs;
+  door_ = std::make_unique<DoorClient>(machine_.door,
+                                       Patience{static_cast<int>(longLeaseMs_), &abandoned_});
   findFresh();
   {
     const std::lock_guard lock(mutex_);
@@ -148,7 +157,7 @@ void Member::wakeFresh() {
 void Member::doEnrol() {
   const Json registration = {{"name", fmt::format("fleet-{}", getpid())},
                              {"axes", keys_},
-                             {"lease_ms", leaseMs_},
+                             {"lease_ms", longLeaseMs_},
                              {"on_loss", "stop"},
                              {"ends_with_connection", true}};
   key_ = textOf(door_->post("/v1/commanders", registration), "key");
@@ -156,6 +165,8 @@ void Member::doEnrol() {
   wakeFresh();
   events_ =
       std::make_unique<EventLines>(machine_.door, "/v1/events", Patience{shortWaitMs, &abandoned_});
+  watch_.ask(*door_);
+  tellClock();
 }
 
 void Member::send() {
@@ -171,6 +182,10 @@ void Member::send() {
   if (numberOf(answer_, "machine_ms") >= atMs_) {
     throw DoorClosed("the motions came behind the moment at which they were to begin");
   }
+  isCancellable_ = true;
+  renew(leaseMs());
+  watch_.ask(*door_);
+  tellClock();
 }
 
 void Member::follow() {
@@ -181,6 +196,7 @@ void Member::follow() {
       }
       if (memberOf(*event, "request") == memberOf(answer_, "request")) {
         played_.note(*event);
+        tellPlayed();
       }
       watchOver();
     }
@@ -211,10 +227,29 @@ void Member::watchOver() {
     watch_.ask(*door_);
     tellClock();
   }
-  if (!key_.empty() && wallNs() - renewedNs_ > leaseMs_ * nsPerMs / renewals) {
-    renewedNs_ = wallNs();
-    door_->post(fmt::format("/v1/commanders/{}/renew", key_), Json::object());
+  if (isCancellable_ && order_ == Order::go) {
+    isCancellable_ = false;
+    renew(leaseMs());
   }
+  if (!key_.empty() && wallNs() - renewedNs_ > leaseMs() * nsPerMs / renewals) {
+    renew(leaseMs());
+  }
+}
+
+/// The short one ends before the start even where the machine fell silent just before that could
+/// be noticed in time: see `startGuardNs` and `mostSilentNs`.
+std::int64_t Member::leaseMs() const {
+  return isCancellable_ ? mostSilentNs(watch_.clock()) / nsPerMs - 50 : longLeaseMs_;
+}
+
+void Member::renew(std::int64_t leaseMs) {
+  renewedNs_ = wallNs();
+  door_->post(fmt::format("/v1/commanders/{}/renew", key_), Json{{"lease_ms", leaseMs}});
+}
+
+void Member::tellPlayed() {
+  const std::lock_guard lock(mutex_);
+  view_.played = played_;
 }
 
 void Member::tellClock() {
@@ -222,24 +257,44 @@ void Member::tellClock() {
   view_.clock = watch_.clock();
   view_.machineZeroNs = watch_.machineZeroNs();
   view_.isHeldUp = watch_.isHeldUp();
+  view_.overruns = watch_.overruns();
+  view_.contradictions = watch_.contradictions();
   view_.aliveNs = watch_.askedNs();
 }
 
 /// Over a connection of its own: on the other one an answer may be due.
-bool Member::end() {
-  if (key_.empty()) {
-    door_.reset();  // which ends what is under way
-    return true;
-  }
-  const FleetOutcome outcome = outcomeOf([this] {
-    DoorClient door(machine_.door, {shortWaitMs, nullptr});
-    if (order_ == Order::hold) {
-      door.post("/v1/hold", Json{{"axes", keys_}});
-    }
-    door.remove(fmt::format("/v1/commanders/{}", key_));
+FleetOutcome Member::askOnce(const std::function<void(DoorClient&)>& ask) const {
+  return outcomeOf([&] {
+    const int waitMs = shortWaitMs + 2 * static_cast<int>(watch_.clock().cycleMs);
+    DoorClient door(machine_.door, {waitMs, nullptr});
+    ask(door);
     return "";
   });
-  return outcome.status == okStatus;
+}
+
+Member::Ending Member::end() {
+  Ending ending;
+  ending.beginsNothing = atMs_ == 0;
+  if (key_.empty()) {
+    door_.reset();  // which ends what is under way
+    ending.hasLeft = true;
+    return ending;
+  }
+  if (order_ == Order::hold) {
+    ending.hold = askOnce([this](DoorClient& door) { door.post("/v1/hold", {{"axes", keys_}}); });
+  }
+  const FleetOutcome left = askOnce([this, &ending](DoorClient& door) {
+    try {
+      door.remove(fmt::format("/v1/commanders/{}", key_));
+    } catch (const DoorRefusal& refusal) {
+      if (refusal.reason() != "unknown") {
+        throw;
+      }
+    }
+    ending.hasLeft = true;
+    ending.beginsNothing |= numberOf(door.get("/v1/clock"), "machine_ms") < atMs_;
+  });
+  return ending;
 }
 
 }  // namespace host

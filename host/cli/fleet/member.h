@@ -2,9 +2,11 @@
 
 #include <atomic>
 #include <cstdint>
+#include <functional>
 #include <memory>
 #include <mutex>
 #include <nlohmann/json.hpp>
+#include <optional>
 #include <set>
 #include <string>
 #include <thread>
@@ -25,18 +27,31 @@ namespace host {
 class Member {
  public:
   enum class Phase { preparing, prepared, enrolled, sent, over, gone };
-  enum class Order { prepare, enrol, play, leave, hold };
+  enum class Order { prepare, enrol, play, go, leave, hold };
+
+  /// What became of giving the axes back.
+  struct Ending {
+    /// Whether the machine has said that they are nobody's.
+    bool hasLeft = false;
+    /// Whether that was before the moment at which its motions were to begin, or it has none.
+    bool beginsNothing = false;
+    /// What came of the hold, where it was ordered.
+    std::optional<FleetOutcome> hold;
+  };
 
   /// How it stands.
   struct View {
     Phase phase = Phase::preparing;
     /// Of who is gone: why, unless it was ordered to leave.
     FleetOutcome outcome;
-    /// Whether the machine has said that it took the end.
-    bool hasLeft = false;
+    /// What the machine says of the end; once it was asked, or has not answered.
+    std::optional<Ending> ending;
     FleetClock clock;
     std::int64_t machineZeroNs = 0;
     bool isHeldUp = false;
+    std::int64_t overruns = 0;
+    /// How often what its clock says contradicted what it had said before.
+    int contradictions = 0;
     /// On the fleet's clock: when it was alive for sure.
     std::int64_t aliveNs = 0;
     /// What its first points need, and how long it took to find that out.
@@ -60,6 +75,9 @@ class Member {
   void enrol() { give(Order::enrol); }
   /// To begin at this machine time, with an approach of this length; after `enrol`.
   void play(std::int64_t atMs, std::int64_t approachMs);
+  /// The start is not cancelled any more. Until then its lease is so short that it ends before
+  /// the moment if it cannot be told of a cancellation.
+  void go() { give(Order::go); }
   /// To give its axes back: what waits is cleared, and they ramp to rest. Whatever it waits for, it
   /// does so at once.
   void leave() { give(Order::leave); }
@@ -81,7 +99,11 @@ class Member {
   void watchOver();
   void enter(Phase phase);
   void tellClock();
-  [[nodiscard]] bool end();
+  void tellPlayed();
+  void renew(std::int64_t leaseMs);
+  [[nodiscard]] std::int64_t leaseMs() const;
+  [[nodiscard]] Ending end();
+  [[nodiscard]] FleetOutcome askOnce(const std::function<void(DoorClient&)>& ask) const;
 
   const FleetMachine& machine_;
   const std::vector<std::string> motions_;
@@ -101,7 +123,9 @@ class Member {
   Json keys_;
   std::set<std::string> fresh_;
   std::string key_;
-  std::int64_t leaseMs_ = 1000;
+  std::int64_t longLeaseMs_ = 1000;
+  /// Whether the motions are there, and may still be cancelled.
+  bool isCancellable_ = false;
   std::int64_t renewedNs_ = 0;
   Json answer_;
   Played played_;

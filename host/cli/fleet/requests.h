@@ -25,8 +25,8 @@ std::string shown(const std::string& machine, const FleetOutcome& outcome);
 /// own.
 using AskMachine = std::function<std::string(const FleetMachine& machine, DoorClient& door)>;
 
-/// Asks all machines at the same time, each for two seconds at most, and says what came of it as
-/// they answer. The result is the highest exit status.
+/// Asks all machines at the same time and says what came of it as they answer; two seconds at most
+/// for each connection, and for each answer. The result is the highest exit status.
 int askAll(const Fleet& fleet, const AskMachine& ask);
 
 }  // namespace host

@@ -1,0 +1,32 @@
+#include "host/cli/fleet/startmark.h"
+
+#include <fmt/format.h>
+
+#include "host/engine/wallclock.h"
+
+namespace host {
+
+std::string outOfStep(const Member::View& view, const StartMark* mark) {
+  const std::int64_t silenceNs = wallNs() - view.aliveNs;
+  if (view.isHeldUp) {
+    return "machine time stands still";
+  }
+  if (silenceNs > mostSilentNs(view.clock)) {
+    return fmt::format("it has not answered for {} ms", silenceNs / nsPerMs);
+  }
+  if (mark == nullptr) {
+    return "";
+  }
+  if (view.machineZeroNs != mark->zeroNs) {
+    return fmt::format("machine time stood still for {} ms",
+                       (view.machineZeroNs - mark->zeroNs) / nsPerMs);
+  }
+  if (view.contradictions != mark->contradictions) {
+    return "its clock, or that of this computer, was set or goes too fast";
+  }
+  return view.played.isDisturbed()           ? view.played.shortfall()
+         : view.phase == Member::Phase::over ? "its motion is over already"
+                                             : "";
+}
+
+}  // namespace host
