@@ -20,12 +20,12 @@ namespace {
 
 using Clock = std::chrono::steady_clock;
 
-constexpr std::size_t actuators = 30;
+constexpr std::size_t actuatorCount = 30;
 constexpr std::size_t listLength = 500;
 constexpr std::size_t shortListLength = 10;
-constexpr unsigned int cycles = 5000;
+constexpr unsigned int cycleCount = 5000;
 /// None is reached, with lists or without: what reaching one costs is measured elsewhere.
-constexpr unsigned int ticksToFirstItem = 2 * cycles;
+constexpr unsigned int ticksToFirstItem = 2 * cycleCount;
 constexpr unsigned int ticksBetweenItems = 20;
 constexpr std::chrono::milliseconds tick(1);
 
@@ -81,7 +81,7 @@ class CommandThread {
       std::this_thread::sleep_until(moment);
       CommandList commands = listAfter(time_, listLength);
       ++progress_;
-      rig_.timeline(list % actuators).pushTimedCommand(commands, TimedCommand::REPLACE);
+      rig_.timeline(list % actuatorCount).pushTimedCommand(commands, TimedCommand::REPLACE);
       ++progress_;
     }
   }
@@ -102,7 +102,7 @@ struct Cycles {
 void runCycles(Rig& rig, CommandThread& commandThread, Cycles& measured) {
   applyScheduling(80, 1);
   const Clock::time_point origin = Clock::now();
-  for (unsigned int time = 1; time <= cycles; ++time) {
+  for (unsigned int time = 1; time <= cycleCount; ++time) {
     std::this_thread::sleep_until(origin + time * tick);
     commandThread.setTime(time);
     const unsigned int before = commandThread.progress();
@@ -116,7 +116,7 @@ void runCycles(Rig& rig, CommandThread& commandThread, Cycles& measured) {
 
 Cycles measureCycles(Rig& rig, CommandThread& commandThread) {
   Cycles measured;
-  measured.durations.reserve(cycles);
+  measured.durations.reserve(cycleCount);
   std::thread(runCycles, std::ref(rig), std::ref(commandThread), std::ref(measured)).join();
   std::sort(measured.durations.begin(), measured.durations.end());
   return measured;
@@ -124,8 +124,8 @@ Cycles measureCycles(Rig& rig, CommandThread& commandThread) {
 
 /// Not warmed, the queues are short at first, and the pool grows while cycles run.
 void runBesideCommands(benchmark::State& state, int listsPerSecond, bool warmed) {
-  Rig rig(actuators, Interpolation::linear, warmed ? (actuators + 1) * listLength : 0);
-  for (std::size_t i = 0; i < actuators; ++i) {
+  Rig rig(actuatorCount, Interpolation::linear, warmed ? (actuatorCount + 1) * listLength : 0);
+  for (std::size_t i = 0; i < actuatorCount; ++i) {
     CommandList commands = listAfter(0, warmed ? listLength : shortListLength);
     rig.timeline(i).pushTimedCommand(commands, TimedCommand::REPLACE);
   }

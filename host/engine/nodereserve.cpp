@@ -21,6 +21,19 @@ Nodes fromHighToLow(CommandList& list) {
   return nodes;
 }
 
+/// Moves up to `count` nodes, and tells how many. A part of a list is walked over twice, by
+/// whoever looks for its end and by the list that counts it; a whole one is not.
+std::size_t moveSome(CommandList& from, std::size_t count, CommandList& to) {
+  const std::size_t moved = std::min(count, from.size());
+  if (moved == from.size()) {
+    to.splice(to.end(), from);
+  } else {
+    to.splice(to.end(), from, from.begin(),
+              std::next(from.begin(), static_cast<std::ptrdiff_t>(moved)));
+  }
+  return moved;
+}
+
 }  // namespace
 
 std::size_t inWholeBlocks(std::size_t nodes) {
@@ -78,12 +91,8 @@ CommandList& NodeReserve::homeOf(const TimedCommand::commandItem& node) {
 }
 
 void NodeReserve::lend(std::size_t axis, std::size_t count, CommandList& to) {
-  for (CommandList* const from : {&ranges_[axis].spare, &common_}) {
-    const std::size_t taken = std::min(count, from->size());
-    to.splice(to.end(), *from, from->begin(),
-              std::next(from->begin(), static_cast<std::ptrdiff_t>(taken)));
-    count -= taken;
-  }
+  count -= moveSome(ranges_[axis].spare, count, to);
+  moveSome(common_, count, to);
 }
 
 void NodeReserve::giveBack(CommandList& nodes) {

@@ -1,6 +1,6 @@
 #!/usr/bin/env python3
-"""memory.py SHORT_OF_MEMORY [STEP] [realtime]: runs whose memory gives out, each at the allocation
-STEP (9) behind that of the one before, in simulated time, or in real time with a picture. They
+"""memory.py SHORT_OF_MEMORY STEP [realtime]: runs whose memory gives out, each at the allocation
+STEP behind that of the one before, in simulated time, or in real time with a picture. They
 must end with an error that is said, and leave whole files or none, and no pool."""
 
 import glob
@@ -14,7 +14,7 @@ import unittest
 sys.path.insert(0, str(pathlib.Path(__file__).parents[1] / "tool"))
 from tool import ToolTest, read, write  # noqa: E402
 
-program, step = os.path.abspath(sys.argv[1]), int((sys.argv[2:] + ["9"])[0])
+program, step = os.path.abspath(sys.argv[1]), int(sys.argv[2])
 realtime = "realtime" in sys.argv
 clock = ("--cycle", "1ms", "--plot", "picture.svg") if realtime else ("--clock", "simulated")
 inputs = [pathlib.Path(__file__).with_name("memory") / f"{name}.yaml" for name in ("machine", "motion")]
