@@ -200,10 +200,10 @@ void FlightRecorder::see(const Event& event) {
 }
 
 void FlightRecorder::rest() {
-  using Clock = std::chrono::steady_clock;
   constexpr std::chrono::milliseconds atOnce(20);
+  const auto now = [] { return std::chrono::steady_clock::now(); };
   if (writing_ != nullptr) {
-    write([end = Clock::now() + atOnce] { return Clock::now() < end; });
+    write([=, end = now() + atOnce] { return now() < end; });
   }
 }
 

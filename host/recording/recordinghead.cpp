@@ -11,7 +11,7 @@ namespace host {
 namespace {
 
 constexpr char recordName[] = "torvex";
-constexpr char formatNumber[] = "1";
+constexpr char headFormat[] = "1";
 constexpr std::size_t mostColumns = std::size_t{2} * simulation::maxAttributes;
 constexpr std::uint64_t msNs = 1'000'000;
 /// No fields of it are single numbers, so that limits stay as they are.
@@ -148,7 +148,7 @@ McapMetadata RecordingHead::metadata() const {
     layout["batches"].push_back(batchJson(batch));
   }
   McapMetadata metadata{recordName,
-                        {{"format", formatNumber},
+                        {{"format", headFormat},
                          {"machine", visible(machine)},
                          {"title", visible(title)},
                          {"clock", isSimulated ? "simulated" : "realtime"},
@@ -171,7 +171,7 @@ std::optional<RecordingHead> RecordingHead::from(const McapMetadata& metadata) {
   }
   try {
     const McapTexts& values = metadata.values;
-    if (values.at("format") != formatNumber) {
+    if (values.at("format") != headFormat) {
       throw RecordingFault("the recording is of a later version of torvex");
     }
     RecordingHead head;
