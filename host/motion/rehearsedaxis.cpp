@@ -43,7 +43,7 @@ Event RehearsedAxis::findFault(const Intake& intake, const Rounds& points) {
   if (actuator_.interpolates) {
     present.asFloat = static_cast<float>(start_.value);
   }
-  const Event fault = intake.findFault(points, backlog_, present, density);
+  Event fault = intake.findFault(points, backlog_, present, density);
   if (fault.reason == Fault::none) {
     backlog_.noteDensity(density.inTwoCycles);
   }

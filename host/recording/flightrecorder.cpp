@@ -30,9 +30,9 @@ std::size_t rowLengthOf(const RecordingHead& head) {
 
 /// How many rows are kept: also those after the moment of a file, and while it is begun.
 std::size_t rowsFor(const RingOptions& options, const RecordingHead& head) {
-  const double cycleMs = static_cast<double>(head.cycleMs);
+  const auto cycleMs = static_cast<double>(head.cycleMs);
   const double rows = (options.seconds * 1000.0 + RingFiles::afterMs) / cycleMs + 2.0;
-  const double rowBytes = static_cast<double>((rowLengthOf(head) + 1) * sizeof(double));
+  const auto rowBytes = static_cast<double>((rowLengthOf(head) + 1) * sizeof(double));
   if (rows * rowBytes > static_cast<double>(mostRowBytes)) {
     const double most = (static_cast<double>(mostRowBytes) / rowBytes - 2.0) * cycleMs / 1000.0 -
                         RingFiles::afterMs / 1000.0;

@@ -1,6 +1,9 @@
 #include "host/results/eventjson.h"
 
+#include <algorithm>
+#include <iterator>
 #include <nlohmann/json.hpp>
+#include <utility>
 
 namespace host {
 namespace {
@@ -66,60 +69,38 @@ bool isAboutBatch(const Event& event) {
   }
 }
 
+constexpr std::pair<EventKind, const char*> kindNames[] = {
+    {EventKind::taken, "taken"},
+    {EventKind::reached, "reached"},
+    {EventKind::cleared, "cleared"},
+    {EventKind::late, "late"},
+    {EventKind::limited, "limited"},
+    {EventKind::steep, "steep"},
+    {EventKind::abrupt, "abrupt"},
+    {EventKind::beyond, "beyond"},
+    {EventKind::unstopped, "unstopped"},
+    {EventKind::refused, "refused"},
+    {EventKind::handedLate, "handed_late"},
+    {EventKind::guarded, "guarded"},
+    {EventKind::external, "external"},
+    {EventKind::stalled, "stalled"},
+    {EventKind::starved, "starved"},
+    {EventKind::droppedRows, "dropped_rows"},
+    {EventKind::recorded, "recorded"},
+    {EventKind::unrecorded, "unrecorded"},
+    {EventKind::stopped, "stopped"},
+    {EventKind::held, "held"},
+    {EventKind::released, "released"},
+    {EventKind::registered, "registered"},
+    {EventKind::lost, "lost"},
+};
+
 }  // namespace
 
 const char* kindName(EventKind kind) {
-  switch (kind) {
-    case EventKind::taken:
-      return "taken";
-    case EventKind::reached:
-      return "reached";
-    case EventKind::cleared:
-      return "cleared";
-    case EventKind::late:
-      return "late";
-    case EventKind::limited:
-      return "limited";
-    case EventKind::steep:
-      return "steep";
-    case EventKind::abrupt:
-      return "abrupt";
-    case EventKind::beyond:
-      return "beyond";
-    case EventKind::unstopped:
-      return "unstopped";
-    case EventKind::refused:
-      return "refused";
-    case EventKind::handedLate:
-      return "handed_late";
-    case EventKind::guarded:
-      return "guarded";
-    case EventKind::external:
-      return "external";
-    case EventKind::stalled:
-      return "stalled";
-    case EventKind::starved:
-      return "starved";
-    case EventKind::droppedRows:
-      return "dropped_rows";
-    case EventKind::recorded:
-      return "recorded";
-    case EventKind::unrecorded:
-      return "unrecorded";
-    case EventKind::stopped:
-      return "stopped";
-    case EventKind::held:
-      return "held";
-    case EventKind::released:
-      return "released";
-    case EventKind::registered:
-      return "registered";
-    case EventKind::lost:
-      return "lost";
-    case EventKind::uncertain:
-      break;
-  }
-  return "uncertain";
+  const auto* const named = std::find_if(std::begin(kindNames), std::end(kindNames),
+                                         [&](const auto& each) { return each.first == kind; });
+  return named != std::end(kindNames) ? named->second : "uncertain";
 }
 
 const char* reasonName(Fault fault) {

@@ -22,8 +22,14 @@ constexpr std::uint64_t fewMissing = 1000;
 /// The library knows no longer one.
 constexpr std::int64_t longestStepMs = 0x40000000;
 
+std::uint64_t bitsOf(double value) {
+  std::uint64_t bits = 0;
+  std::memcpy(&bits, &value, sizeof bits);
+  return bits;
+}
+
 bool isSame(double one, double other) {
-  return std::memcmp(&one, &other, sizeof one) == 0;
+  return bitsOf(one) == bitsOf(other);
 }
 
 /// The machine file names at most one other file, which lies before it.
