@@ -55,7 +55,7 @@ Event Streamer::findFaultNow(const Columns& columns, const Order& order, const T
   }
   for (const Column& column : columns) {
     Density density;
-    const Event fault = findLasting(column, order, density);
+    Event fault = findLasting(column, order, density);
     if (fault.reason != Fault::none) {
       return fault;
     }
@@ -65,7 +65,7 @@ Event Streamer::findFaultNow(const Columns& columns, const Order& order, const T
 
 Event Streamer::findExcessOf(const Columns& columns, const Order& order) const {
   for (const Column& column : columns) {
-    const Event fault = findExcess(intakeOf(order, column.axis, column.number), column.points,
+    Event fault = findExcess(intakeOf(order, column.axis, column.number), column.points,
                                    startBefore(column, order), column.axis.velocityLimit);
     if (fault.reason != Fault::none) {
       return fault;
