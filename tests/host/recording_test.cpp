@@ -272,15 +272,22 @@ struct RingRun {
     const std::int64_t lastMs = std::min(dueMs + RingFiles::afterMs, rows.back());
     ASSERT_EQ(seenRows.size(), static_cast<std::size_t>((lastMs - firstMs) / cycleMs + 1));
     EXPECT_EQ(std::make_pair(seenRows.front(), seenRows.back()), std::make_pair(firstMs, lastMs));
-    std::vector<std::uint64_t> expected;
+    const std::vector<std::uint64_t> expected = eventsOf(firstMs, lastMs, dueMs);
+    ASSERT_EQ(seenEvents.size() + dropped, expected.size());
+    EXPECT_TRUE(std::equal(seenEvents.rbegin(), seenEvents.rend(), expected.rbegin()));
+  }
+
+ private:
+  std::vector<std::uint64_t> eventsOf(std::int64_t firstMs, std::int64_t lastMs,
+                                      std::int64_t dueMs) const {
+    std::vector<std::uint64_t> numbers;
     for (std::size_t i = 0; i < events.size(); ++i) {
       const bool isBefore = events[i] < lastMs || lastMs < dueMs + RingFiles::afterMs;
       if (events[i] >= firstMs && isBefore) {
-        expected.push_back(i);
+        numbers.push_back(i);
       }
     }
-    ASSERT_EQ(seenEvents.size() + dropped, expected.size());
-    EXPECT_TRUE(std::equal(seenEvents.rbegin(), seenEvents.rend(), expected.rbegin()));
+    return numbers;
   }
 };
 
