@@ -248,17 +248,22 @@ struct RingRun {
     rows.push_back(rows.empty() ? 0 : rows.back() + cycleMs);
     recorder->rows().pushWaiting({static_cast<double>(rows.back()), 0.0, 1.0, 2.0});
   }
-  void expectFile(const RingFiles::File& file, std::int64_t triggerMs, std::int64_t dueMs) const {
-    std::vector<std::int64_t> seenRows;
-    std::vector<std::uint64_t> seenEvents;
-    std::vector<std::uint64_t> numbers;
+  /// What a file holds; its numbers rise.
+  struct Seen {
+    std::vector<std::int64_t> rows;
+    std::vector<std::uint64_t> events;
     std::uint64_t dropped = 0;
+  };
+  [[nodiscard]] Seen seenIn(const RingFiles::File& file, std::int64_t triggerMs) const {
+    Seen seen;
+    std::vector<std::uint64_t> numbers;
     RecordedRun::Handler handler;
-    handler.row = [&](const auto& row) { seenRows.push_back(static_cast<std::int64_t>(row[0])); };
+    handler.row = [&](const auto& row) { seen.rows.push_back(static_cast<std::int64_t>(row[0])); };
     handler.event = [&](const Json& event) {
       numbers.push_back(event.at("number"));
-      event.at("kind") == "dropped_events" ? void(dropped += event.at("count").get<std::uint64_t>())
-                                           : seenEvents.push_back(numbers.back());
+      event.at("kind") == "dropped_events"
+          ? void(seen.dropped += event.at("count").get<std::uint64_t>())
+          : seen.events.push_back(numbers.back());
     };
     const RecordedRun run = RecordedRun::read(files->pathOf(file), handler);
     EXPECT_TRUE(run.end.isWhole);
@@ -268,18 +273,22 @@ struct RingRun {
               std::make_pair("held"s, triggerMs));
     EXPECT_EQ(std::adjacent_find(numbers.begin(), numbers.end(), std::greater_equal<>()),
               numbers.end());
+    return seen;
+  }
+  void expectFile(const RingFiles::File& file, std::int64_t triggerMs, std::int64_t dueMs) const {
+    const Seen seen = seenIn(file, triggerMs);
     const std::int64_t firstMs = std::max(dueMs - keptMs, rows.front());
     const std::int64_t lastMs = std::min(dueMs + RingFiles::afterMs, rows.back());
-    ASSERT_EQ(seenRows.size(), static_cast<std::size_t>((lastMs - firstMs) / cycleMs + 1));
-    EXPECT_EQ(std::make_pair(seenRows.front(), seenRows.back()), std::make_pair(firstMs, lastMs));
+    ASSERT_EQ(seen.rows.size(), static_cast<std::size_t>((lastMs - firstMs) / cycleMs + 1));
+    EXPECT_EQ(std::make_pair(seen.rows.front(), seen.rows.back()), std::make_pair(firstMs, lastMs));
     const std::vector<std::uint64_t> expected = eventsOf(firstMs, lastMs, dueMs);
-    ASSERT_EQ(seenEvents.size() + dropped, expected.size());
-    EXPECT_TRUE(std::equal(seenEvents.rbegin(), seenEvents.rend(), expected.rbegin()));
+    ASSERT_EQ(seen.events.size() + seen.dropped, expected.size());
+    EXPECT_TRUE(std::equal(seen.events.rbegin(), seen.events.rend(), expected.rbegin()));
   }
 
  private:
-  std::vector<std::uint64_t> eventsOf(std::int64_t firstMs, std::int64_t lastMs,
-                                      std::int64_t dueMs) const {
+  [[nodiscard]] std::vector<std::uint64_t> eventsOf(std::int64_t firstMs, std::int64_t lastMs,
+                                                    std::int64_t dueMs) const {
     std::vector<std::uint64_t> numbers;
     for (std::size_t i = 0; i < events.size(); ++i) {
       const bool isBefore = events[i] < lastMs || lastMs < dueMs + RingFiles::afterMs;
@@ -291,7 +300,7 @@ struct RingRun {
   }
 };
 
-TEST(Ring, WritesWhatWasBeforeAWishAndWhatCameAfterIt) {
+TEST(Ring, WritesWhatWasBeforeATriggerAndWhatCameAfterIt) {
   Random random(7);
   for (int round = 0; round < 4; ++round) {
     RingRun run;
