@@ -4,6 +4,7 @@ held and stopped together. With "apart" the clocks of the second are 100,000 s a
 
 import contextlib
 import csv
+import functools
 import os
 import queue
 import re
@@ -21,6 +22,41 @@ from tool import read, start, tool, write
 starts = int((sys.argv[1:] + ["5"])[0])
 ahead_ns = 100_000 * 10**9 if "apart" in sys.argv else 0
 cycle_ns = 10**7
+
+
+@contextlib.contextmanager
+def hold_ups():
+    """Yields a list with the longest time, in seconds, that this computer kept a thread from its turn meanwhile."""
+    longest, over = [0.0], threading.Event()
+
+    def watch():
+        before = time.monotonic()
+        while not over.wait(0.005):
+            longest[0], before = max(longest[0], time.monotonic() - before - 0.005), time.monotonic()
+
+    watcher = threading.Thread(target=watch)
+    watcher.start()
+    try:
+        yield longest
+    finally:
+        over.set()
+        watcher.join()
+
+
+def repeated_when_held_up(test):
+    """The times of this test are met by a computer that lets threads run: another try, twice at most, where it did not."""
+    @functools.wraps(test)
+    def tried(self):
+        for left in (2, 1, 0):
+            with hold_ups() as longest:
+                try:
+                    return test(self)
+                except AssertionError as error:
+                    if left == 0 or longest[0] < 0.03:
+                        raise
+                    print(f"again, threads waited for up to {longest[0] * 1000:.0f} ms: {error}")
+        return None
+    return tried
 
 
 class Relay:
@@ -124,6 +160,7 @@ class Fleet(DoorTest):
         values = [value for _, value in rows]
         return {ms for i, (ms, value) in enumerate(rows) if i > 1 and value != values[i - 1] and values[i - 1] == values[i - 2]}
 
+    @repeated_when_held_up
     def test_begins_together_or_not_at_all(self):
         begun = []
         with self.fleet() as processes:
