@@ -66,7 +66,7 @@ Event Streamer::findFaultNow(const Columns& columns, const Order& order, const T
 Event Streamer::findExcessOf(const Columns& columns, const Order& order) const {
   for (const Column& column : columns) {
     Event fault = findExcess(intakeOf(order, column.axis, column.number), column.points,
-                                   startBefore(column, order), column.axis.velocityLimit);
+                             startBefore(column, order), column.axis.velocityLimit);
     if (fault.reason != Fault::none) {
       return fault;
     }
