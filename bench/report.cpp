@@ -100,7 +100,7 @@ void Report::ReportRuns(const std::vector<Run>& runs) {
       std::printf("%s: %s\n", run.run_name.function_name.c_str(), run.error_message.c_str());
       failed_ = true;
     } else if (run.run_type == Run::RT_Iteration) {
-      noteLongest(lines_[run.family_index], run);
+      noteRun(lines_[run.family_index], run);
     } else if (run.aggregate_name == "median") {
       lines_[run.family_index].benchmark = run.run_name.function_name;
       lines_[run.family_index].medians = run.counters;
@@ -110,7 +110,10 @@ void Report::ReportRuns(const std::vector<Run>& runs) {
   }
 }
 
-void Report::noteLongest(Line& line, const Run& run) {
+/// One repetition has no aggregates, and is its own median.
+void Report::noteRun(Line& line, const Run& run) {
+  line.benchmark = run.run_name.function_name;
+  line.medians = run.counters;
   if (const auto found = run.counters.find(maxCounter); found != run.counters.end()) {
     line.longest = std::max(line.longest, found->second.value);
   }

@@ -29,7 +29,7 @@ class Report : public benchmark::BenchmarkReporter {
     double longest = 0.0;
   };
 
-  static void noteLongest(Line& line, const Run& run);
+  static void noteRun(Line& line, const Run& run);
   static void print(const Line& line);
   /// The counter that the table shows of a benchmark.
   static const char* figureOf(const benchmark::UserCounters& counters);

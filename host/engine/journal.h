@@ -107,7 +107,7 @@ class Journal {
   std::vector<JournalKeeper*> keepers_;
   bool isFollowed_ = false;
   std::vector<JournalEntry> entries_;
-  /// Those behind.
+  /// What came after `entries_`, until it is spelt out there.
   std::vector<Brief> brief_;
 };
 
