@@ -1,6 +1,8 @@
 #include "bench/benchmarks.h"
 
+#include <algorithm>
 #include <cmath>
+#include <exception>
 #include <utility>
 
 #include "bench/progress.h"
@@ -11,7 +13,11 @@ void add(const std::string& name, std::function<void(benchmark::State&)> run, Ti
   auto* const added = benchmark::RegisterBenchmark(
       name.c_str(), [name, run = std::move(run)](benchmark::State& state) {
         showProgress(name);
-        run(state);
+        try {
+          run(state);
+        } catch (const std::exception& error) {
+          state.SkipWithError(error.what());
+        }
       });
   if (timer != Timer::library) {
     added->UseManualTime();
@@ -24,6 +30,13 @@ void add(const std::string& name, std::function<void(benchmark::State&)> run, Ti
 double quantile(const std::vector<double>& sorted, double share) {
   const double rank = std::ceil(share * static_cast<double>(sorted.size()));
   return sorted[static_cast<std::size_t>(rank) - 1];
+}
+
+void countLatencies(benchmark::State& state, std::vector<double> samplesNs) {
+  std::sort(samplesNs.begin(), samplesNs.end());
+  state.counters[nsCounter] = quantile(samplesNs, 0.5);
+  state.counters["p50_us"] = quantile(samplesNs, 0.5) / 1e3;
+  state.counters["p99_us"] = quantile(samplesNs, 0.99) / 1e3;
 }
 
 }  // namespace bench

@@ -22,6 +22,7 @@ void addBusyBenchmarks();
 void addEngineBenchmarks();
 void addDoorBenchmarks();
 void addRecordingBenchmarks();
+void addWireBenchmarks();
 
 /// Who takes the time of an iteration.
 enum class Timer {
@@ -49,5 +50,8 @@ inline void countItems(benchmark::State& state, double items) {
 
 /// What at least this share of all do not exceed.
 double quantile(const std::vector<double>& sorted, double share);
+
+/// Sets the counters of a benchmark that took so long each time.
+void countLatencies(benchmark::State& state, std::vector<double> samplesNs);
 
 }  // namespace bench

@@ -1,24 +1,15 @@
 // The door of a machine that another process serves, with a cycle every millisecond.
 
-#include <fcntl.h>
-#include <spawn.h>
-#include <sys/wait.h>
-#include <unistd.h>
-
-#include <algorithm>
 #include <atomic>
 #include <chrono>
-#include <csignal>
 #include <deque>
-#include <filesystem>
-#include <fstream>
 #include <nlohmann/json.hpp>
-#include <stdexcept>
 #include <string>
 #include <thread>
 #include <vector>
 
 #include "bench/benchmarks.h"
+#include "bench/served.h"
 #include "host/client/doorclient.h"
 
 namespace bench {
@@ -30,97 +21,12 @@ using host::Json;
 
 constexpr int actuators = 30;
 
-double nsSince(Clock::time_point begin) {
-  return std::chrono::duration<double, std::nano>(Clock::now() - begin).count();
-}
-
-/// `torvex serve`, from construction to destruction.
-class Served {
- public:
-  Served() {
-    std::ofstream machine(folder_ + "/m.yaml");
-    machine << "actuators:\n";
-    for (int i = 0; i < actuators; ++i) {
-      machine << "- {name: a" << i << ", minimum: -1, maximum: 1, maximum_velocity: 10}\n";
-    }
-    machine.close();
-    start();
-    awaitDoor();
+std::string machineText() {
+  std::string text = "actuators:\n";
+  for (int i = 0; i < actuators; ++i) {
+    text += "- {name: a" + std::to_string(i) + ", minimum: -1, maximum: 1, maximum_velocity: 10}\n";
   }
-  ~Served() {
-    kill(process_, SIGTERM);
-    waitpid(process_, nullptr, 0);
-    std::filesystem::remove_all(folder_);
-  }
-
-  Served(const Served&) = delete;
-  Served& operator=(const Served&) = delete;
-
-  [[nodiscard]] std::string socketPath() const { return folder_ + "/door/m.sock"; }
-
- private:
-  static std::string newFolder() {
-    std::string pattern = (std::filesystem::temp_directory_path() / "torvex-bench-XXXXXX").string();
-    if (mkdtemp(pattern.data()) == nullptr) {
-      throw std::runtime_error("no folder for a machine");
-    }
-    return pattern;
-  }
-
-  void start() {
-    std::vector<std::string> words{TORVEX_TOOL,
-                                   "serve",
-                                   folder_ + "/m.yaml",
-                                   "--cycle",
-                                   "1ms",
-                                   "--guard",
-                                   "off",
-                                   "--socket",
-                                   socketPath(),
-                                   "--pool",
-                                   std::filesystem::path(folder_).filename().string()};
-    std::vector<char*> arguments;
-    for (std::string& word : words) {
-      arguments.push_back(word.data());
-    }
-    arguments.push_back(nullptr);
-    posix_spawn_file_actions_t files;
-    posix_spawn_file_actions_init(&files);
-    posix_spawn_file_actions_addopen(&files, STDOUT_FILENO, "/dev/null", O_WRONLY, 0);
-    posix_spawn_file_actions_adddup2(&files, STDOUT_FILENO, STDERR_FILENO);
-    const int failed =
-        posix_spawn(&process_, TORVEX_TOOL, &files, nullptr, arguments.data(), environ);
-    posix_spawn_file_actions_destroy(&files);
-    if (failed != 0) {
-      throw std::runtime_error("a machine cannot be started");
-    }
-  }
-
-  void awaitDoor() const {
-    const auto end = Clock::now() + std::chrono::seconds(10);
-    for (;;) {
-      try {
-        DoorClient(socketPath()).get("/v1/health");
-        return;
-      } catch (const host::NoMachine&) {
-        if (Clock::now() > end) {
-          throw;
-        }
-        std::this_thread::sleep_for(std::chrono::milliseconds(10));
-      }
-    }
-  }
-
-  const std::string folder_ = newFolder();
-  pid_t process_ = 0;
-};
-
-/// Of samples in ns: the counters that the table shows.
-void tell(benchmark::State& state, std::vector<double> samples) {
-  std::sort(samples.begin(), samples.end());
-  state.counters[nsCounter] = quantile(samples, 0.5);
-  state.counters["p50_us"] = quantile(samples, 0.5) / 1e3;
-  state.counters["p99_us"] = quantile(samples, 0.99) / 1e3;
+  return text;
 }
 
 Json batchOf(int items) {
@@ -134,7 +40,7 @@ Json batchOf(int items) {
 /// From the request to its answer: the command thread has handed the batch to the library by then.
 void sendBatches(benchmark::State& state) {
   constexpr int requests = 2000;
-  const Served served;
+  const Served served(machineText());
   DoorClient client(served.socketPath());
   const Json batch = batchOf(32);
   std::vector<double> samples;
@@ -146,13 +52,13 @@ void sendBatches(benchmark::State& state) {
     }
     state.SetIterationTime(1.0);
   }
-  tell(state, std::move(samples));
+  countLatencies(state, std::move(samples));
 }
 
 /// What needs no turn of the machine, one after the other by one connection.
 void ask(benchmark::State& state) {
   constexpr int requests = 5000;
-  const Served served;
+  const Served served(machineText());
   DoorClient client(served.socketPath());
   std::vector<double> samples;
   double all = 0.0;
@@ -166,7 +72,7 @@ void ask(benchmark::State& state) {
     all = nsSince(begin);
     state.SetIterationTime(1.0);
   }
-  tell(state, std::move(samples));
+  countLatencies(state, std::move(samples));
   state.counters["per_second"] = 1e9 * requests / all;
 }
 
@@ -174,7 +80,7 @@ void ask(benchmark::State& state) {
 void listen(benchmark::State& state, std::size_t count) {
   constexpr int batches = 200;
   constexpr int mostMs = 1000;
-  const Served served;
+  const Served served(machineText());
   DoorClient client(served.socketPath());
   std::deque<host::EventLines> listeners;
   for (std::size_t i = 0; i < count; ++i) {
@@ -194,12 +100,12 @@ void listen(benchmark::State& state, std::size_t count) {
     }
     state.SetIterationTime(1.0);
   }
-  tell(state, std::move(samples));
+  countLatencies(state, std::move(samples));
 }
 
 /// How late the cycle thread wakes, with so many clients that ask without a pause.
 void cycleBeside(benchmark::State& state, int clients) {
-  const Served served;
+  const Served served(machineText());
   std::atomic<bool> isEnding{false};
   std::deque<std::thread> flood;
   for (int i = 0; i < clients; ++i) {

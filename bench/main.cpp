@@ -58,6 +58,7 @@ int main(int argc, char** argv) {
   bench::addEngineBenchmarks();
   bench::addDoorBenchmarks();
   bench::addRecordingBenchmarks();
+  bench::addWireBenchmarks();
 
   // With one thread alone, locks would cost less than in any program that needs them.
   std::promise<void> done;

@@ -74,6 +74,9 @@ constexpr Goal goals[] = {
     {"  that goes into a ring", "recording/1000/ring", "recording/1000/none", nsCounter, open},
     {"p99.9 of a cycle's latency beside a client that floods / beside none", "door/cycle/flooded",
      "door/cycle/idle", nsCounter, 2.0},
+    {"a trajectory of DDS to the register / a round trip of DDS, p50",
+     "wire/trajectory_to_register", "wire/ddsperf_round_trip", "p50_us", open},
+    {"  p99", "wire/trajectory_to_register", "wire/ddsperf_round_trip", "p99_us", open},
 };
 
 void printGoal(const Goal& goal, double ratio) {

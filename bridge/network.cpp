@@ -48,8 +48,20 @@ void sayOfDds(void* /*unused*/, const dds_log_data_t* data) {
   complain(fmt::format("warning: DDS: {}", text));
 }
 
-/// On loopback there is no multicast: who is there is found by asking the first
-/// ports. Where packets get lost, who is alive says so often enough.
+dds_entity_t createdDomain(const Configuration& configuration) {
+  dds_set_log_sink(sayOfDds, nullptr);
+  return dds_create_domain(configuration.domain, domainText(configuration).c_str());
+}
+
+dds_entity_t createdTopic(const Network& network, const std::string& topic,
+                          const dds_topic_descriptor_t& type) {
+  return dds_create_topic(network.participant(), &type, topic.c_str(), nullptr, nullptr);
+}
+
+}  // namespace
+
+// On loopback there is no multicast: who is there is found by asking the first
+// ports. Where packets get lost, who is alive says so often enough.
 std::string domainText(const Configuration& configuration) {
   const bool isLoopback = configuration.interface == "lo";
   return fmt::format(
@@ -66,18 +78,6 @@ std::string domainText(const Configuration& configuration) {
                  : "",
       Network::mostBytes);
 }
-
-dds_entity_t createdDomain(const Configuration& configuration) {
-  dds_set_log_sink(sayOfDds, nullptr);
-  return dds_create_domain(configuration.domain, domainText(configuration).c_str());
-}
-
-dds_entity_t createdTopic(const Network& network, const std::string& topic,
-                          const dds_topic_descriptor_t& type) {
-  return dds_create_topic(network.participant(), &type, topic.c_str(), nullptr, nullptr);
-}
-
-}  // namespace
 
 Entity::Entity(dds_entity_t handle, const char* what) : handle_(handle) {
   if (handle < 0) {

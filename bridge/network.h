@@ -26,6 +26,9 @@ class Entity {
   dds_entity_t handle_;
 };
 
+/// The settings of a domain, as the text that DDS reads.
+std::string domainText(const Configuration& configuration);
+
 /// How a topic is told, in the words of ROS 2.
 enum class Delivery {
   /// Reliable, volatile, the last 10.
