@@ -565,7 +565,8 @@ class Door(DoorTest):
             error = refused["error"]
             self.assertEqual((status, error["reason"], error["file"], error["line"], error["column"]),
                              (422, "too_fast", "fast.yaml", 4, 3))
-        self.assertIn("none: error: cannot be read as a folder", self.said(2, "serve", "m.urdf", "--motions", "none"))
+        self.assertIn("none: error: cannot be read as a folder",
+                      self.said(2, "serve", "m.urdf", "--motions", "none", "--pool", self.pool))
 
     def test_a_run_may_leave_the_door_open(self):
         write("f.yaml", "batches: [{at: 0, key: a/Value, items: [{time: 60, value: 0.3}]}]\n")

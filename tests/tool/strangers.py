@@ -148,7 +148,8 @@ class Strangers(ToolTest):
         door.terminate()
         self.assertIn("ended by signal 15", door.communicate()[0])
         lay("os.mkdir('shared/his', 0o700)")
-        self.assertIn("belongs to the user", self.said(2, "serve", "m.yaml", "--socket", "shared/his/m.sock"))
+        self.assertIn("belongs to the user", self.said(2, "serve", "m.yaml", "--pool", self.pool,
+                                                       "--socket", "shared/his/m.sock"))
 
     def test_few_descriptors_leave_no_pool(self):
         with open(tool, "rb") as file:

@@ -137,6 +137,8 @@ class Tool(ToolTest):
             arguments = arguments.split()
             if arguments[0] == "run" and len(arguments) < 5:
                 arguments += ["--trace", "t.csv"]
+            if arguments[0] in ("run", "serve") and "--pool" not in arguments:
+                arguments[1:1] = ["--pool", self.pool]
             said = self.said(2, *arguments)
             self.assertTrue(said.startswith(expected), f"{said}\nexpected {expected}")
         self.assertFalse(list(pathlib.Path().glob("t.csv*")))
