@@ -82,6 +82,24 @@ std::int64_t startGuardNs(const std::vector<FleetClock>& clocks) {
          reactionNs;
 }
 
+std::int64_t lastCallNs(const std::vector<FleetClock>& clocks) {
+  constexpr std::int64_t cyclesToAnswer = 2;
+  // A thread here or there may wait for its turn.
+  constexpr std::int64_t waitNs = 60'000'000;
+  return startGuardNs(clocks) + cyclesToAnswer * longestCycleNs(clocks) +
+         4 * clocks[leastKnown(clocks)].boundNs + waitNs;
+}
+
+std::int64_t leaseBeforeStartNs(const FleetClock& clock, std::int64_t leftNs) {
+  // Taken by one cycle, over in another one, and cleared before the next one.
+  constexpr std::int64_t cyclesToEnd = 3;
+  constexpr std::int64_t reactionNs = 5'000'000;
+  constexpr std::int64_t sparedNs = 50'000'000;
+  const std::int64_t beforeNs =
+      leftNs - cyclesToEnd * clock.cycleMs * nsPerTick - 2 * clock.boundNs - reactionNs;
+  return std::min(mostSilentNs(clock) - sparedNs, beforeNs);
+}
+
 std::int64_t longestCycleNs(const std::vector<FleetClock>& clocks) {
   std::int64_t longestMs = 0;
   for (const FleetClock& clock : clocks) {

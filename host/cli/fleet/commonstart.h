@@ -43,6 +43,12 @@ std::int64_t mostSilentNs(const FleetClock& clock);
 /// How long before the start it can be cancelled for the last time, so that all machines know
 /// before it.
 std::int64_t startGuardNs(const std::vector<FleetClock>& clocks);
+/// How long before the start each machine is asked whether it begins: it answers before the guard,
+/// or the start is cancelled.
+std::int64_t lastCallNs(const std::vector<FleetClock>& clocks);
+/// The lease of a machine that was not told yet to begin, so long before its moment, in
+/// nanoseconds: it ends before the moment, and before the silence of the machine is noticed.
+std::int64_t leaseBeforeStartNs(const FleetClock& clock, std::int64_t leftNs);
 
 std::int64_t longestCycleNs(const std::vector<FleetClock>& clocks);
 /// The number of the machine whose clock is known least.

@@ -2,6 +2,7 @@
 
 #include <arpa/inet.h>
 #include <fmt/format.h>
+#include <sys/un.h>
 
 #include <array>
 #include <charconv>
@@ -35,15 +36,28 @@ void readTcp(const Document& document, const Node& node, DoorAddress& door) {
   const std::size_t colon = text.rfind(':');
   const std::string port = colon == std::string::npos ? "" : text.substr(colon + 1);
   door.host = text.substr(0, colon);
-  if (door.host.size() > 2 && door.host.front() == '[' && door.host.back() == ']') {
+  // Without brackets the last part of an address could be the port.
+  const bool hasBrackets =
+      door.host.size() > 2 && door.host.front() == '[' && door.host.back() == ']';
+  if (hasBrackets) {
     door.host = door.host.substr(1, door.host.size() - 2);
   }
   const auto [end, failure] = std::from_chars(port.data(), port.data() + port.size(), door.port);
   if (failure != std::errc() || end != port.data() + port.size() || door.port == 0 ||
-      !isIpAddress(door.host)) {
+      !isIpAddress(door.host) || hasBrackets != (door.host.find(':') != std::string::npos)) {
     document.fail(node, fmt::format("tcp must be an IP address and a port, such as "
                                     "192.168.7.2:8080 or [fd00::2]:8080, not '{}'",
                                     visible(text)));
+  }
+}
+
+std::string readToken(const Document& document, const Node& node) {
+  const std::string path = besideFile(document, document.name(node, "token_file"));
+  try {
+    return readTokenFile(path);
+  } catch (const UserError& error) {
+    document.fail(
+        node, fmt::format("the token file '{}' {}", visible(path), error.entries().front().text));
   }
 }
 
@@ -54,9 +68,8 @@ void readDoor(const Document& document, const Document::Fields& fields, const No
   });
   document.field(fields, "tcp",
                  [&](const Node& address) { readTcp(document, address, machine.door); });
-  document.field(fields, "token_file", [&](const Node& path) {
-    machine.door.token = readTokenFile(besideFile(document, document.name(path, "token_file")));
-  });
+  document.field(fields, "token_file",
+                 [&](const Node& path) { machine.door.token = readToken(document, path); });
   const bool isTcp = fields.count("tcp") != 0;
   if (isTcp && fields.count("socket") != 0) {
     document.report(fields.at("socket"), "a machine has one door: either socket or tcp");
@@ -69,6 +82,11 @@ void readDoor(const Document& document, const Document::Fields& fields, const No
   if (!isTcp && machine.door.socketPath.empty()) {
     machine.door.socketPath = fmt::format("{}/{}.sock", doorFolder(), machine.name);
   }
+  if (machine.door.socketPath.size() >= sizeof(sockaddr_un::sun_path)) {
+    document.report(node,
+                    fmt::format("the path of its socket has {} characters; at most {} work",
+                                machine.door.socketPath.size(), sizeof(sockaddr_un::sun_path) - 1));
+  }
 }
 
 std::vector<std::string> readNames(const Document& document, const Node& node, const char* what) {
@@ -80,6 +98,17 @@ std::vector<std::string> readNames(const Document& document, const Node& node, c
     names.push_back(document.name(entry, what));
   }
   return names;
+}
+
+void refuseSameDoor(const Document& document, const Node& node, const FleetMachine& machine,
+                    const Fleet& fleet) {
+  const std::string door = machine.door.text();
+  for (const FleetMachine& each : fleet.machines) {
+    if (each.door.text() == door) {
+      document.fail(node, fmt::format("'{}' and '{}' are one machine, with the door {}",
+                                      visible(each.name), visible(machine.name), visible(door)));
+    }
+  }
 }
 
 void readMachine(const Document& document, const Node& node, std::set<std::string>& known,
@@ -95,7 +124,9 @@ void readMachine(const Document& document, const Node& node, std::set<std::strin
   if (!known.insert(machine.name).second) {
     document.fail(name, fmt::format("a second machine is named '{}'", visible(machine.name)));
   }
-  readDoor(document, fields, node, machine);
+  if (document.attempt([&] { readDoor(document, fields, node, machine); })) {
+    refuseSameDoor(document, node, machine, fleet);
+  }
   document.field(fields, "axes",
                  [&](const Node& list) { machine.axes = readNames(document, list, "axes"); });
   document.field(fields, "motions", [&](const Node& list) {

@@ -8,14 +8,13 @@
 #include <functional>
 #include <numeric>
 #include <optional>
-#include <set>
 #include <thread>
 #include <utility>
 
-#include "host/base/counted.h"
 #include "host/base/stopsignal.h"
 #include "host/base/visible.h"
 #include "host/cli/fleet/commonstart.h"
+#include "host/cli/fleet/fleetfollow.h"
 #include "host/cli/fleet/fleetmotions.h"
 #include "host/cli/fleet/member.h"
 #include "host/cli/fleet/startmark.h"
@@ -50,18 +49,14 @@ class FleetPlay {
     if (!allReach(Phase::enrolled, wallNs() + enrolNs) || !waitForWish() || !chooseStart()) {
       return cancel();
     }
-    if (!allReach(Phase::sent, start_.startNs - guardNs_)) {
+    if (!allReach(Phase::sent, start_.startNs - lastCallNs_)) {
       return cancel();
     }
     sayStart();
-    do {
-      if (!areInStep()) {
-        return cancel();
-      }
-      pause();
-    } while (wallNs() < start_.startNs - guardNs_);
-    each([](Member& member) { member.go(); });
-    return follow();
+    if (!allCommit()) {
+      return cancel();
+    }
+    return followFleet(members_, std::move(marks_), start_.startNs, fleet_.allOrNone);
   }
 
  private:
@@ -91,18 +86,46 @@ class FleetPlay {
     return fault_.empty();
   }
 
+  /// One that has not come so far; null when all have.
+  [[nodiscard]] const Member* findSlow(Phase phase) const {
+    const auto slow = std::find_if(members_.begin(), members_.end(), [phase](const Member& member) {
+      return member.view().phase < phase;
+    });
+    return slow == members_.end() ? nullptr : &*slow;
+  }
+
   bool allReach(Phase phase, std::int64_t untilNs) {
     while (isUnderWay()) {
-      const Member* slow = nullptr;
-      for (const Member& member : members_) {
-        slow = member.view().phase < phase ? &member : slow;
-      }
+      const Member* const slow = findSlow(phase);
       if (slow == nullptr) {
         return true;
       }
       if (wallNs() > untilNs) {
         blame(slow->name(), "did not answer in time");
         return false;
+      }
+      pause();
+    }
+    return false;
+  }
+
+  /// All are told to begin and answer that, and nothing comes between, until the start. What does
+  /// within the guard may be cancelled too late on some: they begin, and come to rest.
+  bool allCommit() {
+    bool isTold = false;
+    while (areInStep()) {
+      const std::int64_t leftNs = start_.startNs - wallNs();
+      if (!isTold && leftNs <= lastCallNs_) {
+        each([](Member& member) { member.go(); });
+        isTold = true;
+      }
+      const Member* const slow = leftNs <= guardNs_ ? findSlow(Phase::committed) : nullptr;
+      if (slow != nullptr) {
+        blame(slow->name(), "did not answer in time");
+        return false;
+      }
+      if (leftNs <= 0) {
+        return true;
       }
       pause();
     }
@@ -177,8 +200,10 @@ class FleetPlay {
       marks_.push_back({view.machineZeroNs, view.overruns, view.contradictions});
       readingMs = std::max(readingMs, view.preparedInMs);
     }
-    guardNs_ = startGuardNs(clocksAt(wallNs()));
-    return wallNs() + leastNs + 2 * guardNs_ + readingMs * nsPerMs;
+    const std::vector<FleetClock> clocks = clocksAt(wallNs());
+    guardNs_ = startGuardNs(clocks);
+    lastCallNs_ = lastCallNs(clocks);
+    return wallNs() + leastNs + guardNs_ + lastCallNs_ + readingMs * nsPerMs;
   }
 
   /// The moment, and the word to all.
@@ -250,11 +275,11 @@ class FleetPlay {
     return fault_.empty();
   }
 
-  /// Before the start: nothing moves.
+  /// Before the start.
   int cancel() {
     each([](Member& member) { member.leave(); });
     complain(fault_);
-    waitUntilGone();
+    dismiss(members_);
     bool isSure = true;
     for (const Member& member : members_) {
       const Member::Ending ending = member.view().ending.value_or(Member::Ending());
@@ -272,114 +297,6 @@ class FleetPlay {
     return status_;
   }
 
-  void sayWhoHasNotLeft() {
-    for (const Member& member : members_) {
-      const Member::Ending ending = member.view().ending.value_or(Member::Ending());
-      if (ending.hold && ending.hold->status != okStatus) {
-        complain(fmt::format("torvex: error: {}: not held: {}\n", visible(member.name()),
-                             ending.hold->text));
-      } else if (ending.hold) {
-        complain(fmt::format("{}: held until 'torvex fleet release'\n", visible(member.name())));
-      }
-      if (!ending.hasLeft) {
-        complain(
-            fmt::format("torvex: warning: {}: has not answered the end; its lease, and the end "
-                        "of the connection, end it there\n",
-                        visible(member.name())));
-      }
-    }
-  }
-
-  void waitUntilGone() {
-    while (!std::all_of(members_.begin(), members_.end(),
-                        [](const Member& member) { return member.view().ending.has_value(); })) {
-      pause();
-    }
-  }
-
-  /// From when a start cannot be cancelled in time any more.
-  int follow() {
-    std::set<std::string> lost;
-    while (true) {
-      if (StopSignal::received() != 0) {
-        return conclude();
-      }
-      bool isOver = true;
-      for (std::size_t i = 0; i < members_.size(); ++i) {
-        const Member::View view = members_[i].view();
-        isOver = isOver && view.phase >= Phase::over;
-        noteOverruns(members_[i], view, marks_[i]);
-        noteLoss(members_[i], view, marks_[i], lost);
-      }
-      if (isOver || isHeld_) {
-        return conclude();
-      }
-      pause();
-    }
-  }
-
-  /// Cycles that were passed over do not change where machine time is 0.
-  void noteOverruns(const Member& member, const Member::View& view, StartMark& mark) const {
-    if (mark.overruns && view.aliveNs > start_.startNs + longestCycleNs({view.clock})) {
-      if (view.overruns > *mark.overruns) {
-        complain(fmt::format(
-            "torvex: warning: {}: passed over {} while the start was near: it may "
-            "have begun as many later\n",
-            visible(member.name()),
-            counted(static_cast<std::uint64_t>(view.overruns - *mark.overruns), "cycle")));
-      }
-      mark.overruns.reset();
-    }
-  }
-
-  void noteLoss(const Member& member, const Member::View& view, StartMark& mark,
-                std::set<std::string>& lost) {
-    std::string what;
-    if (view.phase == Phase::gone && lost.insert(member.name()).second) {
-      what = "lost: its actuators come to rest when its lease ends";
-      complain(shown(member.name(), view.outcome));
-    } else if (view.played.isDisturbed() && lost.insert(member.name()).second) {
-      what = "it does not do all of its motion: " + view.played.shortfall();
-    } else if (view.phase == Phase::sent && view.machineZeroNs != mark.zeroNs) {
-      what = fmt::format("machine time stood still for {:g} ms: it is not in step any more",
-                         inMs(view.machineZeroNs - mark.zeroNs));
-      mark.zeroNs = view.machineZeroNs;
-    }
-    if (what.empty()) {
-      return;
-    }
-    complain(fmt::format("torvex: error: {}: {}\n", visible(member.name()), what));
-    status_ = shortfallStatus;
-    if (fleet_.allOrNone && !isHeld_) {
-      isHeld_ = true;
-      each([](Member& each) { each.hold(); });
-      complain("torvex: all_or_none: the other machines are to be held\n");
-    }
-  }
-
-  int conclude() {
-    each([](Member& member) { member.leave(); });
-    waitUntilGone();
-    sayWhoHasNotLeft();
-    if (const int signal = StopSignal::received()) {
-      complain(fmt::format("torvex: stopped by signal {}; the actuators come to rest\n", signal));
-      status_ = signalStatus + signal;
-    }
-    for (const Member& member : members_) {
-      const Played played = member.view().played;
-      say(fmt::format("{}: reached: {} of {}\n", visible(member.name()), played.reached,
-                      counted(played.points, "point")));
-      if (played.cleared + played.refused > 0) {
-        complain(
-            fmt::format("torvex: error: {}: {}\n", visible(member.name()), played.shortfall()));
-      }
-      if (played.reached != played.points) {
-        status_ = std::max(status_, shortfallStatus);
-      }
-    }
-    return status_;
-  }
-
   const Fleet& fleet_;
   const FleetPlayOptions& options_;
   const std::int64_t askedNs_;
@@ -388,11 +305,11 @@ class FleetPlay {
   std::vector<StartMark> marks_;
   std::int64_t approachMs_ = 0;
   std::int64_t guardNs_ = 0;
+  std::int64_t lastCallNs_ = 0;
   std::int64_t boundNs_ = 0;
   /// What keeps it from going on, in words; empty while nothing does.
   std::string fault_;
   int status_ = okStatus;
-  bool isHeld_ = false;
 };
 
 }  // namespace

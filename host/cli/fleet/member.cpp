@@ -7,6 +7,7 @@
 #include <chrono>
 #include <nlohmann/json.hpp>
 #include <optional>
+#include <string_view>
 #include <utility>
 
 #include "host/cli/clients/motionrequest.h"
@@ -21,6 +22,8 @@ constexpr int turnMs = 5;
 constexpr std::int64_t askEveryNs = 50 * nsPerMs;
 /// For what takes the machine no time.
 constexpr int shortWaitMs = 1000;
+/// Of a commander that has ended.
+constexpr std::string_view unknownReason = "unknown";
 
 /// Ends what a member does once it was ordered to leave.
 struct Leaves {};
@@ -94,6 +97,11 @@ std::string Member::act() {
     enter(Phase::over);
     await(Order::leave);
   } catch (const Leaves&) {
+  } catch (const DoorRefusal& refusal) {
+    if (!key_.empty() && refusal.reason() == unknownReason) {
+      throw DoorClosed("its lease ended before it was renewed");
+    }
+    throw;
   }
   return "";
 }
@@ -182,8 +190,8 @@ void Member::send() {
   if (numberOf(answer_, "machine_ms") >= atMs_) {
     throw DoorClosed("the motions came behind the moment at which they were to begin");
   }
-  isCancellable_ = true;
-  renew(leaseMs());
+  isToBeTold_ = true;
+  renew();
   watch_.ask(*door_);
   tellClock();
 }
@@ -191,19 +199,24 @@ void Member::send() {
 void Member::follow() {
   while (!played_.isOver()) {
     for (std::optional<Json> event = events_->next(turnMs); event; event = events_->next(0)) {
-      if (textOf(*event, "kind") == "missed") {
-        throw DoorClosed("too many events went by unread to tell what became of the motion");
-      }
-      if (memberOf(*event, "request") == memberOf(answer_, "request")) {
-        played_.note(*event);
-        tellPlayed();
-      }
+      note(*event);
+      tellPlayed();
       watchOver();
     }
     if (events_->hasEnded()) {
       throw DoorClosed("the machine ended before the motion did");
     }
     watchOver();
+  }
+}
+
+void Member::note(const Json& event) {
+  if (textOf(event, "kind") == "missed") {
+    throw DoorClosed("too many events went by unread to tell what became of the motion");
+  }
+  if (memberOf(event, "request") == memberOf(answer_, "request")) {
+    played_.note(event);
+    notedMs_ = numberOf(event, "machine_ms");
   }
 }
 
@@ -227,24 +240,32 @@ void Member::watchOver() {
     watch_.ask(*door_);
     tellClock();
   }
-  if (isCancellable_ && order_ == Order::go) {
-    isCancellable_ = false;
-    renew(leaseMs());
+  if (isToBeTold_ && order_ == Order::go) {
+    isToBeTold_ = false;
+    renew();
+    enter(std::max(view_.phase, Phase::committed));
   }
   if (!key_.empty() && wallNs() - renewedNs_ > leaseMs() * nsPerMs / renewals) {
-    renew(leaseMs());
+    renew();
   }
 }
 
-/// The short one ends before the start even where the machine fell silent just before that could
-/// be noticed in time: see `startGuardNs` and `mostSilentNs`.
 std::int64_t Member::leaseMs() const {
-  return isCancellable_ ? mostSilentNs(watch_.clock()) / nsPerMs - 50 : longLeaseMs_;
+  if (!isToBeTold_) {
+    return longLeaseMs_;
+  }
+  const FleetClock clock = watch_.clock();
+  return leaseBeforeStartNs(clock, clock.readingAt(atMs_) - wallNs()) / nsPerMs;
 }
 
-void Member::renew(std::int64_t leaseMs) {
+void Member::renew() {
+  constexpr std::int64_t leastMs = 50;
+  const std::int64_t lengthMs = leaseMs();
+  if (lengthMs < leastMs) {
+    throw DoorClosed("it was not told in time to begin");
+  }
   renewedNs_ = wallNs();
-  door_->post(fmt::format("/v1/commanders/{}/renew", key_), Json{{"lease_ms", leaseMs}});
+  door_->post(fmt::format("/v1/commanders/{}/renew", key_), Json{{"lease_ms", lengthMs}});
 }
 
 void Member::tellPlayed() {
@@ -272,6 +293,20 @@ FleetOutcome Member::askOnce(const std::function<void(DoorClient&)>& ask) const 
   });
 }
 
+/// Whether the machine has told that all of its motion went before the moment.
+bool Member::wasClearedBefore() {
+  if (answer_.is_null()) {
+    return false;
+  }
+  (void)outcomeOf([this] {
+    while (const std::optional<Json> event = events_->next(0)) {
+      note(*event);
+    }
+    return "";
+  });
+  return played_.reached == 0 && played_.isOver() && notedMs_ < atMs_;
+}
+
 Member::Ending Member::end() {
   Ending ending;
   ending.beginsNothing = atMs_ == 0;
@@ -287,13 +322,14 @@ Member::Ending Member::end() {
     try {
       door.remove(fmt::format("/v1/commanders/{}", key_));
     } catch (const DoorRefusal& refusal) {
-      if (refusal.reason() != "unknown") {
+      if (refusal.reason() != unknownReason) {
         throw;
       }
     }
     ending.hasLeft = true;
     ending.beginsNothing |= numberOf(door.get("/v1/clock"), "machine_ms") < atMs_;
   });
+  ending.beginsNothing |= wasClearedBefore();
   return ending;
 }
 

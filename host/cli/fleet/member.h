@@ -26,7 +26,8 @@ namespace host {
 /// gone holds up nobody else.
 class Member {
  public:
-  enum class Phase { preparing, prepared, enrolled, sent, over, gone };
+  /// `committed`: it has answered the go.
+  enum class Phase { preparing, prepared, enrolled, sent, committed, over, gone };
   enum class Order { prepare, enrol, play, go, leave, hold };
 
   /// What became of giving the axes back.
@@ -75,8 +76,8 @@ class Member {
   void enrol() { give(Order::enrol); }
   /// To begin at this machine time, with an approach of this length; after `enrol`.
   void play(std::int64_t atMs, std::int64_t approachMs);
-  /// The start is not cancelled any more. Until then its lease is so short that it ends before
-  /// the moment if it cannot be told of a cancellation.
+  /// To begin indeed. Until the machine has taken that, its lease ends before the moment, so that
+  /// nothing begins where a cancellation does not arrive.
   void go() { give(Order::go); }
   /// To give its axes back: what waits is cleared, and they ramp to rest. Whatever it waits for, it
   /// does so at once.
@@ -95,14 +96,16 @@ class Member {
   void wakeFresh();
   void send();
   void follow();
+  void note(const Json& event);
   void await(Order order);
   void watchOver();
   void enter(Phase phase);
   void tellClock();
   void tellPlayed();
-  void renew(std::int64_t leaseMs);
+  void renew();
   [[nodiscard]] std::int64_t leaseMs() const;
   [[nodiscard]] Ending end();
+  [[nodiscard]] bool wasClearedBefore();
   [[nodiscard]] FleetOutcome askOnce(const std::function<void(DoorClient&)>& ask) const;
 
   const FleetMachine& machine_;
@@ -124,11 +127,13 @@ class Member {
   std::set<std::string> fresh_;
   std::string key_;
   std::int64_t longLeaseMs_ = 1000;
-  /// Whether the motions are there, and may still be cancelled.
-  bool isCancellable_ = false;
+  /// Whether the motions are there, but not the go.
+  bool isToBeTold_ = false;
   std::int64_t renewedNs_ = 0;
   Json answer_;
   Played played_;
+  /// Machine time of the latest event of the motion.
+  std::int64_t notedMs_ = 0;
 
   std::thread thread_;
 };

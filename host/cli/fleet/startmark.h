@@ -14,6 +14,8 @@ struct StartMark {
   /// None once they were told of.
   std::optional<std::int64_t> overruns;
   int contradictions = 0;
+  /// Whether it was told that it is silent since before the start.
+  bool isSilenceSaid = false;
 };
 
 /// Why a machine cannot begin with the others; empty when it can. `mark` may be null: the moment is
