@@ -86,4 +86,27 @@ TEST(CommonStart, IsAsCloseAsItIsSaidToBe) {
   }
 }
 
+TEST(CommonStart, NobodyBeginsWhoWasNotTold) {
+  Random random(3);
+  for (int run = 0; run < 20'000; ++run) {
+    std::vector<host::FleetClock> clocks(1 + random.below(4));
+    for (host::FleetClock& clock : clocks) {
+      clock.boundNs = drawn(random, 10'000, 30'000'000);
+      clock.cycleMs = 1 + random.below(random.chance(50) ? 20 : 1000);
+    }
+    const std::int64_t lastCall = host::lastCallNs(clocks);
+    EXPECT_GT(lastCall, host::startGuardNs(clocks));
+    const host::FleetClock& clock = clocks.front();
+    const std::int64_t left = lastCall + drawn(random, 0, 5'000'000'000);
+    const std::int64_t lease = host::leaseBeforeStartNs(clock, left) / 1'000'000 * 1'000'000;
+    EXPECT_GE(lease, 50'000'000);
+    EXPECT_LT(lease, host::mostSilentNs(clock));
+    // It arrives, is read by the next cycle, and ends with the first one that finds it too old.
+    const std::int64_t cycle = clock.cycleMs * 1'000'000;
+    const std::int64_t read = drawn(random, 0, 2 * clock.boundNs) + drawn(random, 0, cycle);
+    const std::int64_t ended = read + (lease / cycle + 1) * cycle;
+    EXPECT_LT(ended + cycle, left) << run;
+  }
+}
+
 }  // namespace
