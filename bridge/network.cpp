@@ -17,7 +17,9 @@ struct QosDeletion {
 };
 using Qos = std::unique_ptr<dds_qos_t, QosDeletion>;
 
-constexpr dds_duration_t mostBlocking = DDS_MSECS(100);
+/// Not the 100 ms that DDS has of its own: Cyclone DDS would not announce the reliability of a
+/// writer, and there are stacks that then do not see the writer.
+constexpr dds_duration_t mostBlocking = DDS_MSECS(99);
 
 Qos qosOf(Delivery delivery) {
   Qos qos(dds_create_qos());
@@ -48,9 +50,12 @@ void sayOfDds(void* /*unused*/, const dds_log_data_t* data) {
   complain(fmt::format("warning: DDS: {}", text));
 }
 
-dds_entity_t createdDomain(const Configuration& configuration) {
+/// The participant, or an error.
+dds_entity_t joined(const Configuration& configuration) {
   dds_set_log_sink(sayOfDds, nullptr);
-  return dds_create_domain(configuration.domain, domainText(configuration).c_str());
+  const dds_entity_t domain =
+      dds_create_domain(configuration.domain, domainText(configuration).c_str());
+  return domain < 0 ? domain : dds_create_participant(configuration.domain, nullptr, nullptr);
 }
 
 dds_entity_t createdTopic(const Network& network, const std::string& topic,
@@ -90,9 +95,7 @@ Entity::~Entity() {
 }
 
 Network::Network(const Configuration& configuration)
-    : domain_(createdDomain(configuration), "the domain cannot be joined"),
-      participant_(dds_create_participant(configuration.domain, nullptr, nullptr),
-                   "the domain cannot be joined") {}
+    : participant_(joined(configuration), "the domain cannot be joined") {}
 
 Writer::Writer(const Network& network, const std::string& topic, const dds_topic_descriptor_t& type,
                Delivery delivery)

@@ -40,7 +40,8 @@ enum class Delivery {
 };
 
 /// A domain of DDS on one network interface, and the bridge in it. What DDS has to say goes to
-/// standard error. One a process.
+/// standard error. One a process, which has the domain until it ends: DDS would end it only after a
+/// packet to itself, which does not come where the interface is gone.
 class Network {
  public:
   /// Throws `std::runtime_error` when there is no such interface.
@@ -52,7 +53,6 @@ class Network {
   static constexpr int mostBytes = 1 << 20;
 
  private:
-  Entity domain_;
   Entity participant_;
 };
 
@@ -63,7 +63,7 @@ class Writer {
   Writer(const Network& network, const std::string& topic, const dds_topic_descriptor_t& type,
          Delivery delivery);
 
-  /// False when it did not go out, because readers took nothing for 100 ms.
+  /// False when it did not go out, because readers took nothing for 99 ms.
   bool write(const void* message);
 
  private:

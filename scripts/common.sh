@@ -37,6 +37,11 @@ need_packages() {
     apt-get install -y -qq --no-install-recommends "${missing[@]}" >/dev/null
 }
 
+# Node.js of another place brings its own npm, which Debian's package contradicts.
+need_npm() {
+  command -v npm >/dev/null || need_packages nodejs npm
+}
+
 # configure PRESET [CMAKE OPTIONS...]
 configure() {
   local preset=$1

@@ -15,10 +15,12 @@ import time
 import unittest
 
 sys.path.insert(0, str(pathlib.Path(__file__).resolve().parents[1] / "tool"))
-from tool import ToolTest, start, tool, write  # noqa: E402
+from tool import ToolTest, tool, write  # noqa: E402
 
 peer_program = os.environ.get("BRIDGE_PEER", "build/release/bridge_peer")
 lost_percent = 0
+endings = (signal.SIGINT, signal.SIGTERM, signal.SIGHUP)
+ends_with_test = ("setpriv", "--pdeathsig", "KILL")
 machine_text = """
 name: m-1
 actuators:
@@ -30,11 +32,18 @@ sensors:
 """
 
 
+def fail(number, _):
+    """On the first signal, after which all is cleaned up."""
+    for ending in endings:
+        signal.signal(ending, signal.SIG_IGN)
+    sys.exit(128 + number)
+
+
 class Namespaces:
     """Two of them, which end with this object."""
 
     def __enter__(self):
-        self.holders = [subprocess.Popen(["unshare", "--net", "sh", "-c", "echo; exec sleep 600"],
+        self.holders = [subprocess.Popen([*ends_with_test, "unshare", "--net", "sh", "-c", "echo; exec sleep 600"],
                                          stdout=subprocess.PIPE) for _ in range(2)]
         for holder in self.holders:
             holder.stdout.readline()
@@ -67,8 +76,8 @@ class Listened:
     """A process whose lines are kept as they come."""
 
     def __init__(self, command):
-        self.process = subprocess.Popen(command, text=True, stdin=subprocess.PIPE, stdout=subprocess.PIPE,
-                                        stderr=subprocess.STDOUT)
+        self.process = subprocess.Popen([*ends_with_test, *command], text=True, stdin=subprocess.PIPE,
+                                        stdout=subprocess.PIPE, stderr=subprocess.STDOUT)
         self.lines, self.said = queue.Queue(), []
         threading.Thread(target=self.listen, daemon=True).start()
 
@@ -95,7 +104,7 @@ class Listened:
 
     def end(self, how=signal.SIGTERM):
         self.process.send_signal(how)
-        self.process.wait()
+        self.process.wait(30)
         self.process.stdin.close()
         self.process.stdout.close()
         return self.process.returncode
@@ -126,14 +135,12 @@ class Wire(ToolTest):
 
     @contextlib.contextmanager
     def served(self):
-        process = start("serve", "m.yaml", "--pool", self.pool)
+        machine = Listened([tool, "serve", "m.yaml", "--pool", self.pool])
         try:
-            while ".sock" not in process.stdout.readline():
-                pass
+            machine.until(lambda line: ".sock" in line)
             yield
         finally:
-            process.terminate()
-            process.communicate()
+            machine.end()
 
     def test_trajectories_come_in_and_states_go_out(self):
         os.environ["XDG_RUNTIME_DIR"] = os.getcwd()
@@ -200,6 +207,7 @@ class Wire(ToolTest):
             self.assertNotIn("guarded", self.said(0, "events", "--once"))
             self.sent(peer, 0, 0, "a", 1, 0, 0)
             peer.until(position("measured", "a", 0))
+            spaces.run(0, "ip link delete wire")  # without its network it ends as well
 
 
 if __name__ == "__main__":
@@ -208,4 +216,6 @@ if __name__ == "__main__":
         sys.exit(77)
     if len(sys.argv) > 1:
         lost_percent = int(sys.argv.pop())
+    for ending in endings:
+        signal.signal(ending, fail)
     unittest.main()
