@@ -31,6 +31,10 @@ void addArgument(CLI::App& command, const char* name, std::string& value, const 
   command.add_option(name, value, what)->required();
 }
 
+void addArgument(CLI::App& command, const OptionText& text, std::string& value) {
+  command.add_option(text.name, value, text.what)->required()->type_name(text.type);
+}
+
 void addArguments(CLI::App& command, const char* name, std::vector<std::string>& values,
                   bool mustBeGiven, const char* what) {
   command.add_option(name, values, what)->required(mustBeGiven);

@@ -29,6 +29,8 @@ CLI::App& addSubcommand(CLI::App& app, const char* name, const char* what,
 
 /// An argument that must be given.
 void addArgument(CLI::App& command, const char* name, std::string& value, const char* what);
+/// One of the words that `text.type` lists ("hold|release"), which shells complete.
+void addArgument(CLI::App& command, const OptionText& text, std::string& value);
 /// Arguments, one or more where they must be given.
 void addArguments(CLI::App& command, const char* name, std::vector<std::string>& values,
                   bool mustBeGiven, const char* what);

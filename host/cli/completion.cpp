@@ -31,6 +31,16 @@ std::string optionNames(const UsageCommand& command) {
   return names;
 }
 
+/// Of the first argument, which may be one of some words.
+std::vector<std::string> argumentChoices(const UsageCommand& command) {
+  for (const UsageOption& option : command.options) {
+    if (option.isArgument) {
+      return option.choices();
+    }
+  }
+  return {};
+}
+
 std::string bashScript(const std::vector<UsageCommand>& commands) {
   std::string names;
   std::string options;
@@ -41,7 +51,9 @@ std::string bashScript(const std::vector<UsageCommand>& commands) {
         fmt::format("      {}) words={} ;;\n", command.name, shellQuoted(optionNames(command)));
     for (const UsageOption& option : command.options) {
       if (!option.choices().empty()) {
-        choices += fmt::format("    {}:{}) words={} ;;\n", command.name, option.names.back(),
+        // Before the first argument is the command itself.
+        choices += fmt::format("    {}:{}) words={} ;;\n", command.name,
+                               option.isArgument ? command.name : option.names.back(),
                                shellQuoted(joined(option.choices())));
       }
     }
@@ -55,7 +67,7 @@ std::string bashScript(const std::vector<UsageCommand>& commands) {
       "    return\n"
       "  fi\n"
       "  case ${{COMP_WORDS[1]}}:$before in\n{1}  esac\n"
-      "  if [[ -z $words && $word == -* ]]; then\n"
+      "  if [[ $word == -* ]]; then\n"
       "    case ${{COMP_WORDS[1]}} in\n{2}    esac\n"
       "  elif [[ -z $words && ${{COMP_WORDS[1]}} == @({3}) ]]; then\n"
       "    local key\n"
@@ -75,8 +87,10 @@ std::string zshScript(const std::vector<UsageCommand>& commands) {
   std::string names;
   std::string options;
   for (const UsageCommand& command : commands) {
+    const std::string firstWords = joined(argumentChoices(command));
     names += "    " + shellQuoted(command.name + ":" + command.what) + "\n";
-    options += fmt::format("    {}) _arguments '*: :->argument'", command.name);
+    options += fmt::format("    {}) _arguments{} '*: :->argument'", command.name,
+                           firstWords.empty() ? "" : fmt::format(" '1: :({})'", firstWords));
     for (const UsageOption& option : command.options) {
       if (option.isArgument || option.names.back() == "--help") {
         continue;
@@ -122,6 +136,12 @@ std::string fishScript(const std::vector<UsageCommand>& commands) {
     script += fmt::format("complete -c torvex -n __fish_use_subcommand -f -a {} -d {}\n",
                           command.name, shellQuoted(command.what));
     const std::string inside = shellQuoted("__fish_seen_subcommand_from " + command.name);
+    if (const std::string words = joined(argumentChoices(command)); !words.empty()) {
+      script += fmt::format(
+          "complete -c torvex -n '__fish_seen_subcommand_from {}; and not "
+          "__fish_seen_subcommand_from {}' -f -a '{}'\n",
+          command.name, words, words);
+    }
     for (const UsageOption& option : command.options) {
       if (option.isArgument) {
         continue;

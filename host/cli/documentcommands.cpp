@@ -58,7 +58,7 @@ void addDocumentCommands(CLI::App& app, Command& chosen) {
       "An installed tool has it already. Keys are those of the machine that runs.\n\n"
       "Exit status: 0; 1 when it could not be written; 2 for bad usage.",
       [&app, shell] { return printCompletion(app, *shell); }, chosen);
-  addArgument(completion, "SHELL", *shell, "bash, zsh or fish");
+  addArgument(completion, {"SHELL", "bash|zsh|fish", "Whose words these are", ""}, *shell);
 
   const auto folder = std::make_shared<std::string>();
   CLI::App& manual = addSubcommand(

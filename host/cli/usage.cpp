@@ -19,8 +19,10 @@ UsageOption usageOption(const CLI::Option& option) {
   for (const std::string& name : option.get_lnames()) {
     usage.names.push_back("--" + name);
   }
-  usage.type =
-      option.get_items_expected_max() > 0 && !usage.isArgument ? option.get_type_name() : "";
+  usage.type = option.get_items_expected_max() > 0 ? option.get_type_name() : "";
+  if (usage.isArgument && usage.choices().empty()) {
+    usage.type.clear();
+  }
   usage.what = option.get_description();
   usage.otherwise = option.get_default_str();
   return usage;

@@ -13,7 +13,7 @@ namespace host {
 struct UsageOption {
   /// "--late", or "MACHINE" for an argument.
   std::vector<std::string> names;
-  /// "stand|catch-up"; empty for a flag.
+  /// "stand|catch-up"; empty for a flag, and for an argument without choices.
   std::string type;
   std::string what;
   std::string otherwise;

@@ -9,6 +9,7 @@ import pathlib
 import re
 import signal
 import struct
+import subprocess
 import unittest
 import xml.etree.ElementTree
 
@@ -313,6 +314,15 @@ class Tool(ToolTest):
         self.assertEqual(attributes[0]["key"], "Device/DeviceList/MainBoard/Version")
         self.assertEqual(attributes[113]["interpolation"], "step")
         self.assertIsNone(attributes[113]["maximum_velocity"])
+
+    def test_completes_what_bash_asks_for(self):
+        for words, wanted in (("torvex fle", "fleet"), ("torvex fleet ", "ps play hold release stop"),
+                              ("torvex fleet hold ", ""), ("torvex fleet --a", "--at"),
+                              ("torvex run --clock s", "simulated")):
+            script = (self.said(0, "completion", "bash") + f"COMP_WORDS=({words.rpartition(' ')[0]} '"
+                      f"{words.rpartition(' ')[2]}'); COMP_CWORD=$((${{#COMP_WORDS[@]}} - 1)); _torvex; echo ${{COMPREPLY[@]}}")
+            self.assertEqual(subprocess.run(["bash", "-c", script], text=True, capture_output=True,
+                                            check=True).stdout.strip(), wanted, words)
 
     def test_watches_a_running_machine_until_it_ends_in_real_time(self):
         run = started_run(humanoid, wave, "--pool", self.pool, "--trace", "t.csv")

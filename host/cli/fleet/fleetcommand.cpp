@@ -154,7 +154,8 @@ void addFleetCommand(CLI::App& app, Command& chosen) {
       "Exit status: 0; 1 when a machine refused, did not answer or was lost; 2 for bad input or\n"
       "usage; 128 and the signal's number when a signal stopped it.",
       [options] { return runAction(*options); }, chosen);
-  addArgument(command, "ACTION", options->action, "ps, play, hold, release or stop");
+  addArgument(command, {"ACTION", "ps|play|hold|release|stop", "What the fleet is to do", ""},
+              options->action);
   addArgument(command, "FLEET", options->path, "The file with the machines of the fleet");
   addArguments(command, "MOTION", options->play.motions, false,
                "Of play: FILE or FILE:NAME for all machines, MACHINE=FILE for one (default: those "
