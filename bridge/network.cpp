@@ -55,7 +55,8 @@ dds_entity_t joined(const Configuration& configuration) {
   dds_set_log_sink(sayOfDds, nullptr);
   const dds_entity_t domain =
       dds_create_domain(configuration.domain, domainText(configuration).c_str());
-  return domain < 0 ? domain : dds_create_participant(configuration.domain, nullptr, nullptr);
+  const bool isThere = domain >= 0 || domain == DDS_RETCODE_PRECONDITION_NOT_MET;
+  return isThere ? dds_create_participant(configuration.domain, nullptr, nullptr) : domain;
 }
 
 dds_entity_t createdTopic(const Network& network, const std::string& topic,

@@ -40,8 +40,8 @@ enum class Delivery {
 };
 
 /// A domain of DDS on one network interface, and the bridge in it. What DDS has to say goes to
-/// standard error. One a process, which has the domain until it ends: DDS would end it only after a
-/// packet to itself, which does not come where the interface is gone.
+/// standard error. One at a time in a process, which has the domain of the first until it ends: DDS
+/// would end that only after a packet to itself, which does not come where the interface is gone.
 class Network {
  public:
   /// Throws `std::runtime_error` when there is no such interface.
