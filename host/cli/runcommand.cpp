@@ -4,32 +4,26 @@
 #include <fmt/format.h>
 
 #include <algorithm>
-#include <exception>
-#include <filesystem>
 #include <memory>
 #include <optional>
-#include <set>
 #include <utility>
 
-#include "host/base/outputpaths.h"
 #include "host/base/stopsignal.h"
 #include "host/base/usersignal.h"
-#include "host/base/values.h"
 #include "host/base/visible.h"
 #include "host/cli/liveview.h"
 #include "host/cli/opendoor.h"
 #include "host/cli/recorded.h"
 #include "host/cli/ringwatch.h"
+#include "host/cli/runoutputs.h"
 #include "host/cli/status.h"
 #include "host/engine/realtime.h"
 #include "host/engine/torvex.h"
-#include "host/engine/trace.h"
 #include "host/input/motionfile.h"
 #include "host/motion/plan.h"
 #include "host/motion/rehearsal.h"
 #include "host/motion/scaling.h"
 #include "host/results/findings.h"
-#include "host/results/plot/plot.h"
 #include "host/results/report.h"
 #include "host/results/runjson.h"
 #include "host/results/runlog.h"
@@ -45,61 +39,9 @@ std::string joinedLines(const std::vector<std::string>& lines, const std::string
   return text;
 }
 
-/// Whether standard output is that of a file, so that the report has to go elsewhere.
-bool leavesStandardOutput(const RunOptions& options) {
-  return isStandardOutput(options.tracePath) || isStandardOutput(options.plotPath) ||
-         isStandardOutput(options.recording.path);
-}
-
-void checkOutputPaths(const RunOptions& options, const MachineModel& machine,
-                      const std::vector<CommandBatch>& batches) {
-  std::set<std::string> read(machine.paths.begin(), machine.paths.end());
-  for (const CommandBatch& batch : batches) {
-    read.insert({batch.path, batch.pointsPath});
-  }
-  const std::vector<std::string> inputs(read.begin(), read.end());
-  std::vector<NamedOutput> outputs;
-  if (!options.tracePath.empty()) {
-    outputs.push_back({options.tracePath, "trace"});
-  }
-  addOutput(options.recording, outputs);
-  if (!options.plotPath.empty()) {
-    outputs.push_back({options.plotPath, "picture"});
-  }
-  for (const PreferenceExport& wanted : options.exports) {
-    checkExport(machine, wanted, options.session.preferenceDirectory);
-    outputs.push_back({wanted.pathIn(options.session.preferenceDirectory),
-                       "preference file of " + wanted.container});
-  }
-  checkOutputs(outputs, inputs);
-  if (options.json && leavesStandardOutput(options)) {
-    throw UserError("/dev/stdout", {}, "holds the JSON object; name a file, or leave out --json");
-  }
-}
-
 /// Where the report goes.
 void report(const RunOptions& options, const std::string& text) {
   leavesStandardOutput(options) ? complain(text) : say(text);
-}
-
-std::string titleOf(const MachineModel& machine, const RunOptions& options) {
-  std::vector<std::string> motions;
-  for (const std::string& path : options.motionPaths) {
-    motions.push_back(std::filesystem::path(path).filename().string());
-  }
-  return fmt::format("{}: {}", machine.name, fmt::join(motions, ", "));
-}
-
-/// The trace of the columns that are chosen by the names of their actuators and sensors.
-void openTrace(const RunOptions& options, const Torvex& torvex, std::optional<Trace>& trace) {
-  std::vector<std::string> names;
-  std::vector<bool> chosen;
-  for (const TracedColumn& column : torvex.columns()) {
-    names.push_back(column.name);
-    chosen.push_back(
-        isChosen(options.picture.joints, column.name.substr(0, column.name.rfind('/'))));
-  }
-  trace.emplace(options.tracePath, names, chosen);
 }
 
 void checkJoints(const RunOptions& options, const Torvex& torvex) {
@@ -113,68 +55,13 @@ void checkJoints(const RunOptions& options, const Torvex& torvex) {
   }
 }
 
-/// What a run leaves behind; opened before anything moves.
-struct Outputs {
-  std::optional<Trace> trace;
-  Recordings recordings;
-  std::optional<Plot> plot;
-};
-
-std::uint64_t noteDropped(const char* output, const RowQueue& rows, Outcome& outcome) {
-  if (rows.dropped() > 0) {
-    outcome.warnings.push_back(droppedRowsFinding(output, rows.dropped()));
-  }
-  return rows.dropped();
-}
-
-void append(std::vector<Finding>& all, const std::vector<Finding>& more) {
-  all.insert(all.end(), more.begin(), more.end());
-}
-
-void finish(const RunOptions& options, Outputs& outputs, const RunResult& result, const RunLog& log,
-            Outcome& outcome) {
-  const auto attempt = [&](const char* what, const auto& action) {
-    try {
-      action();
-    } catch (const std::exception& error) {
-      Finding failure;
-      failure.text = fmt::format("the {} was not written: {}", what, error.what());
-      outcome.errors.push_back(std::move(failure));
-    }
-  };
-  if (outputs.trace) {
-    attempt("trace", [&] { outputs.trace->finish(); });
-    outcome.droppedTraceRows = noteDropped("trace", outputs.trace->rows(), outcome);
-  }
-  if (auto& recorder = outputs.recordings.whole) {
-    attempt("recording", [&] { recorder->finish(); });
-    outcome.droppedRecordingRows = noteDropped("recording", recorder->rows(), outcome);
-  }
-  if (auto& recorder = outputs.recordings.latest) {
-    attempt("ring", [&] { recorder->finish(); });
-    outcome.droppedRingRows = noteDropped("ring", recorder->rows(), outcome);
-    const RingFiles& files = outputs.recordings.ring->files();
-    outcome.ringFiles = ringPaths(files);
-    outcome.ringLeftOut = files.leftOut();
-    append(outcome.warnings, ringFaults(files));
-    append(outcome.warnings, ringLeftOut(files));
-  }
-  if (outputs.plot) {
-    attempt("picture", [&] { outputs.plot->draw(result, log); });
-  }
-  for (const PreferenceExport& wanted : options.exports) {
-    attempt("export", [&] {
-      outcome.exports.push_back(exportPreferences(wanted, options.session.preferenceDirectory));
-    });
-  }
-}
-
 /// What the run did of what was asked, from its events.
 void judge(const RunOptions& options, const RunResult& result, const Plan& plan,
            const Findings& findings, Outcome& outcome) {
   outcome.signal = StopSignal::received();
   std::vector<Finding> noted = findings.all();
-  append(noted, cycleFindings(result));
+  const std::vector<Finding> ofCycles = cycleFindings(result);
+  noted.insert(noted.end(), ofCycles.begin(), ofCycles.end());
   for (Finding& finding : noted) {
     const bool isError = finding.isFailure || (options.strict && finding.isOfCycles);
     (isError ? outcome.errors : outcome.warnings).push_back(std::move(finding));
@@ -250,18 +137,6 @@ void moveMachine(const RunOptions& options, const std::optional<DoorOptions>& do
   view.clear();
 }
 
-void openOutputs(const RunOptions& options, const MachineModel& machine, const Plan& plan,
-                 Torvex& torvex, Outputs& outputs) {
-  if (!options.tracePath.empty()) {
-    openTrace(options, torvex, outputs.trace);
-    torvex.addRows(outputs.trace->rows(), "trace");
-  }
-  record(options.recording, titleOf(machine, options), machine, plan, torvex, outputs.recordings);
-  if (!options.plotPath.empty()) {
-    outputs.plot.emplace(options.plotPath, titleOf(machine, options), plan, options.picture);
-  }
-}
-
 int run(const RunOptions& options, const std::optional<DoorOptions>& doorOptions) {
   LiveView view;
   view.announce("reading " + options.machinePath);
@@ -281,7 +156,7 @@ int run(const RunOptions& options, const std::optional<DoorOptions>& doorOptions
 
   const StopSignal stopSignal;
   const UserSignal userSignal;
-  Outputs outputs;
+  RunOutputs outputs;
   Findings findings(machine, plan);
   RunLog log;
   Torvex torvex(machine, plan, options.session);
@@ -294,7 +169,7 @@ int run(const RunOptions& options, const std::optional<DoorOptions>& doorOptions
   outcome.stretched = stretchedBatches(batches);
   announce(options, torvex, machine, batches, plan.schedule, outcome);
   moveMachine(options, doorOptions, machine, torvex, outputs.recordings.ring, view);
-  finish(options, outputs, torvex.result(), log, outcome);
+  finishOutputs(options, outputs, torvex.result(), log, outcome);
   judge(options, torvex.result(), plan, findings, outcome);
   return conclude(options, torvex.result(), plan, outcome);
 }
