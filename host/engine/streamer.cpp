@@ -104,14 +104,6 @@ void Streamer::arrive(Order waiting) {
   enqueue(std::move(waiting));
 }
 
-/// Why a column can never be taken.
-Event Streamer::findLasting(const Column& column, const Order& order, Density& density) const {
-  const std::int64_t momentMs = order.batch.momentMs.value_or(latestMs_ + cycleMs_);
-  Intake intake = intakeOf(order, column.axis, column.number);
-  intake.latestMs = std::max(latestMs_, cycleBefore(momentMs, cycleMs_));
-  return intake.findFault(column.points, Backlog(), hal::AttrGeneric(), density);
-}
-
 /// What is due already goes in the order of arrival.
 void Streamer::enqueue(Order order) {
   const Moment moment{std::max(order.batch.momentMs.value_or(latestMs_), latestMs_ + cycleMs_),
@@ -203,47 +195,6 @@ Streamer::Columns Streamer::columnsOf(const Order& waiting) {
 
 Intake Streamer::intakeOf(const Order& waiting, const Axis& axis, std::size_t column) const {
   return {waiting.batch, waiting.number, column, axis.actuator, latestMs_, cycleMs_};
-}
-
-/// Sees how all axes of a batch stand, since it is taken whole or not at all.
-Event Streamer::findHeld(const Columns& columns, const Order& order) {
-  Event fault{EventKind::refused, Fault::none, latestMs_, order.number};
-  GateHold hold(gate_);
-  for (const Column& column : columns) {
-    timelines_.look(column.axis);
-    if (column.axis.isHeld || column.axis.guard.isHeld()) {
-      fault.reason = column.axis.isHeld ? Fault::held : Fault::guarded;
-      fault.actuator = column.axis.index;
-    }
-    hold.breathe();
-  }
-  latestMs_ = cycles_.latestMs;
-  return fault;
-}
-
-Event Streamer::findFault(const Columns& columns, const Order& order, const Trials& trials) {
-  Event fault = findHeld(columns, order);
-  if (fault.reason != Fault::none) {
-    return fault;
-  }
-  for (const Column& column : columns) {
-    Axis& axis = column.axis;
-    hal::AttrGeneric present;
-    present.asInt = bitsIn(*axis.command);
-    Density density;
-    const auto trial = trials.find(axis.index);
-    fault = intakeOf(order, axis, column.number)
-                .findFault(column.points, trial == trials.end() ? axis.backlog : trial->second,
-                           present, density);
-    if (fault.reason == Fault::none && !timelines_.canHold(axis, density.inTwoCycles)) {
-      fault.reason = Fault::full;
-    }
-    if (fault.reason != Fault::none) {
-      return fault;
-    }
-    axis.backlog.noteDensity(density.inTwoCycles);
-  }
-  return {};
 }
 
 void Streamer::refuse(const Columns& columns, Event fault) {

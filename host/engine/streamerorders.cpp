@@ -1,11 +1,8 @@
 // What clients ask a streamer for.
 
 #include <algorithm>
-#include <mutex>
 
 #include "host/engine/streamer.h"
-#include "host/motion/density.h"
-#include "host/motion/excess.h"
 
 namespace host {
 namespace {
@@ -14,100 +11,12 @@ struct Deaf : Listener {
   void tell(const Event& /*event*/, const Point* /*points*/) override {}
 };
 
-bool commands(const ScheduledBatch& batch, int actuator) {
-  const std::vector<int>& actuators = batch.commands->actuators;
-  return std::find(actuators.begin(), actuators.end(), actuator) != actuators.end();
-}
-
 }  // namespace
 
 std::int64_t Streamer::nextMs() {
   latestMs_ = seeLatest();
   handOverDue();
   return latestMs_ + cycleMs_;
-}
-
-Streamer::Objection Streamer::findObjection(const std::vector<Order>& orders, bool isStrict) {
-  Trials trials;
-  Objection objection;
-  for (; objection.order < orders.size(); ++objection.order) {
-    const Order& order = orders[objection.order];
-    if (order.batch.commands->isStop) {
-      continue;
-    }
-    const Columns columns = columnsOf(order);
-    objection.fault = findFaultNow(columns, order, trials);
-    if (objection.fault.reason == Fault::none && isStrict) {
-      objection.fault = findExcessOf(columns, order);
-    }
-    if (objection.fault.reason != Fault::none) {
-      break;
-    }
-    tryOut(columns, orders, objection.order, trials);
-  }
-  return objection;
-}
-
-/// Of what is due; else why it can never be taken, or not by axes that are held now.
-Event Streamer::findFaultNow(const Columns& columns, const Order& order, const Trials& trials) {
-  if (order.batch.momentMs.value_or(latestMs_) <= latestMs_ + cycleMs_) {
-    return findFault(columns, order, trials);
-  }
-  for (const Column& column : columns) {
-    Density density;
-    Event fault = findLasting(column, order, density);
-    if (fault.reason != Fault::none) {
-      return fault;
-    }
-  }
-  return findHeld(columns, order);
-}
-
-Event Streamer::findExcessOf(const Columns& columns, const Order& order) const {
-  for (const Column& column : columns) {
-    Event fault = findExcess(intakeOf(order, column.axis, column.number), column.points,
-                             startBefore(column, order), column.axis.velocityLimit);
-    if (fault.reason != Fault::none) {
-      return fault;
-    }
-  }
-  return {};
-}
-
-/// Where the segment to the first point of a column begins; none where that is not known yet.
-std::optional<SegmentStart> Streamer::startBefore(const Column& column, const Order& order) const {
-  if (column.points.empty() || order.batch.momentMs.value_or(latestMs_) > latestMs_ + cycleMs_) {
-    return std::nullopt;
-  }
-  const Axis& axis = column.axis;
-  const Backlog::Kept kept = Backlog::kept(column.points, order.batch.commands->mode);
-  const std::int64_t lastMs = std::min(kept.lastMs, column.points.firstMs() - 1);
-  std::optional<Point> before;
-  const std::size_t count = std::min(axis.backlog.size(), Backlog::aheadPoints);
-  for (std::size_t i = 0; i < count && axis.backlog[i].timeMs <= lastMs; ++i) {
-    if (axis.backlog[i].timeMs >= kept.firstMs && !axis.backlog[i].isOfHost) {
-      before = axis.backlog[i];
-    }
-  }
-  const std::lock_guard hold(gate_);
-  return before ? startAt(*before, axis.backlog.knotOf(*before), latestMs_)
-                : timelines_.presentStart(axis);
-}
-
-/// Has those that command an axis again find what this one leaves.
-void Streamer::tryOut(const Columns& columns, const std::vector<Order>& orders, std::size_t number,
-                      Trials& trials) const {
-  for (const Column& column : columns) {
-    const int actuator = column.axis.index;
-    const auto next = orders.begin() + static_cast<std::ptrdiff_t>(number) + 1;
-    if (std::any_of(next, orders.end(),
-                    [&](const Order& order) { return commands(order.batch, actuator); })) {
-      const auto trial = trials.emplace(actuator, column.axis.backlog).first;
-      const Order& order = orders[number];
-      trial->second.take(column.points, order.batch.commands->mode,
-                         intakeOf(order, column.axis, column.number).curve(column.points));
-    }
-  }
 }
 
 std::vector<PointCounts> Streamer::countsOf(const Order& order) const {
