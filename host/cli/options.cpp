@@ -1,6 +1,7 @@
 #include "host/cli/options.h"
 
 #include <charconv>
+#include <cmath>
 #include <map>
 #include <optional>
 #include <string>
@@ -11,18 +12,22 @@
 namespace host {
 namespace {
 
-/// "10ms" or "10", within bounds.
+/// "10ms" or "1.5s", in whole milliseconds within bounds. A number without a unit could be either.
 std::uint32_t milliseconds(const std::string& option, const std::string& text, std::uint32_t least,
                            std::uint32_t most) {
-  std::uint32_t value = 0;
-  const char* const end = text.data() + text.size();
-  const auto [stop, failure] = std::from_chars(text.data(), end, value);
-  const std::string unit(stop, end);
-  if (failure != std::errc() || (!unit.empty() && unit != "ms") || value < least || value > most) {
-    refuseOption(option, "'" + text + "' is not a whole number of milliseconds from " +
-                             std::to_string(least) + "ms to " + std::to_string(most) + "ms");
+  constexpr double msPerSecond = 1000.0;
+  const std::size_t digits = text.find_first_not_of("0123456789.");
+  const std::string unit = digits == std::string::npos ? "" : text.substr(digits);
+  double value = -1.0;
+  if ((unit == "ms" || unit == "s") && parseNumber(text.substr(0, digits), value)) {
+    value *= unit == "s" ? msPerSecond : 1.0;
   }
-  return value;
+  if (value < least || value > most || std::abs(value - std::round(value)) > 1e-6) {
+    refuseOption(option, "'" + text + "' is not a time from " + std::to_string(least) + "ms to " +
+                             std::to_string(most) +
+                             "ms, in whole milliseconds or in seconds: " + "10ms, 1.5s");
+  }
+  return static_cast<std::uint32_t>(std::llround(value));
 }
 
 int wholeNumber(const std::string& text) {
@@ -125,7 +130,7 @@ void addMotions(CLI::App& command, std::vector<std::string>& paths, MotionOption
 
 void addCycle(CLI::App& command, std::uint32_t& cycleMs) {
   constexpr std::uint32_t longestCycleMs = 1000;
-  addOption(command, {"--cycle", "TIME", "Control cycle in whole milliseconds", "10ms"},
+  addOption(command, {"--cycle", "TIME", "Control cycle, 1ms to 1s", "10ms"},
             [&cycleMs](const std::string& text) {
               cycleMs = milliseconds("--cycle", text, 1, longestCycleMs);
             });
@@ -133,12 +138,14 @@ void addCycle(CLI::App& command, std::uint32_t& cycleMs) {
 
 void addTiming(CLI::App& command, Timing& timing) {
   constexpr std::uint32_t longestApproachMs = 70'000'000;
-  addOption(command,
-            {"--approach,--lead", "TIME",
-             "Time to approach the first points of trajectories (default: what they need)", ""},
-            [&timing](const std::string& text) {
-              timing.approachMs = milliseconds("--approach", text, 1, longestApproachMs);
-            });
+  addOption(
+      command,
+      {"--approach,--lead", "TIME",
+       "Time to approach the first points of trajectories: 500ms, 2s (default: what they need)",
+       ""},
+      [&timing](const std::string& text) {
+        timing.approachMs = milliseconds("--approach", text, 1, longestApproachMs);
+      });
   addOption(
       command,
       {"--interpolation", "message|linear|smooth",
@@ -193,9 +200,8 @@ void addPreferenceDirectory(CLI::App& command, std::string& path) {
             [&path](const std::string& text) { path = notEmpty("--directory", text); });
 }
 
-void addPool(CLI::App& command, std::string& name) {
-  addOption(command,
-            {"--pool", "NAME", "Name of the device pool in shared memory, each user's own", name},
+void addPool(CLI::App& command, const char* help, std::string& name) {
+  addOption(command, {"--pool", "NAME", help, ""},
             [&name](const std::string& text) { name = notEmpty("--pool", text); });
 }
 

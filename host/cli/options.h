@@ -26,7 +26,7 @@ void addGuard(CLI::App& command, GuardMode& guard);
 void addPreferenceDirectory(CLI::App& command, std::string& path);
 /// What the thread of the cycle asks of the machine, in real time.
 void addCycleScheduling(CLI::App& command, ThreadScheduling& scheduling);
-void addPool(CLI::App& command, std::string& name);
+void addPool(CLI::App& command, const char* help, std::string& name);
 void addPoolMode(CLI::App& command, std::optional<std::uint32_t>& mode);
 
 }  // namespace host

@@ -13,6 +13,7 @@
 #include "host/base/visible.h"
 #include "host/cli/liveview.h"
 #include "host/cli/opendoor.h"
+#include "host/cli/poolname.h"
 #include "host/cli/recorded.h"
 #include "host/cli/ringwatch.h"
 #include "host/cli/runoutputs.h"
@@ -137,10 +138,11 @@ void moveMachine(const RunOptions& options, const std::optional<DoorOptions>& do
   view.clear();
 }
 
-int run(const RunOptions& options, const std::optional<DoorOptions>& doorOptions) {
+int run(RunOptions& options, const std::optional<DoorOptions>& doorOptions) {
   LiveView view;
   view.announce("reading " + options.machinePath);
   const MachineModel machine = readMachineFile(options.machinePath);
+  choosePool(options.session, machine.name);
   view.announce("reading motions");
   std::vector<CommandBatch> batches =
       readMotionFiles(options.motionPaths, machine, options.motions);
@@ -277,7 +279,10 @@ void addRunCommand(CLI::App& app, Command& chosen) {
             });
   addOutputs(command, *options);
   addExports(command, *options);
-  addPool(command, options->session.poolName);
+  addPool(command,
+          "Name of the device pool in shared memory, each user's own (default: the machine's name; "
+          "none in simulated time)",
+          options->session.poolName);
   addPoolMode(command, options->session.poolMode);
   addFlag(command, "--serve", *isServing, "Let clients in meanwhile, as 'torvex serve' does");
   addDoor(command, *door);

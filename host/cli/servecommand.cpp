@@ -13,6 +13,7 @@
 #include "host/base/stopsignal.h"
 #include "host/base/usersignal.h"
 #include "host/cli/opendoor.h"
+#include "host/cli/poolname.h"
 #include "host/cli/recorded.h"
 #include "host/cli/ringwatch.h"
 #include "host/cli/status.h"
@@ -99,8 +100,9 @@ int finish(std::optional<Trace>& trace, Recordings& recordings, RingWatch& watch
   return isWhole ? okStatus : shortfallStatus;
 }
 
-int serve(const ServeOptions& options) {
+int serve(ServeOptions& options) {
   const MachineModel machine = readMachineFile(options.machinePath);
+  choosePool(options.session, machine.name);
   checkOutputPaths(options, machine);
   const StopSignal stopSignal;
   const UserSignal userSignal;
@@ -160,7 +162,9 @@ void addServeCommand(CLI::App& app, Command& chosen) {
             options->tracePath);
   addRecord(command, options->recording);
   addPreferenceDirectory(command, options->session.preferenceDirectory);
-  addPool(command, options->session.poolName);
+  addPool(command,
+          "Name of the device pool in shared memory, each user's own (default: the machine's name)",
+          options->session.poolName);
   addPoolMode(command, options->session.poolMode);
 }
 

@@ -14,6 +14,7 @@
 #include "host/base/livevalues.h"
 #include "host/base/stopsignal.h"
 #include "host/cli/output.h"
+#include "host/cli/poolname.h"
 #include "host/cli/status.h"
 #include "host/cli/terminalkeys.h"
 #include "host/cli/watchscreen.h"
@@ -25,7 +26,7 @@ namespace {
 
 struct WatchOptions {
   std::vector<std::string> keys;
-  std::string poolName = "torvex";
+  std::string poolName;
   bool actuators = false;
   bool once = false;
   bool json = false;
@@ -111,7 +112,10 @@ std::vector<std::string> keysOf(const WatchOptions& options, const simulation::O
   return keys;
 }
 
-int watch(const WatchOptions& options) {
+int watch(WatchOptions& options) {
+  if (options.poolName.empty()) {
+    options.poolName = onlyPool();
+  }
   const simulation::Observer observer(options.poolName);
   if (!observer.isOwned()) {
     throw simulation::Error(fmt::format(
@@ -157,7 +161,8 @@ void addWatchCommand(CLI::App& app, Command& chosen) {
   addArguments(command, "KEY", options->keys, false,
                "Attributes to watch (default: all); a bare key, such as torso_yaw/Value, is "
                "taken under Device/SubDeviceList/");
-  addPool(command, options->poolName);
+  addPool(command, "The device pool of the machine (default: that of the only one that runs)",
+          options->poolName);
   addFlag(command, "--actuators", options->actuators, "The command registers of all actuators");
   addFlag(command, "--once", options->once, "Show the present values, and end");
   addFlag(command, "--json", options->json, "JSON, an object at each look");

@@ -31,8 +31,8 @@ struct SessionOptions {
   /// How far a measured value may lie from what is commanded at the end, in the unit of the
   /// actuator.
   double tolerance = 0.01;
-  /// The device pool's name in shared memory.
-  std::string poolName = "torvex";
+  /// The device pool's name in shared memory; empty: no other process sees it.
+  std::string poolName{};
   /// Who may read it, as `simulation::Machine` takes it.
   std::optional<std::uint32_t> poolMode = std::nullopt;
   std::string preferenceDirectory = ".";

@@ -211,8 +211,10 @@ std::string loadedReport(const MachineModel& machine, const std::vector<CommandB
       text += noteLine(note);
     }
   }
-  text += fmt::format("pool     {}{}\n", simulation::poolPath(options.session.poolName),
-                      replacedLeftover ? ", in place of one that a killed process left" : "");
+  if (!options.session.poolName.empty()) {
+    text += fmt::format("pool     {}{}\n", simulation::poolPath(options.session.poolName),
+                        replacedLeftover ? ", in place of one that a killed process left" : "");
+  }
   text += fmt::format("clock    {}, cycle {} ms, from tick {}\n",
                       options.session.clock == Clock::realtime ? "real time" : "simulated time",
                       schedule.cycleMs, options.session.startTick);

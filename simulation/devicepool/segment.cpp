@@ -175,7 +175,7 @@ void Segment::removeLeftover() {
   // A process that may only read can take a read lock, which makes it no owner.
   if (!lockForWriting(existing) && isOwned(existing)) {
     throw Error("the device pool " + path_ +
-                " belongs to a running process; choose another pool name");
+                " belongs to a running process; end that one, or choose another pool name");
   }
   if (!stillNamed(existing, path_)) {
     return;

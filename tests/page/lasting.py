@@ -31,7 +31,7 @@ def memory(pids):
 
 
 def served():
-    process = start("serve", "m.yaml", "--cycle", "1", "--http", free_port(), "--pool", os.path.basename(os.getcwd()))
+    process = start("serve", "m.yaml", "--cycle", "1ms", "--http", free_port(), "--pool", os.path.basename(os.getcwd()))
     while "?link=" not in (line := process.stdout.readline()):
         pass
     return process, re.search(r"http://\S+", line)[0], torvex.connect("m")

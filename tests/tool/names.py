@@ -55,7 +55,7 @@ class Names(ToolTest):
                 piped("check", machine, motion), piped("check", machine, wrong),
                 piped(*simulated, "--trace", "t.csv", "--plot", "p.svg"), piped(*simulated, "--json"),
                 piped(*simulated, "--cycle", mark("\x9b")), piped("watch", "--pool", mark("\x9b"))]
-        living = started_run(*run, "--approach", "20000")
+        living = started_run(*run, "--approach", "20s")
         while " ms ago" not in piped(*watch, "--once"):  # until its first cycle
             self.assertIsNone(living.poll())
         said += [piped(*watch, "--once"), piped(*watch, "--once", "--json"), piped(*watch, "k" + mark("\u200f"))]

@@ -49,7 +49,6 @@ SessionOptions ReplayedMachine::session() const {
   session.late = Late::catchUp;
   session.guard = head.guard;
   session.startTick = head.startTick;
-  session.poolName.clear();
   const std::map<std::string, int> indexes = actuatorIndexes(model);
   for (const RecordedAxis& axis : head.axes) {
     const auto found = indexes.find(axis.actuator.name);

@@ -14,6 +14,7 @@
 #include "host/base/values.h"
 #include "host/base/visible.h"
 #include "host/cli/opendoor.h"
+#include "host/cli/poolname.h"
 #include "host/cli/recordings/replay.h"
 #include "host/cli/status.h"
 #include "host/engine/torvex.h"
@@ -83,7 +84,7 @@ SessionOptions sessionOf(const ReplayOptions& options, const ReplayedMachine& ma
   SessionOptions session = machine.session();
   session.poolName = options.poolName;
   if (options.isServing && session.poolName.empty()) {
-    session.poolName = SessionOptions().poolName;
+    session.poolName = poolNameFor(machine.model.name);
   }
   return session;
 }
@@ -208,12 +209,13 @@ void addReplayCommand(CLI::App& app, Command& chosen) {
   addFlag(command, "--serve", options->isServing,
           "Let clients watch meanwhile, as 'torvex serve' does");
   addDoor(command, options->door);
-  addOption(command,
-            {"--pool", "NAME",
-             "The device pool's name in shared memory (default: torvex with --serve; else no "
-             "other process sees it)",
-             ""},
-            options->poolName);
+  addOption(
+      command,
+      {"--pool", "NAME",
+       "The device pool's name in shared memory (default: the machine's with --serve; else no "
+       "other process sees it)",
+       ""},
+      options->poolName);
   addFlag(command, "--json", options->json, "A JSON object instead of text");
 }
 
