@@ -325,7 +325,9 @@ class Tool(ToolTest):
                                             check=True).stdout.strip(), wanted, words)
 
     def test_watches_a_running_machine_until_it_ends_in_real_time(self):
-        run = started_run(humanoid, wave, "--pool", self.pool, "--trace", "t.csv")
+        machine = write("m.yaml", read(humanoid).replace("name: humanoid", f"name: {self.pool}")
+                        .replace("urdf: ", f"urdf: {humanoid.parent}/"))
+        run = started_run(machine, wave, "--trace", "t.csv")  # the pool has the machine's name
         self.said(2, "watch", "nope/Value", "--pool", self.pool)
         watch = start("watch", "torso_yaw/Value", "--json", "--pool", self.pool)
         seen = set()
