@@ -2,8 +2,9 @@
 // The plain program of tests/bridge/peer.cpp on @foxglove/rtps, which shares no code with Cyclone DDS
 // or Fast DDS. peer DOMAIN INTERFACE MACHINE
 //
-// That stack subscribes only; its writers, which discovery has, are put to use here. It announces
-// itself once, asks for acknowledgements once, and hands over twice what came twice: mended here.
+// That stack has the parts of a writer, as discovery needs them, but publishes nothing: a writer is
+// put together here. It announces itself once, sends heartbeats once, and hands over duplicates:
+// here both are repeated, and duplicates dropped.
 
 import { networkInterfaces } from "node:os";
 import { createInterface } from "node:readline";
