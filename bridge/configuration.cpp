@@ -1,6 +1,7 @@
 #include "bridge/configuration.h"
 
 #include <cctype>
+#include <map>
 #include <nlohmann/json.hpp>
 #include <stdexcept>
 
@@ -13,6 +14,22 @@ std::string replaced(std::string text, char sign, const std::string& by) {
     at += by.size();
   }
   return text;
+}
+
+/// Who hears a topic could not tell which of the two speaks.
+void refuseSharedTopics(const Configuration& configuration) {
+  std::map<std::string, std::string> used;
+  for (const std::string& machine : configuration.machines) {
+    for (const char* const kind : {"joint_states", "commanded_joint_states", "events",
+                                   "robot_description", "joint_trajectory"}) {
+      const std::string topic = topicOf(configuration, machine, kind);
+      const std::string user = std::string(kind) + " of " + machine;
+      if (const auto [other, isNew] = used.emplace(topic, user); !isNew && !topic.empty()) {
+        throw std::runtime_error(other->second + " and " + user + " would both be the topic " +
+                                 topic.substr(3) + "; --topics KIND=TOPIC gives other names");
+      }
+    }
+  }
 }
 
 }  // namespace
@@ -28,6 +45,7 @@ Configuration readConfiguration(const std::string& argument) {
     json.at("horizon").get_to(configuration.horizonSeconds);
     json.at("sensor_data").get_to(configuration.statesAreSensorData);
     json.at("topics").get_to(configuration.topics);
+    refuseSharedTopics(configuration);
     return configuration;
   } catch (const nlohmann::json::exception&) {
     throw std::runtime_error("this program is started by 'torvex bridge ros2'");

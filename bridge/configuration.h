@@ -23,7 +23,8 @@ struct Configuration {
   std::vector<std::string> topics;
 };
 
-/// Of the one argument that the tool gives. Throws `std::runtime_error` for anything else.
+/// Of the one argument that the tool gives. Throws `std::runtime_error` for anything else, and when
+/// two topics would have one name.
 Configuration readConfiguration(const std::string& argument);
 
 /// The name of a machine as its topics have it: what may not stand there becomes "_".

@@ -1,12 +1,16 @@
 #include <fmt/format.h>
 
 #include <chrono>
+#include <csignal>
+#include <cstdlib>
 #include <deque>
 #include <exception>
 #include <string>
 #include <thread>
 #include <vector>
 
+#include "bridge/intake.h"
+#include "bridge/network.h"
 #include "bridge/output.h"
 #include "bridge/session.h"
 #include "bridge/topics.h"
@@ -16,21 +20,14 @@
 namespace bridge {
 namespace {
 
-/// While the machine does not run, what is asked of it is refused.
-void wait(Topics& topics) {
-  constexpr int lookEveryMs = 200;
-  if (!topics.trajectories) {
-    std::this_thread::sleep_for(std::chrono::milliseconds(lookEveryMs));
-    return;
-  }
-  topics.trajectories->take(lookEveryMs, [&topics](const void* message) {
-    topics.tellRefusal(summaryOf(*static_cast<const JointTrajectory*>(message)),
-                       "the machine does not run");
-  });
-}
+using std::chrono::milliseconds;
+
+constexpr int shortfallStatus = 1;
+constexpr milliseconds lookEvery(200);
 
 /// One machine, through its restarts, until a signal comes.
 void follow(const Configuration& configuration, const std::string& machine, Topics& topics) {
+  Intake intake(topics);
   EventsSeen seen;
   std::string said;
   const auto sayOnce = [&](const std::string& why) {
@@ -41,9 +38,9 @@ void follow(const Configuration& configuration, const std::string& machine, Topi
   };
   while (host::StopSignal::received() == 0) {
     try {
-      Session session(topics, configuration, machine, seen);
-      said.clear();
+      Session session(topics, intake, configuration, machine, seen);
       session.run();
+      said.clear();
       if (host::StopSignal::received() == 0) {
         sayOnce("it has ended");
       }
@@ -52,12 +49,26 @@ void follow(const Configuration& configuration, const std::string& machine, Topi
     } catch (const std::exception& error) {
       sayOnce(error.what());
     }
-    wait(topics);
+    std::this_thread::sleep_for(lookEvery);
   }
 }
 
+/// Until a signal comes. False when the network interface is not what it was: then everything ends
+/// as by a signal.
+bool watch(const Interface& interface) {
+  while (host::StopSignal::received() == 0) {
+    std::this_thread::sleep_for(lookEvery);
+    if (!interface.isAsBefore()) {
+      complain(
+          "error: the network interface has gone, or has another address: start the bridge anew");
+      std::raise(SIGTERM);
+      return false;
+    }
+  }
+  return true;
+}
+
 int run(const Configuration& configuration) {
-  const host::StopSignal stopSignal;
   const Network network(configuration);
   std::deque<Topics> topics;
   for (const std::string& machine : configuration.machines) {
@@ -65,32 +76,38 @@ int run(const Configuration& configuration) {
   }
   std::vector<std::thread> threads;
   for (std::size_t i = 0; i < topics.size(); ++i) {
-    threads.emplace_back([&, i] {
-      try {
-        follow(configuration, configuration.machines[i], topics[i]);
-      } catch (const std::exception& error) {
-        complain(fmt::format("error: {}: {}", topics[i].name, error.what()));
-      }
-    });
+    threads.emplace_back([&, i] { follow(configuration, configuration.machines[i], topics[i]); });
   }
+  const bool isThere = watch(network.interface());
   for (std::thread& thread : threads) {
     thread.join();
   }
-  constexpr int shortfallStatus = 1;
   constexpr int signalStatus = 128;
-  const int signal = host::StopSignal::received();
-  return signal == 0 ? shortfallStatus : signalStatus + signal;
+  return isThere ? signalStatus + host::StopSignal::received() : shortfallStatus;
+}
+
+/// The status that it ends with.
+int mainOf(const std::string& argument) {
+  constexpr int badInputStatus = 2;
+  int status = badInputStatus;
+  try {
+    const Configuration configuration = readConfiguration(argument);
+    status = shortfallStatus;
+    status = run(configuration);
+  } catch (const std::exception& error) {
+    complain(std::string("error: ") + error.what());
+  }
+  return status;
 }
 
 }  // namespace
 }  // namespace bridge
 
 int main(int argc, char** argv) {
-  constexpr int badInputStatus = 2;
-  try {
-    return bridge::run(bridge::readConfiguration(argc == 2 ? argv[1] : ""));
-  } catch (const std::exception& error) {
-    bridge::complain(std::string("error: ") + error.what());
-    return badInputStatus;
+  const host::StopSignal stopSignal;
+  const int status = bridge::mainOf(argc == 2 ? argv[1] : "");
+  if (!bridge::finishOutput()) {
+    std::_Exit(status);
   }
+  return status;
 }

@@ -41,13 +41,23 @@ Qos qosOf(Delivery delivery) {
   return qos;
 }
 
+/// A reader that keeps the last few would forget the others in silence. This one lets the network
+/// wait, and writers send again.
+Qos qosOfReader() {
+  constexpr int mostWaiting = 64;
+  Qos qos = qosOf(Delivery::standard);
+  dds_qset_history(qos.get(), DDS_HISTORY_KEEP_ALL, 0);
+  dds_qset_resource_limits(qos.get(), mostWaiting, DDS_LENGTH_UNLIMITED, DDS_LENGTH_UNLIMITED);
+  return qos;
+}
+
 /// Of DDS, which brings names from the network.
 void sayOfDds(void* /*unused*/, const dds_log_data_t* data) {
   std::string_view text(data->message, data->size);
   while (!text.empty() && text.back() == '\n') {
     text.remove_suffix(1);
   }
-  complain(fmt::format("warning: DDS: {}", text));
+  complain(fmt::format("warning: DDS: {}", text), About::dds);
 }
 
 /// The participant, or an error.
@@ -67,21 +77,22 @@ dds_entity_t createdTopic(const Network& network, const std::string& topic,
 }  // namespace
 
 // On loopback there is no multicast: who is there is found by asking the first
-// ports. Where packets get lost, who is alive says so often enough.
+// ports. Ports are those of the domain, which a firewall can let through. Where packets get lost,
+// who is alive says so often enough.
 std::string domainText(const Configuration& configuration) {
   const bool isLoopback = configuration.interface == "lo";
   return fmt::format(
       "<Domain Id=\"any\"><General><Interfaces><NetworkInterface "
       "name=\"{}\"/></Interfaces>{}"
       "</General><Discovery><LeaseDuration>20s</"
-      "LeaseDuration><SPDPInterval>2s</SPDPInterval>{}"
+      "LeaseDuration><SPDPInterval>2s</SPDPInterval>"
+      "<ParticipantIndex>auto</ParticipantIndex>{}"
       "</Discovery><Internal><MaxSampleSize>{}B</MaxSampleSize></Internal></"
       "Domain>",
       configuration.interface, isLoopback ? "<AllowMulticast>false</AllowMulticast>" : "",
-      isLoopback ? "<ParticipantIndex>auto</ParticipantIndex>"
-                   "<MaxAutoParticipantIndex>32</MaxAutoParticipantIndex>"
+      isLoopback ? "<MaxAutoParticipantIndex>32</MaxAutoParticipantIndex>"
                    "<Peers><Peer address=\"127.0.0.1\"/></Peers>"
-                 : "",
+                 : "<MaxAutoParticipantIndex>119</MaxAutoParticipantIndex>",
       Network::mostBytes);
 }
 
@@ -96,7 +107,12 @@ Entity::~Entity() {
 }
 
 Network::Network(const Configuration& configuration)
-    : participant_(joined(configuration), "the domain cannot be joined") {}
+    : interface_(configuration.interface),
+      participant_(joined(configuration),
+                   "the domain cannot be joined, maybe for too many that are in it") {
+  // Who sneaked in before writes to no reader: there is none yet.
+  interface_.confineSockets();
+}
 
 Writer::Writer(const Network& network, const std::string& topic, const dds_topic_descriptor_t& type,
                Delivery delivery)
@@ -113,11 +129,15 @@ bool Writer::write(const void* message) {
   return result == DDS_RETCODE_OK;
 }
 
+void Writer::dispose(const void* message) {
+  dds_dispose(writer_.handle(), message);
+}
+
 Reader::Reader(const Network& network, const std::string& topic, const dds_topic_descriptor_t& type)
     : topic_(createdTopic(network, topic, type), topic.c_str()),
-      reader_(dds_create_reader(network.participant(), topic_.handle(),
-                                qosOf(Delivery::standard).get(), nullptr),
-              topic.c_str()),
+      reader_(
+          dds_create_reader(network.participant(), topic_.handle(), qosOfReader().get(), nullptr),
+          topic.c_str()),
       condition_(dds_create_readcondition(reader_.handle(), DDS_ANY_STATE), topic.c_str()),
       waitset_(dds_create_waitset(network.participant()), topic.c_str()) {
   dds_waitset_attach(waitset_.handle(), condition_.handle(), 0);

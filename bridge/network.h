@@ -2,11 +2,13 @@
 
 #include <dds/dds.h>
 
+#include <cstddef>
 #include <cstdint>
 #include <functional>
 #include <string>
 
 #include "bridge/configuration.h"
+#include "bridge/interface.h"
 
 namespace bridge {
 
@@ -39,20 +41,27 @@ enum class Delivery {
   latched
 };
 
-/// A domain of DDS on one network interface, and the bridge in it. What DDS has to say goes to
-/// standard error. One at a time in a process, which has the domain of the first until it ends: DDS
-/// would end that only after a packet to itself, which does not come where the interface is gone.
+/// A domain of DDS on one network interface, and the bridge in it. Nothing comes in by another
+/// interface. What DDS has to say goes to standard error. One at a time in a process, which has the
+/// domain of the first until it ends: DDS would end that only after a packet to itself, which does
+/// not come where the interface is gone.
 class Network {
  public:
-  /// Throws `std::runtime_error` when there is no such interface.
+  /// Throws `std::runtime_error` when there is no such interface, or no room in the domain.
   explicit Network(const Configuration& configuration);
 
   [[nodiscard]] dds_entity_t participant() const { return participant_.handle(); }
 
-  /// The most bytes that a message from the network may have; larger ones are dropped.
+  [[nodiscard]] const Interface& interface() const { return interface_; }
+
+  /// The most bytes that a message may have, in either direction; larger ones from the network are
+  /// dropped.
   static constexpr int mostBytes = 1 << 20;
+  /// Of a text, which has a length and an end besides.
+  static constexpr std::size_t mostText = mostBytes - 64;
 
  private:
+  Interface interface_;
   Entity participant_;
 };
 
@@ -65,6 +74,8 @@ class Writer {
 
   /// False when it did not go out, because readers took nothing for 99 ms.
   bool write(const void* message);
+  /// What was written is no more, also for who comes later. `message` is any one.
+  void dispose(const void* message);
 
  private:
   Entity topic_;
@@ -74,7 +85,8 @@ class Writer {
 /// One thread at a time.
 class Reader {
  public:
-  /// Standard delivery. Throws `std::runtime_error`.
+  /// Standard delivery, but that messages wait here, 64 at most, rather than push each other out.
+  /// Throws `std::runtime_error`.
   Reader(const Network& network, const std::string& topic, const dds_topic_descriptor_t& type);
 
   /// Waits for messages, hands those that came to `take`, and tells how many were lost.

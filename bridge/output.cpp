@@ -1,18 +1,37 @@
 #include "bridge/output.h"
 
-#include <cstdio>
+#include <unistd.h>
 
 #include "host/base/visible.h"
 
 namespace bridge {
+namespace {
 
-void say(const std::string& text) {
-  std::fputs((host::visible(text) + "\n").c_str(), stdout);
-  std::fflush(stdout);
+// Their threads may outlive main().
+
+Outlet& standardOutput() {
+  static Outlet* const outlet = new Outlet(STDOUT_FILENO);
+  return *outlet;
 }
 
-void complain(const std::string& text) {
-  std::fputs((host::visible("torvex: " + text) + "\n").c_str(), stderr);
+Outlet& standardError() {
+  static Outlet* const outlet = new Outlet(STDERR_FILENO);
+  return *outlet;
+}
+
+}  // namespace
+
+void say(const std::string& text) {
+  standardOutput().add(host::visible(text));
+}
+
+void complain(const std::string& text, About about) {
+  standardError().add(host::visible("torvex: " + text), about);
+}
+
+bool finishOutput() {
+  const bool isWritten = standardOutput().finish();
+  return standardError().finish() && isWritten;
 }
 
 }  // namespace bridge

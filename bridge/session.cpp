@@ -10,6 +10,7 @@
 #include <utility>
 #include <vector>
 
+#include "bridge/clocks.h"
 #include "bridge/output.h"
 #include "host/base/counted.h"
 #include "host/base/stopsignal.h"
@@ -26,10 +27,6 @@ using std::chrono::nanoseconds;
 
 constexpr int lookEveryMs = 100;
 constexpr std::size_t mostOrders = 64;
-
-std::int64_t wallNs() {
-  return std::chrono::system_clock::now().time_since_epoch() / nanoseconds(1);
-}
 
 /// The command registers of all actuators.
 std::vector<JointStates::Joint> commandedJoints(const Json& machine) {
@@ -88,9 +85,10 @@ std::string notesIn(const Json& answer) {
 
 }  // namespace
 
-Session::Session(Topics& topics, const Configuration& configuration, const std::string& machine,
-                 EventsSeen& seen)
+Session::Session(Topics& topics, Intake& intake, const Configuration& configuration,
+                 const std::string& machine, EventsSeen& seen)
     : topics_(topics),
+      intake_(intake),
       configuration_(configuration),
       socket_(host::doorOf(machine)),
       machine_(host::DoorClient(socket_).get("/v1/machine")),
@@ -99,19 +97,20 @@ Session::Session(Topics& topics, const Configuration& configuration, const std::
       seen_(seen) {}
 
 void Session::run() {
+  tellDescription();
   say(fmt::format("{}: {} on domain {}, interface {}; commands that come from there are said here",
                   topics_.name, host::counted(host::memberOf(machine_, "axes").size(), "actuator"),
                   configuration_.domain, configuration_.interface));
-  tellDescription();
   std::thread states([this] { guarded([this] { tellStates(); }); });
   std::thread events([this] { guarded([this] { tellEvents(); }); });
-  std::thread commands([this] { guarded([this] { handOver(); }); });
-  guarded([this] { takeTrajectories(); });
+  intake_.handTo([this](const JointTrajectory& message) { take(message); });
+  guarded([this] { handOver(); });
+  intake_.handTo({});
   states.join();
   events.join();
-  commands.join();
   for (const Order& order : orders_) {
-    topics_.tellRefusal(order.summary, "the machine has ended");
+    topics_.tellRefusal(order.summary, host::StopSignal::received() != 0 ? "the bridge ends"
+                                                                         : "the machine has ended");
   }
 }
 
@@ -138,9 +137,24 @@ bool Session::isOver() const {
 }
 
 void Session::tellDescription() {
-  if (topics_.description && host::memberOf(machine_, "has_description") == Json(true)) {
-    std::string text = host::DoorClient(socket_).getText("/v1/description");
-    const std_msgs_msg_dds__String_ message{text.data()};
+  if (!topics_.description) {
+    return;
+  }
+  std::string text;
+  if (host::memberOf(machine_, "has_description") == Json(true)) {
+    text = host::DoorClient(socket_).getText("/v1/description");
+  }
+  if (text.size() >= Network::mostText) {
+    complain(
+        fmt::format("warning: {}: the robot description has {} bytes, {} at most go out: left "
+                    "out",
+                    topics_.name, text.size(), Network::mostText));
+    text.clear();
+  }
+  const std_msgs_msg_dds__String_ message{text.data()};
+  if (text.empty()) {
+    topics_.description->dispose(&message);  // that of an earlier machine of this name
+  } else {
     topics_.description->write(&message);
   }
 }
@@ -157,11 +171,15 @@ void Session::tellStates() {
           : nanoseconds(0);
   std::uint64_t told = 0;
   auto due = std::chrono::steady_clock::now();
+  // The next cycle is looked for when it should be there, and then often.
+  const nanoseconds soon = cycle / 8;
   while (!isOver() && observer_.isOwned()) {
+    if (const auto now = std::chrono::steady_clock::now(); now < due) {
+      std::this_thread::sleep_for(std::min<nanoseconds>(due - now, milliseconds(lookEveryMs)));
+      continue;
+    }
     const simulation::PoolCycle present = observer_.copyCycle();
-    // The next cycle is looked for when it should be there, and then often.
-    const nanoseconds soon = cycle / 8;
-    if (present.number == told || present.number == 0 || std::chrono::steady_clock::now() < due) {
+    if (present.number == told || present.number == 0 || !present.isWhole) {
       std::this_thread::sleep_for(soon);
       continue;
     }
@@ -195,49 +213,35 @@ void Session::tellEvents() {
       const std::string kind = host::textOf(*event, "kind");
       seen_.number = kind == "begins" || kind == "missed" ? number : number + 1;
       if (!topics_.tell(*event)) {
-        complain(fmt::format("warning: {}: event {} found no reader that took it", topics_.name,
-                             number));
+        complain(
+            fmt::format("warning: {}: event {} found no reader that took it", topics_.name, number),
+            About::events);
       }
-    }
-  }
-}
-
-void Session::takeTrajectories() {
-  while (!isOver()) {
-    if (!topics_.trajectories) {
-      std::this_thread::sleep_for(milliseconds(lookEveryMs));
-      continue;
-    }
-    const std::uint32_t lost = topics_.trajectories->take(lookEveryMs, [this](const void* message) {
-      take(*static_cast<const JointTrajectory*>(message));
-    });
-    if (lost > 0) {
-      topics_.tellRefusal(host::counted(lost, "trajectory"), "lost on the network");
     }
   }
 }
 
 void Session::take(const JointTrajectory& message) {
   constexpr double nsPerSecond = 1e9;
-  const std::string summary = summaryOf(message);
+  constexpr std::int64_t nsPerMs = 1'000'000;
   const simulation::PoolCycle cycle = observer_.copyCycle();
+  if (!cycle.isWhole && !isStop(message)) {
+    throw Unfit("the machine stands still within a cycle");
+  }
   Arrival arrival;
   arrival.nowNs = wallNs();
   arrival.cycleMs = cycle.machineTimeMs;
   arrival.cycleNs = cycle.wallTimeNs;
+  arrival.periodNs = host::numberOf(machine_, "cycle_ms") * nsPerMs;
   arrival.horizonNs = static_cast<std::int64_t>(configuration_.horizonSeconds * nsPerSecond);
   arrival.axes = host::memberOf(machine_, "axes").size();
-  try {
-    Order order{requestOf(message, arrival), summary};
-    const std::lock_guard lock(mutex_);
-    if (orders_.size() >= mostOrders) {
-      throw Unfit("too many trajectories wait for the machine");
-    }
-    orders_.push_back(std::move(order));
-    ordered_.notify_one();
-  } catch (const Unfit& why) {
-    topics_.tellRefusal(summary, why.what());
+  Order order{requestOf(message, arrival), summaryOf(message), isStop(message), bootNs()};
+  const std::lock_guard lock(mutex_);
+  if (orders_.size() >= mostOrders) {
+    throw Unfit("too many trajectories wait for the machine");
   }
+  orders_.push_back(std::move(order));
+  ordered_.notify_one();
 }
 
 void Session::handOver() {
@@ -256,9 +260,14 @@ void Session::handOver() {
 }
 
 void Session::handOver(const Order& order) {
+  constexpr std::int64_t oldNs = 1'000'000'000;
+  if (!order.isStop && bootNs() - order.cameNs > oldNs) {
+    topics_.tellRefusal(order.summary, "it waited for the machine for more than a second");
+    return;
+  }
   try {
     // A connection of its own: one that rests would be closed.
-    const Json answer = host::DoorClient(socket_).post("/v1/batches", order.body);
+    const Json answer = host::DoorClient(socket_).postText("/v1/batches", order.body);
     say(fmt::format("{}: {}: taken at machine time {:.3f} s{}", topics_.name, order.summary,
                     static_cast<double>(host::numberOf(answer, "machine_ms")) / 1000.0,
                     notesIn(answer)));
@@ -270,7 +279,9 @@ void Session::handOver(const Order& order) {
   } catch (const host::DoorClosed& gone) {
     topics_.tellRefusal(order.summary,
                         std::string("it may have been taken all the same: ") + gone.what());
-    throw;
+    if (!observer_.isOwned()) {
+      throw;
+    }
   }
 }
 

@@ -9,6 +9,7 @@
 #include <nlohmann/json.hpp>
 #include <string>
 
+#include "bridge/intake.h"
 #include "bridge/jointstates.h"
 #include "bridge/topics.h"
 #include "bridge/trajectory.h"
@@ -29,8 +30,8 @@ struct EventsSeen {
 class Session {
  public:
   /// Throws what `host::DoorClient` throws, and `simulation::Error` without its device pool.
-  Session(Topics& topics, const Configuration& configuration, const std::string& machine,
-          EventsSeen& seen);
+  Session(Topics& topics, Intake& intake, const Configuration& configuration,
+          const std::string& machine, EventsSeen& seen);
 
   Session(const Session&) = delete;
   Session& operator=(const Session&) = delete;
@@ -41,8 +42,11 @@ class Session {
  private:
   /// What waits to be handed over.
   struct Order {
-    host::Json body;
+    std::string body;
     std::string summary;
+    bool isStop = false;
+    /// When it came, on the clock that goes on while the computer sleeps.
+    std::int64_t cameNs = 0;
   };
 
   /// Whatever it throws ends the session.
@@ -52,10 +56,10 @@ class Session {
   /// Of the machine, for who comes later, too.
   void tellDescription();
 
-  /// The parts, each in a thread of its own: none waits for another one.
+  /// The parts, each in a thread of its own: none waits for another one. Trajectories come in that
+  /// of the intake.
   void tellStates();
   void tellEvents();
-  void takeTrajectories();
   void handOver();
 
   void take(const JointTrajectory& message);
@@ -63,6 +67,7 @@ class Session {
   [[nodiscard]] bool isOver() const;
 
   Topics& topics_;
+  Intake& intake_;
   const Configuration& configuration_;
   std::string socket_;
   host::Json machine_;

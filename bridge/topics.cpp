@@ -3,6 +3,7 @@
 #include <fmt/format.h>
 
 #include <nlohmann/json.hpp>
+#include <stdexcept>
 
 #include "bridge/output.h"
 #include "messages.h"
@@ -37,16 +38,20 @@ bool Topics::tell(const host::Json& event) {
   constexpr int turns = 20;
   std::string line = host::printed(event, -1);
   const std_msgs_msg_dds__String_ message{line.data()};
-  for (int turn = 0; turn < turns; ++turn) {
-    if (events->write(&message)) {
-      return true;
+  try {
+    for (int turn = 0; turn < turns; ++turn) {
+      if (events->write(&message)) {
+        return true;
+      }
     }
+  } catch (const std::runtime_error& error) {
+    complain(fmt::format("warning: {}: {}", name, error.what()), About::events);
   }
   return false;
 }
 
 void Topics::tellRefusal(const std::string& what, const std::string& why) {
-  complain(fmt::format("error: {}: not taken: {}: {}", name, what, why));
+  complain(fmt::format("error: {}: not taken: {}: {}", name, what, why), About::refusals);
   tell({{"kind", "not_taken"}, {"trajectory", what}, {"message", why}});
 }
 

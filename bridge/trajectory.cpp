@@ -2,6 +2,7 @@
 
 #include <fmt/format.h>
 
+#include <algorithm>
 #include <cmath>
 #include <limits>
 #include <nlohmann/json.hpp>
@@ -21,6 +22,11 @@ using Time = builtin_interfaces_msg_dds__Time_;
 constexpr std::int64_t nsPerSecond = 1'000'000'000;
 constexpr std::int64_t nsPerMs = 1'000'000;
 constexpr std::int64_t msPerSecond = 1000;
+
+/// Of a request to the machine.
+constexpr std::size_t mostBody = std::size_t{1} << 20;
+/// Even of empty ones no more have room there, and while it is made each takes many times as much.
+constexpr std::uint32_t mostPoints = 12'000;
 
 double secondsOf(std::int64_t ns) {
   return static_cast<double>(ns) / static_cast<double>(nsPerSecond);
@@ -55,7 +61,7 @@ Json pointJson(const Point& point, std::size_t number) {
       {"accelerations", numbersJson(point.accelerations_, "acceleration", number)},
       {"time_from_start", timeJson(point.time_from_start_.sec_, point.time_from_start_.nanosec_)}};
   if (point.effort_._length > 0) {
-    json["effort"] = numbersJson(point.effort_, "effort", number);
+    json["effort"] = {0};  // the machine notes that it ignores it
   }
   return json;
 }
@@ -78,8 +84,34 @@ Json namesJson(const dds_sequence_string& names, std::size_t axes) {
   return list;
 }
 
+Json pointsJson(const JointTrajectory& message) {
+  if (message.points_._length > mostPoints) {
+    throw Unfit(fmt::format("it has {} points, more than {}", message.points_._length, mostPoints));
+  }
+  Json points = Json::array();
+  for (std::uint32_t i = 0; i < message.points_._length; ++i) {
+    points.push_back(pointJson(message.points_._buffer[i], i));
+  }
+  return points;
+}
+
 bool isNow(const Time& stamp) {
   return stamp.sec_ == 0 && stamp.nanosec_ == 0;
+}
+
+/// The machine time of a machine that stands still says nothing, and what is meant for now would
+/// begin when it goes on.
+void refuseStandstill(const Arrival& arrival) {
+  constexpr std::int64_t patienceNs = 200 * nsPerMs;
+  constexpr std::int64_t fewCycles = 10;
+  const std::int64_t ageNs = arrival.nowNs - arrival.cycleNs;
+  if (arrival.cycleNs == 0) {
+    throw Unfit("the machine has not begun its first cycle");
+  }
+  if (ageNs > std::max(patienceNs, fewCycles * arrival.periodNs)) {
+    throw Unfit(
+        fmt::format("the machine stands still: its last cycle was {:.3f} s ago", secondsOf(ageNs)));
+  }
 }
 
 /// Machine time.
@@ -104,30 +136,37 @@ Json beginOf(const Time& stamp, const Arrival& arrival) {
 
 }  // namespace
 
-Json requestOf(const JointTrajectory& message, const Arrival& arrival) {
+bool isStop(const JointTrajectory& message) {
+  return message.points_._length == 0;
+}
+
+std::string requestOf(const JointTrajectory& message, const Arrival& arrival) {
   Json names = namesJson(message.joint_names_, arrival.axes);
   Json batch = Json::object();
-  if (message.points_._length == 0) {
+  if (isStop(message)) {
     batch["stop"] = std::move(names);  // at once
   } else {
-    Json points = Json::array();
-    for (std::uint32_t i = 0; i < message.points_._length; ++i) {
-      points.push_back(pointJson(message.points_._buffer[i], i));
-    }
+    refuseStandstill(arrival);
     batch["mode"] = "replace";
-    batch["trajectory"] = {{"joint_names", std::move(names)}, {"points", std::move(points)}};
+    batch["trajectory"] = {{"joint_names", std::move(names)}, {"points", pointsJson(message)}};
     if (!isNow(message.header_.stamp_)) {
       batch["at"] = beginOf(message.header_.stamp_, arrival);
     }
   }
   Json batches = Json::array();
   batches.push_back(std::move(batch));
-  return {{"batches", std::move(batches)}};
+  std::string body =
+      Json{{"batches", std::move(batches)}}.dump(-1, ' ', false, Json::error_handler_t::replace);
+  if (body.size() > mostBody) {
+    throw Unfit(
+        fmt::format("it has {} bytes as JSON; the machine takes {}", body.size(), mostBody));
+  }
+  return body;
 }
 
 std::string summaryOf(const JointTrajectory& message) {
   const Time& stamp = message.header_.stamp_;
-  if (message.points_._length == 0) {
+  if (isStop(message)) {
     return fmt::format("a stop of {}", host::counted(message.joint_names_._length, "joint"));
   }
   return fmt::format(

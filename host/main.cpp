@@ -8,11 +8,12 @@
 namespace {
 
 /// Otherwise the next file opened would get the descriptor of a closed standard
-/// stream, and the report would be written into it.
+/// stream, and the report would be written into it; so would those of a program that this one
+/// becomes or starts.
 void openStandardStreams() {
   int descriptor = 0;
   while (descriptor >= 0 && descriptor <= STDERR_FILENO) {
-    descriptor = open("/dev/null", O_RDWR | O_CLOEXEC);
+    descriptor = open("/dev/null", O_RDWR);
   }
   close(descriptor);
 }

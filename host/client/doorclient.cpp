@@ -156,8 +156,11 @@ std::string DoorClient::getText(const std::string& target) {
 }
 
 Json DoorClient::post(const std::string& target, const Json& body) {
-  return connection_->ask(http::verb::post, target,
-                          body.dump(-1, ' ', false, Json::error_handler_t::replace));
+  return postText(target, body.dump(-1, ' ', false, Json::error_handler_t::replace));
+}
+
+Json DoorClient::postText(const std::string& target, const std::string& body) {
+  return connection_->ask(http::verb::post, target, body);
 }
 
 Json DoorClient::remove(const std::string& target) {

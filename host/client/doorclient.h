@@ -64,6 +64,8 @@ class DoorClient {
   /// The same of what is no JSON, as it is.
   std::string getText(const std::string& target);
   Json post(const std::string& target, const Json& body);
+  /// `body` is JSON already.
+  Json postText(const std::string& target, const std::string& body);
   Json remove(const std::string& target);
 
  private:

@@ -7,6 +7,7 @@ import json
 import os
 import pathlib
 import queue
+import re
 import signal
 import subprocess
 import sys
@@ -126,8 +127,8 @@ def event(kind, text=""):
 
 class Wire(ToolTest):
     @contextlib.contextmanager
-    def bridge(self, spaces, how=signal.SIGTERM):
-        bridge = Listened(spaces.inside(0, tool, "bridge", "ros2", "m-1", "--interface", "wire", "--horizon", 5))
+    def bridge(self, spaces, how=signal.SIGTERM, interface="wire"):
+        bridge = Listened(spaces.inside(0, tool, "bridge", "ros2", "m-1", "--interface", interface, "--horizon", 5))
         try:
             yield bridge
         finally:
@@ -208,6 +209,64 @@ class Wire(ToolTest):
             self.sent(peer, 0, 0, "a", 1, 0, 0)
             peer.until(position("measured", "a", 0))
             spaces.run(0, "ip link delete wire")  # without its network it ends as well
+
+    @unittest.skipIf(lost_percent, "packets are counted")
+    def test_takes_nothing_by_another_interface_and_ends_with_its_own(self):
+        with Namespaces() as spaces:
+            spaces.run(0, f"ip link add side type veth peer name side netns /proc/{spaces.holders[1].pid}/ns/net")
+            for number in range(2):
+                spaces.run(number, f"ip addr add 10.78.0.{number + 1}/24 dev side && ip link set side up")
+            for interface, dropped in (("lo", 2), ("wire", 1)):
+                with self.bridge(spaces, interface=interface) as bridge:
+                    bridge.until(lambda line: "waits for the machine" in line)
+                    self.assertEqual(self.drops_after_packets_from_both(spaces), {dropped}, interface)
+                    self.assertNotIn("DDS", "".join(bridge.said))
+            bridge = Listened(spaces.inside(0, tool, "bridge", "ros2", "m-1", "--interface", "wire"))
+            bridge.until(lambda line: "waits for the machine" in line)
+            spaces.run(0, "ip addr del 10.77.0.1/24 dev wire")
+            bridge.until(lambda line: "network interface has gone" in line)
+            self.assertEqual((bridge.process.wait(20), bridge.end()), (1, 1))
+
+    def drops_after_packets_from_both(self, spaces):
+        """How many of two packets each socket dropped that is bound to no address."""
+        def sockets():
+            return subprocess.run(spaces.inside(0, "ss", "-HOuanm"), text=True, capture_output=True,
+                                  check=True).stdout.splitlines()
+        ports = [line.split()[3].split(":")[1] for line in sockets() if "0.0.0.0:74" in line.split()[3]]
+        for port in ports:
+            for net in (77, 78):
+                spaces.run(1, f"bash -c 'printf RTPS > /dev/udp/10.{net}.0.1/{port}'")
+        return {int(re.search(r",d(\d+)\)", line)[1]) for line in sockets() if "0.0.0.0:74" in line.split()[3]}
+
+    @unittest.skipIf(lost_percent, "a burst is longer than what a writer keeps")
+    def test_takes_bursts_and_waits_for_nobody_who_reads_what_it_says(self):
+        os.environ["XDG_RUNTIME_DIR"] = os.getcwd()
+        write("m.yaml", machine_text)
+        reader, full = os.pipe()
+        os.set_blocking(full, False)
+        with contextlib.suppress(BlockingIOError):
+            while True:
+                os.write(full, b"x")
+        os.set_blocking(full, True)
+        with Namespaces() as spaces, self.served():
+            peer = Listened(spaces.inside(1, peer_program, 0, "wire", "m_1"))
+            self.addCleanup(peer.end)
+            with self.bridge(spaces) as bridge:
+                peer.until(position("measured", "a", 0))
+                self.sent(peer, 0, 0, "a", 0.1, 0, 0)
+                for _ in range(60):
+                    peer.tell(0, 0, "b", 0.1, 0, 0)
+                for _ in range(60):
+                    bridge.until(lambda line: "for 1 joint, from now on: " in line)
+            command = spaces.inside(0, tool, "bridge", "ros2", "m-1", "--interface", "wire")
+            with subprocess.Popen(command, stdout=full, stderr=full) as stuck:
+                self.sent(peer, 0, 0, "a", 0.1, 0, 0)
+                peer.tell(0, 0, "a", 0.1, 0.2, 0)
+                peer.until(position("commanded", "a", 0.2))
+                stuck.terminate()
+                self.assertEqual(stuck.wait(20), 128 + signal.SIGTERM)
+        os.close(reader)
+        os.close(full)
 
 
 if __name__ == "__main__":
