@@ -47,7 +47,7 @@ void setOption(int socket, int option, const void* value, socklen_t size) {
 }  // namespace
 
 Interface::Interface(std::string name)
-    : name_(std::move(name)), index_(if_nametoindex(name_.c_str())), address_{} {
+    : name_(std::move(name)), index_(if_nametoindex(name_.c_str())) {
   const std::vector<in_addr> addresses = addressesOf(name_);
   if (index_ == 0 || addresses.empty()) {
     throw std::runtime_error(fmt::format(

@@ -26,7 +26,7 @@ class Interface {
 
   std::string name_;
   unsigned index_;
-  in_addr address_;
+  in_addr address_{};
 };
 
 }  // namespace bridge

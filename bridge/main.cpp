@@ -5,6 +5,7 @@
 #include <cstdlib>
 #include <deque>
 #include <exception>
+#include <optional>
 #include <string>
 #include <thread>
 #include <vector>
@@ -89,15 +90,14 @@ int run(const Configuration& configuration) {
 /// The status that it ends with.
 int mainOf(const std::string& argument) {
   constexpr int badInputStatus = 2;
-  int status = badInputStatus;
+  std::optional<Configuration> configuration;
   try {
-    const Configuration configuration = readConfiguration(argument);
-    status = shortfallStatus;
-    status = run(configuration);
+    configuration = readConfiguration(argument);
+    return run(*configuration);
   } catch (const std::exception& error) {
     complain(std::string("error: ") + error.what());
+    return configuration ? shortfallStatus : badInputStatus;
   }
-  return status;
 }
 
 }  // namespace

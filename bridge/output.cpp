@@ -10,12 +10,12 @@ namespace {
 // Their threads may outlive main().
 
 Outlet& standardOutput() {
-  static Outlet* const outlet = new Outlet(STDOUT_FILENO);
+  static auto* const outlet = new Outlet(STDOUT_FILENO);
   return *outlet;
 }
 
 Outlet& standardError() {
-  static Outlet* const outlet = new Outlet(STDERR_FILENO);
+  static auto* const outlet = new Outlet(STDERR_FILENO);
   return *outlet;
 }
 

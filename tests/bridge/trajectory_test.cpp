@@ -9,6 +9,7 @@
 #include <limits>
 #include <nlohmann/json.hpp>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "bridge/configuration.h"
@@ -96,6 +97,47 @@ TEST(Trajectory, BeginsWhenItsStampSays) {
   }
 }
 
+std::string refusalOf(Message made, const bridge::Arrival& arrival) {
+  try {
+    bridge::requestOf(made.done(), arrival);
+    return "";
+  } catch (const bridge::Unfit& why) {
+    return why.what();
+  }
+}
+
+TEST(Trajectory, ReachesAMachineThatStandsStillAsAStopAlone) {
+  const struct {
+    std::int64_t sinceCycleMs;
+    std::int64_t periodMs;
+    bool isStanding;
+  } cases[] = {
+      {200, 10, false}, {201, 10, true}, {201, 1, true}, {201, 100, false}, {1001, 100, true}};
+  for (const auto& [sinceCycleMs, periodMs, isStanding] : cases) {
+    bridge::Arrival late = arrival();
+    late.cycleNs = late.nowNs - sinceCycleMs * 1'000'000;
+    late.periodNs = periodMs * 1'000'000;
+    EXPECT_EQ(!refusalOf(simple(0, 0), late).empty(), isStanding) << sinceCycleMs;
+    Message stop = simple(0, 0);
+    stop.points.clear();
+    EXPECT_EQ(refusalOf(std::move(stop), late), "");
+  }
+  bridge::Arrival before = arrival();
+  before.cycleNs = 0;
+  EXPECT_NE(refusalOf(simple(0, 0), before), "");
+}
+
+TEST(Trajectory, IsNoLargerThanAMachineTakes) {
+  for (const auto& [points, said] :
+       {std::pair{11'000, ""}, {12'000, "bytes as JSON"}, {12'001, "points"}}) {
+    Message many = simple(0, 0);
+    many.points.assign(static_cast<std::size_t>(points), {});
+    const std::string refusal = refusalOf(std::move(many), arrival());
+    EXPECT_NE(refusal.find(said), std::string::npos) << points;
+    EXPECT_EQ(refusal.empty(), std::string(said).empty()) << refusal;
+  }
+}
+
 /// All that is in it is finite, and as exact as an actuator holds it.
 void expectFaithful(const Json& list, const dds_sequence_double& sent) {
   ASSERT_EQ(list.size(), sent._length);
@@ -166,6 +208,25 @@ TEST(Configuration, NamesTopicsByTheMachine) {
   EXPECT_EQ(bridge::topicOf(configuration, "n", "events"), "");
   EXPECT_EQ(bridge::topicOf(configuration, "n", "joint_states"), "rt/x/n/n");
   EXPECT_THROW(bridge::readConfiguration("{}"), std::runtime_error);
+  const struct {
+    std::vector<std::string> machines;
+    std::vector<std::string> topics;
+    const char* said;
+  } cases[] = {{{"m-1", "n"}, {"events=", "joint_states=*/x"}, ""},
+               {{"m-1", "m_1"}, {}, "joint_states of m-1 and joint_states of m_1"},
+               {{"/a/m.sock", "/b/m.sock"}, {}, "joint_states of /a/m.sock and"},
+               {{"m"}, {"events=x", "joint_states=x"}, "joint_states of m and events of m"}};
+  for (const auto& [machines, topics, said] : cases) {
+    const Json json = {
+        {"machines", machines}, {"domain", 0},      {"interface", "lo"},   {"rate", 0},
+        {"horizon", 1},         {"topics", topics}, {"sensor_data", false}};
+    try {
+      bridge::readConfiguration(json.dump());
+      EXPECT_STREQ(said, "");
+    } catch (const std::runtime_error& error) {
+      EXPECT_NE(std::string(error.what()).find(said), std::string::npos) << error.what();
+    }
+  }
 }
 
 }  // namespace

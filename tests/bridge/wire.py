@@ -163,12 +163,12 @@ class Wire(ToolTest):
             with self.served():
                 self.killed(spaces, peer)
 
-    def sent(self, peer, *words):
+    def sent(self, peer, *words, wanted=event("taken")):
         """As a node would that does not wait until the bridge has found it."""
         for _ in range(20):
             peer.tell(*words)
             with contextlib.suppress(AssertionError):
-                return peer.until(event("taken"), 1)
+                return peer.until(wanted, 1)
         self.fail("never taken")
 
     def commands(self, peer, bridge):
@@ -208,7 +208,6 @@ class Wire(ToolTest):
             self.assertNotIn("guarded", self.said(0, "events", "--once"))
             self.sent(peer, 0, 0, "a", 1, 0, 0)
             peer.until(position("measured", "a", 0))
-            spaces.run(0, "ip link delete wire")  # without its network it ends as well
 
     @unittest.skipIf(lost_percent, "packets are counted")
     def test_takes_nothing_by_another_interface_and_ends_with_its_own(self):
@@ -223,7 +222,7 @@ class Wire(ToolTest):
                     self.assertNotIn("DDS", "".join(bridge.said))
             bridge = Listened(spaces.inside(0, tool, "bridge", "ros2", "m-1", "--interface", "wire"))
             bridge.until(lambda line: "waits for the machine" in line)
-            spaces.run(0, "ip addr del 10.77.0.1/24 dev wire")
+            spaces.run(0, "ip link delete wire")
             bridge.until(lambda line: "network interface has gone" in line)
             self.assertEqual((bridge.process.wait(20), bridge.end()), (1, 1))
 
@@ -259,12 +258,13 @@ class Wire(ToolTest):
                 for _ in range(60):
                     bridge.until(lambda line: "for 1 joint, from now on: " in line)
             command = spaces.inside(0, tool, "bridge", "ros2", "m-1", "--interface", "wire")
-            with subprocess.Popen(command, stdout=full, stderr=full) as stuck:
-                self.sent(peer, 0, 0, "a", 0.1, 0, 0)
-                peer.tell(0, 0, "a", 0.1, 0.2, 0)
-                peer.until(position("commanded", "a", 0.2))
-                stuck.terminate()
-                self.assertEqual(stuck.wait(20), 128 + signal.SIGTERM)
+            with subprocess.Popen([*ends_with_test, *command], stdout=full, stderr=full) as stuck:
+                try:
+                    self.sent(peer, 0, 0, "a", 0.5, 0.2, 0, wanted=position("commanded", "a", 0.2))
+                    stuck.terminate()
+                    self.assertEqual(stuck.wait(20), 128 + signal.SIGTERM)
+                finally:
+                    stuck.kill()
         os.close(reader)
         os.close(full)
 
