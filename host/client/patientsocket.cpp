@@ -136,10 +136,14 @@ std::size_t PatientSocket::receive(void* data, std::size_t size, Error& error) {
   return transferred(count, count == 0 ? Error(boost::asio::error::eof) : Error(), error);
 }
 
-std::size_t PatientSocket::transmit(const void* data, std::size_t size, Error& error) {
-  return isReady(POLLOUT, error)
-             ? transferred(send(descriptor_.number(), data, size, MSG_NOSIGNAL), Error(), error)
-             : 0;
+std::size_t PatientSocket::transmit(iovec* parts, std::size_t count, Error& error) {
+  if (!isReady(POLLOUT, error)) {
+    return 0;
+  }
+  msghdr message{};
+  message.msg_iov = parts;
+  message.msg_iovlen = count;
+  return transferred(sendmsg(descriptor_.number(), &message, MSG_NOSIGNAL), Error(), error);
 }
 
 bool PatientSocket::isAbandoned() const {
@@ -154,7 +158,8 @@ bool PatientSocket::isReady(short events, Error& error) const {
   error = {};
   do {
     const auto left = deadline_ - std::chrono::steady_clock::now();
-    const auto leftMs = std::chrono::duration_cast<std::chrono::milliseconds>(left);
+    // Rounded up: with less than a millisecond left it would ask again and again.
+    const auto leftMs = std::chrono::ceil<std::chrono::milliseconds>(left);
     const int ready =
         poll(&waited, 1,
              static_cast<int>(std::clamp(leftMs, std::chrono::milliseconds(0), turn).count()));

@@ -1,8 +1,12 @@
 #pragma once
 
+#include <sys/uio.h>
+
+#include <array>
 #include <chrono>
 #include <cstddef>
 
+#include <boost/asio/buffer.hpp>
 #include <boost/asio/error.hpp>
 #include <boost/beast/core/buffers_prefix.hpp>
 
@@ -32,8 +36,16 @@ class PatientSocket {
   }
   template <typename Buffers>
   std::size_t write_some(const Buffers& buffers, Error& error) {
-    const auto buffer = boost::beast::buffers_front(buffers);
-    return transmit(buffer.data(), buffer.size(), error);
+    // A request comes in many small parts, which go out as one packet.
+    std::array<iovec, 16> parts{};
+    std::size_t count = 0;
+    const auto end = boost::asio::buffer_sequence_end(buffers);
+    for (auto at = boost::asio::buffer_sequence_begin(buffers); at != end && count < parts.size();
+         ++at) {
+      const boost::asio::const_buffer part(*at);
+      parts[count++] = {const_cast<void*>(part.data()), part.size()};
+    }
+    return transmit(parts.data(), count, error);
   }
 
   // The same with exceptions: the concept of a stream asks for them.
@@ -54,7 +66,7 @@ class PatientSocket {
   void connectToSocket(const DoorAddress& address);
   void connectToPort(const DoorAddress& address);
   std::size_t receive(void* data, std::size_t size, Error& error);
-  std::size_t transmit(const void* data, std::size_t size, Error& error);
+  std::size_t transmit(iovec* parts, std::size_t count, Error& error);
   bool isReady(short events, Error& error) const;
   [[nodiscard]] bool isAbandoned() const;
 
