@@ -106,7 +106,7 @@ class Fleet(DoorTest):
         super().setUp()
         for name in "ab":
             write(name + ".yaml", f"name: {name}\nactuators: [{{name: x, minimum: -1, maximum: 1, maximum_velocity: 2}}]\n")
-        for name, value, seconds in (("up", 0.1, 0.1), ("down", 0, 0.1), ("long", 1, 20)):
+        for name, value, seconds in (("up", 0.1, 0.1), ("down", 0, 0.1), ("long", 1, 20), ("steep", 1, 0.1)):
             write(name + ".yaml", f"batches: [{{at: 0, key: x/Value, items: [{{time: {seconds}, value: {value}}}]}}]\n")
         write("slow.yaml", "machines: [{name: a}, {name: b, socket: slow.sock}]\n")
         write("cut.yaml", "machines: [{name: a, axes: [x]}, {name: b, socket: cut.sock}]\nall_or_none: true\n")
@@ -181,6 +181,7 @@ class Fleet(DoorTest):
             self.assertLessEqual(abs(ahead - ahead_ns / 1e9), bound / 1e3 + 1e-6)
             self.refuses_a_clock_that_is_not_known()
             self.cancels_when_one_is_out(processes["b"])
+            self.says_what_the_machines_warn_of()
             self.stops_all()
             self.holds_the_others_when_one_is_lost()
         moments, apart = {name: self.moments(name) for name in "ab"}, []
@@ -225,6 +226,12 @@ class Fleet(DoorTest):
                 self.assertEqual([counts[kind] - before[name][kind] for kind in ("points", "cleared", "reached")], [1, 1, 0], name)
             self.said(0, "release", "--machine", "b")
             print("one is out before the start:", said.splitlines()[0])
+
+    def says_what_the_machines_warn_of(self):
+        said = self.said(1, "fleet", "play", "fleet.yaml", "steep.yaml", "--at", "0.001")
+        for name in "ab":
+            self.assertRegex(said, f"warning: {name}: steep.yaml:1:[0-9]+: x moves [0-9.]+ a second .* above its limit 2")
+        self.assertIn("--at must be at least", said)
 
     def stops_all(self):
         process = start("fleet", "play", "fleet.yaml", "a=long.yaml", "b=long.yaml")

@@ -92,10 +92,19 @@ int list(const Fleet& fleet, const FleetOptions& options) {
   return std::max(status, written);
 }
 
+/// Of one that does not answer it is not known whether it does so, now or once it goes on.
+Json demand(DoorClient& door, const char* target, const Json& body) {
+  try {
+    return door.post(target, body);
+  } catch (const DoorClosed& closed) {
+    throw DoorClosed(fmt::format("{}: whether it does so is not known", closed.what()));
+  }
+}
+
 int holdOrRelease(const Fleet& fleet, const char* target, const char* done) {
   return askAll(fleet, [&](const FleetMachine& machine, DoorClient& door) {
     const Json body = machine.axes.empty() ? Json::object() : Json{{"axes", machine.axes}};
-    const Json answer = door.post(target, body);
+    const Json answer = demand(door, target, body);
     return fmt::format("{}: {}", done, counted(memberOf(answer, "axes").size(), "actuator"));
   });
 }
@@ -103,7 +112,7 @@ int holdOrRelease(const Fleet& fleet, const char* target, const char* done) {
 int stop(const Fleet& fleet) {
   return askAll(fleet, [](const FleetMachine& machine, DoorClient& door) {
     const Json axes = machine.axes.empty() ? Json("all") : Json(machine.axes);
-    door.post("/v1/batches", Json{{"batches", Json::array({Json{{"stop", axes}}})}});
+    demand(door, "/v1/batches", Json{{"batches", Json::array({Json{{"stop", axes}}})}});
     return std::string("stopped");
   });
 }

@@ -11,7 +11,9 @@
 #include <thread>
 #include <utility>
 
+#include "host/base/counted.h"
 #include "host/base/stopsignal.h"
+#include "host/base/usererror.h"
 #include "host/base/visible.h"
 #include "host/cli/fleet/commonstart.h"
 #include "host/cli/fleet/fleetfollow.h"
@@ -45,6 +47,7 @@ class FleetPlay {
     if (!allReach(Phase::prepared, wallNs() + prepareNs)) {
       return cancel();
     }
+    sayWarnings();
     each([](Member& member) { member.enrol(); });
     if (!allReach(Phase::enrolled, wallNs() + enrolNs) || !waitForWish() || !chooseStart()) {
       return cancel();
@@ -135,6 +138,21 @@ class FleetPlay {
   void blame(const std::string& machine, const std::string& why) {
     fault_ += fmt::format("torvex: error: {}: {}\n", visible(machine), why);
     status_ = shortfallStatus;
+  }
+
+  void sayWarnings() const {
+    for (const Member& member : members_) {
+      const std::vector<std::string> warnings = member.view().warnings;
+      const std::size_t said = std::min(warnings.size(), UserError::mostShown);
+      for (std::size_t i = 0; i < said; ++i) {
+        complain(
+            fmt::format("torvex: warning: {}: {}\n", visible(member.name()), visible(warnings[i])));
+      }
+      if (said < warnings.size()) {
+        complain(fmt::format("torvex: warning: {}: {} more\n", visible(member.name()),
+                             counted(warnings.size() - said, "warning")));
+      }
+    }
   }
 
   [[nodiscard]] std::int64_t wishedNs() const {

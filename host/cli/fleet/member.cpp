@@ -10,6 +10,7 @@
 #include <string_view>
 #include <utility>
 
+#include "host/base/usererror.h"
 #include "host/cli/clients/motionrequest.h"
 #include "host/cli/status.h"
 #include "host/client/answer.h"
@@ -24,6 +25,16 @@ constexpr std::int64_t askEveryNs = 50 * nsPerMs;
 constexpr int shortWaitMs = 1000;
 /// Of a commander that has ended.
 constexpr std::string_view unknownReason = "unknown";
+
+/// What a machine that plays would warn of.
+std::vector<std::string> warningsIn(const Json& answer) {
+  std::vector<std::string> warnings;
+  for (const Json& one : memberOf(answer, "warnings")) {
+    const SourceLocation where{countOf(one, "line"), countOf(one, "column")};
+    warnings.push_back(shown({textOf(one, "file"), where}) + ": " + textOf(one, "message"));
+  }
+  return warnings;
+}
 
 /// Ends what a member does once it was ordered to leave.
 struct Leaves {};
@@ -131,6 +142,7 @@ void Member::prepare() {
     const std::lock_guard lock(mutex_);
     view_.approachMs = std::clamp<std::int64_t>(numberOf(answer, "approach_ms"), 0, 100'000'000);
     view_.preparedInMs = tookMs;
+    view_.warnings = warningsIn(answer);
   }
   tellClock();
 }

@@ -58,6 +58,8 @@ class Member {
     /// What its first points need, and how long it took to find that out.
     std::int64_t approachMs = 0;
     std::int64_t preparedInMs = 0;
+    /// What the machine would warn of in its motions, with their source locations.
+    std::vector<std::string> warnings;
     Played played;
   };
 
