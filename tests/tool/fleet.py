@@ -211,20 +211,24 @@ class Fleet(DoorTest):
                 ("fleet.yaml", 2000, lambda: self.said(0, "hold", "--machine", "b"), "b: 1 point cleared.*hold", "cancelled on all machines"),
                 ("cut.yaml", 250, relay.cut.set, "b: (it has not answered for|did not answer in time)",
                  "b: has not answered the cancellation")):
-            before = {name: self.axis(name)["counts"] for name in "ab"}
-            process = start("fleet", "play", fleet, "long.yaml", "--at", "3")
-            at = self.moment(process)
-            self.until(lambda: self.of("a", "/v1/clock")["machine_ms"] >= at - before_ms)
-            out()
-            said = process.communicate()[0]
-            machine.send_signal(signal.SIGCONT)
+            for _ in range(5):
+                relay.cut.clear()
+                before = {name: self.axis(name)["counts"] for name in "ab"}
+                process = start("fleet", "play", fleet, "long.yaml", "--at", "3")
+                at = self.moment(process)
+                self.until(lambda: self.of("a", "/v1/clock")["machine_ms"] >= at - before_ms)
+                out()
+                said = process.communicate()[0]
+                machine.send_signal(signal.SIGCONT)
+                self.said(0, "release", "--machine", "b")
+                if not re.match("torvex: error: a: (it|1 point cleared|did not answer)", said):
+                    break  # else the computer was too busy
             self.assertEqual(process.returncode, 1, said)
             self.assertRegex(said, f"(?s){fault}.*{end}")
             for name in "ab":
                 self.until(lambda: self.axis(name)["owner"] is None)
                 counts = self.axis(name)["counts"]
                 self.assertEqual([counts[kind] - before[name][kind] for kind in ("points", "cleared", "reached")], [1, 1, 0], name)
-            self.said(0, "release", "--machine", "b")
             print("one is out before the start:", said.splitlines()[0])
 
     def says_what_the_machines_warn_of(self):
