@@ -17,7 +17,7 @@ import time
 import unittest
 
 from door_test import BySocket, DoorTest, free_port
-from tool import read, start, tool, write
+from tool import start, tool, write
 
 starts = int((sys.argv[1:] + ["5"])[0])
 ahead_ns = 100_000 * 10**9 if "apart" in sys.argv else 0
