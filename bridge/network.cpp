@@ -109,7 +109,7 @@ Entity::~Entity() {
 Network::Network(const Configuration& configuration)
     : interface_(configuration.interface),
       participant_(joined(configuration),
-                   "the domain cannot be joined, maybe for too many that are in it") {
+                   "the domain cannot be joined, perhaps as too many of this computer are in it") {
   // Who sneaked in before writes to no reader: there is none yet.
   interface_.confineSockets();
 }

@@ -260,8 +260,8 @@ void Session::handOver() {
 }
 
 void Session::handOver(const Order& order) {
-  constexpr std::int64_t oldNs = 1'000'000'000;
-  if (!order.isStop && bootNs() - order.cameNs > oldNs) {
+  constexpr std::int64_t mostWaitNs = 1'000'000'000;
+  if (!order.isStop && bootNs() - order.cameNs > mostWaitNs) {
     topics_.tellRefusal(order.summary, "it waited for the machine for more than a second");
     return;
   }
