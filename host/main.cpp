@@ -22,7 +22,9 @@ void openStandardStreams() {
 
 int main(int argc, char** argv) {
   openStandardStreams();
-  // A write beyond the limit of a file's size then fails instead of ending the tool.
+  // A write beyond the limit of a file's size, and one to a closed pipe, then fail instead of
+  // ending the tool.
   std::signal(SIGXFSZ, SIG_IGN);
+  std::signal(SIGPIPE, SIG_IGN);
   return host::runCommandLine(argc, argv);
 }

@@ -17,6 +17,11 @@ namespace {
 /// Help was asked for, and shown.
 constexpr int helpStatus = -1;
 
+/// What is wrong with it; empty: nothing.
+std::string emptyFault(const std::string& text) {
+  return text.empty() ? "is empty" : "";
+}
+
 }  // namespace
 
 CLI::App& addSubcommand(CLI::App& app, const char* name, const char* what,
@@ -28,7 +33,7 @@ CLI::App& addSubcommand(CLI::App& app, const char* name, const char* what,
 }
 
 void addArgument(CLI::App& command, const char* name, std::string& value, const char* what) {
-  command.add_option(name, value, what)->required();
+  command.add_option(name, value, what)->required()->check(emptyFault);
 }
 
 void addArgument(CLI::App& command, const OptionText& text, std::string& value) {
@@ -37,7 +42,7 @@ void addArgument(CLI::App& command, const OptionText& text, std::string& value) 
 
 void addArguments(CLI::App& command, const char* name, std::vector<std::string>& values,
                   bool mustBeGiven, const char* what) {
-  command.add_option(name, values, what)->required(mustBeGiven);
+  command.add_option(name, values, what)->required(mustBeGiven)->check(emptyFault);
 }
 
 void addFlag(CLI::App& command, const char* name, bool& flag, const char* what) {
@@ -47,13 +52,15 @@ void addFlag(CLI::App& command, const char* name, bool& flag, const char* what) 
 void addOption(CLI::App& command, const OptionText& text, std::string& value) {
   command.add_option(text.name, value, text.what)
       ->type_name(text.type)
-      ->default_str(text.otherwise);
+      ->default_str(text.otherwise)
+      ->check(emptyFault);
 }
 
 void addOption(CLI::App& command, const OptionText& text, const Take& take) {
   command.add_option_function<std::string>(text.name, take, text.what)
       ->type_name(text.type)
-      ->default_str(text.otherwise);
+      ->default_str(text.otherwise)
+      ->check(emptyFault);
 }
 
 void addRepeatable(CLI::App& command, const OptionText& text, const Take& take) {
@@ -66,7 +73,18 @@ void addRepeatable(CLI::App& command, const OptionText& text, const Take& take) 
           text.what)
       ->type_name(text.type)
       ->expected(1)
-      ->take_all();
+      ->take_all()
+      ->check(emptyFault);
+}
+
+void addNeed(CLI::App& command, const std::vector<const char*>& options, const char* needed) {
+  for (const char* const option : options) {
+    command.get_option(option)->needs(command.get_option(needed));
+  }
+}
+
+void addExclusion(CLI::App& command, const char* option, const char* other) {
+  command.get_option(option)->excludes(command.get_option(other));
 }
 
 void refuseOption(const std::string& option, const std::string& why) {
@@ -121,8 +139,20 @@ int showHelp(const CLI::App& app, const std::string& name) {
     return refuseUsage(
         fmt::format("there is no subcommand '{}'{}", name, didYouMean(name, subcommandNames(app))));
   }
-  say(command->help());
+  say(command->help(command == &app ? "" : app.get_name()));
   return okStatus;
+}
+
+/// Of an option that has no value, or too many; `said` begins with its name.
+std::string mismatch(const CLI::App& app, const std::string& said) {
+  const std::string name = said.substr(0, said.find(':'));
+  for (const CLI::App* const command : app.get_subcommands()) {
+    if (const CLI::Option* const option = command->get_option_no_throw(name)) {
+      return option->count() > 1 ? name + " is given more than once"
+                                 : fmt::format("{} needs {}", name, option->get_type_name());
+    }
+  }
+  return said;
 }
 
 int parse(CLI::App& app, int argc, char** argv) {
@@ -132,6 +162,8 @@ int parse(CLI::App& app, int argc, char** argv) {
   } catch (const CLI::ExtrasError& error) {
     const std::string what = unexpected(app);
     return refuseUsage(what.empty() ? error.what() : what);
+  } catch (const CLI::ArgumentMismatch& error) {
+    return refuseUsage(mismatch(app, error.what()));
   } catch (const CLI::ParseError& error) {
     std::ostringstream out;
     std::ostringstream err;

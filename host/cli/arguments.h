@@ -27,6 +27,8 @@ struct OptionText {
 CLI::App& addSubcommand(CLI::App& app, const char* name, const char* what,
                         const std::string& footer, const Command& run, Command& chosen);
 
+// What an argument or an option is given must not be empty.
+
 /// An argument that must be given.
 void addArgument(CLI::App& command, const char* name, std::string& value, const char* what);
 /// One of the words that `text.type` lists ("hold|release"), which shells complete.
@@ -40,6 +42,11 @@ void addOption(CLI::App& command, const OptionText& text, std::string& value);
 using Take = std::function<void(const std::string& text)>;
 void addOption(CLI::App& command, const OptionText& text, const Take& take);
 void addRepeatable(CLI::App& command, const OptionText& text, const Take& take);
+/// These options make sense with `needed` alone, which is added already, as they are; without it
+/// they are refused as wrong usage.
+void addNeed(CLI::App& command, const std::vector<const char*>& options, const char* needed);
+/// The two options are refused together.
+void addExclusion(CLI::App& command, const char* option, const char* other);
 /// For `take`: the option is refused as wrong usage.
 [[noreturn]] void refuseOption(const std::string& option, const std::string& why);
 

@@ -104,7 +104,7 @@ int check(const CheckOptions& options) {
   if (!outcome.errors.empty()) {
     return badInputStatus;
   }
-  return outcome.warnings.empty() && !outputFailed() ? okStatus : shortfallStatus;
+  return outcome.warnings.empty() ? okStatus : shortfallStatus;
 }
 
 }  // namespace

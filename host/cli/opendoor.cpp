@@ -99,6 +99,16 @@ void addDoor(CLI::App& command, DoorOptions& options) {
   addOption(command,
             {"--motions", "DIR", "A folder whose motion files clients may play by their names", ""},
             options.motionFolder);
+  addNeed(command, {"--token-file", "--host"}, "--http");
+}
+
+void addServeFlag(CLI::App& command, const char* what, bool& isServing, DoorOptions& options) {
+  addFlag(command, "--serve", isServing, what);
+  addDoor(command, options);
+  addNeed(
+      command,
+      {"--socket", "--http", "--token-file", "--host", "--origin", "--package-path", "--motions"},
+      "--serve");
 }
 
 OpenDoor::OpenDoor(const MachineModel& machine, Torvex& torvex, const DoorOptions& options,

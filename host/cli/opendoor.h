@@ -32,6 +32,8 @@ struct DoorOptions {
 };
 
 void addDoor(CLI::App& command, DoorOptions& options);
+/// `--serve`, and the same options, which need it.
+void addServeFlag(CLI::App& command, const char* what, bool& isServing, DoorOptions& options);
 
 /// The door of a machine, from construction to destruction; `Torvex::run` lies in between.
 class OpenDoor {

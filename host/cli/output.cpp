@@ -3,7 +3,6 @@
 #include <unistd.h>
 
 #include <cerrno>
-#include <cstring>
 #include <string_view>
 
 #include "host/base/stopsignal.h"
@@ -25,10 +24,7 @@ int sendOut(const std::string& bytes) {
     if (written >= 0) {
       rest.remove_prefix(static_cast<std::size_t>(written));
     } else if (errno != EINTR) {
-      if (errno != EPIPE) {
-        complain(std::string("torvex: error: standard output cannot be written: ") +
-                 std::strerror(errno) + "\n");
-      }
+      keepOutputFailure(errno);
       return shortfallStatus;
     }
   }

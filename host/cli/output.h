@@ -6,8 +6,7 @@ namespace host {
 
 /// Writes to standard output, in one piece where the system takes it so, while
 /// a `StopSignal` lives. The result is the status to exit with, if it is not
-/// `okStatus`: after a signal, and when writing fails, which is said; but a pipe
-/// that its reader closed is not worth a word.
+/// `okStatus`: after a signal, and when writing fails, which `statusOf` says.
 int writeOut(const std::string& text);
 
 /// The same for what moves a terminal's cursor; the names in it have been through `visible`.

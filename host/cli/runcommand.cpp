@@ -83,10 +83,7 @@ int conclude(const RunOptions& options, const RunResult& result, const Plan& pla
     complain(fmt::format("torvex: stopped by signal {}\n", outcome.signal));
     return signalStatus + outcome.signal;
   }
-  if (outputFailed()) {
-    complain("torvex: error: standard output cannot be written\n");
-  }
-  return outcome.errors.empty() && !outputFailed() ? okStatus : shortfallStatus;
+  return outcome.errors.empty() ? okStatus : shortfallStatus;
 }
 
 /// What is known before anything moves.
@@ -227,6 +224,7 @@ void addOutputs(CLI::App& command, RunOptions& options) {
       options.plotPath);
   addFlag(command, "--plot-velocity", options.picture.velocities,
           "Draw commanded velocities as well");
+  addNeed(command, {"--plot-velocity"}, "--plot");
   addOption(
       command,
       {"--joints", "PATTERN", "What is traced and drawn, by name, as in the shell: 'left_*'", "*"},
@@ -284,8 +282,7 @@ void addRunCommand(CLI::App& app, Command& chosen) {
           "none in simulated time)",
           options->session.poolName);
   addPoolMode(command, options->session.poolMode);
-  addFlag(command, "--serve", *isServing, "Let clients in meanwhile, as 'torvex serve' does");
-  addDoor(command, *door);
+  addServeFlag(command, "Let clients in meanwhile, as 'torvex serve' does", *isServing, *door);
   addFlag(command, "--json", options->json, "The outcome as a JSON object instead of tables");
 }
 

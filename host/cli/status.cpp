@@ -1,9 +1,12 @@
 #include "host/cli/status.h"
 
 #include <fmt/format.h>
+#include <unistd.h>
 
 #include <algorithm>
+#include <cerrno>
 #include <cstdio>
+#include <cstring>
 #include <exception>
 #include <new>
 #include <string_view>
@@ -14,13 +17,27 @@
 
 namespace host {
 
+namespace {
+
+/// Why standard output could not be written first; 0: it could.
+int outputFailure = 0;
+
+}  // namespace
+
 void say(const std::string& text) {
-  std::fputs(visibleLines(text).c_str(), stdout);
-  std::fflush(stdout);
+  const std::string bytes = visibleLines(text);
+  for (std::string_view rest = bytes; !rest.empty();) {
+    const ssize_t written = write(STDOUT_FILENO, rest.data(), rest.size());
+    if (written >= 0) {
+      rest.remove_prefix(static_cast<std::size_t>(written));
+    } else if (errno != EINTR) {
+      return keepOutputFailure(errno);
+    }
+  }
 }
 
-bool outputFailed() {
-  return std::ferror(stdout) != 0;
+void keepOutputFailure(int reason) {
+  outputFailure = outputFailure == 0 ? reason : outputFailure;
 }
 
 void complain(const std::string& text) {
@@ -51,9 +68,7 @@ int failed(int status, const char* prefix, const char* what,
   return status;
 }
 
-}  // namespace
-
-int statusOf(const std::function<int()>& command) {
+int attempted(const std::function<int()>& command) {
   try {
     return command();
   } catch (const UserError& error) {
@@ -65,6 +80,20 @@ int statusOf(const std::function<int()>& command) {
   } catch (const std::exception& error) {
     return failed(shortfallStatus, "torvex: error: ", error.what());
   }
+}
+
+}  // namespace
+
+int statusOf(const std::function<int()>& command) {
+  const int status = attempted(command);
+  if (outputFailure == 0) {
+    return status;
+  }
+  if (outputFailure != EPIPE) {
+    complain(fmt::format("torvex: error: standard output cannot be written: {}\n",
+                         std::strerror(outputFailure)));
+  }
+  return status == okStatus ? shortfallStatus : status;
 }
 
 }  // namespace host

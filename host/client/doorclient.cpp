@@ -92,9 +92,26 @@ std::string sentencesOf(unsigned status, const Json& error) {
 
 DoorRefusal::DoorRefusal(unsigned status, const Json& error)
     : std::runtime_error(sentencesOf(status, error)),
-      isBadInput_(status < 500 && status != 409 && status != 408),
+      status_(status),
+      error_(std::make_shared<const Json>(error)),
+      isBadInput_(status < 500 && status != 408 && status != 409 && status != 429),
       reason_(textOf(error, "reason")),
       file_(textOf(error, "file")) {}
+
+DoorRefusal DoorRefusal::renamed(
+    const std::function<std::string(const std::string& path)>& nameOf) const {
+  Json error = *error_;
+  const auto rename = [&nameOf](Json& one) {
+    if (one.is_object()) {
+      one["path"] = nameOf(textOf(one, "path"));
+    }
+  };
+  rename(error);
+  if (const auto errors = error.find("errors"); errors != error.end() && errors->is_array()) {
+    std::for_each(errors->begin(), errors->end(), rename);
+  }
+  return {status_, error};
+}
 
 class DoorClient::Connection {
  public:

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <functional>
 #include <memory>
 #include <optional>
 #include <stdexcept>
@@ -40,8 +41,14 @@ class DoorRefusal : public std::runtime_error {
   [[nodiscard]] const std::string& reason() const { return reason_; }
   /// The file that the machine needs besides; empty unless the reason is `needs_file`.
   [[nodiscard]] const std::string& file() const { return file_; }
+  /// The same with a user's words for the fields: `nameOf` is given the path of each, and may
+  /// answer with none.
+  [[nodiscard]] DoorRefusal renamed(
+      const std::function<std::string(const std::string& path)>& nameOf) const;
 
  private:
+  unsigned status_;
+  std::shared_ptr<const Json> error_;
   bool isBadInput_;
   std::string reason_;
   std::string file_;

@@ -127,6 +127,10 @@ void Desk::resign(CommanderId commander, Answered answered) {
   demand([this, commander] { return lose(commander, Fault::resigned); }, std::move(answered));
 }
 
+void Desk::disconnect(CommanderId commander) {
+  demand([this, commander] { return lose(commander, Fault::disconnected); }, {});
+}
+
 void Desk::note(Event event) {
   demand(
       [this, event = std::move(event)]() mutable {

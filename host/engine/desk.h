@@ -59,6 +59,8 @@ class Desk {
   void renew(CommanderId commander, std::optional<std::int64_t> leaseMs, Answered answered);
   /// Ends a commander by its loss rule. Refused as `unknown`.
   void resign(CommanderId commander, Answered answered);
+  /// The same when its connection has ended.
+  void disconnect(CommanderId commander);
 
   /// Has an event told that the engine does not see itself.
   void note(Event event);

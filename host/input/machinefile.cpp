@@ -59,7 +59,17 @@ void readSection(const Document& document, const Fields& fields, const Section& 
   }
 }
 
+void refuseMotion(const Document& document) {
+  const Node& root = document.root();
+  const auto has = [&root](const char* key) { return root.find(key) != nullptr; };
+  if (root.isMap() && !has("urdf") && !has("actuators") &&
+      (has("joint_names") || has("batches") || has("lists") || has("motions"))) {
+    document.fail(root, "this is a motion file; the machine is needed here, before the motions");
+  }
+}
+
 void readFields(const Document& document, MachineDraft& draft) {
+  refuseMotion(document);
   const Fields fields =
       document.fields(document.root(), "the machine",
                       {"name", "urdf", "time_constant", "approach_velocity", "maximum_acceleration",

@@ -44,6 +44,13 @@ Node motionNamed(const Document& document, const Node& motions,
                                    counted(names.size(), "named motion"), document.path(), known));
 }
 
+void refuseMachine(const Document& document, const Node& node) {
+  const auto has = [&node](const char* key) { return node.find(key) != nullptr; };
+  if (node.isMap() && (has("urdf") || has("actuators")) && !has("joint_names") && !has("points")) {
+    document.fail(node, "this is a machine file; a motion file is needed here, after the machine");
+  }
+}
+
 void readTrajectory(const PointReader& reader, const MotionContent& content,
                     const std::optional<std::string>& name, CommandBatch& batch) {
   const Document& document = reader.document();
@@ -58,6 +65,7 @@ void readTrajectory(const PointReader& reader, const MotionContent& content,
   } else if (content.kind == MotionContent::Kind::batches) {
     document.fail(content.node, "there are batches here, where one trajectory is needed");
   } else {
+    refuseMachine(document, content.node);
     readJointTrajectory(reader, content.node, batch);
   }
   if (!content.ignored.empty()) {

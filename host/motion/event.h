@@ -42,20 +42,21 @@ constexpr std::size_t eventKinds = 24;
 /// Why a batch is refused, or an axis is held.
 enum class Fault : std::uint8_t {
   none,
-  full,       ///< too many points wait already
-  tooDense,   ///< more points of an axis are due within two cycles than a timeline holds
-  notFinite,  ///< the command register would become infinite or no number
-  guarded,    ///< the guard holds the axis
-  tooSteep,   ///< a velocity or an acceleration beyond all that can be computed with
-  beyond,     ///< a value beyond the limits, or a curve that leaves them
-  tooFast,    ///< a segment beyond the maximum velocity
-  owned,      ///< the axis has another owner; of a commander that is lost, it was taken over
-  held,       ///< the axis is held until it is released
-  unknown,    ///< there is no such commander
-  expired,    ///< the lease of the commander ran out
-  resigned,   ///< the commander ended of itself
-  ending,     ///< the engine comes to its end
-  replayed,   ///< the machine does what a recording says
+  full,          ///< too many points wait already
+  tooDense,      ///< more points of an axis are due within two cycles than a timeline holds
+  notFinite,     ///< the command register would become infinite or no number
+  guarded,       ///< the guard holds the axis
+  tooSteep,      ///< a velocity or an acceleration beyond all that can be computed with
+  beyond,        ///< a value beyond the limits, or a curve that leaves them
+  tooFast,       ///< a segment beyond the maximum velocity
+  owned,         ///< the axis has another owner; of a commander that is lost, it was taken over
+  held,          ///< the axis is held until it is released
+  unknown,       ///< there is no such commander
+  expired,       ///< the lease of the commander ran out
+  resigned,      ///< the commander ended of itself
+  disconnected,  ///< the connection of the commander ended, and with it the commander
+  ending,        ///< the engine comes to its end
+  replayed,      ///< the machine does what a recording says
 };
 
 /// What happened. An event about points names one batch, and points whose numbers in the

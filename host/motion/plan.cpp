@@ -50,8 +50,8 @@ class BatchChecker {
         continue;
       }
       throw UserError(commands.path, commands.location,
-                      fmt::format("'{}' is moved by {} already; put one of the two into a list, "
-                                  "with the moment of its hand-over",
+                      fmt::format("'{}' is moved by {} already; make one of the two a batch of a "
+                                  "motion file, with the time at which it begins (at)",
                                   machine_.actuator(index).name, other->second->path));
     }
   }

@@ -42,8 +42,10 @@ inline constexpr Named<std::uint32_t> stoppers[] = {{"end", Event::byHost},
                                                     {"commander", Event::byCommander}};
 inline constexpr Named<LossRule> lossRules[] = {{"stop", LossRule::stop},
                                                 {"run_out", LossRule::runOut}};
-inline constexpr Named<Fault> losses[] = {
-    {"expired", Fault::expired}, {"resigned", Fault::resigned}, {"owned", Fault::owned}};
+inline constexpr Named<Fault> losses[] = {{"expired", Fault::expired},
+                                          {"resigned", Fault::resigned},
+                                          {"disconnected", Fault::disconnected},
+                                          {"owned", Fault::owned}};
 
 template <typename Value, std::size_t count>
 const char* nameOf(const Named<Value> (&all)[count], Value value) {

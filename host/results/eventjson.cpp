@@ -128,6 +128,8 @@ const char* reasonName(Fault fault) {
       return "expired";
     case Fault::resigned:
       return "resigned";
+    case Fault::disconnected:
+      return "disconnected";
     case Fault::ending:
       return "ending";
     case Fault::replayed:

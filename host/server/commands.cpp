@@ -248,7 +248,7 @@ Answer Commands::enrolled(const CommandAnswer& answer, const Enrolment& enrolmen
   }
   Json told = commanderJson(view_.machine(), answer.commander, enrolment);
   if (isGone && endsWithConnection) {
-    desk().resign(answer.commander, {});
+    desk().disconnect(answer.commander);
   } else {
     forgetLost(answer.timeMs);
     known_[answer.commander] = {enrolment, endsWithConnection ? connection : 0, answer.timeMs};
@@ -331,7 +331,7 @@ void Commands::connectionEnded(std::uint64_t connection) {
   for (auto known = known_.begin(); known != known_.end();) {
     const auto& [id, commander] = *known++;
     if (commander.connection == connection) {
-      desk().resign(id, {});
+      desk().disconnect(id);
       forget(id);
     }
   }

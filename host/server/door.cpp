@@ -104,8 +104,15 @@ class Door::Core {
   }
 
   void listen(const TcpAddress& tcp) {
+    Error isNone;
+    const net::ip::address address = net::ip::make_address(tcp.address, isNone);
+    if (isNone) {
+      throw simulation::Error(
+          fmt::format("cannot listen at {}:{}: '{}' is no IP address, such as 127.0.0.1",
+                      tcp.address, tcp.port, tcp.address));
+    }
     try {
-      const net::ip::tcp::endpoint endpoint(net::ip::make_address(tcp.address), tcp.port);
+      const net::ip::tcp::endpoint endpoint(address, tcp.port);
       tcp_.open(endpoint.protocol());
       tcp_.set_option(net::socket_base::reuse_address(true));
       tcp_.bind(endpoint);

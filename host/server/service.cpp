@@ -297,7 +297,7 @@ void Service::postLink(const Request& request, const Reply& reply) {
   const Query query(request, {});
   const std::string link = page_.newLink();
   if (link.empty()) {
-    throw Refused(refusedWith(404, "unknown", "browsers do not come in here; serve with --http"));
+    throw Refused(refusedWith(404, "unknown", "this machine has no page; serve it with --http"));
   }
   reply(answerOf(Json{{"link", link}}, 201));
 }

@@ -443,7 +443,7 @@ class Door(DoorTest):
             events = WebSocket(BySocket(self.path), "/v1/events")
             lasting.close()
             lost = self.told_until(events, lambda event: event["kind"] == "lost")[-1]
-            self.assertEqual((lost["commander"], lost["name"], lost["reason"]), (high["id"], "high", "resigned"))
+            self.assertEqual((lost["commander"], lost["name"], lost["reason"]), (high["id"], "high", "disconnected"))
             self.assertEqual(self.sent(move)[0], 200)
             self.assertEqual(self.asked("POST", "/v1/hold", {"axes": ["a"]})[1]["axes"], ["a"])
             self.assertEqual(self.refused(move)[:3], (409, "held", "/batches/0"))

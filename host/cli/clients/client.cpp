@@ -2,7 +2,10 @@
 
 #include <fmt/format.h>
 
+#include <algorithm>
+#include <charconv>
 #include <nlohmann/json.hpp>
+#include <system_error>
 
 #include "host/base/counted.h"
 #include "host/base/stopsignal.h"
@@ -21,10 +24,12 @@ int said(int status, const char* what) {
 }  // namespace
 
 const char clientStatusText[] =
-    "Exit status: 0; 1 when the machine refused or ended; 2 for bad input or usage, and when no\n"
-    "machine runs; 128 and the signal's number when a signal stopped it.";
+    "Exit status: 0; 1 when the machine would not now (actuators are owned or held, it is\n"
+    "busy), ended, or did not answer; 2 for bad input or usage, unknown keys and what lies\n"
+    "beyond the limits among it, and when no machine runs; 128 and the signal's number when a\n"
+    "signal stopped it.";
 
-int clientStatus(const std::function<int()>& command) {
+int clientStatus(const std::function<int()>& command, const FieldName& nameOf) {
   try {
     return command();
   } catch (const NoMachine& error) {
@@ -34,9 +39,23 @@ int clientStatus(const std::function<int()>& command) {
   } catch (const WaitStopped&) {
     return signalStatus + StopSignal::received();
   } catch (const DoorRefusal& error) {
-    complain(visibleLines(error.what()));
+    complain(visibleLines(nameOf ? error.renamed(nameOf).what() : error.what()));
     return error.isBadInput() ? badInputStatus : shortfallStatus;
   }
+}
+
+std::string argumentAt(const std::string& path, const std::string& prefix,
+                       const std::vector<std::string>& arguments) {
+  std::size_t number = 0;
+  const std::size_t begin = std::min(prefix.size(), path.size());
+  const auto [stop, failure] =
+      std::from_chars(path.data() + begin, path.data() + path.size(), number);
+  const bool isOne = path.rfind(prefix, 0) == 0 && failure == std::errc();
+  return isOne && number < arguments.size() ? arguments[number] : std::string();
+}
+
+std::string keyGiven(const std::string& name) {
+  return name.find_first_of("/*?[") == std::string::npos ? name + "/Value" : name;
 }
 
 void addMachineName(CLI::App& command, std::string& machine) {

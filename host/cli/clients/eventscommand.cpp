@@ -27,10 +27,10 @@ struct EventsOptions {
   bool once = false;
 };
 
-/// MACHINE_SECONDS KIND, and what else it has.
+/// NUMBER MACHINE_SECONDS KIND, and what else it has.
 std::string eventLine(const Json& event) {
   constexpr double msPerSecond = 1000.0;
-  std::string line = fmt::format("{:10.3f} {:<11}",
+  std::string line = fmt::format("{:6} {:10.3f} {:<11}", countOf(event, "number"),
                                  static_cast<double>(numberOf(event, "machine_ms")) / msPerSecond,
                                  visible(textOf(event, "kind")));
   for (const auto& member : event.items()) {
@@ -81,12 +81,23 @@ void addEventsCommand(CLI::App& app, Command& chosen) {
   const auto options = std::make_shared<EventsOptions>();
   CLI::App& command = addSubcommand(
       app, "events", "Tell what becomes of the commands of a running machine",
-      "A line each: machine time in seconds, the kind, and what it is about. The machine keeps\n"
+      "A line each: number, machine time in seconds, kind, and what it is about. The machine "
+      "keeps\n"
       "the latest 10,000; who falls behind is told how many of each kind were missed.\n\n" +
           std::string(clientStatusText),
-      [options] { return clientStatus([&] { return follow(*options); }); }, chosen);
+      [options] {
+        return clientStatus(
+            [&] { return follow(*options); },
+            [](const std::string& path) { return path == "?since" ? "--since" : ""; });
+      },
+      chosen);
   addOption(command, {"--since", "NUMBER", "Begin with the event of this number", "from now on"},
-            options->since);
+            [options](const std::string& text) {
+              if (text.find_first_not_of("0123456789") != std::string::npos) {
+                refuseOption("--since", "'" + text + "' is not a whole number");
+              }
+              options->since = text;
+            });
   addFlag(command, "--once", options->once, "All that the machine has kept, and end");
   addFlag(command, "--json", options->json, "JSON, an object on a line");
   addMachineName(command, options->machine);

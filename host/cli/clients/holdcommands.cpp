@@ -2,6 +2,7 @@
 
 #include <fmt/format.h>
 
+#include <algorithm>
 #include <memory>
 #include <nlohmann/json.hpp>
 #include <string>
@@ -29,11 +30,35 @@ int stop(const AxesOptions& options) {
   return okStatus;
 }
 
-int holdOrRelease(const AxesOptions& options, const char* target, const char* done) {
-  const Json body = options.axes.empty() ? Json::object() : Json{{"axes", options.axes}};
-  const Json answer = DoorClient(doorOf(options.machine)).post(target, body);
-  say(fmt::format("{}: {}\n", done, counted(memberOf(answer, "axes").size(), "actuator")));
+Json bodyOf(const AxesOptions& options) {
+  return options.axes.empty() ? Json::object() : Json{{"axes", options.axes}};
+}
+
+int hold(const AxesOptions& options) {
+  const Json answer = DoorClient(doorOf(options.machine)).post("/v1/hold", bodyOf(options));
+  say(fmt::format("held: {}\n", counted(memberOf(answer, "axes").size(), "actuator")));
   return okStatus;
+}
+
+int release(const AxesOptions& options) {
+  DoorClient door(doorOf(options.machine));
+  const Json before = door.get("/v1/machine");
+  const Json answer = door.post("/v1/release", bodyOf(options));
+  const Json& released = memberOf(answer, "axes");
+  const Json& axes = memberOf(before, "axes");
+  const auto count = std::count_if(axes.begin(), axes.end(), [&](const Json& axis) {
+    return !memberOf(axis, "held").is_null() &&
+           std::count(released.begin(), released.end(), memberOf(axis, "name")) > 0;
+  });
+  say(count == 0 ? std::string("nothing was held\n")
+                 : fmt::format("released: {}\n", counted(count, "actuator")));
+  return okStatus;
+}
+
+/// "/axes/0" of a hold or a release, "/batches/0/stop/0" of a stop.
+std::string fieldName(const AxesOptions& options, const std::string& path) {
+  const std::string axis = argumentAt(path, "/axes/", options.axes);
+  return axis.empty() ? argumentAt(path, "/batches/0/stop/", options.axes) : axis;
 }
 
 void add(CLI::App& app, Command& chosen, const char* name, const char* what,
@@ -41,7 +66,11 @@ void add(CLI::App& app, Command& chosen, const char* name, const char* what,
   const auto options = std::make_shared<AxesOptions>();
   CLI::App& command = addSubcommand(
       app, name, what, footer + "\n\n" + clientStatusText,
-      [options, run] { return clientStatus([&] { return run(*options); }); }, chosen);
+      [options, run] {
+        return clientStatus([&] { return run(*options); },
+                            [&](const std::string& path) { return fieldName(*options, path); });
+      },
+      chosen);
   addArguments(command, "ACTUATOR", options->axes, false, "Names of actuators (default: all)");
   addMachineName(command, options->machine);
 }
@@ -56,10 +85,9 @@ void addHoldCommands(CLI::App& app, Command& chosen) {
   add(app, chosen, "hold", "Bring a running machine to rest, and keep it there",
       "As 'torvex stop', whoever owns the actuators; then everything is refused until\n"
       "'torvex release'. Nothing is resumed.",
-      [](const AxesOptions& options) { return holdOrRelease(options, "/v1/hold", "held"); });
+      hold);
   add(app, chosen, "release", "End the hold of a running machine",
-      "Frees actuators that the guard holds, too.",
-      [](const AxesOptions& options) { return holdOrRelease(options, "/v1/release", "released"); });
+      "Frees actuators that the guard holds, too.", release);
 }
 
 }  // namespace host

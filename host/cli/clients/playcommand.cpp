@@ -159,7 +159,13 @@ void addPlayCommand(CLI::App& app, Command& chosen) {
       "Owns the actuators of the motions meanwhile: nobody else commands them, and when it is\n"
       "stopped (Ctrl-C), killed or cut off, they come to rest along a ramp.\n\n" +
           std::string(clientStatusText),
-      [options] { return clientStatus([&] { return play(*options); }); }, chosen);
+      [options] {
+        return clientStatus([&] { return play(*options); },
+                            [&](const std::string& path) {
+                              return argumentAt(path, "/motions/", options->motions);
+                            });
+      },
+      chosen);
   addArguments(command, "MOTION", options->motions, true,
                "Motion files: FILE.yaml, or FILE.yaml:NAME for one of several motions");
   addFlag(command, "--ignore-unknown-joints", options->ignoreUnknownJoints,

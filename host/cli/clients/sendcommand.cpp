@@ -2,10 +2,14 @@
 
 #include <fmt/format.h>
 
+#include <algorithm>
+#include <filesystem>
+#include <iterator>
 #include <memory>
 #include <nlohmann/json.hpp>
 #include <optional>
 #include <string>
+#include <string_view>
 #include <vector>
 
 #include "host/base/textfile.h"
@@ -15,6 +19,7 @@
 #include "host/cli/status.h"
 #include "host/client/doorclient.h"
 #include "host/client/doors.h"
+#include "host/input/motiontexts.h"
 
 namespace host {
 namespace {
@@ -43,8 +48,27 @@ Json batchIn(const SendOptions& options) {
   for (std::size_t i = 1; i < options.what.size(); ++i) {
     items.push_back(itemIn(options.what[i]));
   }
-  return {
-      {"key", options.what.front()}, {"mode", options.mode.value_or("merge")}, {"items", items}};
+  return {{"key", keyGiven(options.what.front())},
+          {"mode", options.mode.value_or("merge")},
+          {"items", items}};
+}
+
+std::string fieldName(const SendOptions& options, const std::string& path) {
+  const std::vector<std::string> points(options.what.begin() + 1, options.what.end());
+  const std::string point = argumentAt(path, "/batches/0/items/", points);
+  if (points.empty() || !point.empty()) {
+    return points.empty() ? argumentAt(path, "/motions/", options.what) : point;
+  }
+  return path.rfind("/batches/0", 0) == 0 ? options.what.front() : path;
+}
+
+std::string modeNamed(const std::string& text) {
+  constexpr std::string_view modes[] = {"merge", "replace", "clear_after", "clear_before"};
+  if (std::find(std::begin(modes), std::end(modes), text) == std::end(modes)) {
+    refuseOption("--mode",
+                 "'" + text + "' is none of merge, replace, clear_after and clear_before");
+  }
+  return text;
 }
 
 int send(const SendOptions& options) {
@@ -52,6 +76,12 @@ int send(const SendOptions& options) {
   if (isFile && options.mode) {
     throw UserError(options.what.front(), {},
                     "has modes of its own; leave --mode out, or send KEY VALUE@SECONDS");
+  }
+  if (isFile &&
+      !std::filesystem::exists(splitMotionName(options.what.front(), MotionsOnDisk()).path)) {
+    throw UserError(options.what.front(), {},
+                    "there is no such file; to command an actuator's value, add its points, such "
+                    "as 0.3@1.5");
   }
   Json request = Json::object();
   if (!isFile) {
@@ -70,18 +100,22 @@ void addSendCommand(CLI::App& app, Command& chosen) {
   CLI::App& command = addSubcommand(
       app, "send", "Command a running machine, and do not wait",
       "Examples, beside 'torvex serve examples/humanoid/humanoid.yaml':\n"
-      "  torvex send head_yaw/Value 0.3@0.5 0@1.0\n"
+      "  torvex send head_yaw 0.3@0.5 0@1.0\n"
       "  torvex send examples/humanoid/wave.yaml\n\n"
       "SECONDS count from now. A motion file is approached from where the machine stands.\n\n" +
           std::string(clientStatusText),
-      [options] { return clientStatus([&] { return send(*options); }); }, chosen);
+      [options] {
+        return clientStatus([&] { return send(*options); },
+                            [&](const std::string& path) { return fieldName(*options, path); });
+      },
+      chosen);
   addArguments(command, "KEY VALUE@SECONDS | MOTION", options->what, true,
                "An actuator's value and its points, or a motion file (FILE.yaml or "
                "FILE.yaml:NAME)");
   addOption(command,
             {"--mode", "merge|replace|clear_after|clear_before",
              "What becomes of the points that wait", "merge"},
-            [options](const std::string& text) { options->mode = text; });
+            [options](const std::string& text) { options->mode = modeNamed(text); });
   addMachineName(command, options->machine);
 }
 

@@ -37,7 +37,8 @@ struct SetOptions {
 std::string valuesTarget(const std::vector<std::string>& keys) {
   std::string target = "/v1/values";
   for (const std::string& key : keys) {
-    target += (target.find('?') == std::string::npos ? "?key=" : "&key=") + percentEncoded(key);
+    target +=
+        (target.find('?') == std::string::npos ? "?key=" : "&key=") + percentEncoded(keyGiven(key));
   }
   return target;
 }
@@ -68,7 +69,7 @@ int getValues(const GetOptions& options) {
 Json axisWithKey(DoorClient& door, const std::string& key) {
   const Json machine = door.get("/v1/machine");
   for (const Json& axis : memberOf(machine, "axes")) {
-    if (textOf(axis, "key") == fullKey(key)) {
+    if (textOf(axis, "key") == fullKey(keyGiven(key))) {
       return axis;
     }
   }
@@ -92,7 +93,8 @@ int setValue(const SetOptions& options) {
                                 options.key, options.value));
   }
   const Json item = {{"time", 0}, {"value", numberJson(number)}};
-  const Json batch = {{"key", options.key}, {"mode", "replace"}, {"items", Json::array({item})}};
+  const Json batch = {
+      {"key", keyGiven(options.key)}, {"mode", "replace"}, {"items", Json::array({item})}};
   say(takenText(door.post("/v1/batches", {{"batches", Json::array({batch})}})));
   return okStatus;
 }
@@ -105,12 +107,18 @@ void addValueCommands(CLI::App& app, Command& chosen) {
       app, "get", "Print values of a running machine",
       "All are of one cycle. A single key prints its value alone, more of them KEY VALUE.\n\n" +
           std::string(clientStatusText),
-      [get] { return clientStatus([&] { return getValues(*get); }); }, chosen);
+      [get] {
+        return clientStatus([&] { return getValues(*get); },
+                            [](const std::string&) { return std::string(); });
+      },
+      chosen);
   addArguments(getting, "KEY", get->keys, true,
                "Attributes, or patterns as in the shell: '*/Value'; a bare key, such as "
-               "head_yaw/Value, is taken under Device/SubDeviceList/");
+               "head_yaw/Value, is taken under Device/SubDeviceList/, and the name of an "
+               "actuator means its value");
   addFlag(getting, "--keys", get->keysAlone, "Print the keys alone, bare where they can be");
   addFlag(getting, "--json", get->json, "An object, with the number and the time of the cycle");
+  addExclusion(getting, "--keys", "--json");
   addMachineName(getting, get->machine);
 
   const auto set = std::make_shared<SetOptions>();
@@ -119,8 +127,16 @@ void addValueCommands(CLI::App& app, Command& chosen) {
       "In place of all that waits there. Actuators that move on the way between points are\n"
       "commanded with 'torvex send'.\n\n" +
           std::string(clientStatusText),
-      [set] { return clientStatus([&] { return setValue(*set); }); }, chosen);
-  addArgument(setting, "KEY", set->key, "An actuator's value, such as chest_light/Value");
+      [set] {
+        return clientStatus([&] { return setValue(*set); },
+                            [&](const std::string& path) {
+                              return path.rfind("/batches/0/items", 0) == 0 ? set->value
+                                     : path.rfind("/batches/0", 0) == 0     ? set->key
+                                                                            : path;
+                            });
+      },
+      chosen);
+  addArgument(setting, "KEY", set->key, "An actuator, or its value, such as chest_light/Value");
   addArgument(setting, "VALUE", set->value, "A number");
   addMachineName(setting, set->machine);
 }

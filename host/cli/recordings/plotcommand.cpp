@@ -7,6 +7,7 @@
 #include <vector>
 
 #include "host/base/outputpaths.h"
+#include "host/base/usererror.h"
 #include "host/base/values.h"
 #include "host/cli/recordings/faults.h"
 #include "host/cli/status.h"
@@ -103,6 +104,9 @@ int plot(const PlotOptions& options) {
   RecordedRun::Handler counter;
   counter.row = [&](const std::vector<double>&) { ++rows; };
   const RecordingHead head = RecordedRun::read(options.recordingPath, counter).head;
+  if (rows == 0) {
+    throw UserError(options.recordingPath, {}, "holds no cycle to draw");
+  }
   const Plan plan = planOf(head);
   Plot picture(options.picturePath, head.title, plan, options.picture);
 

@@ -140,7 +140,7 @@ int conclude(const ReplayOptions& options, const ReplayResult& result) {
     return signalStatus + signal;
   }
   const bool isSame = !result.first && result.faults.empty();
-  return isSame && !outputFailed() ? okStatus : shortfallStatus;
+  return isSame ? okStatus : shortfallStatus;
 }
 
 int replay(const ReplayOptions& options) {
@@ -206,9 +206,8 @@ void addReplayCommand(CLI::App& app, Command& chosen) {
       command,
       {"--speed", "FACTOR", "So many times as fast as it was (default: as fast as it goes)", ""},
       [options](const std::string& text) { options->speed = positiveNumber("--speed", text); });
-  addFlag(command, "--serve", options->isServing,
-          "Let clients watch meanwhile, as 'torvex serve' does");
-  addDoor(command, options->door);
+  addServeFlag(command, "Let clients watch meanwhile, as 'torvex serve' does", options->isServing,
+               options->door);
   addOption(
       command,
       {"--pool", "NAME",

@@ -227,7 +227,7 @@ class Picture {
     curve("cleared", panel.cleared, fmt::format("with {}", clearedPoint));
     curve("reached", panel.reached, fmt::format("with {}", reachedPoint));
     curve("limited", panel.limited, fmt::format("with {}", limitedPoint));
-    add("plot {}\n", plots);
+    add("plot {}\n", plots.empty() ? "NaN" : plots);
   }
 
   const std::vector<Panel>& panels_;
