@@ -37,7 +37,10 @@ void addArgument(CLI::App& command, const char* name, std::string& value, const 
 }
 
 void addArgument(CLI::App& command, const OptionText& text, std::string& value) {
-  command.add_option(text.name, value, text.what)->required()->type_name(text.type);
+  command.add_option(text.name, value, text.what)
+      ->required()
+      ->type_name(text.type)
+      ->check(emptyFault);
 }
 
 void addArguments(CLI::App& command, const char* name, std::vector<std::string>& values,

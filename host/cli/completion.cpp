@@ -7,9 +7,18 @@
 namespace host {
 namespace {
 
-/// Those whose arguments are keys.
-constexpr char takeKeys[] = "get|set|send|watch";
-constexpr char printKeys[] = "torvex get --keys '*' 2>/dev/null";
+/// Commands whose arguments are what another one prints, a line each.
+struct Source {
+  const char* takers;
+  const char* print;
+};
+
+constexpr char printMachines[] = "torvex ps 2>/dev/null | sed '1d;s/ .*//'";
+constexpr Source sources[] = {
+    {"get|watch", "torvex get --keys '*' $machine 2>/dev/null"},
+    {"set|send|stop|hold|release",
+     "torvex get --keys --actuators '*' $machine 2>/dev/null | sed 's|/Value$||'"},
+    {"bridge", printMachines}};
 
 std::string shellQuoted(const std::string& text) {
   std::string result = "'";
@@ -23,12 +32,32 @@ std::string joined(const std::vector<std::string>& words) {
   return fmt::format("{}", fmt::join(words, " "));
 }
 
+/// As it is documented: the first long one, and also that which turns a flag off.
+std::vector<std::string> longNames(const UsageOption& option) {
+  std::vector<std::string> names;
+  for (const std::string& name : option.names) {
+    if (name.rfind("--", 0) == 0 && (names.empty() || option.type.empty())) {
+      names.push_back(name);
+    }
+  }
+  return names;
+}
+
 std::string optionNames(const UsageCommand& command) {
   std::string names;
   for (const UsageOption& option : command.options) {
-    names += option.isArgument ? "" : joined(option.names) + " ";
+    names += option.isArgument ? "" : joined(longNames(option)) + " ";
   }
   return names;
+}
+
+/// The commands, and `help`, whose argument is one of them.
+std::string commandNames(const std::vector<UsageCommand>& commands) {
+  std::string names;
+  for (const UsageCommand& command : commands) {
+    names += command.name + " ";
+  }
+  return names + "help";
 }
 
 /// Of the first argument, which may be one of some words.
@@ -41,46 +70,72 @@ std::vector<std::string> argumentChoices(const UsageCommand& command) {
   return {};
 }
 
+/// What may come behind a word of the command line: choices, or a value of which nothing is known.
+std::string bashCases(const UsageCommand& command) {
+  std::string cases;
+  for (const UsageOption& option : command.options) {
+    if (option.isArgument && option.choices().empty()) {
+      continue;
+    }
+    // Before the first argument is the command itself.
+    const std::string before = option.isArgument ? command.name : longNames(option).front();
+    if (!option.choices().empty()) {
+      cases += fmt::format("    {}:{}) words={} ;;\n", command.name, before,
+                           shellQuoted(joined(option.choices())));
+    } else if (!option.type.empty() && before != "--machine") {
+      cases += fmt::format("    {}:{}) return ;;\n", command.name, before);
+    }
+  }
+  return cases;
+}
+
+std::string bashSources() {
+  std::string cases;
+  for (const Source& source : sources) {
+    cases += fmt::format("      {}) print={} ;;\n", source.takers, shellQuoted(source.print));
+  }
+  return cases;
+}
+
 std::string bashScript(const std::vector<UsageCommand>& commands) {
-  std::string names;
   std::string options;
-  std::string choices;
+  std::string cases;
   for (const UsageCommand& command : commands) {
-    names += command.name + " ";
     options +=
         fmt::format("      {}) words={} ;;\n", command.name, shellQuoted(optionNames(command)));
-    for (const UsageOption& option : command.options) {
-      if (!option.choices().empty()) {
-        // Before the first argument is the command itself.
-        choices += fmt::format("    {}:{}) words={} ;;\n", command.name,
-                               option.isArgument ? command.name : option.names.back(),
-                               shellQuoted(joined(option.choices())));
-      }
-    }
+    cases += bashCases(command);
   }
   return fmt::format(
       "# Completion of torvex for bash.\n"
       "_torvex() {{\n"
-      "  local word=${{COMP_WORDS[COMP_CWORD]}} before=${{COMP_WORDS[COMP_CWORD-1]}} words=\n"
-      "  if ((COMP_CWORD == 1)); then\n"
+      "  local word=${{COMP_WORDS[COMP_CWORD]}} before=${{COMP_WORDS[COMP_CWORD-1]}}\n"
+      "  local words= print= machine= line i\n"
+      "  if ((COMP_CWORD == 1)) || [[ $before == help ]]; then\n"
       "    COMPREPLY=($(compgen -W {0} -- \"$word\"))\n"
       "    return\n"
       "  fi\n"
-      "  case ${{COMP_WORDS[1]}}:$before in\n{1}  esac\n"
+      "  for ((i = 3; i < COMP_CWORD; i++)); do\n"
+      "    [[ ${{COMP_WORDS[i-1]}} == --machine ]] && machine=\"--machine ${{COMP_WORDS[i]}}\"\n"
+      "  done\n"
+      "  case ${{COMP_WORDS[1]}}:$before in\n{1}"
+      "    *:--machine) print={4} ;;\n"
+      "  esac\n"
       "  if [[ $word == -* ]]; then\n"
       "    case ${{COMP_WORDS[1]}} in\n{2}    esac\n"
-      "  elif [[ -z $words && ${{COMP_WORDS[1]}} == @({3}) ]]; then\n"
-      "    local key\n"
-      "    COMPREPLY=()\n"
-      "    while IFS= read -r key; do\n"
-      "      [[ $key == \"$word\"* ]] && COMPREPLY+=(\"$(printf %q \"$key\")\")\n"
-      "    done < <({4})\n"
+      "  elif [[ -z $words$print ]]; then\n"
+      "    case ${{COMP_WORDS[1]}} in\n{3}    esac\n"
+      "  fi\n"
+      "  if [[ -n $print ]]; then\n"
+      "    while IFS= read -r line; do\n"
+      "      [[ $line == \"$word\"* ]] && COMPREPLY+=(\"$(printf %q \"$line\")\")\n"
+      "    done < <(eval \"$print\")\n"
       "    return\n"
       "  fi\n"
       "  COMPREPLY=($(compgen -W \"$words\" -- \"$word\"))\n"
       "}}\n"
       "complete -o default -F _torvex torvex\n",
-      shellQuoted(names), choices, options, takeKeys, printKeys);
+      shellQuoted(commandNames(commands)), cases, options, bashSources(),
+      shellQuoted(printMachines));
 }
 
 std::string zshScript(const std::vector<UsageCommand>& commands) {
@@ -92,7 +147,7 @@ std::string zshScript(const std::vector<UsageCommand>& commands) {
     options += fmt::format("    {}) _arguments{} '*: :->argument'", command.name,
                            firstWords.empty() ? "" : fmt::format(" '1: :({})'", firstWords));
     for (const UsageOption& option : command.options) {
-      if (option.isArgument || option.names.back() == "--help") {
+      if (option.isArgument || longNames(option).front() == "--help") {
         continue;
       }
       std::string what = option.what;
@@ -103,17 +158,25 @@ std::string zshScript(const std::vector<UsageCommand>& commands) {
       const std::string values = option.type.empty() ? ""
                                  : choices.empty()   ? ":value:_files"
                                                      : fmt::format(":value:({})", joined(choices));
-      options += fmt::format(
-          " \\\n      {}", shellQuoted(fmt::format("{}[{}]{}", option.names.back(), what, values)));
+      for (const std::string& name : longNames(option)) {
+        options +=
+            fmt::format(" \\\n      {}", shellQuoted(fmt::format("{}[{}]{}", name, what, values)));
+      }
     }
     options += " ;;\n";
+  }
+  options += fmt::format("    help) _arguments '1: :({})' ;;\n", commandNames(commands));
+  std::string arguments;
+  for (const Source& source : sources) {
+    arguments +=
+        fmt::format("    {}) compadd -- ${{(f)\"$({})\"}} ;;\n", source.takers, source.print);
   }
   return fmt::format(
       "#compdef torvex\n"
       "# Completion of torvex for zsh.\n"
-      "local state\n"
+      "local state machine=\n"
       "if ((CURRENT == 2)); then\n"
-      "  local -a commands=(\n{0}  )\n"
+      "  local -a commands=(\n{0}    'help:Help of a subcommand'\n  )\n"
       "  _describe subcommand commands\n"
       "  return\n"
       "fi\n"
@@ -122,12 +185,10 @@ std::string zshScript(const std::vector<UsageCommand>& commands) {
       "((CURRENT--))\n"
       "case $command in\n{1}esac\n"
       "if [[ $state == argument ]]; then\n"
-      "  if [[ $command == ({2}) ]]; then\n"
-      "    compadd -- ${{(f)\"$({3})\"}}\n"
-      "  fi\n"
+      "  case $command in\n{2}  esac\n"
       "  _files\n"
       "fi\n",
-      names, options, takeKeys, printKeys);
+      names, options, arguments);
 }
 
 std::string fishScript(const std::vector<UsageCommand>& commands) {
@@ -150,14 +211,23 @@ std::string fishScript(const std::vector<UsageCommand>& commands) {
       const std::string values = option.type.empty() ? ""
                                  : choices.empty()   ? " -r"
                                                      : " -x -a " + shellQuoted(joined(choices));
-      script += fmt::format("complete -c torvex -n {} -l {} -d {}{}\n", inside,
-                            option.names.back().substr(2), shellQuoted(option.what), values);
+      for (const std::string& name : longNames(option)) {
+        script += fmt::format("complete -c torvex -n {} -l {} -d {}{}\n", inside, name.substr(2),
+                              shellQuoted(option.what), values);
+      }
     }
   }
-  std::string takers = takeKeys;
-  std::replace(takers.begin(), takers.end(), '|', ' ');
-  return script + fmt::format("complete -c torvex -n '__fish_seen_subcommand_from {}' -a {}\n",
-                              takers, shellQuoted(fmt::format("({})", printKeys)));
+  script += fmt::format(
+      "complete -c torvex -n __fish_use_subcommand -f -a help -d 'Help of a subcommand'\n"
+      "complete -c torvex -n '__fish_seen_subcommand_from help' -f -a {}\n",
+      shellQuoted(commandNames(commands)));
+  for (const Source& source : sources) {
+    std::string takers = source.takers;
+    std::replace(takers.begin(), takers.end(), '|', ' ');
+    script += fmt::format("complete -c torvex -n '__fish_seen_subcommand_from {}' -a {}\n", takers,
+                          shellQuoted(fmt::format("({})", source.print)));
+  }
+  return script;
 }
 
 }  // namespace

@@ -44,7 +44,7 @@ std::vector<std::string> UsageOption::choices() const {
     }
     found.push_back(part);
   }
-  return found.size() > 1 ? found : std::vector<std::string>();
+  return found;
 }
 
 std::vector<UsageCommand> usageOf(const CLI::App& app) {

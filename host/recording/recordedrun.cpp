@@ -2,6 +2,7 @@
 
 #include <cerrno>
 #include <cstring>
+#include <filesystem>
 #include <fstream>
 #include <map>
 #include <utility>
@@ -126,6 +127,9 @@ RecordedRun RecordedRun::read(const std::string& path, const Handler& handler) {
   std::ifstream file(path, std::ios::binary);
   if (!file) {
     throw UserError(path, {}, std::string("cannot be read: ") + std::strerror(errno));
+  }
+  if (std::filesystem::is_directory(path)) {
+    throw UserError(path, {}, "is a folder, not a recording");
   }
   RecordedRun run;
   Rows rows(run, handler);

@@ -244,9 +244,31 @@ std::string Findings::refusalText(const Event& event) const {
   return "refused";
 }
 
+const Findings::Worst* Findings::causeOf(const Key& key, const Worst& worst) const {
+  const auto& [kind, actuator] = key.second;
+  const int follower = actuator - static_cast<int>(machine_.description.actuators.size());
+  if (follower < 0) {
+    return nullptr;
+  }
+  const int leader = machine_.followers[static_cast<std::size_t>(follower)].actuator;
+  const auto found = worst_.find({key.first, {kind, leader}});
+  const bool isSame = found != worst_.end() && found->second.point == worst.point &&
+                      found->second.count == worst.count;
+  return isSame ? &found->second : nullptr;
+}
+
 std::vector<Finding> Findings::all() const {
+  std::map<const Worst*, std::size_t> followers;
+  for (const auto& [key, worst] : worst_) {
+    if (const Worst* const cause = causeOf(key, worst)) {
+      ++followers[cause];
+    }
+  }
   std::vector<Finding> findings;
   for (const auto& [key, worst] : worst_) {
+    if (causeOf(key, worst) != nullptr) {
+      continue;
+    }
     const EventKind kind = key.second.first;
     const bool whole = isAboutWholeBatch(kind);
     Finding& finding = findings.emplace_back();
@@ -261,6 +283,11 @@ std::vector<Finding> Findings::all() const {
     finding.isFailure = worst.isFailure;
     if (!whole && worst.count > 1) {
       finding.text += fmt::format(" (the worst of {} {}s)", worst.count, nounOf(kind));
+    }
+    if (const auto repeated = followers.find(&worst); repeated != followers.end()) {
+      finding.text += repeated->second == 1
+                          ? ", as does 1 joint that follows it"
+                          : fmt::format(", as do {} joints that follow it", repeated->second);
     }
   }
   return findings;

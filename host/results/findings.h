@@ -39,7 +39,8 @@ std::vector<Stretched> stretchedBatches(const std::vector<CommandBatch>& batches
 Json stretchedJson(const std::vector<Stretched>& batches);
 
 /// Gathers what is to be said of the batches of a plan, from the events of a run or of its
-/// rehearsal: of each kind, batch and actuator the worst one.
+/// rehearsal: of each kind, batch and actuator the worst one. What
+/// joints that follow it repeat is said with it.
 class Findings : public Listener {
  public:
   /// The arguments must outlive the object.
@@ -61,6 +62,8 @@ class Findings : public Listener {
   /// ScheduledBatch, kind, actuator.
   using Key = std::pair<std::uint32_t, std::pair<EventKind, int>>;
 
+  /// Of that which the actuator follows, where it is the same cause; null where there is none.
+  [[nodiscard]] const Worst* causeOf(const Key& key, const Worst& worst) const;
   [[nodiscard]] std::string textOf(const Event& event, const Point* points) const;
   [[nodiscard]] double excessOf(const Event& event, const Point* points) const;
   void note(const Event& event, double excess, const std::string& text);

@@ -148,7 +148,9 @@ class Door:
             connection.connect()
         except OSError as error:
             connection.close()
-            raise NotRunning(f"no machine answers at {self.address}: {error.strerror}; "
+            is_named = "/" not in self.address and isinstance(error, FileNotFoundError)
+            raise NotRunning((f"no machine '{self.address}' runs; " if is_named else
+                              f"no machine answers at {self.address}: {error.strerror}; ") +
                              "start one with 'torvex serve'") from error
         return connection
 

@@ -63,20 +63,24 @@ class Client(DoorTest):
         self.assertIn("no machine runs", self.said(0, "ps"))
         for command in (["get", "a/Value"], ["hold"], ["events"], ["send", "a/Value", "1@1"]):
             self.assertIn("no machine runs", self.said(2, *command))
-        with self.assertRaises(torvex.NotRunning):
+        with self.assertRaisesRegex(torvex.NotRunning, "no machine 'm' runs"):
             torvex.connect("m")
 
     def test_commands_from_the_command_line(self):
         with self.served():
             self.assertRegex(self.said(0, "ps"), r"m +\d+ .* 3 +runs +-")
-            self.assertIn("taken: 2 points", self.said(0, "send", "a/Value", "0.1@0.1", "0.2@0.3"))
-            self.said(2, "send", "a/Value", "7@9")
-            self.assertIn("is not VALUE@SECONDS", self.said(2, "send", "a/Value", "7"))
+            self.assertIn("taken: 2 points", self.said(0, "send", "a", "0.1@0.1", "0.2@0.3"))
+            for wrong, *command in (("7@9: ", "send", "a", "7@9"), ("7: error: is not VALUE@SECONDS", "send", "a", "7"),
+                                    ("a/Value: error: there is no such file", "send", "a/Value"),
+                                    ("n: ", "stop", "a", "n"), ("n: ", "hold", "n"), ("--since: ", "events", "--since", "999")):
+                self.assertTrue(self.said(2, *command).replace("torvex: error: ", "").startswith(wrong), command)
             self.assertIn("taken", self.said(0, "set", "s/Value", 4))
             self.assertIn("use 'torvex send", self.said(2, "set", "a/Value", 0.5))
             machine = torvex.connect("m")
             self.assertTrue(self.comes_to_rest(machine))
-            self.assertEqual(self.said(0, "get", "a/Value"), "0.2\n")
+            self.assertEqual(self.said(0, "get", "a"), "0.2\n")
+            self.assertEqual(self.said(0, "get", "--keys", "--actuators", "*"), "a/Value\nb/Value\ns/Value\n")
+            self.assertEqual(self.said(0, "release"), "nothing was held\n")
             self.assertEqual(self.said(0, "get", "s/Value", "b/Value").split()[1::2], ["4", "0"])
             self.assertIn("did you mean 'a/Value'", self.said(2, "get", "a/Valu"))
             self.assertIn("held: 3 actuators", self.said(0, "hold"))
@@ -86,7 +90,7 @@ class Client(DoorTest):
             self.said(1, "send", "b/Value", "0@1")
             events = self.said(0, "events", "--once")
             for kind in ("taken", "reached", "held", "released"):
-                self.assertRegex(events, rf"\n +[\d.]+ {kind} ")
+                self.assertRegex(events, rf"\n +\d+ +[\d.]+ {kind} ")
 
     def test_plays_motions_to_their_end_or_to_rest(self):
         write("m.motion.yaml", swing)

@@ -15,7 +15,7 @@ import xml.etree.ElementTree
 
 import jsonschema
 
-from tool import ToolTest, read, root, start, started_run, write
+from tool import ToolTest, read, root, start, started_run, tool, write
 
 example = root / "examples/humanoid"
 humanoid, wave, greeting = (example / f"{name}.yaml" for name in ("humanoid", "wave", "greeting"))
@@ -263,6 +263,13 @@ class Tool(ToolTest):
         self.assertTrue(read("t.csv").startswith(read("c.csv")))
         self.assertGreater(len(rows("c.csv")[1]), info["rows"] // 4)
 
+    def test_says_why_standard_output_cannot_be_written(self):
+        for command in ("--help",), ("--version",), ("help", "run"), ("check", humanoid, wave), ("list", humanoid):
+            with open("/dev/full", "w", encoding="utf-8") as full:
+                done = subprocess.run([tool, *command], stdout=full, stderr=subprocess.PIPE, text=True, check=False)
+            self.assertEqual((done.returncode, done.stderr), (
+                1, "torvex: error: standard output cannot be written: No space left on device\n"), command)
+
     def test_runs_on_when_a_recording_ends_early(self):
         said = self.said_by_run(1, humanoid, wave, "--record", "/dev/full")
         self.assertIn("error: the recording was not written: /dev/full: No space left", said)
@@ -317,8 +324,9 @@ class Tool(ToolTest):
 
     def test_completes_what_bash_asks_for(self):
         for words, wanted in (("torvex fle", "fleet"), ("torvex fleet ", "ps play hold release stop"),
-                              ("torvex fleet hold ", ""), ("torvex fleet --a", "--at"),
-                              ("torvex run --clock s", "simulated")):
+                              ("torvex fleet hold ", ""), ("torvex fleet --a", "--at"), ("torvex help wat", "watch"),
+                              ("torvex run --l", "--late"), ("torvex serve --no", "--no-strict"), ("torvex bridge ", "ros2"),
+                              ("torvex run --trace ", ""), ("torvex run --clock s", "simulated")):
             script = (self.said(0, "completion", "bash") + f"COMP_WORDS=({words.rpartition(' ')[0]} '"
                       f"{words.rpartition(' ')[2]}'); COMP_CWORD=$((${{#COMP_WORDS[@]}} - 1)); _torvex; echo ${{COMPREPLY[@]}}")
             self.assertEqual(subprocess.run(["bash", "-c", script], text=True, capture_output=True,

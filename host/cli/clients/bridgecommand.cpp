@@ -105,7 +105,9 @@ std::string topicGiven(const std::string& text) {
   const std::size_t sign = text.find('=');
   if (std::find(kinds.begin(), kinds.end(), text.substr(0, sign)) == kinds.end() ||
       sign == std::string::npos || !isTopic(text.substr(sign + 1))) {
-    refuseOption("--topics", "'" + text + "' is not KIND=TOPIC, such as joint_states=*/states");
+    refuseOption("--topics",
+                 fmt::format("'{}' is not KIND=TOPIC, such as joint_states=*/states; kinds are {}",
+                             text, fmt::join(kinds, ", ")));
   }
   return text;
 }
@@ -154,7 +156,7 @@ void addBridgeCommand(CLI::App& app, Command& chosen) {
       "and\n"
       "the signal's number when a signal stopped it.",
       [options] { return bridgeTo(*options); }, chosen);
-  addArgument(command, "NETWORK", options->network, "ros2");
+  addArgument(command, {"NETWORK", "ros2", "What they are connected to", ""}, options->network);
   addArguments(command, "NAME", options->machines, true,
                "Machines of 'torvex ps', or the paths of their sockets");
   addOption(command,

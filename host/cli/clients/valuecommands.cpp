@@ -5,6 +5,7 @@
 #include <memory>
 #include <nlohmann/json.hpp>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "host/base/attributekey.h"
@@ -24,6 +25,7 @@ namespace {
 struct GetOptions {
   std::vector<std::string> keys;
   std::string machine;
+  bool actuators = false;
   bool keysAlone = false;
   bool json = false;
 };
@@ -43,9 +45,26 @@ std::string valuesTarget(const std::vector<std::string>& keys) {
   return target;
 }
 
+/// Leaves out what is no value of an actuator.
+void keepActuators(DoorClient& door, Json& values) {
+  const Json machine = door.get("/v1/machine");
+  Json kept = Json::object();
+  for (const Json& axis : memberOf(machine, "axes")) {
+    const std::string key = textOf(axis, "key");
+    if (const auto value = values.find(key); value != values.end()) {
+      kept[key] = *value;
+    }
+  }
+  values = std::move(kept);
+}
+
 int getValues(const GetOptions& options) {
   const StopSignal stopSignal;
-  const Json answer = DoorClient(doorOf(options.machine)).get(valuesTarget(options.keys));
+  DoorClient door(doorOf(options.machine));
+  Json answer = door.get(valuesTarget(options.keys));
+  if (options.actuators) {
+    keepActuators(door, answer["values"]);
+  }
   if (options.json) {
     return writeOut(printed(answer, 2) + "\n");
   }
@@ -116,6 +135,7 @@ void addValueCommands(CLI::App& app, Command& chosen) {
                "Attributes, or patterns as in the shell: '*/Value'; a bare key, such as "
                "head_yaw/Value, is taken under Device/SubDeviceList/, and the name of an "
                "actuator means its value");
+  addFlag(getting, "--actuators", get->actuators, "The values of actuators alone");
   addFlag(getting, "--keys", get->keysAlone, "Print the keys alone, bare where they can be");
   addFlag(getting, "--json", get->json, "An object, with the number and the time of the cycle");
   addExclusion(getting, "--keys", "--json");
