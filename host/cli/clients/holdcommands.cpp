@@ -3,6 +3,7 @@
 #include <fmt/format.h>
 
 #include <algorithm>
+#include <cstdint>
 #include <memory>
 #include <nlohmann/json.hpp>
 #include <string>
@@ -46,10 +47,11 @@ int release(const AxesOptions& options) {
   const Json answer = door.post("/v1/release", bodyOf(options));
   const Json& released = memberOf(answer, "axes");
   const Json& axes = memberOf(before, "axes");
-  const auto count = std::count_if(axes.begin(), axes.end(), [&](const Json& axis) {
-    return !memberOf(axis, "held").is_null() &&
-           std::count(released.begin(), released.end(), memberOf(axis, "name")) > 0;
-  });
+  const auto count =
+      static_cast<std::uint64_t>(std::count_if(axes.begin(), axes.end(), [&](const Json& axis) {
+        return !memberOf(axis, "held").is_null() &&
+               std::count(released.begin(), released.end(), memberOf(axis, "name")) > 0;
+      }));
   say(count == 0 ? std::string("nothing was held\n")
                  : fmt::format("released: {}\n", counted(count, "actuator")));
   return okStatus;
