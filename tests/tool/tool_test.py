@@ -7,6 +7,7 @@ import json
 import os
 import pathlib
 import re
+import shlex
 import signal
 import struct
 import subprocess
@@ -135,7 +136,7 @@ class Tool(ToolTest):
         self.assertGreater(len(cases), 20)
         for case in cases:
             arguments, expected = case.split("\n", 1)
-            arguments = arguments.split()
+            arguments = shlex.split(arguments)
             if arguments[0] == "run" and len(arguments) < 5:
                 arguments += ["--trace", "t.csv"]
             if arguments[0] in ("run", "serve") and "--pool" not in arguments:
