@@ -22,6 +22,15 @@ std::string emptyFault(const std::string& text) {
   return text.empty() ? "is empty" : "";
 }
 
+/// The option "--NAME", which is there. The parser's own search ends the process when memory runs
+/// out.
+CLI::Option* optionNamed(CLI::App& command, const std::string& name) {
+  const auto named = [&name](const CLI::Option* option) {
+    return option->check_lname(name.substr(2));
+  };
+  return command.get_options(named).front();
+}
+
 }  // namespace
 
 CLI::App& addSubcommand(CLI::App& app, const char* name, const char* what,
@@ -82,12 +91,12 @@ void addRepeatable(CLI::App& command, const OptionText& text, const Take& take) 
 
 void addNeed(CLI::App& command, const std::vector<const char*>& options, const char* needed) {
   for (const char* const option : options) {
-    command.get_option(option)->needs(command.get_option(needed));
+    optionNamed(command, option)->needs(optionNamed(command, needed));
   }
 }
 
 void addExclusion(CLI::App& command, const char* option, const char* other) {
-  command.get_option(option)->excludes(command.get_option(other));
+  optionNamed(command, option)->excludes(optionNamed(command, other));
 }
 
 void refuseOption(const std::string& option, const std::string& why) {
