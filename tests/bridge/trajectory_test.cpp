@@ -3,7 +3,10 @@
 #include "bridge/trajectory.h"
 
 #include <gtest/gtest.h>
+#include <poll.h>
+#include <unistd.h>
 
+#include <array>
 #include <cmath>
 #include <cstdint>
 #include <limits>
@@ -13,6 +16,7 @@
 #include <vector>
 
 #include "bridge/configuration.h"
+#include "bridge/outlet.h"
 #include "host/base/values.h"
 #include "tests/support/random.h"
 
@@ -194,6 +198,38 @@ TEST(Trajectory, IsTakenFaithfullyOrRefused) {
     }
   }
   EXPECT_GT(taken, 500);
+}
+
+TEST(Outlet, DropsWhatNobodyReadsAndSaysHowMuch) {
+  constexpr std::uint64_t all = 40'000;
+  std::array<int, 2> ends{};
+  ASSERT_EQ(pipe(ends.data()), 0);
+  auto* const outlet = new bridge::Outlet(ends[1]);  // as long as the process
+  for (std::uint64_t i = 0; i < all; ++i) {
+    outlet->add(std::string(99, 'x'));
+  }
+  EXPECT_FALSE(outlet->finish());
+  std::uint64_t read = 0;
+  std::uint64_t dropped = 0;
+  std::string rest;
+  constexpr int patienceMs = 20'000;
+  pollfd end{ends[0], POLLIN, 0};
+  while (read + dropped < all) {
+    ASSERT_EQ(poll(&end, 1, patienceMs), 1) << read << " and " << dropped;
+    std::array<char, 4096> chunk{};
+    rest.append(chunk.data(),
+                static_cast<std::size_t>(::read(ends[0], chunk.data(), chunk.size())));
+    while (rest.find('\n') != std::string::npos) {
+      if (rest[0] == 'x') {
+        ++read;
+      } else {
+        dropped += std::stoull(rest.substr(std::string("torvex: warning: ").size()));
+      }
+      rest.erase(0, rest.find('\n') + 1);
+    }
+  }
+  EXPECT_EQ(read + dropped, all);
+  EXPECT_GT(dropped, all / 4);
 }
 
 TEST(Configuration, NamesTopicsByTheMachine) {
