@@ -204,7 +204,7 @@ TEST(Outlet, DropsWhatNobodyReadsAndSaysHowMuch) {
   constexpr std::uint64_t all = 40'000;
   std::array<int, 2> ends{};
   ASSERT_EQ(pipe(ends.data()), 0);
-  auto* const outlet = new bridge::Outlet(ends[1]);  // as long as the process
+  static auto* const outlet = new bridge::Outlet(ends[1]);  // as long as the process
   for (std::uint64_t i = 0; i < all; ++i) {
     outlet->add(std::string(99, 'x'));
   }
