@@ -138,6 +138,29 @@ std::string bashScript(const std::vector<UsageCommand>& commands) {
       shellQuoted(printMachines));
 }
 
+/// What a command's `_arguments` is told of its options.
+std::string zshOptions(const UsageCommand& command) {
+  std::string options;
+  for (const UsageOption& option : command.options) {
+    if (option.isArgument || longNames(option).front() == "--help") {
+      continue;
+    }
+    std::string what = option.what;
+    for (const char special : {'[', ']', ':'}) {
+      std::replace(what.begin(), what.end(), special, ' ');
+    }
+    const std::vector<std::string> choices = option.choices();
+    const std::string values = option.type.empty() ? ""
+                               : choices.empty()   ? ":value:_files"
+                                                   : fmt::format(":value:({})", joined(choices));
+    for (const std::string& name : longNames(option)) {
+      options +=
+          fmt::format(" \\\n      {}", shellQuoted(fmt::format("{}[{}]{}", name, what, values)));
+    }
+  }
+  return options;
+}
+
 std::string zshScript(const std::vector<UsageCommand>& commands) {
   std::string names;
   std::string options;
@@ -146,24 +169,7 @@ std::string zshScript(const std::vector<UsageCommand>& commands) {
     names += "    " + shellQuoted(command.name + ":" + command.what) + "\n";
     options += fmt::format("    {}) _arguments{} '*: :->argument'", command.name,
                            firstWords.empty() ? "" : fmt::format(" '1: :({})'", firstWords));
-    for (const UsageOption& option : command.options) {
-      if (option.isArgument || longNames(option).front() == "--help") {
-        continue;
-      }
-      std::string what = option.what;
-      for (const char special : {'[', ']', ':'}) {
-        std::replace(what.begin(), what.end(), special, ' ');
-      }
-      const std::vector<std::string> choices = option.choices();
-      const std::string values = option.type.empty() ? ""
-                                 : choices.empty()   ? ":value:_files"
-                                                     : fmt::format(":value:({})", joined(choices));
-      for (const std::string& name : longNames(option)) {
-        options +=
-            fmt::format(" \\\n      {}", shellQuoted(fmt::format("{}[{}]{}", name, what, values)));
-      }
-    }
-    options += " ;;\n";
+    options += zshOptions(command) + " ;;\n";
   }
   options += fmt::format("    help) _arguments '1: :({})' ;;\n", commandNames(commands));
   std::string arguments;

@@ -21,7 +21,7 @@
 namespace host {
 namespace {
 
-constexpr char ending[] = ".sock";
+constexpr char socketEnding[] = ".sock";
 constexpr mode_t userAlone = 0600;
 /// What a lock holds once its door has made a token; before that, nothing.
 constexpr char tokenMark[] = "token\n";
@@ -44,15 +44,15 @@ std::string defaultDoorPath(const std::string& machineName) {
         "there is no folder for the socket: XDG_RUNTIME_DIR is not set, and no /run/user/UID; give "
         "--socket PATH");
   }
-  return folder + "/" + machineName + ending;
+  return folder + "/" + machineName + socketEnding;
 }
 
 DoorPlace::DoorPlace(const std::string& path) : path_(path) {
   const std::filesystem::path given(path);
   const std::string name = given.filename().string();
-  const std::size_t length = std::strlen(ending);
-  if (name.size() <= length || name.compare(name.size() - length, length, ending) != 0) {
-    throw simulation::Error(fmt::format("'{}' does not end in NAME{}", path, ending));
+  const std::size_t length = std::strlen(socketEnding);
+  if (name.size() <= length || name.compare(name.size() - length, length, socketEnding) != 0) {
+    throw simulation::Error(fmt::format("'{}' does not end in NAME{}", path, socketEnding));
   }
   if (path.size() >= sizeof sockaddr_un::sun_path) {
     throw simulation::Error(
@@ -69,7 +69,7 @@ DoorPlace::DoorPlace(const std::string& path) : path_(path) {
 
 DoorPlace::~DoorPlace() {
   if (hasSocket_) {
-    unlinkat(folder_.number(), beside(ending).c_str(), 0);
+    unlinkat(folder_.number(), beside(socketEnding).c_str(), 0);
   }
   if (hasToken_) {
     unlinkat(folder_.number(), beside(".token").c_str(), 0);
@@ -123,7 +123,7 @@ void DoorPlace::takeLock() {
     }
     hadToken_ = content == tokenMark;
     if (flock(lock_.number(), LOCK_EX | LOCK_NB) != 0) {
-      fail(beside(ending), "a running machine has this door; give another --socket PATH");
+      fail(beside(socketEnding), "a running machine has this door; give another --socket PATH");
     }
     // Whoever had the lock before may have removed it meanwhile.
     if (fstatat(folder_.number(), name.c_str(), &there, AT_SYMLINK_NOFOLLOW) == 0 &&
@@ -135,7 +135,7 @@ void DoorPlace::takeLock() {
 }
 
 void DoorPlace::removeLeftover() const {
-  const std::string name = beside(ending);
+  const std::string name = beside(socketEnding);
   struct stat status {};
   if (fstatat(folder_.number(), name.c_str(), &status, AT_SYMLINK_NOFOLLOW) != 0) {
     return;
@@ -147,7 +147,7 @@ void DoorPlace::removeLeftover() const {
 }
 
 simulation::Descriptor DoorPlace::listen() {
-  const std::string name = beside(ending);
+  const std::string name = beside(socketEnding);
   sockaddr_un address{};
   address.sun_family = AF_UNIX;
   // Through the descriptor, so that it is this folder whatever its path means by now.
