@@ -78,13 +78,6 @@ Late lateNamed(const std::string& text) {
   return text == "stand" ? Late::stand : Late::catchUp;
 }
 
-const std::string& notEmpty(const std::string& option, const std::string& text) {
-  if (text.empty()) {
-    refuseOption(option, "is empty");
-  }
-  return text;
-}
-
 }  // namespace
 
 double positiveNumber(const std::string& option, const std::string& text) {
@@ -196,13 +189,11 @@ void addGuard(CLI::App& command, GuardMode& guard) {
 
 void addPreferenceDirectory(CLI::App& command, std::string& path) {
   addOption(command,
-            {"--directory", "DIR", "Preference directory, created when it is missing", path},
-            [&path](const std::string& text) { path = notEmpty("--directory", text); });
+            {"--directory", "DIR", "Preference directory, created when it is missing", path}, path);
 }
 
 void addPool(CLI::App& command, const char* help, std::string& name) {
-  addOption(command, {"--pool", "NAME", help, ""},
-            [&name](const std::string& text) { name = notEmpty("--pool", text); });
+  addOption(command, {"--pool", "NAME", help, ""}, name);
 }
 
 void addPoolMode(CLI::App& command, std::optional<std::uint32_t>& mode) {

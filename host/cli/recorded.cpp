@@ -95,12 +95,7 @@ void addRecord(CLI::App& command, RecordOptions& options) {
   addOption(
       command,
       {"--record-folder", "DIR", "Where the files of the ring go, created when it is missing", "."},
-      [&options](const std::string& text) {
-        if (text.empty()) {
-          refuseOption("--record-folder", "is empty");
-        }
-        options.ringFolder = text;
-      });
+      options.ringFolder);
   addOption(
       command,
       {"--record-files", "COUNT", "How many files the ring may write in one run",
