@@ -55,10 +55,6 @@ void note(int signal) {
 }  // namespace
 
 StopSignal::StopSignal() {
-  gReceived = 0;
-  gFirstNs = 0;
-  gRepeated = false;
-  gNextEnds = false;
   struct sigaction action {};
   action.sa_handler = note;
   sigemptyset(&action.sa_mask);
@@ -77,6 +73,10 @@ StopSignal::~StopSignal() {
     sigaction(stopping[i], &previous_[i], nullptr);
   }
   sigaction(SIGPIPE, &previousPipe_, nullptr);
+  gReceived = 0;
+  gFirstNs = 0;
+  gRepeated = false;
+  gNextEnds = false;
 }
 
 bool StopSignal::isRepeated() noexcept {

@@ -75,10 +75,12 @@ bool Window::isShort(const Path& path) const {
   if (!items_.empty() && items_.back().timeMs < path.reachMs) {
     return true;
   }
-  const std::int64_t itemMs = next(path).timeMs;
   const bool isFew =
       items_.size() < windowItems || items_[items_.size() - windowItems].timeMs <= path.nextMs();
-  return itemMs <= path.nextMs() + (isFew ? furthestAheadMs : windowMs);
+  const std::int64_t enoughMs = path.nextMs() + (isFew ? furthestAheadMs : windowMs);
+  // What follows is not before the last item: mostly that alone decides.
+  const bool endsBehind = !items_.empty() && items_.back().timeMs > enoughMs;
+  return !endsBehind && next(path).timeMs <= enoughMs;
 }
 
 void Window::fill(const Path& path, std::size_t mostItems) {
