@@ -1,6 +1,7 @@
 #pragma once
 
 #include <array>
+#include <cstddef>
 #include <cstdint>
 
 namespace host {
@@ -16,6 +17,8 @@ struct Cycle {
 /// Written by the cycle, read by the command thread, both under the gate. Fixed size.
 class CycleLog {
  public:
+  static constexpr std::size_t most = 4096;
+
   void add(const Cycle& cycle) noexcept { cycles_[count_++ % cycles_.size()] = cycle; }
 
   /// How many were added; they are numbered from 0.
@@ -29,7 +32,7 @@ class CycleLog {
   }
 
  private:
-  std::array<Cycle, 4096> cycles_{};
+  std::array<Cycle, most> cycles_{};
   std::uint64_t count_ = 0;
 };
 

@@ -54,7 +54,8 @@ class Streamer {
   /// Before the first cycle: lays in the nodes for all that has come, at least so many an axis,
   /// and hands over what is due by then. May throw `std::bad_alloc`, as `pass`.
   void start(const std::vector<std::size_t>& nodes);
-  /// Before the first cycle: has the cycle note for the journal what others write.
+  /// Before the first cycle: has the cycle note for the journal what others write. Takes the memory
+  /// for it.
   void keepWrites();
 
   /// One pass, between two cycles or beside one.
@@ -191,8 +192,10 @@ class Streamer {
   /// Axes that the guard shall let go.
   std::vector<int> releasing_;
 
-  /// The first cycle that the journal has not seen, and room for what others wrote.
+  /// The first cycle that the journal has not seen, and room for what it is told of: cycles off the
+  /// grid, and what others wrote.
   std::uint64_t nextNoted_ = 0;
+  std::vector<Cycle> irregular_;
   std::vector<ForeignWrite> writes_;
   /// What is taken next, of a journal that is followed.
   Order followed_;

@@ -16,6 +16,7 @@ constexpr std::size_t mostWrites = std::size_t{1} << 15;
 }  // namespace
 
 void Streamer::keepWrites() {
+  irregular_.reserve(CycleLog::most);
   writes_.reserve(mostWrites);
   cycles_.writes.reserve(mostWrites);
 }
@@ -25,7 +26,7 @@ void Streamer::noteCycles() {
   if (!journal_.isKept()) {
     return;
   }
-  std::vector<Cycle> irregular;
+  irregular_.clear();
   bool isComplete = true;
   {
     const std::lock_guard hold(gate_);
@@ -34,7 +35,7 @@ void Streamer::noteCycles() {
     for (std::uint64_t i = std::max(nextNoted_, log.oldest()); i < log.count(); ++i) {
       const Cycle& cycle = log.at(i);
       if (cycle.timeMs - cycle.previousMs != cycleMs_) {
-        irregular.push_back(cycle);
+        irregular_.push_back(cycle);
       }
     }
     nextNoted_ = log.count();
@@ -43,7 +44,7 @@ void Streamer::noteCycles() {
   if (!isComplete) {
     journal_.note({JournalEntry::Kind::gap, latestMs_});
   }
-  for (const Cycle& cycle : irregular) {
+  for (const Cycle& cycle : irregular_) {
     JournalEntry entry{JournalEntry::Kind::cycle, cycle.previousMs};
     entry.timeMs = cycle.timeMs;
     journal_.note(std::move(entry));
