@@ -5,6 +5,7 @@
 #include <CLI/CLI.hpp>
 #include <algorithm>
 #include <sstream>
+#include <utility>
 
 #include "host/base/closest.h"
 #include "host/base/visible.h"
@@ -167,9 +168,28 @@ std::string mismatch(const CLI::App& app, const std::string& said) {
   return said;
 }
 
+/// "--NAME=" becomes two words, of which the second is the empty value: the parser would take the
+/// next word for the value.
+std::vector<std::string> wordsIn(int argc, char** argv) {
+  std::vector<std::string> words;
+  bool mayBeOption = true;
+  for (int i = 1; i < argc; ++i) {
+    std::string& word = words.emplace_back(argv[i]);
+    mayBeOption = mayBeOption && word != "--";
+    const std::size_t sign = word.find('=');
+    if (mayBeOption && word.rfind("--", 0) == 0 && sign > 2 && sign == word.size() - 1) {
+      word.pop_back();
+      words.emplace_back();
+    }
+  }
+  return words;
+}
+
 int parse(CLI::App& app, int argc, char** argv) {
   try {
-    app.parse(argc, argv);
+    std::vector<std::string> words = wordsIn(argc, argv);
+    std::reverse(words.begin(), words.end());  // as the parser takes them
+    app.parse(std::move(words));
     return okStatus;
   } catch (const CLI::ExtrasError& error) {
     const std::string what = unexpected(app);
