@@ -234,7 +234,7 @@ class Fleet(DoorTest):
     def says_what_the_machines_warn_of(self):
         said = self.said(1, "fleet", "play", "fleet.yaml", "steep.yaml", "--at", "0.001")
         for name in "ab":
-            self.assertRegex(said, f"warning: {name}: steep.yaml:1:[0-9]+: x moves [0-9.]+ a second .* above its limit 2")
+            self.assertRegex(said, f"steep.yaml:1:[0-9]+: warning: {name}: x moves [0-9.]+ a second .* above its limit 2")
         self.assertIn("--at must be at least", said)
 
     def stops_all(self):

@@ -3,6 +3,7 @@
 #include <filesystem>
 #include <nlohmann/json.hpp>
 
+#include "host/client/answer.h"
 #include "host/input/motiontexts.h"
 
 namespace host {
@@ -43,6 +44,17 @@ Json postMotions(DoorClient& door, const std::vector<std::string>& names, Json b
       files[wanted] = disk.read(wanted);
     }
   }
+}
+
+std::vector<Finding> warningsIn(const Json& answer) {
+  std::vector<Finding> warnings;
+  for (const Json& one : memberOf(answer, "warnings")) {
+    Finding& warning = warnings.emplace_back();
+    warning.path = textOf(one, "file");
+    warning.location = {countOf(one, "line"), countOf(one, "column")};
+    warning.text = textOf(one, "message");
+  }
+  return warnings;
 }
 
 }  // namespace host

@@ -5,6 +5,7 @@
 
 #include "host/base/values.h"
 #include "host/client/doorclient.h"
+#include "host/results/findings.h"
 
 namespace host {
 
@@ -12,5 +13,8 @@ namespace host {
 /// The texts of the files go with it, also of those that they name in turn. Throws as
 /// `DoorClient::post`, and `UserError` when a file cannot be read.
 Json postMotions(DoorClient& door, const std::vector<std::string>& names, Json body);
+
+/// What the answer to a dry run warns of.
+std::vector<Finding> warningsIn(const Json& answer);
 
 }  // namespace host

@@ -137,7 +137,9 @@ int play(const PlayOptions& options) {
   DoorClient door(socket);
   Json body = {{"ignore_unknown_joints", options.ignoreUnknownJoints}, {"dry_run", true}};
   Played played;
-  const Json keys = keysIn(postMotions(door, options.motions, body), played);
+  const Json expected = postMotions(door, options.motions, body);
+  complainAll("warning", warningsIn(expected));
+  const Json keys = keysIn(expected, played);
   Player player(door, keys);
   EventLines events(socket, "/v1/events");
   body["dry_run"] = false;
@@ -156,6 +158,7 @@ void addPlayCommand(CLI::App& app, Command& chosen) {
       app, "play", "Play motions on a running machine, and wait for their end",
       "Example, beside 'torvex serve examples/humanoid/humanoid.yaml':\n"
       "  torvex play examples/humanoid/wave.yaml\n\n"
+      "Before anything moves it warns as 'torvex check' does.\n"
       "Owns the actuators of the motions meanwhile: nobody else commands them, and when it is\n"
       "stopped (Ctrl-C), killed or cut off, they come to rest along a ramp.\n\n" +
           std::string(clientStatusText),

@@ -11,9 +11,7 @@
 #include <thread>
 #include <utility>
 
-#include "host/base/counted.h"
 #include "host/base/stopsignal.h"
-#include "host/base/usererror.h"
 #include "host/base/visible.h"
 #include "host/cli/fleet/commonstart.h"
 #include "host/cli/fleet/fleetfollow.h"
@@ -142,16 +140,11 @@ class FleetPlay {
 
   void sayWarnings() const {
     for (const Member& member : members_) {
-      const std::vector<std::string> warnings = member.view().warnings;
-      const std::size_t said = std::min(warnings.size(), UserError::mostShown);
-      for (std::size_t i = 0; i < said; ++i) {
-        complain(
-            fmt::format("torvex: warning: {}: {}\n", visible(member.name()), visible(warnings[i])));
+      std::vector<Finding> warnings = member.view().warnings;
+      for (Finding& warning : warnings) {
+        warning.text = member.name() + ": " + warning.text;
       }
-      if (said < warnings.size()) {
-        complain(fmt::format("torvex: warning: {}: {} more\n", visible(member.name()),
-                             counted(warnings.size() - said, "warning")));
-      }
+      complainAll("warning", warnings);
     }
   }
 

@@ -10,7 +10,6 @@
 #include <string_view>
 #include <utility>
 
-#include "host/base/usererror.h"
 #include "host/cli/clients/motionrequest.h"
 #include "host/cli/status.h"
 #include "host/client/answer.h"
@@ -25,16 +24,6 @@ constexpr std::int64_t askEveryNs = 50 * nsPerMs;
 constexpr int shortWaitMs = 1000;
 /// Of a commander that has ended.
 constexpr std::string_view unknownReason = "unknown";
-
-/// What a machine that plays would warn of.
-std::vector<std::string> warningsIn(const Json& answer) {
-  std::vector<std::string> warnings;
-  for (const Json& one : memberOf(answer, "warnings")) {
-    const SourceLocation where{countOf(one, "line"), countOf(one, "column")};
-    warnings.push_back(shown({textOf(one, "file"), where}) + ": " + textOf(one, "message"));
-  }
-  return warnings;
-}
 
 /// Ends what a member does once it was ordered to leave.
 struct Leaves {};

@@ -18,6 +18,7 @@
 #include "host/cli/fleet/fleetfile.h"
 #include "host/cli/fleet/requests.h"
 #include "host/client/doorclient.h"
+#include "host/results/findings.h"
 
 namespace host {
 
@@ -58,8 +59,8 @@ class Member {
     /// What its first points need, and how long it took to find that out.
     std::int64_t approachMs = 0;
     std::int64_t preparedInMs = 0;
-    /// What the machine would warn of in its motions, with their source locations.
-    std::vector<std::string> warnings;
+    /// What the machine would warn of in its motions.
+    std::vector<Finding> warnings;
     Played played;
   };
 
