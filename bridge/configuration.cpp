@@ -20,13 +20,13 @@ std::string replaced(std::string text, char sign, const std::string& by) {
 void refuseSharedTopics(const Configuration& configuration) {
   std::map<std::string, std::string> used;
   for (const std::string& machine : configuration.machines) {
-    for (const char* const kind : {"joint_states", "commanded_joint_states", "events",
-                                   "robot_description", "joint_trajectory"}) {
+    for (const char* const kind : kinds) {
       const std::string topic = topicOf(configuration, machine, kind);
       const std::string user = std::string(kind) + " of " + machine;
       if (const auto [other, isNew] = used.emplace(topic, user); !isNew && !topic.empty()) {
         throw std::runtime_error(other->second + " and " + user + " would both be the topic " +
-                                 topic.substr(3) + "; --topics KIND=TOPIC gives other names");
+                                 topic.substr(topicPrefix.size()) +
+                                 "; --topics KIND=TOPIC gives other names");
       }
     }
   }
@@ -76,7 +76,8 @@ std::string topicOf(const Configuration& configuration, const std::string& machi
       topic = given.substr(kind.size() + 1);
     }
   }
-  return topic.empty() ? "" : "rt/" + replaced(topic, '*', nameInTopics(machine));
+  return topic.empty() ? ""
+                       : std::string(topicPrefix) + replaced(topic, '*', nameInTopics(machine));
 }
 
 }  // namespace bridge

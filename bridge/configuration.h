@@ -1,10 +1,19 @@
 #pragma once
 
+#include <array>
 #include <cstdint>
 #include <string>
+#include <string_view>
 #include <vector>
 
 namespace bridge {
+
+/// The topics that a machine has.
+constexpr std::array<const char*, 5> kinds = {"joint_states", "commanded_joint_states", "events",
+                                              "robot_description", "joint_trajectory"};
+
+/// What DDS has before the name of a topic of ROS 2.
+constexpr std::string_view topicPrefix = "rt/";
 
 /// What `torvex bridge` hands over.
 struct Configuration {
@@ -30,8 +39,7 @@ Configuration readConfiguration(const std::string& argument);
 /// The name of a machine as its topics have it: what may not stand there becomes "_".
 std::string nameInTopics(const std::string& machine);
 
-/// The topic that a machine uses for "joint_states", "events" and so on, as DDS has it; empty
-/// where it is left out.
+/// The topic that a machine uses for one of `kinds`, as DDS has it; empty where it is left out.
 std::string topicOf(const Configuration& configuration, const std::string& machine,
                     const std::string& kind);
 

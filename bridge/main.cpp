@@ -12,6 +12,7 @@
 
 #include "bridge/intake.h"
 #include "bridge/network.h"
+#include "bridge/otherbridges.h"
 #include "bridge/output.h"
 #include "bridge/session.h"
 #include "bridge/topics.h"
@@ -56,7 +57,7 @@ void follow(const Configuration& configuration, const std::string& machine, Topi
 
 /// Until a signal comes. False when the network interface is not what it was: then everything ends
 /// as by a signal.
-bool watch(const Interface& interface) {
+bool watch(const Interface& interface, OtherBridges& others) {
   while (host::StopSignal::received() == 0) {
     std::this_thread::sleep_for(lookEvery);
     if (!interface.isAsBefore()) {
@@ -65,6 +66,7 @@ bool watch(const Interface& interface) {
       std::raise(SIGTERM);
       return false;
     }
+    others.look();
   }
   return true;
 }
@@ -75,11 +77,12 @@ int run(const Configuration& configuration) {
   for (const std::string& machine : configuration.machines) {
     topics.emplace_back(network, configuration, machine);
   }
+  OtherBridges others(network, configuration);
   std::vector<std::thread> threads;
   for (std::size_t i = 0; i < topics.size(); ++i) {
     threads.emplace_back([&, i] { follow(configuration, configuration.machines[i], topics[i]); });
   }
-  const bool isThere = watch(network.interface());
+  const bool isThere = watch(network.interface(), others);
   for (std::thread& thread : threads) {
     thread.join();
   }

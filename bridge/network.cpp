@@ -1,6 +1,7 @@
 #include "bridge/network.h"
 
 #include <fmt/format.h>
+#include <unistd.h>
 
 #include <array>
 #include <memory>
@@ -21,8 +22,17 @@ using Qos = std::unique_ptr<dds_qos_t, QosDeletion>;
 /// writer, and there are stacks that then do not see the writer.
 constexpr dds_duration_t mostBlocking = DDS_MSECS(99);
 
+/// By which other bridges, and people, tell this one.
+std::string ownMark() {
+  std::array<char, 65> host{};
+  gethostname(host.data(), host.size() - 1);
+  return fmt::format("{}process {} on {}", bridgeMark, getpid(), host.data());
+}
+
 Qos qosOf(Delivery delivery) {
   Qos qos(dds_create_qos());
+  const std::string mark = ownMark();
+  dds_qset_userdata(qos.get(), mark.data(), mark.size());
   const bool isReliable = delivery != Delivery::sensorData;
   const bool isLatched = delivery == Delivery::latched;
   dds_qset_reliability(

@@ -6,6 +6,7 @@
 #include <cstdint>
 #include <functional>
 #include <string>
+#include <string_view>
 
 #include "bridge/configuration.h"
 #include "bridge/interface.h"
@@ -30,6 +31,9 @@ class Entity {
 
 /// The settings of a domain, as the text that DDS reads.
 std::string domainText(const Configuration& configuration);
+
+/// The user data of a bridge's readers and writers begins so; what follows says which bridge it is.
+constexpr std::string_view bridgeMark = "torvex-bridge ";
 
 /// How a topic is told, in the words of ROS 2.
 enum class Delivery {

@@ -2,7 +2,8 @@
 // it hears of a machine, and sends what it reads. peer DOMAIN INTERFACE MACHINE
 //
 // In, a line each: SECONDS NANOSECONDS (the stamp) JOINT (TIME POSITION VELOCITY)...
-// Out: "measured JOINT VALUE...", "commanded JOINT VALUE...", "event JSON".
+// Out: "measured JOINT VALUE... at SECONDS", "commanded JOINT VALUE... at SECONDS", "event JSON",
+// "description URDF", which is empty when there is none any more.
 
 #include <dds/dds.h>
 #include <poll.h>
@@ -10,6 +11,7 @@
 
 #include <cmath>
 #include <cstdio>
+#include <iomanip>
 #include <iostream>
 #include <sstream>
 #include <string>
@@ -36,14 +38,18 @@ dds_qos_t* qosOf(bool isReliable) {
   return qos;
 }
 
-/// Hands over the messages that came.
-template <typename Message, typename Use>
-void take(dds_entity_t reader, const Use& use) {
+void keepOn() {}
+
+/// Hands over the messages that came, and tells when what was written is no more.
+template <typename Message, typename Use, typename Gone = void (*)()>
+void take(dds_entity_t reader, const Use& use, const Gone& gone = keepOn) {
   void* message = nullptr;
   dds_sample_info_t info;
   while (dds_take(reader, &message, &info, 1, 1) > 0) {
     if (info.valid_data) {
       use(*static_cast<const Message*>(message));
+    } else if (info.instance_state == DDS_IST_NOT_ALIVE_DISPOSED) {
+      gone();
     }
     dds_return_loan(reader, &message, 1);
   }
@@ -54,7 +60,10 @@ void print(const char* what, const State& state) {
   for (std::uint32_t i = 0; i < state.name_._length; ++i) {
     std::cout << ' ' << state.name_._buffer[i] << ' ' << state.position_._buffer[i];
   }
-  std::cout << '\n' << std::flush;
+  const auto& stamp = state.header_.stamp_;
+  std::cout << " at " << stamp.sec_ << '.' << std::setw(9) << std::setfill('0') << stamp.nanosec_
+            << '\n'
+            << std::flush;
 }
 
 void send(dds_entity_t writer, const std::string& line) {
@@ -97,16 +106,21 @@ struct Ends {
     events = dds_create_reader(
         participant, topic(participant, machine + "/events", std_msgs_msg_dds__String__desc),
         qosOf(true), nullptr);
+    dds_qos_t* const latched = qosOf(true);
+    dds_qset_durability(latched, DDS_DURABILITY_TRANSIENT_LOCAL);
+    description = dds_create_reader(
+        participant, topic(participant, "robot_description", std_msgs_msg_dds__String__desc),
+        latched, nullptr);
     writer = dds_create_writer(participant,
                                topic(participant, machine + "/joint_trajectory",
                                      trajectory_msgs_msg_dds__JointTrajectory__desc),
                                qosOf(true), nullptr);
   }
   [[nodiscard]] bool areAll() const {
-    return measured >= 0 && commanded >= 0 && events >= 0 && writer >= 0;
+    return measured >= 0 && commanded >= 0 && events >= 0 && description >= 0 && writer >= 0;
   }
 
-  dds_entity_t measured, commanded, events, writer;
+  dds_entity_t measured, commanded, events, description, writer;
 };
 
 void printWhatCame(const Ends& ends) {
@@ -115,6 +129,12 @@ void printWhatCame(const Ends& ends) {
   take<std_msgs_msg_dds__String_>(ends.events, [](const auto& message) {
     std::cout << "event " << message.data_ << '\n' << std::flush;
   });
+  const auto describe = [](const std::string& text) {
+    std::cout << "description " << text << '\n' << std::flush;
+  };
+  take<std_msgs_msg_dds__String_>(
+      ends.description, [&](const auto& message) { describe(message.data_); },
+      [&] { describe(""); });
 }
 
 /// Sends a trajectory for each line of the standard input, until that ends.

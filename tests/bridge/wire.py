@@ -127,16 +127,17 @@ def event(kind, text=""):
 
 class Wire(ToolTest):
     @contextlib.contextmanager
-    def bridge(self, spaces, how=signal.SIGTERM, interface="wire"):
-        bridge = Listened(spaces.inside(0, tool, "bridge", "ros2", "m-1", "--interface", interface, "--horizon", 5))
+    def bridge(self, spaces, *options, how=signal.SIGTERM, interface="wire"):
+        bridge = Listened(spaces.inside(0, tool, "bridge", "ros2", "m-1", "--interface", interface, "--horizon", 5,
+                                        *options))
         try:
             yield bridge
         finally:
-            self.assertIn(bridge.end(how), (-how, 128 + how))
+            self.assertEqual(bridge.end(how), -how if how == signal.SIGKILL else 128 + how)
 
     @contextlib.contextmanager
-    def served(self):
-        machine = Listened([tool, "serve", "m.yaml", "--pool", self.pool])
+    def served(self, file="m.yaml"):
+        machine = Listened([tool, "serve", file, "--pool", self.pool])
         try:
             machine.until(lambda line: ".sock" in line)
             yield
@@ -151,6 +152,11 @@ class Wire(ToolTest):
             self.addCleanup(peer.end)
             with self.bridge(spaces) as bridge:
                 bridge.until(lambda line: "waits for the machine" in line)
+                with self.bridge(spaces, "--topics", "events=", how=signal.SIGINT) as other:
+                    for each, one in ((bridge, other), (other, bridge)):
+                        each.until(lambda line, one=one: f"another bridge (process {one.process.pid} on " in line
+                                   and "m_1/joint_trajectory" in line and "taken by both" in line
+                                   and "events" not in line)
                 with self.served():
                     peer.until(position("measured", "a", 0))
                     self.commands(peer, bridge)
@@ -200,7 +206,7 @@ class Wire(ToolTest):
 
     def killed(self, spaces, peer):
         """The points that the machine has run out, and nothing jumps; the next bridge goes on."""
-        with self.bridge(spaces, signal.SIGKILL):
+        with self.bridge(spaces, how=signal.SIGKILL):
             peer.until(position("measured", "a", 0))
             self.sent(peer, 0, 0, "a", 2, 0.8, 0)
         with self.bridge(spaces):
@@ -217,7 +223,7 @@ class Wire(ToolTest):
             for number in range(2):
                 spaces.run(number, f"ip addr add 10.78.0.{number + 1}/24 dev side && ip link set side up")
             for interface, dropped in (("lo", 2), ("wire", 1)):
-                with self.bridge(spaces, interface=interface) as bridge:
+                with self.bridge(spaces, how=signal.SIGHUP, interface=interface) as bridge:
                     bridge.until(lambda line: "waits for the machine" in line)
                     self.expect_drops(spaces, {dropped})
                     self.assertNotIn("DDS", "".join(bridge.said))
@@ -245,32 +251,64 @@ class Wire(ToolTest):
             self.skipTest("a burst is longer than what a writer keeps")
         os.environ["XDG_RUNTIME_DIR"] = os.getcwd()
         write("m.yaml", machine_text)
+        write("m.urdf", "<robot name='m-1'><joint name='a' type='revolute'><limit lower='-1' upper='1' velocity='1'/>"
+              "</joint></robot>")
         reader, full = os.pipe()
         os.set_blocking(full, False)
         with contextlib.suppress(BlockingIOError):
             while True:
                 os.write(full, b"x")
         os.set_blocking(full, True)
-        with Namespaces() as spaces, self.served():
+        with Namespaces() as spaces:
             peer = Listened(spaces.inside(1, peer_program, 0, "wire", "m_1"))
             self.addCleanup(peer.end)
-            with self.bridge(spaces) as bridge:
-                peer.until(position("measured", "a", 0))
-                self.sent(peer, 0, 0, "a", 0.1, 0, 0)
-                for _ in range(60):
-                    peer.tell(0, 0, "b", 0.1, 0, 0)
-                for _ in range(60):
-                    bridge.until(lambda line: "for 1 joint, from now on: " in line)
-            command = spaces.inside(0, tool, "bridge", "ros2", "m-1", "--interface", "wire")
-            with subprocess.Popen([*ends_with_test, *command], stdout=full, stderr=full) as stuck:
-                try:
-                    self.sent(peer, 0, 0, "a", 0.5, 0.2, 0, wanted=position("commanded", "a", 0.2))
-                    stuck.terminate()
-                    self.assertEqual(stuck.wait(20), 128 + signal.SIGTERM)
-                finally:
-                    stuck.kill()
+            with self.bridge(spaces, "--rate", 50) as bridge:
+                with self.served("m.urdf"):
+                    peer.until(lambda line: line.startswith("description <robot name='m-1'>"))
+                with self.served():
+                    peer.until(lambda line: line == "description ")  # not that of the machine before
+                    peer.until(position("measured", "a", 0))
+                    self.keeps_the_rate(peer, 50)
+                    self.takes_a_burst(peer, bridge)
+            with self.served():
+                for closed, position_then in ((False, 0.2), (True, 0.4)):
+                    self.moves_unread(spaces, peer, full, closed, position_then)
         os.close(reader)
         os.close(full)
+
+    def keeps_the_rate(self, peer, rate_hz):
+        """One late state may be caught up with; each cycle would be twice as often."""
+        stamps = [float(peer.until(lambda line: line.startswith("measured")).split()[-1]) for _ in range(25)]
+        self.assertGreaterEqual(stamps[-1] - stamps[0], 20 / rate_hz)
+
+    def takes_a_burst(self, peer, bridge):
+        self.sent(peer, 0, 0, "a", 0.1, 0, 0)
+        for _ in range(60):
+            peer.tell(0, 0, "b", 0.1, 0, 0)
+        for _ in range(60):
+            bridge.until(lambda line: "for 1 joint, from now on: " in line)
+
+    def moves_unread(self, spaces, peer, full, is_closed, target):
+        """A bridge whose outputs nobody reads, or that has none, does its work and ends."""
+        command = spaces.inside(0, tool, "bridge", "ros2", "m-1", "--interface", "wire")
+        closing = ["sh", "-c", 'exec "$@" <&- >&- 2>&-', "sh"] if is_closed else []
+        with subprocess.Popen([*ends_with_test, *closing, *command], stdout=full, stderr=full) as unread:
+            try:
+                self.sent(peer, 0, 0, "a", 0.5, target, 0, wanted=position("commanded", "a", target))
+                if is_closed:  # else DDS would have its sockets there
+                    self.assertEqual({os.readlink(f"/proc/{unread.pid}/fd/{number}") for number in range(3)}, {"/dev/null"})
+                unread.terminate()
+                self.assertEqual(unread.wait(20), 128 + signal.SIGTERM)
+            finally:
+                unread.kill()
+
+    def test_refuses_what_it_cannot_do(self):
+        self.assertIn("would both be the topic m_1/joint_states", self.said(2, "bridge", "ros2", "m-1", "m_1"))
+        program = pathlib.Path(tool).with_name("torvex-bridge-ros2")
+        configuration = {"machines": ["m"], "domain": 0, "interface": "none", "rate": 0, "horizon": 1, "sensor_data": False,
+                         "topics": []}
+        for status, argument in ((2, "{}"), (1, json.dumps(configuration))):
+            self.assertEqual(subprocess.run([program, argument], check=False, capture_output=True).returncode, status)
 
 
 if __name__ == "__main__":
