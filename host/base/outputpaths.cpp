@@ -1,6 +1,7 @@
 #include "host/base/outputpaths.h"
 
 #include <fmt/format.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -11,17 +12,37 @@
 
 #include "host/base/usererror.h"
 #include "simulation/framework/outputfile.h"
+#include "simulation/framework/outputplace.h"
+#include "simulation/machine.h"
 
 namespace host {
 namespace {
 
 namespace fs = std::filesystem;
 
+/// Whether both lead to one name in one folder, by whatever links and mounts, also where nothing
+/// has the name yet.
+bool haveOneTarget(const std::string& one, const std::string& other) {
+  try {
+    const simulation::OutputPlace first = simulation::placeOf(one);
+    const simulation::OutputPlace second = simulation::placeOf(other);
+    struct stat firstFolder {};
+    struct stat secondFolder {};
+    return first.name == second.name && fstat(first.folder.number(), &firstFolder) == 0 &&
+           fstat(second.folder.number(), &secondFolder) == 0 &&
+           firstFolder.st_ino == secondFolder.st_ino && firstFolder.st_dev == secondFolder.st_dev;
+  } catch (const simulation::Error&) {
+    return false;  // no output can go there
+  }
+}
+
 /// Also where folders of the path are not there yet.
 bool isSamePlace(const std::string& one, const std::string& other) {
   std::error_code none;
-  return fs::equivalent(one, other, none) || fs::weakly_canonical(fs::absolute(one), none) ==
-                                                 fs::weakly_canonical(fs::absolute(other), none);
+  return fs::equivalent(one, other, none) ||
+         fs::weakly_canonical(fs::absolute(one), none) ==
+             fs::weakly_canonical(fs::absolute(other), none) ||
+         haveOneTarget(one, other);
 }
 
 /// Files with such names come and go beside an output. Also behind a link.

@@ -12,6 +12,12 @@ struct NamedOutput {
   std::string what;
 };
 
+/// What a process writes and reads.
+struct NamedFiles {
+  std::vector<NamedOutput> outputs;
+  std::vector<std::string> inputs;
+};
+
 /// Whether a path means what this process has for standard output.
 bool isStandardOutput(const std::string& path);
 

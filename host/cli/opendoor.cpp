@@ -2,8 +2,17 @@
 
 #include <fmt/format.h>
 
+#include <algorithm>
+#include <filesystem>
+#include <system_error>
+
+#include "host/base/visible.h"
+#include "host/server/motionfolder.h"
+
 namespace host {
 namespace {
+
+namespace fs = std::filesystem;
 
 /// "PORT" or "ADDRESS:PORT".
 TcpAddress addressNamed(const std::string& text) {
@@ -111,16 +120,54 @@ void addServeFlag(CLI::App& command, const char* what, bool& isServing, DoorOpti
       "--serve");
 }
 
+namespace {
+
+/// Whether a file is there that clients may play by the name that it has in the folder.
+bool isMotionIn(const std::string& folder, const std::string& path) {
+  std::error_code none;
+  const fs::path file = fs::weakly_canonical(path, none);
+  const fs::path below = fs::weakly_canonical(folder, none);
+  return isMotionName(file) && fs::exists(file, none) &&
+         std::mismatch(below.begin(), below.end(), file.begin(), file.end()).first == below.end();
+}
+
+}  // namespace
+
+void addFiles(const DoorOptions& options, const std::string& machineName, NamedFiles& files) {
+  if (!options.motionFolder.empty()) {
+    for (const NamedOutput& output : files.outputs) {
+      if (isMotionIn(options.motionFolder, output.path)) {
+        files.inputs.push_back(output.path);
+      }
+    }
+  }
+  fs::path socket = options.socketPath.empty() ? defaultDoorPath(machineName) : options.socketPath;
+  std::vector<NamedOutput> ofDoor = {{socket, "socket"},
+                                     {socket.replace_extension(".lock"), "lock of the socket"}};
+  if (options.tokenPath.empty()) {
+    ofDoor.push_back({socket.replace_extension(".token"), "token"});
+  } else {
+    files.inputs.push_back(options.tokenPath);
+  }
+  files.outputs.insert(files.outputs.begin(), ofDoor.begin(), ofDoor.end());
+}
+
 OpenDoor::OpenDoor(const MachineModel& machine, Torvex& torvex, const DoorOptions& options,
-                   const SessionOptions& session)
+                   const SessionOptions& session, const NamedFiles& files)
     : torvex_(torvex),
       options_(options),
       address_(addressOf(options.tcp)),
       access_(accessOf(options)),
       place_(options.socketPath.empty() ? defaultDoorPath(machine.name) : options.socketPath),
-      serviceOptions_{
-          options.isStrict, session.guard,  session.poolName,       session.preferenceDirectory,
-          address_,         access_.cookie, options.packageFolders, options.motionFolder},
+      serviceOptions_{options.isStrict,
+                      session.guard,
+                      session.poolName,
+                      session.preferenceDirectory,
+                      address_,
+                      access_.cookie,
+                      options.packageFolders,
+                      options.motionFolder,
+                      files},
       service_(machine, torvex, serviceOptions_),
       door_(place_.listen().release(), options.tcp, access_, service_),
       tokenPath_(options.tokenPath) {
@@ -130,9 +177,9 @@ OpenDoor::OpenDoor(const MachineModel& machine, Torvex& torvex, const DoorOption
 }
 
 std::string OpenDoor::announcement() {
-  std::string text = fmt::format("door     {}\n", place_.path());
+  std::string text = fmt::format("door     {}\n", visible(place_.path()));
   if (options_.tcp) {
-    text += fmt::format("         {}, token in {}\npage     {}\n", address_, tokenPath_,
+    text += fmt::format("         {}, token in {}\npage     {}\n", address_, visible(tokenPath_),
                         service_.newLink());
   }
   return text;

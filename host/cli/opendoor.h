@@ -4,6 +4,7 @@
 #include <string>
 #include <vector>
 
+#include "host/base/outputpaths.h"
 #include "host/cli/options.h"
 #include "host/engine/torvex.h"
 #include "host/input/machinemodel.h"
@@ -35,13 +36,18 @@ void addDoor(CLI::App& command, DoorOptions& options);
 /// `--serve`, and the same options, which need it.
 void addServeFlag(CLI::App& command, const char* what, bool& isServing, DoorOptions& options);
 
+/// Adds the files of the door of a machine with this name, and those that it reads. Throws
+/// `simulation::Error` where the door can have no place, and `UserError` when an output is a motion
+/// that clients may play.
+void addFiles(const DoorOptions& options, const std::string& machineName, NamedFiles& files);
+
 /// The door of a machine, from construction to destruction; `Torvex::run` lies in between.
 class OpenDoor {
  public:
-  /// The machine and its host must outlive the object. Throws `simulation::Error`, and
-  /// `UserError` for the file of the token.
+  /// The machine and its host must outlive the object. Clients replace none of the files. Throws
+  /// `simulation::Error`, and `UserError` for the file of the token.
   OpenDoor(const MachineModel& machine, Torvex& torvex, const DoorOptions& options,
-           const SessionOptions& session);
+           const SessionOptions& session, const NamedFiles& files);
 
   /// What clients may have written to a file; must outlive the object. Before it is open.
   void setRing(FlightRecorder* ring) { serviceOptions_.ring = ring; }

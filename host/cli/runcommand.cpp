@@ -112,12 +112,12 @@ bool isRefusedStrictly(const MachineModel& machine, const Plan& plan) {
 
 /// Runs it, shows how far it is, and has the door open meanwhile where that is wanted.
 void moveMachine(const RunOptions& options, const std::optional<DoorOptions>& doorOptions,
-                 const MachineModel& machine, Torvex& torvex, FlightRecorder* ring,
-                 LiveView& view) {
+                 const NamedFiles& files, const MachineModel& machine, Torvex& torvex,
+                 FlightRecorder* ring, LiveView& view) {
   std::optional<OpenDoor> door;
   if (doorOptions) {
     torvex.ownPlan("run");
-    door.emplace(machine, torvex, *doorOptions, options.session);
+    door.emplace(machine, torvex, *doorOptions, options.session, files);
     door->setRing(ring);
     report(options, options.json ? "" : door->announcement());
     door->open();
@@ -148,7 +148,11 @@ int run(RunOptions& options, const std::optional<DoorOptions>& doorOptions) {
   }
   const Plan plan = planRun(machine, batches, options.timing);
   view.clear();
-  checkOutputPaths(options, machine, batches);
+  NamedFiles files = filesOf(options, machine, batches);
+  if (doorOptions) {
+    addFiles(*doorOptions, machine.name, files);
+  }
+  checkFiles(options, files);
   if (options.strict && isRefusedStrictly(machine, plan)) {
     return badInputStatus;
   }
@@ -167,7 +171,7 @@ int run(RunOptions& options, const std::optional<DoorOptions>& doorOptions) {
   outcome.machine = machine.name;
   outcome.stretched = stretchedBatches(batches);
   announce(options, torvex, machine, batches, plan.schedule, outcome);
-  moveMachine(options, doorOptions, machine, torvex, outputs.recordings.ring, view);
+  moveMachine(options, doorOptions, files, machine, torvex, outputs.recordings.ring, view);
   finishOutputs(options, outputs, torvex.result(), log, outcome);
   judge(options, torvex.result(), plan, findings, outcome);
   return conclude(options, torvex.result(), plan, outcome);

@@ -54,14 +54,14 @@ bool leavesStandardOutput(const RunOptions& options) {
          isStandardOutput(options.recording.path);
 }
 
-void checkOutputPaths(const RunOptions& options, const MachineModel& machine,
-                      const std::vector<CommandBatch>& batches) {
+NamedFiles filesOf(const RunOptions& options, const MachineModel& machine,
+                   const std::vector<CommandBatch>& batches) {
   std::set<std::string> read(machine.paths.begin(), machine.paths.end());
   for (const CommandBatch& batch : batches) {
     read.insert({batch.path, batch.pointsPath});
   }
-  const std::vector<std::string> inputs(read.begin(), read.end());
-  std::vector<NamedOutput> outputs;
+  NamedFiles files{{}, {read.begin(), read.end()}};
+  std::vector<NamedOutput>& outputs = files.outputs;
   if (!options.tracePath.empty()) {
     outputs.push_back({options.tracePath, "trace"});
   }
@@ -74,7 +74,11 @@ void checkOutputPaths(const RunOptions& options, const MachineModel& machine,
     outputs.push_back({wanted.pathIn(options.session.preferenceDirectory),
                        "preference file of " + wanted.container});
   }
-  checkOutputs(outputs, inputs);
+  return files;
+}
+
+void checkFiles(const RunOptions& options, const NamedFiles& files) {
+  checkOutputs(files.outputs, files.inputs);
   if (options.json && leavesStandardOutput(options)) {
     throw UserError("/dev/stdout", {}, "holds the JSON object; name a file, or leave out --json");
   }

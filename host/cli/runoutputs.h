@@ -3,6 +3,7 @@
 #include <optional>
 #include <vector>
 
+#include "host/base/outputpaths.h"
 #include "host/cli/recorded.h"
 #include "host/engine/torvex.h"
 #include "host/engine/trace.h"
@@ -24,9 +25,12 @@ struct RunOutputs {
 /// Whether standard output is that of a file, so that the report has to go elsewhere.
 bool leavesStandardOutput(const RunOptions& options);
 
+/// Of a run without a door. Throws `simulation::Error` for what cannot be exported.
+NamedFiles filesOf(const RunOptions& options, const MachineModel& machine,
+                   const std::vector<CommandBatch>& batches);
+
 /// Throws `UserError` where outputs would overwrite each other, or what is read.
-void checkOutputPaths(const RunOptions& options, const MachineModel& machine,
-                      const std::vector<CommandBatch>& batches);
+void checkFiles(const RunOptions& options, const NamedFiles& files);
 
 /// Before anything moves. Throws when one of them cannot be written.
 void openOutputs(const RunOptions& options, const MachineModel& machine, const Plan& plan,

@@ -12,6 +12,7 @@
 #include "host/base/readiness.h"
 #include "host/base/stopsignal.h"
 #include "host/base/usersignal.h"
+#include "host/base/visible.h"
 #include "host/cli/opendoor.h"
 #include "host/cli/poolname.h"
 #include "host/cli/recorded.h"
@@ -49,17 +50,20 @@ void announce(const ServeOptions& options, OpenDoor& door) {
   for (const std::string& refused : prepareRealtime(options.session.cycleScheduling)) {
     complain("torvex: warning: " + refused + "\n");
   }
-  say(fmt::format("{}, a cycle every {} ms\n{}", options.machinePath, options.cycleMs,
+  say(fmt::format("{}, a cycle every {} ms\n{}", visible(options.machinePath), options.cycleMs,
                   door.announcement()));
 }
 
-void checkOutputPaths(const ServeOptions& options, const MachineModel& machine) {
-  std::vector<NamedOutput> outputs;
+/// Throws `UserError` where outputs would overwrite each other, or what is read.
+NamedFiles checkedFiles(const ServeOptions& options, const MachineModel& machine) {
+  NamedFiles files{{}, machine.paths};
   if (!options.tracePath.empty()) {
-    outputs.push_back({options.tracePath, "trace"});
+    files.outputs.push_back({options.tracePath, "trace"});
   }
-  addOutput(options.recording, outputs);
-  checkOutputs(outputs, machine.paths);
+  addOutput(options.recording, files.outputs);
+  addFiles(options.door, machine.name, files);
+  checkOutputs(files.outputs, files.inputs);
+  return files;
 }
 
 void sayDropped(const char* output, const RowQueue& rows) {
@@ -70,7 +74,7 @@ void sayDropped(const char* output, const RowQueue& rows) {
 
 /// Of a machine that goes on without it.
 void sayFailed(const std::string& why) {
-  complain("torvex: warning: the recording ended: " + why + "\n");
+  complain("torvex: warning: the recording ended: " + visible(why) + "\n");
 }
 
 /// False, with an error said, when it could not be written: what else there is does not suffer.
@@ -84,7 +88,8 @@ bool isFinished(const char* what, std::optional<Output>& output) {
     output->finish();
     return true;
   } catch (const std::exception& error) {
-    complain(fmt::format("torvex: error: the {} was not written: {}\n", what, error.what()));
+    complain(
+        fmt::format("torvex: error: the {} was not written: {}\n", what, visible(error.what())));
     return false;
   }
 }
@@ -103,7 +108,7 @@ int finish(std::optional<Trace>& trace, Recordings& recordings, RingWatch& watch
 int serve(ServeOptions& options) {
   const MachineModel machine = readMachineFile(options.machinePath);
   choosePool(options.session, machine.name);
-  checkOutputPaths(options, machine);
+  const NamedFiles files = checkedFiles(options, machine);
   const StopSignal stopSignal;
   const UserSignal userSignal;
   Plan plan;
@@ -114,7 +119,7 @@ int serve(ServeOptions& options) {
   Torvex torvex(machine, plan, options.session);
   std::optional<RingWatch> watch;
   {
-    OpenDoor door(machine, torvex, options.door, options.session);
+    OpenDoor door(machine, torvex, options.door, options.session, files);
     if (!options.tracePath.empty()) {
       openTrace(options, torvex, trace);
     }

@@ -5,6 +5,7 @@
 
 #include "host/base/attributekeys.h"
 #include "host/base/livevalues.h"
+#include "host/base/outputpaths.h"
 #include "host/base/values.h"
 #include "host/engine/torvex.h"
 #include "host/input/machinemodel.h"
@@ -29,6 +30,8 @@ struct ServiceOptions {
   std::vector<std::string> packageFolders;
   /// With motions that clients may play; empty for none.
   std::string motionFolder;
+  /// No export replaces them.
+  NamedFiles files;
   /// What clients may have written to a file; null for none.
   FlightRecorder* ring = nullptr;
 };

@@ -10,13 +10,16 @@
 
 namespace host {
 
+bool isMotionName(const std::string& name) {
+  const std::string ending = std::filesystem::path(name).extension();
+  return ending == ".yaml" || ending == ".yml" || ending == ".json";
+}
+
 Json MotionFolder::list() const {
   constexpr std::size_t most = 1000;
   Json motions = Json::array();
   for (const std::string& name : folder_.names()) {
-    const std::string ending = std::filesystem::path(name).extension();
-    const bool isMotion = ending == ".yaml" || ending == ".yml" || ending == ".json";
-    const auto size = isMotion ? folder_.sizeOf(name) : std::nullopt;
+    const auto size = isMotionName(name) ? folder_.sizeOf(name) : std::nullopt;
     if (size && motions.size() < most) {
       motions.push_back({{"name", name}, {"size", *size}});
     }

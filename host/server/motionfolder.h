@@ -9,6 +9,9 @@
 
 namespace host {
 
+/// Whether it ends as the names of YAML and JSON files do.
+bool isMotionName(const std::string& name);
+
 /// The motion files of a folder, which clients may play by their names. Any thread.
 class MotionFolder : public MotionTexts {
  public:

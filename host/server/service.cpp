@@ -3,9 +3,11 @@
 #include <fmt/format.h>
 
 #include <exception>
+#include <filesystem>
 #include <nlohmann/json.hpp>
 #include <utility>
 
+#include "host/base/usererror.h"
 #include "host/engine/wallclock.h"
 #include "host/input/requestreader.h"
 #include "host/results/preferenceexport.h"
@@ -13,6 +15,8 @@
 #include "host/server/feeds.h"
 #include "host/server/query.h"
 #include "host/server/refused.h"
+#include "platform/zr/zrexception.h"
+#include "simulation/framework.h"
 
 namespace host {
 namespace {
@@ -52,6 +56,22 @@ std::vector<std::string> keysIn(const Query& query) {
         refusedWith(400, "invalid", fmt::format("more than {} keys", bounds::keys), "?key"));
   }
   return keys;
+}
+
+/// Throws `Refused` where an export would take the place of another file than an earlier export.
+void checkReplaced(const std::string& path, const NamedFiles& files) {
+  try {
+    std::vector<NamedOutput> outputs = files.outputs;
+    outputs.push_back({path, "preference file"});
+    checkOutputs(outputs, files.inputs);
+    if (std::filesystem::exists(path)) {
+      (void)simulation::readPreferenceFile(path);
+    }
+  } catch (const UserError& error) {
+    throw Refused(refusedWith(400, "invalid", error.entries().front().text, "/file"));
+  } catch (const ZR::ZRException&) {
+    throw Refused(refusedWith(400, "invalid", "is there, and is no preference file", "/file"));
+  }
 }
 
 constexpr char meshPrefix[] = "/v1/meshes/";
@@ -317,6 +337,7 @@ void Service::postExport(const Request& request, const Reply& reply) {
               });
   checkExport(machine_, wanted, options_.preferenceDirectory);
   later(reply, [this, wanted] {
+    checkReplaced(wanted.pathIn(options_.preferenceDirectory), options_.files);
     return answerOf(Json{{"said", exportPreferences(wanted, options_.preferenceDirectory)}});
   });
 }

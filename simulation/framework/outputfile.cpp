@@ -6,6 +6,7 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <climits>
 #include <cstdint>
 #include <cstdio>
 #include <cstdlib>
@@ -29,6 +30,12 @@ constexpr std::size_t randomDigits = 16;
   refuseOutput(std::strerror(error));
 }
 
+/// How the names of the parts of a file begin: with as much of its name as leaves room for the
+/// rest.
+std::string partStem(const std::string& name) {
+  return name.substr(0, NAME_MAX - partMark.size() - randomDigits) + std::string(partMark);
+}
+
 std::string freshPartName(const std::string& name) {
   std::uint64_t number = 0;
   if (getrandom(&number, sizeof number, 0) != sizeof number) {
@@ -39,7 +46,7 @@ std::string freshPartName(const std::string& name) {
     digit = "0123456789abcdef"[number & 15U];
     number >>= 4U;
   }
-  return name + std::string(partMark) + digits;
+  return partStem(name) + digits;
 }
 
 /// The descriptor of this process to which a name in its folder of descriptors refers.
@@ -58,15 +65,19 @@ Descriptor duplicated(const OutputPlace& place) {
   return copy;
 }
 
-/// A pipe or a device is written to directly.
+/// A pipe or a device is written to directly, and nothing that took its place meanwhile.
 Descriptor openedStream(const OutputPlace& place) {
   if (S_ISFIFO(place.present.st_mode) && place.present.st_uid != geteuid()) {
     refuseOutput("it is a pipe of another user");
   }
   Descriptor stream(openat(place.folder.number(), place.name.c_str(),
                            O_WRONLY | O_NOFOLLOW | O_NOCTTY | O_CLOEXEC));
-  if (!stream.isOpen()) {
+  struct stat opened {};
+  if (!stream.isOpen() || fstat(stream.number(), &opened) != 0) {
     refuseFor(errno);
+  }
+  if (opened.st_ino != place.present.st_ino || opened.st_dev != place.present.st_dev) {
+    refuseOutput("it was replaced meanwhile");
   }
   return stream;
 }
@@ -112,11 +123,11 @@ void sweepParts(const OutputPlace& place) {
     }
     return;
   }
+  const std::string stem = partStem(place.name);
   while (const dirent* const entry = readdir(entries.get())) {
     const std::string_view name = entry->d_name;
-    if (name.size() == place.name.size() + partMark.size() + randomDigits &&
-        name.substr(0, place.name.size()) == place.name && isPartName(entry->d_name) &&
-        isLeftBehind(place.folder.number(), entry->d_name)) {
+    if (name.size() == stem.size() + randomDigits && name.substr(0, stem.size()) == stem &&
+        isPartName(entry->d_name) && isLeftBehind(place.folder.number(), entry->d_name)) {
       unlinkat(place.folder.number(), entry->d_name, 0);
     }
   }

@@ -4,6 +4,7 @@
 
 #include <string>
 
+#include "platform/export.h"
 #include "simulation/framework/descriptor.h"
 
 namespace simulation {
@@ -22,7 +23,7 @@ struct OutputPlace {
 /// Follows a path from folder to folder. A symbolic link is followed when only root or this user
 /// can have created it: link and folder belong to one of them, and no other user may write to the
 /// folder. Throws `Error` with the reason, without the path.
-OutputPlace placeOf(const std::string& path);
+PLATFORM_API OutputPlace placeOf(const std::string& path);
 
 /// Throws the `Error` that says why an output cannot be written.
 [[noreturn]] void refuseOutput(const std::string& why);

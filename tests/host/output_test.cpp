@@ -5,6 +5,7 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <climits>
 #include <cstdint>
 #include <cstdlib>
 #include <filesystem>
@@ -32,7 +33,8 @@ TEST(OutputFile, AppearsWholeOrNotAtAll) {
   for (const bool named : {false, true}) {
     refuseFilesWithoutName = named;
     const Temporary temporary;
-    const std::string path = temporary.write("out", "old");
+    const std::string name(NAME_MAX, 'o');
+    const std::string path = temporary.write(name, "old");
     const auto entries = [&] {
       return std::distance(std::filesystem::directory_iterator(temporary.path("")), {});
     };
@@ -42,7 +44,8 @@ TEST(OutputFile, AppearsWholeOrNotAtAll) {
       EXPECT_EQ(entries(), named ? 2 : 1);
     }
     EXPECT_EQ(contentsOf(path), "old");
-    (void)temporary.write("out.torvex-part-0123456789abcdef", "what a killed process left");
+    const std::string part = ".torvex-part-0123456789abcdef";
+    (void)temporary.write(name.substr(part.size()) + part, "what a killed process left");
     (void)temporary.write("out.torvex-part", "the user's own");
     chmod(path.c_str(), 04606);
     host::OutputFile file(path);

@@ -184,8 +184,9 @@ class Door(DoorTest):
                 self.assertEqual(self.reason(*case[:2]), case[2:], case)
             export = {"container": "a", "file": "a.xml"}
             self.assertEqual(self.asked("POST", "/v1/exports", export)[0], 200)
-            for body, path in (({**export, "extra": 1}, "/extra"), ({**export, "file": 5}, "/file"),
-                               ({"container": "a"}, ""), ([], "")):
+            write("note.txt", "no preferences")
+            for body, path in (({**export, "extra": 1}, "/extra"), ({"container": "a"}, ""), ([], ""), *(
+                    ({**export, "file": file}, "/file") for file in (5, "m.yaml", "note.txt", "torvex"))):
                 self.assertEqual(self.reason("POST", "/v1/exports", body), (400, "invalid", path))
             self.assertEqual(self.reason("POST", "/v1/exports", "{}"), (415, "type", ""))
             with socket.socket(socket.AF_UNIX) as connection:

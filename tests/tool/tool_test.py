@@ -127,6 +127,8 @@ class Tool(ToolTest):
         write("r.urdf", urdf.format(""))
         motion_of((1, 1))
         write("w.yaml", "joint_names: [a, b]\n")
+        os.symlink("t.csv", "link.csv")
+        os.mkfifo("pipe")
         write("free.yaml", "actuators: [{name: a}, {name: b, value: 0.7, maximum: 0.7}]\n")
         write("h.yaml", "joint_names: [a]\npoints:\n- {positions: [0], time_from_start: 0}\n"
               "- {positions: [3e38], time_from_start: 1}\n")
@@ -144,6 +146,13 @@ class Tool(ToolTest):
             said = self.said(2, *arguments)
             self.assertTrue(said.startswith(expected), f"{said}\nexpected {expected}")
         self.assertFalse(list(pathlib.Path().glob("t.csv*")))
+
+    def test_says_that_it_waits_for_an_input(self):
+        os.mkfifo("pipe")
+        process = start("list", "pipe")
+        self.assertEqual(process.stdout.readline(), "torvex: waits for what is to be written to pipe\n")
+        write("pipe", "actuators: [{name: a}]\n")
+        self.assertIn("a/Maximum", process.communicate()[0])
 
     def test_says_what_the_limits_change_as_check_words_it(self):
         for actuator, points, finding, target, command, verdict in (

@@ -133,7 +133,7 @@ void report(const ReplayOptions& options, const std::string& text) {
 int conclude(const ReplayOptions& options, const ReplayResult& result) {
   report(options, options.json ? printed(replayJson(result), 2) + "\n" : replayText(result));
   for (const std::string& fault : result.faults) {
-    complain(fmt::format("{}: warning: {}\n", options.recordingPath, visible(fault)));
+    complain(visible(fmt::format("{}: warning: {}", options.recordingPath, fault)) + "\n");
   }
   if (const int signal = StopSignal::received(); signal != 0) {
     complain(fmt::format("torvex: stopped by signal {}\n", signal));
@@ -143,12 +143,23 @@ int conclude(const ReplayOptions& options, const ReplayResult& result) {
   return isSame ? okStatus : shortfallStatus;
 }
 
+/// Throws `UserError` where outputs would overwrite each other, or what is read.
+NamedFiles checkedFiles(const ReplayOptions& options, const ReplayedMachine& machine) {
+  NamedFiles files{{}, {options.recordingPath}};
+  if (!options.tracePath.empty()) {
+    files.outputs.push_back({options.tracePath, "trace"});
+  }
+  if (options.isServing) {
+    addFiles(options.door, machine.model.name, files);
+  }
+  checkOutputs(files.outputs, files.inputs);
+  return files;
+}
+
 int replay(const ReplayOptions& options) {
   const StopSignal stopSignal;
   const ReplayedMachine machine = readReplayedMachine(options.recordingPath);
-  if (!options.tracePath.empty()) {
-    checkOutputs({{options.tracePath, "trace"}}, {options.recordingPath});
-  }
+  const NamedFiles files = checkedFiles(options, machine);
   const Plan plan = machine.plan();
   const SessionOptions session = sessionOf(options, machine);
   std::optional<Trace> trace;
@@ -163,7 +174,7 @@ int replay(const ReplayOptions& options) {
   {
     std::optional<OpenDoor> door;
     if (options.isServing) {
-      door.emplace(machine.model, torvex, options.door, session);
+      door.emplace(machine.model, torvex, options.door, session, files);
       report(options, options.json ? "" : door->announcement());
       door->open();
     }
