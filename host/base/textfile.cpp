@@ -1,17 +1,23 @@
 #include "host/base/textfile.h"
 
+#include <fcntl.h>
 #include <fmt/format.h>
+#include <poll.h>
+#include <unistd.h>
 
 #include <algorithm>
+#include <array>
 #include <cerrno>
 #include <charconv>
 #include <cmath>
 #include <cstdio>
 #include <cstring>
-#include <memory>
 #include <string_view>
 #include <system_error>
 #include <utility>
+
+#include "host/base/stopsignal.h"
+#include "host/base/visible.h"
 
 namespace host {
 namespace {
@@ -25,24 +31,52 @@ UserError unreadable(const std::string& path, int error) {
   return {path, {}, fmt::format("cannot be read: {}", std::strerror(error))};
 }
 
+/// Until something can be read, or nobody is left to write. Says so when that takes long: a pipe
+/// that was forgotten would keep its reader waiting without end.
+void awaitInput(const std::string& path, const simulation::Descriptor& file, bool& isSaid) {
+  constexpr int turnMs = 100;
+  constexpr int turnsInSilence = 20;
+  pollfd input{file.number(), POLLIN, 0};
+  for (int turn = 0; poll(&input, 1, turnMs) <= 0; ++turn) {
+    if (StopSignal::received() != 0) {
+      throw unreadable(path, EINTR);
+    }
+    if (turn == turnsInSilence && !isSaid) {
+      isSaid = true;
+      const std::string words = "torvex: waits for what is to be written to " + path;
+      std::fputs(visible(words).append("\n").c_str(), stderr);
+    }
+  }
+}
+
 }  // namespace
 
 std::string readFile(const std::string& path, std::size_t maxBytes) {
-  const std::unique_ptr<std::FILE, int (*)(std::FILE*)> file(std::fopen(path.c_str(), "rbe"),
-                                                             std::fclose);
-  if (file == nullptr) {
+  // A pipe is opened at once, also where nobody writes to it.
+  return readFile(
+      path,
+      simulation::Descriptor(open(path.c_str(), O_RDONLY | O_NONBLOCK | O_NOCTTY | O_CLOEXEC)),
+      maxBytes);
+}
+
+std::string readFile(const std::string& path, const simulation::Descriptor& file,
+                     std::size_t maxBytes) {
+  if (!file.isOpen()) {
     throw unreadable(path, errno);
   }
   std::string text;
-  char block[1 << 16];
-  while (const std::size_t got = std::fread(block, 1, sizeof block, file.get())) {
-    text.append(block, got);
+  std::array<char, std::size_t{1} << 16> block{};
+  bool isWaitSaid = false;
+  for (ssize_t got = -1; got != 0;) {
+    awaitInput(path, file, isWaitSaid);
+    got = read(file.number(), block.data(), block.size());
+    if (got < 0 && errno != EINTR && errno != EAGAIN) {
+      throw unreadable(path, errno);
+    }
+    text.append(block.data(), got < 0 ? 0 : static_cast<std::size_t>(got));
     if (text.size() > maxBytes) {
       throw UserError(path, {}, fmt::format("is longer than {} bytes", maxBytes));
     }
-  }
-  if (std::ferror(file.get()) != 0) {
-    throw unreadable(path, errno);
   }
   return withoutByteOrderMark(std::move(text));
 }

@@ -5,12 +5,17 @@
 #include <vector>
 
 #include "host/base/usererror.h"
+#include "simulation/framework/descriptor.h"
 
 namespace host {
 
 /// The whole file. Throws `UserError` when it cannot be read or is longer
-/// than `maxBytes`. Leaves out a byte order mark.
+/// than `maxBytes`. Leaves out a byte order mark. Waits for the writer of a pipe until a
+/// `StopSignal` comes, and says so on standard error after two seconds.
 std::string readFile(const std::string& path, std::size_t maxBytes);
+/// The same of a file that was opened without waiting; where it is not open, `errno` says why.
+std::string readFile(const std::string& path, const simulation::Descriptor& file,
+                     std::size_t maxBytes);
 
 /// Without what some editors put before UTF-8.
 std::string withoutByteOrderMark(std::string text);

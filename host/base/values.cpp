@@ -56,6 +56,17 @@ Json limitJson(std::uint8_t typeCode, double limit) {
                                                    : Json(static_cast<float>(limit));
 }
 
+Json parsedJson(std::string_view text) {
+  constexpr int deepest = 100;
+  bool isShallow = true;
+  const auto keeps = [&isShallow](int depth, Json::parse_event_t, const Json&) {
+    isShallow = isShallow && depth <= deepest;
+    return isShallow;
+  };
+  Json value = Json::parse(text, keeps, false);
+  return isShallow ? value : Json(Json::value_t::discarded);
+}
+
 std::string printed(const Json& json, int indent) {
   return visibleLines(json.dump(indent, ' ', false, Json::error_handler_t::replace));
 }

@@ -4,6 +4,7 @@
 #include <cstdint>
 #include <nlohmann/json_fwd.hpp>
 #include <string>
+#include <string_view>
 #include <vector>
 
 namespace host {
@@ -21,6 +22,10 @@ const char* valueTypeName(ValueType type);
 /// pool's are: they print in the fewest digits that read back as the same float.
 using Json = nlohmann::basic_json<nlohmann::ordered_map, std::vector, std::string, bool,
                                   std::int64_t, std::uint64_t, float>;
+
+/// What somebody else wrote. Discarded when it is no JSON, or so deep that a copy of it would need
+/// too much of the stack.
+Json parsedJson(std::string_view text);
 
 /// What is no UTF-8 in texts becomes U+FFFD, floats that are not finite become
 /// null; what `visible` would escape in texts is escaped. A negative indent makes one line.

@@ -1,5 +1,6 @@
 #include "host/client/answer.h"
 
+#include <cmath>
 #include <nlohmann/json.hpp>
 
 namespace host {
@@ -17,7 +18,10 @@ std::string textOf(const Json& object, const char* member) {
 
 std::int64_t numberOf(const Json& object, const char* member) {
   const Json& value = memberOf(object, member);
-  return value.is_number() ? value.get<std::int64_t>() : 0;
+  constexpr float most = 9e18F;
+  const bool fits =
+      value.is_number_integer() || (value.is_number_float() && std::abs(value.get<float>()) < most);
+  return fits ? value.get<std::int64_t>() : 0;
 }
 
 std::uint64_t countOf(const Json& object, const char* member) {

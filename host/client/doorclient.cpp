@@ -49,7 +49,7 @@ void introduce(http::request<Body>& request, const DoorAddress& address) {
 
 /// What a machine sends is JSON; anything else is no machine.
 Json parsed(const std::string& text) {
-  Json value = Json::parse(text, nullptr, false);
+  Json value = parsedJson(text);
   if (!value.is_object()) {
     throw NoMachine("what answers there is no machine: " + visible(text.substr(0, 80)));
   }
@@ -83,7 +83,7 @@ std::string sentencesOf(unsigned status, const Json& error) {
   const Json& errors = memberOf(error, "errors");
   std::string text;
   for (const Json& one : errors.is_array() ? errors : Json::array({error})) {
-    text += sentenceOf(status, one) + "\n";
+    text += visible(sentenceOf(status, one)) + "\n";
   }
   return text;
 }

@@ -5,9 +5,11 @@
 #include <filesystem>
 #include <fstream>
 #include <map>
+#include <system_error>
 #include <utility>
 
 #include "host/base/usererror.h"
+#include "host/base/values.h"
 #include "host/engine/samplehistory.h"
 #include "host/recording/jointstate.h"
 #include "host/recording/recordingtopics.h"
@@ -79,7 +81,7 @@ class Rows : public McapHandler {
 
   static void takeJson(const McapMessage& message, const std::function<void(const Json&)>& taker,
                        const char* what) {
-    const Json json = Json::parse(message.data, nullptr, false);
+    const Json json = parsedJson(message.data);
     if (!json.is_object()) {
       throw RecordingFault(std::string(what) + " is no JSON object");
     }
@@ -121,15 +123,25 @@ class Rows : public McapHandler {
   std::optional<std::uint64_t> commandTime_;
 };
 
+/// Before it is opened, for which a pipe would keep its reader waiting.
+void checkKind(const std::string& path) {
+  std::error_code none;
+  const std::filesystem::file_status status = std::filesystem::status(path, none);
+  if (std::filesystem::is_directory(status)) {
+    throw UserError(path, {}, "is a folder, not a recording");
+  }
+  if (std::filesystem::exists(status) && !std::filesystem::is_regular_file(status)) {
+    throw UserError(path, {}, "is no regular file, as a recording must be");
+  }
+}
+
 }  // namespace
 
 RecordedRun RecordedRun::read(const std::string& path, const Handler& handler) {
+  checkKind(path);
   std::ifstream file(path, std::ios::binary);
   if (!file) {
     throw UserError(path, {}, std::string("cannot be read: ") + std::strerror(errno));
-  }
-  if (std::filesystem::is_directory(path)) {
-    throw UserError(path, {}, "is a folder, not a recording");
   }
   RecordedRun run;
   Rows rows(run, handler);

@@ -197,10 +197,13 @@ std::string readTokenFile(const std::string& path) {
   constexpr std::size_t least = 16;
   constexpr std::size_t most = 256;
   struct stat status {};
-  if (stat(path.c_str(), &status) == 0 && (!isMine(status) || (status.st_mode & 077U) != 0)) {
+  const simulation::Descriptor file(
+      open(path.c_str(), O_RDONLY | O_NONBLOCK | O_NOCTTY | O_CLOEXEC));
+  if (file.isOpen() && fstat(file.number(), &status) == 0 &&
+      (!isMine(status) || (status.st_mode & 077U) != 0)) {
     throw UserError(path, {}, "must be this user's alone (chmod 600)");
   }
-  std::string token = readFile(path, 2 * most);
+  std::string token = readFile(path, file, 2 * most);
   token.erase(token.find_last_not_of(" \t\r\n") + 1);
   if (token.size() < least || token.size() > most ||
       token.find_first_of(" \t\r\n,") != std::string::npos) {

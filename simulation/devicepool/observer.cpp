@@ -124,7 +124,9 @@ struct Observer::View {
     const std::uint64_t before = __atomic_load_n(&record().sequence, __ATOMIC_ACQUIRE);
     copy.number = before / 2;
     copy.machineTimeMs = __atomic_load_n(&record().machineTimeMs, __ATOMIC_ACQUIRE);
-    copy.wallTimeNs = __atomic_load_n(&record().wallTimeNs, __ATOMIC_ACQUIRE);
+    // Any number may lie there: from one that is not negative an age can be computed.
+    copy.wallTimeNs =
+        std::max<std::int64_t>(__atomic_load_n(&record().wallTimeNs, __ATOMIC_ACQUIRE), 0);
     copy.values.clear();
     for (int index = 0; index < attributeCount; ++index) {
       copy.values.push_back(value(index));

@@ -237,9 +237,13 @@ bool isPreferenceFileName(const std::string& fileName) {
 }
 
 ZR::ZRValue readPreferenceFile(const std::string& path) {
+  std::error_code none;
+  if (std::filesystem::exists(path, none) && !std::filesystem::is_regular_file(path, none)) {
+    throw ZR::ZRException(path + ": it is no regular file");
+  }
   std::ifstream file(path, std::ios::binary);
-  if (!std::filesystem::is_regular_file(path) || !file) {
-    throw ZR::ZRException(path + ": " + std::strerror(errno != 0 ? errno : EISDIR));
+  if (!file) {
+    throw ZR::ZRException(path + ": " + std::strerror(errno));
   }
   const std::string text{std::istreambuf_iterator<char>(file), {}};
   pugi::xml_document document;
