@@ -7,6 +7,7 @@
 
 #include "host/base/counted.h"
 #include "host/base/usersignal.h"
+#include "host/base/visible.h"
 #include "host/cli/status.h"
 
 namespace host {
@@ -49,12 +50,12 @@ void RingWatch::tell(const RingFiles::File& file) {
   }
   if (isWritten) {
     const RingFiles& files = ring_->files();
-    say(fmt::format("recorded {} ({})\n", files.pathOf(file), file.reason));
+    say(fmt::format("recorded {} ({})\n", visible(files.pathOf(file)), file.reason));
     if (const std::string limit = files.limit(); !limit.empty() && files.from(told_).empty()) {
       complain("torvex: warning: the ring is not written any more: " + limit + "\n");
     }
   } else {
-    complain("torvex: warning: " + faultText(file) + "\n");
+    complain("torvex: warning: " + visible(faultText(file)) + "\n");
   }
 }
 

@@ -50,20 +50,28 @@ class Names(ToolTest):
                        f"- {{positions: {[1] * len(names)}, time_from_start: 0.3}}\n")
         wrong = write("w.yaml", "joint_names: [" + yaml("no" + mark("\n") + mark("\u202e")) + "]\n")
         run, watch = (machine, motion, "--pool", self.pool), ("watch", "--pool", self.pool)
-        simulated = ("run", *run, "--clock", "simulated")
+        simulated, recording = ("run", *run, "--clock", "simulated"), f"r{mark(chr(10))}.mcap"
+        door, client = f"./d{mark(chr(10))}.sock", ("--machine", f"./d{mark(chr(10))}.sock")
+        fleet = write("f.yaml", "machines:\n" + "".join(
+            f"- {{name: {yaml(n)}, socket: {yaml(n + '.sock')}}}\n" for n in ("d" + mark("\n"), "e" + mark("\a"))))
         said = [piped("list", machine), piped("list", machine, "--json"),
                 piped("check", machine, motion), piped("check", machine, wrong),
-                piped(*simulated, "--trace", "t.csv", "--plot", "p.svg"), piped(*simulated, "--json"),
+                piped(*simulated, "--trace", "t.csv", "--plot", "p.svg", "--record", recording),
+                piped("info", recording), piped("replay", recording), piped(*simulated, "--json"),
                 piped(*simulated, "--cycle", mark("\x9b")), piped("watch", "--pool", mark("\x9b"))]
-        living = started_run(*run, "--approach", "20s")
+        os.truncate(recording, os.path.getsize(recording) // 2)
+        said += [piped("convert", recording, "c.csv"), piped("get", "a", "--machine", "no" + mark("\n"))]
+        living = started_run(*run, "--approach", "20s", "--serve", "--socket", door)
         while " ms ago" not in piped(*watch, "--once"):  # until its first cycle
             self.assertIsNone(living.poll())
-        said += [piped(*watch, "--once"), piped(*watch, "--once", "--json"), piped(*watch, "k" + mark("\u200f"))]
+        said += [piped(*watch, "--once"), piped(*watch, "--once", "--json"), piped(*watch, "k" + mark("\u200f")),
+                 piped("get", "*", *client), piped("hold", "no" + mark("\n"), *client), piped("fleet", "ps", fleet)]
+        events = piped("events", "--once", *client)
         threading.Timer(1, living.terminate).start()
         screen = on_terminal(*watch)
         living.communicate()
         said += [read("t.csv"), "".join(re.findall(r"(?s)<text>.*?</text>", read("p.svg")))]
-        return said, [screen, on_terminal("run", *run)]
+        return said, [screen, on_terminal("run", *run), events]
 
     def test_come_out_raw_nowhere(self):
         plain, _ = self.outputs(lambda c: "")

@@ -21,6 +21,7 @@
 #include <vector>
 
 #include "host/base/usererror.h"
+#include "host/base/visible.h"
 #include "host/cli/options.h"
 #include "host/cli/status.h"
 
@@ -119,7 +120,8 @@ std::string programPath() {
 /// Becomes the bridge.
 int bridgeTo(const BridgeOptions& options) {
   if (options.network != "ros2") {
-    complain("torvex: error: there is a bridge to ros2 alone, not to '" + options.network + "'\n");
+    complain("torvex: error: there is a bridge to ros2 alone, not to '" + visible(options.network) +
+             "'\n");
     return badInputStatus;
   }
   const nlohmann::json configuration = {

@@ -17,7 +17,7 @@ namespace host {
 namespace {
 
 int said(int status, const char* what) {
-  complain(fmt::format("torvex: error: {}\n", visibleLines(what)));
+  complain(fmt::format("torvex: error: {}\n", visible(what)));
   return status;
 }
 

@@ -25,7 +25,7 @@ FleetOutcome outcomeOf(const std::function<std::string()>& ask) {
   } catch (const UserError& error) {
     return {badInputStatus, std::string(error.what()) + "\n"};
   } catch (const std::exception& error) {
-    return {shortfallStatus, error.what()};
+    return {shortfallStatus, visible(error.what())};
   }
 }
 

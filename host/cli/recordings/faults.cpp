@@ -2,6 +2,7 @@
 
 #include <fmt/format.h>
 
+#include "host/base/visible.h"
 #include "host/cli/status.h"
 
 namespace host {
@@ -12,7 +13,7 @@ int statusOf(const RecordedRun& run) {
 
 int sayFaults(const std::string& path, const RecordedRun& run) {
   for (const std::string& fault : run.end.faults) {
-    complain(fmt::format("{}: warning: {}\n", path, fault));
+    complain(visible(fmt::format("{}: warning: {}", path, fault)) + "\n");
   }
   return statusOf(run);
 }
