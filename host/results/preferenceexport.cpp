@@ -9,6 +9,7 @@
 #include "host/base/outputpaths.h"
 #include "platform/hal/attributecontainer.h"
 #include "platform/hal/devicepool.h"
+#include "platform/zr/zrexception.h"
 #include "preferences/exportqelvopreferences.h"
 #include "simulation/framework.h"
 
@@ -54,6 +55,15 @@ void checkExport(const MachineModel& machine, const PreferenceExport& wanted,
         "'{}' is no name of a preference file; choose its folder with --directory", wanted.file));
   }
   checkFolder(directory);
+}
+
+bool isPreferenceFile(const std::string& path) {
+  try {
+    (void)simulation::readPreferenceFile(path);
+    return true;
+  } catch (const ZR::ZRException&) {
+    return false;
+  }
 }
 
 std::string exportPreferences(const PreferenceExport& wanted, const std::string& directory) {

@@ -21,6 +21,9 @@ struct PreferenceExport {
 void checkExport(const MachineModel& machine, const PreferenceExport& wanted,
                  const std::string& directory);
 
+/// Whether a file is what an export wrote.
+bool isPreferenceFile(const std::string& path);
+
 /// Exports from the device pool of this process through the registered broker,
 /// and says in words for a user what was written, or that nothing was. Throws
 /// `ZR::ZRException` when it could not be written.

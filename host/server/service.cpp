@@ -15,8 +15,6 @@
 #include "host/server/feeds.h"
 #include "host/server/query.h"
 #include "host/server/refused.h"
-#include "platform/zr/zrexception.h"
-#include "simulation/framework.h"
 
 namespace host {
 namespace {
@@ -64,12 +62,10 @@ void checkReplaced(const std::string& path, const NamedFiles& files) {
     std::vector<NamedOutput> outputs = files.outputs;
     outputs.push_back({path, "preference file"});
     checkOutputs(outputs, files.inputs);
-    if (std::filesystem::exists(path)) {
-      (void)simulation::readPreferenceFile(path);
-    }
   } catch (const UserError& error) {
     throw Refused(refusedWith(400, "invalid", error.entries().front().text, "/file"));
-  } catch (const ZR::ZRException&) {
+  }
+  if (std::filesystem::exists(path) && !isPreferenceFile(path)) {
     throw Refused(refusedWith(400, "invalid", "is there, and is no preference file", "/file"));
   }
 }
