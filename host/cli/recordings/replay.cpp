@@ -8,6 +8,7 @@
 #include <utility>
 
 #include "host/base/usererror.h"
+#include "host/base/visible.h"
 #include "host/engine/samplehistory.h"
 #include "host/input/machinefile.h"
 #include "host/recording/journaljson.h"
@@ -49,7 +50,10 @@ SessionOptions ReplayedMachine::session() const {
   session.late = Late::catchUp;
   session.guard = head.guard;
   session.startTick = head.startTick;
-  const std::map<std::string, int> indexes = actuatorIndexes(model);
+  std::map<std::string, int> indexes;  // by the names as recordings have them
+  for (const auto& [name, index] : actuatorIndexes(model)) {
+    indexes.emplace(visible(name), index);
+  }
   for (const RecordedAxis& axis : head.axes) {
     const auto found = indexes.find(axis.actuator.name);
     if (found != indexes.end()) {
@@ -104,7 +108,7 @@ Replay::Replay(const std::string& path, const ReplayedMachine& machine, Torvex& 
     : path_(path), head_(machine.head), torvex_(torvex), parser_(machine.model) {
   std::vector<std::string> columns;
   for (const TracedColumn& column : torvex.columns()) {
-    columns.push_back(column.name);
+    columns.push_back(visible(column.name));
   }
   if (columns != head_.columns) {
     throw UserError(path, {}, "has other columns than its machine would have with this torvex");
