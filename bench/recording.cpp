@@ -13,9 +13,9 @@
 #include "bench/enginerig.h"
 #include "bench/heapcalls.h"
 #include "bench/stopwatch.h"
+#include "host/base/clocks.h"
 #include "host/base/values.h"
 #include "host/engine/samplehistory.h"
-#include "host/engine/wallclock.h"
 #include "host/recording/flightrecorder.h"
 #include "host/recording/recorder.h"
 
@@ -124,7 +124,7 @@ class RecordedRig {
                   static_cast<std::int64_t>(phase));
     }
     rig_.engine.pass();
-    nextNs_ = host::wallNs();
+    nextNs_ = host::bootNs();
   }
 
   void readBack() {

@@ -5,19 +5,22 @@
 #include <exception>
 #include <utility>
 
-#include "bridge/clocks.h"
 #include "bridge/output.h"
+#include "host/base/clocks.h"
 #include "host/base/counted.h"
 
 namespace bridge {
 namespace {
 
-constexpr std::int64_t oldNs = 1'000'000'000;
+constexpr std::int64_t oldNs = host::nsPerSecond;
 
 }  // namespace
 
 Intake::Intake(Topics& topics)
-    : topics_(topics), lookedNs_(bootNs()), freshFromNs_(lookedNs_), thread_([this] { run(); }) {}
+    : topics_(topics),
+      lookedNs_(host::bootNs()),
+      freshFromNs_(lookedNs_),
+      thread_([this] { run(); }) {}
 
 Intake::~Intake() {
   isOver_ = true;
@@ -30,7 +33,7 @@ void Intake::handTo(Use use) {
 }
 
 bool Intake::isFresh() {
-  const std::int64_t now = bootNs();
+  const std::int64_t now = host::bootNs();
   if (now - lookedNs_ > oldNs) {
     freshFromNs_ = now + oldNs;
   }

@@ -2,6 +2,7 @@
 
 #include <utility>
 
+#include "host/base/clocks.h"
 #include "host/base/values.h"
 
 namespace bridge {
@@ -22,9 +23,8 @@ JointStates::JointStates(const simulation::Observer& observer, const host::Attri
 }
 
 const sensor_msgs_msg_dds__JointState_& JointStates::at(const simulation::PoolCycle& cycle) {
-  constexpr std::int64_t nsPerSecond = 1'000'000'000;
-  message_.header_.stamp_ = {static_cast<std::int32_t>(cycle.wallTimeNs / nsPerSecond),
-                             static_cast<std::uint32_t>(cycle.wallTimeNs % nsPerSecond)};
+  message_.header_.stamp_ = {static_cast<std::int32_t>(cycle.wallTimeNs / host::nsPerSecond),
+                             static_cast<std::uint32_t>(cycle.wallTimeNs % host::nsPerSecond)};
   for (std::size_t i = 0; i < sources_.size(); ++i) {
     const hal::AttrGeneric value = cycle.values.at(sources_[i].index);
     positions_[i] = sources_[i].isInteger ? static_cast<double>(value.asInt)

@@ -10,8 +10,8 @@
 #include <utility>
 #include <vector>
 
-#include "bridge/clocks.h"
 #include "bridge/output.h"
+#include "host/base/clocks.h"
 #include "host/base/counted.h"
 #include "host/base/stopsignal.h"
 #include "host/client/answer.h"
@@ -164,10 +164,9 @@ void Session::tellStates() {
   JointStates commanded(observer_, keys_, commandedJoints(machine_));
   const nanoseconds cycle =
       milliseconds(std::max<std::int64_t>(host::numberOf(machine_, "cycle_ms"), 1));
-  constexpr double nsPerSecond = 1e9;
   const nanoseconds period =
       configuration_.rateHz > 0
-          ? nanoseconds(static_cast<std::int64_t>(nsPerSecond / configuration_.rateHz))
+          ? nanoseconds(static_cast<std::int64_t>(host::nsPerSecond / configuration_.rateHz))
           : nanoseconds(0);
   std::uint64_t told = 0;
   auto due = std::chrono::steady_clock::now();
@@ -191,7 +190,7 @@ void Session::tellStates() {
       topics_.commanded->write(&commanded.at(present));
     }
     due = std::max(due + period, std::chrono::steady_clock::now() - period);
-    const nanoseconds ahead = nanoseconds(present.wallTimeNs - wallNs()) + cycle;
+    const nanoseconds ahead = nanoseconds(present.wallTimeNs - host::wallNs()) + cycle;
     std::this_thread::sleep_for(std::clamp(ahead, soon, cycle));
   }
 }
@@ -222,20 +221,18 @@ void Session::tellEvents() {
 }
 
 void Session::take(const JointTrajectory& message) {
-  constexpr double nsPerSecond = 1e9;
-  constexpr std::int64_t nsPerMs = 1'000'000;
   const simulation::PoolCycle cycle = observer_.copyCycle();
   if (!cycle.isWhole && !isStop(message)) {
     throw Unfit("the machine stands still within a cycle");
   }
   Arrival arrival;
-  arrival.nowNs = wallNs();
+  arrival.nowNs = host::wallNs();
   arrival.cycleMs = cycle.machineTimeMs;
   arrival.cycleNs = cycle.wallTimeNs;
-  arrival.periodNs = host::numberOf(machine_, "cycle_ms") * nsPerMs;
-  arrival.horizonNs = static_cast<std::int64_t>(configuration_.horizonSeconds * nsPerSecond);
+  arrival.periodNs = host::numberOf(machine_, "cycle_ms") * host::nsPerMs;
+  arrival.horizonNs = static_cast<std::int64_t>(configuration_.horizonSeconds * host::nsPerSecond);
   arrival.axes = host::memberOf(machine_, "axes").size();
-  Order order{requestOf(message, arrival), summaryOf(message), isStop(message), bootNs()};
+  Order order{requestOf(message, arrival), summaryOf(message), isStop(message), host::bootNs()};
   const std::lock_guard lock(mutex_);
   if (orders_.size() >= mostOrders) {
     throw Unfit("too many trajectories wait for the machine");
@@ -260,8 +257,8 @@ void Session::handOver() {
 }
 
 void Session::handOver(const Order& order) {
-  constexpr std::int64_t mostWaitNs = 1'000'000'000;
-  if (!order.isStop && bootNs() - order.cameNs > mostWaitNs) {
+  constexpr std::int64_t mostWaitNs = host::nsPerSecond;
+  if (!order.isStop && host::bootNs() - order.cameNs > mostWaitNs) {
     topics_.tellRefusal(order.summary, "it waited for the machine for more than a second");
     return;
   }
@@ -269,8 +266,7 @@ void Session::handOver(const Order& order) {
     // A connection of its own: one that rests would be closed.
     const Json answer = host::DoorClient(socket_).postText("/v1/batches", order.body);
     say(fmt::format("{}: {}: taken at machine time {:.3f} s{}", topics_.name, order.summary,
-                    static_cast<double>(host::numberOf(answer, "machine_ms")) / 1000.0,
-                    notesIn(answer)));
+                    host::inSeconds(host::numberOf(answer, "machine_ms")), notesIn(answer)));
   } catch (const host::DoorRefusal& refusal) {
     topics_.tellRefusal(order.summary, oneLine(refusal.what()));
   } catch (const host::NoMachine& gone) {

@@ -9,6 +9,7 @@
 #include <string_view>
 #include <utility>
 
+#include "host/base/clocks.h"
 #include "host/base/counted.h"
 #include "host/base/values.h"
 
@@ -16,12 +17,11 @@ namespace bridge {
 namespace {
 
 using host::Json;
+using host::msPerSecond;
+using host::nsPerMs;
+using host::nsPerSecond;
 using Point = trajectory_msgs_msg_dds__JointTrajectoryPoint_;
 using Time = builtin_interfaces_msg_dds__Time_;
-
-constexpr std::int64_t nsPerSecond = 1'000'000'000;
-constexpr std::int64_t nsPerMs = 1'000'000;
-constexpr std::int64_t msPerSecond = 1000;
 
 /// Of a request to the machine.
 constexpr std::size_t mostBody = std::size_t{1} << 20;

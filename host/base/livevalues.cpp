@@ -3,10 +3,10 @@
 #include <fmt/format.h>
 
 #include <algorithm>
-#include <chrono>
 #include <nlohmann/json.hpp>
 #include <utility>
 
+#include "host/base/clocks.h"
 #include "host/base/visible.h"
 
 namespace host {
@@ -24,10 +24,7 @@ std::optional<std::int64_t> LiveValues::ageMs() const {
   if (cycle_.number == 0) {
     return std::nullopt;
   }
-  const auto now = std::chrono::system_clock::now().time_since_epoch();
-  const std::int64_t ageNs = now / std::chrono::nanoseconds(1) - cycle_.wallTimeNs;
-  constexpr std::int64_t nsPerMs = 1'000'000;
-  return std::max<std::int64_t>(ageNs / nsPerMs, 0);
+  return std::max<std::int64_t>((wallNs() - cycle_.wallTimeNs) / nsPerMs, 0);
 }
 
 Json LiveValues::value(std::size_t position) const {
@@ -57,8 +54,7 @@ std::string ValueLines::changed(std::int64_t timeMs) {
   for (std::size_t i = 0; i < values_.size(); ++i) {
     std::string present = values_.shownValue(i);
     if (present != last_[i]) {
-      lines += fmt::format("{:.3f} {} {}\n", static_cast<double>(timeMs) / 1000.0,
-                           visible(values_.key(i)), present);
+      lines += fmt::format("{:.3f} {} {}\n", inSeconds(timeMs), visible(values_.key(i)), present);
       last_[i] = std::move(present);
     }
   }

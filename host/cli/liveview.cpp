@@ -4,10 +4,10 @@
 #include <unistd.h>
 
 #include <algorithm>
-#include <chrono>
 #include <cmath>
 #include <cstdio>
 
+#include "host/base/clocks.h"
 #include "host/base/values.h"
 #include "host/base/visible.h"
 #include "host/cli/terminalsize.h"
@@ -22,8 +22,7 @@ std::string progressBar(std::int64_t timeMs, std::int64_t lastMs) {
       std::clamp(static_cast<double>(timeMs) / static_cast<double>(lastMs), 0.0, 1.0);
   const auto filled = static_cast<std::size_t>(share * barColumns);
   return fmt::format("[{}{}] {:6.2f} of {:.2f} s\n", std::string(filled, '='),
-                     std::string(barColumns - filled, ' '), static_cast<double>(timeMs) / 1000.0,
-                     static_cast<double>(lastMs) / 1000.0);
+                     std::string(barColumns - filled, ' '), inSeconds(timeMs), inSeconds(lastMs));
 }
 
 /// An actuator without limits is shown over one turn about zero, and what is no number in the
@@ -49,10 +48,6 @@ std::string axisLine(const Axis& axis, std::size_t nameColumns) {
                      fmt::format(std::abs(command) < 1e4 ? "{:.3f}" : "{:.2e}", command));
 }
 
-std::int64_t nowNs() {
-  return std::chrono::steady_clock::now().time_since_epoch() / std::chrono::nanoseconds(1);
-}
-
 }  // namespace
 
 LiveView::LiveView() : onTerminal_(isatty(STDERR_FILENO) == 1) {}
@@ -68,11 +63,11 @@ void LiveView::announce(const std::string& what) {
 }
 
 void LiveView::show(const std::vector<ShownAxis>& axes, std::int64_t timeMs, std::int64_t lastMs) {
-  constexpr std::int64_t drawEveryNs = 100'000'000;
-  if (!onTerminal_ || nowNs() < nextDrawNs_) {
+  constexpr std::int64_t drawEveryNs = 100 * nsPerMs;
+  if (!onTerminal_ || bootNs() < nextDrawNs_) {
     return;
   }
-  nextDrawNs_ = nowNs() + drawEveryNs;
+  nextDrawNs_ = bootNs() + drawEveryNs;
   const TerminalSize size = terminalSize(STDERR_FILENO);
   constexpr std::size_t besideName = barColumns + 14;
   const std::size_t nameColumns =

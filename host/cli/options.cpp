@@ -7,6 +7,7 @@
 #include <string>
 #include <system_error>
 
+#include "host/base/clocks.h"
 #include "host/base/textfile.h"
 
 namespace host {
@@ -15,12 +16,11 @@ namespace {
 /// "10ms" or "1.5s", in whole milliseconds within bounds. A number without a unit could be either.
 std::uint32_t milliseconds(const std::string& option, const std::string& text, std::uint32_t least,
                            std::uint32_t most) {
-  constexpr double msPerSecond = 1000.0;
   const std::size_t digits = text.find_first_not_of("0123456789.");
   const std::string unit = digits == std::string::npos ? "" : text.substr(digits);
   double value = -1.0;
   if ((unit == "ms" || unit == "s") && parseNumber(text.substr(0, digits), value)) {
-    value *= unit == "s" ? msPerSecond : 1.0;
+    value *= unit == "s" ? double{msPerSecond} : 1.0;
   }
   if (value < least || value > most || std::abs(value - std::round(value)) > 1e-6) {
     refuseOption(option, "'" + text + "' is not a time from " + std::to_string(least) + "ms to " +

@@ -10,6 +10,7 @@
 #include <utility>
 #include <vector>
 
+#include "host/base/clocks.h"
 #include "host/base/counted.h"
 #include "host/base/visible.h"
 #include "host/cli/terminalsize.h"
@@ -76,11 +77,11 @@ std::string WatchScreen::headline(std::size_t rows, std::int64_t timeMs) const {
   const std::string part =
       rows < order_.size() ? fmt::format("{} to {} of ", first_ + 1, first_ + rows) : "";
   const std::optional<std::int64_t> ageMs = values_.ageMs();
-  const std::string age = ageMs ? fmt::format("  cycle {}, {:.3f} s ago", values_.cycle().number,
-                                              static_cast<double>(*ageMs) / 1000.0)
-                                : "";
+  const std::string age =
+      ageMs ? fmt::format("  cycle {}, {:.3f} s ago", values_.cycle().number, inSeconds(*ageMs))
+            : "";
   return fmt::format("{}{}  {:.1f} s  {}{}", part, counted(order_.size(), "value"),
-                     static_cast<double>(timeMs) / 1000.0, title_, age);
+                     inSeconds(timeMs), title_, age);
 }
 
 std::string WatchScreen::redrawn(std::int64_t timeMs) {

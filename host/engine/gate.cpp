@@ -1,6 +1,6 @@
 #include "host/engine/gate.h"
 
-#include "host/engine/wallclock.h"
+#include "host/base/clocks.h"
 
 namespace host {
 namespace {
@@ -11,14 +11,14 @@ constexpr std::int64_t longestHoldNs = 20'000;
 
 GateHold::GateHold(Gate& gate) : gate_(gate) {
   gate_.lock();
-  sinceNs_ = wallNs();
+  sinceNs_ = bootNs();
 }
 
 void GateHold::breathe() {
-  if (wallNs() - sinceNs_ > longestHoldNs) {
+  if (bootNs() - sinceNs_ > longestHoldNs) {
     gate_.unlock();
     gate_.lock();
-    sinceNs_ = wallNs();
+    sinceNs_ = bootNs();
   }
 }
 

@@ -3,12 +3,11 @@
 #include <algorithm>
 #include <cmath>
 
+#include "host/base/clocks.h"
 #include "host/motion/limits.h"
 
 namespace host {
 namespace {
-
-constexpr double msPerSecond = 1000.0;
 
 void write(hal::DeviceAttrGeneric& command, double value) noexcept {
   command.storeFloat(static_cast<float>(value));

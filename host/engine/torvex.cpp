@@ -7,9 +7,9 @@
 #include <set>
 #include <stdexcept>
 
+#include "host/base/clocks.h"
 #include "host/base/stopsignal.h"
 #include "host/engine/realtime.h"
-#include "host/engine/wallclock.h"
 
 namespace {
 
@@ -176,7 +176,7 @@ void Torvex::runSimulated(const Progress& progress) {
 }
 
 void Torvex::runRealtime(const Progress& progress) {
-  const std::int64_t originNs = host::wallNs() + startUpMs * host::nsPerMs;
+  const std::int64_t originNs = host::bootNs() + startUpMs * host::nsPerMs;
   originNs_ = originNs;
   const auto guarded = [this, originNs](const host::ThreadScheduling& scheduling, const char* name,
                                         void (Torvex::*drive)(std::int64_t)) {
@@ -206,16 +206,16 @@ void Torvex::runRealtime(const Progress& progress) {
   commandThread.get();
   cycleThread.get();
   tellDropped();
-  engine_.pass(host::wallNs() / host::nsPerMs);
+  engine_.pass(host::bootNs() / host::nsPerMs);
 }
 
 void Torvex::driveCycles(std::int64_t originNs) {
   const std::int64_t cycleNs = plan_.schedule.cycleMs * host::nsPerMs;
-  const auto gridPoint = [&] { return (host::wallNs() - originNs) / cycleNs; };
+  const auto gridPoint = [&] { return (host::bootNs() - originNs) / cycleNs; };
   for (std::int64_t point = 0;;) {
     const std::int64_t plannedNs = originNs + point * cycleNs;
     host::sleepUntil(plannedNs);
-    result_.counts.latencies.add(static_cast<std::uint64_t>(host::wallNs() - plannedNs));
+    result_.counts.latencies.add(static_cast<std::uint64_t>(host::bootNs() - plannedNs));
     point = std::max(point, gridPoint());
     engine_.wake(point);
     waitForCommands(originNs + point * cycleNs + cycleNs / 2);
@@ -230,8 +230,8 @@ void Torvex::driveCycles(std::int64_t originNs) {
 /// In short steps, and never spinning: both threads may share a processor.
 void Torvex::waitForCommands(std::int64_t untilNs) {
   constexpr std::int64_t stepNs = 50'000;
-  while (!engine_.canGoOn() && !ended_ && host::wallNs() < untilNs) {
-    host::sleepUntil(host::wallNs() + stepNs);
+  while (!engine_.canGoOn() && !ended_ && host::bootNs() < untilNs) {
+    host::sleepUntil(host::bootNs() + stepNs);
   }
 }
 
@@ -239,30 +239,30 @@ void Torvex::waitForCommands(std::int64_t untilNs) {
 void Torvex::driveCommands(std::int64_t originNs) {
   const std::int64_t cycleNs = plan_.schedule.cycleMs * host::nsPerMs;
   while (!ended_) {
-    const std::int64_t nextMiddle = (host::wallNs() - originNs + cycleNs / 2) / cycleNs;
+    const std::int64_t nextMiddle = (host::bootNs() - originNs + cycleNs / 2) / cycleNs;
     host::sleepUntil(originNs + nextMiddle * cycleNs + cycleNs / 2);
     if (host::StopSignal::received() != 0) {
       engine_.end();
     }
     tellDropped();
-    engine_.pass(host::wallNs() / host::nsPerMs);
+    engine_.pass(host::bootNs() / host::nsPerMs);
   }
 }
 
 void Torvex::cycle() {
-  const std::int64_t beginNs = host::wallNs();
+  const std::int64_t beginNs = host::bootNs();
   const std::int64_t stepMs = engine_.goOn();
   if (stepMs == 0) {
     return;
   }
-  engine_.machine().step(static_cast<double>(stepMs) / 1000.0);
+  engine_.machine().step(host::inSeconds(stepMs));
   engine_.machine().endCycle(engine_.timeMs());
   readBack();
   if (cycles_ != nullptr) {
     cycles_->add(engine_.timeMs());
   }
   ++result_.counts.cycles;
-  result_.counts.durations.add(static_cast<std::uint64_t>(host::wallNs() - beginNs));
+  result_.counts.durations.add(static_cast<std::uint64_t>(host::bootNs() - beginNs));
   writeDown();
   latestCycleMs_ = engine_.timeMs();
 }

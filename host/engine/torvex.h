@@ -98,7 +98,7 @@ class Torvex {
   /// Of the latest cycle, as `addRows` has it.
   [[nodiscard]] const std::vector<double>& latestRow() const { return row_; }
 
-  /// Where the grid of the cycles begins on the clock of `wallNs`; none before a run in real time.
+  /// Where the grid of the cycles begins on the clock of `bootNs`; none before a run in real time.
   /// Any thread.
   [[nodiscard]] std::optional<std::int64_t> originNs() const {
     const std::int64_t originNs = originNs_;

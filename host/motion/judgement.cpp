@@ -4,6 +4,7 @@
 #include <cmath>
 #include <utility>
 
+#include "host/base/clocks.h"
 #include "host/motion/limits.h"
 
 namespace host {
@@ -14,8 +15,6 @@ double roundingAt(double limit) {
   constexpr double relative = 2.4e-7;
   return std::max(1e-5, relative * std::abs(limit));
 }
-
-constexpr double msPerSecond = 1000.0;
 
 /// How much of a difference at the start of a curve may come on top of its velocity, for a
 /// duration of 1.

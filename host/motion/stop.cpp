@@ -4,13 +4,12 @@
 #include <cmath>
 #include <vector>
 
+#include "host/base/clocks.h"
 #include "host/motion/limits.h"
 #include "host/motion/ramp.h"
 
 namespace host {
 namespace {
-
-constexpr double msPerSecond = 1000.0;
 
 /// How far the axis may go on: to where its own path rests or turns, at most to `enough`.
 double ownRest(const Moving& axis, double direction, double enough) {

@@ -2,12 +2,13 @@
 
 #include <cstring>
 
+#include "host/base/clocks.h"
 #include "host/recording/bytes.h"
 
 namespace host {
 namespace {
 
-constexpr std::uint64_t stampSecond = 1'000'000'000;
+constexpr std::uint64_t stampSecond = nsPerSecond;
 /// CDR, little endian, no options.
 constexpr std::string_view encapsulation("\0\1\0\0", 4);
 

@@ -2,12 +2,14 @@
 
 #include <algorithm>
 
+#include "host/base/clocks.h"
+
 namespace host {
 namespace {
 
 /// A kill loses at most what a chunk gathers.
 constexpr std::size_t chunkBytes = std::size_t{1} << 20;
-constexpr std::uint64_t chunkNs = 1'000'000'000;
+constexpr std::uint64_t chunkNs = nsPerSecond;
 
 template <typename Content>
 void putWhole(std::string& bytes, McapKind kind, const Content& content) {

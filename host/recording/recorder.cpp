@@ -8,6 +8,7 @@
 #include <optional>
 #include <utility>
 
+#include "host/base/clocks.h"
 #include "host/base/outputfile.h"
 #include "host/engine/samplehistory.h"
 
@@ -21,11 +22,6 @@ constexpr std::size_t mostNoted = std::size_t{1} << 20;
 constexpr std::size_t mostNotedValues = 2 * mostWaitingPoints;
 /// As many as a picture draws.
 constexpr std::uint64_t mostPointsTold = 400;
-
-std::uint64_t nsSince1970() {
-  const auto since = std::chrono::system_clock::now().time_since_epoch();
-  return static_cast<std::uint64_t>(since / std::chrono::nanoseconds(1));
-}
 
 bool isAboutPoints(EventKind kind) {
   return kind == EventKind::reached || kind == EventKind::cleared || kind == EventKind::limited;
@@ -156,7 +152,8 @@ void Recorder::writeQueued(std::vector<double>& row) {
 
 void Recorder::begin(double firstMs) {
   if (!head_.isSimulated) {
-    head_.originNs = nsSince1970() - static_cast<std::uint64_t>(std::max(firstMs, 0.0) * 1e6);
+    head_.originNs = static_cast<std::uint64_t>(wallNs()) -
+                     static_cast<std::uint64_t>(std::max(firstMs, 0.0) * 1e6);
   }
   topics_ = &target_->begin(head_);
 }

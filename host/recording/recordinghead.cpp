@@ -5,6 +5,7 @@
 #include <limits>
 #include <nlohmann/json.hpp>
 
+#include "host/base/clocks.h"
 #include "host/base/visible.h"
 
 namespace host {
@@ -13,7 +14,6 @@ namespace {
 constexpr char recordName[] = "torvex";
 constexpr char headFormat[] = "1";
 constexpr std::size_t mostColumns = std::size_t{2} * simulation::maxAttributes;
-constexpr std::uint64_t msNs = 1'000'000;
 /// No fields of it are single numbers, so that limits stay as they are.
 using WideJson = nlohmann::ordered_json;
 
@@ -130,11 +130,14 @@ void readLayout(const WideJson& layout, RecordingHead& head) {
 }  // namespace
 
 std::uint64_t RecordingHead::timeNs(std::int64_t machineMs) const {
-  return originNs + static_cast<std::uint64_t>(std::max(machineMs, std::int64_t{0})) * msNs;
+  return originNs +
+         static_cast<std::uint64_t>(std::max(machineMs, std::int64_t{0})) * std::uint64_t{nsPerMs};
 }
 
 std::int64_t RecordingHead::machineMs(std::uint64_t timeNs) const {
-  return timeNs < originNs ? 0 : static_cast<std::int64_t>((timeNs - originNs) / msNs);
+  return timeNs < originNs
+             ? 0
+             : static_cast<std::int64_t>((timeNs - originNs) / std::uint64_t{nsPerMs});
 }
 
 McapMetadata RecordingHead::metadata() const {

@@ -6,6 +6,7 @@
 #include <cmath>
 #include <nlohmann/json.hpp>
 
+#include "host/base/clocks.h"
 #include "host/base/counted.h"
 #include "host/base/visible.h"
 #include "host/motion/intake.h"
@@ -137,7 +138,7 @@ void Findings::note(const Event& event, double excess, const std::string& text) 
 }
 
 double Findings::secondsOf(std::int64_t timeMs) const {
-  return static_cast<double>(timeMs - std::int64_t{plan_.schedule.approachMs}) / 1000.0;
+  return inSeconds(timeMs - std::int64_t{plan_.schedule.approachMs});
 }
 
 double Findings::secondsOf(double timeMs) const {

@@ -7,6 +7,7 @@
 #include <iterator>
 #include <string_view>
 
+#include "host/base/clocks.h"
 #include "host/base/counted.h"
 #include "host/base/values.h"
 #include "host/base/visible.h"
@@ -166,15 +167,15 @@ std::string paceReport(const PaceCount& pace) {
 }
 
 std::string describe(const CommandBatch& batch) {
-  std::string size = fmt::format("{} on {} in {:.3f} s", counted(batch.size(), "point"),
-                                 counted(batch.actuators.size(), "actuator"),
-                                 static_cast<double>(batch.lastMs()) / 1000.0);
+  std::string size =
+      fmt::format("{} on {} in {:.3f} s", counted(batch.size(), "point"),
+                  counted(batch.actuators.size(), "actuator"), inSeconds(batch.lastMs()));
   if (batch.repeat > 1) {
     size += fmt::format(", {} rounds", batch.repeat);
   }
   return batch.atMs
              ? fmt::format("batch    {} at {:.3f} s: {} ({}:{})\n", modeName(batch),
-                           *batch.atMs / 1000.0, size, visible(batch.path), batch.location.line)
+                           inSeconds(*batch.atMs), size, visible(batch.path), batch.location.line)
              : fmt::format("motion   {} ({})\n", size, visible(batch.path));
 }
 

@@ -7,6 +7,7 @@
 #include <nlohmann/json.hpp>
 #include <utility>
 
+#include "host/base/clocks.h"
 #include "host/input/motionfile.h"
 #include "host/motion/plan.h"
 #include "host/server/commandjson.h"
@@ -136,11 +137,10 @@ void Commands::sendMotions(const std::string& body, std::uint64_t ticket, const 
   const std::int64_t nextMs = torvex_.engine().now().timeMs + cyclesAhead * torvex_.cycleMs();
   const std::int64_t beginMs = read->atMs.value_or(nextMs);
   if (beginMs < nextMs) {
-    throw Refused(
-        {409, "late", "/at",
-         fmt::format("at must be {:.3f} s of machine time or later, {:.3f} has passed",
-                     static_cast<double>(nextMs) / 1000.0, static_cast<double>(beginMs) / 1000.0),
-         Json::object()});
+    throw Refused({409, "late", "/at",
+                   fmt::format("at must be {:.3f} s of machine time or later, {:.3f} has passed",
+                               inSeconds(nextMs), inSeconds(beginMs)),
+                   Json::object()});
   }
   for (const ScheduledBatch& planned : read->plan.batches) {
     ScheduledBatch batch = planned;

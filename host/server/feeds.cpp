@@ -9,7 +9,7 @@
 #include <numeric>
 #include <utility>
 
-#include "host/engine/wallclock.h"
+#include "host/base/clocks.h"
 #include "host/results/eventjson.h"
 
 namespace host {
@@ -113,10 +113,10 @@ std::string EventFeed::missedLine(std::uint64_t first, const EventRing::Counts& 
 }
 
 LiveFeed::LiveFeed(LiveValues values, std::int64_t periodNs)
-    : values_(std::move(values)), periodNs_(periodNs), dueNs_(wallNs()) {}
+    : values_(std::move(values)), periodNs_(periodNs), dueNs_(bootNs()) {}
 
 std::string LiveFeed::next() {
-  const std::int64_t lateNs = wallNs() - dueNs_;
+  const std::int64_t lateNs = bootNs() - dueNs_;
   if (lateNs < 0) {
     return {};
   }
@@ -135,7 +135,7 @@ std::string LiveFeed::next() {
 }
 
 CycleFeed::CycleFeed(const CycleRing& ring, std::vector<std::size_t> columns, std::int64_t periodNs)
-    : ring_(ring), columns_(std::move(columns)), periodNs_(periodNs), dueNs_(wallNs()) {}
+    : ring_(ring), columns_(std::move(columns)), periodNs_(periodNs), dueNs_(bootNs()) {}
 
 std::string CycleFeed::beginning() const {
   Json keys = Json::array();
@@ -151,7 +151,7 @@ std::string CycleFeed::next() {
     told_ = ring_.count();
     return beginning();
   }
-  const std::int64_t nowNs = wallNs();
+  const std::int64_t nowNs = bootNs();
   const std::uint64_t latest = ring_.count();
   if (nowNs < dueNs_ || *told_ == latest) {
     return {};

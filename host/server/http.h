@@ -21,7 +21,7 @@ struct Request {
   std::string body;
   /// Numbers the connections of a door.
   std::uint64_t connection = 0;
-  /// When its head was here, on the clock of `wallNs`.
+  /// When its head was here, on the clock of `bootNs`.
   std::int64_t receivedNs = 0;
   /// Wants a WebSocket.
   bool isUpgrade = false;

@@ -2,13 +2,14 @@
 
 #include <algorithm>
 
+#include "host/base/clocks.h"
 #include "host/server/access.h"
 
 namespace host {
 
 std::string Links::make(std::int64_t nowNs) {
   constexpr std::size_t most = 16;
-  constexpr std::int64_t lifeNs = 600'000'000'000;
+  constexpr std::int64_t lifeNs = 600 * nsPerSecond;
   keys_.push_back({randomToken(), nowNs + lifeNs});
   if (keys_.size() > most) {
     keys_.pop_front();

@@ -7,7 +7,7 @@
 namespace host {
 
 /// Keys that let a browser in: each once, for ten minutes. One thread at a time. Times are those
-/// of `wallNs`.
+/// of `bootNs`.
 class Links {
  public:
   /// A new key that nobody can foresee. The oldest one ends where too many wait.

@@ -3,23 +3,18 @@
 #include <unistd.h>
 
 #include <algorithm>
-#include <chrono>
 #include <cmath>
 #include <map>
 #include <nlohmann/json.hpp>
 #include <optional>
 
-#include "host/engine/wallclock.h"
+#include "host/base/clocks.h"
 #include "host/server/access.h"
 #include "host/server/bounds.h"
 #include "host/server/commandjson.h"
 
 namespace host {
 namespace {
-
-std::int64_t nowMs() {
-  return std::chrono::system_clock::now().time_since_epoch() / std::chrono::milliseconds(1);
-}
 
 const char* nameOf(GuardMode guard) {
   switch (guard) {
@@ -60,7 +55,7 @@ MachineView::MachineView(const MachineModel& machine, Torvex& torvex, const Serv
       keys_(observer_),
       cycles_(torvex.engine(), machine),
       instance_(randomToken().substr(0, 16)),
-      startedMs_(nowMs()) {
+      startedMs_(wallNs() / nsPerMs) {
   torvex.setCycles(&cycles_);
 }
 
@@ -208,7 +203,7 @@ Json MachineView::clock(std::int64_t receivedNs) const {
           {"cycle_ms", torvex_.cycleMs()},
           {"overruns", now.pace.overruns},
           {"instance", instance_},
-          {"sent_ns", wallNs()}};
+          {"sent_ns", bootNs()}};
 }
 
 std::vector<std::size_t> MachineView::cycleColumns(const std::vector<std::string>& keys) const {

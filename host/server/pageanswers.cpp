@@ -4,7 +4,7 @@
 
 #include <utility>
 
-#include "host/engine/wallclock.h"
+#include "host/base/clocks.h"
 #include "host/server/query.h"
 #include "page/page.h"
 
@@ -49,7 +49,7 @@ Answer PageAnswers::answer(const Request& request) {
 Answer PageAnswers::entry(const std::string& key, bool isKnown) {
   Answer answer;
   answer.contentType = "text/plain; charset=utf-8";
-  const bool isKey = links_.use(key, wallNs());
+  const bool isKey = links_.use(key, bootNs());
   if (!isKey && !isKnown) {
     answer.status = 403;
     answer.body = usedLink;
@@ -64,7 +64,7 @@ Answer PageAnswers::entry(const std::string& key, bool isKnown) {
 }
 
 std::string PageAnswers::newLink() {
-  return address_.empty() ? "" : address_ + "/?link=" + links_.make(wallNs());
+  return address_.empty() ? "" : address_ + "/?link=" + links_.make(bootNs());
 }
 
 }  // namespace host

@@ -7,8 +7,8 @@
 #include <nlohmann/json.hpp>
 #include <utility>
 
+#include "host/base/clocks.h"
 #include "host/base/usererror.h"
-#include "host/engine/wallclock.h"
 #include "host/input/requestreader.h"
 #include "host/results/preferenceexport.h"
 #include "host/server/bounds.h"
@@ -272,7 +272,6 @@ void Service::getEvents(const Request& request, const Reply& reply) {
 }
 
 std::unique_ptr<Feed> Service::liveFeed(const Request& request) {
-  constexpr double nsPerSecond = 1e9;
   const Query query(request, {"key", "rate", "every_cycle"});
   const auto periodNs = static_cast<std::int64_t>(
       nsPerSecond / query.number("rate", 20, leastLiveRate, mostLiveRate));

@@ -13,7 +13,7 @@
 #include <string>
 #include <utility>
 
-#include "host/engine/wallclock.h"
+#include "host/base/clocks.h"
 #include "host/server/bounds.h"
 #include "host/server/chunkedlines.h"
 #include "host/server/deadline.h"
@@ -162,7 +162,7 @@ class HttpSession : public Session, public std::enable_shared_from_this<HttpSess
   void judgeHead() {
     const auto& head = parser_->get();
     request_ = Request();
-    request_.receivedNs = wallNs();
+    request_.receivedNs = bootNs();
     request_.method = text(head.method_string());
     isHead_ = head.method() == http::verb::head;
     request_.connection = number_;

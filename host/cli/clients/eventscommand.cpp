@@ -9,6 +9,7 @@
 #include <optional>
 #include <string>
 
+#include "host/base/clocks.h"
 #include "host/base/stopsignal.h"
 #include "host/base/visible.h"
 #include "host/cli/clients/client.h"
@@ -29,10 +30,9 @@ struct EventsOptions {
 
 /// NUMBER MACHINE_SECONDS KIND, and what else it has.
 std::string eventLine(const Json& event) {
-  constexpr double msPerSecond = 1000.0;
-  std::string line = fmt::format("{:6} {:10.3f} {:<11}", countOf(event, "number"),
-                                 static_cast<double>(numberOf(event, "machine_ms")) / msPerSecond,
-                                 visible(textOf(event, "kind")));
+  std::string line =
+      fmt::format("{:6} {:10.3f} {:<11}", countOf(event, "number"),
+                  inSeconds(numberOf(event, "machine_ms")), visible(textOf(event, "kind")));
   for (const auto& member : event.items()) {
     if (member.key() == "number" || member.key() == "kind" || member.key() == "machine_ms") {
       continue;

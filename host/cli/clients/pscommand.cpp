@@ -9,6 +9,7 @@
 #include <string>
 #include <vector>
 
+#include "host/base/clocks.h"
 #include "host/base/stopsignal.h"
 #include "host/base/visible.h"
 #include "host/cli/clients/client.h"
@@ -33,7 +34,6 @@ std::optional<Json> machineAt(const MachinePlace& place) {
 }
 
 std::string sinceText(const Json& machine) {
-  constexpr std::int64_t msPerSecond = 1000;
   const std::time_t started = numberOf(machine, "started_ms") / msPerSecond;
   return fmt::format("{:%Y-%m-%d %H:%M:%S}", fmt::localtime(started));
 }

@@ -3,8 +3,8 @@
 #include <cstdlib>
 #include <nlohmann/json.hpp>
 
+#include "host/base/clocks.h"
 #include "host/client/answer.h"
-#include "host/engine/wallclock.h"
 
 namespace host {
 namespace {
@@ -28,9 +28,9 @@ void ClockWatch::ask(DoorClient& door) {
   // Sums of it in nanoseconds do not overflow.
   constexpr std::int64_t mostMachineMs = std::int64_t{1} << 40;
   ClockExchange exchange;
-  exchange.askedNs = wallNs();
+  exchange.askedNs = bootNs();
   const Json answer = door.get("/v1/clock");
-  exchange.answeredNs = wallNs();
+  exchange.answeredNs = bootNs();
   exchange.receivedNs = stampIn(answer, "received_ns");
   exchange.sentNs = stampIn(answer, "sent_ns");
   const std::int64_t cycleMs = stampIn(answer, "cycle_ms");
@@ -57,14 +57,14 @@ void ClockWatch::ask(DoorClient& door) {
 void ClockWatch::askOften(DoorClient& door) {
   constexpr int times = 16;
   constexpr std::int64_t longestNs = 1000 * nsPerMs;
-  const std::int64_t beginNs = wallNs();
-  for (int i = 0; i < times && wallNs() < beginNs + longestNs; ++i) {
+  const std::int64_t beginNs = bootNs();
+  for (int i = 0; i < times && bootNs() < beginNs + longestNs; ++i) {
     ask(door);
   }
 }
 
 ClockOffset ClockWatch::offset() const {
-  return filter_.at(wallNs()).value_or(ClockOffset());
+  return filter_.at(bootNs()).value_or(ClockOffset());
 }
 
 FleetClock ClockWatch::clock() const {

@@ -9,7 +9,7 @@
 
 namespace host {
 
-/// What repeated exchanges tell of one machine's clock. The fleet's clock is `wallNs` of this
+/// What repeated exchanges tell of one machine's clock. The fleet's clock is `bootNs` of this
 /// computer.
 class ClockWatch {
  public:

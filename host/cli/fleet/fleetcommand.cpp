@@ -20,7 +20,6 @@
 #include "host/cli/options.h"
 #include "host/cli/output.h"
 #include "host/cli/status.h"
-#include "host/engine/wallclock.h"
 #include "host/results/table.h"
 
 namespace host {

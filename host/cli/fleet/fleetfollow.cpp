@@ -9,12 +9,12 @@
 #include <thread>
 #include <utility>
 
+#include "host/base/clocks.h"
 #include "host/base/counted.h"
 #include "host/base/stopsignal.h"
 #include "host/base/visible.h"
 #include "host/cli/fleet/commonstart.h"
 #include "host/cli/status.h"
-#include "host/engine/wallclock.h"
 
 namespace host {
 namespace {
@@ -65,7 +65,7 @@ class FleetFollower {
 
   /// One that has not told anything since before the start may be cut off, or stand still.
   void noteSilence(const Member& member, const Member::View& view, StartMark& mark) {
-    const std::int64_t silentNs = wallNs() - view.aliveNs;
+    const std::int64_t silentNs = bootNs() - view.aliveNs;
     if (mark.isSilenceSaid || view.phase != Member::Phase::committed || view.aliveNs > startNs_ ||
         silentNs <= mostSilentNs(view.clock)) {
       return;

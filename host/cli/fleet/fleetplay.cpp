@@ -11,6 +11,7 @@
 #include <thread>
 #include <utility>
 
+#include "host/base/clocks.h"
 #include "host/base/stopsignal.h"
 #include "host/base/visible.h"
 #include "host/cli/fleet/commonstart.h"
@@ -19,7 +20,6 @@
 #include "host/cli/fleet/member.h"
 #include "host/cli/fleet/startmark.h"
 #include "host/cli/status.h"
-#include "host/engine/wallclock.h"
 
 namespace host {
 namespace {
@@ -30,7 +30,7 @@ using Phase = Member::Phase;
 class FleetPlay {
  public:
   FleetPlay(const Fleet& fleet, const FleetPlayOptions& options)
-      : fleet_(fleet), options_(options), askedNs_(wallNs()) {
+      : fleet_(fleet), options_(options), askedNs_(bootNs()) {
     const auto motions = motionsOf(fleet, options.motions);
     for (std::size_t i = 0; i < motions.size(); ++i) {
       if (!motions[i].empty()) {
@@ -42,12 +42,12 @@ class FleetPlay {
   int run() {
     constexpr std::int64_t prepareNs = 30'000 * nsPerMs;
     constexpr std::int64_t enrolNs = 5'000 * nsPerMs;
-    if (!allReach(Phase::prepared, wallNs() + prepareNs)) {
+    if (!allReach(Phase::prepared, bootNs() + prepareNs)) {
       return cancel();
     }
     sayWarnings();
     each([](Member& member) { member.enrol(); });
-    if (!allReach(Phase::enrolled, wallNs() + enrolNs) || !waitForWish() || !chooseStart()) {
+    if (!allReach(Phase::enrolled, bootNs() + enrolNs) || !waitForWish() || !chooseStart()) {
       return cancel();
     }
     if (!allReach(Phase::sent, start_.startNs - lastCallNs_)) {
@@ -101,7 +101,7 @@ class FleetPlay {
       if (slow == nullptr) {
         return true;
       }
-      if (wallNs() > untilNs) {
+      if (bootNs() > untilNs) {
         blame(slow->name(), "did not answer in time");
         return false;
       }
@@ -115,7 +115,7 @@ class FleetPlay {
   bool allCommit() {
     bool isTold = false;
     while (areInStep()) {
-      const std::int64_t leftNs = start_.startNs - wallNs();
+      const std::int64_t leftNs = start_.startNs - bootNs();
       if (!isTold && leftNs <= lastCallNs_) {
         each([](Member& member) { member.go(); });
         isTold = true;
@@ -160,11 +160,11 @@ class FleetPlay {
       readingMs = std::max(readingMs, member.view().preparedInMs);
     }
     const std::int64_t untilNs = wishedNs() - beforeNs - 2 * readingMs * nsPerMs;
-    if (wallNs() < untilNs) {
+    if (bootNs() < untilNs) {
       complain(fmt::format("ready    the moment is chosen in {:.1f} s\n",
-                           inMs(untilNs - wallNs()) / 1000.0));
+                           inMs(untilNs - bootNs()) / 1000.0));
     }
-    while (wallNs() < untilNs && areInStep()) {
+    while (bootNs() < untilNs && areInStep()) {
       pause();
     }
     return isUnderWay();
@@ -211,10 +211,10 @@ class FleetPlay {
       marks_.push_back({view.machineZeroNs, view.overruns, view.contradictions});
       readingMs = std::max(readingMs, view.preparedInMs);
     }
-    const std::vector<FleetClock> clocks = clocksAt(wallNs());
+    const std::vector<FleetClock> clocks = clocksAt(bootNs());
     guardNs_ = startGuardNs(clocks);
     lastCallNs_ = lastCallNs(clocks);
-    return wallNs() + leastNs + guardNs_ + lastCallNs_ + readingMs * nsPerMs;
+    return bootNs() + leastNs + guardNs_ + lastCallNs_ + readingMs * nsPerMs;
   }
 
   /// The moment, and the word to all.
@@ -254,14 +254,13 @@ class FleetPlay {
     std::string moments;
     std::size_t i = 0;
     for (const Member& member : members_) {
-      moments +=
-          fmt::format("{}{} at {:.3f} s", moments.empty() ? "" : ", ", visible(member.name()),
-                      static_cast<double>(start_.atMs[i++]) / 1000.0);
+      moments += fmt::format("{}{} at {:.3f} s", moments.empty() ? "" : ", ",
+                             visible(member.name()), inSeconds(start_.atMs[i++]));
     }
     complain(fmt::format(
         "start    in {:.3f} s, at most {:.3f} ms apart (clocks to within {:.3f} "
         "ms); machine time: {}\n",
-        inMs(start_.startNs - wallNs()) / 1000.0, inMs(start_.apartNs), inMs(boundNs_), moments));
+        inMs(start_.startNs - bootNs()) / 1000.0, inMs(start_.apartNs), inMs(boundNs_), moments));
   }
 
   /// Nothing has come between, and all clocks go as they did when the moment was chosen.

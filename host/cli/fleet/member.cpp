@@ -10,10 +10,10 @@
 #include <string_view>
 #include <utility>
 
+#include "host/base/clocks.h"
 #include "host/cli/clients/motionrequest.h"
 #include "host/cli/status.h"
 #include "host/client/answer.h"
-#include "host/engine/wallclock.h"
 
 namespace host {
 namespace {
@@ -108,7 +108,7 @@ std::string Member::act() {
 
 void Member::prepare() {
   constexpr int longWaitMs = 10'000;
-  const std::int64_t beginNs = wallNs();
+  const std::int64_t beginNs = bootNs();
   Json answer;
   {
     DoorClient door(machine_.door, {longWaitMs, &abandoned_});
@@ -116,7 +116,7 @@ void Member::prepare() {
     answer = postMotions(door, motions_, body);
   }
   keys_ = keysIn(answer, played_);
-  const std::int64_t tookMs = (wallNs() - beginNs) / nsPerMs;
+  const std::int64_t tookMs = (bootNs() - beginNs) / nsPerMs;
   longLeaseMs_ = shortWaitMs + 2 * tookMs;
   {
     DoorClient door(machine_.door, {static_cast<int>(longLeaseMs_), &abandoned_});
@@ -170,7 +170,7 @@ void Member::doEnrol() {
                              {"on_loss", "stop"},
                              {"ends_with_connection", true}};
   key_ = textOf(door_->post("/v1/commanders", registration), "key");
-  renewedNs_ = wallNs();
+  renewedNs_ = bootNs();
   wakeFresh();
   events_ =
       std::make_unique<EventLines>(machine_.door, "/v1/events", Patience{shortWaitMs, &abandoned_});
@@ -182,10 +182,10 @@ void Member::send() {
   const Json body = {{"ignore_unknown_joints", ignoresUnknownJoints_},
                      {"dry_run", false},
                      {"commander", key_},
-                     {"at", static_cast<double>(atMs_) / 1000.0},
-                     {"approach", static_cast<double>(approachMs_) / 1000.0}};
+                     {"at", inSeconds(atMs_)},
+                     {"approach", inSeconds(approachMs_)}};
   answer_ = postMotions(*door_, motions_, body);
-  renewedNs_ = wallNs();
+  renewedNs_ = bootNs();
   played_ = Played();
   (void)keysIn(answer_, played_);
   if (numberOf(answer_, "machine_ms") >= atMs_) {
@@ -237,7 +237,7 @@ void Member::watchOver() {
   if (isToLeave()) {
     throw Leaves();
   }
-  if (wallNs() - watch_.askedNs() > askEveryNs) {
+  if (bootNs() - watch_.askedNs() > askEveryNs) {
     watch_.ask(*door_);
     tellClock();
   }
@@ -246,7 +246,7 @@ void Member::watchOver() {
     renew();
     enter(std::max(view_.phase, Phase::committed));
   }
-  if (!key_.empty() && wallNs() - renewedNs_ > leaseMs() * nsPerMs / renewals) {
+  if (!key_.empty() && bootNs() - renewedNs_ > leaseMs() * nsPerMs / renewals) {
     renew();
   }
 }
@@ -256,7 +256,7 @@ std::int64_t Member::leaseMs() const {
     return longLeaseMs_;
   }
   const FleetClock clock = watch_.clock();
-  return leaseBeforeStartNs(clock, clock.readingAt(atMs_) - wallNs()) / nsPerMs;
+  return leaseBeforeStartNs(clock, clock.readingAt(atMs_) - bootNs()) / nsPerMs;
 }
 
 void Member::renew() {
@@ -265,7 +265,7 @@ void Member::renew() {
   if (lengthMs < leastMs) {
     throw DoorClosed("it was not told in time to begin");
   }
-  renewedNs_ = wallNs();
+  renewedNs_ = bootNs();
   door_->post(fmt::format("/v1/commanders/{}/renew", key_), Json{{"lease_ms", lengthMs}});
 }
 

@@ -2,12 +2,12 @@
 
 #include <fmt/format.h>
 
-#include "host/engine/wallclock.h"
+#include "host/base/clocks.h"
 
 namespace host {
 
 std::string outOfStep(const Member::View& view, const StartMark* mark) {
-  const std::int64_t silenceNs = wallNs() - view.aliveNs;
+  const std::int64_t silenceNs = bootNs() - view.aliveNs;
   if (view.isHeldUp) {
     return "machine time stands still";
   }

@@ -7,6 +7,7 @@
 #include <memory>
 #include <nlohmann/json.hpp>
 
+#include "host/base/clocks.h"
 #include "host/base/counted.h"
 #include "host/base/stopsignal.h"
 #include "host/base/values.h"
@@ -24,14 +25,9 @@ struct InfoOptions {
   bool json = false;
 };
 
-double seconds(std::int64_t milliseconds) {
-  return static_cast<double>(milliseconds) / 1000.0;
-}
-
 /// As of ISO 8601, in UTC.
 std::string dateOf(std::uint64_t ns) {
-  constexpr std::uint64_t oneSecondNs = 1'000'000'000;
-  const auto time = static_cast<std::time_t>(ns / oneSecondNs);
+  const auto time = static_cast<std::time_t>(ns / std::uint64_t{nsPerSecond});
   std::tm parts{};
   gmtime_r(&time, &parts);
   char text[32];
@@ -104,16 +100,16 @@ std::string headText(const RecordingDigest& digest) {
                                  clock, head.cycleMs);
   if (!head.beginsAtStart()) {
     text += fmt::format(
-        "ring     for {} at {:.3f} s{}\n", visible(head.trigger), seconds(head.triggerMs),
+        "ring     for {} at {:.3f} s{}\n", visible(head.trigger), inSeconds(head.triggerMs),
         head.leftOut == 0 ? ""
                           : fmt::format(", {} left out before", counted(head.leftOut, "request")));
   }
   text += fmt::format("rows     {} in {:.3f} s\n", digest.rows,
-                      seconds(digest.lastMs - digest.firstMs));
+                      inSeconds(digest.lastMs - digest.firstMs));
   text += digest.gaps == 0
               ? "gaps     none\n"
               : fmt::format("gaps     {}, {:.3f} s in all, {:.3f} s the longest\n", digest.gaps,
-                            seconds(digest.gapMs), seconds(digest.longestGapMs));
+                            inSeconds(digest.gapMs), inSeconds(digest.longestGapMs));
   text += fmt::format("file     {} bytes in {} chunks, {}\n", digest.run.bytes,
                       digest.run.end.chunks, digest.run.end.isWhole ? "whole" : "not whole");
   for (const std::string& fault : digest.run.end.faults) {
@@ -136,7 +132,7 @@ std::string infoText(const RecordingDigest& digest) {
   }
   for (const RecordingDigest::Joint& joint : digest.joints) {
     text += fmt::format("{:<24} {:>11.4g} {:>7.3f} s\n", visible(joint.name), joint.worstError,
-                        seconds(joint.worstMs));
+                        inSeconds(joint.worstMs));
   }
   text += digest.events.empty() ? "" : "\nevents\n";
   for (const auto& [kind, count] : digest.events) {

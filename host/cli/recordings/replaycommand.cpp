@@ -9,6 +9,7 @@
 #include <string>
 #include <vector>
 
+#include "host/base/clocks.h"
 #include "host/base/outputpaths.h"
 #include "host/base/stopsignal.h"
 #include "host/base/values.h"
@@ -19,7 +20,6 @@
 #include "host/cli/status.h"
 #include "host/engine/torvex.h"
 #include "host/engine/trace.h"
-#include "host/engine/wallclock.h"
 
 namespace host {
 namespace {
@@ -53,8 +53,8 @@ class Pace {
       const auto ahead = static_cast<double>(timeMs - first(timeMs));
       const double aheadNs = std::min(ahead / *speed_ * 1e6, mostAheadNs);
       const std::int64_t dueNs = *beginNs_ + static_cast<std::int64_t>(aheadNs);
-      for (std::int64_t now = wallNs(); now < dueNs && StopSignal::received() == 0;
-           now = wallNs()) {
+      for (std::int64_t now = bootNs(); now < dueNs && StopSignal::received() == 0;
+           now = bootNs()) {
         sleepUntil(std::min(dueNs, now + stepNs));
       }
     }
@@ -62,13 +62,12 @@ class Pace {
   }
 
  private:
-  static constexpr double msPerSecond = 1000.0;
   static constexpr double mostSeconds = 1e15;
   static constexpr double mostAheadNs = 1e18;
 
   std::int64_t first(std::int64_t timeMs) {
     if (!beginNs_) {
-      beginNs_ = wallNs();
+      beginNs_ = bootNs();
       firstMs_ = timeMs;
     }
     return firstMs_;
@@ -105,10 +104,6 @@ Json replayJson(const ReplayResult& result) {
   return {{"cycles", result.cycles},     {"last_ms", result.lastMs},
           {"compared", result.compared}, {"different", result.different},
           {"first_difference", first},   {"faults", result.faults}};
-}
-
-double inSeconds(std::int64_t milliseconds) {
-  return static_cast<double>(milliseconds) / 1000.0;
 }
 
 std::string replayText(const ReplayResult& result) {

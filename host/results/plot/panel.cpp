@@ -7,6 +7,7 @@
 #include <cmath>
 #include <utility>
 
+#include "host/base/clocks.h"
 #include "host/base/values.h"
 #include "host/base/visible.h"
 #include "host/motion/limits.h"
@@ -55,8 +56,7 @@ Dots commanded(const std::vector<RunLog::Dot>& points, const simulation::Actuato
                std::int64_t approachMs) {
   Dots dots;
   for (const RunLog::Dot& point : points) {
-    dots.push_back({static_cast<double>(point.timeMs - approachMs) / 1000.0,
-                    commandedNumber(actuator, point.value)});
+    dots.push_back({inSeconds(point.timeMs - approachMs), commandedNumber(actuator, point.value)});
   }
   return dots;
 }
@@ -129,7 +129,7 @@ void addHandOvers(const RunLog::AxisLog& log, const Plan& plan, Panel& panel) {
       continue;  // of a client, or of no moment
     }
     const CommandBatch& commands = *plan.batches[number].commands;
-    const double seconds = static_cast<double>(*commands.atMs) / 1000.0;
+    const double seconds = inSeconds(*commands.atMs);
     const std::string mode = modeName(commands);
     if (panel.handOvers.empty() || panel.handOvers.back().seconds != seconds) {
       panel.handOvers.push_back({seconds, mode});
