@@ -2,7 +2,6 @@
 
 #include <charconv>
 #include <cmath>
-#include <map>
 #include <optional>
 #include <string>
 #include <system_error>
@@ -46,7 +45,7 @@ int priority(const std::string& text) {
 }
 
 Interpolation interpolationNamed(const std::string& text) {
-  const std::optional<Interpolation> interpolation = interpolationWithName(text);
+  const std::optional<Interpolation> interpolation = valueOf(interpolationWords, text);
   if (!interpolation) {
     refuseOption("--interpolation", "'" + text + "' is neither message, linear nor smooth");
   }
@@ -62,13 +61,11 @@ int processor(const std::string& text) {
 }
 
 GuardMode guardNamed(const std::string& text) {
-  static const std::map<std::string, GuardMode> modes = {
-      {"hold", GuardMode::hold}, {"warn", GuardMode::warn}, {"off", GuardMode::off}};
-  const auto mode = modes.find(text);
-  if (mode == modes.end()) {
+  const std::optional<GuardMode> mode = valueOf(guardModeWords, text);
+  if (!mode) {
     refuseOption("--guard", "'" + text + "' is none of hold, warn and off");
   }
-  return mode->second;
+  return *mode;
 }
 
 Late lateNamed(const std::string& text) {

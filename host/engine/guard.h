@@ -6,6 +6,7 @@
 #include <limits>
 #include <vector>
 
+#include "host/base/words.h"
 #include "host/input/machinemodel.h"
 #include "host/motion/ramp.h"
 #include "platform/hal/deviceattrgeneric.h"
@@ -19,6 +20,9 @@ enum class GuardMode {
   warn,  ///< it is told
   off,   ///< nothing
 };
+
+constexpr Word<GuardMode> guardModeWords[] = {
+    {"hold", GuardMode::hold}, {"warn", GuardMode::warn}, {"off", GuardMode::off}};
 
 /// What the guard has done to one axis, for the command thread: written by the cycle, read
 /// under the gate, save where it says otherwise.

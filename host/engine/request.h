@@ -7,6 +7,7 @@
 #include <string>
 #include <vector>
 
+#include "host/base/words.h"
 #include "host/motion/event.h"
 #include "host/motion/point.h"
 #include "host/motion/pointcounts.h"
@@ -40,6 +41,9 @@ struct CommandRequest {
 /// What becomes of the axes of a commander that is lost: its points are cleared and they ramp
 /// to rest, or its points run out.
 enum class LossRule : std::uint8_t { stop, runOut };
+
+constexpr Word<LossRule> lossRuleWords[] = {{"stop", LossRule::stop},
+                                            {"run_out", LossRule::runOut}};
 
 /// Who wants to own axes, and how.
 struct Enrolment {

@@ -3,7 +3,6 @@
 #include <fmt/format.h>
 
 #include <algorithm>
-#include <array>
 #include <cmath>
 #include <numeric>
 
@@ -14,16 +13,12 @@ namespace {
 
 using Fields = Document::Fields;
 
-constexpr std::array modes = {TimedCommand::MERGE, TimedCommand::REPLACE, TimedCommand::CLEAR_AFTER,
-                              TimedCommand::CLEAR_BEFORE};
-
 constexpr std::int64_t longestSeconds = Document::longestMs / 1000;
 
 TimedCommand::commandType readMode(const Document& document, const Node& node) {
   const std::string name = document.text(node, "mode");
-  const auto* const mode = std::find_if(
-      modes.begin(), modes.end(), [&](auto candidate) { return name == modeName(candidate); });
-  if (mode == modes.end()) {
+  const std::optional<TimedCommand::commandType> mode = valueOf(modeWords, name);
+  if (!mode) {
     document.fail(node, fmt::format("mode is '{}'; use merge, replace, clear_after or clear_before",
                                     name.substr(0, 40)));
   }
@@ -91,7 +86,7 @@ void readInterpolation(const PointReader& reader, const Node& node, CommandBatch
   const auto interpolates = [&](int actuator) {
     return actuator >= 0 && reader.machine().actuator(actuator).interpolates;
   };
-  batch.interpolation = interpolationWithName(name);
+  batch.interpolation = valueOf(interpolationWords, name);
   if (batch.interpolation) {
     return;
   }

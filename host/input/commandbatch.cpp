@@ -28,32 +28,8 @@ std::int64_t CommandBatch::lastMs() const {
   return times.empty() ? 0 : std::int64_t{repeat} * times.back();
 }
 
-std::optional<Interpolation> interpolationWithName(const std::string& name) {
-  if (name == "message") {
-    return Interpolation::message;
-  }
-  if (name == "linear") {
-    return Interpolation::linear;
-  }
-  return name == "smooth" ? std::optional(Interpolation::smooth) : std::nullopt;
-}
-
-const char* modeName(TimedCommand::commandType mode) {
-  switch (mode) {
-    case TimedCommand::REPLACE:
-      return "replace";
-    case TimedCommand::CLEAR_AFTER:
-      return "clear_after";
-    case TimedCommand::CLEAR_BEFORE:
-      return "clear_before";
-    case TimedCommand::MERGE:
-      break;
-  }
-  return "merge";
-}
-
 const char* modeName(const CommandBatch& batch) {
-  return batch.isStop ? "stop" : modeName(batch.mode);
+  return batch.isStop ? "stop" : wordFor(modeWords, batch.mode);
 }
 
 }  // namespace host

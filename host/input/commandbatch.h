@@ -7,6 +7,7 @@
 #include <vector>
 
 #include "host/base/usererror.h"
+#include "host/base/words.h"
 #include "host/input/machinemodel.h"
 #include "timedcommand/timedcommand.h"
 
@@ -19,8 +20,15 @@ enum class Interpolation : std::uint8_t {
   smooth,  ///< as `message`, with velocities for points that have none
 };
 
-/// The one with the name "message", "linear" or "smooth".
-std::optional<Interpolation> interpolationWithName(const std::string& name);
+constexpr Word<Interpolation> interpolationWords[] = {{"message", Interpolation::message},
+                                                      {"linear", Interpolation::linear},
+                                                      {"smooth", Interpolation::smooth}};
+
+constexpr Word<TimedCommand::commandType> modeWords[] = {
+    {"merge", TimedCommand::MERGE},
+    {"replace", TimedCommand::REPLACE},
+    {"clear_after", TimedCommand::CLEAR_AFTER},
+    {"clear_before", TimedCommand::CLEAR_BEFORE}};
 
 /// Commands that are handed over together: what some of a machine's actuators
 /// are to hold, and when. Times count from the start of the motion.
@@ -71,9 +79,7 @@ struct CommandBatch {
   [[nodiscard]] std::int64_t lastMs() const;
 };
 
-/// "merge", "replace", "clear_after" or "clear_before".
-const char* modeName(TimedCommand::commandType mode);
-/// The same of a batch, which may be a "stop".
+/// The word for its mode, or "stop".
 const char* modeName(const CommandBatch& batch);
 
 }  // namespace host

@@ -1,11 +1,8 @@
 #include "host/recording/journaljson.h"
 
 #include <algorithm>
-#include <array>
 #include <cmath>
-#include <limits>
 #include <nlohmann/json.hpp>
-#include <string>
 #include <utility>
 
 #include "host/recording/journalwords.h"
@@ -54,7 +51,6 @@ namespace {
 
 using journal::isReal;
 using journal::Kind;
-using journal::nameOf;
 
 /// Of one message.
 constexpr std::size_t mostValues = 4096;
@@ -103,7 +99,7 @@ void addHead(const JournalEntry& entry, Json& json) {
   json["mode"] = modeName(commands);
   json["moment_ms"] = batch.momentMs ? Json(*batch.momentMs) : Json();
   json["origin_ms"] = batch.originMs;
-  json["interpolation"] = nameOf(journal::interpolations, batch.interpolation);
+  json["interpolation"] = wordFor(interpolationWords, batch.interpolation);
   json["approaches"] = batch.approaches;
   json["repeat"] = commands.repeat;
   json["actuators"] = commands.actuators;
@@ -133,7 +129,7 @@ void addEnrolment(const Enrolment& enrolment, Json& json) {
   json["actuators"] = enrolment.axes;
   json["priority"] = enrolment.priority;
   json["lease_ms"] = enrolment.leaseMs ? Json(*enrolment.leaseMs) : Json();
-  json["on_loss"] = nameOf(journal::lossRules, enrolment.onLoss);
+  json["on_loss"] = wordFor(lossRuleWords, enrolment.onLoss);
 }
 
 }  // namespace
@@ -142,7 +138,7 @@ std::vector<Json> journalMessages(const JournalEntry& entry, const MachineModel&
   if (entry.kind == Kind::batch) {
     return batchMessages(entry, machine);
   }
-  Json json = entryJson(nameOf(journal::kinds, entry.kind), entry);
+  Json json = entryJson(wordFor(journal::kinds, entry.kind), entry);
   if (!entry.actuators.empty()) {
     json["actuators"] = entry.actuators;
   }
@@ -154,7 +150,7 @@ std::vector<Json> journalMessages(const JournalEntry& entry, const MachineModel&
       json["batch"] = entry.number;
       break;
     case Kind::stop:
-      json["by"] = nameOf(journal::stoppers, entry.number);
+      json["by"] = wordFor(journal::stoppers, entry.number);
       break;
     case Kind::enrol:
       addEnrolment(*entry.enrolment, json);

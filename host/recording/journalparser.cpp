@@ -54,7 +54,7 @@ std::shared_ptr<const Enrolment> enrolmentFrom(const Json& json, std::vector<int
   if (!json.at("lease_ms").is_null()) {
     enrolment->leaseMs = wholeFrom<std::int64_t>(json.at("lease_ms"), 0, mostMs);
   }
-  enrolment->onLoss = valueNamed(journal::lossRules, json.at("on_loss").get<std::string>());
+  enrolment->onLoss = valueNamed(lossRuleWords, json.at("on_loss").get<std::string>());
   return enrolment;
 }
 
@@ -138,13 +138,13 @@ JournalEntry JournalParser::batchFrom(const Json& message) {
   entry.batch.commands = commands;
   const auto mode = message.at("mode").get<std::string>();
   commands->isStop = mode == "stop";
-  commands->mode = commands->isStop ? TimedCommand::MERGE : valueNamed(journal::modes, mode);
+  commands->mode = commands->isStop ? TimedCommand::MERGE : valueNamed(modeWords, mode);
   if (!message.at("moment_ms").is_null()) {
     entry.batch.momentMs = timeFrom(message.at("moment_ms"));
   }
   entry.batch.originMs = timeFrom(message.at("origin_ms"));
   entry.batch.interpolation =
-      valueNamed(journal::interpolations, message.at("interpolation").get<std::string>());
+      valueNamed(interpolationWords, message.at("interpolation").get<std::string>());
   entry.batch.approaches = message.at("approaches").get<bool>();
   commands->repeat = wholeFrom<std::uint32_t>(message.at("repeat"));
   commands->actuators = actuatorsFrom(message.at("actuators"), machine_);

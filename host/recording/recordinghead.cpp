@@ -59,14 +59,12 @@ RecordedAxis axisFrom(const WideJson& json, std::size_t columns) {
   return axis;
 }
 
-constexpr const char* guards[] = {"hold", "warn", "off"};
-
-GuardMode guardNamed(const std::string& name) {
-  const auto* const found = std::find(std::begin(guards), std::end(guards), name);
-  if (found == std::end(guards)) {
+GuardMode guardFrom(const std::string& name) {
+  const std::optional<GuardMode> guard = valueOf(guardModeWords, name);
+  if (!guard) {
     throw RecordingFault("the recording was made with options that are not known");
   }
-  return static_cast<GuardMode>(found - std::begin(guards));
+  return *guard;
 }
 
 WideJson batchJson(const RecordedBatch& batch) {
@@ -96,7 +94,7 @@ void addJournal(const RecordingHead& head, McapTexts& values) {
   if (head.journal) {
     values["journal"] = std::to_string(*head.journal);
     values["start_tick"] = std::to_string(head.startTick);
-    values["guard"] = guards[static_cast<std::size_t>(head.guard)];
+    values["guard"] = wordFor(guardModeWords, head.guard);
   }
 }
 
@@ -105,7 +103,7 @@ void readJournal(const McapTexts& values, RecordingHead& head) {
   if (version != values.end()) {
     head.journal = static_cast<std::uint32_t>(std::stoul(version->second));
     head.startTick = static_cast<std::uint32_t>(std::stoul(values.at("start_tick")));
-    head.guard = guardNamed(values.at("guard"));
+    head.guard = guardFrom(values.at("guard"));
   }
 }
 

@@ -1,9 +1,8 @@
 #include "host/results/eventjson.h"
 
-#include <algorithm>
-#include <iterator>
 #include <nlohmann/json.hpp>
-#include <utility>
+
+#include "host/base/words.h"
 
 namespace host {
 namespace {
@@ -69,38 +68,37 @@ bool isAboutBatch(const Event& event) {
   }
 }
 
-constexpr std::pair<EventKind, const char*> kindNames[] = {
-    {EventKind::taken, "taken"},
-    {EventKind::reached, "reached"},
-    {EventKind::cleared, "cleared"},
-    {EventKind::late, "late"},
-    {EventKind::limited, "limited"},
-    {EventKind::steep, "steep"},
-    {EventKind::abrupt, "abrupt"},
-    {EventKind::beyond, "beyond"},
-    {EventKind::unstopped, "unstopped"},
-    {EventKind::refused, "refused"},
-    {EventKind::handedLate, "handed_late"},
-    {EventKind::guarded, "guarded"},
-    {EventKind::external, "external"},
-    {EventKind::stalled, "stalled"},
-    {EventKind::starved, "starved"},
-    {EventKind::droppedRows, "dropped_rows"},
-    {EventKind::recorded, "recorded"},
-    {EventKind::unrecorded, "unrecorded"},
-    {EventKind::stopped, "stopped"},
-    {EventKind::held, "held"},
-    {EventKind::released, "released"},
-    {EventKind::registered, "registered"},
-    {EventKind::lost, "lost"},
+constexpr Word<EventKind> kindWords[] = {
+    {"taken", EventKind::taken},
+    {"reached", EventKind::reached},
+    {"cleared", EventKind::cleared},
+    {"late", EventKind::late},
+    {"limited", EventKind::limited},
+    {"steep", EventKind::steep},
+    {"abrupt", EventKind::abrupt},
+    {"beyond", EventKind::beyond},
+    {"unstopped", EventKind::unstopped},
+    {"refused", EventKind::refused},
+    {"handed_late", EventKind::handedLate},
+    {"guarded", EventKind::guarded},
+    {"external", EventKind::external},
+    {"stalled", EventKind::stalled},
+    {"starved", EventKind::starved},
+    {"dropped_rows", EventKind::droppedRows},
+    {"recorded", EventKind::recorded},
+    {"unrecorded", EventKind::unrecorded},
+    {"stopped", EventKind::stopped},
+    {"held", EventKind::held},
+    {"released", EventKind::released},
+    {"registered", EventKind::registered},
+    {"lost", EventKind::lost},
+    {"uncertain", EventKind::uncertain},
 };
 
 }  // namespace
 
 const char* kindName(EventKind kind) {
-  const auto* const named = std::find_if(std::begin(kindNames), std::end(kindNames),
-                                         [&](const auto& each) { return each.first == kind; });
-  return named != std::end(kindNames) ? named->second : "uncertain";
+  return wordFor(kindWords, kind);
 }
 
 const char* reasonName(Fault fault) {

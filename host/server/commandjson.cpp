@@ -208,7 +208,7 @@ Json commanderJson(const MachineModel& machine, CommanderId id, const Enrolment&
           {"axes", namesOf(machine, enrolment.axes)},
           {"priority", enrolment.priority},
           {"lease_ms", enrolment.leaseMs ? Json(*enrolment.leaseMs) : Json()},
-          {"on_loss", enrolment.onLoss == LossRule::stop ? "stop" : "run_out"}};
+          {"on_loss", wordFor(lossRuleWords, enrolment.onLoss)}};
 }
 
 }  // namespace host

@@ -53,11 +53,11 @@ void readLease(const Document& document, const Document::Fields& fields, Registr
   });
   readLength(document, fields, wanted.enrolment.leaseMs);
   document.field(fields, "on_loss", [&](const Node& node) {
-    const std::string name = document.text(node, "on_loss");
-    if (name != "stop" && name != "run_out") {
+    const std::optional<LossRule> rule = valueOf(lossRuleWords, document.text(node, "on_loss"));
+    if (!rule) {
       document.fail(node, "on_loss must be stop or run_out");
     }
-    wanted.enrolment.onLoss = name == "stop" ? LossRule::stop : LossRule::runOut;
+    wanted.enrolment.onLoss = *rule;
   });
   document.field(fields, "ends_with_connection", [&](const Node& node) {
     wanted.endsWithConnection = document.truth(node, "ends_with_connection");

@@ -16,18 +16,6 @@
 namespace host {
 namespace {
 
-const char* nameOf(GuardMode guard) {
-  switch (guard) {
-    case GuardMode::hold:
-      return "hold";
-    case GuardMode::warn:
-      return "warn";
-    case GuardMode::off:
-      break;
-  }
-  return "off";
-}
-
 Json boundsJson() {
   return {{"body_bytes", bounds::bodyBytes},
           {"header_bytes", bounds::headBytes},
@@ -109,7 +97,7 @@ Json MachineView::describe() const {
           {"cycle_ms", torvex_.cycleMs()},
           {"machine_ms", torvex_.engine().now().timeMs},
           {"strict", options_.strict},
-          {"guard", nameOf(options_.guard)},
+          {"guard", wordFor(guardModeWords, options_.guard)},
           {"held", isHeld},
           {"axes", std::move(axes)},
           {"followers", followers()},

@@ -48,7 +48,7 @@ void readOptions(const Document& document, const Document::Fields& fields, Wante
     wanted.options.ignoreUnknownJoints = document.truth(node, "ignore_unknown_joints");
   });
   document.field(fields, "interpolation", [&](const Node& node) {
-    const auto given = interpolationWithName(document.text(node, "interpolation"));
+    const auto given = valueOf(interpolationWords, document.text(node, "interpolation"));
     if (!given) {
       document.fail(node, "interpolation must be message, linear or smooth");
     }

@@ -2,14 +2,11 @@
 
 #include <fmt/format.h>
 
-#include <algorithm>
 #include <filesystem>
-#include <iterator>
 #include <memory>
 #include <nlohmann/json.hpp>
 #include <optional>
 #include <string>
-#include <string_view>
 #include <vector>
 
 #include "host/base/textfile.h"
@@ -19,6 +16,7 @@
 #include "host/cli/status.h"
 #include "host/client/doorclient.h"
 #include "host/client/doors.h"
+#include "host/input/commandbatch.h"
 #include "host/input/motiontexts.h"
 
 namespace host {
@@ -63,8 +61,7 @@ std::string fieldName(const SendOptions& options, const std::string& path) {
 }
 
 std::string modeNamed(const std::string& text) {
-  constexpr std::string_view modes[] = {"merge", "replace", "clear_after", "clear_before"};
-  if (std::find(std::begin(modes), std::end(modes), text) == std::end(modes)) {
+  if (!valueOf(modeWords, text)) {
     refuseOption("--mode",
                  "'" + text + "' is none of merge, replace, clear_after and clear_before");
   }

@@ -34,10 +34,7 @@ Plan planOf(const RecordingHead& head) {
   for (const RecordedBatch& recorded : head.batches) {
     const auto batch = std::make_shared<CommandBatch>();
     batch->isStop = recorded.mode == "stop";
-    for (const auto mode :
-         {TimedCommand::REPLACE, TimedCommand::CLEAR_AFTER, TimedCommand::CLEAR_BEFORE}) {
-      batch->mode = recorded.mode == modeName(mode) ? mode : batch->mode;
-    }
+    batch->mode = valueOf(modeWords, recorded.mode).value_or(TimedCommand::MERGE);
     if (recorded.atMs) {
       batch->atMs = static_cast<std::uint32_t>(*recorded.atMs);
     }
