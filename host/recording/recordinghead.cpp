@@ -14,6 +14,7 @@ namespace {
 constexpr char recordName[] = "torvex";
 constexpr char headFormat[] = "1";
 constexpr std::size_t mostColumns = std::size_t{2} * simulation::maxAttributes;
+
 /// No fields of it are single numbers, so that limits stay as they are.
 using WideJson = nlohmann::ordered_json;
 

@@ -8,6 +8,8 @@
 #include <cerrno>
 #include <system_error>
 
+#include "host/server/refused.h"
+
 namespace host {
 namespace {
 

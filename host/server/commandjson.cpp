@@ -88,12 +88,9 @@ Json namesOf(const MachineModel& machine, const std::vector<int>& axes) {
 }
 
 RequestFault faultOf(const MachineModel& machine, const Denial& denial, const std::string& path) {
-  RequestFault refused;
-  refused.status = statusOf(denial.reason);
-  refused.reason = reasonName(denial.reason);
-  refused.path = path;
   const std::string name = denial.actuator < 0 ? "" : machine.actuator(denial.actuator).name;
-  refused.message = textOf(denial, visible(name));
+  RequestFault refused{statusOf(denial.reason), reasonName(denial.reason),
+                       textOf(denial, visible(name)), path};
   if (denial.actuator >= 0) {
     refused.figures["key"] = valueKey(machine.actuator(denial.actuator));
   }

@@ -40,8 +40,8 @@ std::string keyIn(const Request& request) {
   return request.path.substr(begin, request.path.find('/', begin) - begin);
 }
 
-RequestFault unknownCommander(const char* path) {
-  return {404, "unknown", path, "there is no such commander, or it has ended", Json::object()};
+Refused unknownCommander(const char* path) {
+  return Refused({404, "unknown", "there is no such commander, or it has ended", path});
 }
 
 }  // namespace
@@ -73,7 +73,7 @@ void Commands::readLater(Worker& worker, const Request& request, const Reply& re
     answering(reply, [&] { read(body, ticket); });
   });
   if (!hasRoom) {
-    throw Refused({503, "busy", "", "too many requests wait for their turn", Json::object()});
+    throw Refused({503, "busy", "too many requests wait for their turn"});
   }
 }
 
@@ -137,10 +137,10 @@ void Commands::sendMotions(const std::string& body, std::uint64_t ticket, const 
   const std::int64_t nextMs = torvex_.engine().now().timeMs + cyclesAhead * torvex_.cycleMs();
   const std::int64_t beginMs = read->atMs.value_or(nextMs);
   if (beginMs < nextMs) {
-    throw Refused({409, "late", "/at",
+    throw Refused({409, "late",
                    fmt::format("at must be {:.3f} s of machine time or later, {:.3f} has passed",
                                inSeconds(nextMs), inSeconds(beginMs)),
-                   Json::object()});
+                   "/at"});
   }
   for (const ScheduledBatch& planned : read->plan.batches) {
     ScheduledBatch batch = planned;
@@ -183,8 +183,8 @@ void Commands::send(const std::shared_ptr<const Sent>& sent, std::uint64_t ticke
   const auto stopped = stops_.unlessStopped(ticket, sent->batches,
                                             [&] { desk().request(std::move(request), answered); });
   if (stopped) {
-    throw Refused({409, "stopped", sent->batches[*stopped]->path,
-                   "a stop or a hold came after it, before it was read", Json::object()});
+    throw Refused({409, "stopped", "a stop or a hold came after it, before it was read",
+                   sent->batches[*stopped]->path});
   }
 }
 
@@ -296,7 +296,7 @@ CommanderId Commands::commanderOf(const std::optional<std::string>& key) const {
   }
   const CommanderId id = keys_.find(*key);
   if (id == nobody) {
-    throw Refused(unknownCommander("/commander"));
+    throw unknownCommander("/commander");
   }
   return id;
 }
@@ -304,7 +304,7 @@ CommanderId Commands::commanderOf(const std::optional<std::string>& key) const {
 std::function<void()> Commands::renewing(const std::string& key) {
   const CommanderId id = keys_.find(key);
   if (id == nobody) {
-    throw Refused(unknownCommander("?commander"));
+    throw unknownCommander("?commander");
   }
   return [this, id] { desk().renew(id, {}, {}); };
 }

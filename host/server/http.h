@@ -106,8 +106,4 @@ class Handler {
   virtual void connectionEnded(std::uint64_t connection) = 0;
 };
 
-/// The answer that refuses with this reason.
-Answer refusal(unsigned status, const char* reason, const std::string& message,
-               const std::string& path = "");
-
 }  // namespace host

@@ -67,9 +67,8 @@ Answer Meshes::answer(const std::string& path) const {
       return answer;
     }
   }
-  throw Refused({404, "unknown", "",
-                 fmt::format("there is no '{}' in the folders of --package-path", visible(path)),
-                 Json::object()});
+  throw Refused({404, "unknown",
+                 fmt::format("there is no '{}' in the folders of --package-path", visible(path))});
 }
 
 }  // namespace host

@@ -88,7 +88,7 @@ Wanted readWanted(const std::string& text, MotionRequest& request) {
       where["line"] = entry.location.line;
       where["column"] = entry.location.column;
     }
-    faults.push_back({400, "invalid", "/files", entry.text, std::move(where)});
+    faults.push_back({400, "invalid", entry.text, "/files", std::move(where)});
   }
   throw Refused(std::move(faults));
 }
@@ -101,9 +101,9 @@ MotionRequest readMotionRequest(const std::string& text, const MachineModel& mac
   Wanted wanted = readWanted(text, request);
   wanted.timing.cycleMs = static_cast<std::uint32_t>(cycleMs);
   if (!wanted.files && folder == nullptr) {
-    throw Refused({400, "invalid", "/files",
+    throw Refused({400, "invalid",
                    "files is missing, and the machine has no folder of motions (--motions)",
-                   Json::object()});
+                   "/files"});
   }
   const MotionsOfClient files(
       std::move(wanted.files).value_or(std::map<std::string, std::string>()));
@@ -115,7 +115,7 @@ MotionRequest readMotionRequest(const std::string& text, const MachineModel& mac
     if (files.missing().empty()) {
       refuseFiles(error);
     }
-    throw Refused({422, "needs_file", "/files", fmt::format("'{}' is needed", files.missing()),
+    throw Refused({422, "needs_file", fmt::format("'{}' is needed", files.missing()), "/files",
                    Json{{"file", files.missing()}}});
   }
   return request;

@@ -11,10 +11,7 @@ namespace host {
 namespace {
 
 [[noreturn]] void refuse(const std::string& name, const std::string& what) {
-  RequestFault refused;
-  refused.path = "?" + name;
-  refused.message = what;
-  throw Refused(std::move(refused));
+  throw Refused({400, "invalid", what, "?" + name});
 }
 
 }  // namespace

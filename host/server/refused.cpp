@@ -7,9 +7,9 @@
 namespace host {
 namespace {
 
-Json jsonOf(const RequestFault& refusal) {
-  Json json = {{"reason", refusal.reason}, {"path", refusal.path}, {"message", refusal.message}};
-  for (const auto& [name, figure] : refusal.figures.items()) {
+Json jsonOf(const RequestFault& fault) {
+  Json json = {{"reason", fault.reason}, {"path", fault.path}, {"message", fault.message}};
+  for (const auto& [name, figure] : fault.figures.items()) {
     json[name] = figure;
   }
   return json;
@@ -24,37 +24,34 @@ Answer answerOf(const Json& json, unsigned status) {
   return answer;
 }
 
-Answer answerOf(const std::vector<RequestFault>& refusals) {
-  Json error = jsonOf(refusals.front());
-  if (refusals.size() > 1) {
+Answer answerOf(const std::vector<RequestFault>& faults) {
+  Json error = jsonOf(faults.front());
+  if (faults.size() > 1) {
     Json all = Json::array();
-    for (const RequestFault& refusal : refusals) {
-      all.push_back(jsonOf(refusal));
+    for (const RequestFault& fault : faults) {
+      all.push_back(jsonOf(fault));
     }
     error["errors"] = std::move(all);
   }
-  return answerOf({{"error", std::move(error)}}, refusals.front().status);
+  return answerOf({{"error", std::move(error)}}, faults.front().status);
 }
 
 Answer answerOf(const UserError& error) {
   constexpr std::size_t most = 100;
-  std::vector<RequestFault> refusals;
+  std::vector<RequestFault> faults;
   for (const UserError::Entry& entry : error.entries()) {
-    RequestFault refused;
-    refused.path = entry.path;
-    refused.message = entry.text;
-    refusals.push_back(std::move(refused));
-    if (refusals.size() == most) {
+    faults.push_back({400, "invalid", entry.text, entry.path});
+    if (faults.size() == most) {
       break;
     }
   }
-  return answerOf(refusals);
+  return answerOf(faults);
 }
 
 void requireJson(const Request& request) {
   static const std::string json = "application/json";
   if (request.contentType.rfind(json, 0) != 0) {
-    throw Refused({415, "type", "", "the body must be " + json, Json::object()});
+    throw Refused({415, "type", "the body must be " + json});
   }
 }
 
@@ -72,14 +69,8 @@ void answering(const Handler::Reply& reply, const std::function<void()>& make) {
   }
 }
 
-Answer refusal(unsigned status, const char* reason, const std::string& message,
-               const std::string& path) {
-  RequestFault refused;
-  refused.status = status;
-  refused.reason = reason;
-  refused.path = path;
-  refused.message = message;
-  return answerOf({refused});
+Answer refusal(unsigned status, const char* reason, const std::string& message) {
+  return answerOf(std::vector<RequestFault>{{status, reason, message}});
 }
 
 }  // namespace host

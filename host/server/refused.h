@@ -17,9 +17,9 @@ namespace host {
 struct RequestFault {
   unsigned status = 400;
   const char* reason = "invalid";
+  std::string message = {};
   /// The field, as a JSON pointer, or ?NAME for a part of the query.
-  std::string path;
-  std::string message;
+  std::string path = {};
   /// Further members, as the interface has them.
   Json figures = Json::object();
 };
@@ -37,9 +37,11 @@ class Refused : public std::exception {
 };
 
 /// At least one; the first decides the status.
-Answer answerOf(const std::vector<RequestFault>& refusals);
+Answer answerOf(const std::vector<RequestFault>& faults);
 Answer answerOf(const UserError& error);
 Answer answerOf(const Json& json, unsigned status = 200);
+/// That refuses for this reason.
+Answer refusal(unsigned status, const char* reason, const std::string& message);
 
 /// Throws `Refused` when a body is not said to be JSON.
 void requireJson(const Request& request);

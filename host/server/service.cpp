@@ -19,16 +19,6 @@
 namespace host {
 namespace {
 
-RequestFault refusedWith(unsigned status, const char* reason, std::string message,
-                         std::string path = "") {
-  RequestFault refused;
-  refused.status = status;
-  refused.reason = reason;
-  refused.path = std::move(path);
-  refused.message = std::move(message);
-  return refused;
-}
-
 Json fileJson(const RingFiles::File& file) {
   constexpr const char* states[] = {"waiting", "written", "failed"};
   Json json = {{"file", file.name},
@@ -50,8 +40,7 @@ constexpr double mostLiveRate = 1000;
 std::vector<std::string> keysIn(const Query& query) {
   std::vector<std::string> keys = query.all("key");
   if (keys.size() > bounds::keys) {
-    throw Refused(
-        refusedWith(400, "invalid", fmt::format("more than {} keys", bounds::keys), "?key"));
+    throw Refused({400, "invalid", fmt::format("more than {} keys", bounds::keys), "?key"});
   }
   return keys;
 }
@@ -132,7 +121,7 @@ void Service::later(const Reply& reply, const std::function<Answer()>& make) {
     }
   });
   if (!hasRoom) {
-    throw Refused(refusedWith(503, "busy", "too many requests wait for their turn"));
+    throw Refused({503, "busy", "too many requests wait for their turn"});
   }
 }
 
@@ -153,9 +142,9 @@ const Service::Route& Service::routeOf(const Request& request) {
     others += (others.empty() ? "" : ", ") + std::string(route.method);
   }
   if (!others.empty()) {
-    throw Refused(refusedWith(405, "method", "use " + others));
+    throw Refused({405, "method", "use " + others});
   }
-  throw Refused(refusedWith(404, "unknown", "there is nothing at this path; see docs/api.md"));
+  throw Refused({404, "unknown", "there is nothing at this path; see docs/api.md"});
 }
 
 void Service::handle(Request request, const Reply& reply) {
@@ -197,7 +186,7 @@ void Service::getMachine(const Request& request, const Reply& reply) {
 void Service::getDescription(const Request& request, const Reply& reply) {
   const Query query(request, {});
   if (machine_.urdf == nullptr) {
-    throw Refused(refusedWith(404, "unknown", "the machine has no URDF"));
+    throw Refused({404, "unknown", "the machine has no URDF"});
   }
   Answer answer;
   answer.contentType = "application/xml";
@@ -228,7 +217,7 @@ void Service::getValues(const Request& request, const Reply& reply) {
   try {
     reply(answerOf(view_.values(keysIn(query))));
   } catch (const simulation::Error& error) {
-    throw Refused(refusedWith(404, "unknown", error.what(), "?key"));
+    throw Refused({404, "unknown", error.what(), "?key"});
   }
 }
 
@@ -248,7 +237,7 @@ std::unique_ptr<Feed> Service::eventFeed(const Request& request) {
   const EventRing& ring = torvex_.engine().events();
   const std::optional<std::uint64_t> since = query.wholeNumber("since");
   if (since && *since > ring.cursorAt(std::nullopt).next) {
-    throw Refused(refusedWith(400, "invalid", "there is no event of this number yet", "?since"));
+    throw Refused({400, "invalid", "there is no event of this number yet", "?since"});
   }
   const std::optional<std::string> commander = query.text("commander");
   std::function<void()> renew;
@@ -281,7 +270,7 @@ std::unique_ptr<Feed> Service::liveFeed(const Request& request) {
   }
   std::vector<std::size_t> columns = view_.cycleColumns(keysIn(query));
   if (columns.empty()) {
-    throw Refused(refusedWith(400, "invalid", "cycles write none of these", "?key"));
+    throw Refused({400, "invalid", "cycles write none of these", "?key"});
   }
   return std::make_unique<CycleFeed>(view_.cycles(), std::move(columns), periodNs);
 }
@@ -289,7 +278,7 @@ std::unique_ptr<Feed> Service::liveFeed(const Request& request) {
 /// What `feedFor` refused.
 void Service::getLive(const Request& request, const Reply& /*reply*/) {
   (void)liveFeed(request);
-  throw Refused(refusedWith(400, "invalid", "these values are for a WebSocket"));
+  throw Refused({400, "invalid", "these values are for a WebSocket"});
 }
 
 std::unique_ptr<Feed> Service::feedFor(const Request& request) {
@@ -312,7 +301,7 @@ void Service::postLink(const Request& request, const Reply& reply) {
   const Query query(request, {});
   const std::string link = page_.newLink();
   if (link.empty()) {
-    throw Refused(refusedWith(404, "unknown", "this machine has no page; serve it with --http"));
+    throw Refused({404, "unknown", "this machine has no page; serve it with --http"});
   }
   reply(answerOf(Json{{"link", link}}, 201));
 }
@@ -354,12 +343,11 @@ void Service::getRecordings(const Request& request, const Reply& reply) {
 void Service::postRecording(const Request& request, const Reply& reply) {
   const Query query(request, {});
   if (options_.ring == nullptr) {
-    throw Refused(
-        refusedWith(404, "unknown", "there is no ring; begin with --record-ring SECONDS"));
+    throw Refused({404, "unknown", "there is no ring; begin with --record-ring SECONDS"});
   }
   const RingFiles::Granted granted = options_.ring->ask("request");
   if (!granted.file) {
-    throw Refused(refusedWith(429, "too_often", granted.refusal));
+    throw Refused({429, "too_often", granted.refusal});
   }
   reply(answerOf(fileJson(*granted.file), 202));
 }

@@ -18,6 +18,7 @@
 #include "host/server/chunkedlines.h"
 #include "host/server/deadline.h"
 #include "host/server/messagestream.h"
+#include "host/server/refused.h"
 #include "host/server/target.h"
 #include "host/server/turn.h"
 
