@@ -34,25 +34,15 @@ ScheduledBatch scheduled(const RequestedBatch& batch) {
   return scheduled;
 }
 
-/// The key in /v1/commanders/KEY...
-std::string keyIn(const Request& request) {
-  const std::size_t begin = std::string("/v1/commanders/").size();
-  return request.path.substr(begin, request.path.find('/', begin) - begin);
-}
-
-Refused unknownCommander(const char* path) {
-  return Refused({404, "unknown", "there is no such commander, or it has ended", path});
-}
-
 }  // namespace
 
-Commands::Commands(const MachineView& view, Torvex& torvex, bool isStrict,
-                   const MotionFolder* motions)
-    : view_(view), torvex_(torvex), isStrict_(isStrict), motions_(motions), names_(view.machine()) {
-  for (const CommanderState& commander : desk().state().commanders) {
-    commanderNames_[commander.id] = commander.enrolment.name;
-  }
-}
+Commands::Commands(const MachineView& view, Torvex& torvex, const Registrations& registrations,
+                   bool isStrict, const MotionFolder* motions)
+    : view_(view),
+      torvex_(torvex),
+      registrations_(registrations),
+      isStrict_(isStrict),
+      motions_(motions) {}
 
 void Commands::readThen(const Request& request, const Reply& reply, const Read& read) {
   if (request.body.size() > shortBody) {
@@ -92,8 +82,8 @@ void Commands::motions(const Request& request, const Reply& reply) {
 }
 
 void Commands::sendBatches(const std::string& body, std::uint64_t ticket, const Reply& reply) {
-  const auto read = std::make_shared<BatchRequest>(readBatchRequest(body, names_));
-  const CommanderId commander = commanderOf(read->commander);
+  const auto read = std::make_shared<BatchRequest>(readBatchRequest(body, view_.actuatorNames()));
+  const CommanderId commander = registrations_.commanderOf(read->commander);
   if (read->isStop(torvex_.engine().now().timeMs) && !read->isDryRun) {
     std::set<int> axes;
     for (const RequestedBatch& batch : read->batches) {
@@ -130,7 +120,7 @@ void Commands::sendMotions(const std::string& body, std::uint64_t ticket, const 
   if (read->isDryRun) {
     sent->preview = printedPreview(machine, read->plan);
   }
-  sent->request.commander = commanderOf(read->commander);
+  sent->request.commander = registrations_.commanderOf(read->commander);
   sent->request.isDryRun = read->isDryRun;
   // Time for the command thread to take it.
   constexpr std::int64_t cyclesAhead = 3;
@@ -193,7 +183,8 @@ bool Commands::isStop(const Request& request) const {
     return false;
   }
   try {
-    return readBatchRequest(request.body, names_).isStop(torvex_.engine().now().timeMs);
+    return readBatchRequest(request.body, view_.actuatorNames())
+        .isStop(torvex_.engine().now().timeMs);
   } catch (const UserError&) {
     return false;
   }
@@ -201,7 +192,7 @@ bool Commands::isStop(const Request& request) const {
 
 void Commands::hold(const Request& request, const Reply& reply) {
   const Query query(request, {});
-  const std::vector<int> axes = readAxes(request.body, names_);
+  const std::vector<int> axes = readAxes(request.body, view_.actuatorNames());
   stops_.note(axes, [&] {
     desk().hold(axes, [this, reply](const CommandAnswer& answer) {
       reply.later([this, answer] { return axesAnswer(view_.machine(), answer); });
@@ -211,135 +202,10 @@ void Commands::hold(const Request& request, const Reply& reply) {
 
 void Commands::release(const Request& request, const Reply& reply) {
   const Query query(request, {});
-  desk().release(readAxes(request.body, names_), [this, reply](const CommandAnswer& answer) {
-    reply.later([this, answer] { return axesAnswer(view_.machine(), answer); });
-  });
-}
-
-void Commands::enrol(const Request& request, const Reply& reply) {
-  const Query query(request, {});
-  requireJson(request);
-  const Registration wanted = readRegistration(request.body, names_);
-  ++enrolling_[request.connection];
-  desk().enrol(wanted.enrolment,
-               [this, reply, wanted, connection = request.connection](const CommandAnswer& answer) {
-                 reply.later([this, answer, wanted, connection] {
-                   return enrolled(answer, wanted.enrolment, connection, wanted.endsWithConnection);
+  desk().release(readAxes(request.body, view_.actuatorNames()),
+                 [this, reply](const CommandAnswer& answer) {
+                   reply.later([this, answer] { return axesAnswer(view_.machine(), answer); });
                  });
-               });
-}
-
-Answer Commands::enrolled(const CommandAnswer& answer, const Enrolment& enrolment,
-                          std::uint64_t connection, bool endsWithConnection) {
-  if (--enrolling_[connection] == 0) {
-    enrolling_.erase(connection);
-  }
-  const bool isGone = gone_.count(connection) != 0;
-  if (enrolling_.count(connection) == 0) {
-    gone_.erase(connection);
-  }
-  if (!answer.isDone()) {
-    return denialAnswer(view_.machine(), answer.denial, "/axes");
-  }
-  constexpr std::size_t mostNames = 10'000;
-  commanderNames_[answer.commander] = enrolment.name;
-  if (commanderNames_.size() > mostNames) {
-    commanderNames_.erase(commanderNames_.begin());
-  }
-  Json told = commanderJson(view_.machine(), answer.commander, enrolment);
-  if (isGone && endsWithConnection) {
-    desk().disconnect(answer.commander);
-  } else {
-    forgetLost(answer.timeMs);
-    known_[answer.commander] = {enrolment, endsWithConnection ? connection : 0, answer.timeMs};
-    told["key"] = keys_.give(answer.commander);
-  }
-  return answerOf(told, 201);
-}
-
-void Commands::renew(const Request& request, const Reply& reply) {
-  const Query query(request, {});
-  const std::optional<std::int64_t> leaseMs = readRenewal(request.body);
-  desk().renew(keys_.find(keyIn(request)), leaseMs,
-               [this, reply, leaseMs](const CommandAnswer& answer) {
-                 reply.later([this, answer, leaseMs] {
-                   if (answer.isDone() && leaseMs) {
-                     known_[answer.commander].enrolment.leaseMs = leaseMs;
-                   }
-                   return commanderAnswer(answer);
-                 });
-               });
-}
-
-void Commands::resign(const Request& request, const Reply& reply) {
-  const Query query(request, {});
-  desk().resign(keys_.find(keyIn(request)), [this, reply](const CommandAnswer& answer) {
-    reply.later([this, answer] {
-      Answer told = commanderAnswer(answer);
-      forget(answer.commander);
-      return told;
-    });
-  });
-}
-
-Answer Commands::commanderAnswer(const CommandAnswer& answer) {
-  if (!answer.isDone()) {
-    return denialAnswer(view_.machine(), answer.denial, "");
-  }
-  return answerOf(
-      commanderJson(view_.machine(), answer.commander, known_[answer.commander].enrolment));
-}
-
-CommanderId Commands::commanderOf(const std::optional<std::string>& key) const {
-  if (!key) {
-    return nobody;
-  }
-  const CommanderId id = keys_.find(*key);
-  if (id == nobody) {
-    throw unknownCommander("/commander");
-  }
-  return id;
-}
-
-std::function<void()> Commands::renewing(const std::string& key) {
-  const CommanderId id = keys_.find(key);
-  if (id == nobody) {
-    throw unknownCommander("?commander");
-  }
-  return [this, id] { desk().renew(id, {}, {}); };
-}
-
-void Commands::forgetLost(std::int64_t timeMs) {
-  // By then the state that listeners see has those who were there.
-  constexpr std::int64_t seenWithinMs = 1000;
-  std::set<CommanderId> living;
-  for (const CommanderState& commander : desk().state().commanders) {
-    living.insert(commander.id);
-  }
-  for (auto known = known_.begin(); known != known_.end();) {
-    const auto& [id, commander] = *known++;
-    if (living.count(id) == 0 && timeMs > commander.sinceMs + seenWithinMs) {
-      forget(id);
-    }
-  }
-}
-
-void Commands::connectionEnded(std::uint64_t connection) {
-  if (enrolling_.count(connection) != 0) {
-    gone_.insert(connection);
-  }
-  for (auto known = known_.begin(); known != known_.end();) {
-    const auto& [id, commander] = *known++;
-    if (commander.connection == connection) {
-      desk().disconnect(id);
-      forget(id);
-    }
-  }
-}
-
-void Commands::forget(CommanderId commander) {
-  keys_.forget(commander);
-  known_.erase(commander);
 }
 
 }  // namespace host

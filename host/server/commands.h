@@ -2,34 +2,32 @@
 
 #include <cstdint>
 #include <functional>
-#include <map>
 #include <memory>
-#include <optional>
-#include <set>
 #include <string>
 #include <vector>
 
 #include "host/engine/torvex.h"
 #include "host/input/machinemodel.h"
 #include "host/input/requestreader.h"
-#include "host/server/commanderkeys.h"
 #include "host/server/http.h"
 #include "host/server/machineview.h"
 #include "host/server/motionfolder.h"
+#include "host/server/registrations.h"
 #include "host/server/requestnumbers.h"
 #include "host/server/stoptickets.h"
 #include "host/server/worker.h"
 
 namespace host {
 
-/// The requests that command: batches, motions, commanders, holds. I/O thread.
+/// The requests that command: batches, motions, holds. I/O thread.
 class Commands {
  public:
   using Reply = Handler::Reply;
 
-  /// The view and the machine must outlive the object, and the machine's threads end before it.
-  /// `motions` may be null.
-  Commands(const MachineView& view, Torvex& torvex, bool isStrict, const MotionFolder* motions);
+  /// The references must outlive the object, and the machine's threads end before it. `motions` may
+  /// be null.
+  Commands(const MachineView& view, Torvex& torvex, const Registrations& registrations,
+           bool isStrict, const MotionFolder* motions);
 
   // Each answers one request. Throw `Refused` and `UserError`.
 
@@ -37,27 +35,12 @@ class Commands {
   void motions(const Request& request, const Reply& reply);
   void hold(const Request& request, const Reply& reply);
   void release(const Request& request, const Reply& reply);
-  void enrol(const Request& request, const Reply& reply);
-  void renew(const Request& request, const Reply& reply);
-  void resign(const Request& request, const Reply& reply);
 
   /// Whether these batches are stops alone, which are due.
   [[nodiscard]] bool isStop(const Request& request) const;
-  /// What renews this commander. Throws `Refused` when there is none.
-  std::function<void()> renewing(const std::string& key);
-  void connectionEnded(std::uint64_t connection);
   [[nodiscard]] const RequestNumbers& numbers() const { return *numbers_; }
-  /// Of the latest commanders, also of those that have ended.
-  [[nodiscard]] const std::map<CommanderId, std::string>& names() const { return commanderNames_; }
 
  private:
-  struct Known {
-    Enrolment enrolment;
-    /// 0: it ends with none.
-    std::uint64_t connection = 0;
-    /// When it registered, in machine time.
-    std::int64_t sinceMs = 0;
-  };
   /// What is asked of the engine, with what its answer is told by.
   struct Sent {
     CommandRequest request;
@@ -79,28 +62,15 @@ class Commands {
   void sendBatches(const std::string& body, std::uint64_t ticket, const Reply& reply);
   void sendMotions(const std::string& body, std::uint64_t ticket, const Reply& reply);
   void send(const std::shared_ptr<const Sent>& sent, std::uint64_t ticket, const Reply& reply);
-  [[nodiscard]] Answer enrolled(const CommandAnswer& answer, const Enrolment& enrolment,
-                                std::uint64_t connection, bool endsWithConnection);
-  void forgetLost(std::int64_t timeMs);
-  [[nodiscard]] Answer commanderAnswer(const CommandAnswer& answer);
-  /// Throws `Refused` when there is none of this key.
-  [[nodiscard]] CommanderId commanderOf(const std::optional<std::string>& key) const;
-  void forget(CommanderId commander);
   [[nodiscard]] Desk& desk() { return torvex_.engine().desk(); }
 
   const MachineView& view_;
   Torvex& torvex_;
+  const Registrations& registrations_;
   const bool isStrict_;
   const MotionFolder* const motions_;
-  const ActuatorNames names_;
   StopTickets stops_;
   const std::shared_ptr<RequestNumbers> numbers_ = std::make_shared<RequestNumbers>();
-  CommanderKeys keys_;
-  std::map<CommanderId, Known> known_;
-  std::map<CommanderId, std::string> commanderNames_;
-  /// Connections whose registrations are under way, with how many; those that have ended.
-  std::map<std::uint64_t, int> enrolling_;
-  std::set<std::uint64_t> gone_;
   Worker reader_;
   /// What it does takes longer still.
   Worker previewer_;

@@ -37,6 +37,7 @@ Json pointJson(const simulation::Actuator& actuator, const Point& point) {
 
 MachineView::MachineView(const MachineModel& machine, Torvex& torvex, const ServiceOptions& options)
     : machine_(machine),
+      actuatorNames_(machine),
       torvex_(torvex),
       options_(options),
       observer_(options.poolName),

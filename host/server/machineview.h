@@ -9,6 +9,7 @@
 #include "host/base/values.h"
 #include "host/engine/torvex.h"
 #include "host/input/machinemodel.h"
+#include "host/input/pointreader.h"
 #include "host/recording/flightrecorder.h"
 #include "simulation/observer.h"
 
@@ -43,6 +44,7 @@ class MachineView {
   MachineView(const MachineModel& machine, Torvex& torvex, const ServiceOptions& options);
 
   [[nodiscard]] const MachineModel& machine() const { return machine_; }
+  [[nodiscard]] const ActuatorNames& actuatorNames() const { return actuatorNames_; }
   /// Another one at each start.
   [[nodiscard]] const std::string& instance() const { return instance_; }
 
@@ -73,6 +75,7 @@ class MachineView {
   [[nodiscard]] Json attributes() const;
 
   const MachineModel& machine_;
+  const ActuatorNames actuatorNames_;
   Torvex& torvex_;
   const ServiceOptions& options_;
   const simulation::Observer observer_;

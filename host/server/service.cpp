@@ -97,9 +97,10 @@ const Service::Route Service::routes[] = {
     {"POST", "/v1/motions", &Service::command<&Commands::motions>},
     {"POST", "/v1/hold", &Service::command<&Commands::hold>, true, true},
     {"POST", "/v1/release", &Service::command<&Commands::release>, false, true},
-    {"POST", "/v1/commanders", &Service::command<&Commands::enrol>},
-    {"POST", "/v1/commanders/{key}/renew", &Service::command<&Commands::renew>, false, true},
-    {"DELETE", "/v1/commanders/{key}", &Service::command<&Commands::resign>, false, true},
+    {"POST", "/v1/commanders", &Service::registration<&Registrations::enrol>},
+    {"POST", "/v1/commanders/{key}/renew", &Service::registration<&Registrations::renew>, false,
+     true},
+    {"DELETE", "/v1/commanders/{key}", &Service::registration<&Registrations::resign>, false, true},
 };
 
 Service::Service(const MachineModel& machine, Torvex& torvex, const ServiceOptions& options)
@@ -111,7 +112,8 @@ Service::Service(const MachineModel& machine, Torvex& torvex, const ServiceOptio
       meshes_(options.packageFolders, machine.urdf.get()),
       motions_(options.motionFolder.empty() ? std::nullopt
                                             : std::optional<MotionFolder>(options.motionFolder)),
-      commands_(view_, torvex, options.strict, motions_ ? &*motions_ : nullptr) {}
+      registrations_(view_, torvex.engine().desk()),
+      commands_(view_, torvex, registrations_, options.strict, motions_ ? &*motions_ : nullptr) {}
 
 void Service::later(const Reply& reply, const std::function<Answer()>& make) {
   reply.postpone();
@@ -123,11 +125,6 @@ void Service::later(const Reply& reply, const std::function<Answer()>& make) {
   if (!hasRoom) {
     throw Refused({503, "busy", "too many requests wait for their turn"});
   }
-}
-
-template <void (Commands::*act)(const Request&, const Handler::Reply&)>
-void Service::command(const Request& request, const Reply& reply) {
-  (commands_.*act)(request, reply);
 }
 
 const Service::Route& Service::routeOf(const Request& request) {
@@ -175,7 +172,7 @@ bool Service::isUrgent(const Request& request) const {
 }
 
 void Service::connectionEnded(std::uint64_t connection) {
-  commands_.connectionEnded(connection);
+  registrations_.connectionEnded(connection);
 }
 
 void Service::getMachine(const Request& request, const Reply& reply) {
@@ -242,11 +239,11 @@ std::unique_ptr<Feed> Service::eventFeed(const Request& request) {
   const std::optional<std::string> commander = query.text("commander");
   std::function<void()> renew;
   if (commander && request.isUpgrade) {
-    renew = commands_.renewing(*commander);
+    renew = registrations_.renewing(*commander);
   }
   return std::make_unique<EventFeed>(
-      EventSource{ring, machine_, commands_.numbers(), commands_.names()}, view_.beginning(), since,
-      std::move(renew));
+      EventSource{ring, machine_, commands_.numbers(), registrations_.names()}, view_.beginning(),
+      since, std::move(renew));
 }
 
 /// Those up to now; or what `feedFor` refused.

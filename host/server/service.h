@@ -11,6 +11,7 @@
 #include "host/server/meshes.h"
 #include "host/server/motionfolder.h"
 #include "host/server/pageanswers.h"
+#include "host/server/registrations.h"
 #include "host/server/worker.h"
 
 namespace host {
@@ -61,8 +62,14 @@ class Service : public Handler {
   [[nodiscard]] std::unique_ptr<Feed> liveFeed(const Request& request);
   /// Has what takes long done by the worker, and answered.
   void later(const Reply& reply, const std::function<Answer()>& make);
-  template <void (Commands::*act)(const Request&, const Reply&)>
-  void command(const Request& request, const Reply& reply);
+  template <void (Commands::*answer)(const Request&, const Reply&)>
+  void command(const Request& request, const Reply& reply) {
+    (commands_.*answer)(request, reply);
+  }
+  template <void (Registrations::*answer)(const Request&, const Reply&)>
+  void registration(const Request& request, const Reply& reply) {
+    (registrations_.*answer)(request, reply);
+  }
 
   const MachineModel& machine_;
   Torvex& torvex_;
@@ -72,6 +79,7 @@ class Service : public Handler {
   const Meshes meshes_;
   /// None without `--motions`.
   const std::optional<MotionFolder> motions_;
+  Registrations registrations_;
   Commands commands_;
   Worker worker_;
 };
