@@ -6,6 +6,7 @@
 #include <filesystem>
 #include <system_error>
 
+#include "host/base/tokenfile.h"
 #include "host/base/visible.h"
 #include "host/server/motionfolder.h"
 

@@ -12,6 +12,7 @@
 #include "host/server/door.h"
 #include "host/server/doorplace.h"
 #include "host/server/service.h"
+#include "host/server/serviceoptions.h"
 
 namespace host {
 

@@ -4,6 +4,7 @@
 #include <filesystem>
 #include <vector>
 
+#include "host/base/plainname.h"
 #include "simulation/machine.h"
 #include "simulation/observer.h"
 
@@ -38,13 +39,8 @@ std::vector<std::string> ownedPools() {
 }  // namespace
 
 std::string poolNameFor(const std::string& machineName) {
-  constexpr char allowed[] = "abcdefghijklmnopqrstuvwxyzABCDEFGHIJKLMNOPQRSTUVWXYZ0123456789._-";
   constexpr std::size_t longest = 200;
-  std::string name = machineName.substr(0, longest);
-  for (std::size_t at = 0; (at = name.find_first_not_of(allowed, at)) != std::string::npos;) {
-    name[at] = '_';
-  }
-  return name;
+  return plainName(machineName, longest);
 }
 
 void choosePool(SessionOptions& session, const std::string& machineName) {

@@ -61,11 +61,6 @@ std::size_t transferred(ssize_t count, PatientSocket::Error whenDone, PatientSoc
 
 }  // namespace
 
-std::string DoorAddress::text() const {
-  const bool isSix = host.find(':') != std::string::npos;
-  return !socketPath.empty() ? socketPath : fmt::format(isSix ? "[{}]:{}" : "{}:{}", host, port);
-}
-
 PatientSocket::PatientSocket(const DoorAddress& address, const Patience& patience)
     : patience_(patience) {
   waitAtMost(patience.waitMs);

@@ -8,6 +8,8 @@
 #include <random>
 #include <utility>
 
+#include "host/base/plainname.h"
+
 namespace host {
 namespace {
 
@@ -19,15 +21,10 @@ std::string nowText() {
   return {text, std::strftime(text, sizeof text, "%Y%m%dT%H%M%SZ", &parts)};
 }
 
-/// What every file system and shell takes.
-std::string plain(std::string name) {
-  constexpr char allowed[] = "abcdefghijklmnopqrstuvwxyzABCDEFGHIJKLMNOPQRSTUVWXYZ0123456789._-";
-  for (std::size_t at = name.find_first_not_of(allowed); at != std::string::npos;
-       at = name.find_first_not_of(allowed, at)) {
-    name[at] = '_';
-  }
+/// What no shell takes for an option, and no listing leaves out.
+std::string namePrefix(const std::string& machine) {
   constexpr std::size_t longest = 100;
-  name.resize(std::min(name.size(), longest));
+  const std::string name = plainName(machine, longest);
   return name.empty() || name.front() == '.' || name.front() == '-' ? "_" + name : name;
 }
 
@@ -36,7 +33,7 @@ std::string plain(std::string name) {
 RingFiles::RingFiles(const std::string& folder, const std::string& machine, std::int64_t keptMs,
                      std::size_t mostFiles)
     : folder_(std::filesystem::absolute(folder).lexically_normal()),
-      prefix_(plain(machine)),
+      prefix_(namePrefix(machine)),
       run_(fmt::format("{:08x}", std::random_device()())),
       keptMs_(keptMs),
       mostFiles_(mostFiles) {}

@@ -3,8 +3,8 @@
 #include <fmt/format.h>
 
 #include <algorithm>
-#include <exception>
 #include <nlohmann/json.hpp>
+#include <set>
 #include <utility>
 
 #include "host/base/clocks.h"

@@ -15,7 +15,7 @@
 #include <utility>
 
 #include "host/base/doorfolder.h"
-#include "host/base/textfile.h"
+#include "host/base/plainname.h"
 #include "simulation/machine.h"
 
 namespace host {
@@ -33,8 +33,7 @@ bool isMine(const struct stat& status) {
 }  // namespace
 
 std::string defaultDoorPath(const std::string& machineName) {
-  constexpr char allowed[] = "abcdefghijklmnopqrstuvwxyzABCDEFGHIJKLMNOPQRSTUVWXYZ0123456789._-";
-  if (machineName.find_first_not_of(allowed) != std::string::npos || machineName.front() == '.') {
+  if (!isPlainName(machineName) || machineName.front() == '.') {
     throw simulation::Error(
         fmt::format("'{}' cannot be the name of a socket; give --socket PATH", machineName));
   }
@@ -191,25 +190,6 @@ std::string DoorPlace::writeToken(const std::string& token) {
     fail(name, std::strerror(errno));
   }
   return folderPath_ + "/" + name;
-}
-
-std::string readTokenFile(const std::string& path) {
-  constexpr std::size_t least = 16;
-  constexpr std::size_t most = 256;
-  struct stat status {};
-  const simulation::Descriptor file(
-      open(path.c_str(), O_RDONLY | O_NONBLOCK | O_NOCTTY | O_CLOEXEC));
-  if (file.isOpen() && fstat(file.number(), &status) == 0 &&
-      (!isMine(status) || (status.st_mode & 077U) != 0)) {
-    throw UserError(path, {}, "must be this user's alone (chmod 600)");
-  }
-  std::string token = readFile(path, file, 2 * most);
-  token.erase(token.find_last_not_of(" \t\r\n") + 1);
-  if (token.size() < least || token.size() > most ||
-      token.find_first_of(" \t\r\n,") != std::string::npos) {
-    throw UserError(path, {}, fmt::format("holds no token of {} to {} characters", least, most));
-  }
-  return token;
 }
 
 }  // namespace host

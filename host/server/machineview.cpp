@@ -97,7 +97,7 @@ Json MachineView::describe() const {
           {"started_ms", startedMs_},
           {"cycle_ms", torvex_.cycleMs()},
           {"machine_ms", torvex_.engine().now().timeMs},
-          {"strict", options_.strict},
+          {"strict", options_.isStrict},
           {"guard", wordFor(guardModeWords, options_.guard)},
           {"held", isHeld},
           {"axes", std::move(axes)},

@@ -5,37 +5,14 @@
 
 #include "host/base/attributekeys.h"
 #include "host/base/livevalues.h"
-#include "host/base/outputpaths.h"
 #include "host/base/values.h"
 #include "host/engine/torvex.h"
 #include "host/input/machinemodel.h"
 #include "host/input/pointreader.h"
-#include "host/recording/flightrecorder.h"
+#include "host/server/serviceoptions.h"
 #include "simulation/observer.h"
 
 namespace host {
-
-/// What the door says of itself.
-struct ServiceOptions {
-  /// What is too fast or beyond the limits is refused.
-  bool strict = true;
-  GuardMode guard = GuardMode::hold;
-  std::string poolName;
-  /// Where exports go.
-  std::string preferenceDirectory;
-  /// Where browsers find the door; empty where they do not.
-  std::string address;
-  /// What lets them in: NAME=VALUE.
-  std::string cookie;
-  /// Where the packages are that a URDF names.
-  std::vector<std::string> packageFolders;
-  /// With motions that clients may play; empty for none.
-  std::string motionFolder;
-  /// No export replaces them.
-  NamedFiles files;
-  /// What clients may have written to a file; null for none.
-  FlightRecorder* ring = nullptr;
-};
 
 /// A machine as its clients see it.
 class MachineView {

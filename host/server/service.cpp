@@ -113,7 +113,7 @@ Service::Service(const MachineModel& machine, Torvex& torvex, const ServiceOptio
       motions_(options.motionFolder.empty() ? std::nullopt
                                             : std::optional<MotionFolder>(options.motionFolder)),
       registrations_(view_, torvex.engine().desk()),
-      commands_(view_, torvex, registrations_, options.strict, motions_ ? &*motions_ : nullptr) {}
+      commands_(view_, torvex, registrations_, options.isStrict, motions_ ? &*motions_ : nullptr) {}
 
 void Service::later(const Reply& reply, const std::function<Answer()>& make) {
   reply.postpone();

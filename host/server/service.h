@@ -12,6 +12,7 @@
 #include "host/server/motionfolder.h"
 #include "host/server/pageanswers.h"
 #include "host/server/registrations.h"
+#include "host/server/serviceoptions.h"
 #include "host/server/worker.h"
 
 namespace host {

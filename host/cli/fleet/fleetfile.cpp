@@ -11,9 +11,9 @@
 
 #include "host/base/doorfolder.h"
 #include "host/base/textfile.h"
+#include "host/base/tokenfile.h"
 #include "host/base/visible.h"
 #include "host/input/document.h"
-#include "host/server/doorplace.h"
 
 namespace host {
 namespace {
