@@ -9,6 +9,7 @@
 
 #include "host/base/closest.h"
 #include "host/base/visible.h"
+#include "host/cli/output.h"
 #include "host/cli/status.h"
 #include "host/cli/usage.h"
 

@@ -8,7 +8,7 @@
 #include "host/base/counted.h"
 #include "host/base/usersignal.h"
 #include "host/base/visible.h"
-#include "host/cli/status.h"
+#include "host/cli/output.h"
 
 namespace host {
 namespace {

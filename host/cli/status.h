@@ -1,10 +1,6 @@
 #pragma once
 
 #include <functional>
-#include <string>
-#include <vector>
-
-#include "host/results/findings.h"
 
 namespace host {
 
@@ -15,16 +11,6 @@ constexpr int shortfallStatus = 1;
 constexpr int badInputStatus = 2;
 /// Plus the number of the signal that ended it.
 constexpr int signalStatus = 128;
-
-/// Writes to standard output, in one piece where the system takes it so; a failure is kept for
-/// `statusOf`: it must not end a run.
-void say(const std::string& text);
-/// Standard output could not be written for this reason, an `errno`.
-void keepOutputFailure(int reason);
-/// Writes to standard error.
-void complain(const std::string& text);
-/// The same, a line each; of very many the first ones, `--json` has all.
-void complainAll(const char* kind, const std::vector<Finding>& findings);
 
 /// Runs a command; what it throws is said on standard error. When standard output could not be
 /// written, success becomes `shortfallStatus`, and the reason is said; but a pipe that its reader

@@ -23,6 +23,7 @@
 #include "host/base/usererror.h"
 #include "host/base/visible.h"
 #include "host/cli/options.h"
+#include "host/cli/output.h"
 #include "host/cli/status.h"
 
 namespace host {

@@ -10,6 +10,7 @@
 #include "host/base/counted.h"
 #include "host/base/stopsignal.h"
 #include "host/base/visible.h"
+#include "host/cli/output.h"
 #include "host/cli/status.h"
 #include "host/client/doorclient.h"
 

@@ -11,6 +11,7 @@
 
 #include "host/base/counted.h"
 #include "host/cli/clients/client.h"
+#include "host/cli/output.h"
 #include "host/cli/status.h"
 #include "host/client/doorclient.h"
 #include "host/client/doors.h"

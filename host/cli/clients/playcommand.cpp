@@ -18,6 +18,7 @@
 #include "host/cli/clients/motionrequest.h"
 #include "host/cli/clients/played.h"
 #include "host/cli/liveview.h"
+#include "host/cli/output.h"
 #include "host/cli/status.h"
 #include "host/client/doorclient.h"
 #include "host/client/doors.h"

@@ -13,6 +13,7 @@
 #include "host/base/usererror.h"
 #include "host/cli/clients/client.h"
 #include "host/cli/clients/motionrequest.h"
+#include "host/cli/output.h"
 #include "host/cli/status.h"
 #include "host/client/doorclient.h"
 #include "host/client/doors.h"

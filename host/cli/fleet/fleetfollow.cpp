@@ -14,6 +14,7 @@
 #include "host/base/stopsignal.h"
 #include "host/base/visible.h"
 #include "host/cli/fleet/commonstart.h"
+#include "host/cli/output.h"
 #include "host/cli/status.h"
 
 namespace host {

@@ -19,6 +19,7 @@
 #include "host/cli/fleet/fleetmotions.h"
 #include "host/cli/fleet/member.h"
 #include "host/cli/fleet/startmark.h"
+#include "host/cli/output.h"
 #include "host/cli/status.h"
 
 namespace host {

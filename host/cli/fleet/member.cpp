@@ -12,7 +12,6 @@
 
 #include "host/base/clocks.h"
 #include "host/cli/clients/motionrequest.h"
-#include "host/cli/status.h"
 #include "host/client/answer.h"
 
 namespace host {

@@ -11,6 +11,7 @@
 #include "host/base/stopsignal.h"
 #include "host/base/usererror.h"
 #include "host/base/visible.h"
+#include "host/cli/output.h"
 #include "host/cli/status.h"
 
 namespace host {

@@ -7,7 +7,6 @@
 
 #include "host/base/outputpaths.h"
 #include "host/cli/recordings/faults.h"
-#include "host/cli/status.h"
 #include "host/engine/trace.h"
 #include "host/recording/recordedrun.h"
 

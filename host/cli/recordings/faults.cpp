@@ -3,6 +3,7 @@
 #include <fmt/format.h>
 
 #include "host/base/visible.h"
+#include "host/cli/output.h"
 #include "host/cli/status.h"
 
 namespace host {

@@ -10,7 +10,6 @@
 #include "host/base/usererror.h"
 #include "host/base/values.h"
 #include "host/cli/recordings/faults.h"
-#include "host/cli/status.h"
 #include "host/engine/runresult.h"
 #include "host/recording/recordedrun.h"
 #include "host/results/eventjson.h"
