@@ -51,9 +51,7 @@ RecordingHead headOf(const std::string& title, const MachineModel& machine, cons
   head.isSimulated = torvex.result().session.clock == Clock::simulated;
   head.cycleMs = plan.schedule.cycleMs;
   head.approachMs = plan.schedule.approachMs;
-  for (const TracedColumn& column : torvex.columns()) {
-    head.columns.push_back(column.name);
-  }
+  head.columns = torvex.columnNames();
   for (const ShownAxis& shown : torvex.shownAxes()) {
     const simulation::Actuator& actuator = shown.axis.actuator;
     head.axes.push_back({actuator, valueKey(actuator), shown.commandColumn, shown.measuredColumn});

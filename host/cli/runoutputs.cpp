@@ -24,18 +24,6 @@ std::string titleOf(const MachineModel& machine, const RunOptions& options) {
   return fmt::format("{}: {}", machine.name, fmt::join(motions, ", "));
 }
 
-/// The trace of the columns that are chosen by the names of their actuators and sensors.
-void openTrace(const RunOptions& options, const Torvex& torvex, std::optional<Trace>& trace) {
-  std::vector<std::string> names;
-  std::vector<bool> chosen;
-  for (const TracedColumn& column : torvex.columns()) {
-    names.push_back(column.name);
-    chosen.push_back(
-        isChosen(options.picture.joints, column.name.substr(0, column.name.rfind('/'))));
-  }
-  trace.emplace(options.tracePath, names, chosen);
-}
-
 std::uint64_t noteDropped(const char* output, const RowQueue& rows, Outcome& outcome) {
   if (rows.dropped() > 0) {
     outcome.warnings.push_back(droppedRowsFinding(output, rows.dropped()));
@@ -87,7 +75,9 @@ void checkFiles(const RunOptions& options, const NamedFiles& files) {
 void openOutputs(const RunOptions& options, const MachineModel& machine, const Plan& plan,
                  Torvex& torvex, RunOutputs& outputs) {
   if (!options.tracePath.empty()) {
-    openTrace(options, torvex, outputs.trace);
+    outputs.trace.emplace(options.tracePath, torvex.columnNames(), [&](const std::string& column) {
+      return isChosen(options.picture.joints, nameOfColumn(column));
+    });
     torvex.addRows(outputs.trace->rows(), "trace");
   }
   record(options.recording, titleOf(machine, options), machine, plan, torvex, outputs.recordings);

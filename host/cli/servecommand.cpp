@@ -37,16 +37,6 @@ struct ServeOptions {
   DoorOptions door;
 };
 
-/// Of all values, from the first cycle on.
-void openTrace(const ServeOptions& options, Torvex& torvex, std::optional<Trace>& trace) {
-  std::vector<std::string> names;
-  for (const TracedColumn& column : torvex.columns()) {
-    names.push_back(column.name);
-  }
-  trace.emplace(options.tracePath, names, std::vector<bool>(names.size(), true));
-  torvex.addRows(trace->rows(), "trace");
-}
-
 void announce(const ServeOptions& options, OpenDoor& door) {
   for (const std::string& refused : prepareRealtime(options.session.cycleScheduling)) {
     complain("torvex: warning: " + refused + "\n");
@@ -122,7 +112,8 @@ int serve(ServeOptions& options) {
   {
     OpenDoor door(machine, torvex, options.door, options.session, files);
     if (!options.tracePath.empty()) {
-      openTrace(options, torvex, trace);
+      trace.emplace(options.tracePath, torvex.columnNames());
+      torvex.addRows(trace->rows(), "trace");
     }
     record(options.recording, machine.name, machine, plan, torvex, recordings, sayFailed);
     door.setRing(recordings.ring);

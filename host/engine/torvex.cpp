@@ -124,6 +124,14 @@ void Torvex::addColumns(const std::vector<host::TracedColumn>& columns) {
   row_.resize(row_.size() + columns.size());
 }
 
+std::vector<std::string> Torvex::columnNames() const {
+  std::vector<std::string> names;
+  for (const host::TracedColumn& column : traced_.columns) {
+    names.push_back(column.name);
+  }
+  return names;
+}
+
 void Torvex::run(const Progress& progress) {
   engine_.start();
   if (result_.session.clock == host::Clock::simulated) {

@@ -63,7 +63,7 @@ class Torvex {
   /// come to its end. Before `run`.
   void ownPlan(const std::string& name);
 
-  /// Further quantities behind `columns()`, in all rows. Before `run`.
+  /// Further quantities behind those of `columnNames`, in all rows. Before `run`.
   void addColumns(const std::vector<host::TracedColumn>& columns);
   /// Every cycle puts a row into this queue: machine time and the time since the start of the
   /// motion, in milliseconds, then all columns. Before `run`, which must end before the queue does.
@@ -109,7 +109,8 @@ class Torvex {
   [[nodiscard]] host::Engine& engine() { return engine_; }
   [[nodiscard]] const host::Engine& engine() const { return engine_; }
   [[nodiscard]] const std::vector<host::ShownAxis>& shownAxes() const { return traced_.axes; }
-  [[nodiscard]] const std::vector<host::TracedColumn>& columns() const { return traced_.columns; }
+  /// Of the quantities that each row has behind its times, without those of `addColumns`.
+  [[nodiscard]] std::vector<std::string> columnNames() const;
   /// What the run came to, once it has ended; before it, how everything stands.
   [[nodiscard]] const host::RunResult& result() const { return result_; }
   /// When the last command is due, in milliseconds of machine time.

@@ -54,11 +54,11 @@ void appendRow(fmt::memory_buffer& text, const std::vector<double>& row,
 }  // namespace
 
 Trace::Trace(const std::string& path, const std::vector<std::string>& columns,
-             const std::vector<bool>& isChosen)
+             const Choice& isChosen)
     : file_(path), rows_(rowTimes + columns.size()) {
   std::string header = "time_ms,motion_ms";
   for (std::size_t i = 0; i < columns.size(); ++i) {
-    if (isChosen[i]) {
+    if (isChosen(columns[i])) {
       header += "," + csvField(columns[i]);
       chosen_.push_back(rowTimes + i);
     }

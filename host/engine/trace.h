@@ -3,6 +3,7 @@
 #include <atomic>
 #include <cstddef>
 #include <exception>
+#include <functional>
 #include <string>
 #include <thread>
 #include <vector>
@@ -17,10 +18,14 @@ namespace host {
 /// thread of the trace's own.
 class Trace {
  public:
+  /// Whether a column is written, by its name.
+  using Choice = std::function<bool(const std::string& column)>;
+
   /// Rows have all columns, of which those that are chosen are written. Throws `UserError`
   /// when the file cannot be written.
-  Trace(const std::string& path, const std::vector<std::string>& columns,
-        const std::vector<bool>& isChosen);
+  Trace(
+      const std::string& path, const std::vector<std::string>& columns,
+      const Choice& isChosen = [](const std::string&) { return true; });
   /// Without `finish`, nothing of the trace remains.
   ~Trace();
 

@@ -86,13 +86,10 @@ TEST(Cycle, LeavesTheHeapAloneInRealTime) {
   setup.options.timing.cycleMs = 1;
   const host::Plan plan = setup.plan();
   Torvex torvex(setup.machine, plan, setup.options.session);
-  host::Trace trace(setup.temporary.path("t.csv"), std::vector<std::string>(60),
-                    std::vector<bool>(60, true));
+  host::Trace trace(setup.temporary.path("t.csv"), std::vector<std::string>(60));
   torvex.addRows(trace.rows(), "trace");
   host::RecordingHead head;
-  for (const host::TracedColumn& column : torvex.columns()) {
-    head.columns.push_back(column.name);
-  }
+  head.columns = torvex.columnNames();
   host::Recorder recorder(setup.temporary.path("r.mcap"), setup.machine, head,
                           [](const std::string& why) { FAIL() << why; });
   torvex.addListener(recorder);

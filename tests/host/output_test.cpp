@@ -96,8 +96,7 @@ TEST(Trace, WritesFloatsThatReadBackExactly) {
   const Temporary temporary;
   const float values[] = {0.1F, -0.0F, 1.17549435e-38F, 3.4028235e38F, 16777217.0F};
   {
-    host::Trace trace(temporary.path("t.csv"), {"=a", "-a\n", "b,\"c\"", "d"},
-                      std::vector<bool>(4, true));
+    host::Trace trace(temporary.path("t.csv"), {"=a", "-a\n", "b,\"c\"", "d"});
     for (const float value : values) {
       trace.rows().pushWaiting({1e10, -40.0, value, 1.0, -value, 2.0});
     }

@@ -22,13 +22,12 @@ int convert(const ConvertOptions& options) {
   checkOutputs({{options.tracePath, "trace"}}, {options.recordingPath});
   std::optional<Trace> trace;
   RecordedRun::Handler handler;
-  handler.head = [&](const RecordingHead& head) {
-    trace.emplace(options.tracePath, head.columns, std::vector<bool>(head.columns.size(), true));
-  };
+  handler.head = [&](const RecordingHead& head) { trace.emplace(options.tracePath, head.columns); };
   handler.row = [&](const std::vector<double>& row) { trace->rows().pushWaiting(row); };
   const RecordedRun run = RecordedRun::read(options.recordingPath, handler);
   trace->finish();
-  return sayFaults(options.recordingPath, run);
+  complainOfFaults(options.recordingPath, run.end.faults);
+  return readingStatus(run);
 }
 
 }  // namespace

@@ -8,15 +8,14 @@
 
 namespace host {
 
-int statusOf(const RecordedRun& run) {
-  return run.end.isWhole && run.end.faults.empty() ? okStatus : shortfallStatus;
-}
-
-int sayFaults(const std::string& path, const RecordedRun& run) {
-  for (const std::string& fault : run.end.faults) {
+void complainOfFaults(const std::string& path, const std::vector<std::string>& faults) {
+  for (const std::string& fault : faults) {
     complain(visible(fmt::format("{}: warning: {}", path, fault)) + "\n");
   }
-  return statusOf(run);
+}
+
+int readingStatus(const RecordedRun& run) {
+  return run.end.isWhole && run.end.faults.empty() ? okStatus : shortfallStatus;
 }
 
 }  // namespace host

@@ -1,14 +1,16 @@
 #pragma once
 
 #include <string>
+#include <vector>
 
 #include "host/recording/recordedrun.h"
 
 namespace host {
 
+/// Says what is wrong with the recording at this path.
+void complainOfFaults(const std::string& path, const std::vector<std::string>& faults);
+
 /// The status to exit with: whether all of the recording could be read.
-int statusOf(const RecordedRun& run);
-/// Says what could not be read. Returns that status.
-int sayFaults(const std::string& path, const RecordedRun& run);
+int readingStatus(const RecordedRun& run);
 
 }  // namespace host

@@ -146,7 +146,7 @@ int info(const InfoOptions& options) {
   const RecordingDigest digest = digestOf(options.path);
   const int status =
       writeOut(options.json ? printed(infoJson(digest), 2) + "\n" : infoText(digest));
-  return status == okStatus ? statusOf(digest.run) : status;
+  return status == okStatus ? readingStatus(digest.run) : status;
 }
 
 }  // namespace

@@ -121,7 +121,8 @@ int plot(const PlotOptions& options) {
     result.history.addLast(last);
   }
   picture.draw(result, log);
-  return sayFaults(options.recordingPath, run);
+  complainOfFaults(options.recordingPath, run.end.faults);
+  return readingStatus(run);
 }
 
 }  // namespace

@@ -2,6 +2,7 @@
 
 #include <fmt/format.h>
 
+#include <algorithm>
 #include <cstring>
 #include <map>
 #include <nlohmann/json.hpp>
@@ -106,10 +107,8 @@ ReplayedMachine readReplayedMachine(const std::string& path) {
 
 Replay::Replay(const std::string& path, const ReplayedMachine& machine, Torvex& torvex)
     : path_(path), head_(machine.head), torvex_(torvex), parser_(machine.model) {
-  std::vector<std::string> columns;
-  for (const TracedColumn& column : torvex.columns()) {
-    columns.push_back(visible(column.name));
-  }
+  std::vector<std::string> columns = torvex.columnNames();
+  std::transform(columns.begin(), columns.end(), columns.begin(), visible);
   if (columns != head_.columns) {
     throw UserError(path, {}, "has other columns than its machine would have with this torvex");
   }

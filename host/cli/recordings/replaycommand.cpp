@@ -17,6 +17,7 @@
 #include "host/cli/opendoor.h"
 #include "host/cli/output.h"
 #include "host/cli/poolname.h"
+#include "host/cli/recordings/faults.h"
 #include "host/cli/recordings/replay.h"
 #include "host/cli/status.h"
 #include "host/engine/torvex.h"
@@ -128,9 +129,7 @@ void report(const ReplayOptions& options, const std::string& text) {
 
 int conclude(const ReplayOptions& options, const ReplayResult& result) {
   report(options, options.json ? printed(replayJson(result), 2) + "\n" : replayText(result));
-  for (const std::string& fault : result.faults) {
-    complain(visible(fmt::format("{}: warning: {}", options.recordingPath, fault)) + "\n");
-  }
+  complainOfFaults(options.recordingPath, result.faults);
   if (const int signal = StopSignal::received(); signal != 0) {
     complain(fmt::format("torvex: stopped by signal {}\n", signal));
     return signalStatus + signal;
@@ -162,8 +161,7 @@ int replay(const ReplayOptions& options) {
   Torvex torvex(machine.model, plan, session);
   Replay replay(options.recordingPath, machine, torvex);
   if (!options.tracePath.empty()) {
-    trace.emplace(options.tracePath, machine.head.columns,
-                  std::vector<bool>(machine.head.columns.size(), true));
+    trace.emplace(options.tracePath, machine.head.columns);
     torvex.addRows(trace->rows(), "trace");
   }
   ReplayResult result;
