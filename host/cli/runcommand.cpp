@@ -15,7 +15,7 @@
 #include "host/cli/liveview.h"
 #include "host/cli/opendoor.h"
 #include "host/cli/poolname.h"
-#include "host/cli/recorded.h"
+#include "host/cli/recordingoutputs.h"
 #include "host/cli/ringwatch.h"
 #include "host/cli/runoutputs.h"
 #include "host/cli/status.h"

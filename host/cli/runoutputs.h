@@ -4,7 +4,7 @@
 #include <vector>
 
 #include "host/base/outputpaths.h"
-#include "host/cli/recorded.h"
+#include "host/cli/recordingoutputs.h"
 #include "host/engine/torvex.h"
 #include "host/engine/trace.h"
 #include "host/input/machinefile.h"

@@ -16,7 +16,7 @@
 #include "host/cli/opendoor.h"
 #include "host/cli/output.h"
 #include "host/cli/poolname.h"
-#include "host/cli/recorded.h"
+#include "host/cli/recordingoutputs.h"
 #include "host/cli/ringwatch.h"
 #include "host/cli/status.h"
 #include "host/engine/torvex.h"

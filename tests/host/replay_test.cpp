@@ -5,7 +5,7 @@
 #include <nlohmann/json.hpp>
 
 #include "host/base/stopsignal.h"
-#include "host/cli/recorded.h"
+#include "host/cli/recordingoutputs.h"
 #include "host/cli/recordings/replay.h"
 #include "host/input/machinefile.h"
 #include "host/recording/bytes.h"

@@ -1,4 +1,4 @@
-#include "host/cli/recorded.h"
+#include "host/cli/recordingoutputs.h"
 
 #include <fmt/format.h>
 
