@@ -30,7 +30,6 @@ host::MachineModel describe(std::size_t axes) {
 
 host::EngineOptions options(host::GuardMode guard) {
   host::EngineOptions chosen;
-  chosen.cycleMs = 1;
   chosen.guard = guard;
   return chosen;
 }
@@ -74,7 +73,7 @@ MotionPointer curvedMotionOf(const std::vector<int>& axes, std::size_t points, s
 }
 
 EngineRig::EngineRig(std::size_t axes, host::GuardMode guard)
-    : machine_(describe(axes)), engine(machine_, options(guard)) {
+    : machine_(describe(axes)), engine(machine_, 1, options(guard)) {
   engine.start();
 }
 

@@ -5,20 +5,21 @@
 
 namespace host {
 
-Engine::Engine(const MachineModel& machine, const EngineOptions& options, Torvex* host)
-    : options_(options),
+Engine::Engine(const MachineModel& machine, std::int64_t cycleMs, const EngineOptions& options,
+               Torvex* host)
+    : startTick_(options.startTick),
       machine_(options.poolName, machine.description, options.poolMode),
       framework_(options.preferenceDirectory),
       library_(framework_.broker(), host),
       guard_(options.guard),
-      pacer_(options.cycleMs, options.late),
-      streamer_(axes_, gate_, cycles_, teller_, journal_, options.cycleMs, options.startTick),
-      desk_(streamer_, teller_, journal_, machine, options.cycleMs) {
+      pacer_(cycleMs, options.late),
+      streamer_(axes_, gate_, cycles_, teller_, journal_, cycleMs, options.startTick),
+      desk_(streamer_, teller_, journal_, machine, cycleMs) {
   cycles_.latestMs = pacer_.timeMs();
-  addAxes(machine);
+  addAxes(machine, cycleMs);
 }
 
-void Engine::addAxes(const MachineModel& machine) {
+void Engine::addAxes(const MachineModel& machine, std::int64_t cycleMs) {
   std::map<std::string, const hal::DeviceAttrGeneric*> sensors;
   int number = 0;
   for (const simulation::Sensor& sensor : machine.description.sensors) {
@@ -30,7 +31,7 @@ void Engine::addAxes(const MachineModel& machine) {
     const auto sensor = sensors.find(actuator.name + "/Sensor");
     const int position = static_cast<int>(axes_.size());
     Axis& axis = axes_.emplace_back(
-        position, machine, options_.cycleMs, library_.commands.commandTable.at(index),
+        position, machine, cycleMs, library_.commands.commandTable.at(index),
         machine_.actuatorValue(position), sensor == sensors.end() ? nullptr : sensor->second);
     registers_.push_back({axis.command, bitsIn(*axis.command), bitsIn(*axis.command), &axis});
   }

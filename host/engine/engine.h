@@ -10,6 +10,7 @@
 #include "host/engine/axis.h"
 #include "host/engine/cyclestate.h"
 #include "host/engine/desk.h"
+#include "host/engine/engineoptions.h"
 #include "host/engine/gate.h"
 #include "host/engine/guard.h"
 #include "host/engine/journal.h"
@@ -23,18 +24,6 @@
 
 namespace host {
 
-struct EngineOptions {
-  /// The device pool's name in shared memory; empty for one of this process alone.
-  std::string poolName;
-  std::string preferenceDirectory = ".";
-  std::uint32_t cycleMs = 10;
-  /// The tick, in milliseconds modulo 2^32, of machine time 0.
-  std::uint32_t startTick = 0;
-  Late late = Late::stand;
-  GuardMode guard = GuardMode::hold;
-  std::optional<std::uint32_t> poolMode = std::nullopt;
-};
-
 /// A machine and the library that drives it, with everything that commands it on one road.
 /// It has no thread and no clock of its own: `pass` is the work of a command thread, `cycle`
 /// that of the cycle thread, one beside the other or in turn.
@@ -44,7 +33,8 @@ class Engine {
  public:
   /// Starts the machine and the library, for a host that the registry is to name. The
   /// machine must outlive the engine. Throws `simulation::Error`; then nothing is left.
-  Engine(const MachineModel& machine, const EngineOptions& options, Torvex* host = nullptr);
+  Engine(const MachineModel& machine, std::int64_t cycleMs, const EngineOptions& options = {},
+         Torvex* host = nullptr);
 
   /// Who is told what becomes of points, by the thread that calls `pass`. Before `start`.
   void addListener(Listener& listener) { teller_.addListener(listener); }
@@ -116,13 +106,13 @@ class Engine {
   [[nodiscard]] const EventRing& events() const { return teller_.ring(); }
 
  private:
-  void addAxes(const MachineModel& machine);
+  void addAxes(const MachineModel& machine, std::int64_t cycleMs);
   void noteExternalWrites(const Cycle& cycle) noexcept;
   [[nodiscard]] std::uint32_t stamp(std::int64_t timeMs) const noexcept {
-    return options_.startTick + static_cast<std::uint32_t>(timeMs);
+    return startTick_ + static_cast<std::uint32_t>(timeMs);
   }
 
-  const EngineOptions options_;
+  const std::uint32_t startTick_;
   simulation::Machine machine_;
   const simulation::Framework framework_;
   Library library_;

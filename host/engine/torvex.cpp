@@ -18,13 +18,6 @@ constexpr std::int64_t longestSettlingMs = 2000;
 /// From the start to the first cycle: the threads apply their scheduling meanwhile.
 constexpr std::int64_t startUpMs = 50;
 
-host::EngineOptions engineOptions(const host::SessionOptions& options, std::uint32_t cycleMs) {
-  return {options.poolName, options.preferenceDirectory,
-          cycleMs,          options.startTick,
-          options.late,     options.guard,
-          options.poolMode};
-}
-
 std::string sensorColumn(const std::string& sensor) {
   static const std::string suffix = "/Sensor";
   const bool named = sensor.size() > suffix.size() &&
@@ -93,7 +86,7 @@ host::AxisResult axisResult(const host::ShownAxis& shown) {
 Torvex::Torvex(const host::MachineModel& machine, const host::Plan& plan,
                const host::SessionOptions& options)
     : plan_(plan),
-      engine_(machine, engineOptions(options, plan.schedule.cycleMs), this),
+      engine_(machine, plan.schedule.cycleMs, options, this),
       traced_(tracedValues(engine_, machine, plan, options)),
       lastItemMs_(lastDueMs(plan)),
       result_(options,

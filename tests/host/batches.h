@@ -31,6 +31,13 @@ class Tally : public host::Listener {
   std::array<Sum, host::eventKinds> sums_;
 };
 
+/// A machine with one actuator, "a", without limits.
+inline host::MachineModel oneAxis() {
+  host::MachineModel machine;
+  machine.description.actuators.emplace_back().name = "a";
+  return machine;
+}
+
 /// A timeline without bounds, as the rules of the library have it.
 struct NaiveTimeline {
   std::vector<host::Point> points;

@@ -158,7 +158,7 @@ inline std::string stepFault(const host::Engine& engine, const std::vector<float
 /// that it touched.
 inline std::string guardFault(const host::MachineModel& machine, const host::Plan& plan,
                               bool inTime, Random& random) {
-  host::Engine engine(machine, {"", ".", plan.schedule.cycleMs});
+  host::Engine engine(machine, plan.schedule.cycleMs);
   Touches told;
   engine.addListener(told);
   for (const host::ScheduledBatch& batch : plan.batches) {

@@ -213,7 +213,7 @@ TEST(Stop, DeceleratesAsItMayAndGoesNotBeyondItsOwnPath) {
 class CurvedRun {
  public:
   CurvedRun(Random& random, std::int64_t cycleMs)
-      : random_(random), cycleMs_(cycleMs), engine_(machine_, options()) {}
+      : random_(random), cycleMs_(cycleMs), engine_(machine_, cycleMs) {}
 
   /// The command thread comes every 50 ms at first, then each cycle.
   void run() {
@@ -234,11 +234,6 @@ class CurvedRun {
   }
 
  private:
-  [[nodiscard]] host::EngineOptions options() {
-    machine_.description.actuators.emplace_back().name = "a";
-    return {"", ".", static_cast<std::uint32_t>(cycleMs_), 0, host::Late::stand};
-  }
-
   /// In motion, or from rest after others have written.
   void replace() {
     isReplaced_ = true;
@@ -298,7 +293,7 @@ class CurvedRun {
 
   Random& random_;
   const std::int64_t cycleMs_;
-  host::MachineModel machine_;
+  const host::MachineModel machine_ = oneAxis();
   host::Engine engine_;
   std::vector<State> states_;
   bool isQuintic_ = false, isReplaced_ = false;
@@ -353,10 +348,9 @@ TEST(Curves, AreClearedByPointsNeverBySamples) {
   const auto rounds = fromEnvironment("TORVEX_ROUNDS", 2000);
   for (unsigned long seed = 1; seed <= rounds && !HasFailure(); ++seed) {
     Random random(static_cast<unsigned>(seed));
-    host::MachineModel machine;
-    machine.description.actuators.emplace_back().name = "a";
+    const host::MachineModel machine = oneAxis();
     const std::int64_t cycleMs = 1 + random.below(12);
-    host::Engine engine(machine, {"", ".", static_cast<std::uint32_t>(cycleMs)});
+    host::Engine engine(machine, cycleMs);
     Diarist told;
     engine.addListener(told);
     engine.start();

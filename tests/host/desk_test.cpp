@@ -50,8 +50,7 @@ struct Fates : host::Listener {
 
 class ManyCommanders {
  public:
-  explicit ManyCommanders(unsigned seed)
-      : random_(seed), engine_(machine_, {"", ".", deskCycleMs}) {
+  explicit ManyCommanders(unsigned seed) : random_(seed), engine_(machine_, deskCycleMs) {
     engine_.addListener(fates_);
     engine_.start();
   }
@@ -305,7 +304,7 @@ TEST(Desk, JudgesNoLeaseBeforeAllWasReadAfterAStall) {
   // Renewed by what was read; read without a renewal; not read for 100 ms.
   for (int what = 0; what < 3; ++what) {
     const host::MachineModel machine = fourAxes();
-    host::Engine engine(machine, {"", ".", deskCycleMs});
+    host::Engine engine(machine, deskCycleMs);
     std::uint64_t stall = 0;
     engine.desk().setReader([&](std::uint64_t number) { stall = number; });
     engine.start();
@@ -354,7 +353,7 @@ host::Denial denialOf(host::Engine& engine, host::CommandRequest request) {
 TEST(Desk, FreesFromTheGuardAndKeepsStillWhatIsHeld) {
   host::MachineModel machine = fourAxes();
   machine.description.actuators[0].maximumVelocity = 1.0F;
-  host::Engine engine(machine, {"", ".", deskCycleMs});
+  host::Engine engine(machine, deskCycleMs);
   engine.start();
   std::int64_t clock = 0;
   const auto moveTo = [&](std::uint32_t timeMs, float value, int cycles) {
@@ -387,7 +386,7 @@ TEST(Desk, FreesFromTheGuardAndKeepsStillWhatIsHeld) {
 TEST(Desk, SaysWhyAndTakesNothingOfARequest) {
   host::MachineModel machine = fourAxes();
   machine.description.actuators[0].maximumVelocity = 1.0F;
-  host::Engine engine(machine, {"", ".", deskCycleMs});
+  host::Engine engine(machine, deskCycleMs);
   engine.start();
   engine.desk().enrol({"owner", {1}, 0, 1'000'000, host::LossRule::stop}, {});
   engine.desk().hold({2}, {});

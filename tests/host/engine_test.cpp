@@ -105,7 +105,7 @@ class RandomRun {
   Done run() {
     options_.late = pick(2) == 0 ? host::Late::stand : host::Late::catchUp;
     options_.startTick = pick(2) == 0 ? 0 : 0xFFFFFC00;
-    host::Engine engine(machine_, options_);
+    host::Engine engine(machine_, 10, options_);
     engine.addListener(witness_);
     Done done;
     for (std::uint32_t count = pick(6); count > 0; --count) {
@@ -138,7 +138,7 @@ class RandomRun {
 
   /// The same with threads: cycles and passes as fast as they can, while this one submits.
   Done runThreads() {
-    host::Engine engine(machine_, options_);
+    host::Engine engine(machine_, 10, options_);
     engine.addListener(witness_);
     Done done;
     engine.start();
@@ -249,7 +249,7 @@ class RandomRun {
   Random random_;
   /// Then on curves, and with stops: what moves is not compared.
   const bool isGuarded_;
-  host::EngineOptions options_{"", ".", 10, 0, host::Late::stand};
+  host::EngineOptions options_;
   host::MachineModel machine_;
   Witness witness_;
   std::map<int, float> pendingExternal_;

@@ -18,12 +18,6 @@ using host::EventKind;
 using host::Late;
 using host::ScheduledBatch;
 
-host::MachineModel oneAxis() {
-  host::MachineModel machine;
-  machine.description.actuators.emplace_back().name = "a";
-  return machine;
-}
-
 struct TimedValue {
   std::uint32_t timeMs;
   float value;
@@ -43,9 +37,14 @@ ScheduledBatch batchOf(std::int64_t momentMs, TimedCommand::commandType mode,
 
 constexpr float atRest = 0.0F;
 
+host::EngineOptions optionsWith(Late late) {
+  host::EngineOptions options;
+  options.late = late;
+  return options;
+}
+
 struct Rig {
-  explicit Rig(Late late, std::uint32_t cycleMs = 10)
-      : engine(machine, {"", ".", cycleMs, 0, late}) {
+  explicit Rig(Late late, std::int64_t cycleMs = 10) : engine(machine, cycleMs, optionsWith(late)) {
     engine.addListener(tally);
   }
 

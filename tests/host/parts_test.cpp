@@ -345,7 +345,7 @@ TEST(Engine, LeavesNothingBehindWhenItCannotStart) {
   options.preferenceDirectory = temporary.path("");
   options.poolName = "no/name";
   auto* const some = reinterpret_cast<Torvex*>(&machine);
-  EXPECT_THROW(host::Engine(machine, options, some), simulation::Error);
+  EXPECT_THROW(host::Engine(machine, 10, options, some), simulation::Error);
   EXPECT_TRUE(isRegistryEmpty());
 #ifndef BOOST_POOL_VALGRIND  // whose pool asks for memory to give a node back
   options.poolName = temporary.pool();
@@ -353,7 +353,7 @@ TEST(Engine, LeavesNothingBehindWhenItCannotStart) {
   for (bool started = false; !started; ++failures) {
     placesToFailure = failures + 1;
     try {
-      const host::Engine engine(machine, options, some);
+      const host::Engine engine(machine, 10, options, some);
       started = placesToFailure.exchange(0) > 0;
       EXPECT_FALSE(isRegistryEmpty());
     } catch (const std::exception&) {
