@@ -8,6 +8,7 @@
 
 #include "host/base/counted.h"
 #include "host/base/visible.h"
+#include "host/cli/options.h"
 #include "host/cli/output.h"
 #include "host/cli/status.h"
 #include "host/input/machinefile.h"

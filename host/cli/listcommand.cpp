@@ -11,6 +11,7 @@
 #include "host/base/stopsignal.h"
 #include "host/base/values.h"
 #include "host/base/visible.h"
+#include "host/cli/options.h"
 #include "host/cli/output.h"
 #include "host/engine/library.h"
 #include "host/input/machinefile.h"

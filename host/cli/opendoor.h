@@ -5,7 +5,7 @@
 #include <vector>
 
 #include "host/base/outputpaths.h"
-#include "host/cli/options.h"
+#include "host/cli/arguments.h"
 #include "host/engine/torvex.h"
 #include "host/input/machinemodel.h"
 #include "host/recording/flightrecorder.h"

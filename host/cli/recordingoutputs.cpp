@@ -8,6 +8,7 @@
 #include "attrfullname/attrfullname.h"
 #include "host/base/attributekey.h"
 #include "host/base/values.h"
+#include "host/cli/options.h"
 #include "host/recording/journaljson.h"
 #include "platform/hal/devicemanager.h"
 #include "registry/attrfullnamemanager.h"

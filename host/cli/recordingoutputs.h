@@ -5,12 +5,13 @@
 #include <vector>
 
 #include "host/base/outputpaths.h"
-#include "host/cli/options.h"
+#include "host/cli/arguments.h"
 #include "host/engine/torvex.h"
 #include "host/input/machinemodel.h"
 #include "host/motion/plan.h"
 #include "host/recording/flightrecorder.h"
 #include "host/recording/recorder.h"
+#include "host/results/runoptions.h"
 
 namespace host {
 

@@ -1,4 +1,5 @@
 #include "host/cli/runcommand.h"
+#include "host/cli/options.h"
 #include "host/cli/output.h"
 #include "host/input/machinefile.h"
 

@@ -1,6 +1,6 @@
 #pragma once
 
-#include "host/cli/options.h"
+#include "host/cli/arguments.h"
 
 namespace host {
 

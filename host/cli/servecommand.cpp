@@ -14,6 +14,7 @@
 #include "host/base/usersignal.h"
 #include "host/base/visible.h"
 #include "host/cli/opendoor.h"
+#include "host/cli/options.h"
 #include "host/cli/output.h"
 #include "host/cli/poolname.h"
 #include "host/cli/recordingoutputs.h"

@@ -13,6 +13,7 @@
 
 #include "host/base/livevalues.h"
 #include "host/base/stopsignal.h"
+#include "host/cli/options.h"
 #include "host/cli/output.h"
 #include "host/cli/poolname.h"
 #include "host/cli/status.h"

@@ -52,10 +52,10 @@ void checkReplaced(const std::string& path, const NamedFiles& files) {
     outputs.push_back({path, "preference file"});
     checkOutputs(outputs, files.inputs);
   } catch (const UserError& error) {
-    throw Refused(refusedWith(400, "invalid", error.entries().front().text, "/file"));
+    throw Refused({400, "invalid", error.entries().front().text, "/file"});
   }
   if (std::filesystem::exists(path) && !isPreferenceFile(path)) {
-    throw Refused(refusedWith(400, "invalid", "is there, and is no preference file", "/file"));
+    throw Refused({400, "invalid", "is there, and is no preference file", "/file"});
   }
 }
 

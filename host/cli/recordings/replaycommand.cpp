@@ -15,6 +15,7 @@
 #include "host/base/values.h"
 #include "host/base/visible.h"
 #include "host/cli/opendoor.h"
+#include "host/cli/options.h"
 #include "host/cli/output.h"
 #include "host/cli/poolname.h"
 #include "host/cli/recordings/faults.h"
