@@ -14,6 +14,7 @@
 #include "host/motion/plan.h"
 #include "host/motion/rehearsal.h"
 #include "host/results/findings.h"
+#include "tests/support/refusal.h"
 #include "tests/support/temporary.h"
 
 namespace {
@@ -53,12 +54,8 @@ const std::string fewActuators = "name: r\nurdf: few.urdf\nactuators: [{name: l,
 /// The message of the UserError that `read` throws, less the folder.
 template <typename Read>
 std::string complaint(const Temporary& temporary, const Read& read) {
-  try {
-    read();
-    return "accepted";
-  } catch (const host::UserError& error) {
-    return std::string(error.what()).substr(temporary.path("").size());
-  }
+  const std::string said = refusal<host::UserError>(read);
+  return said == "accepted" ? said : said.substr(temporary.path("").size());
 }
 
 /// Runs every text of a file of bad inputs, each behind a line ">>> " with how its message

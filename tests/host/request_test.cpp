@@ -1,4 +1,5 @@
 #include "host/input/requestreader.h"
+#include "tests/support/refusal.h"
 
 #include <gtest/gtest.h>
 
@@ -18,12 +19,7 @@ class Request : public testing::Test {
     return readBatchRequest(text, names_);
   }
   [[nodiscard]] std::string complaint(const std::string& text) const {
-    try {
-      (void)read(text);
-      return "accepted";
-    } catch (const host::UserError& error) {
-      return error.what();
-    }
+    return refusal<host::UserError>([&] { (void)read(text); });
   }
 
   const Temporary folder_;

@@ -10,7 +10,6 @@ import re
 import subprocess
 import sys
 import threading
-import time
 import unittest
 
 sys.path.insert(0, str(pathlib.Path(__file__).resolve().parents[1] / "tool"))
@@ -74,14 +73,6 @@ class Page(DoorTest):
                               capture_output=True, check=True).stdout
         return next(iter(json.loads(said)["values"].values()))
 
-    def comes_to_rest(self, machine, key="arm/Value", seconds=4):
-        end, seen = time.monotonic() + seconds, []
-        while time.monotonic() < end and (len(seen) < 30 or len(set(seen[-30:])) > 1):
-            seen.append(machine[key])
-            time.sleep(0.01)
-        self.assertEqual(len(set(seen[-30:])), 1, seen[-30:])
-        return seen[-1]
-
     def test_shows_a_machine_and_asks_nobody_else(self):
         port = free_port()
         write("m.yaml", machine_text + f"- {{name: {json.dumps(odd)}, minimum: 0, maximum: 1}}\n")
@@ -124,7 +115,7 @@ class Page(DoorTest):
             self.assertEqual(machine["b/Value"], 0)
             browser("jog-down").send_keys(Keys.ENTER)
             browser.slider("arm").send_keys(Keys.HOME, Keys.PAGE_UP)
-            self.assertLess(self.comes_to_rest(machine), -1)
+            self.assertLess(self.comes_to_rest(machine, "arm/Value"), -1)
             browser("go-value").send_keys("0", Keys.ENTER)
             browser.until(lambda: machine["arm/Value"] == 0)
             browser.until(lambda: browser.pixel("view") == lying)
@@ -143,7 +134,7 @@ class Page(DoorTest):
                 browser.slider("arm").send_keys(Keys.END)
                 browser.until(lambda: machine["arm/Value"] > 0.1)
                 leaves()
-                self.assertLess(self.comes_to_rest(machine), 1.4)
+                self.assertLess(self.comes_to_rest(machine, "arm/Value"), 1.4)
                 return next(event for event in events if event.kind == "lost" and event.fields["name"] == name).reason
 
             self.assertEqual(moves_until(lambda: browser.switch_to.new_window("tab")), "resigned")
@@ -201,7 +192,7 @@ class Page(DoorTest):
                 browser.until(lambda: abs(machine["arm/Value"]) > 0.05)
                 browser("take").send_keys(Keys.SPACE)
                 browser.waits_for("hold", "HELD")
-                self.comes_to_rest(machine)
+                self.comes_to_rest(machine, "arm/Value")
                 count = len(answers)
                 browser.until(lambda: len(answers) > count + 5)
                 self.assertEqual(set(answers[count:]), {"held"})
@@ -233,7 +224,7 @@ class Page(DoorTest):
             browser.until(lambda: machine["arm/Value"] > 0.2)
             browser.until(lambda: machine["arm/Value"] > 0.2)
             browser("motion-stop").click()
-            self.assertGreater(self.comes_to_rest(machine), 0.1)
+            self.assertGreater(self.comes_to_rest(machine, "arm/Value"), 0.1)
             self.assertEqual(machine.axes()["arm"].waiting, 0)
             self.assertEqual(machine.axes()["arm"].owner, re.search(r"page-\w+", browser("commander").text)[0])
             browser.drop(again_yaml=swing)

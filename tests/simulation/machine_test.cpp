@@ -10,7 +10,7 @@
 #include "platform/hal/devicemanager.h"
 #include "platform/hal/devicepool.h"
 #include "platform/hal/subdevicelist.h"
-#include "tests/simulation/refusal.h"
+#include "tests/support/refusal.h"
 #include "tests/support/temporary.h"
 
 namespace {

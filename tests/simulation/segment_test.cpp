@@ -11,7 +11,7 @@
 #include "simulation/framework/descriptor.h"
 #include "simulation/machine.h"
 #include "simulation/observer.h"
-#include "tests/simulation/refusal.h"
+#include "tests/support/refusal.h"
 #include "tests/support/random.h"
 #include "tests/support/temporary.h"
 

@@ -147,6 +147,15 @@ class DoorTest(ToolTest):
         self.assertTrue(error["message"])
         return status, error["reason"], error["path"]
 
+    def comes_to_rest(self, machine, key="a/Value", seconds=4):
+        """The value at which the register stays for a while, which it must before so long."""
+        end, seen = time.monotonic() + seconds, []
+        while time.monotonic() < end and (len(seen) < 30 or len(set(seen[-30:])) > 1):
+            seen.append(machine[key])
+            time.sleep(0.01)
+        self.assertEqual(len(set(seen[-30:])), 1, seen[-30:])
+        return seen[-1]
+
 
 class Door(DoorTest):
     def test_answers_as_the_document_says(self):
