@@ -11,8 +11,8 @@
 #include "simulation/framework/descriptor.h"
 #include "simulation/machine.h"
 #include "simulation/observer.h"
-#include "tests/support/refusal.h"
 #include "tests/support/random.h"
+#include "tests/support/refusal.h"
 #include "tests/support/temporary.h"
 
 namespace {
