@@ -58,6 +58,24 @@ void refusePart(const std::string& path) {
   }
 }
 
+/// A report that goes to this file would be lost with it.
+void refuseReplacedReport(const NamedOutput& output) {
+  struct stat named {};
+  if (isStandardOutput(output.path) || stat(output.path.c_str(), &named) != 0 ||
+      !S_ISREG(named.st_mode)) {
+    return;
+  }
+  for (const int descriptor : {STDOUT_FILENO, STDERR_FILENO}) {
+    struct stat report {};
+    if (fstat(descriptor, &report) == 0 && report.st_ino == named.st_ino &&
+        report.st_dev == named.st_dev) {
+      throw UserError(output.path, {},
+                      fmt::format("the {} would replace what goes to standard {}", output.what,
+                                  descriptor == STDOUT_FILENO ? "output" : "error"));
+    }
+  }
+}
+
 }  // namespace
 
 bool isStandardOutput(const std::string& path) {
@@ -67,6 +85,7 @@ bool isStandardOutput(const std::string& path) {
 void checkOutputs(const std::vector<NamedOutput>& outputs, const std::vector<std::string>& inputs) {
   for (auto output = outputs.begin(); output != outputs.end(); ++output) {
     refusePart(output->path);
+    refuseReplacedReport(*output);
     std::for_each(inputs.begin(), inputs.end(), refusePart);
     for (const std::string& input : inputs) {
       if (isSamePlace(output->path, input)) {

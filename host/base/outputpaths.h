@@ -21,8 +21,9 @@ struct NamedFiles {
 /// Whether a path means what this process has for standard output.
 bool isStandardOutput(const std::string& path);
 
-/// Throws `UserError` when an output would overwrite an input or another
-/// output, and when one of them bears the name of a part of a file.
+/// Throws `UserError` when an output would overwrite an input, another output
+/// or what standard output or error goes to, and when one of them bears the name of a part of a
+/// file.
 void checkOutputs(const std::vector<NamedOutput>& outputs, const std::vector<std::string>& inputs);
 
 /// Throws `UserError` when this folder can neither be written to nor made.

@@ -208,12 +208,17 @@ class EventLines::Stream {
   std::optional<Json> next(int waitMs) {
     const auto until = std::chrono::steady_clock::now() + std::chrono::milliseconds(waitMs);
     while (true) {
-      if (const std::size_t end = text_.find('\n', begin_); end != std::string::npos) {
+      if (const std::size_t end = text_.find('\n', searched_); end != std::string::npos) {
         const std::string line = text_.substr(begin_, end - begin_);
         begin_ = end + 1;
+        searched_ = begin_;
         return parsed(line);
       }
       text_.erase(0, std::exchange(begin_, 0));
+      searched_ = text_.size();
+      if (searched_ > mostAnswered) {
+        throw DoorClosed("the machine tells an event that has no end");
+      }
       const auto left = until - std::chrono::steady_clock::now();
       const auto leftMs = std::max<std::int64_t>(left / std::chrono::milliseconds(1), 0);
       if (parser_.is_done() || !readSome(static_cast<int>(leftMs))) {
@@ -223,7 +228,7 @@ class EventLines::Stream {
   }
 
   [[nodiscard]] bool hasEnded() const {
-    return parser_.is_done() && text_.find('\n', begin_) == std::string::npos;
+    return parser_.is_done() && text_.find('\n', searched_) == std::string::npos;
   }
 
  private:
@@ -260,6 +265,8 @@ class EventLines::Stream {
   std::string text_;
   /// Where the first line in it begins that was not taken yet.
   std::size_t begin_ = 0;
+  /// Up to where it holds no line's end.
+  std::size_t searched_ = 0;
 };
 
 EventLines::EventLines(const std::string& socketPath, const std::string& target)

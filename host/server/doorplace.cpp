@@ -85,12 +85,13 @@ void DoorPlace::fail(const std::string& name, const std::string& what) const {
 }
 
 void DoorPlace::openFolder() {
-  mkdir(folderPath_.c_str(), 0700);  // when it is there, the rest looks at it
+  // When it is there, the rest looks at it.
+  const int whyNotMade = mkdir(folderPath_.c_str(), 0700) == 0 ? 0 : errno;
   folder_ = simulation::Descriptor(
       open(folderPath_.c_str(), O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC));
   struct stat status {};
   if (folder_.number() < 0 || fstat(folder_.number(), &status) != 0) {
-    fail("", std::strerror(errno));
+    fail("", std::strerror(errno == ENOENT ? whyNotMade : errno));
   }
   if (!isMine(status)) {
     fail("", fmt::format("belongs to the user {}", status.st_uid));

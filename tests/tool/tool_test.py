@@ -146,6 +146,11 @@ class Tool(ToolTest):
             said = self.said(2, *arguments)
             self.assertTrue(said.startswith(expected), f"{said}\nexpected {expected}")
         self.assertFalse(list(pathlib.Path().glob("t.csv*")))
+        with open("o.csv", "w", encoding="utf-8") as out:
+            done = subprocess.run([tool, "run", "r.urdf", "m.yaml", "--trace", "o.csv"], stdout=out, stderr=subprocess.PIPE,
+                                  text=True, check=False)
+        self.assertEqual((done.returncode, done.stderr), (
+            2, "o.csv: error: the trace would replace what goes to standard output\n"))
 
     def test_says_that_it_waits_for_an_input(self):
         os.mkfifo("pipe")

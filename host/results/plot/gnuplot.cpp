@@ -103,8 +103,12 @@ std::string drawnByGnuplot(const std::string& script) {
   // Without the user's own settings.
   const int status = runGnuplot({"gnuplot", "-d", "-"}, input, output);
   std::string drawn = contentsOf(output);
-  if (status != 0 || drawn.find("</svg>") == std::string::npos) {
+  if (status != 0) {
     throw std::runtime_error(fmt::format("gnuplot ended with status {}", status));
+  }
+  if (drawn.find("</svg>") == std::string::npos) {
+    throw std::runtime_error(
+        "gnuplot could not write all of it: is there room for temporary files?");
   }
   return drawn;
 }
