@@ -24,6 +24,12 @@ std::string emptyFault(const std::string& text) {
   return text.empty() ? "is empty" : "";
 }
 
+/// The same of the value of an option: where it was left out, the parser takes the next word.
+std::string valueFault(const std::string& text) {
+  return text.rfind("--", 0) == 0 ? "'" + text + "' begins as an option, not as a value"
+                                  : emptyFault(text);
+}
+
 /// The option "--NAME", which is there. The parser's own search ends the process when memory runs
 /// out.
 CLI::Option* optionNamed(CLI::App& command, const std::string& name) {
@@ -67,14 +73,14 @@ void addOption(CLI::App& command, const OptionText& text, std::string& value) {
   command.add_option(text.name, value, text.what)
       ->type_name(text.type)
       ->default_str(text.otherwise)
-      ->check(emptyFault);
+      ->check(valueFault);
 }
 
 void addOption(CLI::App& command, const OptionText& text, const Take& take) {
   command.add_option_function<std::string>(text.name, take, text.what)
       ->type_name(text.type)
       ->default_str(text.otherwise)
-      ->check(emptyFault);
+      ->check(valueFault);
 }
 
 void addRepeatable(CLI::App& command, const OptionText& text, const Take& take) {
@@ -88,7 +94,7 @@ void addRepeatable(CLI::App& command, const OptionText& text, const Take& take) 
       ->type_name(text.type)
       ->expected(1)
       ->take_all()
-      ->check(emptyFault);
+      ->check(valueFault);
 }
 
 void addNeed(CLI::App& command, const std::vector<const char*>& options, const char* needed) {

@@ -27,7 +27,8 @@ struct OptionText {
 CLI::App& addSubcommand(CLI::App& app, const char* name, const char* what,
                         const std::string& footer, const Command& run, Command& chosen);
 
-// What an argument or an option is given must not be empty.
+// What an argument or an option is given must not be empty; that of an option must not begin with
+// "--", as the next option does where the value is missing.
 
 /// An argument that must be given.
 void addArgument(CLI::App& command, const char* name, std::string& value, const char* what);

@@ -106,7 +106,7 @@ class Fleet(DoorTest):
         super().setUp()
         for name in "ab":
             write(name + ".yaml", f"name: {name}\nactuators: [{{name: x, minimum: -1, maximum: 1, maximum_velocity: 2}}]\n")
-        for name, value, seconds in (("up", 0.1, 0.1), ("down", 0, 0.1), ("long", 1, 20), ("steep", 1, 0.1)):
+        for name, value, seconds in (("up", 0.1, 0.1), ("down", 0, 0.1), ("long", 1, 20)):
             write(name + ".yaml", f"batches: [{{at: 0, key: x/Value, items: [{{time: {seconds}, value: {value}}}]}}]\n")
         write("slow.yaml", "machines: [{name: a}, {name: b, socket: slow.sock}]\n")
         write("cut.yaml", "machines: [{name: a, axes: [x]}, {name: b, socket: cut.sock}]\nall_or_none: true\n")
@@ -232,9 +232,12 @@ class Fleet(DoorTest):
             print("one is out before the start:", said.splitlines()[0])
 
     def says_what_the_machines_warn_of(self):
+        write("steep.yaml", "{joint_names: [x], points: [{positions: [0], effort: [1], time_from_start: 1}, "
+              "{positions: [1], time_from_start: 1.1}]}")
         said = self.said(1, "fleet", "play", "fleet.yaml", "steep.yaml", "--at", "0.001")
         for name in "ab":
             self.assertRegex(said, f"steep.yaml:1:[0-9]+: warning: {name}: x moves [0-9.]+ a second .* above its limit 2")
+            self.assertIn(f"note: {name}: steep.yaml: efforts are ignored", said)
         self.assertIn("--at must be at least", said)
 
     def stops_all(self):

@@ -66,6 +66,16 @@ void addMachineName(CLI::App& command, std::string& machine) {
             machine);
 }
 
+std::vector<std::string> notesIn(const Json& answer) {
+  std::vector<std::string> notes;
+  for (const Json& batch : memberOf(answer, "batches")) {
+    for (const Json& note : memberOf(batch, "notes")) {
+      notes.push_back(note.is_string() ? note.get<std::string>() : "");
+    }
+  }
+  return notes;
+}
+
 std::string takenText(const Json& answer) {
   std::uint64_t points = 0;
   std::string changed;
@@ -79,10 +89,9 @@ std::string takenText(const Json& answer) {
                                visible(textOf(axis, "key")), counted(late, "point"), limited);
       }
     }
-    for (const Json& note : memberOf(batch, "notes")) {
-      changed += fmt::format("torvex: note: {}\n",
-                             visible(note.is_string() ? note.get<std::string>() : ""));
-    }
+  }
+  for (const std::string& note : notesIn(answer)) {
+    changed += fmt::format("torvex: note: {}\n", visible(note));
   }
   return changed + fmt::format("taken: {}\n", counted(points, "point"));
 }

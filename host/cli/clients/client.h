@@ -2,6 +2,7 @@
 
 #include <functional>
 #include <string>
+#include <vector>
 
 #include "host/base/values.h"
 #include "host/cli/arguments.h"
@@ -29,7 +30,11 @@ std::string keyGiven(const std::string& name);
 /// Which machine is meant: see `doorOf`.
 void addMachineName(CLI::App& command, std::string& machine);
 
-/// What was taken, in words for a user; a line for each batch in which something was changed.
+/// What the machine notes of the motions of a request, such as joints that it leaves out.
+std::vector<std::string> notesIn(const Json& answer);
+
+/// What was taken, in words for a user; a line for each axis of which something was changed, and
+/// for each note.
 std::string takenText(const Json& answer);
 
 }  // namespace host

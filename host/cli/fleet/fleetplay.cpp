@@ -141,11 +141,14 @@ class FleetPlay {
 
   void sayWarnings() const {
     for (const Member& member : members_) {
-      std::vector<Finding> warnings = member.view().warnings;
-      for (Finding& warning : warnings) {
+      Member::View view = member.view();
+      for (Finding& warning : view.warnings) {
         warning.text = member.name() + ": " + warning.text;
       }
-      complainAll("warning", warnings);
+      complainAll("warning", view.warnings);
+      for (const std::string& note : view.notes) {
+        complain(fmt::format("torvex: note: {}: {}\n", visible(member.name()), visible(note)));
+      }
     }
   }
 

@@ -11,6 +11,7 @@
 #include <utility>
 
 #include "host/base/clocks.h"
+#include "host/cli/clients/client.h"
 #include "host/cli/clients/motionrequest.h"
 #include "host/client/answer.h"
 
@@ -131,6 +132,7 @@ void Member::prepare() {
     view_.approachMs = std::clamp<std::int64_t>(numberOf(answer, "approach_ms"), 0, 100'000'000);
     view_.preparedInMs = tookMs;
     view_.warnings = warningsIn(answer);
+    view_.notes = notesIn(answer);
   }
   tellClock();
 }

@@ -61,6 +61,8 @@ class Member {
     std::int64_t preparedInMs = 0;
     /// What the machine would warn of in its motions.
     std::vector<Finding> warnings;
+    /// What it notes of them.
+    std::vector<std::string> notes;
     Played played;
   };
 
