@@ -232,12 +232,13 @@ class Fleet(DoorTest):
             print("one is out before the start:", said.splitlines()[0])
 
     def says_what_the_machines_warn_of(self):
-        write("steep.yaml", "{joint_names: [x], points: [{positions: [0], effort: [1], time_from_start: 1}, "
-              "{positions: [1], time_from_start: 1.1}]}")
+        write("steep.yaml", "batches: [{at: 0, key: x/Value, items: [{time: 0.1, value: 1}]}, "
+              "{at: 1, trajectory_file: noted.yaml}]")
+        write("noted.yaml", "{joint_names: [x], points: [{positions: [1], effort: [1], time_from_start: 1}]}")
         said = self.said(1, "fleet", "play", "fleet.yaml", "steep.yaml", "--at", "0.001")
         for name in "ab":
             self.assertRegex(said, f"steep.yaml:1:[0-9]+: warning: {name}: x moves [0-9.]+ a second .* above its limit 2")
-            self.assertIn(f"note: {name}: steep.yaml: efforts are ignored", said)
+            self.assertIn(f"note: {name}: noted.yaml: effort are ignored", said)
         self.assertIn("--at must be at least", said)
 
     def stops_all(self):
