@@ -116,15 +116,17 @@ void addCheckCommand(CLI::App& app, Command& chosen) {
   CLI::App& command = addSubcommand(
       app, "check", "Check motions against a machine, without moving it",
       "Example:\n"
-      "  torvex check examples/humanoid/humanoid.yaml examples/humanoid/wave.yaml\n\n"
-      "Exit status: 0 when all is well; 1 when targets lie outside limits, segments are steeper\n"
-      "than an actuator may move, or points come too late; 2 for what 'torvex run' would refuse.",
+      "  torvex check examples/humanoid/humanoid.yaml examples/humanoid/wave.yaml\n"
+      "\n"
+      "Exit status: 0 without findings; 1 if a motion exceeds the limits of the machine, or "
+      "points\n"
+      "are late; 2 if 'torvex run' would refuse it.",
       [options] { return check(*options); }, chosen);
   addMachine(command, options->machinePath);
   addMotions(command, options->motionPaths, options->motions);
   addCycle(command, options->timing.cycleMs);
   addTiming(command, options->timing);
-  addFlag(command, "--json", options->json, "What was found as a JSON object");
+  addFlag(command, "--json", options->json, "Print the findings as a JSON object");
 }
 
 }  // namespace host

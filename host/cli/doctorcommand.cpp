@@ -69,14 +69,15 @@ int doctor(bool json) {
 void addDoctorCommand(CLI::App& app, Command& chosen) {
   const auto json = std::make_shared<bool>(false);
   CLI::App& command = addSubcommand(
-      app, "doctor", "Say how punctual cycles can be here",
-      "A line for each thing that decides how punctual cycles are: + good, - could be better, ?\n"
-      "not to be seen from here, as in a container. Below it, what to do about it.\n\n"
-      "Exit status: 0 when nothing is known that could be better; 1 when something is, or the\n"
-      "lines could not be written; 2 for bad usage; 128 and the signal's number when a signal\n"
-      "stopped it.",
+      app, "doctor", "Check this computer's settings for punctual cycles",
+      "Prints a line for each setting that affects how punctual cycles are: + good, - could be\n"
+      "better, ? cannot be seen from here, as in a container. Below it: what to change.\n"
+      "\n"
+      "Exit status: 0 if no setting is known to be poor; 1 if one is, or if the output could not "
+      "be\n"
+      "written; 2 for wrong usage; 128 + N if signal N stopped it.",
       [json] { return doctor(*json); }, chosen);
-  addFlag(command, "--json", *json, "An array of objects instead of lines");
+  addFlag(command, "--json", *json, "Print an array of objects instead of lines");
 }
 
 }  // namespace host

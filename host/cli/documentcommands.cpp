@@ -22,7 +22,7 @@ int printCompletion(const CLI::App& app, const std::string& shell) {
   const StopSignal stopSignal;
   const std::string script = completionScript(shell, usageOf(app));
   if (script.empty()) {
-    complain("torvex: error: there is completion for bash, zsh and fish\n");
+    complain("torvex: error: completion is for bash, zsh or fish\n");
     return badInputStatus;
   }
   return writeOut(script);
@@ -52,20 +52,22 @@ int writeManual(const CLI::App& app, const std::filesystem::path& folder) {
 void addDocumentCommands(CLI::App& app, Command& chosen) {
   const auto shell = std::make_shared<std::string>();
   CLI::App& completion = addSubcommand(
-      app, "completion", "Print what completes the tool's words in a shell",
+      app, "completion", "Print a completion script for a shell",
       "For this shell alone, in bash:\n"
-      "  source <(torvex completion bash)\n\n"
-      "An installed tool has it already. Keys are those of the machine that runs.\n\n"
-      "Exit status: 0; 1 when it could not be written; 2 for bad usage.",
+      "  source <(torvex completion bash)\n"
+      "\n"
+      "An installed tool has it already. Keys are those of the machine that runs.\n"
+      "\n"
+      "Exit status: 0; 1 if it could not be written; 2 for wrong usage.",
       [&app, shell] { return printCompletion(app, *shell); }, chosen);
-  addArgument(completion, {"SHELL", "bash|zsh|fish", "Whose words these are", ""}, *shell);
+  addArgument(completion, {"SHELL", "bash|zsh|fish", "The shell", ""}, *shell);
 
   const auto folder = std::make_shared<std::string>();
   CLI::App& manual = addSubcommand(
       app, "manual", "Write the manual pages and the completions into a folder", "",
       [&app, folder] { return writeManual(app, *folder); }, chosen);
   manual.group("");
-  addArgument(manual, "FOLDER", *folder, "Made when it is missing");
+  addArgument(manual, "FOLDER", *folder, "Created if it is missing");
 }
 
 }  // namespace host

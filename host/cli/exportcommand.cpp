@@ -39,14 +39,17 @@ void addExportCommand(CLI::App& app, Command& chosen) {
   CLI::App& command = addSubcommand(
       app, "export", "Write the preferences of a device or sub-device to a file",
       "Example:\n"
-      "  torvex export examples/humanoid/humanoid.yaml MainBoard mainboard.xml\n\n"
-      "Exit status: 0, also when there is nothing to export, which it says; 1 when the file could\n"
-      "not be written; 2 for bad input or usage, an unknown container among it.",
+      "  torvex export examples/humanoid/humanoid.yaml MainBoard mainboard.xml\n"
+      "\n"
+      "Exit status: 0, also if there is nothing to export (with a message); 1 if the file could "
+      "not\n"
+      "be written; 2 for bad input or wrong usage, or an unknown container.",
       [options] { return exportFrom(*options); }, chosen);
   addMachine(command, options->machinePath);
   addArgument(command, "CONTAINER", options->wanted.container,
-              "Name of the device, actuator or sensor");
-  addArgument(command, "FILE", options->wanted.file, "Preference file, a name in the directory");
+              "Name of a device, actuator or sensor");
+  addArgument(command, "FILE", options->wanted.file,
+              "Name of the preference file, in the folder of --directory");
   addPreferenceDirectory(command, options->directory);
 }
 

@@ -126,17 +126,22 @@ void addListCommand(CLI::App& app, Command& chosen) {
   CLI::App& command = addSubcommand(
       app, "list", "List the attributes of a machine",
       "Example:\n"
-      "  torvex list examples/humanoid/humanoid.yaml\n\n"
-      "Type codes 1 to 6 mean integers, 7 floats, 8 and 9 texts, others no value. An attribute\n"
-      "is an actuator when the control cycle writes it: on the straight line between two\n"
-      "commands and within the limits (linear), or each command as it stands (step). What\n"
-      "there is none of is shown as -, and null in JSON.\n\n"
-      "Exit status: 0; 1 when the list could not be written; 2 for bad input or usage; 128 and\n"
-      "the signal's number when a signal stopped it.",
+      "  torvex list examples/humanoid/humanoid.yaml\n"
+      "\n"
+      "Type codes 1 to 6 are integers, 7 is a float, 8 and 9 are texts; others have no value. An\n"
+      "attribute is an actuator if the control cycle writes it: values on the straight line "
+      "between\n"
+      "two commands, within the limits (linear), or each command unchanged (step). A missing "
+      "value\n"
+      "is shown as -, in JSON as null.\n"
+      "\n"
+      "Exit status: 0; 1 if the list could not be written; 2 for bad input or wrong usage; 128 + "
+      "N\n"
+      "if signal N stopped it.",
       [options] { return list(*options); }, chosen);
   addMachine(command, options->machinePath);
-  addFlag(command, "--actuators", options->actuators, "The values of actuators alone");
-  addFlag(command, "--json", options->json, "An array of objects instead of a table");
+  addFlag(command, "--actuators", options->actuators, "List only the values of actuators");
+  addFlag(command, "--json", options->json, "Print an array of objects instead of a table");
 }
 
 }  // namespace host

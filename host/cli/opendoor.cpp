@@ -83,31 +83,38 @@ Access accessOf(const DoorOptions& options) {
 void addDoor(CLI::App& command, DoorOptions& options) {
   addOption(command,
             {"--socket", "PATH",
-             "The socket (default: torvex/NAME.sock in the folder of this user's sockets)", ""},
+             "Path of the socket (default: torvex/NAME.sock in XDG_RUNTIME_DIR, /run/user/UID or, "
+             "for root, /run)",
+             ""},
             options.socketPath);
-  addOption(
-      command,
-      {"--http", "[ADDRESS:]PORT",
-       "Clients may also come by TCP, with a token; on loopback unless an address is given", ""},
-      [&options](const std::string& text) { options.tcp = addressNamed(text); });
-  addOption(
-      command,
-      {"--token-file", "FILE", "The token to ask for (default: a new one beside the socket)", ""},
-      options.tokenPath);
+  addOption(command,
+            {"--http", "[ADDRESS:]PORT",
+             "Also open the door on TCP, for clients with a token; the address is 127.0.0.1 unless "
+             "one is given",
+             ""},
+            [&options](const std::string& text) { options.tcp = addressNamed(text); });
+  addOption(command,
+            {"--token-file", "FILE",
+             "File with the token that TCP clients must send (default: a new token, in NAME.token "
+             "beside the socket)",
+             ""},
+            options.tokenPath);
   addRepeatable(command,
-                {"--host", "NAME", "A further name of this computer that TCP clients may use", ""},
+                {"--host", "NAME",
+                 "A further name of this computer that TCP clients may use; may be repeated", ""},
                 [&options](const std::string& text) { options.hosts.push_back(text); });
-  addRepeatable(command,
-                {"--origin", "URL", "Pages of this origin may come in, with the token", ""},
-                [&options](const std::string& text) { options.origins.push_back(text); });
+  addRepeatable(
+      command,
+      {"--origin", "URL", "Allow pages of this origin, with the token; may be repeated", ""},
+      [&options](const std::string& text) { options.origins.push_back(text); });
   addRepeatable(command,
                 {"--package-path", "DIR",
-                 "Where packages are: the page is given DIR/PACKAGE/PATH for the meshes of a URDF, "
-                 "package://PACKAGE/PATH; may be repeated",
+                 "A folder of packages: DIR/PACKAGE/PATH is the mesh package://PACKAGE/PATH of a "
+                 "URDF; may be repeated",
                  ""},
                 [&options](const std::string& text) { options.packageFolders.push_back(text); });
   addOption(command,
-            {"--motions", "DIR", "A folder whose motion files clients may play by their names", ""},
+            {"--motions", "DIR", "A folder whose motion files clients may play by name", ""},
             options.motionFolder);
   addNeed(command, {"--token-file", "--host"}, "--http");
 }

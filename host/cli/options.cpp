@@ -107,15 +107,15 @@ std::uint32_t tick(const std::string& text) {
 
 void addMachine(CLI::App& command, std::string& path) {
   addArgument(command, "MACHINE", path,
-              "Machine: a robot description (URDF) or a machine file (YAML)");
+              "The machine: a robot description (URDF) or a machine file (YAML)");
 }
 
 void addMotions(CLI::App& command, std::vector<std::string>& paths, MotionOptions& options) {
-  addArguments(command, "MOTION", paths, true,
-               "Motions: trajectory_msgs/JointTrajectory, batches of commands, or FILE:NAME of "
-               "named motions, in YAML");
+  addArguments(
+      command, "MOTION", paths, true,
+      "Motion files (YAML): a trajectory, command batches, or FILE:NAME for a named motion");
   addFlag(command, "--ignore-unknown-joints", options.ignoreUnknownJoints,
-          "Leave out joints of trajectories that the machine cannot move, and say which");
+          "Leave out joints of trajectories that the machine cannot move, and report them");
 }
 
 void addCycle(CLI::App& command, std::uint32_t& cycleMs) {
@@ -128,25 +128,25 @@ void addCycle(CLI::App& command, std::uint32_t& cycleMs) {
 
 void addTiming(CLI::App& command, Timing& timing) {
   constexpr std::uint32_t longestApproachMs = 70'000'000;
-  addOption(
-      command,
-      {"--approach,--lead", "TIME",
-       "Time to approach the first points of trajectories: 500ms, 2s (default: what they need)",
-       ""},
-      [&timing](const std::string& text) {
-        timing.approachMs = milliseconds("--approach", text, 1, longestApproachMs);
-      });
+  addOption(command,
+            {"--approach,--lead", "TIME",
+             "Time to approach the first points of trajectories: 500ms, 2s (default: the time that "
+             "they need)",
+             ""},
+            [&timing](const std::string& text) {
+              timing.approachMs = milliseconds("--approach", text, 1, longestApproachMs);
+            });
   addOption(
       command,
       {"--interpolation", "message|linear|smooth",
-       "Between points: message as it has velocities and accelerations, linear, or smooth "
-       "through points without velocities",
+       "The path between points: message uses the velocities and accelerations that points have, "
+       "linear straight lines; smooth gives velocities to points without them",
        "message"},
       [&timing](const std::string& text) { timing.interpolation = interpolationNamed(text); });
   addOption(command,
             {"--scale", "none|auto",
-             "Stretch each trajectory in time just so far that velocities and known accelerations "
-             "hold, or not",
+             "auto stretches each trajectory and batch in time by the smallest factor that keeps "
+             "velocities and known accelerations within their limits",
              "none"},
             [&timing](const std::string& text) {
               if (text != "none" && text != "auto") {
@@ -159,18 +159,18 @@ void addTiming(CLI::App& command, Timing& timing) {
 void addCycleScheduling(CLI::App& command, ThreadScheduling& scheduling) {
   addOption(command,
             {"--priority", "NUMBER",
-             "Real-time priority of the cycle thread, 2 to 99; commands come one below",
+             "Real-time priority of the cycle thread, 2 to 99; the command thread has one less",
              std::to_string(scheduling.priority)},
             [&scheduling](const std::string& text) { scheduling.priority = priority(text); });
-  addOption(command,
-            {"--affinity", "CPU", "The processor that the cycle thread runs on (default: any)", ""},
+  addOption(command, {"--affinity", "CPU", "The processor for the cycle thread (default: any)", ""},
             [&scheduling](const std::string& text) { scheduling.processor = processor(text); });
 }
 
 void addLate(CLI::App& command, Late& late) {
   addOption(command,
             {"--late", "stand|catch-up",
-             "After the process was held up: stand goes on where the motion was, catch-up hurries",
+             "After a stall of the process: stand continues where the motion was, catch-up catches "
+             "up with the clock",
              "stand"},
             [&late](const std::string& text) { late = lateNamed(text); });
 }
@@ -178,15 +178,16 @@ void addLate(CLI::App& command, Late& late) {
 void addGuard(CLI::App& command, GuardMode& guard) {
   addOption(command,
             {"--guard", "hold|warn|off",
-             "What is done about a step beyond a maximum velocity: hold brings the actuator to "
-             "rest, warn tells it, off does nothing",
+             "On a step beyond a maximum velocity: hold brings the actuator to rest and holds it, "
+             "warn only reports it, off does nothing",
              "hold"},
             [&guard](const std::string& text) { guard = guardNamed(text); });
 }
 
 void addPreferenceDirectory(CLI::App& command, std::string& path) {
   addOption(command,
-            {"--directory", "DIR", "Preference directory, created when it is missing", path}, path);
+            {"--directory", "DIR", "Folder for preference files; created if it is missing", path},
+            path);
 }
 
 void addPool(CLI::App& command, const char* help, std::string& name) {
@@ -194,15 +195,17 @@ void addPool(CLI::App& command, const char* help, std::string& name) {
 }
 
 void addPoolMode(CLI::App& command, std::optional<std::uint32_t>& mode) {
-  addOption(command,
-            {"--pool-mode", "600|640|604|644",
-             "Who may watch: permissions of the device pool (default: 644 less the umask)", ""},
-            [&mode](const std::string& text) {
-              if (text != "600" && text != "640" && text != "604" && text != "644") {
-                refuseOption("--pool-mode", "'" + text + "' is not 600, 640, 604 or 644");
-              }
-              mode = static_cast<std::uint32_t>(std::stoul(text, nullptr, 8));
-            });
+  addOption(
+      command,
+      {"--pool-mode", "600|640|604|644",
+       "File mode of the device pool, which decides who may watch (default: 644 less the umask)",
+       ""},
+      [&mode](const std::string& text) {
+        if (text != "600" && text != "640" && text != "604" && text != "644") {
+          refuseOption("--pool-mode", "'" + text + "' is not 600, 640, 604 or 644");
+        }
+        mode = static_cast<std::uint32_t>(std::stoul(text, nullptr, 8));
+      });
 }
 
 }  // namespace host

@@ -72,32 +72,30 @@ void addJournal(const SessionOptions& session, RecordingHead& head) {
 }  // namespace
 
 void addRecord(CLI::App& command, RecordOptions& options) {
+  addOption(command, {"--record", "FILE.mcap", "Record values and events in this MCAP file", ""},
+            options.path);
+  addOption(command,
+            {"--record-attributes", "PATTERN",
+             "Further attributes to record, besides commands and sensors: a shell pattern of their "
+             "keys, such as '*/Current'",
+             ""},
+            options.attributes);
+  addOption(command,
+            {"--record-ring", "SECONDS",
+             "Keep the latest seconds of values and events in memory. Write them to a file after a "
+             "stall, a hold, an intervention of the guard or a write by others, on SIGUSR1, or "
+             "when a client asks",
+             ""},
+            [&options](const std::string& text) {
+              options.ringSeconds = positiveNumber("--record-ring", text);
+            });
   addOption(
       command,
-      {"--record", "FILE.mcap", "Record values and events in this MCAP file, as they come", ""},
-      options.path);
-  addOption(
-      command,
-      {"--record-attributes", "PATTERN",
-       "What is recorded beside commands and sensors, by key, as in the shell: '*/Current'", ""},
-      options.attributes);
-  addOption(
-      command,
-      {"--record-ring", "SECONDS",
-       "Keep the latest values and events in memory, and write them to a file of their own when "
-       "the process was held up, the guard or a hold stepped in, others wrote a command, on "
-       "SIGUSR1, or when a client asks",
-       ""},
-      [&options](const std::string& text) {
-        options.ringSeconds = positiveNumber("--record-ring", text);
-      });
-  addOption(
-      command,
-      {"--record-folder", "DIR", "Where the files of the ring go, created when it is missing", "."},
+      {"--record-folder", "DIR", "Folder for the files of the ring; created if it is missing", "."},
       options.ringFolder);
   addOption(
       command,
-      {"--record-files", "COUNT", "How many files the ring may write in one run",
+      {"--record-files", "COUNT", "The largest number of these files in one run",
        std::to_string(usualRingFiles)},
       [&options](const std::string& text) { options.ringFiles = count("--record-files", text); });
 }

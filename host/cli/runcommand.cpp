@@ -197,8 +197,7 @@ Clock clockNamed(const std::string& text) {
 void addClock(CLI::App& command, RunOptions& options) {
   addOption(command,
             {"--clock", "realtime|simulated",
-             "realtime: a cycle thread on the monotonic clock; simulated: as fast as it goes",
-             "realtime"},
+             "realtime: cycles on the monotonic clock; simulated: as fast as possible", "realtime"},
             [&options](const std::string& text) { options.session.clock = clockNamed(text); });
   addOption(command,
             {"--start", "TICK", "Tick of the first cycle, in milliseconds modulo 2^32", "0"},
@@ -209,20 +208,19 @@ void addPace(CLI::App& command, RunOptions& options) {
   addLate(command, options.session.late);
   addGuard(command, options.session.guard);
   addFlag(command, "--strict", options.strict,
-          "Refuse what 'torvex check' warns of, before anything moves; exit with 1 when "
+          "Refuse motions for which 'torvex check' warns, before anything moves; exit with 1 if "
           "cycles were missed");
 }
 
 void addOutputs(CLI::App& command, RunOptions& options) {
-  addOption(
-      command,
-      {"--trace", "FILE.csv",
-       "Write every cycle to this CSV file; - is standard output, and the report then goes to "
-       "standard error",
-       ""},
-      [&options](const std::string& text) {
-        options.tracePath = text == "-" ? "/dev/stdout" : text;
-      });
+  addOption(command,
+            {"--trace", "FILE.csv",
+             "Write a row for each cycle to this CSV file; - is standard output, and the report "
+             "then goes to standard error",
+             ""},
+            [&options](const std::string& text) {
+              options.tracePath = text == "-" ? "/dev/stdout" : text;
+            });
   addRecord(command, options.recording);
   addOption(
       command,
@@ -233,7 +231,9 @@ void addOutputs(CLI::App& command, RunOptions& options) {
   addNeed(command, {"--plot-velocity"}, "--plot");
   addOption(
       command,
-      {"--joints", "PATTERN", "What is traced and drawn, by name, as in the shell: 'left_*'", "*"},
+      {"--joints", "PATTERN",
+       "Which actuators are traced and drawn: a shell pattern of their names, such as 'left_*'",
+       "*"},
       options.picture.joints);
 }
 
@@ -253,13 +253,15 @@ void addRunCommand(CLI::App& app, Command& chosen) {
   const auto door = std::make_shared<DoorOptions>();
   const auto isServing = std::make_shared<bool>(false);
   CLI::App& command = addSubcommand(
-      app, "run", "Move a machine along motions",
+      app, "run", "Move a simulated machine along motions",
       "Example:\n"
-      "  torvex run examples/humanoid/humanoid.yaml examples/humanoid/wave.yaml "
-      "--trace wave.csv --plot wave.svg\n\n"
-      "Exit status: 0 when every point was reached, cleared by a batch, or moved into the\n"
-      "limits (with a warning); 1 when not, saying which; 2 for bad input or usage; 128 and\n"
-      "the signal's number when a signal stopped it.\n\n" +
+      "  torvex run examples/humanoid/humanoid.yaml examples/humanoid/wave.yaml --trace wave.csv "
+      "--plot wave.svg\n"
+      "\n"
+      "Exit status: 0 if every point was reached, cleared by a batch, or moved to a limit (with a\n"
+      "warning); 1 otherwise, with a message; 2 for bad input or wrong usage; 128 + N if signal N\n"
+      "stopped it.\n"
+      "\n" +
           std::string(reportWords),
       [options, door, isServing] {
         if (*isServing && options->session.clock == Clock::simulated) {
@@ -276,7 +278,9 @@ void addRunCommand(CLI::App& app, Command& chosen) {
   addTiming(command, options->timing);
   addCycleScheduling(command, options->session.cycleScheduling);
   addOption(command,
-            {"--tolerance", "NUMBER", "How far an actuator may end from its command, in its unit",
+            {"--tolerance", "NUMBER",
+             "The largest difference between measured value and command at the end, in the "
+             "actuator's unit",
              "0.01"},
             [&tolerance = options->session.tolerance](const std::string& text) {
               tolerance = positiveNumber("--tolerance", text);
@@ -284,12 +288,13 @@ void addRunCommand(CLI::App& app, Command& chosen) {
   addOutputs(command, *options);
   addExports(command, *options);
   addPool(command,
-          "Name of the device pool in shared memory, each user's own (default: the machine's name; "
-          "none in simulated time)",
+          "Name of the device pool in shared memory; each user has separate names (default: the "
+          "machine's name; none in simulated time)",
           options->session.poolName);
   addPoolMode(command, options->session.poolMode);
-  addServeFlag(command, "Let clients in meanwhile, as 'torvex serve' does", *isServing, *door);
-  addFlag(command, "--json", options->json, "The outcome as a JSON object instead of tables");
+  addServeFlag(command, "Also open the door for clients during the run, as 'torvex serve' does",
+               *isServing, *door);
+  addFlag(command, "--json", options->json, "Print the outcome as a JSON object instead of tables");
 }
 
 }  // namespace host

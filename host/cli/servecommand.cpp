@@ -139,13 +139,15 @@ void addServeCommand(CLI::App& app, Command& chosen) {
   const auto options = std::make_shared<ServeOptions>();
   options->session.waitsForSignal = true;
   CLI::App& command = addSubcommand(
-      app, "serve", "Keep a machine alive for clients that command it",
+      app, "serve", "Keep a machine running for clients that command it",
       "Example:\n"
-      "  torvex serve examples/humanoid/humanoid.yaml\n\n"
-      "Clients speak HTTP with JSON on the socket; docs/api.md has the interface. A signal brings\n"
-      "the machine to rest and ends it.\n\n"
-      "Exit status: 0 after a signal; 1 when it failed meanwhile; 2 for bad input or usage, and\n"
-      "when another process serves this machine.",
+      "  torvex serve examples/humanoid/humanoid.yaml\n"
+      "\n"
+      "Clients send HTTP requests with JSON to the socket; docs/api.md describes them. A signal\n"
+      "ramps the machine to rest and ends it.\n"
+      "\n"
+      "Exit status: 0 after a signal; 1 after a failure; 2 for bad input or wrong usage, or if\n"
+      "another process serves this machine.",
       [options] { return serve(*options); }, chosen);
   addMachine(command, options->machinePath);
   addCycle(command, options->cycleMs);
@@ -153,15 +155,16 @@ void addServeCommand(CLI::App& app, Command& chosen) {
   addLate(command, options->session.late);
   addGuard(command, options->session.guard);
   addFlag(command, "--strict,!--no-strict", options->door.isStrict,
-          "Refuse what is too fast or beyond the limits (default); with --no-strict limits and "
-          "guard deal with it");
+          "Refuse commands that are too fast or beyond the limits (default); with --no-strict "
+          "values are clamped, and the guard stops axes that are too fast");
   addDoor(command, options->door);
-  addOption(command, {"--trace", "FILE.csv", "Write every cycle to this CSV file", ""},
+  addOption(command, {"--trace", "FILE.csv", "Write a row for each cycle to this CSV file", ""},
             options->tracePath);
   addRecord(command, options->recording);
   addPreferenceDirectory(command, options->session.preferenceDirectory);
   addPool(command,
-          "Name of the device pool in shared memory, each user's own (default: the machine's name)",
+          "Name of the device pool in shared memory; each user has separate names (default: the "
+          "machine's name)",
           options->session.poolName);
   addPoolMode(command, options->session.poolMode);
 }

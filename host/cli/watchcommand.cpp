@@ -143,30 +143,37 @@ void addWatchCommand(CLI::App& app, Command& chosen) {
   const auto options = std::make_shared<WatchOptions>();
   CLI::App& command = addSubcommand(
       app, "watch", "Watch the values of a running machine",
-      "Example, beside 'torvex run examples/humanoid/humanoid.yaml "
-      "examples/humanoid/wave.yaml':\n"
-      "  torvex watch torso_yaw/Value torso_yaw/Sensor/Value\n\n"
-      "On a terminal the values are redrawn ten times a second, in the order of their keys; "
-      "arrows,\n"
-      "page up and down scroll, q quits. Elsewhere there is a line\n"
-      "SECONDS KEY VALUE for each value that has changed, since watching began; with --json, at\n"
-      "each look an object on a line: {\"time_ms\": ..., \"cycle\": its number, \"machine_ms\": "
-      "machine\n"
-      "time, \"age_ms\": how long ago it ended, \"whole\": whether all values are of that cycle,\n"
-      "\"values\": {KEY: VALUE, ...}}. A missing value is shown as -, and null in JSON. Watching\n"
-      "does not disturb the machine. --pool UID:NAME is the pool of the user with this number.\n\n"
-      "Exit status: 0 when the machine ended, however it did; 1 when nobody reads any more; 2\n"
-      "when there is no such pool or key, or for bad usage; 128 and the signal's number when a\n"
-      "signal stopped it.",
+      "Example, beside 'torvex run examples/humanoid/humanoid.yaml examples/humanoid/wave.yaml':\n"
+      "  torvex watch torso_yaw/Value torso_yaw/Sensor/Value\n"
+      "\n"
+      "On a terminal the values are redrawn ten times a second, sorted by key; arrow keys, page "
+      "up\n"
+      "and page down scroll, q quits. In a pipe or a file there is a line SECONDS KEY VALUE for "
+      "each\n"
+      "value that changed; SECONDS count from the start of watching. With --json there is a line\n"
+      "with an object ten times a second: {\"time_ms\": since the start of watching, \"cycle\": "
+      "its\n"
+      "number, \"machine_ms\": its machine time, \"age_ms\": how long ago it ended, \"whole\": "
+      "whether\n"
+      "all values are of this cycle, \"values\": {KEY: VALUE, ...}}. A missing value is shown as "
+      "-,\n"
+      "in JSON as null. Watching does not disturb the machine. --pool UID:NAME is the pool of the\n"
+      "user with this number.\n"
+      "\n"
+      "Exit status: 0 if the machine ended, in whatever way; 1 if the output can no longer be\n"
+      "written; 2 if there is no such pool or key, or for wrong usage; 128 + N if signal N "
+      "stopped\n"
+      "it.",
       [options] { return watch(*options); }, chosen);
   addArguments(command, "KEY", options->keys, false,
-               "Attributes to watch (default: all); a bare key, such as torso_yaw/Value, is "
-               "taken under Device/SubDeviceList/");
-  addPool(command, "The device pool of the machine (default: that of the only one that runs)",
+               "Attributes to watch, by key or shell pattern (default: all); a bare key, such as "
+               "torso_yaw/Value, means Device/SubDeviceList/torso_yaw/Value");
+  addPool(command, "The device pool of the machine (default: that of the only machine that runs)",
           options->poolName);
-  addFlag(command, "--actuators", options->actuators, "The command registers of all actuators");
-  addFlag(command, "--once", options->once, "Show the present values, and end");
-  addFlag(command, "--json", options->json, "JSON, an object at each look");
+  addFlag(command, "--actuators", options->actuators,
+          "Watch the command registers of all actuators");
+  addFlag(command, "--once", options->once, "Print the present values, and exit");
+  addFlag(command, "--json", options->json, "Print JSON, one object per line");
 }
 
 }  // namespace host

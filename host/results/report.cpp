@@ -184,16 +184,16 @@ std::string describe(const CommandBatch& batch) {
 const char* const reportWords =
     "Words of the report:\n"
     "  approach  from the first cycle to the start of the motion\n"
-    "  overruns  cycles passed over, since one came or ended too late; stood: cycles in\n"
-    "            which the motion waited for commands; stalls: the process was held up\n"
-    "  points    what the motions ask of an actuator; target: the last of them\n"
-    "  command   what its register holds at the end; measured: what its sensor shows\n"
-    "  path      its commands over time; or: limited (the target lies beyond a limit),\n"
-    "            stopped (on its way, by a batch or a signal), held (by the guard, at its\n"
-    "            maximum velocity), missed (see the errors)\n"
-    "  cleared   removed by a later batch; refused: never taken; left: not reached yet\n"
-    "  late      due before they could be reached; limited: moved into the limits\n"
-    "  others    cycles in which somebody else had written the register\n";
+    "  overruns  skipped cycles, because a cycle began or ended too late; stood: cycles in\n"
+    "            which machine time waited for commands; stalls: the process did not run\n"
+    "  points    those that the motions request for an actuator; target: the last of them\n"
+    "  command   the value of its register at the end; measured: that of its sensor\n"
+    "  path      its commands over time; or: limited (the target is beyond a limit),\n"
+    "            stopped (before its target, by a batch or a signal), held (by the guard, at\n"
+    "            its maximum velocity), missed (see the errors)\n"
+    "  cleared   removed by a later batch; refused: not taken; left: not reached yet\n"
+    "  late      due before their hand-over; limited: moved to a limit\n"
+    "  others    cycles in which something else had written the register\n";
 
 std::string noteLine(const std::string& note) {
   return fmt::format("note     {}\n", visible(note));

@@ -150,34 +150,37 @@ void addBridgeCommand(CLI::App& app, Command& chosen) {
   CLI::App& command = addSubcommand(
       app, "bridge", "Connect machines to a ROS 2 network",
       "Example, beside 'torvex serve examples/humanoid/humanoid.yaml':\n"
-      "  torvex bridge ros2 humanoid\n\n"
-      "Tells NAME/joint_states, NAME/commanded_joint_states and NAME/events, and commands what\n"
-      "comes as NAME/joint_trajectory; docs/network.md has the topics. Waits for machines that do\n"
-      "not run. Other names: --topics joint_states=*/states, where * stands for the machine; with\n"
-      "no name behind the = the topic is left out.\n\n"
-      "Exit status: 2 for bad usage, and where the bridge was not built; 1 when it failed; 128 "
-      "and\n"
-      "the signal's number when a signal stopped it.",
+      "  torvex bridge ros2 humanoid\n"
+      "\n"
+      "Publishes NAME/joint_states, NAME/commanded_joint_states and NAME/events, and executes the\n"
+      "trajectories that arrive on NAME/joint_trajectory; docs/network.md describes the topics. "
+      "Waits\n"
+      "for machines that do not run. For other names: --topics joint_states=*/states, where * is "
+      "the\n"
+      "machine's name; without a name after the = the topic is left out.\n"
+      "\n"
+      "Exit status: 1 after a failure; 2 for wrong usage, or if the bridge was not built; 128 + N "
+      "if\n"
+      "signal N stopped it.",
       [options] { return bridgeTo(*options); }, chosen);
-  addArgument(command, {"NETWORK", "ros2", "What they are connected to", ""}, options->network);
+  addArgument(command, {"NETWORK", "ros2", "The network to connect to", ""}, options->network);
   addArguments(command, "NAME", options->machines, true,
-               "Machines of 'torvex ps', or the paths of their sockets");
+               "Names of machines as in 'torvex ps', or the paths of their sockets");
   addOption(command,
-            {"--domain", "NUMBER", "The domain, 0 to 232 (default: ROS_DOMAIN_ID, or 0)", ""},
+            {"--domain", "NUMBER", "The DDS domain, 0 to 232 (default: ROS_DOMAIN_ID, or 0)", ""},
             [options](const std::string& text) {
               options->domain = domainIn(text);
               if (!options->domain) {
                 refuseOption("--domain", "'" + text + "' is not a domain from 0 to 232");
               }
             });
-  addOption(command,
-            {"--interface", "NAME",
-             "The network interface, without which nothing leaves this "
-             "computer",
-             options->interface},
-            [options](const std::string& text) { options->interface = interfaceNamed(text); });
   addOption(
-      command, {"--rate", "HZ", "States a second (default: one each cycle)", ""},
+      command,
+      {"--interface", "NAME", "The network interface to use; with lo, nothing leaves this computer",
+       options->interface},
+      [options](const std::string& text) { options->interface = interfaceNamed(text); });
+  addOption(
+      command, {"--rate", "HZ", "Joint states per second (default: one per cycle)", ""},
       [options](const std::string& text) { options->rateHz = numberUpTo("--rate", text, 1000); });
   addOption(command,
             {"--horizon", "SECONDS", "How far ahead a trajectory may begin",
@@ -185,10 +188,11 @@ void addBridgeCommand(CLI::App& app, Command& chosen) {
             [options](const std::string& text) {
               options->horizonSeconds = numberUpTo("--horizon", text, 1e6);
             });
-  addFlag(command, "--sensor-data", options->statesAreSensorData,
-          "States best effort, the last 5, instead of reliable, the last 10");
+  addFlag(
+      command, "--sensor-data", options->statesAreSensorData,
+      "Publish joint states best effort with history depth 5, instead of reliable with depth 10");
   addRepeatable(
-      command, {"--topics", "KIND=TOPIC", "Another name for a topic", ""},
+      command, {"--topics", "KIND=TOPIC", "Another name for a topic; may be repeated", ""},
       [options](const std::string& text) { options->topics.push_back(topicGiven(text)); });
 }
 

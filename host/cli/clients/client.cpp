@@ -25,10 +25,9 @@ int said(int status, const char* what) {
 }  // namespace
 
 const char clientStatusText[] =
-    "Exit status: 0; 1 when the machine would not now (actuators are owned or held, it is\n"
-    "busy), ended, or did not answer; 2 for bad input or usage, unknown keys and what lies\n"
-    "beyond the limits among it, and when no machine runs; 128 and the signal's number when a\n"
-    "signal stopped it.";
+    "Exit status: 0; 1 if the machine cannot do it now (actuators are owned or held, it is busy),\n"
+    "ended, or did not answer; 2 for bad input or wrong usage (unknown keys, values beyond the\n"
+    "limits), or if no machine runs; 128 + N if signal N stopped it.";
 
 int clientStatus(const std::function<int()>& command, const FieldName& nameOf) {
   try {
@@ -61,8 +60,8 @@ std::string keyGiven(const std::string& name) {
 
 void addMachineName(CLI::App& command, std::string& machine) {
   addOption(command,
-            {"--machine", "NAME", "A machine of 'torvex ps', or the path of its socket",
-             "the one that runs"},
+            {"--machine", "NAME", "Name of a machine as in 'torvex ps', or the path of its socket",
+             "the only one that runs"},
             machine);
 }
 

@@ -80,10 +80,13 @@ int follow(const EventsOptions& options) {
 void addEventsCommand(CLI::App& app, Command& chosen) {
   const auto options = std::make_shared<EventsOptions>();
   CLI::App& command = addSubcommand(
-      app, "events", "Tell what becomes of the commands of a running machine",
-      "A line each: number, machine time in seconds, kind, and what it is about. The machine "
-      "keeps\n"
-      "the latest 10,000; who falls behind is told how many of each kind were missed.\n\n" +
+      app, "events", "Print the outcome of commands to a running machine",
+      "Prints a line for each event: number, machine time in seconds, kind, and details. The "
+      "machine\n"
+      "keeps the latest 10,000 events; a client that falls behind gets the number of missed "
+      "events\n"
+      "of each kind.\n"
+      "\n" +
           std::string(clientStatusText),
       [options] {
         return clientStatus(
@@ -98,8 +101,8 @@ void addEventsCommand(CLI::App& app, Command& chosen) {
               }
               options->since = text;
             });
-  addFlag(command, "--once", options->once, "All that the machine has kept, and end");
-  addFlag(command, "--json", options->json, "JSON, an object on a line");
+  addFlag(command, "--once", options->once, "Print all events that the machine has kept, and exit");
+  addFlag(command, "--json", options->json, "Print JSON, one object per line");
   addMachineName(command, options->machine);
 }
 

@@ -81,16 +81,17 @@ void add(CLI::App& app, Command& chosen, const char* name, const char* what,
 }  // namespace
 
 void addHoldCommands(CLI::App& app, Command& chosen) {
-  add(app, chosen, "stop", "Bring a running machine to rest",
-      "What waits is cleared, and the actuators come to rest along a ramp. Those that somebody\n"
-      "owns are refused; 'torvex hold' is not.",
+  add(app, chosen, "stop", "Ramp a running machine to rest",
+      "Clears the waiting points and ramps the actuators to rest. Refused if somebody else owns\n"
+      "one of them; 'torvex hold' is not.",
       stop);
-  add(app, chosen, "hold", "Bring a running machine to rest, and keep it there",
-      "As 'torvex stop', whoever owns the actuators; then everything is refused until\n"
-      "'torvex release'. Nothing is resumed.",
+  add(app, chosen, "hold", "Ramp a running machine to rest, and refuse all commands",
+      "Stops the actuators like 'torvex stop', whoever owns them. All commands for them are "
+      "refused\n"
+      "until 'torvex release'. Nothing is resumed then.",
       hold);
   add(app, chosen, "release", "End the hold of a running machine",
-      "Frees actuators that the guard holds, too.", release);
+      "Also releases actuators that the guard holds. Nothing is resumed.", release);
 }
 
 }  // namespace host

@@ -15,9 +15,11 @@ namespace host {
 void addLinkCommand(CLI::App& app, Command& chosen) {
   const auto machine = std::make_shared<std::string>();
   CLI::App& command = addSubcommand(
-      app, "link", "Print an address that opens the page of a running machine",
-      std::string("For a browser on this computer, once, within ten minutes. The machine must be\n"
-                  "served with --http.\n\n") +
+      app, "link", "Print a link to the page of a running machine",
+      std::string("The link works once, within ten minutes, in a browser on this computer. The "
+                  "machine must be\n"
+                  "served with --http.\n"
+                  "\n") +
           clientStatusText,
       [machine] {
         return clientStatus([&] {

@@ -158,10 +158,12 @@ void addPlayCommand(CLI::App& app, Command& chosen) {
   CLI::App& command = addSubcommand(
       app, "play", "Play motions on a running machine, and wait for their end",
       "Example, beside 'torvex serve examples/humanoid/humanoid.yaml':\n"
-      "  torvex play examples/humanoid/wave.yaml\n\n"
-      "Before anything moves it warns as 'torvex check' does.\n"
-      "Owns the actuators of the motions meanwhile: nobody else commands them, and when it is\n"
-      "stopped (Ctrl-C), killed or cut off, they come to rest along a ramp.\n\n" +
+      "  torvex play examples/humanoid/wave.yaml\n"
+      "\n"
+      "Shows the warnings of 'torvex check' before anything moves.\n"
+      "Owns the actuators of the motions until they end: nobody else may command them. If it is\n"
+      "stopped (Ctrl-C), killed or disconnected, the actuators ramp to rest.\n"
+      "\n" +
           std::string(clientStatusText),
       [options] {
         return clientStatus([&] { return play(*options); },
@@ -171,9 +173,9 @@ void addPlayCommand(CLI::App& app, Command& chosen) {
       },
       chosen);
   addArguments(command, "MOTION", options->motions, true,
-               "Motion files: FILE.yaml, or FILE.yaml:NAME for one of several motions");
+               "Motion files: FILE.yaml, or FILE.yaml:NAME for a named motion");
   addFlag(command, "--ignore-unknown-joints", options->ignoreUnknownJoints,
-          "Leave out joints that the machine does not have");
+          "Leave out joints of trajectories that the machine cannot move, and report them");
   addMachineName(command, options->machine);
 }
 

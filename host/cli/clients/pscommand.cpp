@@ -91,12 +91,13 @@ int listMachines(bool json) {
 void addPsCommand(CLI::App& app, Command& chosen) {
   const auto json = std::make_shared<bool>(false);
   CLI::App& command = addSubcommand(
-      app, "ps", "List the machines that 'torvex serve' keeps alive",
-      "Those of this user: their process, since when they run, who owns axes of "
-      "them.\n\nExit status: 0; 1 when the list could not be written; 2 for bad "
-      "usage.",
+      app, "ps", "List the machines that run under 'torvex serve'",
+      "Lists the machines of this user: process, start time, state, and who owns how many axes.\n"
+      "\n"
+      "Exit status: 0; 1 if the list could not be written; 2 for wrong usage.",
       [json] { return clientStatus([&] { return listMachines(*json); }); }, chosen);
-  addFlag(command, "--json", *json, "What each machine says of itself, as an array");
+  addFlag(command, "--json", *json,
+          "Print an array of what GET /v1/machine answers for each machine");
 }
 
 }  // namespace host

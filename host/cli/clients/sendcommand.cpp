@@ -96,11 +96,14 @@ int send(const SendOptions& options) {
 void addSendCommand(CLI::App& app, Command& chosen) {
   const auto options = std::make_shared<SendOptions>();
   CLI::App& command = addSubcommand(
-      app, "send", "Command a running machine, and do not wait",
+      app, "send", "Send commands to a running machine, and do not wait",
       "Examples, beside 'torvex serve examples/humanoid/humanoid.yaml':\n"
       "  torvex send head_yaw 0.3@0.5 0@1.0\n"
-      "  torvex send examples/humanoid/wave.yaml\n\n"
-      "SECONDS count from now. A motion file is approached from where the machine stands.\n\n" +
+      "  torvex send examples/humanoid/wave.yaml\n"
+      "\n"
+      "SECONDS count from now. For a motion file, the machine approaches the first point from its\n"
+      "present position.\n"
+      "\n" +
           std::string(clientStatusText),
       [options] {
         return clientStatus([&] { return send(*options); },
@@ -108,11 +111,10 @@ void addSendCommand(CLI::App& app, Command& chosen) {
       },
       chosen);
   addArguments(command, "KEY VALUE@SECONDS | MOTION", options->what, true,
-               "An actuator's value and its points, or a motion file (FILE.yaml or "
-               "FILE.yaml:NAME)");
+               "An actuator and its points, or a motion file (FILE.yaml or FILE.yaml:NAME)");
   addOption(command,
             {"--mode", "merge|replace|clear_after|clear_before",
-             "What becomes of the points that wait", "merge"},
+             "What happens to the waiting points", "merge"},
             [options](const std::string& text) { options->mode = modeNamed(text); });
   addMachineName(command, options->machine);
 }

@@ -124,28 +124,32 @@ void addValueCommands(CLI::App& app, Command& chosen) {
   const auto get = std::make_shared<GetOptions>();
   CLI::App& getting = addSubcommand(
       app, "get", "Print values of a running machine",
-      "All are of one cycle. A single key prints its value alone, more of them KEY VALUE.\n\n" +
+      "All values are of one cycle. For a single key, prints only the value; otherwise a line\n"
+      "KEY VALUE for each.\n"
+      "\n" +
           std::string(clientStatusText),
       [get] {
         return clientStatus([&] { return getValues(*get); },
                             [](const std::string&) { return std::string(); });
       },
       chosen);
-  addArguments(getting, "KEY", get->keys, true,
-               "Attributes, or patterns as in the shell: '*/Value'; a bare key, such as "
-               "head_yaw/Value, is taken under Device/SubDeviceList/, and the name of an "
-               "actuator means its value");
-  addFlag(getting, "--actuators", get->actuators, "The values of actuators alone");
-  addFlag(getting, "--keys", get->keysAlone, "Print the keys alone, bare where they can be");
-  addFlag(getting, "--json", get->json, "An object, with the number and the time of the cycle");
+  addArguments(
+      getting, "KEY", get->keys, true,
+      "Attributes, by key or shell pattern ('*/Value'); a bare key, such as head_yaw/Value, means "
+      "Device/SubDeviceList/head_yaw/Value, and the name of an actuator means its value");
+  addFlag(getting, "--actuators", get->actuators, "Print only the values of actuators");
+  addFlag(getting, "--keys", get->keysAlone, "Print only the keys, bare where possible");
+  addFlag(getting, "--json", get->json,
+          "Print an object, with the number and the time of the cycle");
   addExclusion(getting, "--keys", "--json");
   addMachineName(getting, get->machine);
 
   const auto set = std::make_shared<SetOptions>();
   CLI::App& setting = addSubcommand(
-      app, "set", "Set an actuator that steps, such as a light",
-      "In place of all that waits there. Actuators that move on the way between points are\n"
-      "commanded with 'torvex send'.\n\n" +
+      app, "set", "Set an actuator with step interpolation, such as a light",
+      "Replaces the waiting points of the actuator. For actuators with linear interpolation, use\n"
+      "'torvex send'.\n"
+      "\n" +
           std::string(clientStatusText),
       [set] {
         return clientStatus([&] { return setValue(*set); },
@@ -156,7 +160,7 @@ void addValueCommands(CLI::App& app, Command& chosen) {
                             });
       },
       chosen);
-  addArgument(setting, "KEY", set->key, "An actuator, or its value, such as chest_light/Value");
+  addArgument(setting, "KEY", set->key, "The actuator, such as chest_light or chest_light/Value");
   addArgument(setting, "VALUE", set->value, "A number");
   addMachineName(setting, set->machine);
 }

@@ -148,27 +148,33 @@ int runAction(const FleetOptions& options) {
 void addFleetCommand(CLI::App& app, Command& chosen) {
   const auto options = std::make_shared<FleetOptions>();
   CLI::App& command = addSubcommand(
-      app, "fleet", "List, move and hold several machines together",
-      "Actions: ps (how each stands, and its clock), play, hold, release, stop. FLEET.yaml has\n"
-      "names and doors:\n"
+      app, "fleet", "Control several machines together",
+      "Actions: ps (state and clock of each machine), play, hold, release, stop. FLEET.yaml has "
+      "names\n"
+      "and doors:\n"
       "  machines:\n"
       "  - {name: left}                          # a machine of 'torvex ps'\n"
       "  - {name: right, tcp: 192.168.7.2:8080, token_file: right.token}\n"
-      "  all_or_none: true                       # when one is lost, the others are held\n\n"
-      "play asks all machines first, and begins on all within one cycle, or on none; every\n"
-      "machine comes to rest when it is stopped (Ctrl-C), killed or cut off. hold, release and\n"
-      "stop ask all at the same time, and wait up to 2 s for each connection and answer. "
-      "docs/network.md has the rules.\n\n"
-      "Exit status: 0; 1 when a machine refused, did not answer or was lost; 2 for bad input or\n"
-      "usage; 128 and the signal's number when a signal stopped it.",
+      "  all_or_none: true                       # if one is lost, the others are held\n"
+      "\n"
+      "play asks all machines first, and begins on all within one cycle, or on none. If it is\n"
+      "stopped (Ctrl-C), killed or disconnected, every machine ramps to rest. hold, release and "
+      "stop\n"
+      "ask all machines at the same time, and wait up to 2 s for each connection and answer.\n"
+      "docs/network.md has the rules.\n"
+      "\n"
+      "Exit status: 0; 1 if a machine refused, did not answer or was lost; 2 for bad input or "
+      "wrong\n"
+      "usage; 128 + N if signal N stopped it.",
       [options] { return runAction(*options); }, chosen);
-  addArgument(command, {"ACTION", "ps|play|hold|release|stop", "What the fleet is to do", ""},
-              options->action);
-  addArgument(command, "FLEET", options->path, "The file with the machines of the fleet");
+  addArgument(command, {"ACTION", "ps|play|hold|release|stop", "What to do", ""}, options->action);
+  addArgument(command, "FLEET", options->path, "The fleet file (YAML)");
   addArguments(command, "MOTION", options->play.motions, false,
-               "Of play: FILE or FILE:NAME for all machines, MACHINE=FILE for one (default: those "
-               "of the file)");
-  addOption(command, {"--at", "SECONDS", "Of play: when all begin, from now", "when all are ready"},
+               "For play: FILE or FILE:NAME for all machines, MACHINE=FILE for one (default: the "
+               "motions of the fleet file)");
+  addOption(command,
+            {"--at", "SECONDS", "For play: when all begin, in seconds from now",
+             "as soon as all are ready"},
             [options](const std::string& text) {
               options->play.atSeconds = positiveNumber("--at", text);
               if (options->play.atSeconds > 1e6) {
@@ -176,8 +182,8 @@ void addFleetCommand(CLI::App& app, Command& chosen) {
               }
             });
   addFlag(command, "--ignore-unknown-joints", options->play.ignoreUnknownJoints,
-          "Of play: leave out joints that a machine does not have");
-  addFlag(command, "--json", options->json, "Of ps: an array of objects");
+          "For play: leave out joints of trajectories that a machine cannot move");
+  addFlag(command, "--json", options->json, "For ps: print an array of objects");
 }
 
 }  // namespace host

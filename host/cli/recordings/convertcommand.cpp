@@ -35,15 +35,18 @@ int convert(const ConvertOptions& options) {
 void addConvertCommand(CLI::App& app, Command& chosen) {
   const auto options = std::make_shared<ConvertOptions>();
   CLI::App& command = addSubcommand(
-      app, "convert", "Write a recording as a table",
+      app, "convert", "Convert a recording to a CSV table",
       "Example:\n"
-      "  torvex convert wave.mcap wave.csv\n\n"
-      "The table is that of 'torvex run --trace'.\n\n"
-      "Exit status: 0; 1 when the recording is cut or damaged, and the rest was\n"
-      "written; 2 for bad input or usage.",
+      "  torvex convert wave.mcap wave.csv\n"
+      "\n"
+      "The table is the same as that of 'torvex run --trace'.\n"
+      "\n"
+      "Exit status: 0; 1 if the recording is cut or damaged (the readable part is converted); 2 "
+      "for\n"
+      "bad input or wrong usage.",
       [options] { return convert(*options); }, chosen);
   addArgument(command, "RECORDING", options->recordingPath, "An MCAP file that --record wrote");
-  addArgument(command, "FILE.csv", options->tracePath, "The table");
+  addArgument(command, "FILE.csv", options->tracePath, "The CSV file to write");
 }
 
 }  // namespace host

@@ -154,16 +154,18 @@ int info(const InfoOptions& options) {
 void addInfoCommand(CLI::App& app, Command& chosen) {
   const auto options = std::make_shared<InfoOptions>();
   CLI::App& command = addSubcommand(
-      app, "info", "Say what is in a recording",
+      app, "info", "Summarise a recording",
       "Example:\n"
-      "  torvex info wave.mcap\n\n"
-      "Rows are cycles; gaps are stretches of machine time without one; the worst error is the\n"
-      "largest distance of what was measured from what was commanded.\n\n"
-      "Exit status: 0 when the recording is whole; 1 when it is cut or damaged, and the rest was\n"
-      "read; 2 for bad input or usage.",
+      "  torvex info wave.mcap\n"
+      "\n"
+      "Rows are cycles. Gaps are stretches of machine time without a row. The worst error is the\n"
+      "largest difference between measured and commanded value.\n"
+      "\n"
+      "Exit status: 0 if the recording is whole; 1 if it is cut or damaged (the readable part is\n"
+      "summarised); 2 for bad input or wrong usage.",
       [options] { return info(*options); }, chosen);
   addArgument(command, "RECORDING", options->path, "An MCAP file that --record wrote");
-  addFlag(command, "--json", options->json, "A JSON object instead of text");
+  addFlag(command, "--json", options->json, "Print a JSON object instead of text");
 }
 
 }  // namespace host

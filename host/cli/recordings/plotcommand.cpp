@@ -132,17 +132,22 @@ void addPlotCommand(CLI::App& app, Command& chosen) {
   CLI::App& command = addSubcommand(
       app, "plot", "Draw a recording (needs gnuplot)",
       "Example:\n"
-      "  torvex plot wave.mcap wave.svg\n\n"
-      "The picture is that of 'torvex run --plot'.\n\n"
-      "Exit status: 0; 1 when the recording is cut or damaged, and the rest was drawn; 2 for bad\n"
-      "input or usage.",
+      "  torvex plot wave.mcap wave.svg\n"
+      "\n"
+      "The picture is the same as that of 'torvex run --plot'.\n"
+      "\n"
+      "Exit status: 0; 1 if the recording is cut or damaged (the readable part is drawn); 2 for "
+      "bad\n"
+      "input or wrong usage.",
       [options] { return plot(*options); }, chosen);
   addArgument(command, "RECORDING", options->recordingPath, "An MCAP file that --record wrote");
-  addArgument(command, "FILE.svg", options->picturePath, "The picture");
+  addArgument(command, "FILE.svg", options->picturePath, "The picture to write");
   addFlag(command, "--plot-velocity", options->picture.velocities,
           "Draw commanded velocities as well");
-  addOption(command, {"--joints", "PATTERN", "What is drawn, by name, as in the shell", "*"},
-            options->picture.joints);
+  addOption(
+      command,
+      {"--joints", "PATTERN", "Which actuators are drawn: a shell pattern of their names", "*"},
+      options->picture.joints);
 }
 
 }  // namespace host

@@ -188,40 +188,44 @@ int replay(const ReplayOptions& options) {
 void addReplayCommand(CLI::App& app, Command& chosen) {
   const auto options = std::make_shared<ReplayOptions>();
   CLI::App& command = addSubcommand(
-      app, "replay", "Do a recorded run again",
+      app, "replay", "Repeat a recorded run",
       "Example:\n"
-      "  torvex replay wave.mcap --trace again.csv\n\n"
-      "The simulated machine does what the recorded one did, cycle by cycle, and its values are\n"
-      "held against those recorded. The trace is that of the recorded run. --serve lets clients\n"
-      "watch; nothing that they command is done.\n\n"
-      "Exit status: 0 when all values are as recorded; 1 when not, or when the recording is cut "
-      "or\n"
-      "damaged, and what is before that was replayed; 2 for bad input or usage.",
+      "  torvex replay wave.mcap --trace again.csv\n"
+      "\n"
+      "Repeats the run on a simulated machine, cycle by cycle, and compares its values with the\n"
+      "recorded ones. The trace has the same rows as that of the recorded run. With --serve "
+      "clients\n"
+      "can watch; their commands are refused.\n"
+      "\n"
+      "Exit status: 0 if all values are as recorded; 1 if a value differs, or if the recording is "
+      "cut\n"
+      "or damaged (the part before the damage is replayed); 2 for bad input or wrong usage.",
       [options] { return replay(*options); }, chosen);
   addArgument(command, "RECORDING", options->recordingPath, "An MCAP file that --record wrote");
   addOption(command,
-            {"--trace", "FILE.csv", "Write every cycle to this CSV file; - is standard output", ""},
+            {"--trace", "FILE.csv",
+             "Write a row for each cycle to this CSV file; - is standard output", ""},
             [options](const std::string& text) {
               options->tracePath = text == "-" ? "/dev/stdout" : text;
             });
-  addOption(command, {"--until", "SECONDS", "Up to this machine time", ""},
+  addOption(command, {"--until", "SECONDS", "Stop at this machine time", ""},
             [options](const std::string& text) {
               options->untilSeconds = positiveNumber("--until", text);
             });
   addOption(
       command,
-      {"--speed", "FACTOR", "So many times as fast as it was (default: as fast as it goes)", ""},
-      [options](const std::string& text) { options->speed = positiveNumber("--speed", text); });
-  addServeFlag(command, "Let clients watch meanwhile, as 'torvex serve' does", options->isServing,
-               options->door);
-  addOption(
-      command,
-      {"--pool", "NAME",
-       "The device pool's name in shared memory (default: the machine's with --serve; else no "
-       "other process sees it)",
+      {"--speed", "FACTOR", "Speed relative to the recorded run (default: as fast as possible)",
        ""},
-      options->poolName);
-  addFlag(command, "--json", options->json, "A JSON object instead of text");
+      [options](const std::string& text) { options->speed = positiveNumber("--speed", text); });
+  addServeFlag(command, "Also open the door, so that clients can watch", options->isServing,
+               options->door);
+  addOption(command,
+            {"--pool", "NAME",
+             "Name of the device pool in shared memory (default: the machine's name with --serve; "
+             "otherwise no other process sees the pool)",
+             ""},
+            options->poolName);
+  addFlag(command, "--json", options->json, "Print a JSON object instead of text");
 }
 
 }  // namespace host
