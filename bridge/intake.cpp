@@ -62,7 +62,7 @@ void Intake::hand(const JointTrajectory& message) {
       throw Unfit("the machine does not run, or does not answer");
     }
     if (!isFit) {
-      throw Unfit("the bridge stood still, so it may be old");
+      throw Unfit("the bridge was stopped, so it may be old");
     }
     use_(message);
   } catch (const std::exception& why) {

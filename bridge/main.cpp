@@ -61,8 +61,7 @@ bool watch(const Interface& interface, OtherBridges& others) {
   while (host::StopSignal::received() == 0) {
     std::this_thread::sleep_for(lookEvery);
     if (!interface.isAsBefore()) {
-      complain(
-          "error: the network interface has gone, or has another address: start the bridge anew");
+      complain("error: the network interface is gone, or has another address: restart the bridge");
       std::raise(SIGTERM);
       return false;
     }

@@ -98,7 +98,7 @@ Session::Session(Topics& topics, Intake& intake, const Configuration& configurat
 
 void Session::run() {
   tellDescription();
-  say(fmt::format("{}: {} on domain {}, interface {}; commands that come from there are said here",
+  say(fmt::format("{}: {} on domain {}, interface {}; commands from there are reported here",
                   topics_.name, host::counted(host::memberOf(machine_, "axes").size(), "actuator"),
                   configuration_.domain, configuration_.interface));
   std::thread states([this] { guarded([this] { tellStates(); }); });
@@ -145,10 +145,9 @@ void Session::tellDescription() {
     text = host::DoorClient(socket_).getText("/v1/description");
   }
   if (text.size() >= Network::mostText) {
-    complain(
-        fmt::format("warning: {}: the robot description has {} bytes, {} at most go out: left "
-                    "out",
-                    topics_.name, text.size(), Network::mostText));
+    complain(fmt::format(
+        "warning: {}: the robot description has {} bytes; at most {} can be published: left out",
+        topics_.name, text.size(), Network::mostText));
     text.clear();
   }
   const std_msgs_msg_dds__String_ message{text.data()};
@@ -212,9 +211,8 @@ void Session::tellEvents() {
       const std::string kind = host::textOf(*event, "kind");
       seen_.number = kind == "begins" || kind == "missed" ? number : number + 1;
       if (!topics_.tell(*event)) {
-        complain(
-            fmt::format("warning: {}: event {} found no reader that took it", topics_.name, number),
-            About::events);
+        complain(fmt::format("warning: {}: no reader took event {}", topics_.name, number),
+                 About::events);
       }
     }
   }
@@ -223,7 +221,7 @@ void Session::tellEvents() {
 void Session::take(const JointTrajectory& message) {
   const simulation::PoolCycle cycle = observer_.copyCycle();
   if (!cycle.isWhole && !isStop(message)) {
-    throw Unfit("the machine stands still within a cycle");
+    throw Unfit("the machine is stuck within a cycle");
   }
   Arrival arrival;
   arrival.nowNs = host::wallNs();
@@ -274,7 +272,7 @@ void Session::handOver(const Order& order) {
     throw;
   } catch (const host::DoorClosed& gone) {
     topics_.tellRefusal(order.summary,
-                        std::string("it may have been taken all the same: ") + gone.what());
+                        std::string("it may have been taken anyway: ") + gone.what());
     if (!observer_.isOwned()) {
       throw;
     }

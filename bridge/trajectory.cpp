@@ -109,8 +109,8 @@ void refuseStandstill(const Arrival& arrival) {
     throw Unfit("the machine has not begun its first cycle");
   }
   if (ageNs > std::max(patienceNs, fewCycles * arrival.periodNs)) {
-    throw Unfit(
-        fmt::format("the machine stands still: its last cycle was {:.3f} s ago", secondsOf(ageNs)));
+    throw Unfit(fmt::format("the machine's cycles are stopped: the last one was {:.3f} s ago",
+                            secondsOf(ageNs)));
   }
 }
 

@@ -1,8 +1,8 @@
-// One actuator, one list of commands and the cycle that carries them out: a
-// simulated elbow goes to 0.5 in a second and back in another. A command is a
-// value and the stamp, on the clock of the cycle, at which it is to be reached;
-// in between, each cycle writes the point of the straight line. What is measured
-// lags behind what is commanded. Prints in two seconds:
+// One actuator, one list of commands, and the cycle that executes them: a simulated
+// elbow moves to 0.5 in one second, and back in another one. A command is a value
+// and the time stamp at which it is due, on the clock of the cycle. Between two
+// commands each cycle writes a value on the straight line. The measured value lags
+// behind the command. Prints within two seconds:
 //   0 ms: command 0.000, measured 0.000
 //   500 ms: command 0.250, measured 0.242
 //   1000 ms: command 0.500, measured 0.492
@@ -29,7 +29,7 @@ int main() {
   simulation::Machine machine("example-" + std::to_string(getpid()), description);
 
   AttrFullName names;            // attribute names <-> indexes
-  TimedCommandManager commands;  // one timeline an attribute
+  TimedCommandManager commands;  // one timeline per attribute
   setAttrFullNameManager(&names);
   names.initNameList(0);
   commands.initTimedCommand(0);
@@ -38,7 +38,7 @@ int main() {
   list.emplace_back(hal::AttrGeneric(0.5F), 1000);
   list.emplace_back(hal::AttrGeneric(0.0F), 2000);
   if (!commands.AddTimedCommand("Elbow/Value", list, TimedCommand::REPLACE) || !list.empty()) {
-    return 1;  // unknown name, or a full timeline that left the list as it was
+    return 1;  // unknown name, or the timeline is full and the list is unchanged
   }
 
   constexpr unsigned int cycleMs = 10;

@@ -1,6 +1,6 @@
-// How new commands meet those that are queued. A timeline holds commands for
-// the stamps 100 to 400; two for 250 and 350, here with a star, are pushed in
-// each of the four modes. Prints the queue before and after:
+// How new commands are merged with queued ones. A timeline holds commands for the
+// stamps 100 to 400. Two commands for 250 and 350, marked with a star, are pushed
+// in each of the four modes. Prints the queue before and after:
 //   MERGE         100 200 300 400 -> 100 200 250* 300 350* 400
 //   REPLACE       100 200 300 400 -> 250* 350*
 //   CLEAR_AFTER   100 200 300 400 -> 100 200 250* 350*

@@ -1,5 +1,5 @@
-// A second thread sends commands while the cycle runs: by the bare name of an
-// attribute, by its full key, and by a name that nobody bears. Prints:
+// A second thread sends commands while the cycle runs: by the short name of an
+// attribute, by its full key, and by a name that does not exist. Prints:
 //   Elbow/Value: taken
 //   Device/SubDeviceList/Wrist/Value: taken
 //   Knee/Value: unknown
@@ -22,7 +22,7 @@ namespace {
 std::atomic<unsigned int> cycleTime{0};
 int unknownNames = 0;
 
-/// For any thread but the cycle's. Stamps are absolute, so it needs the time.
+/// For any thread except that of the cycle. Stamps are absolute, so it needs the time.
 void send(const char* name, float value) {
   CommandList list;
   list.emplace_back(hal::AttrGeneric(value), cycleTime + 300);

@@ -1,6 +1,6 @@
-// A long motion through a window of 32 points, and a stop. A node that goes back to the node
-// pool is searched for among the free ones: so spare nodes are kept in a reserve, pushes are
-// built of them, and what the cycles released is taken back. Prints:
+// A long motion through a window of 32 points, and a stop. Returning a node to the node pool
+// costs a search through its free nodes. So spare nodes are kept in a reserve: pushes are built
+// from it, and the nodes that cycles released are taken back. Prints:
 //   1500 ms: at 0.150, 32 queued, 64 in the reserve
 //   stopped: at 0.150, 0 queued, 96 in the reserve
 
@@ -13,13 +13,13 @@
 #include "timedcommandmanager/timedcommandmanager.h"
 
 namespace {
-/// Where cycles have a thread of their own, hold a lock of your own around each of them and
-/// around each push: no cycle may come between the look and the push.
+/// If cycles have a thread of their own, hold a lock of your own around each cycle and around
+/// each push: no cycle may run between looking at the timeline and the push.
 struct Streamer {
   TimedCommand& timeline;
-  CommandList reserve = CommandList(32 + 64);  // as the pool grows: none of its nodes is free
-  std::size_t queued = 0;                      // when it looked last
-  std::uint32_t next = 0;                      // of the motion's points
+  CommandList reserve = CommandList(32 + 64);  // new nodes: the pool has no free ones
+  std::size_t queued = 0;                      // at the last look
+  std::uint32_t next = 0;                      // the motion's next point
 
   void push(std::size_t count, TimedCommand::commandType mode) {
     CommandList points;
@@ -30,7 +30,7 @@ struct Streamer {
     queued += points.size();
     timeline.pushTimedCommand(points, mode);
     for (; queued > timeline.commandList.size(); --queued) {
-      reserve.emplace_front();  // a node that its own pushes had released: never more of them
+      reserve.emplace_front();  // only nodes that its own pushes had released
     }
   }
 };
@@ -52,7 +52,7 @@ int main() {
     elbow.push(32 - elbow.timeline.commandList.size(), TimedCommand::MERGE);
   }
   show("1500 ms");
-  elbow.push(0, TimedCommand::REPLACE);  // with nothing: a stop
+  elbow.push(0, TimedCommand::REPLACE);  // an empty list: a stop
   show("stopped");
   return elbow.reserve.size() == 96 ? 0 : 1;
 }

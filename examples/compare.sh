@@ -1,6 +1,6 @@
 #!/bin/sh
-# Runs an example and compares what it prints with what the head of its source
-# says, in the lines behind "//   ": compare.sh SOURCE PROGRAM
+# Runs an example and compares its output with the lines that begin with "//   " in
+# its source: compare.sh SOURCE PROGRAM
 set -eu
 
 printed=$("$2")

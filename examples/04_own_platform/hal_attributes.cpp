@@ -1,4 +1,4 @@
-// Set-up, and look-ups by name later: attributes and their owners, by index.
+// For the set-up, and for look-ups by name later: attributes and their owners, by index.
 
 #include <cstring>
 
@@ -7,32 +7,32 @@
 
 namespace hal {
 
-// Owes the number of attributes, which sizes all tables. With too small a count
-// a joint's timeline lies outside its table; nobody tests that.
+// Must have the number of attributes, which is the size of all tables. If it is too
+// small, the timeline of a joint is outside its table; nothing checks that.
 DevicePool* getDevicePool() {
   return &memory.pool;
 }
 
-// Owes a manager at any time; null is not tested for.
+// Must return a manager at any time; the library does not check for null.
 DeviceManager* getDeviceManager() {
   static DeviceManager manager;
   return &manager;
 }
 
-// Owes the same address for as long as the library runs, which keeps it: a table
-// that moves is later written where it was. Null for an index that does not exist.
+// Must return the same address while the library runs, because the library keeps it: it
+// would write to the old place of a moved table. Null for an index that does not exist.
 DeviceAttrGeneric* DeviceManager::getAttrWithIndex(int index) {
   return index >= 0 && index < memory.pool.attributeCount ? &memory.attribute(index) : nullptr;
 }
 
-// Owes the short name. "Value", letter for letter, is what makes an actuator's
-// attribute its command register; else the actuator is never driven.
+// Must return the short name. The attribute with exactly the name "Value" is the command
+// register of an actuator; an actuator without it is never driven.
 const char* DeviceManager::getNameByAttribute(DeviceAttrGeneric* attribute) {
   return attribute == nullptr ? nullptr : attribute->name.get();
 }
 
-// Owes the container that holds the index; with another one the attribute
-// answers to a wrong name, and with null to none.
+// Must return the container that has the index. With another one the attribute gets a
+// wrong name, and with null it gets none.
 AttributeContainer* DeviceManager::getAttributeContainerWithIndex(int index,
                                                                   int& positionInContainer) {
   const DeviceAttrGeneric* attribute = getAttrWithIndex(index);
@@ -43,8 +43,8 @@ AttributeContainer* DeviceManager::getAttributeContainerWithIndex(int index,
   return attribute->container.get();
 }
 
-// Owes devices and sub-devices, found by the exact name; else a preference takes
-// the key of the container that bears the same name.
+// Must find devices and sub-devices by their exact name. Otherwise a preference gets the
+// key of a container with the same name.
 AttributeContainer* DeviceManager::foundAttributeContainerWithNames(const char* name) {
   for (Joint& joint : memory.joints) {
     if (std::strcmp(joint.name.get(), name) == 0) {

@@ -1,4 +1,4 @@
-// Set-up: the walk over all sub-devices, and what each is asked on the way.
+// For the set-up: the iteration over all sub-devices, and the questions to each of them.
 
 #include "memory.h"
 #include "platform/hal/subdevicelist.h"
@@ -8,8 +8,8 @@ namespace hal {
 AttributeContainerIterator::AttributeContainerIterator(unsigned char selection)
     : selection_(selection) {}
 
-// The walk owes every sub-device once, and an end: one left out is never driven,
-// one met twice is driven twice a cycle, and without an end the start-up hangs.
+// The iteration must visit each sub-device once, and end. A missing one is never driven,
+// one that is visited twice is driven twice per cycle, and without an end the start-up hangs.
 bool AttributeContainerIterator::operator==(AttributeContainerIterator& other) {
   return position_ == other.position_;
 }
@@ -32,8 +32,8 @@ SubDeviceAccessor& SubDeviceIterator::operator*() {
   return *operator->();
 }
 
-// Owe the run of the container's attributes, both ends included. A run too short
-// hides "Value" and the joint is never driven; one too long takes a neighbour's.
+// Must return the range of the container's attributes, both ends included. A short range
+// hides "Value", and the joint is never driven; a long one includes a neighbour's attributes.
 int AttributeContainerAccessor::getFirstAttrIndex() {
   return container_->firstAttrIndex;
 }
@@ -41,13 +41,13 @@ int AttributeContainerAccessor::getLastAttrIndex() {
   return container_->lastAttrIndex;
 }
 
-// Owes a text that is never null: the keys of all attributes are made of it.
+// Must never return null: the keys of all attributes are made from this text.
 const char* AttributeContainerAccessor::getName() const {
   return container_->name.get();
 }
 
-// Owe the same answer always, since they are asked once. A sensor that calls itself
-// an actuator is written to; an actuator that may not be interpolated moves in steps.
+// Must always return the same answer, because the library asks once. It writes to a sensor
+// that claims to be an actuator. An actuator that may not be interpolated moves in steps.
 bool SubDeviceAccessor::isActuator() const {
   return true;
 }

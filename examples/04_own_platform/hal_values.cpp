@@ -1,6 +1,6 @@
-// What the library calls inside the control cycle, with the lock of the
-// timelines held. None of it may wait, allocate or call the library: the cycle
-// would come late, or wait for itself for ever.
+// The functions that the library calls in the control cycle, while it holds the
+// lock of the timelines. None of them may wait, allocate memory or call the library:
+// the cycle would be late, or wait for itself for ever.
 
 #include <cmath>
 
@@ -16,10 +16,10 @@ Joint& jointOf(AttributeContainer* container) {
 
 }  // namespace
 
-// The first duty: what was written reads back, bit for bit, until another party
-// writes. Else the joint looks moved by somebody in every cycle, each cycle starts
-// anew from where it seems to stand, and it falls behind and jumps at the end. So
-// keep the float itself here, and convert only on the way to the motor.
+// The first duty: a written value reads back unchanged, bit for bit, until somebody
+// else writes. Otherwise every cycle concludes that somebody else moved the joint, and
+// starts again from the value it reads: the joint falls behind and jumps at the end.
+// So keep the float itself here, and convert it only on the way to the motor.
 float SubDeviceAccessor::getValueFloat() const {
   return jointOf(container_).value().loadFloat();
 }
@@ -31,8 +31,8 @@ void SubDeviceAccessor::setValueFloat(float value) {
       .storeFloat(memory.registerRounds ? std::round(value * steps) / steps : value);
 }
 
-// Owes a value within the limits, since nothing behind it looks at them; else the
-// motor goes where the commands send it. What is not a number comes back as it is.
+// Must return a value within the limits: nothing after it checks them, and otherwise
+// the motor goes wherever commands send it. Not-a-number is returned unchanged.
 float SubDeviceAccessor::limitMinMaxFloat(float value) const {
   Joint& joint = jointOf(container_);
   const float minimum = joint.minimum().loadFloat();
@@ -40,8 +40,8 @@ float SubDeviceAccessor::limitMinMaxFloat(float value) const {
   return value < minimum ? minimum : value > maximum ? maximum : value;
 }
 
-// Serves commands that are not interpolated, of any type. Owes one store of the
-// whole record; else another thread reads half of the old value and half of the new.
+// For commands of any type that are not interpolated. Must store the whole record at
+// once; otherwise another thread could read half of the old value and half of the new.
 void DeviceAttrGeneric::set(const AttrGeneric& newValue) {
   AttrGeneric stored = newValue;
   __atomic_store(&value, &stored, __ATOMIC_RELAXED);
@@ -50,7 +50,7 @@ void DeviceAttrGeneric::set(const AttrGeneric& newValue) {
   }
 }
 
-// Owes a count that changes; else those who wait for changes miss this one.
+// Must change the count; otherwise those who wait for changes miss this one.
 void DeviceAttrGeneric::trackChange() {
   __atomic_fetch_add(&changeCount, 1, __ATOMIC_RELAXED);
 }

@@ -1,10 +1,10 @@
-// A platform of one's own: the other files of this folder define what platform/
-// declares, for the 24 attributes of six joints in plain memory. They say of each
-// function what it owes to the library, and what happens otherwise.
+// A platform of your own. The other files of this folder define everything that
+// platform/ declares, for the 24 attributes of six joints in plain memory. Their
+// comments state the duty of each function, and what happens if it is neglected.
 //
-// The first duty is shown here. The knee moves from 0 to 1 twice; the second time
-// its command register rounds to steps of 1/256, as those of motors often do. It
-// then falls behind, and jumps at the end. Prints:
+// This program shows the first duty. The knee moves from 0 to 1 twice. The second
+// time its command register rounds to steps of 1/256, as those of motors often do.
+// Then it falls behind, and jumps at the end. Prints:
 //   exact register: 0.500 halfway, 1.000 at the end
 //   rounding register: 0.297 halfway, 1.000 at the end
 

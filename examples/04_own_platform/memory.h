@@ -10,7 +10,7 @@
 struct Joint : hal::SubDevice {
   static constexpr int attributeCount = 4;
 
-  /// The command register. What the joint measures is another attribute.
+  /// The command register. The measured value is another attribute.
   hal::DeviceAttrGeneric& value() { return attributes[0]; }
   hal::DeviceAttrGeneric& minimum() { return attributes[1]; }
   hal::DeviceAttrGeneric& maximum() { return attributes[2]; }
@@ -19,8 +19,8 @@ struct Joint : hal::SubDevice {
   hal::DeviceAttrGeneric attributes[attributeCount];
 };
 
-/// All that this platform has: the attributes of six joints. Nothing in it may
-/// move while the library runs, which keeps pointers to the attributes.
+/// All data of this platform: the attributes of six joints. Nothing in it may move
+/// while the library runs, because the library keeps pointers to the attributes.
 struct Memory {
   static constexpr int jointCount = 6;
 
@@ -49,7 +49,7 @@ struct Memory {
   Joint joints[jointCount];
   char names[jointCount][9] = {"Shoulder", "Elbow", "Wrist", "Hip", "Knee", "Ankle"};
   char attributeNames[Joint::attributeCount][9] = {"Value", "Minimum", "Maximum", "Position"};
-  /// Breaks the first duty of a platform, to show what comes of it.
+  /// Violates the first duty of a platform, to show the consequence.
   bool registerRounds = false;
 };
 

@@ -1,7 +1,7 @@
-// The lock that the cycle and all who send commands take in turns. It inherits
-// priorities: a sender that holds it runs as high as the cycle that waits for it.
-// Else any thread between the two holds up the sender, and so the cycle, without
-// bound. The library never takes it twice, so it need not be recursive.
+// The lock that the cycle and the senders of commands take in turn. It inherits
+// priorities: a sender that holds it runs with the priority of the cycle that waits for
+// it. Otherwise any thread with a priority between the two could delay the sender, and
+// so the cycle, without bound. The library never locks it twice, so it is not recursive.
 
 #include <pthread.h>
 
@@ -38,19 +38,19 @@ struct Lock : ZR::ZRMutexRW {
 
 namespace ZR {
 
-// Owes a new lock at each call; with one for all, two tables wait for each other.
+// Must return a new lock at each call; with one lock for all, two tables wait for each other.
 boost::shared_ptr<ZRMutexRW> ZRMutexRW::createZRMutexRW() {
   return boost::make_shared<Lock>();
 }
 
-// Owes the lock or an exception, and keeps the lock alive. One that comes back
-// without it lets the cycle and a sender relink the same list at the same time.
+// Must hold the lock or throw, and keep the lock alive. If it returned without the lock,
+// the cycle and a sender could relink the same list at the same time.
 ZRCriticalSectionWrite::ZRCriticalSectionWrite(boost::shared_ptr<ZRMutexRW> mutex)
     : mutex_(std::move(mutex)) {
   check(pthread_mutex_lock(&static_cast<Lock&>(*mutex_).mutex));
 }
 
-// Owes to let go, and not to throw: a destructor that throws ends the process.
+// Must release the lock and must not throw: an exception here ends the process.
 ZRCriticalSectionWrite::~ZRCriticalSectionWrite() {
   pthread_mutex_unlock(&static_cast<Lock&>(*mutex_).mutex);
 }

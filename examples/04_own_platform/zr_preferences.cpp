@@ -1,6 +1,6 @@
-// The service that writes preference files: this platform has none, and its pool no
-// preferences. It owes an exception to whoever asks all the same: a service that
-// returns without having written loses what a user has set.
+// The service that writes preference files. This platform has no such service, and its
+// pool has no preferences. So it must throw: if it returned without having written, the
+// settings of a user would be lost.
 
 #include <utility>
 

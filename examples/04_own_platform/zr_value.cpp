@@ -1,5 +1,5 @@
-// The variant in which preferences are exported. Owes the type of each value: one
-// that turns a float into a text writes a file that is later read otherwise.
+// The variant for exported preferences. It must keep the type of each value: if a float
+// became a text, the file would later be read with another type.
 
 #include <variant>
 #include <vector>

@@ -1,7 +1,7 @@
 #!/usr/bin/env python3
-"""Nods, and follows a hand that waves up and down, until the machine or Ctrl-C ends it.
+"""Nods once, then turns the head to and fro, until the machine ends or Ctrl-C.
 
-Beside `torvex serve examples/humanoid/humanoid.yaml`:  python3 examples/python/nod.py humanoid
+While `torvex serve examples/humanoid/humanoid.yaml` runs:  python3 examples/python/nod.py humanoid
 """
 
 import math
@@ -14,14 +14,14 @@ PERIOD_SECONDS = 0.05
 
 
 def nod(commander: torvex.Commander) -> None:
-    """One batch, and what became of its points."""
+    """Sends one batch, and waits for its outcome."""
     commander.send("head_pitch", [(0.5, 0.2), (1.0, -0.2), (1.5, 0.0)])
     outcome = commander.wait()
     print(f"nodded: {outcome.reached} of {outcome.points} points reached")
 
 
 def follow(commander: torvex.Commander) -> None:
-    """A stream: each batch takes the place of what waits, a little ahead of now."""
+    """Streams: each batch replaces the waiting points, a little ahead of now."""
     begin = time.monotonic()
     while True:
         target = 0.3 * math.sin(time.monotonic() - begin)
@@ -31,9 +31,9 @@ def follow(commander: torvex.Commander) -> None:
 
 def main() -> int:
     machine = torvex.connect(sys.argv[1] if len(sys.argv) > 1 else "humanoid")
-    print("head_yaw stands at", machine["head_yaw/Value"])
+    print("head_yaw is at", machine["head_yaw/Value"])
     try:
-        # While the block makes calls, nobody else commands the head; when it ends, it stops.
+        # In this block nobody else may command the head. At its end the head stops.
         with machine.command(["head_yaw", "head_pitch"], lease=0.5, name="nod") as head:
             nod(head)
             follow(head)

@@ -54,7 +54,7 @@ bool isPart(const std::string& path) {
 
 void refusePart(const std::string& path) {
   if (isPart(path)) {
-    throw UserError(path, {}, "bears the name of a part of a file; give it another one");
+    throw UserError(path, {}, "has the name of a partly written file; choose another name");
   }
 }
 

@@ -19,13 +19,16 @@ std::string readTokenFile(const std::string& path) {
       open(path.c_str(), O_RDONLY | O_NONBLOCK | O_NOCTTY | O_CLOEXEC));
   if (file.isOpen() && fstat(file.number(), &status) == 0 &&
       (status.st_uid != geteuid() || (status.st_mode & 077U) != 0)) {
-    throw UserError(path, {}, "must be this user's alone (chmod 600)");
+    throw UserError(path, {}, "must be readable only by this user (chmod 600)");
   }
   std::string token = readFile(path, file, 2 * most);
   token.erase(token.find_last_not_of(" \t\r\n") + 1);
   if (token.size() < least || token.size() > most ||
       token.find_first_of(" \t\r\n,") != std::string::npos) {
-    throw UserError(path, {}, fmt::format("holds no token of {} to {} characters", least, most));
+    throw UserError(
+        path, {},
+        fmt::format("must hold a token of {} to {} characters, without spaces and commas", least,
+                    most));
   }
   return token;
 }

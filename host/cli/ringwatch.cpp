@@ -21,8 +21,8 @@ std::string faultText(const RingFiles::File& file) {
 
 void RingWatch::look() {
   if (UserSignal::take()) {
-    const std::string refusal =
-        ring_ == nullptr ? "there is none; begin with --record-ring" : ring_->ask("signal").refusal;
+    const std::string refusal = ring_ == nullptr ? "there is none; start with --record-ring SECONDS"
+                                                 : ring_->ask("signal").refusal;
     if (!refusal.empty()) {
       complain("torvex: warning: SIGUSR1 asks for the ring: " + refusal + "\n");
     }
@@ -52,7 +52,7 @@ void RingWatch::tell(const RingFiles::File& file) {
     const RingFiles& files = ring_->files();
     say(fmt::format("recorded {} ({})\n", visible(files.pathOf(file)), file.reason));
     if (const std::string limit = files.limit(); !limit.empty() && files.from(told_).empty()) {
-      complain("torvex: warning: the ring is not written any more: " + limit + "\n");
+      complain("torvex: warning: the ring is no longer written: " + limit + "\n");
     }
   } else {
     complain("torvex: warning: " + visible(faultText(file)) + "\n");
@@ -73,8 +73,8 @@ std::vector<Finding> ringLeftOut(const RingFiles& files) {
   std::vector<Finding> findings;
   if (const std::uint64_t leftOut = files.leftOut(); leftOut > 0) {
     findings.emplace_back().text = fmt::format(
-        "{} to write the ring not granted: there is one file every {} s, and at most as many as "
-        "--record-files says",
+        "{} to write the ring refused: files are written at least {} s apart, and at most "
+        "--record-files of them",
         counted(leftOut, "request"), RingFiles::leastBetweenMs / 1000);
   }
   return findings;

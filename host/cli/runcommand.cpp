@@ -54,7 +54,7 @@ void checkJoints(const RunOptions& options, const Torvex& torvex) {
       })) {
     throw UserError(
         options.motionPaths.front(), {},
-        fmt::format("moves no actuator that --joints '{}' has", options.picture.joints));
+        fmt::format("moves no actuator that matches --joints '{}'", options.picture.joints));
   }
 }
 

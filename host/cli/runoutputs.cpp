@@ -68,7 +68,8 @@ NamedFiles filesOf(const RunOptions& options, const MachineModel& machine,
 void checkFiles(const RunOptions& options, const NamedFiles& files) {
   checkOutputs(files.outputs, files.inputs);
   if (options.json && leavesStandardOutput(options)) {
-    throw UserError("/dev/stdout", {}, "holds the JSON object; name a file, or leave out --json");
+    throw UserError("/dev/stdout", {},
+                    "is used for the JSON object; name a file, or leave out --json");
   }
 }
 

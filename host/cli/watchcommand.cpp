@@ -120,7 +120,7 @@ int watch(WatchOptions& options) {
   const simulation::Observer observer(options.poolName);
   if (!observer.isOwned()) {
     throw simulation::Error(fmt::format(
-        "the machine of the device pool '{}' runs no more; start it anew", options.poolName));
+        "the machine of the device pool '{}' no longer runs; restart it", options.poolName));
   }
   const AttributeKeys known(observer);
   LiveValues values(observer, known, keysOf(options, observer, known));

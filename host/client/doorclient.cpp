@@ -51,7 +51,8 @@ void introduce(http::request<Body>& request, const DoorAddress& address) {
 Json parsed(const std::string& text) {
   Json value = parsedJson(text);
   if (!value.is_object()) {
-    throw NoMachine("what answers there is no machine: " + visible(text.substr(0, 80)));
+    throw NoMachine("the program that answers there is not a machine: " +
+                    visible(text.substr(0, 80)));
   }
   return value;
 }
@@ -237,7 +238,7 @@ class EventLines::Stream {
     while (!parser_.is_done() && text_.size() < mostAnswered && readSome(socket_.waitMs())) {
     }
     answerOf(parser_.get().result_int(), text_);
-    throw DoorClosed("the machine answered otherwise than asked");
+    throw DoorClosed("the machine gave an unexpected answer");
   }
 
   /// False when nothing came.

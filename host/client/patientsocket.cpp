@@ -49,7 +49,7 @@ Endpoint endpointOf(const DoorAddress& address) {
     endpoint.size = sizeof six;
     std::memcpy(&endpoint.storage, &six, sizeof six);
   } else {
-    failToConnect(address, "this is no IP address");
+    failToConnect(address, "this is not an IP address");
   }
   return endpoint;
 }

@@ -84,7 +84,7 @@ Condition governor(const std::string& root) {
     }
   }
   if (governors.empty()) {
-    return unknown("governor", "if this is a virtual machine, set it on the one beneath");
+    return unknown("governor", "on a virtual machine, set it on the host");
   }
   return judged("governor", fmt::format("{}", fmt::join(governors, ", ")),
                 governors == std::set<std::string>{"performance"},
@@ -99,8 +99,8 @@ Condition isolation(const std::string& root) {
   return judged("isolation",
                 isolated->empty() ? "no processor" : fmt::format("processors {}", *isolated),
                 !isolated->empty(),
-                "keep others off a processor with isolcpus=CPU nohz_full=CPU rcu_nocbs=CPU on the "
-                "kernel's command line, and run with --affinity CPU");
+                "reserve a processor with isolcpus=CPU nohz_full=CPU rcu_nocbs=CPU on the kernel's "
+                "command line, and run with --affinity CPU");
 }
 
 Condition clockSource(const std::string& root) {
@@ -118,7 +118,7 @@ Condition clockSource(const std::string& root) {
 Condition processors() {
   const long online = sysconf(_SC_NPROCESSORS_ONLN);
   return judged("processors", std::to_string(online), online >= 2,
-                "with a second one the cycle need not wait for interrupts and other work");
+                "with a second processor the cycle does not wait for interrupts and other work");
 }
 
 }  // namespace

@@ -163,7 +163,7 @@ void Torvex::runSimulated(const Progress& progress) {
     constexpr int mostPasses = 100'000;
     for (int passes = 0; !engine_.canGoOn(); ++passes) {
       if (passes == mostPasses) {
-        throw std::logic_error("machine time does not go on");
+        throw std::logic_error("machine time does not advance");
       }
       engine_.pass();
     }

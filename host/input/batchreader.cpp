@@ -116,13 +116,14 @@ void stretch(const Document& document, const Node& node, CommandBatch& batch) {
     const double timeMs = std::round(batch.times[point] / speed);
     if (timeMs > static_cast<double>(Document::longestMs)) {
       document.fail(node,
-                    fmt::format("at this speed the batch goes on beyond {} seconds after the start",
+                    fmt::format("at this speed the batch ends more than {} seconds after the start",
                                 longestSeconds));
     }
     batch.times[point] = static_cast<std::uint32_t>(timeMs);
     if (point > 0 && batch.times[point] == batch.times[point - 1]) {
-      document.fail(node,
-                    fmt::format("at this speed two points fall on the millisecond {}", timeMs));
+      document.fail(
+          node,
+          fmt::format("at this speed two points have the same time after rounding: {} ms", timeMs));
     }
   }
 }
@@ -141,7 +142,7 @@ void checkThatRoundsMeet(const PointReader& reader, const Node& node, const Comm
     if (first != last) {
       reader.document().fail(
           node, fmt::format("a round begins where the one before ends, but '{}' begins at {:g} and "
-                            "ends at {:g}; make them equal, or begin behind time 0",
+                            "ends at {:g}; make them equal, or begin after time 0",
                             actuator.name, first, last));
     }
   }
@@ -154,10 +155,10 @@ void repeat(const PointReader& reader, const Node& node, CommandBatch& batch) {
     return;
   }
   if (batch.lastMs() == 0) {
-    document.fail(node, "a round lasts up to its last point; give one behind time 0");
+    document.fail(node, "a round ends at its last point; give a point after time 0");
   }
   if (batch.lastMs() > Document::longestMs - batch.fromMs) {
-    document.fail(node, fmt::format("{} of {:g} s go on beyond {} seconds after the start",
+    document.fail(node, fmt::format("{} of {:g} s end more than {} seconds after the start",
                                     counted(batch.repeat, "round"), batch.times.back() / 1000.0,
                                     longestSeconds));
   }
@@ -177,7 +178,7 @@ void stretchAndRepeat(const PointReader& reader, const Fields& fields, const Nod
   if (batch.lastMs() > Document::longestMs - batch.fromMs) {
     document.fail(
         speed != fields.end() ? speed->second : node,
-        fmt::format("the batch goes on beyond {} seconds after the start", longestSeconds));
+        fmt::format("the batch ends more than {} seconds after the start", longestSeconds));
   }
   document.field(fields, "repeat", [&](const Node& rounds) { repeat(reader, rounds, batch); });
 }
@@ -257,7 +258,7 @@ CommandBatch readBatch(const PointReader& reader, const Node& node, BatchSource&
     throw AlreadyReported();
   }
   if (hasMode && batch.times.empty() && batch.mode != TimedCommand::REPLACE) {
-    document.fail(node, "items is empty: that does something with the mode replace only");
+    document.fail(node, "items is empty; this is possible only with mode replace");
   }
   document.field(fields, "interpolation",
                  [&](const Node& name) { readInterpolation(reader, name, batch); });

@@ -116,7 +116,7 @@ double Document::number(const Node& node, const char* what) const {
     fail(node, fmt::format("{} must be a number", what));
   }
   if (!node.isPlain()) {
-    fail(node, fmt::format("{} is text in quotes or behind a tag; write the plain number", what));
+    fail(node, fmt::format("{} is text in quotes or with a tag; write the plain number", what));
   }
   double value = 0.0;
   if (!parseNumber(node.scalar(), value)) {
@@ -129,7 +129,7 @@ double Document::number(const Node& node, const char* what) const {
 float Document::singleNumber(const Node& node, const char* what) const {
   const auto value = static_cast<float>(number(node, what));
   if (!std::isfinite(value)) {
-    fail(node, fmt::format("{} lies beyond single precision", what));
+    fail(node, fmt::format("{} is beyond single precision", what));
   }
   return value;
 }
@@ -163,7 +163,7 @@ double Document::seconds(const Node& node, const char* what) const {
     if (node.size() > 0) {
       throw AlreadyReported();
     }
-    fail(node, fmt::format("{} holds nothing; give sec, nanosec or both", what));
+    fail(node, fmt::format("{} is empty; give sec, nanosec or both", what));
   }
   const auto part = [&](const char* key, const char* name, double least, double most) {
     const auto found = parts.find(key);
@@ -179,7 +179,7 @@ std::uint32_t Document::milliseconds(const Node& node, const char* what) const {
     fail(node, fmt::format("{} is negative", what));
   }
   if (time * 1000.0 > static_cast<double>(longestMs)) {
-    fail(node, fmt::format("{} lies beyond {} seconds", what, longestMs / 1000));
+    fail(node, fmt::format("{} is more than {} seconds", what, longestMs / 1000));
   }
   return static_cast<std::uint32_t>(std::llround(time * 1000.0));
 }

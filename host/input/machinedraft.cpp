@@ -29,8 +29,8 @@ constexpr std::array bounds = {
 void NameTable::take(const std::string& name, const FileLocation& where, const std::string& noun) {
   const auto [first, isFirst] = names_.emplace(name, where);
   if (!isFirst) {
-    throw UserError(where, fmt::format("a second {} is named '{}'; the first one stands at {}",
-                                       noun, name, shown(first->second)));
+    throw UserError(where, fmt::format("a second {} is named '{}'; the first one is at {}", noun,
+                                       name, shown(first->second)));
   }
 }
 
@@ -42,7 +42,7 @@ void MachineDraft::take(Counted what, std::size_t amount, const FileLocation& wh
   const auto& [most, noun] = bounds[static_cast<std::size_t>(what)];
   count += amount;
   if (count > most) {
-    errors_.stop({where, fmt::format("the machine up to here has {} {}; at most {} are taken",
+    errors_.stop({where, fmt::format("the machine up to here has {} {}; at most {} are possible",
                                      count, noun, most)});
   }
 }

@@ -38,7 +38,7 @@ void readUrdfNamedAt(const Document& document, const Node& node, MachineDraft& d
   try {
     text = draft.textOf(path);
   } catch (const UserError& error) {
-    document.fail(node, fmt::format("the URDF cannot be taken: {}", error.what()));
+    document.fail(node, fmt::format("the URDF cannot be used: {}", error.what()));
   }
   addUrdf(path, text, draft);
 }

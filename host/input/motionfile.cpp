@@ -40,7 +40,7 @@ Node motionNamed(const Document& document, const Node& motions,
   const std::string known = fmt::format("{}", fmt::join(names, ", "));
   document.fail(motions,
                 name ? fmt::format("there is no motion '{}'; known are {}", *name, known)
-                     : fmt::format("pick one of {} as {}:NAME: {}",
+                     : fmt::format("choose one of {} as {}:NAME: {}",
                                    counted(names.size(), "named motion"), document.path(), known));
 }
 
@@ -63,7 +63,7 @@ void readTrajectory(const PointReader& reader, const MotionContent& content,
     document.fail(content.node,
                   fmt::format("there are no named motions here; leave ':{}' out", *name));
   } else if (content.kind == MotionContent::Kind::batches) {
-    document.fail(content.node, "there are batches here, where one trajectory is needed");
+    document.fail(content.node, "these are batches; one trajectory is needed here");
   } else {
     refuseMachine(document, content.node);
     readJointTrajectory(reader, content.node, batch);

@@ -28,7 +28,7 @@ std::string MotionsOfClient::read(const std::string& path) const {
   if (missing_.empty()) {
     missing_ = path;
   }
-  throw UserError(path, {}, "did not come with the request");
+  throw UserError(path, {}, "was not sent with the request");
 }
 
 MotionName splitMotionName(const std::string& given, const MotionTexts& texts) {

@@ -74,7 +74,7 @@ Node onlyOneOf(const Document& document, const Entry& entry) {
     return entry.second;
   }
   if (entry.second.size() != 1) {
-    document.fail(entry.second, fmt::format("trajectory holds {} of them; keep one in the file",
+    document.fail(entry.second, fmt::format("trajectory has {} entries; keep one in the file",
                                             entry.second.size()));
   }
   return entry.second.items()[0];
@@ -103,7 +103,7 @@ MotionContent unwrapMotion(const Document& document, const Node& node) {
     }
     if (wrapped.size() > 1) {
       document.fail(content.node,
-                    fmt::format("motions stand below '{}' and below '{}'; keep one of them",
+                    fmt::format("there are motions under '{}' and under '{}'; keep one of them",
                                 wrapped[0].first, wrapped[1].first));
     }
     noteIgnored(content.node, wrapped.front().first, content);

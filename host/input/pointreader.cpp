@@ -45,15 +45,16 @@ hal::AttrGeneric PointReader::value(const Node& node, int actuator, const char* 
 void PointReader::addTime(const Node& node, const char* what, CommandBatch& batch) const {
   const std::uint32_t timeMs = document_.milliseconds(node, what);
   if (std::int64_t{batch.fromMs} + timeMs > Document::longestMs) {
-    document_.fail(node, fmt::format("{} lies beyond {} seconds after the start", what,
+    document_.fail(node, fmt::format("{} is more than {} seconds after the start", what,
                                      Document::longestMs / 1000));
   }
   if (!batch.times.empty() && timeMs == batch.times.back()) {
-    document_.report(node, fmt::format("two points fall on the millisecond {}", timeMs));
+    document_.report(node,
+                     fmt::format("two points have the same time after rounding: {} ms", timeMs));
   }
   if (!batch.times.empty() && timeMs < batch.times.back()) {
-    document_.report(
-        node, fmt::format("{} goes back from {} ms to {} ms", what, batch.times.back(), timeMs));
+    document_.report(node, fmt::format("{} decreases from {} ms to {} ms; times must rise", what,
+                                       batch.times.back(), timeMs));
   }
   batch.times.push_back(timeMs);
 }

@@ -35,7 +35,8 @@ class RequestSource : public BatchSource {
 
   void readTrajectoryFile(const Document& document, const Node& node,
                           CommandBatch& /*batch*/) override {
-    document.fail(node, "no files are read for a client; put the trajectory into the request");
+    document.fail(node,
+                  "the machine reads no files for a client; put the trajectory into the request");
   }
 
  private:

@@ -114,7 +114,7 @@ class UrdfReader {
     Survey survey;
     document_.traverse(survey);
     if (survey.tooDeep) {
-      fail(survey.tooDeep, fmt::format("elements lie more than {} deep", maxDepth));
+      fail(survey.tooDeep, fmt::format("elements are nested more than {} deep", maxDepth));
     }
     if (survey.macro) {
       fail(survey.macro,
@@ -301,13 +301,13 @@ class UrdfReader {
         if (!draft_.namesAreComplete || movable_.count(mimicry.master) != 0) {
           throw AlreadyReported();  // its master is broken
         }
-        fail(mimicry.joint, fmt::format("joint '{}' mimics '{}', which is no movable joint", name,
-                                        mimicry.master));
+        fail(mimicry.joint, fmt::format("joint '{}' mimics '{}', which is not a movable joint",
+                                        name, mimicry.master));
       }
       if (turn == longestMimicry) {
-        fail(mimicry.joint, fmt::format("joint '{}' mimics itself, or another by way of more "
-                                        "than {}",
-                                        name, longestMimicry));
+        fail(mimicry.joint,
+             fmt::format("joint '{}' mimics itself, or mimics a joint through more than {} others",
+                         name, longestMimicry));
       }
       mimicry.offset += mimicry.multiplier * next->second.offset;
       mimicry.multiplier *= next->second.multiplier;
@@ -315,7 +315,8 @@ class UrdfReader {
     }
     if (!std::isfinite(static_cast<float>(mimicry.multiplier)) ||
         !std::isfinite(static_cast<float>(mimicry.offset))) {
-      fail(mimicry.joint, fmt::format("joint '{}' mimics beyond single precision", name));
+      fail(mimicry.joint,
+           fmt::format("the multiplier or offset of joint '{}' is beyond single precision", name));
     }
     addSensor(mimicry.joint, name, draft_.actuator(mimicry.master), mimicry.multiplier,
               mimicry.offset);

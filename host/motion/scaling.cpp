@@ -143,10 +143,9 @@ void stretchToLimits(const MachineModel& machine, std::vector<CommandBatch>& bat
   Scaling(machine, batches, timing).run();
   for (CommandBatch& batch : batches) {
     if (batch.stretch > 1.0) {
-      batch.notes.push_back(
-          fmt::format("stretched by {:.4g}, to keep to velocities and "
-                      "accelerations ({}:{})",
-                      batch.stretch, batch.path, batch.location.line));
+      batch.notes.push_back(fmt::format(
+          "stretched by {:.4g} to keep velocities and accelerations within their limits ({}:{})",
+          batch.stretch, batch.path, batch.location.line));
     }
   }
 }

@@ -110,7 +110,7 @@ std::string reasonOf(const std::vector<Approach>& approaches, std::uint32_t appr
                          approach.joint, approach.distance, approach.acceleration);
     }
   }
-  return "as it was asked for";
+  return "as requested";
 }
 
 }  // namespace
@@ -144,7 +144,7 @@ Schedule planSchedule(const MachineModel& machine, const std::vector<CommandBatc
   const auto wanted = timing.approachMs.value_or(static_cast<std::uint32_t>(neededMs));
   const std::uint32_t cycles = (wanted + timing.cycleMs - 1) / timing.cycleMs;
   schedule.approachMs = std::max(cycles, 1U) * timing.cycleMs;
-  schedule.approachReason = !hasSlowest         ? "nothing has to be approached first"
+  schedule.approachReason = !hasSlowest         ? "nothing to approach"
                             : timing.approachMs ? reasonOf(approaches, schedule.approachMs)
                                                 : approachReason(*slowest);
   return schedule;

@@ -37,8 +37,8 @@ std::size_t rowsFor(const RingOptions& options, const RecordingHead& head) {
     const double most = (static_cast<double>(mostRowBytes) / rowBytes - 2.0) * cycleMs / 1000.0 -
                         RingFiles::afterMs / 1000.0;
     throw simulation::Error(fmt::format(
-        "--record-ring: {:g} s of {} values each {} ms need {:.1f} GiB, and there may "
-        "be 1; take at most {} s",
+        "--record-ring: {:g} s of {} values every {} ms need {:.1f} GiB, and at most 1 GiB is "
+        "allowed; use at most {} s",
         options.seconds, rowLengthOf(head) - rowTimes, head.cycleMs,
         rows * rowBytes / static_cast<double>(mostRowBytes), std::max(0.0, std::floor(most))));
   }

@@ -88,7 +88,7 @@ McapReader::McapReader(std::istream& stream) : stream_(stream) {
   const std::streamoff end = stream_.tellg();
   size_ = end < 0 ? 0 : static_cast<std::uint64_t>(end);
   if (size_ < mcapMagic.size() || read(0, mcapMagic.size()) != mcapMagic) {
-    throw RecordingFault("is no MCAP file");
+    throw RecordingFault("is not an MCAP file");
   }
 }
 
@@ -112,7 +112,7 @@ std::string McapReader::readRecord(std::uint64_t offset, McapKind kind) {
   const auto [found, length] = prefixOf(reader);
   if (found != kind) {
     throw RecordingFault(
-        fmt::format("the index is wrong: at byte {} is another record than it says", offset));
+        fmt::format("the index is wrong: the record at byte {} is a different one", offset));
   }
   return read(offset + mcapPrefixBytes, length);
 }

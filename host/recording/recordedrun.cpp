@@ -52,7 +52,7 @@ class Rows : public McapHandler {
   void take(const McapMessage& message) override {
     const auto found = channels_.find(message.channel);
     if (found == channels_.end()) {
-      throw RecordingFault("a message is of no channel");
+      throw RecordingFault("a message has an unknown channel");
     }
     const Channel& channel = found->second;
     ++run_.topics[channel.topic].messages;
@@ -83,12 +83,12 @@ class Rows : public McapHandler {
                        const char* what) {
     const Json json = parsedJson(message.data);
     if (!json.is_object()) {
-      throw RecordingFault(std::string(what) + " is no JSON object");
+      throw RecordingFault(std::string(what) + " is not a JSON object");
     }
     try {
       taker(json);
     } catch (const Json::exception&) {
-      throw RecordingFault(std::string(what) + " is not as it should be");
+      throw RecordingFault(std::string(what) + " is invalid");
     }
   }
 
@@ -153,7 +153,7 @@ RecordedRun RecordedRun::read(const std::string& path, const Handler& handler) {
     throw UserError(path, {}, fault.what());
   }
   if (!rows.hasHead()) {
-    throw UserError(path, {}, "is no recording of torvex: nothing in it says what was run");
+    throw UserError(path, {}, "is not a recording of torvex: it does not describe a run");
   }
   return run;
 }

@@ -63,7 +63,7 @@ RecordedAxis axisFrom(const WideJson& json, std::size_t columns) {
 GuardMode guardFrom(const std::string& name) {
   const std::optional<GuardMode> guard = valueOf(guardModeWords, name);
   if (!guard) {
-    throw RecordingFault("the recording was made with options that are not known");
+    throw RecordingFault("the recording was made with unknown options");
   }
   return *guard;
 }
@@ -85,7 +85,7 @@ std::int64_t numberFrom(const std::string& text) {
   constexpr std::int64_t most = std::int64_t{1} << 31;
   const std::int64_t number = std::stoll(text);
   if (number < 0 || number > most) {
-    throw RecordingFault("a time of the recording is beyond all bounds");
+    throw RecordingFault("a time of the recording is out of range");
   }
   return number;
 }
@@ -194,7 +194,7 @@ std::optional<RecordingHead> RecordingHead::from(const McapMetadata& metadata) {
   } catch (const RecordingFault&) {
     throw;
   } catch (const std::exception&) {
-    throw RecordingFault("what the recording says of itself is damaged");
+    throw RecordingFault("the description of the recording is damaged");
   }
 }
 

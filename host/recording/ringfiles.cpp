@@ -68,8 +68,8 @@ std::string RingFiles::refusalAt(std::int64_t nowMs, std::int64_t dueMs) const {
   }
   if (dueMs - nowMs > keptMs_) {
     return fmt::format(
-        "there is one file every {} s at most; the next one may be in {} ms, and reaches back {} "
-        "ms",
+        "files are written at least {} s apart; the next one is possible in {} ms, and reaches "
+        "back {} ms",
         leastBetweenMs / 1000, dueMs - nowMs, keptMs_);
   }
   return reachedLimit();
@@ -82,7 +82,7 @@ std::string RingFiles::reachedLimit() const {
     return fmt::format("there are {} files, as many as --record-files allows", count);
   }
   if (bytes_ >= mostBytes) {
-    return fmt::format("the files have {} bytes, and may have {}", bytes_, mostBytes);
+    return fmt::format("the files have {} bytes; at most {} are allowed", bytes_, mostBytes);
   }
   return "";
 }

@@ -90,21 +90,21 @@ std::string Findings::textOf(const Event& event, const Point* points) const {
     case EventKind::beyond:
       return beyondText(event);
     case EventKind::unstopped:
-      return fmt::format("{} has a velocity of {:.4g} in the last point, and stops there at once",
+      return fmt::format("{} has a velocity of {:.4g} at the last point, and stops there abruptly",
                          actuatorOf(event).name, event.amount);
     case EventKind::late:
       return fmt::format("{} of {} late by {} ms", event.count,
                          counted(plan_.batches[event.batch].commands->size(), "point"),
                          event.amount);
     case EventKind::handedLate:
-      return event.amount > 0 ? fmt::format("handed over {} ms after its moment", event.amount)
-                              : "machine time stood until it was handed over";
+      return event.amount > 0 ? fmt::format("handed over {} ms after its time", event.amount)
+                              : "machine time was paused until it was handed over";
     case EventKind::refused:
       return refusalText(event);
     case EventKind::uncertain:
       return fmt::format(
-          "not checked from here on: {} points of {}; rounds of several batches go on "
-          "beside each other for too long",
+          "not checked from here on: {} points of {}; rounds of several batches run at the same "
+          "time for too long",
           event.count, actuatorOf(event).name);
     case EventKind::guarded:
       return guardText(event);
@@ -150,7 +150,7 @@ std::string Findings::limitText(const Event& event, const Point& point) const {
   const double done = commandedNumber(actuator, point.value);
   const bool above = event.amount > done;
   const int digits = actuator.typeCode == hal::floatTypeCode ? 6 : 17;
-  return fmt::format("{} is to be {:.{}g} at {:.3f} s, {} its {} {:.{}g}", actuator.name,
+  return fmt::format("{} is commanded to {:.{}g} at {:.3f} s, {} its {} {:.{}g}", actuator.name,
                      event.amount, digits, secondsOf(point.timeMs), above ? "above" : "below",
                      above ? "maximum" : "minimum", above ? actuator.maximum : actuator.minimum,
                      digits);
@@ -193,7 +193,7 @@ std::string Findings::speedText(const Event& event, const Point& point) const {
                        event.amount * factor, secondsOf(event.momentMs), as.maximumVelocity);
   }
   const double value = commandedNumber(actuatorOf(event), point.value);
-  return fmt::format("{} moves {:.4g} a second to be {:.6g} at {:.3f} s, above its limit {:.4g}",
+  return fmt::format("{} moves {:.4g} a second to reach {:.6g} at {:.3f} s, above its limit {:.4g}",
                      name, event.amount * factor, as.multiplier * value + as.offset,
                      secondsOf(point.timeMs), as.maximumVelocity);
 }

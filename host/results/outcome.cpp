@@ -109,19 +109,19 @@ std::vector<Finding> cycleFindings(const RunResult& result) {
   const CycleCount& counts = result.counts;
   if (pace.overruns * 100 > counts.cycles) {
     findings.push_back(
-        general(fmt::format("{} of {} passed over: the machine did not keep up", pace.overruns,
+        general(fmt::format("{} of {} skipped: the computer did not keep up", pace.overruns,
                             counted(counts.cycles + pace.overruns, "cycle"))));
   }
   if (pace.stalls > 0) {
     const bool caughtUp = result.session.late == Late::catchUp;
     findings.push_back(general(fmt::format(
-        "the process was held up {}, {} ms in all; {}",
+        "the process stalled {}, {} ms in all; {}",
         pace.stalls == 1 ? "once" : fmt::format("{} times", pace.stalls), pace.stalledMs,
-        caughtUp ? "the motion caught up" : "the motion stood as long")));
+        caughtUp ? "the motion caught up" : "the motion paused as long")));
   }
   if (pace.stands > 0) {
     findings.push_back(
-        general(fmt::format("machine time stood for {}, because commands came too late",
+        general(fmt::format("machine time was paused for {}, because commands came too late",
                             counted(pace.stands, "cycle"))));
   }
   for (Finding& finding : findings) {

@@ -55,7 +55,7 @@ bool isSameSecret(const std::string& secret, const std::string& given) {
 std::optional<Answer> refusedEntry(const Access& access, const Credentials& credentials,
                                    bool isOpenToAll) {
   if (!credentials.origin.empty() && !isOneOf(access.origins, credentials.origin)) {
-    return refusal(403, "forbidden", "pages of this origin may not come in; see --origin");
+    return refusal(403, "forbidden", "pages of this origin are not allowed; see --origin");
   }
   if (credentials.isBySocket) {
     return std::nullopt;

@@ -46,20 +46,20 @@ std::string textOf(const Denial& denial, const std::string& name) {
     case Fault::full:
       return fmt::format("too many points wait; there is room for {}", denial.room);
     case Fault::ending:
-      return "the machine comes to its end";
+      return "the machine is shutting down";
     case Fault::replayed:
-      return "a recording is replayed: the machine does what it did then, and nothing else";
+      return "the machine replays a recording and takes no commands";
     case Fault::tooDense:
       return fmt::format("{:g} points of '{}' within two cycles, at most {:g} fit", denial.figure,
                          name, denial.limit);
     case Fault::notFinite:
-      return fmt::format("'{}' cannot be commanded so: {:g}", name, denial.figure);
+      return fmt::format("'{}' cannot be commanded to {:g}", name, denial.figure);
     case Fault::beyond:
-      return fmt::format("'{}' is to be {:g}, beyond its limit {:g}", name, denial.figure,
+      return fmt::format("'{}' is commanded to {:g}, beyond its limit {:g}", name, denial.figure,
                          denial.limit);
     default:
-      return fmt::format("'{}' is to move {:g} a second, above its limit {:g}", name, denial.figure,
-                         denial.limit);
+      return fmt::format("'{}' is commanded to move {:g} a second, above its limit {:g}", name,
+                         denial.figure, denial.limit);
   }
 }
 

@@ -128,8 +128,8 @@ void Commands::sendMotions(const std::string& body, std::uint64_t ticket, const 
   const std::int64_t beginMs = read->atMs.value_or(nextMs);
   if (beginMs < nextMs) {
     throw Refused({409, "late",
-                   fmt::format("at must be {:.3f} s of machine time or later, {:.3f} has passed",
-                               inSeconds(nextMs), inSeconds(beginMs)),
+                   fmt::format("at is {:.3f} s of machine time; it must be {:.3f} s or later",
+                               inSeconds(beginMs), inSeconds(nextMs)),
                    "/at"});
   }
   for (const ScheduledBatch& planned : read->plan.batches) {
@@ -173,7 +173,7 @@ void Commands::send(const std::shared_ptr<const Sent>& sent, std::uint64_t ticke
   const auto stopped = stops_.unlessStopped(ticket, sent->batches,
                                             [&] { desk().request(std::move(request), answered); });
   if (stopped) {
-    throw Refused({409, "stopped", "a stop or a hold came after it, before it was read",
+    throw Refused({409, "stopped", "a stop or a hold came after it and before it was executed",
                    sent->batches[*stopped]->path});
   }
 }

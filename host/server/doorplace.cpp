@@ -97,7 +97,7 @@ void DoorPlace::openFolder() {
     fail("", fmt::format("belongs to the user {}", status.st_uid));
   }
   if ((status.st_mode & 077U) != 0) {
-    fail("", "is not this user's alone (chmod 700)");
+    fail("", "is open to other users (chmod 700)");
   }
 }
 
@@ -113,17 +113,17 @@ void DoorPlace::takeLock() {
       fail(name, std::strerror(errno));
     }
     if (!S_ISREG(mine.st_mode) || !isMine(mine)) {
-      fail(name, "is no file of this user");
+      fail(name, "is not a file of this user");
     }
     std::array<char, sizeof tokenMark> text{};
     const ssize_t size = pread(lock_.number(), text.data(), text.size(), 0);
     const std::string content(text.data(), size < 0 ? 0 : static_cast<std::size_t>(size));
     if (size < 0 || (!content.empty() && content != tokenMark)) {
-      fail(name, "is no lock of a door; remove it, or give another --socket PATH");
+      fail(name, "is not the lock of a door; remove it, or give another --socket PATH");
     }
     hadToken_ = content == tokenMark;
     if (flock(lock_.number(), LOCK_EX | LOCK_NB) != 0) {
-      fail(beside(socketEnding), "a running machine has this door; give another --socket PATH");
+      fail(beside(socketEnding), "a running machine uses this socket; give another --socket PATH");
     }
     // Whoever had the lock before may have removed it meanwhile.
     if (fstatat(folder_.number(), name.c_str(), &there, AT_SYMLINK_NOFOLLOW) == 0 &&
@@ -141,7 +141,7 @@ void DoorPlace::removeLeftover() const {
     return;
   }
   if (!S_ISSOCK(status.st_mode) || !isMine(status)) {
-    fail(name, "is no socket of this user");
+    fail(name, "is not a socket of this user");
   }
   unlinkat(folder_.number(), name.c_str(), 0);
 }
@@ -153,7 +153,7 @@ simulation::Descriptor DoorPlace::listen() {
   // Through the descriptor, so that it is this folder whatever its path means by now.
   const std::string path = fmt::format("/proc/self/fd/{}/{}", folder_.number(), name);
   if (path.size() >= sizeof address.sun_path) {
-    fail(name, "is too long a name; give a shorter --socket PATH");
+    fail(name, "has too long a name; give a shorter --socket PATH");
   }
   path.copy(address.sun_path, path.size());
   simulation::Descriptor listening(socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0));
@@ -168,7 +168,7 @@ simulation::Descriptor DoorPlace::listen() {
   struct stat status {};
   if (fstatat(folder_.number(), name.c_str(), &status, AT_SYMLINK_NOFOLLOW) != 0 ||
       !S_ISSOCK(status.st_mode) || !isMine(status) || (status.st_mode & 0177U) != 0) {
-    fail(name, "is not this user's alone");
+    fail(name, "is open to other users");
   }
   return listening;
 }
@@ -182,7 +182,7 @@ std::string DoorPlace::writeToken(const std::string& token) {
                                            O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC,
                                            userAlone));
   if (file.number() < 0 && errno == EEXIST) {
-    fail(name, "lies here already, and is of no door; name it with --token-file, or remove it");
+    fail(name, "exists already, and belongs to no door; pass it with --token-file, or remove it");
   }
   hasToken_ = file.number() >= 0;
   const std::string line = token + "\n";

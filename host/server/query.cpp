@@ -19,8 +19,9 @@ namespace {
 Query::Query(const Request& request, const std::set<std::string>& known) : request_(request) {
   for (const auto& [name, value] : request.query) {
     if (known.count(name) == 0) {
-      refuse(name, known.empty() ? "nothing can be asked for here"
-                                 : fmt::format("unknown; known are {}", fmt::join(known, ", ")));
+      refuse(name, known.empty()
+                       ? "this path has no parameters"
+                       : fmt::format("unknown parameter; known are {}", fmt::join(known, ", ")));
     }
   }
 }
@@ -52,7 +53,7 @@ std::optional<std::uint64_t> Query::wholeNumber(const std::string& name) const {
   const char* const end = text->data() + text->size();
   const auto [stop, failure] = std::from_chars(text->data(), end, value);
   if (failure != std::errc() || stop != end || text->empty()) {
-    refuse(name, "is no whole number");
+    refuse(name, "is not a whole number");
   }
   return value;
 }
@@ -61,7 +62,7 @@ double Query::number(const std::string& name, double otherwise, double least, do
   const std::optional<std::string> text = this->text(name);
   double value = otherwise;
   if (text && (!parseNumber(*text, value) || !(value >= least) || value > most)) {
-    refuse(name, fmt::format("is no number from {} to {}", least, most));
+    refuse(name, fmt::format("is not a number from {} to {}", least, most));
   }
   return value;
 }

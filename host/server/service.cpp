@@ -141,7 +141,7 @@ const Service::Route& Service::routeOf(const Request& request) {
   if (!others.empty()) {
     throw Refused({405, "method", "use " + others});
   }
-  throw Refused({404, "unknown", "there is nothing at this path; see docs/api.md"});
+  throw Refused({404, "unknown", "there is no such path; see docs/api.md"});
 }
 
 void Service::handle(Request request, const Reply& reply) {
@@ -267,7 +267,7 @@ std::unique_ptr<Feed> Service::liveFeed(const Request& request) {
   }
   std::vector<std::size_t> columns = view_.cycleColumns(keysIn(query));
   if (columns.empty()) {
-    throw Refused({400, "invalid", "cycles write none of these", "?key"});
+    throw Refused({400, "invalid", "none of these is a command register or a sensor", "?key"});
   }
   return std::make_unique<CycleFeed>(view_.cycles(), std::move(columns), periodNs);
 }
@@ -275,7 +275,7 @@ std::unique_ptr<Feed> Service::liveFeed(const Request& request) {
 /// What `feedFor` refused.
 void Service::getLive(const Request& request, const Reply& /*reply*/) {
   (void)liveFeed(request);
-  throw Refused({400, "invalid", "these values are for a WebSocket"});
+  throw Refused({400, "invalid", "this path needs a WebSocket"});
 }
 
 std::unique_ptr<Feed> Service::feedFor(const Request& request) {
@@ -340,7 +340,8 @@ void Service::getRecordings(const Request& request, const Reply& reply) {
 void Service::postRecording(const Request& request, const Reply& reply) {
   const Query query(request, {});
   if (options_.ring == nullptr) {
-    throw Refused({404, "unknown", "there is no ring; begin with --record-ring SECONDS"});
+    throw Refused(
+        {404, "unknown", "there is no ring; start the machine with --record-ring SECONDS"});
   }
   const RingFiles::Granted granted = options_.ring->ask("request");
   if (!granted.file) {

@@ -138,7 +138,7 @@ class HttpSession : public Session, public std::enable_shared_from_this<HttpSess
     } else if (error == http::error::end_of_stream || error.category() != parseErrors()) {
       end();
     } else {
-      answer(refusal(400, "invalid", "no HTTP/1.1 request: " + error.message()));
+      answer(refusal(400, "invalid", "not an HTTP/1.1 request: " + error.message()));
     }
   }
 
@@ -171,7 +171,7 @@ class HttpSession : public Session, public std::enable_shared_from_this<HttpSess
     request_.isUpgrade = beast::websocket::is_upgrade(head);
     keepsAlive_ = head.keep_alive();
     if (!readTarget(text(head.target()), request_)) {
-      turnAway(refusal(400, "invalid", "the target is no path with a query"));
+      turnAway(refusal(400, "invalid", "the target is not a path with a query"));
       return;
     }
     const Credentials shown = credentials();
@@ -240,8 +240,10 @@ class HttpSession : public Session, public std::enable_shared_from_this<HttpSess
 
   void giveUpWaiting() {
     answer(turn_.giveUp()
-               ? refusal(408, "timeout", "its turn did not come in time; it is not done")
-               : refusal(504, "timeout", "the machine did not answer in time; it may still do it"));
+               ? refusal(408, "timeout",
+                         "the request waited too long for its turn; it is not executed")
+               : refusal(504, "timeout",
+                         "the machine did not answer in time; it may still execute the request"));
   }
 
   void answer(Answer answer) {

@@ -237,7 +237,7 @@ class Machine:
                 raise ConnectionLost("the machine ended before the motion did")
             self._saw(event)
             if event.kind == "missed":
-                raise ConnectionLost("too many events went by unread to tell what became of it")
+                raise ConnectionLost("too many events were missed, so the outcome is not known")
             if event.request in numbers and event.kind in counts:
                 counts[event.kind] += event.count or 0
                 by = event.by or by

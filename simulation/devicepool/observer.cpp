@@ -33,11 +33,11 @@ Descriptor openedPool(const PoolPlace& place) {
     throw Error("cannot read the device pool " + place.path + ": " + std::strerror(errno));
   }
   if (!S_ISREG(found.st_mode)) {
-    throw Error(place.path + " is no device pool");
+    throw Error(place.path + " is not a device pool");
   }
   if (found.st_uid != place.user && found.st_uid != 0) {
     throw Error(place.path + " belongs to user " + nameOfUser(found.st_uid) +
-                ", not to the one whose pool it would be");
+                ", not to the user in its name");
   }
   return pool;
 }
@@ -45,7 +45,7 @@ Descriptor openedPool(const PoolPlace& place) {
 std::size_t sizeOf(const Descriptor& pool, const std::string& path) {
   struct stat found {};
   if (fstat(pool.number(), &found) != 0 || found.st_size < off_t{sizeof(PoolRecord)}) {
-    throw Error(path + " is no complete device pool");
+    throw Error(path + " is not a complete device pool");
   }
   return static_cast<std::size_t>(found.st_size);
 }
@@ -83,7 +83,7 @@ struct Observer::View {
   [[nodiscard]] const T& recordAt(std::size_t offset) const {
     const std::size_t size = mapping.size();
     if (offset > size || size - offset < sizeof(T) || offset % alignof(T) != 0) {
-      throw Error("the device pool is damaged: it points out of itself");
+      throw Error("the device pool is damaged: it refers to data outside itself");
     }
     return *reinterpret_cast<const T*>(static_cast<const char*>(mapping.address()) + offset);
   }
@@ -138,7 +138,7 @@ struct Observer::View {
 
   void checkLayout(const std::string& path) {
     if (__atomic_load_n(&record().magic, __ATOMIC_ACQUIRE) != PoolRecord::expectedMagic) {
-      throw Error(path + " is no complete device pool");
+      throw Error(path + " is not a complete device pool");
     }
     if (record().layoutVersion != PoolRecord::expectedVersion) {
       throw Error(path + " has layout version " + std::to_string(record().layoutVersion) +

@@ -44,7 +44,7 @@ bool looksLikePool(const Descriptor& segment) {
 
 [[noreturn]] void refuseForeign(const std::string& path, const struct stat& found) {
   throw Error(path + " belongs to user " + nameOfUser(found.st_uid) +
-              (S_ISREG(found.st_mode) ? "" : " and is no device pool") +
+              (S_ISREG(found.st_mode) ? "" : " and is not a device pool") +
               "; choose another pool name");
 }
 
@@ -92,8 +92,8 @@ PoolPlace placeOfPool(const std::string& poolName) {
                          "yz0123456789._-") == std::string::npos;
   if (!legal) {
     throw Error("'" + poolName +
-                "' is no pool name: use 1 to 200 letters, digits, '.', '_' and '-', for another "
-                "user's pool behind his number and ':'");
+                "' is not a pool name: use 1 to 200 letters, digits, '.', '_' and '-'; for another "
+                "user's pool, UID:NAME");
   }
   place.path = "/dev/shm/torvex." + std::to_string(place.user) + "." + name;
   return place;
@@ -123,7 +123,7 @@ Segment::Segment(const std::string& poolName, std::size_t sizeBytes, std::option
   const PoolPlace place = placeOfPool(poolName);
   if (place.user != geteuid()) {
     throw Error("the device pool '" + poolName + "' is one of user " + nameOfUser(place.user) +
-                ", who alone can make it; leave out the number");
+                ", and only that user can create it; leave out the number");
   }
   path_ = place.path;
   // A process that starts at the same moment may win each attempt. It then owns the segment, which
@@ -181,7 +181,7 @@ void Segment::removeLeftover() {
     return;
   }
   if (!looksLikePool(existing)) {
-    throw Error(path_ + " is no device pool; choose another pool name");
+    throw Error(path_ + " is not a device pool; choose another pool name");
   }
   if (unlink(path_.c_str()) != 0 && errno != ENOENT) {
     refuseUnopened(path_, errno);

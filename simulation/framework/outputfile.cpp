@@ -158,7 +158,7 @@ struct OutputFile::Part {
     }
     takesPlace = true;
     if (isPartName(place.name)) {
-      refuseOutput("such names are those of parts of files");
+      refuseOutput("such names are reserved for partly written files");
     }
     if (place.exists) {
       checkReplaceable(place);

@@ -86,8 +86,9 @@ OutputPlace placeOf(const std::string& path) {
         refuseOutput(std::strerror(ELOOP));
       }
       if (!isTrusted(place.folder, place.present)) {
-        refuseOutput("the symbolic link '" + place.name +
-                     "' on its path is not of this user alone; name the place itself");
+        refuseOutput(
+            "the symbolic link '" + place.name +
+            "' on its path can be changed by another user; use the path that it points to");
       }
       rest.insert(0, targetOf(place.folder, place.name));
       if (rest[0] == '/') {

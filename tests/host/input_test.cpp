@@ -303,9 +303,9 @@ TEST(Check, SaysWhatIsLateOrBeyondTheLimits) {
     said += host::shown(finding, "warning").substr(few.temporary.path("m.yaml").size()) + "\n";
   }
   EXPECT_EQ(said,
-            ":2:67: warning: a is to be -1.5 at 3.000 s, below its minimum -1\n"
-            ":2:67: warning: a moves 3 a second to be -1 at 3.000 s, above its limit 2\n"
-            ":3:54: warning: a moves 2.769 a second to be 1.25 at 2.750 s, above its limit 2\n"
+            ":2:67: warning: a is commanded to -1.5 at 3.000 s, below its minimum -1\n"
+            ":2:67: warning: a moves 3 a second to reach -1 at 3.000 s, above its limit 2\n"
+            ":3:54: warning: a moves 2.769 a second to reach 1.25 at 2.750 s, above its limit 2\n"
             ":5:3: warning: 1 of 2 points late by 40 ms\n"
             ":6:5: warning: b moves 50.06 a second at 2.000 s, above its limit 2\n");
 }

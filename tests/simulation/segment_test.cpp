@@ -48,11 +48,11 @@ TEST(Pool, BelongsToOneMachineAndReplacesNoForeignFile) {
   std::ofstream(pathOf(temporary)).flush();
   EXPECT_EQ(machineRefusal(temporary.pool()), "accepted") << "an unfinished one";
   std::ofstream(pathOf(temporary)) << std::string(4096, 'x');
-  EXPECT_PRED_FORMAT2(IsSubstring, "is no device pool", machineRefusal(temporary.pool()));
+  EXPECT_PRED_FORMAT2(IsSubstring, "is not a device pool", machineRefusal(temporary.pool()));
   EXPECT_TRUE(temporary.poolExists());
   unlink(pathOf(temporary).c_str());
   for (const char* name : {"a/b", "1:", ":a", "-1:a", "99999999999:a", "1:2:a"}) {
-    EXPECT_PRED_FORMAT2(IsSubstring, "is no pool name", machineRefusal(name)) << name;
+    EXPECT_PRED_FORMAT2(IsSubstring, "is not a pool name", machineRefusal(name)) << name;
   }
 }
 
@@ -95,7 +95,7 @@ TEST(Observer, ChecksWhatItOpens) {
   };
   expectComplaint(pool.record->layoutVersion, "has layout version 99");
   expectComplaint(pool.record->sizeBytes, "instead of 99");
-  expectComplaint(pool.record->magic, "is no complete device pool");
+  expectComplaint(pool.record->magic, "is not a complete device pool");
 }
 
 TEST(Observer, CopiesTheValuesOfOneCycle) {
@@ -181,7 +181,7 @@ TEST(Observer, SurvivesForgedPools) {
     if (round % 64 == 0) {
       unlink(pathOf(temporary).c_str());
       ASSERT_EQ(mkfifo(pathOf(temporary).c_str(), 0600), 0);
-      EXPECT_PRED_FORMAT2(IsSubstring, "is no device pool",
+      EXPECT_PRED_FORMAT2(IsSubstring, "is not a device pool",
                           refusal([&] { (void)readAll(temporary.pool()); }));
       unlink(pathOf(temporary).c_str());
     }

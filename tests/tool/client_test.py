@@ -216,7 +216,7 @@ class Client(DoorTest):
         with self.served(machine=machine):
             nod = subprocess.Popen([sys.executable, root / "examples/python/nod.py", "humanoid"],
                                    env=environment, text=True, stdout=subprocess.PIPE)
-            self.assertIn("stands at", nod.stdout.readline())
+            self.assertIn("is at", nod.stdout.readline())
             self.assertIn("3 of 3 points reached", nod.stdout.readline())
             nod.send_signal(signal.SIGINT)
             self.assertEqual(nod.wait(10), 0)

@@ -344,7 +344,7 @@ class Door(DoorTest):
     def test_is_one_door_and_outlives_a_kill(self):
         with self.served() as first:
             said = self.said(2, "serve", "m.yaml", "--pool", self.pool + "-2")
-            self.assertIn("a running machine has this door", said)
+            self.assertIn("a running machine uses this socket", said)
             first.kill()
             first.wait()
         write("torvex/m.token", "0123456789abcdef\n")
@@ -352,10 +352,10 @@ class Door(DoorTest):
         with self.served("--http", free_port(), "--token-file", "torvex/m.token"):
             self.assertEqual(self.asked("GET", "/v1/health")[0], 200)
         self.assertEqual(os.listdir("torvex"), ["m.token"])
-        self.assertIn("m.token: lies here already",
+        self.assertIn("m.token: exists already",
                       self.said(2, "serve", "m.yaml", "--pool", self.pool, "--http", free_port()))
         write("torvex/m.lock", "notes")
-        self.assertIn("m.lock: is no lock", self.said(2, "serve", "m.yaml", "--pool", self.pool))
+        self.assertIn("m.lock: is not the lock", self.said(2, "serve", "m.yaml", "--pool", self.pool))
         os.unlink("torvex/m.lock")
         os.unlink("torvex/m.token")
         os.rename("torvex", "real")
@@ -626,10 +626,10 @@ class Door(DoorTest):
                              ("request", file["machine_ms"], True, True))
             self.assertEqual(info["events"]["held"], 1)
             self.assertTrue(any(topic["topic"] == "m/journal" and topic["messages"] for topic in info["topics"]))
-            self.assertIn("begins in the midst of a run", self.said(2, "replay", path))
+            self.assertIn("begins in the middle of a run", self.said(2, "replay", path))
             self.assertEqual(self.reason("POST", "/v1/recordings"), (429, "too_often", ""))
             process.send_signal(signal.SIGTERM)
-            self.assertIn("1 request to write the ring not granted", process.stdout.read())
+            self.assertIn("1 request to write the ring refused", process.stdout.read())
         with self.served("--record-ring", "1", "--record-folder", "last") as process:
             process.send_signal(signal.SIGUSR1)
             process.send_signal(signal.SIGTERM)

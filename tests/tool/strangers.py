@@ -112,8 +112,8 @@ class Strangers(ToolTest):
         self.kill_a_run(user=nobody, umask=0o277)
         self.expect(0, "cycles   ")
         his = ("--pool", f"{nobody}:{self.pool}")
-        self.assertIn("runs no more", self.said(2, "watch", "--once", *his))
-        self.assertIn("who alone can make it", self.said(2, "run", "m.yaml", "t.yaml", *his))
+        self.assertIn("no longer runs", self.said(2, "watch", "--once", *his))
+        self.assertIn("only that user can create it", self.said(2, "run", "m.yaml", "t.yaml", *his))
         self.expect(0, "in place of one", user=nobody)
         self.assertFalse(self.pool_exists())
 

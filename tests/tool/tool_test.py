@@ -162,17 +162,17 @@ class Tool(ToolTest):
     def test_says_what_the_limits_change_as_check_words_it(self):
         for actuator, points, finding, target, command, verdict in (
                 ("type: 7, minimum: -0.5, maximum: 0.5, maximum_velocity: 1", [(0.9, 0.1)],
-                 "m.yaml:3:3: KIND: a is to be 0.9 at 0.100 s, above its maximum 0.5\n",
+                 "m.yaml:3:3: KIND: a is commanded to 0.9 at 0.100 s, above its maximum 0.5\n",
                  0.9, 0.5, "limited"),
                 ("type: 7, maximum_velocity: 1", [(0, 0), (5, 0.1)],
-                 "m.yaml:4:3: KIND: a moves 50 a second to be 5 at 0.100 s, above its limit 1\n",
+                 "m.yaml:4:3: KIND: a moves 50 a second to reach 5 at 0.100 s, above its limit 1\n",
                  5, 5, "reached"),
                 ("type: 7, law: step, maximum: 10", [("1e9", 0)],
-                 "m.yaml:3:3: KIND: a is to be 1e+09 at 0.000 s, above its maximum 10\n",
+                 "m.yaml:3:3: KIND: a is commanded to 1e+09 at 0.000 s, above its maximum 10\n",
                  1e9, 10, "limited"),
                 ("type: 1", [(16777217, 0)], "", 16777217, 16777217, "reached"),
                 ("type: 1, maximum: 16777217", [(16777218, 0)],
-                 "m.yaml:3:3: KIND: a is to be 16777218 at 0.000 s, above its maximum 16777217\n",
+                 "m.yaml:3:3: KIND: a is commanded to 16777218 at 0.000 s, above its maximum 16777217\n",
                  16777218, 16777217, "limited")):
             files = write("r.yaml", f"actuators: [{{name: a, {actuator}}}]\n"), motion_of(*points)
             warning = finding.replace("KIND", "warning")

@@ -121,7 +121,7 @@ std::string programPath() {
 /// Becomes the bridge.
 int bridgeTo(const BridgeOptions& options) {
   if (options.network != "ros2") {
-    complain("torvex: error: there is a bridge to ros2 alone, not to '" + visible(options.network) +
+    complain("torvex: error: there is only a bridge to ros2, not to '" + visible(options.network) +
              "'\n");
     return badInputStatus;
   }
@@ -138,7 +138,7 @@ int bridgeTo(const BridgeOptions& options) {
   complain(
       errno == ENOENT
           ? std::string("torvex: error: the bridge was not built: install the Debian packages "
-                        "cyclonedds-dev and cyclonedds-tools, and build anew\n")
+                        "cyclonedds-dev and cyclonedds-tools, and build again\n")
           : fmt::format("torvex: error: {} cannot be started: {}\n", path, std::strerror(errno)));
   return badInputStatus;
 }

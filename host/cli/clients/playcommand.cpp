@@ -104,7 +104,7 @@ void follow(Player& player, EventLines& events, const Json& answer, Played& play
     for (std::optional<Json> event = events.next(lookEveryMs); event; event = events.next(0)) {
       player.renew();
       if (textOf(*event, "kind") == "missed") {
-        throw DoorClosed("too many events went by unread to tell what became of the motion");
+        throw DoorClosed("too many events were missed, so the outcome of the motion is not known");
       }
       if (memberOf(*event, "request") == memberOf(answer, "request")) {
         played.note(*event);
@@ -121,7 +121,7 @@ void follow(Player& player, EventLines& events, const Json& answer, Played& play
 
 int conclude(const Played& played) {
   if (const int signal = StopSignal::received()) {
-    complain(fmt::format("torvex: stopped by signal {}; the actuators come to rest\n", signal));
+    complain(fmt::format("torvex: stopped by signal {}; the actuators ramp to rest\n", signal));
     return signalStatus + signal;
   }
   say(fmt::format("reached: {} of {}\n", played.reached, counted(played.points, "point")));

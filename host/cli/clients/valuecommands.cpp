@@ -108,7 +108,7 @@ int setValue(const SetOptions& options) {
   }
   if (textOf(axis, "interpolation") != "step") {
     throw UserError(options.key, {},
-                    fmt::format("moves on the way between points; use 'torvex send {} {}@SECONDS'",
+                    fmt::format("has linear interpolation; use 'torvex send {} {}@SECONDS'",
                                 options.key, options.value));
   }
   const Json item = {{"time", 0}, {"value", numberJson(number)}};

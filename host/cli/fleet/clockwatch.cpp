@@ -15,7 +15,7 @@ std::int64_t stampIn(const Json& answer, const char* member) {
   const Json& stamp = memberOf(answer, member);
   if (!stamp.is_number_integer() || stamp.get<std::int64_t>() > most ||
       stamp.get<std::int64_t>() < -most) {
-    throw NoMachine(std::string("the machine tells no clock: ") + member + " is missing");
+    throw NoMachine(std::string("the machine's answer is not a clock: ") + member + " is missing");
   }
   return stamp.get<std::int64_t>();
 }
@@ -39,7 +39,7 @@ void ClockWatch::ask(DoorClient& door) {
   if (cycleMs < 1 || cycleMs > mostCycleMs || std::abs(machineMs) > mostMachineMs ||
       exchange.sentNs < exchange.receivedNs ||
       exchange.sentNs - exchange.receivedNs > tookNs + 2 * ClockFilter::driftNs(tookNs)) {
-    throw NoMachine("the machine tells a clock that cannot be: its cycle or its stamps are wrong");
+    throw NoMachine("the machine's clock is invalid: its cycle or its stamps are wrong");
   }
   machineMs_ = machineMs;
   machineZeroNs_ = stampIn(answer, "machine_zero_ns");

@@ -96,7 +96,7 @@ Json demand(DoorClient& door, const char* target, const Json& body) {
   try {
     return door.post(target, body);
   } catch (const DoorClosed& closed) {
-    throw DoorClosed(fmt::format("{}: whether it does so is not known", closed.what()));
+    throw DoorClosed(fmt::format("{}: it is not known whether it did so", closed.what()));
   }
 }
 
@@ -119,7 +119,7 @@ int stop(const Fleet& fleet) {
 int runAction(const FleetOptions& options) {
   const std::vector<std::string> actions = {"ps", "play", "hold", "release", "stop"};
   if (std::find(actions.begin(), actions.end(), options.action) == actions.end()) {
-    complain(fmt::format("torvex: error: a fleet has no '{}'{}: ps, play, hold, release or stop\n",
+    complain(fmt::format("torvex: error: ACTION is '{}'; use ps, play, hold, release or stop{}\n",
                          visible(options.action), didYouMean(options.action, actions)));
     return badInputStatus;
   }
@@ -178,7 +178,7 @@ void addFleetCommand(CLI::App& app, Command& chosen) {
             [options](const std::string& text) {
               options->play.atSeconds = positiveNumber("--at", text);
               if (options->play.atSeconds > 1e6) {
-                refuseOption("--at", "more than 1000000 seconds ahead");
+                refuseOption("--at", "the start is more than 1000000 seconds ahead");
               }
             });
   addFlag(command, "--ignore-unknown-joints", options->play.ignoreUnknownJoints,

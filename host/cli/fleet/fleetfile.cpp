@@ -77,7 +77,7 @@ void readDoor(const Document& document, const Document::Fields& fields, const No
   if (isTcp != (fields.count("token_file") != 0)) {
     document.report(isTcp ? node : fields.at("token_file"),
                     isTcp ? "tcp needs token_file, the file with the token of the machine's door"
-                          : "token_file is for tcp alone");
+                          : "token_file is only for tcp");
   }
   if (!isTcp && machine.door.socketPath.empty()) {
     machine.door.socketPath = fmt::format("{}/{}.sock", doorFolder(), machine.name);
@@ -105,7 +105,7 @@ void refuseSameDoor(const Document& document, const Node& node, const FleetMachi
   const std::string door = machine.door.text();
   for (const FleetMachine& each : fleet.machines) {
     if (each.door.text() == door) {
-      document.fail(node, fmt::format("'{}' and '{}' are one machine, with the door {}",
+      document.fail(node, fmt::format("'{}' and '{}' are the same machine, with the door {}",
                                       visible(each.name), visible(machine.name), visible(door)));
     }
   }
@@ -119,7 +119,7 @@ void readMachine(const Document& document, const Node& node, std::set<std::strin
   const Node& name = document.required(fields, node, "name");
   machine.name = document.name(name, "name");
   if (machine.name.find_first_of("/=") != std::string::npos) {
-    document.fail(name, "the name of a machine has neither '/' nor '='");
+    document.fail(name, "the name of a machine must not contain '/' or '='");
   }
   if (!known.insert(machine.name).second) {
     document.fail(name, fmt::format("a second machine is named '{}'", visible(machine.name)));

@@ -55,8 +55,8 @@ class FleetFollower {
     if (mark.overruns && view.aliveNs > startNs_ + longestCycleNs({view.clock})) {
       if (view.overruns > *mark.overruns) {
         complain(fmt::format(
-            "torvex: warning: {}: passed over {} while the start was near: it may "
-            "have begun as many later\n",
+            "torvex: warning: {}: skipped {} near the start: it may have begun as many cycles "
+            "late\n",
             visible(member.name()),
             counted(static_cast<std::uint64_t>(view.overruns - *mark.overruns), "cycle")));
       }
@@ -73,8 +73,8 @@ class FleetFollower {
     }
     mark.isSilenceSaid = true;
     complain(
-        fmt::format("torvex: {}: {}: has not answered for {} ms, since before the start: "
-                    "whether it has begun is not known\n",
+        fmt::format("torvex: {}: {}: has not answered for {} ms, since before the start: it is not "
+                    "known whether it has begun\n",
                     allOrNone_ ? "error" : "warning", visible(member.name()), silentNs / nsPerMs));
     if (allOrNone_) {
       holdAll();
@@ -84,12 +84,12 @@ class FleetFollower {
   void noteLoss(const Member& member, const Member::View& view, StartMark& mark) {
     std::string what;
     if (view.phase == Member::Phase::gone && lost_.insert(member.name()).second) {
-      what = "lost: its actuators come to rest when its lease ends";
+      what = "lost: its actuators ramp to rest when its lease ends";
       complain(shown(member.name(), view.outcome));
     } else if (view.played.isDisturbed() && lost_.insert(member.name()).second) {
-      what = "it does not do all of its motion: " + view.played.shortfall();
+      what = "it does not execute all of its motion: " + view.played.shortfall();
     } else if (view.phase == Member::Phase::committed && view.machineZeroNs != mark.zeroNs) {
-      what = fmt::format("machine time stood still for {:g} ms: it is not in step any more",
+      what = fmt::format("machine time was paused for {:g} ms: it is no longer in step",
                          static_cast<double>(view.machineZeroNs - mark.zeroNs) / 1e6);
       mark.zeroNs = view.machineZeroNs;
     }
@@ -108,7 +108,7 @@ class FleetFollower {
     if (!isHeld_) {
       isHeld_ = true;
       std::for_each(members_.begin(), members_.end(), [](Member& member) { member.hold(); });
-      complain("torvex: all_or_none: the other machines are to be held\n");
+      complain("torvex: all_or_none: holding the other machines\n");
     }
   }
 
@@ -123,8 +123,8 @@ class FleetFollower {
       }
       if (!ending.hasLeft) {
         complain(
-            fmt::format("torvex: warning: {}: has not answered the end; its lease, and the end "
-                        "of the connection, end it there\n",
+            fmt::format("torvex: warning: {}: has not confirmed the end of its motion; the end of "
+                        "its lease or of the connection ends it\n",
                         visible(member.name())));
       }
     }
@@ -134,7 +134,7 @@ class FleetFollower {
     dismiss(members_);
     sayWhoHasNotLeft();
     if (const int signal = StopSignal::received()) {
-      complain(fmt::format("torvex: stopped by signal {}; the actuators come to rest\n", signal));
+      complain(fmt::format("torvex: stopped by signal {}; the actuators ramp to rest\n", signal));
       status_ = signalStatus + signal;
     }
     for (const Member& member : members_) {

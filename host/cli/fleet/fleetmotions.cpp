@@ -40,7 +40,8 @@ std::vector<std::vector<std::string>> motionsOf(const Fleet& fleet,
     }
   }
   if (std::all_of(motions.begin(), motions.end(), [](const auto& each) { return each.empty(); })) {
-    throw UserError("MOTION", {}, "nothing is to be played: name motions, here or in the file");
+    throw UserError("MOTION", {},
+                    "there is nothing to play: name motions here, or in the fleet file");
   }
   return motions;
 }

@@ -165,7 +165,7 @@ class FleetPlay {
     }
     const std::int64_t untilNs = wishedNs() - beforeNs - 2 * readingMs * nsPerMs;
     if (bootNs() < untilNs) {
-      complain(fmt::format("ready    the moment is chosen in {:.1f} s\n",
+      complain(fmt::format("ready    the time of the start is chosen in {:.1f} s\n",
                            inMs(untilNs - bootNs()) / 1000.0));
     }
     while (bootNs() < untilNs && areInStep()) {
@@ -225,9 +225,9 @@ class FleetPlay {
   bool chooseStart() {
     const std::int64_t soonestNs = soonest();
     if (options_.atSeconds > 0 && wishedNs() < soonestNs) {
-      fault_ =
-          fmt::format("torvex: error: --at must be at least {:.3f}: before, not all are ready\n",
-                      inMs(soonestNs - askedNs_) / 1000.0);
+      fault_ = fmt::format(
+          "torvex: error: --at must be at least {:.3f}: not all machines are ready earlier\n",
+          inMs(soonestNs - askedNs_) / 1000.0);
       status_ = shortfallStatus;
       return false;
     }
@@ -247,7 +247,7 @@ class FleetPlay {
     if (gapNs > longestCycleNs(clocks)) {
       const std::size_t least = leastKnown(clocks);
       blame(members_[least].name(),
-            fmt::format("its clock is known to within {:.3f} ms alone: the machines would begin up "
+            fmt::format("its clock is known only to within {:.3f} ms: the machines would begin up "
                         "to {:.3f} ms apart, more than a cycle of {:g} ms",
                         inMs(clocks[least].boundNs), inMs(gapNs), inMs(longestCycleNs(clocks))));
     }
@@ -300,10 +300,10 @@ class FleetPlay {
       if (!ending.beginsNothing) {
         isSure = false;
         complain(fmt::format("torvex: error: {}: {}\n", visible(member.name()),
-                             ending.hasLeft ? "was cancelled too late: it may have begun, and "
-                                              "comes to rest"
-                                            : "has not answered the cancellation: it may begin, "
-                                              "until its lease or its connection ends"));
+                             ending.hasLeft
+                                 ? "was cancelled too late: it may have begun, and ramps to rest"
+                                 : "has not answered the cancellation: it may begin, "
+                                   "until its lease or its connection ends"));
       }
     }
     complain(isSure ? "torvex: cancelled on all machines: nothing begins\n"

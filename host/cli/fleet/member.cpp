@@ -190,7 +190,7 @@ void Member::send() {
   played_ = Played();
   (void)keysIn(answer_, played_);
   if (numberOf(answer_, "machine_ms") >= atMs_) {
-    throw DoorClosed("the motions came behind the moment at which they were to begin");
+    throw DoorClosed("the motions arrived after the time at which they were to begin");
   }
   isToBeTold_ = true;
   renew();
@@ -214,7 +214,7 @@ void Member::follow() {
 
 void Member::note(const Json& event) {
   if (textOf(event, "kind") == "missed") {
-    throw DoorClosed("too many events went by unread to tell what became of the motion");
+    throw DoorClosed("too many events were missed, so the outcome of the motion is not known");
   }
   if (memberOf(event, "request") == memberOf(answer_, "request")) {
     played_.note(event);
@@ -264,7 +264,7 @@ void Member::renew() {
   constexpr std::int64_t leastMs = 50;
   const std::int64_t lengthMs = leaseMs();
   if (lengthMs < leastMs) {
-    throw DoorClosed("it was not told in time to begin");
+    throw DoorClosed("the order to begin came too late");
   }
   renewedNs_ = bootNs();
   door_->post(fmt::format("/v1/commanders/{}/renew", key_), Json{{"lease_ms", lengthMs}});

@@ -59,7 +59,7 @@ std::vector<Point> pointsOf(const Json& json, const simulation::Actuator& actuat
     constexpr double mostMs = 1e15;
     const auto timeMs = each.at("machine_ms").get<std::int64_t>();
     if (std::abs(static_cast<double>(timeMs)) > mostMs) {
-      throw RecordingFault("a time of an event is beyond all bounds");
+      throw RecordingFault("a time of an event is out of range");
     }
     point.timeMs = timeMs;
     if (valueType(actuator.typeCode) == ValueType::real) {

@@ -85,8 +85,8 @@ ReplayedMachine readReplayedMachine(const std::string& path) {
   }
   if (!machine.head.beginsAtStart()) {
     throw UserError(path, {},
-                    "is of a ring and begins in the midst of a run, so it cannot be replayed; "
-                    "record all of a run with --record");
+                    "is a file of the ring and begins in the middle of a run, so it cannot be "
+                    "replayed; record a whole run with --record");
   }
   if (!machine.head.journal) {
     throw UserError(path, {},
@@ -99,7 +99,7 @@ ReplayedMachine readReplayedMachine(const std::string& path) {
                                 *machine.head.journal, journalVersion));
   }
   if (files.empty() || machine.head.cycleMs < 1) {
-    throw UserError(path, {}, "does not hold the description of its machine");
+    throw UserError(path, {}, "does not have the description of its machine");
   }
   machine.model = machineOf(files);
   return machine;
@@ -110,7 +110,7 @@ Replay::Replay(const std::string& path, const ReplayedMachine& machine, Torvex& 
   std::vector<std::string> columns = torvex.columnNames();
   std::transform(columns.begin(), columns.end(), columns.begin(), visible);
   if (columns != head_.columns) {
-    throw UserError(path, {}, "has other columns than its machine would have with this torvex");
+    throw UserError(path, {}, "has other columns than its machine has with this version of torvex");
   }
   torvex.followJournal();
 }
@@ -170,13 +170,13 @@ void Replay::take(const std::vector<double>& row) {
   const auto timeMs = static_cast<std::int64_t>(row[0]);
   for (std::uint64_t missing = 0; torvex_.engine().timeMs() < timeMs; ++missing) {
     if (missing > fewMissing && missing - fewMissing > dropped_) {
-      throw End{
-          fmt::format("more rows are missing before machine time {} ms than it tells of", timeMs)};
+      throw End{fmt::format(
+          "more rows are missing before machine time {} ms than the recording reports", timeMs)};
     }
     step();
   }
   if (torvex_.engine().timeMs() != timeMs) {
-    throw End{fmt::format("the row of machine time {} ms is of no cycle", timeMs)};
+    throw End{fmt::format("the row of machine time {} ms belongs to no cycle", timeMs)};
   }
   compare(row);
 }
@@ -195,13 +195,13 @@ void Replay::step() {
   }
   const std::int64_t stepMs = nextMs - nowMs;
   if (stepMs <= 0 || stepMs > longestStepMs || stepMs % head_.cycleMs != 0) {
-    throw End{fmt::format("the cycle after machine time {} ms is not as it can be", nowMs)};
+    throw End{fmt::format("the cycle after machine time {} ms is invalid", nowMs)};
   }
   if (!(*goesOn_)(nextMs)) {
     throw End{};
   }
   if (!torvex_.replayCycle(entries, nextMs)) {
-    throw End{fmt::format("the machine does not come to machine time {} ms", nextMs)};
+    throw End{fmt::format("the machine does not reach machine time {} ms", nextMs)};
   }
   ++result_.cycles;
 }
