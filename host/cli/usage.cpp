@@ -23,6 +23,8 @@ UsageOption usageOption(const CLI::Option& option) {
   if (usage.isArgument && usage.choices().empty()) {
     usage.type.clear();
   }
+  usage.isRepeatable =
+      !usage.isArgument && option.get_multi_option_policy() == CLI::MultiOptionPolicy::TakeAll;
   usage.what = option.get_description();
   usage.otherwise = option.get_default_str();
   return usage;
@@ -45,6 +47,15 @@ std::vector<std::string> UsageOption::choices() const {
     found.push_back(part);
   }
   return found;
+}
+
+bool UsageOption::takesPath() const {
+  return takesFolder() || type.find("FILE") != std::string::npos ||
+         type.find("PATH") != std::string::npos;
+}
+
+bool UsageOption::takesFolder() const {
+  return type == "DIR";
 }
 
 std::vector<UsageCommand> usageOf(const CLI::App& app) {

@@ -18,9 +18,13 @@ struct UsageOption {
   std::string what;
   std::string otherwise;
   bool isArgument = false;
+  bool isRepeatable = false;
 
   /// What may follow, where the type lists it.
   [[nodiscard]] std::vector<std::string> choices() const;
+  /// The value is the path of a file or a folder.
+  [[nodiscard]] bool takesPath() const;
+  [[nodiscard]] bool takesFolder() const;
 };
 
 struct UsageCommand {

@@ -1,4 +1,4 @@
-"""Commands machines that `torvex serve` keeps alive, with the standard library alone.
+"""Commands machines that run under `torvex serve`. It needs only the standard library.
 
     import torvex
 
@@ -6,8 +6,8 @@
     machine.send("head_yaw", [(0.5, 0.3), (1.0, 0.0)])
     print(machine["head_yaw/Value"])
 
-Times are seconds from now, values are in the unit of the actuator (rad, m, or its own). What the
-machine refuses is raised as `Refused`, with its reason.
+Times are seconds from now, values are in the unit of the actuator (rad, m, or its own). If the
+machine refuses a request, `Refused` is raised, with the reason.
 """
 
 from .commander import Commander

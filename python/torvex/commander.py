@@ -15,15 +15,15 @@ from .machine import Machine, Outcome, Taken
 
 
 class Commander(Machine):
-    """Owns axes while its `with` block goes on: until it ends, nobody of lower or equal priority
-    commands them. Any method of `Machine` may be called on it.
+    """Owns axes during its `with` block: nobody else commands them, except a commander of higher
+    priority. It has all methods of `Machine`.
 
-    The machine takes the axes back `lease` seconds after the last renewal, and then does what
-    `on_loss` says: it stops them, or lets what waits run out. Each call renews, and so does
-    `alive()`; a thread sends the renewals, but only while the block makes calls, so that a block
-    that hangs loses its axes after at most 1.5 leases. Where it waits for points, that is progress.
-    At the end of the block they are given back at once: call `wait()` for what was sent to be
-    reached first.
+    The machine takes the axes back `lease` seconds after the last renewal. `on_loss` sets what
+    happens then: "stop" ramps them to rest, "run_out" lets the waiting points run out. Each call
+    renews the lease, and so does `alive()`. A thread sends the renewals, but only while the block
+    makes calls or waits for points. So a block that hangs loses its axes after at most 1.5 leases.
+    At the end of the block the axes are given back at once, and the waiting points are cleared:
+    call `wait()` first, if they are to be reached.
     """
 
     def __init__(self, door: Door, axes: list[str] | str, *, lease: float, priority: int,
@@ -69,7 +69,7 @@ class Commander(Machine):
         self.close()
 
     def alive(self) -> None:
-        """Says that the block still makes progress. Raises what ended the lease, if anything."""
+        """The block still makes progress. Raises the error that ended the lease, if any."""
         self._progressed()
         if self.lost is None and time.monotonic() - self._renewed > self._lease / 2:
             self._send_renewal()
@@ -77,7 +77,7 @@ class Commander(Machine):
             raise self.lost
 
     def wait(self) -> Outcome:
-        """Waits until each point sent so far was reached, or what else became of it."""
+        """Waits until each point sent so far was reached, cleared or refused."""
         sent, self._sent = self._sent, []
         with self.events(self._since) as events:
             return self._follow(sent, events)

@@ -10,18 +10,18 @@ class TorvexError(Exception):
 
 
 class NotRunning(TorvexError):
-    """No machine answers there."""
+    """No machine runs at this address."""
 
 
 class ConnectionLost(TorvexError):
-    """The machine ended, or its door closed, before it had answered. Whether it took what was
-    asked is not known: its events would tell."""
+    """The machine ended, or closed the connection, before it answered. Whether it took the request
+    is not known; its events tell."""
 
 
 class Refused(TorvexError):
-    """The machine refused a request, all of it. `reason` is one of its words (`owned`, `held`,
-    `guard`, `full`, `too_fast`, ...), `path` the field that it is about, `status` that of HTTP;
-    the others are None where they do not concern the reason."""
+    """The machine refused a whole request. `reason` is one of `owned`, `held`, `guard`, `full`,
+    `too_fast` and the others of docs/api.md, `path` the field with the fault, `status` the status
+    of HTTP. The others are None if they do not apply to the reason."""
 
     def __init__(self, status: int, error: dict[str, Any]) -> None:
         self.status = status

@@ -1,4 +1,4 @@
-"""What becomes of commands."""
+"""The outcome of commands."""
 
 from __future__ import annotations
 
@@ -12,9 +12,9 @@ from .door import Stream
 
 @dataclass(frozen=True)
 class Event:
-    """One event. `kind` is the machine's word: taken, reached, cleared, late, limited, refused,
-    guarded, held, ...; a field that does not concern the kind is None. Times are milliseconds of
-    machine time. `fields` has all of it, as the machine sent it."""
+    """One event. `kind` is one of those of docs/api.md: taken, reached, cleared, late, limited,
+    refused, guarded, held, ... Fields that do not apply to the kind are None. Times are
+    milliseconds of machine time. `fields` has all fields, as the machine sent them."""
 
     number: int
     kind: str
@@ -36,8 +36,8 @@ class Event:
 
 
 class Events(Iterator[Event]):
-    """Events as they come; ends with the machine. Whoever does not read it to its end closes it,
-    or uses it in a `with` block, so that an interrupt by the keyboard is never lost."""
+    """Events as they arrive, until the machine ends. If you do not read to the end, close it or use
+    it in a `with` block; otherwise a keyboard interrupt could be lost."""
 
     def __init__(self, stream: Stream) -> None:
         self._stream = stream
@@ -55,5 +55,5 @@ class Events(Iterator[Event]):
         self.close()
 
     def close(self) -> None:
-        """Ends the connection; nothing comes any more."""
+        """Closes the connection; no more events arrive."""
         self._stream.close()

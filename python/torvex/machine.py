@@ -1,4 +1,4 @@
-"""A machine that runs, as a client sees it."""
+"""A running machine, as a client sees it."""
 
 from __future__ import annotations
 
@@ -19,10 +19,10 @@ Value = float | int | str | None
 
 @dataclass(frozen=True)
 class Axis:
-    """One actuator. Limits are None where there are none; `maximum_velocity` is in units a
-    second; `interpolation` is linear or step; `joint` and `kind` (revolute, continuous, prismatic)
-    are those of the URDF; `owner`, `held`, `waiting` and `counts` (points = reached + cleared +
-    refused + waiting; of these late, limited) are as they were when asked."""
+    """One actuator. A missing limit is None; `maximum_velocity` is in units per second;
+    `interpolation` is linear or step; `joint` and `kind` (revolute, continuous, prismatic) are
+    those of the URDF; `owner`, `held`, `waiting` and `counts` (points = reached + cleared +
+    refused + waiting; also late and limited) are as at the time of the request."""
 
     name: str
     key: str
@@ -42,8 +42,8 @@ class Axis:
 
 @dataclass(frozen=True)
 class Taken:
-    """What the machine took: `request` is the number that events of it carry (None for a dry
-    run), the others count points. `batches` has the answer for each batch and axis."""
+    """What the machine took. `request` is its number in events (None for a dry run and for
+    immediate stops). The others count points. `batches` has the answer for each batch and axis."""
 
     request: int | None
     points: int
@@ -52,12 +52,12 @@ class Taken:
     batches: list[dict[str, Any]] = field(repr=False)
 
     def axes(self) -> set[str]:
-        """The names of the actuators that it concerns."""
+        """The names of its actuators."""
         return {_name(axis["key"]) for batch in self.batches for axis in batch["axes"]}
 
     @staticmethod
     def from_answer(answer: dict[str, Any]) -> Taken:
-        """From what the machine answered."""
+        """From an answer of the machine."""
         axes = [axis for batch in answer["batches"] for axis in batch["axes"]]
         points, late, limited = (sum(axis[name] for axis in axes)
                                  for name in ("points", "late", "limited"))
@@ -66,8 +66,8 @@ class Taken:
 
 @dataclass(frozen=True)
 class Outcome:
-    """What became of the points of a request, each of which is counted once. `by` tells who
-    cleared the latest of those that were cleared: batch, stop, hold, commander, guard, others."""
+    """The outcome of the points of a request; each point is counted once. `by` tells what cleared
+    the latest of the cleared points: batch, stop, hold, commander, guard, others."""
 
     points: int
     reached: int
@@ -77,10 +77,10 @@ class Outcome:
 
 
 class Machine:
-    """Commands one machine and reads its values. Any thread; requests take turns.
+    """Commands one machine and reads its values. Any thread; one request at a time.
 
-    Each method raises `Refused` where the machine refuses, `NotRunning` and `ConnectionLost` where
-    it does not answer. Commands are taken on axes that nobody owns: `command` makes an owner.
+    Each method raises `Refused` if the machine refuses, and `NotRunning` or `ConnectionLost` if it
+    does not answer. Commands are taken only on axes that nobody owns. To own axes, use `command`.
     """
 
     def __init__(self, door: Door) -> None:
@@ -92,7 +92,7 @@ class Machine:
         return str(self.describe()["name"])
 
     def describe(self) -> dict[str, Any]:
-        """All that the machine says of itself, as `GET /v1/machine` has it."""
+        """The answer to `GET /v1/machine`."""
         return dict(self._door.ask("GET", "/v1/machine"))
 
     def axes(self) -> dict[str, Axis]:
@@ -102,16 +102,16 @@ class Machine:
                 for axis in self.describe()["axes"]}
 
     def __getitem__(self, key: str) -> Value:
-        """The present value of an attribute: a number, a text, None where it holds none. Raises
-        `KeyError` where the machine has no such key."""
+        """The present value of an attribute: a number, a text, or None if it has no value. Raises
+        `KeyError` if the machine has no such key."""
         values = self.values(key)
         if len(values) != 1:
-            raise KeyError(f"{key} is a pattern; ask for values()")
+            raise KeyError(f"{key} is a pattern; use values()")
         return next(iter(values.values()))
 
     def values(self, *keys: str) -> dict[str, Value]:
-        """Values of one cycle by full key, of these keys and patterns (`*/Value`); without any,
-        of all attributes. Raises `KeyError` for a key that the machine does not have."""
+        """Values of one cycle, by full key: of these keys and patterns (`*/Value`), by default of
+        all attributes. Raises `KeyError` for a key that the machine does not have."""
         try:
             return dict(self._door.ask("GET", "/v1/values", query={"key": keys})["values"])
         except Refused as error:
@@ -122,9 +122,10 @@ class Machine:
     def send(self, axis: str, points: Iterable[Point], mode: str = "merge", *,
              at: float | None = None, interpolation: str | None = None,
              dry_run: bool = False) -> Taken:
-        """Commands one actuator: points of (seconds from now, value), in rising time. `mode` says
-        what becomes of points that wait (merge, replace, clear_after, clear_before); with `at`,
-        machine time in seconds, the batch counts from then. `dry_run` answers and does nothing."""
+        """Commands one actuator: points of (seconds from now, value), in rising time. `mode` sets
+        what happens to the waiting points (merge, replace, clear_after, clear_before). With `at`,
+        machine time in seconds, the batch is handed over then and its times count from then.
+        `dry_run` only answers and changes nothing."""
         items = [{"time": time, "value": value} for time, value in points]
         batch = {"key": axis if axis.endswith("/Value") else f"{axis}/Value", "items": items,
                  "mode": mode, "at": at, "interpolation": interpolation}
@@ -132,15 +133,16 @@ class Machine:
                             dry_run=dry_run)
 
     def batches(self, batches: list[dict[str, Any]], *, dry_run: bool = False) -> Taken:
-        """Commands batches as motion files have them; all are taken or none."""
+        """Sends batches with the keys of motion files; all are taken or none. Without `at`, the
+        times of their points count from now."""
         return self._command({"batches": batches, "dry_run": dry_run})
 
     def play(self, path: str | os.PathLike[str], motion: str | None = None, *,
              interpolation: str = "message", wait: bool = True) -> Outcome | Taken:
-        """Plays a motion file, or one of the named motions in it, from where the machine stands: its
-        first point is approached. Waits for its end and returns what became of its points, or what
-        was taken where it is not to wait. Left by an exception while it waits, it stops the axes of
-        the motion."""
+        """Plays a motion file, or one of the named motions in it. The machine approaches its first
+        point from the present position. Waits for the end and returns the outcome of the points, or
+        without `wait` what was taken. If an exception ends the waiting, the axes of the motion are
+        stopped."""
         name = os.fspath(path)
         body = {"motions": [f"{name}:{motion}" if motion else name],
                 "files": {name: Path(name).read_text(encoding="utf-8")},
@@ -154,36 +156,36 @@ class Machine:
                 return self._follow([taken], events)
             except BaseException:
                 if taken is not None:
-                    with suppress(TorvexError):  # what it was left by counts
+                    with suppress(TorvexError):  # the first exception counts
                         self.stop(*taken.axes())
                 raise
 
     def stop(self, *axes: str) -> None:
-        """Brings these axes to rest along a ramp, all without any, and clears what waits there."""
+        """Clears the waiting points of these axes (default: all) and ramps them to rest."""
         self._command({"batches": [{"stop": list(axes) or "all"}]})
 
     def hold(self, *axes: str) -> None:
-        """Brings these axes to rest, all without any, and has everything refused there until
+        """Ramps these axes (default: all) to rest, and refuses all commands for them until
         `release`. Anyone may hold, whoever owns the axes."""
         self._door.ask("POST", "/v1/hold", _axes(axes))
 
     def release(self, *axes: str) -> None:
-        """Ends holds of these axes, of all without any, and frees those that the guard holds.
-        Nothing is resumed."""
+        """Releases these axes (default: all), also those that the guard holds. Nothing is
+        resumed."""
         self._door.ask("POST", "/v1/release", _axes(axes))
 
     def command(self, axes: Iterable[str] | None = None, *, lease: float = 1.0,
                 priority: int = 50, on_loss: str = "stop", name: str | None = None) -> Commander:
-        """An owner of these axes, of all without any, for a `with` block: see `Commander`."""
+        """An owner of these axes (default: all) for a `with` block, see `Commander`."""
         from .commander import Commander
         return Commander(self._door, list(axes) if axes is not None else "all", lease=lease,
                          priority=priority, on_loss=on_loss,
                          name=name or f"python-{os.getpid()}")
 
     def events(self, since: int | None = None, *, follow: bool = True) -> Events:
-        """What becomes of commands, from now on, or from the event with number `since` on. The
-        first event is `begins`, which is there when this returns. Ends with the machine, or with
-        `follow=False` after the latest event. To be closed: `with machine.events() as events:`."""
+        """The outcome of commands, from now on, or from the event with number `since` on. The first
+        event is `begins`. It ends with the machine, or with `follow=False` after the latest event.
+        Close it afterwards: `with machine.events() as events:`."""
         query = {"since": since, "follow": None if follow else "false"}
         return Events(self._door.stream("/v1/events", query))
 
@@ -192,11 +194,11 @@ class Machine:
         return dict(self._door.ask("GET", "/v1/health"))
 
     def close(self) -> None:
-        """Closes the connection; the next request makes another."""
+        """Closes the connection; the next request opens another one."""
         self._door.close()
 
     def _ask_with_files(self, path: str, body: dict[str, Any]) -> Any:
-        """The machine asks for the files that motion files name, one by one."""
+        """Also sends the files that motion files name; the machine asks for them one by one."""
         while True:
             try:
                 return self._door.ask("POST", path, body)
@@ -226,7 +228,7 @@ class Machine:
         """An event was read while points are waited for."""
 
     def _follow(self, taken: list[Taken], events: Events) -> Outcome:
-        """Reads events until each point of these requests was told."""
+        """Reads events until the outcome of each point of these requests is known."""
         counts = {"reached": 0, "cleared": 0, "refused": 0}
         points = sum(request.points for request in taken)
         numbers = {request.request for request in taken}
