@@ -3,6 +3,7 @@
 #include <fmt/format.h>
 #include <fnmatch.h>
 
+#include <algorithm>
 #include <set>
 
 #include "host/base/attributekey.h"
@@ -90,6 +91,11 @@ void AttributeKeys::refuse(const std::string& key) const {
   }
   std::vector<std::string> known;
   for (const std::string& one : keys_) {
+    const std::size_t begin = one.size() - std::min(one.size(), key.size() + 1);
+    if (one.compare(begin, std::string::npos, "/" + key) == 0) {
+      throw simulation::Error(fmt::format("the machine has no attribute '{}'; did you mean '{}'?",
+                                          visible(key), visible(one)));
+    }
     const bool isBare = key.rfind("Device/", 0) != 0 && one.rfind(subDevicePrefix, 0) == 0;
     known.push_back(isBare ? one.substr(sizeof subDevicePrefix - 1) : one);
   }

@@ -43,10 +43,12 @@ void readItems(const PointReader& reader, const Fields& fields, const Node& owne
   const std::string key = document.name(keyNode, "key");
   const int actuator = reader.actuatorWithKey(key);
   if (actuator < 0) {
-    document.report(keyNode,
-                    fmt::format("'{}' is not the \"Value\" of an actuator of machine '{}'; "
-                                "'torvex list' shows them",
-                                key, reader.machine().name));
+    document.report(
+        keyNode,
+        fmt::format("'{}' is not the \"Value\" of an actuator of machine '{}'; {}", key,
+                    reader.machine().name,
+                    reader.actuatorWithKey(key + "/Value") < 0 ? "'torvex list' shows them"
+                                                               : "use '" + key + "/Value'"));
   }
   batch.pointsPath = document.pathOf(fields.at("items"));
   batch.actuators.push_back(actuator);

@@ -8,6 +8,7 @@ import os
 import pathlib
 import re
 import shlex
+import shutil
 import signal
 import struct
 import subprocess
@@ -337,15 +338,29 @@ class Tool(ToolTest):
         self.assertEqual(attributes[113]["interpolation"], "step")
         self.assertIsNone(attributes[113]["maximum_velocity"])
 
-    def test_completes_what_bash_asks_for(self):
-        for words, wanted in (("torvex fle", "fleet"), ("torvex fleet ", "ps play hold release stop"),
-                              ("torvex fleet hold ", ""), ("torvex fleet --a", "--at"), ("torvex help wat", "watch"),
-                              ("torvex run --l", "--late"), ("torvex serve --no", "--no-strict"), ("torvex bridge ", "ros2"),
-                              ("torvex run --trace ", ""), ("torvex run --clock s", "simulated")):
-            script = (self.said(0, "completion", "bash") + f"COMP_WORDS=({words.rpartition(' ')[0]} '"
-                      f"{words.rpartition(' ')[2]}'); COMP_CWORD=$((${{#COMP_WORDS[@]}} - 1)); _torvex; echo ${{COMPREPLY[@]}}")
+    def test_completes_what_shells_ask_for(self):
+        lines = (("torvex fle", "fleet"), ("torvex fleet ", "ps play hold release stop"), ("torvex fleet hold ", ""),
+                 ("torvex fleet hold --a", "--at"), ("torvex help wat", "watch"), ("torvex run --l", "--late"),
+                 ("torvex serve --no", "--no-strict"), ("torvex bridge ", "ros2"), ("torvex run --cycle ", ""),
+                 ("torvex run --clock s", "simulated"), ("torvex run --clock=s", "simulated"),
+                 ("torvex get m", "my\\ arm:1"), ("torvex get my\\ arm:", "1"), ("torvex get 'my a", "my arm:1"),
+                 ("torvex stop --machine b a", "a:--machine-b"), ("torvex bridge ros2 ", "left"))
+        tool = """torvex() { case $* in ps) echo machine; echo 'left 7';; *) echo 'my arm:1'; echo "a:${*: -2:1}-${*: -1}";; esac; }
+                  compopt() { :; }; COMP_WORDBREAKS=$' \\t\\n"\\'@><=;|&(:'; """
+        for words, wanted in lines:
+            script = (self.said(0, "completion", "bash") + tool +
+                      f"COMP_LINE={shlex.quote(words)}; COMP_POINT=${{#COMP_LINE}}; _torvex; echo ${{COMPREPLY[*]}}")
             self.assertEqual(subprocess.run(["bash", "-c", script], text=True, capture_output=True,
                                             check=True).stdout.strip(), wanted, words)
+        if shutil.which("zsh"):
+            subprocess.run(["zsh", "-n", write("_torvex", self.said(0, "completion", "zsh"))], check=True)
+        if shutil.which("fish"):
+            source = "function torvex; test $argv[1] = ps; and printf 'machine\\nleft 7\\n'; or echo my arm:1; end\n"
+            for words, wanted in lines[:2] + lines[3:11]:  # files follow the third
+                script = self.said(0, "completion", "fish") + source + f"complete -C {shlex.quote(words)}"
+                said = subprocess.run(["fish", "-c", script], text=True, capture_output=True, check=True).stdout
+                self.assertEqual(sorted(line.split("\t")[0].split("=")[-1] for line in said.splitlines()),
+                                 sorted(wanted.split()), words)
 
     def test_watches_a_running_machine_until_it_ends_in_real_time(self):
         machine = write("m.yaml", read(humanoid).replace("name: humanoid", f"name: {self.pool}")
