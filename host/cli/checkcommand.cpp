@@ -116,8 +116,7 @@ void addCheckCommand(CLI::App& app, Command& chosen) {
   CLI::App& command = addSubcommand(
       app, "check", "Check motions against a machine, without moving it",
       "Example:\n"
-      "  torvex check examples/humanoid/humanoid.yaml examples/humanoid/wave.yaml\n"
-      "\n"
+      "  torvex check examples/humanoid/humanoid.yaml examples/humanoid/wave.yaml\n\n"
       "Exit status: 0 without findings; 1 if a motion exceeds the limits of the machine, or "
       "points\n"
       "are late; 2 if 'torvex run' would refuse it.",

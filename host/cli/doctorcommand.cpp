@@ -71,8 +71,7 @@ void addDoctorCommand(CLI::App& app, Command& chosen) {
   CLI::App& command = addSubcommand(
       app, "doctor", "Check this computer's settings for punctual cycles",
       "Prints a line for each setting that affects how punctual cycles are: + good, - could be\n"
-      "better, ? cannot be seen from here, as in a container. Below it: what to change.\n"
-      "\n"
+      "better, ? cannot be seen from here, as in a container. Below it: what to change.\n\n"
       "Exit status: 0 if no setting is known to be poor; 1 if one is, or if the output could not "
       "be\n"
       "written; 2 for wrong usage; 128 + N if signal N stopped it.",

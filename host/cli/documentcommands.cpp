@@ -54,10 +54,8 @@ void addDocumentCommands(CLI::App& app, Command& chosen) {
   CLI::App& completion = addSubcommand(
       app, "completion", "Print a completion script for a shell",
       "For this shell alone, in bash:\n"
-      "  source <(torvex completion bash)\n"
-      "\n"
-      "An installed tool has it already. Keys are those of the machine that runs.\n"
-      "\n"
+      "  source <(torvex completion bash)\n\n"
+      "An installed tool has it already. Keys are those of the machine that runs.\n\n"
       "Exit status: 0; 1 if it could not be written; 2 for wrong usage.",
       [&app, shell] { return printCompletion(app, *shell); }, chosen);
   addArgument(completion, {"SHELL", "bash|zsh|fish", "The shell", ""}, *shell);

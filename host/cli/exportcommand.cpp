@@ -39,8 +39,7 @@ void addExportCommand(CLI::App& app, Command& chosen) {
   CLI::App& command = addSubcommand(
       app, "export", "Write the preferences of a device or sub-device to a file",
       "Example:\n"
-      "  torvex export examples/humanoid/humanoid.yaml MainBoard mainboard.xml\n"
-      "\n"
+      "  torvex export examples/humanoid/humanoid.yaml MainBoard mainboard.xml\n\n"
       "Exit status: 0, also if there is nothing to export (with a message); 1 if the file could "
       "not\n"
       "be written; 2 for bad input or wrong usage, or an unknown container.",

@@ -126,15 +126,13 @@ void addListCommand(CLI::App& app, Command& chosen) {
   CLI::App& command = addSubcommand(
       app, "list", "List the attributes of a machine",
       "Example:\n"
-      "  torvex list examples/humanoid/humanoid.yaml\n"
-      "\n"
+      "  torvex list examples/humanoid/humanoid.yaml\n\n"
       "Type codes 1 to 6 are integers, 7 is a float, 8 and 9 are texts; others have no value. An\n"
       "attribute is an actuator if the control cycle writes it: values on the straight line "
       "between\n"
       "two commands, within the limits (linear), or each command unchanged (step). A missing "
       "value\n"
-      "is shown as -, in JSON as null.\n"
-      "\n"
+      "is shown as -, in JSON as null.\n\n"
       "Exit status: 0; 1 if the list could not be written; 2 for bad input or wrong usage; 128 + "
       "N\n"
       "if signal N stopped it.",

@@ -256,12 +256,10 @@ void addRunCommand(CLI::App& app, Command& chosen) {
       app, "run", "Move a simulated machine along motions",
       "Example:\n"
       "  torvex run examples/humanoid/humanoid.yaml examples/humanoid/wave.yaml --trace wave.csv "
-      "--plot wave.svg\n"
-      "\n"
+      "--plot wave.svg\n\n"
       "Exit status: 0 if every point was reached, cleared by a batch, or moved to a limit (with a\n"
       "warning); 1 otherwise, with a message; 2 for bad input or wrong usage; 128 + N if signal N\n"
-      "stopped it.\n"
-      "\n" +
+      "stopped it.\n\n" +
           std::string(reportWords),
       [options, door, isServing] {
         if (*isServing && options->session.clock == Clock::simulated) {

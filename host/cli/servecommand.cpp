@@ -141,11 +141,9 @@ void addServeCommand(CLI::App& app, Command& chosen) {
   CLI::App& command = addSubcommand(
       app, "serve", "Keep a machine running for clients that command it",
       "Example:\n"
-      "  torvex serve examples/humanoid/humanoid.yaml\n"
-      "\n"
+      "  torvex serve examples/humanoid/humanoid.yaml\n\n"
       "Clients send HTTP requests with JSON to the socket; docs/api.md describes them. A signal\n"
-      "ramps the machine to rest and ends it.\n"
-      "\n"
+      "ramps the machine to rest and ends it.\n\n"
       "Exit status: 0 after a signal; 1 after a failure; 2 for bad input or wrong usage, or if\n"
       "another process serves this machine.",
       [options] { return serve(*options); }, chosen);

@@ -144,8 +144,7 @@ void addWatchCommand(CLI::App& app, Command& chosen) {
   CLI::App& command = addSubcommand(
       app, "watch", "Watch the values of a running machine",
       "Example, beside 'torvex run examples/humanoid/humanoid.yaml examples/humanoid/wave.yaml':\n"
-      "  torvex watch torso_yaw/Value torso_yaw/Sensor/Value\n"
-      "\n"
+      "  torvex watch torso_yaw/Value torso_yaw/Sensor/Value\n\n"
       "On a terminal the values are redrawn ten times a second, sorted by key; arrow keys, page "
       "up\n"
       "and page down scroll, q quits. In a pipe or a file there is a line SECONDS KEY VALUE for "
@@ -158,8 +157,7 @@ void addWatchCommand(CLI::App& app, Command& chosen) {
       "all values are of this cycle, \"values\": {KEY: VALUE, ...}}. A missing value is shown as "
       "-,\n"
       "in JSON as null. Watching does not disturb the machine. --pool UID:NAME is the pool of the\n"
-      "user with this number.\n"
-      "\n"
+      "user with this number.\n\n"
       "Exit status: 0 if the machine ended, in whatever way; 1 if the output can no longer be\n"
       "written; 2 if there is no such pool or key, or for wrong usage; 128 + N if signal N "
       "stopped\n"

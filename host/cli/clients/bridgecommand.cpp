@@ -150,15 +150,13 @@ void addBridgeCommand(CLI::App& app, Command& chosen) {
   CLI::App& command = addSubcommand(
       app, "bridge", "Connect machines to a ROS 2 network",
       "Example, beside 'torvex serve examples/humanoid/humanoid.yaml':\n"
-      "  torvex bridge ros2 humanoid\n"
-      "\n"
+      "  torvex bridge ros2 humanoid\n\n"
       "Publishes NAME/joint_states, NAME/commanded_joint_states and NAME/events, and executes the\n"
       "trajectories that arrive on NAME/joint_trajectory; docs/network.md describes the topics. "
       "Waits\n"
       "for machines that do not run. For other names: --topics joint_states=*/states, where * is "
       "the\n"
-      "machine's name; without a name after the = the topic is left out.\n"
-      "\n"
+      "machine's name; without a name after the = the topic is left out.\n\n"
       "Exit status: 1 after a failure; 2 for wrong usage, or if the bridge was not built; 128 + N "
       "if\n"
       "signal N stopped it.",

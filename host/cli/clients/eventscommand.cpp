@@ -85,8 +85,7 @@ void addEventsCommand(CLI::App& app, Command& chosen) {
       "machine\n"
       "keeps the latest 10,000 events; a client that falls behind gets the number of missed "
       "events\n"
-      "of each kind.\n"
-      "\n" +
+      "of each kind.\n\n" +
           std::string(clientStatusText),
       [options] {
         return clientStatus(

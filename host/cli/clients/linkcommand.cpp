@@ -18,8 +18,7 @@ void addLinkCommand(CLI::App& app, Command& chosen) {
       app, "link", "Print a link to the page of a running machine",
       std::string("The link works once, within ten minutes, in a browser on this computer. The "
                   "machine must be\n"
-                  "served with --http.\n"
-                  "\n") +
+                  "served with --http.\n\n") +
           clientStatusText,
       [machine] {
         return clientStatus([&] {

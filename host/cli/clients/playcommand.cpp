@@ -158,12 +158,10 @@ void addPlayCommand(CLI::App& app, Command& chosen) {
   CLI::App& command = addSubcommand(
       app, "play", "Play motions on a running machine, and wait for their end",
       "Example, beside 'torvex serve examples/humanoid/humanoid.yaml':\n"
-      "  torvex play examples/humanoid/wave.yaml\n"
-      "\n"
+      "  torvex play examples/humanoid/wave.yaml\n\n"
       "Shows the warnings of 'torvex check' before anything moves.\n"
       "Owns the actuators of the motions until they end: nobody else may command them. If it is\n"
-      "stopped (Ctrl-C), killed or disconnected, the actuators ramp to rest.\n"
-      "\n" +
+      "stopped (Ctrl-C), killed or disconnected, the actuators ramp to rest.\n\n" +
           std::string(clientStatusText),
       [options] {
         return clientStatus([&] { return play(*options); },

@@ -92,8 +92,7 @@ void addPsCommand(CLI::App& app, Command& chosen) {
   const auto json = std::make_shared<bool>(false);
   CLI::App& command = addSubcommand(
       app, "ps", "List the machines that run under 'torvex serve'",
-      "Lists the machines of this user: process, start time, state, and who owns how many axes.\n"
-      "\n"
+      "Lists the machines of this user: process, start time, state, and who owns how many axes.\n\n"
       "Exit status: 0; 1 if the list could not be written; 2 for wrong usage.",
       [json] { return clientStatus([&] { return listMachines(*json); }); }, chosen);
   addFlag(command, "--json", *json,

@@ -99,11 +99,9 @@ void addSendCommand(CLI::App& app, Command& chosen) {
       app, "send", "Send commands to a running machine, and do not wait",
       "Examples, beside 'torvex serve examples/humanoid/humanoid.yaml':\n"
       "  torvex send head_yaw 0.3@0.5 0@1.0\n"
-      "  torvex send examples/humanoid/wave.yaml\n"
-      "\n"
+      "  torvex send examples/humanoid/wave.yaml\n\n"
       "SECONDS count from now. For a motion file, the machine approaches the first point from its\n"
-      "present position.\n"
-      "\n" +
+      "present position.\n\n" +
           std::string(clientStatusText),
       [options] {
         return clientStatus([&] { return send(*options); },

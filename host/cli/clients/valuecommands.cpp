@@ -125,8 +125,7 @@ void addValueCommands(CLI::App& app, Command& chosen) {
   CLI::App& getting = addSubcommand(
       app, "get", "Print values of a running machine",
       "All values are of one cycle. For a single key, prints only the value; otherwise a line\n"
-      "KEY VALUE for each.\n"
-      "\n" +
+      "KEY VALUE for each.\n\n" +
           std::string(clientStatusText),
       [get] {
         return clientStatus([&] { return getValues(*get); },
@@ -148,8 +147,7 @@ void addValueCommands(CLI::App& app, Command& chosen) {
   CLI::App& setting = addSubcommand(
       app, "set", "Set an actuator with step interpolation, such as a light",
       "Replaces the waiting points of the actuator. For actuators with linear interpolation, use\n"
-      "'torvex send'.\n"
-      "\n" +
+      "'torvex send'.\n\n" +
           std::string(clientStatusText),
       [set] {
         return clientStatus([&] { return setValue(*set); },

@@ -37,10 +37,8 @@ void addConvertCommand(CLI::App& app, Command& chosen) {
   CLI::App& command = addSubcommand(
       app, "convert", "Convert a recording to a CSV table",
       "Example:\n"
-      "  torvex convert wave.mcap wave.csv\n"
-      "\n"
-      "The table is the same as that of 'torvex run --trace'.\n"
-      "\n"
+      "  torvex convert wave.mcap wave.csv\n\n"
+      "The table is the same as that of 'torvex run --trace'.\n\n"
       "Exit status: 0; 1 if the recording is cut or damaged (the readable part is converted); 2 "
       "for\n"
       "bad input or wrong usage.",

@@ -156,11 +156,9 @@ void addInfoCommand(CLI::App& app, Command& chosen) {
   CLI::App& command = addSubcommand(
       app, "info", "Summarise a recording",
       "Example:\n"
-      "  torvex info wave.mcap\n"
-      "\n"
+      "  torvex info wave.mcap\n\n"
       "Rows are cycles. Gaps are stretches of machine time without a row. The worst error is the\n"
-      "largest difference between measured and commanded value.\n"
-      "\n"
+      "largest difference between measured and commanded value.\n\n"
       "Exit status: 0 if the recording is whole; 1 if it is cut or damaged (the readable part is\n"
       "summarised); 2 for bad input or wrong usage.",
       [options] { return info(*options); }, chosen);

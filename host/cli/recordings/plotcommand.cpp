@@ -132,10 +132,8 @@ void addPlotCommand(CLI::App& app, Command& chosen) {
   CLI::App& command = addSubcommand(
       app, "plot", "Draw a recording (needs gnuplot)",
       "Example:\n"
-      "  torvex plot wave.mcap wave.svg\n"
-      "\n"
-      "The picture is the same as that of 'torvex run --plot'.\n"
-      "\n"
+      "  torvex plot wave.mcap wave.svg\n\n"
+      "The picture is the same as that of 'torvex run --plot'.\n\n"
       "Exit status: 0; 1 if the recording is cut or damaged (the readable part is drawn); 2 for "
       "bad\n"
       "input or wrong usage.",

@@ -190,13 +190,11 @@ void addReplayCommand(CLI::App& app, Command& chosen) {
   CLI::App& command = addSubcommand(
       app, "replay", "Repeat a recorded run",
       "Example:\n"
-      "  torvex replay wave.mcap --trace again.csv\n"
-      "\n"
+      "  torvex replay wave.mcap --trace again.csv\n\n"
       "Repeats the run on a simulated machine, cycle by cycle, and compares its values with the\n"
       "recorded ones. The trace has the same rows as that of the recorded run. With --serve "
       "clients\n"
-      "can watch; their commands are refused.\n"
-      "\n"
+      "can watch; their commands are refused.\n\n"
       "Exit status: 0 if all values are as recorded; 1 if a value differs, or if the recording is "
       "cut\n"
       "or damaged (the part before the damage is replayed); 2 for bad input or wrong usage.",
