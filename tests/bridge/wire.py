@@ -230,7 +230,7 @@ class Wire(ToolTest):
             bridge = Listened(spaces.inside(0, tool, "bridge", "ros2", "m-1", "--interface", "wire"))
             bridge.until(lambda line: "waits for the machine" in line)
             spaces.run(0, "ip link delete wire")
-            bridge.until(lambda line: "network interface has gone" in line)
+            bridge.until(lambda line: "network interface is gone" in line)
             self.assertEqual((bridge.process.wait(20), bridge.end()), (1, 1))
 
     def expect_drops(self, spaces, wanted):
