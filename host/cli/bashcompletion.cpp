@@ -74,7 +74,8 @@ _torvex() {
     elif [[ -z $quote && $letter == [\"\'] ]]; then
       quote=$letter
     elif [[ $quote != \' && $letter == \\ ]]; then
-      raw+=${line:++i:1}
+      ((++i))
+      raw+=${line:i:1}
       word+=${line:i:1}
     else
       word+=$letter
