@@ -87,7 +87,7 @@ TEST_F(Request, SaysWhatIsWrongAndInWhichField) {
            {items(R"({"time": 1, "time": 2, "value": 0})"),
             "/batches/0/items/0/time: error: duplicate key"},
            {items(""),
-            "/batches/0: error: items is empty: that does something with the mode replace"},
+            "/batches/0: error: items is empty; this is possible only with mode replace"},
            {R"({"batches": [{"key": "c/Value", "items": []}]})",
             "/batches/0/key: error: 'c/Value' is not"},
            {R"({"batches": [{"mode": true}]})", "/batches/0/mode: error: mode must be text"},

@@ -89,7 +89,7 @@ class Client(DoorTest):
             machine = torvex.connect("m")
             said = self.said(0, "play", "m.motion.yaml")
             self.assertIn("reached: 3 of 3 points", said)
-            self.assertRegex(said, "^b.yaml:1:[0-9]+: warning: b has a velocity of 0.1 in the last point")
+            self.assertRegex(said, "^b.yaml:1:[0-9]+: warning: b has a velocity of 0.1 at the last point")
             self.assertAlmostEqual(machine["a/Value"], -0.3, 5)
             self.assertIn("bad.yaml:1:10: error: batches must", self.said(2, "play", write("bad.yaml", "batches: {}")))
             for ending in (signal.SIGINT, signal.SIGKILL):

@@ -84,7 +84,7 @@ class Strangers(ToolTest):
         self.expect(0, "", "--trace", "t.csv", motion_file="t.csv.torvex-part")
         self.assertEqual(read("t.csv.torvex-part"), motion)
         self.expect(0, "time_ms,motion_ms,a/command\n", "--trace", "-")
-        self.expect(2, "/dev/stdout: error: holds the JSON object", "--trace", "-", "--json")
+        self.expect(2, "/dev/stdout: error: is used for the JSON object", "--trace", "-", "--json")
 
     def test_see_of_the_pool_what_they_may(self):
         for options, mask, expected in (([], 0o027, "0o640"), ([], 0o277, "0o600"),
