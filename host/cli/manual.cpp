@@ -59,7 +59,10 @@ std::string manualPage(const UsageCommand& command) {
   std::string page = header("torvex-" + command.name, command.what);
   page += fmt::format(".SH SYNOPSIS\n\\fBtorvex {}\\fR [\\fIOPTIONS\\fR]", escaped(command.name));
   for (const UsageOption& option : command.options) {
-    page += option.isArgument ? fmt::format(" \\fI{}\\fR", escaped(option.names.front())) : "";
+    if (option.isArgument) {
+      page += fmt::format(option.isRequired ? " \\fI{}\\fR{}" : " [\\fI{}\\fR{}]",
+                          escaped(option.names.front()), option.isRepeatable ? "..." : "");
+    }
   }
   page += "\n" + section(command, "ARGUMENTS", true) + section(command, "OPTIONS", false);
   return page + fmt::format(".SH NOTES\n.nf\n{}\n.fi\n", escaped(command.footer));

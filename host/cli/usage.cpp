@@ -23,8 +23,10 @@ UsageOption usageOption(const CLI::Option& option) {
   if (usage.isArgument && usage.choices().empty()) {
     usage.type.clear();
   }
-  usage.isRepeatable =
-      !usage.isArgument && option.get_multi_option_policy() == CLI::MultiOptionPolicy::TakeAll;
+  usage.isRequired = option.get_required();
+  usage.isRepeatable = usage.isArgument
+                           ? option.get_items_expected_max() > 1
+                           : option.get_multi_option_policy() == CLI::MultiOptionPolicy::TakeAll;
   usage.what = option.get_description();
   usage.otherwise = option.get_default_str();
   return usage;

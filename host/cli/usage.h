@@ -19,6 +19,7 @@ struct UsageOption {
   std::string otherwise;
   bool isArgument = false;
   bool isRepeatable = false;
+  bool isRequired = false;
 
   /// What may follow, where the type lists it.
   [[nodiscard]] std::vector<std::string> choices() const;
