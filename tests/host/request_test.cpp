@@ -92,7 +92,7 @@ TEST_F(Request, SaysWhatIsWrongAndInWhichField) {
             "/batches/0/key: error: 'c/Value' is not"},
            {R"({"batches": [{"mode": true}]})", "/batches/0/mode: error: mode must be text"},
            {R"({"batches": [{"trajectory_file": "/etc/passwd"}]})",
-            "/batches/0/trajectory_file: error: no files"},
+            "/batches/0/trajectory_file: error: the machine reads no files"},
            {R"({"batches": [{"at": -1, "trajectory": {"joint_names": ["c"], "points": []}}]})",
             "/batches/0/at: error: at must be machine time, in seconds from 0\n"
             "/batches/0/trajectory/joint_names/0: error: machine 'm' has no joint 'c'"},
