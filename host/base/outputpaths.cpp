@@ -58,6 +58,11 @@ void refusePart(const std::string& path) {
   }
 }
 
+bool isOpenAs(int descriptor, const struct stat& file) {
+  struct stat open {};
+  return fstat(descriptor, &open) == 0 && open.st_ino == file.st_ino && open.st_dev == file.st_dev;
+}
+
 /// A report that goes to this file would be lost with it.
 void refuseReplacedReport(const NamedOutput& output) {
   struct stat named {};
@@ -65,14 +70,11 @@ void refuseReplacedReport(const NamedOutput& output) {
       !S_ISREG(named.st_mode)) {
     return;
   }
-  for (const int descriptor : {STDOUT_FILENO, STDERR_FILENO}) {
-    struct stat report {};
-    if (fstat(descriptor, &report) == 0 && report.st_ino == named.st_ino &&
-        report.st_dev == named.st_dev) {
-      throw UserError(output.path, {},
-                      fmt::format("the {} would replace what goes to standard {}", output.what,
-                                  descriptor == STDOUT_FILENO ? "output" : "error"));
-    }
+  const bool isOutput = isOpenAs(STDOUT_FILENO, named);
+  if (isOutput || isOpenAs(STDERR_FILENO, named)) {
+    throw UserError(output.path, {},
+                    fmt::format("the {} would replace what goes to standard {}", output.what,
+                                isOutput ? "output" : "error"));
   }
 }
 

@@ -205,7 +205,7 @@ void readPoints(const PointReader& reader, const Node& points, const Columns& co
   completeRows(batch, batch.velocities);
   completeRows(batch, batch.accelerations);
   for (const std::string& key : ignored) {
-    batch.notes.push_back(fmt::format("{}: {} are ignored", batch.pointsPath, key));
+    batch.notes.push_back(fmt::format("{}: the key {} is ignored", batch.pointsPath, key));
   }
 }
 

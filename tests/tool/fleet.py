@@ -238,7 +238,7 @@ class Fleet(DoorTest):
         said = self.said(1, "fleet", "play", "fleet.yaml", "steep.yaml", "--at", "0.001")
         for name in "ab":
             self.assertRegex(said, f"steep.yaml:1:[0-9]+: warning: {name}: x moves [0-9.]+ a second .* above its limit 2")
-            self.assertIn(f"note: {name}: noted.yaml: effort are ignored", said)
+            self.assertIn(f"note: {name}: noted.yaml: the key effort is ignored", said)
         self.assertIn("--at must be at least", said)
 
     def stops_all(self):

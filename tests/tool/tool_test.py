@@ -415,7 +415,7 @@ class Tool(ToolTest):
         write("noted.yaml", "joint_names: [a]\n"
               "points: [{positions: [0], efforts: [1], time_from_start: 1}]\n")
         self.assertEqual(self.said(0, "check", "machine.yaml", "noted.yaml"),
-                         "note     noted.yaml: efforts are ignored\n"
+                         "note     noted.yaml: the key efforts is ignored\n"
                          "machine: 1 batch for 1 actuator: 0 findings\n")
         nothing = told(2, "check", "none.yaml", "motion.yaml")
         self.assertEqual((nothing["machine"], nothing["errors"][0]["file"]), (None, "none.yaml"))
