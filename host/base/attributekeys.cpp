@@ -90,17 +90,19 @@ void AttributeKeys::refuse(const std::string& key) const {
     throw simulation::Error(fmt::format("the machine has no attribute like '{}'", visible(key)));
   }
   std::vector<std::string> known;
+  std::vector<std::string> ending;
   for (const std::string& one : keys_) {
     const std::size_t begin = one.size() - std::min(one.size(), key.size() + 1);
     if (one.compare(begin, std::string::npos, "/" + key) == 0) {
-      throw simulation::Error(fmt::format("the machine has no attribute '{}'; did you mean '{}'?",
-                                          visible(key), visible(one)));
+      ending.push_back(one);
     }
     const bool isBare = key.rfind("Device/", 0) != 0 && one.rfind(subDevicePrefix, 0) == 0;
     known.push_back(isBare ? one.substr(sizeof subDevicePrefix - 1) : one);
   }
-  throw simulation::Error(
-      fmt::format("the machine has no attribute '{}'{}", visible(key), didYouMean(key, known)));
+  const std::string meant = ending.size() == 1
+                                ? fmt::format("; did you mean '{}'?", visible(ending.front()))
+                                : didYouMean(key, known);
+  throw simulation::Error(fmt::format("the machine has no attribute '{}'{}", visible(key), meant));
 }
 
 }  // namespace host

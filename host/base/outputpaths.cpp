@@ -63,11 +63,20 @@ bool isOpenAs(int descriptor, const struct stat& file) {
   return fstat(descriptor, &open) == 0 && open.st_ino == file.st_ino && open.st_dev == file.st_dev;
 }
 
+/// What goes through an open descriptor replaces nothing.
+bool isDescriptor(const std::string& path) {
+  try {
+    return simulation::placeOf(path).isDescriptor;
+  } catch (const simulation::Error&) {
+    return false;  // no output can go there
+  }
+}
+
 /// A report that goes to this file would be lost with it.
 void refuseReplacedReport(const NamedOutput& output) {
   struct stat named {};
-  if (isStandardOutput(output.path) || stat(output.path.c_str(), &named) != 0 ||
-      !S_ISREG(named.st_mode)) {
+  if (stat(output.path.c_str(), &named) != 0 || !S_ISREG(named.st_mode) ||
+      isDescriptor(output.path)) {
     return;
   }
   const bool isOutput = isOpenAs(STDOUT_FILENO, named);

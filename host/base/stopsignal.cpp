@@ -2,8 +2,7 @@
 
 #include <atomic>
 #include <cstdint>
-
-#include "host/base/clocks.h"
+#include <ctime>
 
 namespace host {
 namespace {
@@ -14,6 +13,12 @@ std::atomic<bool> gRepeated{false};
 std::atomic<bool> gNextEnds{false};
 static_assert(std::atomic<int>::is_always_lock_free);
 static_assert(std::atomic<std::int64_t>::is_always_lock_free);
+
+std::int64_t nowNs() {
+  timespec now{};
+  clock_gettime(CLOCK_MONOTONIC, &now);
+  return std::int64_t{now.tv_sec} * 1'000'000'000 + now.tv_nsec;
+}
 
 void note(int signal);
 
@@ -28,8 +33,8 @@ void restoreDefault(int signal) {
 }
 
 void note(int signal) {
-  constexpr std::int64_t oneWishNs = 20 * nsPerMs;
-  const std::int64_t now = bootNs();
+  constexpr std::int64_t oneWishNs = 20'000'000;
+  const std::int64_t now = nowNs();
   std::int64_t first = 0;
   if (gFirstNs.compare_exchange_strong(first, now)) {
     gReceived = signal;
@@ -50,6 +55,10 @@ void note(int signal) {
 }  // namespace
 
 StopSignal::StopSignal() {
+  gReceived = 0;
+  gFirstNs = 0;
+  gRepeated = false;
+  gNextEnds = false;
   struct sigaction action {};
   action.sa_handler = note;
   sigemptyset(&action.sa_mask);
@@ -68,10 +77,6 @@ StopSignal::~StopSignal() {
     sigaction(stopping[i], &previous_[i], nullptr);
   }
   sigaction(SIGPIPE, &previousPipe_, nullptr);
-  gReceived = 0;
-  gFirstNs = 0;
-  gRepeated = false;
-  gNextEnds = false;
 }
 
 bool StopSignal::isRepeated() noexcept {

@@ -16,8 +16,8 @@ class StopSignal {
   StopSignal(const StopSignal&) = delete;
   StopSignal& operator=(const StopSignal&) = delete;
 
-  /// The signal that came first; 0 while none has, and while no `StopSignal` lives. Any thread;
-  /// may be called in the control cycle.
+  /// The signal that came first; 0 while none has. Any thread; may be called
+  /// in the control cycle.
   [[nodiscard]] static int received() noexcept;
   /// Whether another one came; what comes within 20 ms is the same wish, sent to a process and
   /// to its group. As `received`.

@@ -19,7 +19,7 @@ std::string readTokenFile(const std::string& path) {
       open(path.c_str(), O_RDONLY | O_NONBLOCK | O_NOCTTY | O_CLOEXEC));
   if (file.isOpen() && fstat(file.number(), &status) == 0 &&
       (status.st_uid != geteuid() || (status.st_mode & 077U) != 0)) {
-    throw UserError(path, {}, "must be readable only by this user (chmod 600)");
+    throw UserError(path, {}, "must belong to this user, and be closed to all others (chmod 600)");
   }
   std::string token = readFile(path, file, 2 * most);
   token.erase(token.find_last_not_of(" \t\r\n") + 1);

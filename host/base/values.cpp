@@ -16,6 +16,28 @@ bool startsCodePoint(char byte) {
   return (byte & 0xC0) != 0x80;
 }
 
+/// Counts brackets outside texts: of what is JSON it is the depth.
+bool isDeeperThan(std::string_view json, int most) {
+  int depth = 0;
+  bool isInText = false;
+  for (std::size_t i = 0; i < json.size(); ++i) {
+    const char one = json[i];
+    if (isInText) {
+      i += one == '\\' ? 1 : 0;
+      isInText = one != '"';
+    } else if (one == '[' || one == '{') {
+      if (++depth > most) {
+        return true;
+      }
+    } else if (one == ']' || one == '}') {
+      --depth;
+    } else {
+      isInText = one == '"';
+    }
+  }
+  return false;
+}
+
 }  // namespace
 
 ValueType valueType(std::uint8_t typeCode) {
@@ -58,13 +80,8 @@ Json limitJson(std::uint8_t typeCode, double limit) {
 
 Json parsedJson(std::string_view text) {
   constexpr int deepest = 100;
-  bool isShallow = true;
-  const auto keeps = [&isShallow](int depth, Json::parse_event_t, const Json&) {
-    isShallow = isShallow && depth <= deepest;
-    return isShallow;
-  };
-  Json value = Json::parse(text, keeps, false);
-  return isShallow ? value : Json(Json::value_t::discarded);
+  return isDeeperThan(text, deepest) ? Json(Json::value_t::discarded)
+                                     : Json::parse(text, nullptr, false);
 }
 
 std::string printed(const Json& json, int indent) {

@@ -175,16 +175,25 @@ std::string mismatch(const CLI::App& app, const std::string& said) {
   return said;
 }
 
-/// "--NAME=" becomes two words, of which the second is the empty value: the parser would take the
-/// next word for the value.
-std::vector<std::string> wordsIn(int argc, char** argv) {
+/// Whether a word is "--NAME=", of an option that takes a value.
+bool isEmptyValue(const CLI::App& command, const std::string& word) {
+  if (word.rfind("--", 0) != 0 || word.find('=') != word.size() - 1) {
+    return false;
+  }
+  const CLI::Option* const option = command.get_option_no_throw(word.substr(0, word.size() - 1));
+  return option != nullptr && option->get_items_expected_max() > 0;
+}
+
+/// Such a word becomes two, of which the second is the empty value: the parser would take the next
+/// word for the value.
+std::vector<std::string> wordsIn(const CLI::App& app, int argc, char** argv) {
+  const CLI::App* const chosen = argc > 1 ? subcommandNamed(app, argv[1]) : nullptr;
   std::vector<std::string> words;
-  bool mayBeOption = true;
+  bool mayBeOption = chosen != nullptr;
   for (int i = 1; i < argc; ++i) {
     std::string& word = words.emplace_back(argv[i]);
     mayBeOption = mayBeOption && word != "--";
-    const std::size_t sign = word.find('=');
-    if (mayBeOption && word.rfind("--", 0) == 0 && sign > 2 && sign == word.size() - 1) {
+    if (mayBeOption && isEmptyValue(*chosen, word)) {
       word.pop_back();
       words.emplace_back();
     }
@@ -194,7 +203,7 @@ std::vector<std::string> wordsIn(int argc, char** argv) {
 
 int parse(CLI::App& app, int argc, char** argv) {
   try {
-    std::vector<std::string> words = wordsIn(argc, argv);
+    std::vector<std::string> words = wordsIn(app, argc, argv);
     std::reverse(words.begin(), words.end());  // as the parser takes them
     app.parse(std::move(words));
     return okStatus;

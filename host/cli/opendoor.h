@@ -37,9 +37,9 @@ void addDoor(CLI::App& command, DoorOptions& options);
 /// `--serve`, and the same options, which need it.
 void addServeFlag(CLI::App& command, const char* what, bool& isServing, DoorOptions& options);
 
-/// Adds the files of the door of a machine with this name, and those that it reads. Throws
-/// `simulation::Error` where the door can have no place, and `UserError` when an output is a motion
-/// that clients may play.
+/// Adds the files of the door of a machine with this name, and those that it reads: among them each
+/// output that is a motion that clients may play. Throws `simulation::Error` where the door can
+/// have no place.
 void addFiles(const DoorOptions& options, const std::string& machineName, NamedFiles& files);
 
 /// The door of a machine, from construction to destruction; `Torvex::run` lies in between.

@@ -3,8 +3,10 @@
 #include <fmt/format.h>
 
 #include <algorithm>
+#include <cstdint>
 #include <filesystem>
 #include <set>
+#include <system_error>
 
 #include "host/base/outputpaths.h"
 #include "platform/hal/attributecontainer.h"
@@ -58,6 +60,11 @@ void checkExport(const MachineModel& machine, const PreferenceExport& wanted,
 }
 
 bool isPreferenceFile(const std::string& path) {
+  constexpr std::uintmax_t mostBytes = 32U << 20U;
+  std::error_code none;
+  if (std::filesystem::file_size(path, none) > mostBytes) {
+    return false;
+  }
   try {
     (void)simulation::readPreferenceFile(path);
     return true;

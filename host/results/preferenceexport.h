@@ -21,7 +21,7 @@ struct PreferenceExport {
 void checkExport(const MachineModel& machine, const PreferenceExport& wanted,
                  const std::string& directory);
 
-/// Whether a file is what an export wrote.
+/// Whether a file is what an export wrote, of at most 32 MiB.
 bool isPreferenceFile(const std::string& path);
 
 /// Exports from the device pool of this process through the registered broker,

@@ -168,7 +168,7 @@ simulation::Descriptor DoorPlace::listen() {
   struct stat status {};
   if (fstatat(folder_.number(), name.c_str(), &status, AT_SYMLINK_NOFOLLOW) != 0 ||
       !S_ISSOCK(status.st_mode) || !isMine(status) || (status.st_mode & 0177U) != 0) {
-    fail(name, "is open to other users");
+    fail(name, "is not a socket that only this user can open");
   }
   return listening;
 }

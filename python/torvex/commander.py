@@ -22,8 +22,8 @@ class Commander(Machine):
     happens then: "stop" ramps them to rest, "run_out" lets the waiting points run out. Each call
     renews the lease, and so does `alive()`. A thread sends the renewals, but only while the block
     makes calls or waits for points. So a block that hangs loses its axes after at most 1.5 leases.
-    At the end of the block the axes are given back at once, and the waiting points are cleared:
-    call `wait()` first, if they are to be reached.
+    At the end of the block the axes are given back at once, and `on_loss` applies to them. With
+    "stop" the waiting points are cleared: call `wait()` first, if they are to be reached.
     """
 
     def __init__(self, door: Door, axes: list[str] | str, *, lease: float, priority: int,

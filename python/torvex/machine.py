@@ -184,8 +184,8 @@ class Machine:
 
     def events(self, since: int | None = None, *, follow: bool = True) -> Events:
         """The outcome of commands, from now on, or from the event with number `since` on. The first
-        event is `begins`. It ends with the machine, or with `follow=False` after the latest event.
-        Close it afterwards: `with machine.events() as events:`."""
+        event is `begins`, which is there when this returns: no later event is missed. It ends with
+        the machine, or with `follow=False` after the latest event. Close it afterwards: `with machine.events() as events:`."""
         query = {"since": since, "follow": None if follow else "false"}
         return Events(self._door.stream("/v1/events", query))
 

@@ -80,7 +80,7 @@ class Asker {
 /// Records so many milliseconds of machine time; counts what happened.
 void live(unsigned seed, const Temporary& temporary, Tally& tally) {
   constexpr std::int64_t lifeMs = 3000;
-  const StopSignal stopSignal;
+  auto stopSignal = std::make_unique<StopSignal>();
   const MachineModel machine = readMachineFile(temporary.write("m.yaml", machineText));
   SessionOptions session;
   session.clock = Clock::simulated;
@@ -104,6 +104,8 @@ void live(unsigned seed, const Temporary& temporary, Tally& tally) {
     }
   });
   recordings.whole->finish();
+  stopSignal.reset();
+  const StopSignal forgetting;
 }
 
 TEST(Replay, DoesWhatRandomRunsDidAlsoWhereOthersMovedThem) {

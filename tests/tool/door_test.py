@@ -40,6 +40,18 @@ def resolved(node):
     return node
 
 
+def assert_no_text_is_cut(node):
+    """A text with a comma in braces, without quotes, ends there; the rest is a key of nothing."""
+    if isinstance(node, dict):
+        assert None not in node.values(), node
+        node = list(node.values())
+    for part in node if isinstance(node, list) else []:
+        assert_no_text_is_cut(part)
+
+
+assert_no_text_is_cut(document)
+
+
 def validate(schema, value):
     jsonschema.Draft202012Validator({**schema, "components": document["components"]}).validate(value)
 

@@ -143,23 +143,23 @@ int bridgeTo(const BridgeOptions& options) {
   return badInputStatus;
 }
 
+constexpr char bridgeUsage[] = R"(Example, beside 'torvex serve examples/humanoid/humanoid.yaml':
+  torvex bridge ros2 humanoid
+
+Publishes NAME/joint_states, NAME/commanded_joint_states and NAME/events, and executes the
+trajectories that arrive on NAME/joint_trajectory; docs/network.md describes the topics. Waits
+for machines that do not run. For other names: --topics joint_states=*/states, where * is the
+machine's name; without a name after the = the topic is left out.
+
+Exit status: 1 after a failure; 2 for wrong usage, or if the bridge was not built; 128 + N if
+signal N stopped it.)";
+
 }  // namespace
 
 void addBridgeCommand(CLI::App& app, Command& chosen) {
   const auto options = std::make_shared<BridgeOptions>();
   CLI::App& command = addSubcommand(
-      app, "bridge", "Connect machines to a ROS 2 network",
-      "Example, beside 'torvex serve examples/humanoid/humanoid.yaml':\n"
-      "  torvex bridge ros2 humanoid\n\n"
-      "Publishes NAME/joint_states, NAME/commanded_joint_states and NAME/events, and executes the\n"
-      "trajectories that arrive on NAME/joint_trajectory; docs/network.md describes the topics. "
-      "Waits\n"
-      "for machines that do not run. For other names: --topics joint_states=*/states, where * is "
-      "the\n"
-      "machine's name; without a name after the = the topic is left out.\n\n"
-      "Exit status: 1 after a failure; 2 for wrong usage, or if the bridge was not built; 128 + N "
-      "if\n"
-      "signal N stopped it.",
+      app, "bridge", "Connect machines to a ROS 2 network", bridgeUsage,
       [options] { return bridgeTo(*options); }, chosen);
   addArgument(command, {"NETWORK", "ros2", "The network to connect to", ""}, options->network);
   addArguments(command, "NAME", options->machines, true,
