@@ -8,6 +8,7 @@
 #include <cerrno>
 #include <cstring>
 #include <filesystem>
+#include <optional>
 #include <system_error>
 
 #include "host/base/usererror.h"
@@ -20,20 +21,28 @@ namespace {
 
 namespace fs = std::filesystem;
 
+/// None where no output can go.
+std::optional<simulation::OutputPlace> placeFor(const std::string& path) {
+  try {
+    return simulation::placeOf(path);
+  } catch (const simulation::Error&) {
+    return std::nullopt;
+  }
+}
+
+bool isOpenAs(int descriptor, const struct stat& file) {
+  struct stat open {};
+  return fstat(descriptor, &open) == 0 && open.st_ino == file.st_ino && open.st_dev == file.st_dev;
+}
+
 /// Whether both lead to one name in one folder, by whatever links and mounts, also where nothing
 /// has the name yet.
 bool haveOneTarget(const std::string& one, const std::string& other) {
-  try {
-    const simulation::OutputPlace first = simulation::placeOf(one);
-    const simulation::OutputPlace second = simulation::placeOf(other);
-    struct stat firstFolder {};
-    struct stat secondFolder {};
-    return first.name == second.name && fstat(first.folder.number(), &firstFolder) == 0 &&
-           fstat(second.folder.number(), &secondFolder) == 0 &&
-           firstFolder.st_ino == secondFolder.st_ino && firstFolder.st_dev == secondFolder.st_dev;
-  } catch (const simulation::Error&) {
-    return false;  // no output can go there
-  }
+  const auto first = placeFor(one);
+  const auto second = placeFor(other);
+  struct stat folder {};
+  return first && second && first->name == second->name &&
+         fstat(first->folder.number(), &folder) == 0 && isOpenAs(second->folder.number(), folder);
 }
 
 /// Also where folders of the path are not there yet.
@@ -58,18 +67,10 @@ void refusePart(const std::string& path) {
   }
 }
 
-bool isOpenAs(int descriptor, const struct stat& file) {
-  struct stat open {};
-  return fstat(descriptor, &open) == 0 && open.st_ino == file.st_ino && open.st_dev == file.st_dev;
-}
-
 /// What goes through an open descriptor replaces nothing.
 bool isDescriptor(const std::string& path) {
-  try {
-    return simulation::placeOf(path).isDescriptor;
-  } catch (const simulation::Error&) {
-    return false;  // no output can go there
-  }
+  const auto place = placeFor(path);
+  return place && place->isDescriptor;
 }
 
 /// A report that goes to this file would be lost with it.

@@ -2,7 +2,8 @@
 
 #include <atomic>
 #include <cstdint>
-#include <ctime>
+
+#include "host/base/clocks.h"
 
 namespace host {
 namespace {
@@ -13,12 +14,6 @@ std::atomic<bool> gRepeated{false};
 std::atomic<bool> gNextEnds{false};
 static_assert(std::atomic<int>::is_always_lock_free);
 static_assert(std::atomic<std::int64_t>::is_always_lock_free);
-
-std::int64_t nowNs() {
-  timespec now{};
-  clock_gettime(CLOCK_MONOTONIC, &now);
-  return std::int64_t{now.tv_sec} * 1'000'000'000 + now.tv_nsec;
-}
 
 void note(int signal);
 
@@ -33,8 +28,8 @@ void restoreDefault(int signal) {
 }
 
 void note(int signal) {
-  constexpr std::int64_t oneWishNs = 20'000'000;
-  const std::int64_t now = nowNs();
+  constexpr std::int64_t oneWishNs = 20 * nsPerMs;
+  const std::int64_t now = bootNs();
   std::int64_t first = 0;
   if (gFirstNs.compare_exchange_strong(first, now)) {
     gReceived = signal;
